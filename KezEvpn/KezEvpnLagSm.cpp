@@ -1,0 +1,112 @@
+#include "KezEvpn/KezEvpnLagSm.h"
+
+#include "Ringlog/Trace.h"
+
+namespace Kez {
+
+static Ringlog::Handle traceHandle( "KezEvpnLagSm" );
+
+EvpnLagSm::EvpnLagSm( const Vex::Ptr< const KezCommonSmData > & acsd,
+                      const Vex::Ptr< const LagCreatorConfigDir > & lagConfigDir,
+                      const Vex::Ptr< EvpnLagMemberInfo > & evpnLagMemberInfo )
+    : acsd_( acsd ), lagConfigDir_( lagConfigDir ), evpnLagMemberInfo_( evpnLagMemberInfo ),
+      lagConfigDirReactor_( *this ) {
+  lagConfigDirReactor_.notifierIs( lagConfigDir );
+}
+
+Vex::Ptr< EvpnLagSm >
+EvpnLagSm::EvpnLagSmIs( const Vex::Ptr< const KezCommonSmData > & acsd,
+                        const Vex::Ptr< const LagCreatorConfigDir > & lagConfigDir,
+                        const Vex::Ptr< EvpnLagMemberInfo > & evpnLagMemberInfo ) {
+  return Vex::makePtr< EvpnLagSm >( acsd, lagConfigDir, evpnLagMemberInfo );
+}
+
+Vex::Ptr< EvpnLagSm > evpnLagSmFactory( const Vex::Ptr< const KezCommonSmData > & acsd,
+                                        const Vex::Ptr< const LagCreatorConfigDir > & lagConfigDir,
+                                        const Vex::Ptr< EvpnLagMemberInfo > & evpnLagMemberInfo ) {
+  return EvpnLagSm::EvpnLagSmIs( acsd, lagConfigDir, evpnLagMemberInfo );
+}
+
+void EvpnLagSm::lagConfigDirDel() {
+  lagConfigDirReactor_.notifierIs( nullptr );
+  lagConfigDir_ = nullptr;
+}
+
+void EvpnLagSm::VexLagConfigDir::handleNotifier() {
+  sm().lagConfigMirrorAll( notifier()->lagConfig() );
+}
+
+void EvpnLagSm::VexLagConfigDir::onAttribute( Vex::AttrId id, const void * key ) {
+  if ( id == LagCreatorConfigDir::lagConfigAttr ) {
+    const auto lagIntfId = LagCreatorConfigDir::lagConfigAttr.key( key );
+    sm().lagConfigMirror( lagIntfId, notifier()->lagConfig( lagIntfId ) );
+  }
+}
+
+void EvpnLagSm::VexLagConfig::handleNotifier() {
+  sm().vex_handleLagConfig( *this );
+}
+
+void EvpnLagSm::VexLagConfig::onAttribute( Vex::AttrId id, const void * key ) {
+  if ( id == LagInfo::memberAttr ) {
+    handleLagMemberConfigured( LagInfo::memberAttr.key( key ) );
+  }
+}
+
+void EvpnLagSm::vex_handleLagConfig( VexLagConfig & reactor ) {
+  reactor.handleLagConfig();
+}
+
+void EvpnLagSm::VexLagConfig::handleLagConfig() {
+  const Vex::Ptr< EvpnLagSm > sm( &this->sm() );
+  const auto lagIntfId = intfId();
+  VEX_ASSERT( sm->lagConfigDir() );
+  const auto lagInfo = sm->lagConfigDir()->lagConfig( lagIntfId );
+  TRACE( 5, "EvpnLagSm::handleLagConfig lagIntfId ", lagIntfId, " add ", bool( lagInfo ) );
+  if ( lagInfo ) {
+    KezPortList portList;
+    for ( const auto [ memberIntfId, portProgType ] : lagInfo->member() ) {
+      processMemberIntf( lagIntfId, memberIntfId, portList, sm );
+    }
+    sm->publishEvpnLagMemberInfo( lagIntfId, portList );
+  } else {
+    sm->evpnLagMemberInfo()->lagToPortDel( lagIntfId );
+  }
+}
+
+void EvpnLagSm::VexLagConfig::handleLagMemberConfigured( Wire::IntfId memberIntfId ) {
+  const Vex::Ptr< EvpnLagSm > sm( &this->sm() );
+  const auto lagIntfId = intfId();
+  TRACE( 5, "EvpnLagSm::handleLagMemberConfigured lagIntfId ", lagIntfId );
+  KezPortList portList = sm->evpnLagMemberInfo()->lagToPort( lagIntfId );
+  processMemberIntf( lagIntfId, memberIntfId, portList, sm );
+  sm->publishEvpnLagMemberInfo( lagIntfId, portList );
+}
+
+void processMemberIntf( Wire::IntfId lagIntfId, Wire::IntfId memberIntfId, KezPortList & portList,
+                        const Vex::Ptr< EvpnLagSm > & sm ) {
+  VEX_ASSERT( sm->lagConfigDir() );
+  const auto lagInfo = sm->lagConfigDir()->lagConfig( lagIntfId );
+  if ( lagInfo && lagInfo->memberHas( memberIntfId ) ) {
+    TRACE( 5, "EvpnLagSm::processMemberIntf lagIntfId ", lagIntfId, " adding member ",
+           memberIntfId );
+    portList.portIs( memberIntfId, true );
+  } else {
+    TRACE( 5, "EvpnLagSm::processMemberIntf lagIntfId ", lagIntfId, " deleting member ",
+           memberIntfId );
+    portList.portDel( memberIntfId );
+  }
+}
+
+void EvpnLagSm::publishEvpnLagMemberInfo( Wire::IntfId lagIntfId, const KezPortList & portList ) {
+  if ( portList.ports() > 0 ) {
+    TRACE( 5, "EvpnLagSm::publishEvpnLagMemberInfo lagIntfId ", lagIntfId, " #ports ",
+           portList.ports() );
+    evpnLagMemberInfo()->lagToPortIs( lagIntfId, portList );
+  } else {
+    TRACE( 5, "EvpnLagSm::publishEvpnLagMemberInfo deleting lagIntfId ", lagIntfId );
+    evpnLagMemberInfo()->lagToPortDel( lagIntfId );
+  }
+}
+
+} // namespace Kez

@@ -1,0 +1,182 @@
+#include "KezEvpn/KezEvpnVlanMembershipSm.h"
+
+#include "Ringlog/Trace.h"
+
+namespace Kez {
+
+static Ringlog::Handle traceHandle( "KezEvpnVlanMembershipSm" );
+
+KezEvpnVlanMembershipSm::KezEvpnVlanMembershipSm(
+    const Vex::Ptr< const Bridging::Config > & bridgingConfig,
+    const Vex::Ptr< const Bridging::VlanStatusDir > & vlanStatusDir,
+    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+    const Vex::Ptr< EvpnVlanStatus > & evpnVlanStatus )
+    : bridgingConfig_( bridgingConfig ), vlanStatusDir_( vlanStatusDir ), evpnStatus_( evpnStatus ),
+      evpnVlanStatus_( evpnVlanStatus ), bridgingConfigReactor_( *this ),
+      vlanStatusDirReactor_( *this ), evpnStatusReactor_( *this ) {
+  bridgingConfigReactor_.notifierIs( bridgingConfig );
+  vlanStatusDirReactor_.notifierIs( vlanStatusDir );
+  evpnStatusReactor_.notifierIs( evpnStatus );
+}
+
+Vex::Ptr< KezEvpnVlanMembershipSm > KezEvpnVlanMembershipSm::KezEvpnVlanMembershipSmIs(
+    const Vex::Ptr< const Bridging::Config > & bridgingConfig,
+    const Vex::Ptr< const Bridging::VlanStatusDir > & vlanStatusDir,
+    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+    const Vex::Ptr< EvpnVlanStatus > & evpnVlanStatus ) {
+  return Vex::makePtr< KezEvpnVlanMembershipSm >( bridgingConfig, vlanStatusDir, evpnStatus,
+                                                  evpnVlanStatus );
+}
+
+Vex::Ptr< KezEvpnVlanMembershipSm >
+kezEvpnVlanMembershipSmFactory( const Vex::Ptr< const Bridging::Config > & bridgingConfig,
+                                const Vex::Ptr< const Bridging::VlanStatusDir > & vlanStatusDir,
+                                const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+                                const Vex::Ptr< EvpnVlanStatus > & evpnVlanStatus ) {
+  return KezEvpnVlanMembershipSm::KezEvpnVlanMembershipSmIs( bridgingConfig, vlanStatusDir,
+                                                             evpnStatus, evpnVlanStatus );
+}
+
+void KezEvpnVlanMembershipSm::VexBridgingConfig::handleNotifier() {
+  sm().vlanConfigMirrorAll( notifier()->vlanConfig() );
+}
+
+void KezEvpnVlanMembershipSm::VexBridgingConfig::onAttribute( Vex::AttrId id, const void * key ) {
+  if ( id == Bridging::Config::vlanConfigAttr ) {
+    const auto vlanId = Bridging::Config::vlanConfigAttr.key( key );
+    sm().vlanConfigMirror( vlanId, notifier()->vlanConfig( vlanId ) );
+  }
+}
+
+void KezEvpnVlanMembershipSm::VexVlanStatusDir::handleNotifier() {
+  sm().vlanStatusMirrorAll( notifier()->vlanStatus() );
+}
+
+void KezEvpnVlanMembershipSm::VexVlanStatusDir::onAttribute( Vex::AttrId id, const void * key ) {
+  if ( id == Bridging::VlanStatusDir::vlanStatusAttr ) {
+    const auto vlanId = Bridging::VlanStatusDir::vlanStatusAttr.key( key );
+    sm().vlanStatusMirror( vlanId, notifier()->vlanStatus( vlanId ) );
+  }
+}
+
+void KezEvpnVlanMembershipSm::VexEvpnStatus::onAttribute( Vex::AttrId id, const void * key ) {
+  if ( id == Evpn::EvpnStatus::encapBumFilterAttr ) {
+    sm().handleEncapBumFilter( Evpn::EvpnStatus::encapBumFilterAttr.key( key ) );
+  }
+}
+
+void KezEvpnVlanMembershipSm::VexVlanConfig::handleNotifier() {
+  handleVlanConfig();
+}
+
+void KezEvpnVlanMembershipSm::VexVlanConfig::onAttribute( Vex::AttrId id, const void * key ) {
+  if ( id == Bridging::VlanConfig::intfAttr ) {
+    handleIntf( Bridging::VlanConfig::intfAttr.key( key ) );
+  }
+}
+
+void KezEvpnVlanMembershipSm::VexVlanStatus::handleNotifier() {
+  handleVlanStatus();
+}
+
+void KezEvpnVlanMembershipSm::VexVlanStatus::onAttribute( Vex::AttrId id, const void * key ) {
+  if ( id == Bridging::VlanStatus::vlanPortStatusAttr ) {
+    handleIntf( Bridging::VlanStatus::vlanPortStatusAttr.key( key ) );
+  }
+}
+
+void KezEvpnVlanMembershipSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
+  TRACE( 5, "KezEvpnVlanMembershipSm::processIntfVlan vlanId ", vlanId, " intfId ", intfId );
+  VEX_ASSERT( bridgingConfig() );
+  VEX_ASSERT( vlanStatusDir() );
+  VEX_ASSERT( evpnStatus() );
+  const auto config = bridgingConfig()->vlanConfig( vlanId );
+  const bool configured = config && config->intfHas( intfId );
+  bool member = configured;
+  if ( !evpnStatus()->encapBumFilterHas( intfId ) ) {
+    const auto status = vlanStatusDir()->vlanStatus( vlanId );
+    member = status && status->vlanPortStatusHas( intfId );
+  }
+  if ( member ) {
+    addIntfToEvpnVlanStatus( intfId, vlanId );
+  } else {
+    removeIntfVlanFromEvpnVlanStatus( intfId, vlanId );
+  }
+  if ( configured ) {
+    intfVlanConfigSetIs( intfId )->vlanIdIs( vlanId, true );
+  } else if ( const auto vlans = intfVlanConfigSet( intfId ) ) {
+    vlans->vlanIdDel( vlanId );
+    if ( vlans->vlanIds() == 0 ) {
+      intfVlanConfigSetDel( intfId );
+    }
+  }
+}
+
+void KezEvpnVlanMembershipSm::addIntfToEvpnVlanStatus( Wire::IntfId intfId,
+                                                       Bridging::VlanId vlanId ) {
+  TRACE( 9, "KezEvpnVlanMembershipSm::addIntfToEvpnVlanStatus intfId ", intfId, " vlanId ",
+         vlanId );
+  evpnVlanStatus()->vlanStatusIs( vlanId )->memberIs( intfId );
+}
+
+void KezEvpnVlanMembershipSm::removeIntfVlanFromEvpnVlanStatus( Wire::IntfId intfId,
+                                                                Bridging::VlanId vlanId ) {
+  TRACE( 9, "KezEvpnVlanMembershipSm::removeIntfVlanFromEvpnVlanStatus intfId ", intfId, " vlanId ",
+         vlanId );
+  const auto memberInfo = evpnVlanStatus()->vlanStatus( vlanId );
+  if ( !memberInfo ) {
+    return;
+  }
+  memberInfo->memberDel( intfId );
+  if ( memberInfo->members() == 0 ) {
+    evpnVlanStatus()->vlanStatusDel( vlanId );
+  }
+}
+
+void KezEvpnVlanMembershipSm::VexVlanConfig::handleVlanConfig() {
+  const Vex::Ptr< KezEvpnVlanMembershipSm > sm( &this->sm() );
+  const auto vlan = vlanId();
+  const auto vlanConfig = notifier();
+  TRACE( 8, "KezEvpnVlanMembershipSm::VexVlanConfig::handleVlanConfig vlanId ", vlan, " add ",
+         sm->bridgingConfig()->vlanConfigHas( vlan ) );
+  for ( const auto [ intfId, vlanPortConfig ] : vlanConfig->intf() ) {
+    sm->processIntfVlan( intfId, vlan );
+  }
+}
+
+void KezEvpnVlanMembershipSm::VexVlanStatus::handleVlanStatus() {
+  const Vex::Ptr< KezEvpnVlanMembershipSm > sm( &this->sm() );
+  const auto vlan = vlanId();
+  const auto vlanStatus = notifier();
+  TRACE( 8, "KezEvpnVlanMembershipSm::VexVlanStatus::handleVlanStatus vlanId ", vlan, " add ",
+         sm->vlanStatusDir()->vlanStatusHas( vlan ) );
+  for ( const auto [ intfId, vlanPortStatus ] : vlanStatus->vlanPortStatus() ) {
+    sm->processIntfVlan( intfId, vlan );
+  }
+}
+
+void KezEvpnVlanMembershipSm::VexVlanConfig::handleIntf( Wire::IntfId intfId ) {
+  TRACE( 8, "KezEvpnVlanMembershipSm::VexVlanConfig::handleIntf vlanId ", vlanId(), " intfId ",
+         intfId );
+  sm().processIntfVlan( intfId, vlanId() );
+}
+
+void KezEvpnVlanMembershipSm::VexVlanStatus::handleIntf( Wire::IntfId intfId ) {
+  TRACE( 8, "KezEvpnVlanMembershipSm::VexVlanStatus::handleIntf vlanId ", vlanId(), " intfId ",
+         intfId );
+  sm().processIntfVlan( intfId, vlanId() );
+}
+
+void KezEvpnVlanMembershipSm::handleEncapBumFilter( Wire::IntfId intfId ) {
+  TRACE( 8, "KezEvpnVlanMembershipSm::handleEncapBumFilter intfId ", intfId, " add ",
+         evpnStatus()->encapBumFilterHas( intfId ) );
+  const auto vlans = intfVlanConfigSet( intfId );
+  if ( !vlans ) {
+    return;
+  }
+  for ( const auto vlanId : vlans->vlanId() ) {
+    processIntfVlan( intfId, vlanId );
+  }
+}
+
+} // namespace Kez

@@ -1,0 +1,18 @@
+// The base of every hardware helper: a named entity, and how its callers fail.
+#pragma once
+
+#include "Vex/Attributes.h"
+
+namespace Kez {
+
+class KezBaseHelper : public Vex::Entity {
+  VEX_ENTITY( KezBaseHelper, "Kez::KezBaseHelper" )
+  VEX_ATTRIBUTES()
+
+  explicit KezBaseHelper( const Vex::String & name );
+
+  // Writes `msg` and a newline to standard error and fails an assertion.
+  [[noreturn]] static void kezAssert( const Vex::String & msg );
+};
+
+} // namespace Kez

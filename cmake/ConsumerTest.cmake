@@ -1,0 +1,48 @@
+# Installs a build into a prefix of its own, then builds and runs the example consumer against it,
+# as somebody outside the tree would: by find_package alone.
+#
+# BUILD_DIR, SOURCE_DIR, GENERATOR, BUILD_TYPE, CXX_COMPILER and CXX_FLAGS are given.
+
+function( step what )
+  execute_process( COMMAND ${ARGN}
+    RESULT_VARIABLE result
+    OUTPUT_VARIABLE output
+    ERROR_VARIABLE output )
+  if( NOT result STREQUAL "0" )
+    message( FATAL_ERROR "${what} failed (${result}):\n${output}" )
+  endif()
+  set( output "${output}" PARENT_SCOPE )
+endfunction()
+
+set( work "${BUILD_DIR}/consumer" )
+file( REMOVE_RECURSE "${work}" )
+
+step( "Installing" "${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${work}/prefix" )
+step( "Configuring the consumer" "${CMAKE_COMMAND}"
+  -S "${SOURCE_DIR}" -B "${work}/build" -G "${GENERATOR}"
+  "-DCMAKE_BUILD_TYPE=${BUILD_TYPE}"
+  "-DCMAKE_CXX_COMPILER=${CXX_COMPILER}"
+  "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}"
+  "-DCMAKE_PREFIX_PATH=${work}/prefix"
+  # The installed package only: neither one of the system nor one of a build tree will do.
+  "-DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF"
+  "-DCMAKE_FIND_USE_CMAKE_SYSTEM_PATH=OFF" )
+step( "Building the consumer" "${CMAKE_COMMAND}" --build "${work}/build" )
+step( "Running the consumer" "${work}/build/consumer" )
+if( output STREQUAL "" )
+  message( FATAL_ERROR "The consumer ran but printed nothing" )
+endif()
+message( STATUS "The consumer printed:\n${output}" )
+
+# The installed agent finds the installed library.
+file( GET_RUNTIME_DEPENDENCIES
+  EXECUTABLES "${work}/prefix/bin/kez-agent"
+  RESOLVED_DEPENDENCIES_VAR resolved
+  UNRESOLVED_DEPENDENCIES_VAR unresolved
+  PRE_INCLUDE_REGEXES "^libKezEvpn"
+  PRE_EXCLUDE_REGEXES ".*" )
+cmake_path( NORMAL_PATH resolved )
+cmake_path( GET resolved PARENT_PATH found_in )
+if( NOT found_in STREQUAL "${work}/prefix/lib" )
+  message( FATAL_ERROR "The installed agent does not find the installed library" )
+endif()

@@ -1,0 +1,82 @@
+// A piece of work with a name and a priority that a scheduler runs when it is asked for.
+//
+// At most one run is pending, and asking again can only bring it forward. While a task runs none
+// is pending, unless it asks. A task may be scheduled, cancelled or destroyed at any moment, by
+// its own run too: a run that drops the last reference returns before the task is destroyed, and
+// a run that was pending then never comes. Tasks belong to their scheduler's thread, and are
+// made by Vex::makePtr.
+#pragma once
+
+#include "Loom/TaskScheduler.h"
+
+namespace Loom {
+
+class Task : public Vex::Entity, private ReadyLink {
+  VEX_ENTITY( Task, "Loom::Task" )
+  VEX_OUTPUT( 54, taskScheduler, TaskScheduler )
+  VEX_COMPUTED( 55, taskName, Vex::String )
+  VEX_COMPUTED( 56, taskPriority, TaskPriority )
+  // The time at which a run is due, the present one when the task is ready; none without any.
+  VEX_COMPUTED( 57, nextRun, std::optional< double > )
+  VEX_COMPUTED( 58, runs, uint64_t )     // begun so far
+  VEX_COMPUTED( 59, taskWork, uint64_t ) // counted since the latest run began
+  VEX_ATTRIBUTES( taskScheduler, taskName, taskPriority, nextRun, runs, taskWork )
+
+public:
+  static constexpr auto vexAccess = Vex::Access::readOnly;
+
+  ~Task() override;
+
+  // In the next turn of the scheduler.
+  void scheduleNow();
+  // In the first turn when so many seconds have passed; not above 0: as scheduleNow(). A run that
+  // is pending for the same time or an earlier one stays as it is.
+  void scheduleAfter( double seconds );
+  void cancel();
+  bool isScheduled() const { return ready() || delayed(); }
+
+  // Counts units of work of the run under way.
+  void taskWorkInc( uint64_t n = 1 ) { taskWork_ += n; }
+  // Whether the run under way has used up its work budget or its time slice. The clock is read
+  // when a run first asks, and then now and again. False outside a run of this task.
+  bool taskShouldYield() const;
+
+protected:
+  Task( const Vex::Ptr< TaskScheduler > & scheduler, TaskPriority priority,
+        const Vex::String & name );
+
+  virtual void run() = 0;
+
+private:
+  friend class TaskScheduler;
+  friend class DelayedTasks;
+
+  void vexAppendKey( Vex::TextBuffer & out ) const override { out.append( taskName_ ); }
+  bool ready() const { return next; }
+  bool delayed() const { return delayedPlace_ != DelayedTasks::absent; }
+
+  const TaskPriority taskPriority_;
+  uint64_t readySince_ = 0; // a turn
+  uint64_t runs_ = 0;
+  uint64_t taskWork_ = 0;
+  size_t delayedPlace_ = DelayedTasks::absent;
+  const Vex::String taskName_;
+};
+
+inline Vex::String Task::taskName() const {
+  return taskName_;
+}
+
+inline TaskPriority Task::taskPriority() const {
+  return taskPriority_;
+}
+
+inline uint64_t Task::runs() const {
+  return runs_;
+}
+
+inline uint64_t Task::taskWork() const {
+  return taskWork_;
+}
+
+} // namespace Loom

@@ -1,0 +1,280 @@
+// The accessor macros: one line declares an attribute `foo` of an entity class and gives it the
+// accessors that the whole system uses.
+//
+//   class EvpnRemoteInfo : public Vex::Entity {
+//     VEX_ENTITY( EvpnRemoteInfo, "Kez::EvpnRemoteInfo" )
+//     VEX_COUNTER( 1, remoteTunnelId, Tunnel::TunnelTable::TunnelId )
+//     VEX_ATTRIBUTES( remoteTunnelId )
+//   };
+//
+//   VEX_ENTITY( Class, "name"[, Base] )  opens the list; Base when it is not Vex::Entity
+//   VEX_KEY( Class, foo, Key )           what a member entity is constructed with and named by
+//   VEX_ATTRIBUTE( id, foo, T[, init] )  foo(), fooIs( value ), fooDel()
+//   VEX_TUNABLE( id, foo, T, init )      the same, and reflection may write it in any class
+//   VEX_COMPUTED( id, foo, T )           declares `T foo() const`, which reflection reads
+//   VEX_SET( id, foo, Key )              fooHas, fooIs( key, present = true )
+//   VEX_MAP( id, foo, Key, Value )       foo( key ), fooIs( key, value )
+//   VEX_COUNTER( id, foo, Key )          foo( key ), fooIs( key, count ), fooInc, fooDec( key, n )
+//   VEX_ENTITIES( id, foo, T )           foo( key ), fooIs( key ) makes, fooIs( Ptr ) puts back
+//   VEX_INPUT( id, foo, T )              foo(): Ptr< const T >, set by the constructor through foo_
+//   VEX_OUTPUT( id, foo, T )             foo(): Ptr< T >, likewise
+//   VEX_REACTORS( id, foo, Reactor )     foo( key ), fooIs( entity ), fooMirror( key, entity ),
+//                                       fooMirrorAll( range of entities )
+//   VEX_ATTRIBUTES( foo, ... )           closes the list, naming every attribute of the class
+//
+// Every collection also has foo() (a range to walk), fooHas( key ), fooDel( key ), fooDelAll()
+// and foos() (the count), and each attribute its id `fooAttr`, whose key( pointer ) types what
+// onAttribute is given. Ids are 0 to 63, unique along a class's bases.
+#pragma once
+
+#include "Vex/Describe.h"
+#include "Vex/ForEach.h"
+#include "Vex/Storage.h"
+
+#include <concepts>
+
+namespace Vex {
+
+template < class Key > struct AttrRef {
+  AttrId id;
+  constexpr operator AttrId() const { return id; }
+  static const Key & key( const void * key ) { return *static_cast< const Key * >( key ); }
+};
+template <> struct AttrRef< void > {
+  AttrId id;
+  constexpr operator AttrId() const { return id; }
+};
+
+template < AttrId id > struct AttrTag {
+  static_assert( id < 64, "attribute ids are 0 to 63" );
+};
+struct NoAttr {};
+
+template < class Base = Entity > struct EntityBase {
+  using type = Base;
+};
+
+template < class C, AttrId id > constexpr bool declaresAttribute() {
+  return requires { C::vexDeclared( AttrTag< id >() ); };
+}
+
+template < class C, AttrId id > constexpr bool anyDeclaresAttribute() {
+  if constexpr ( std::is_same_v< C, Entity > ) {
+    return false;
+  } else {
+    return declaresAttribute< C, id >() || anyDeclaresAttribute< typename C::VexBase, id >();
+  }
+}
+
+// How many attributes class C itself declares; none when one has an id of its bases.
+template < class C > constexpr size_t declaredAttributes() {
+  return []< size_t... id >( std::index_sequence< id... > ) -> size_t {
+    if ( ( ( declaresAttribute< C, id >() && anyDeclaresAttribute< typename C::VexBase, id >() ) ||
+           ... ) ) {
+      return SIZE_MAX;
+    }
+    return ( size_t( declaresAttribute< C, id >() ) + ... );
+  }( std::make_index_sequence< 64 >() );
+}
+
+// Whether no base of C other than its VexBase and that one's bases declares attributes: each
+// class marks its depth, and a class that leaves one out shares its own depth with it.
+template < class C > constexpr bool namesItsBase() {
+  return std::is_base_of_v< typename C::VexBase, C > && requires( const C * c ) {
+    vexMark( c, std::integral_constant< int, C::vexDepth >() );
+  };
+}
+
+template < class... Each > constexpr size_t countOf( Each... ) {
+  return sizeof...( Each );
+}
+
+} // namespace Vex
+
+#define VEX_ENTITY( Class, typeName, ... )                                                         \
+public:                                                                                            \
+  using VexSelf = Class;                                                                           \
+  using VexBase = typename Vex::EntityBase< __VA_ARGS__ >::type;                                   \
+  static constexpr std::string_view vexTypeName() {                                                \
+    return typeName;                                                                               \
+  }                                                                                                \
+  static void vexDeclared( Vex::NoAttr );                                                          \
+  static constexpr int vexDepth = VexBase::vexDepth + 1;                                           \
+  template < std::derived_from< Class > T >                                                        \
+  friend void vexMark( const T *, std::integral_constant< int, vexDepth > ) {}
+
+#define VEX_TYPE_FUNCTION( name ) &VexSelf::vexTypeOf_##name
+#define VEX_TYPE_ADDRESS( name ) &vexTypeOf_##name()
+#define VEX_ATTRIBUTES( ... )                                                                      \
+public:                                                                                            \
+  static const Vex::EntityType & vexType() {                                                       \
+    static_assert( Vex::declaredAttributes< VexSelf >() ==                                         \
+                       Vex::countOf( VEX_FOR_EACH( VEX_TYPE_FUNCTION, __VA_ARGS__ ) ),             \
+                   "VEX_ATTRIBUTES names every attribute of the class, and no id stands in "       \
+                   "a base" );                                                                     \
+    static_assert( Vex::namesItsBase< VexSelf >(), "VEX_ENTITY names the class's base" );          \
+    static const Vex::EntityType type( vexTypeName(), &VexBase::vexType(),                         \
+                                       { VEX_FOR_EACH( VEX_TYPE_ADDRESS, __VA_ARGS__ ) } );        \
+    return type;                                                                                   \
+  }                                                                                                \
+  const Vex::EntityType & fwkType() const override {                                               \
+    return vexType();                                                                              \
+  }
+
+#define VEX_KEY( Class, foo, Key )                                                                 \
+public:                                                                                            \
+  using FwkKey = Key;                                                                              \
+  explicit Class( Vex::Arg< Key > key ) : foo##_( key ) {}                                         \
+  Vex::Arg< Key > foo() const {                                                                    \
+    return foo##_;                                                                                 \
+  }                                                                                                \
+  Vex::Arg< Key > fwkKey() const {                                                                 \
+    return foo##_;                                                                                 \
+  }                                                                                                \
+                                                                                                   \
+private:                                                                                           \
+  void vexAppendKey( Vex::TextBuffer & out ) const override {                                      \
+    Vex::appendBriefText( out, foo##_ );                                                           \
+  }                                                                                                \
+  const Key foo##_;                                                                                \
+                                                                                                   \
+public:
+
+// What every attribute has: its id, the mark that it is declared, its description, its storage.
+#define VEX_DECLARE( ID, foo, Key, Description, access, ... )                                      \
+public:                                                                                            \
+  static constexpr Vex::AttrRef< Key > foo##Attr{ ID };                                            \
+  static void vexDeclared( Vex::AttrTag< ID > );                                                   \
+  static const Vex::AttributeType & vexTypeOf_##foo() {                                            \
+    static const Vex::Description< VexSelf, &VexSelf::foo##_ > type( #foo, ID, access );           \
+    return type;                                                                                   \
+  }                                                                                                \
+                                                                                                   \
+private:                                                                                           \
+  __VA_ARGS__;                                                                                     \
+                                                                                                   \
+public:
+
+#define VEX_ATTRIBUTE_ACCESS( ID, foo, T, access, ... )                                            \
+  VEX_DECLARE( ID, foo, void, ValueType, access, Vex::ValueStorage< T > foo##_{ __VA_ARGS__ } )    \
+  Vex::Arg< T > foo() const {                                                                      \
+    return foo##_.get();                                                                           \
+  }                                                                                                \
+  void foo##Is( Vex::Arg< T > value ) {                                                            \
+    foo##_.set( *this, ID, value );                                                                \
+  }                                                                                                \
+  void foo##Del() {                                                                                \
+    foo##_.set( *this, ID, T() );                                                                  \
+  }
+
+#define VEX_ATTRIBUTE( ID, foo, T, ... )                                                           \
+  VEX_ATTRIBUTE_ACCESS( ID, foo, T, VexSelf::vexAccess __VA_OPT__(, ) __VA_ARGS__ )
+#define VEX_TUNABLE( ID, foo, T, ... )                                                             \
+  VEX_ATTRIBUTE_ACCESS( ID, foo, T, Vex::Access::writable __VA_OPT__(, ) __VA_ARGS__ )
+
+#define VEX_COMPUTED( ID, foo, T )                                                                 \
+public:                                                                                            \
+  static void vexDeclared( Vex::AttrTag< ID > );                                                   \
+  static const Vex::AttributeType & vexTypeOf_##foo() {                                            \
+    static const Vex::ComputedType< VexSelf, T > type( #foo, ID, &VexSelf::foo );                  \
+    return type;                                                                                   \
+  }                                                                                                \
+  T foo() const;
+
+#define VEX_COLLECTION_ACCESSORS( ID, foo, Key )                                                   \
+  bool foo##Has( Vex::Arg< Key > key ) const {                                                     \
+    return foo##_.has( key );                                                                      \
+  }                                                                                                \
+  void foo##Del( Vex::Arg< Key > key ) {                                                           \
+    foo##_.del( *this, ID, key );                                                                  \
+  }                                                                                                \
+  void foo##DelAll() {                                                                             \
+    foo##_.delAll( *this, ID );                                                                    \
+  }                                                                                                \
+  size_t foo##s() const {                                                                          \
+    return foo##_.size();                                                                          \
+  }                                                                                                \
+  auto foo() const {                                                                               \
+    return foo##_.range();                                                                         \
+  }
+
+#define VEX_SET( ID, foo, Key )                                                                    \
+  VEX_DECLARE( ID, foo, Key, SetType, VexSelf::vexAccess, Vex::SetStorage< Key > foo##_ )          \
+  VEX_COLLECTION_ACCESSORS( ID, foo, Key )                                                         \
+  void foo##Is( Vex::Arg< Key > key, bool present = true ) {                                       \
+    foo##_.is( *this, ID, key, present );                                                          \
+  }
+
+#define VEX_MAP_ACCESSORS( ID, foo, Key, Value )                                                   \
+  VEX_COLLECTION_ACCESSORS( ID, foo, Key )                                                         \
+  Vex::Arg< Value > foo( Vex::Arg< Key > key ) const {                                             \
+    return foo##_.get( key );                                                                      \
+  }                                                                                                \
+  void foo##Is( Vex::Arg< Key > key, Vex::Arg< Value > value ) {                                   \
+    foo##_.is( *this, ID, key, value );                                                            \
+  }
+
+#define VEX_MAP( ID, foo, Key, Value )                                                             \
+  VEX_DECLARE( ID, foo, Key, MapType, VexSelf::vexAccess, Vex::MapStorage< Key, Value > foo##_ )   \
+  VEX_MAP_ACCESSORS( ID, foo, Key, Value )
+
+#define VEX_COUNTER( ID, foo, Key )                                                                \
+  VEX_DECLARE( ID, foo, Key, CounterType, VexSelf::vexAccess, Vex::CounterStorage< Key > foo##_ )  \
+  VEX_MAP_ACCESSORS( ID, foo, Key, uint32_t )                                                      \
+  uint32_t foo##Inc( Vex::Arg< Key > key, uint32_t n = 1 ) {                                       \
+    return foo##_.change( *this, ID, key, n );                                                     \
+  }                                                                                                \
+  uint32_t foo##Dec( Vex::Arg< Key > key, uint32_t n = 1 ) {                                       \
+    return foo##_.change( *this, ID, key, 0u - n );                                                \
+  }
+
+#define VEX_ENTITIES( ID, foo, T )                                                                 \
+  VEX_DECLARE( ID, foo, T::FwkKey, EntitiesType, VexSelf::vexAccess, Vex::EntityStorage< T > foo##_ ) \
+  VEX_COLLECTION_ACCESSORS( ID, foo, T::FwkKey )                                                   \
+  Vex::Ptr< const T > foo( Vex::Arg< T::FwkKey > key ) const {                                     \
+    return foo##_.get( key );                                                                      \
+  }                                                                                                \
+  Vex::Ptr< T > foo( Vex::Arg< T::FwkKey > key ) {                                                 \
+    return foo##_.get( key );                                                                      \
+  }                                                                                                \
+  Vex::Ptr< T > foo##Is( Vex::Arg< T::FwkKey > key ) {                                             \
+    return foo##_.make( *this, ID, key );                                                          \
+  }                                                                                                \
+  void foo##Is( const Vex::Ptr< T > & member ) {                                                   \
+    foo##_.put( *this, ID, member );                                                               \
+  }
+
+#define VEX_REFERENCE( ID, foo, T )                                                                \
+  VEX_DECLARE( ID, foo, void, ReferenceType, Vex::Access::readOnly, Vex::Ptr< T > foo##_ )         \
+  const Vex::Ptr< T > & foo() const {                                                              \
+    return foo##_;                                                                                 \
+  }
+#define VEX_INPUT( ID, foo, T ) VEX_REFERENCE( ID, foo, const T )
+#define VEX_OUTPUT( ID, foo, T ) VEX_REFERENCE( ID, foo, T )
+
+#define VEX_REACTORS( ID, foo, R )                                                                 \
+  VEX_DECLARE( ID, foo, R::Key, ReactorsType, Vex::Access::readOnly, Vex::ReactorStorage< R > foo##_ ) \
+  R * foo( Vex::Arg< R::Key > key ) const {                                                        \
+    return foo##_.get( key );                                                                      \
+  }                                                                                                \
+  bool foo##Has( Vex::Arg< R::Key > key ) const {                                                  \
+    return foo##_.has( key );                                                                      \
+  }                                                                                                \
+  void foo##Is( const Vex::Ptr< const R::NotifierType > & entity ) {                               \
+    foo##_.make( *this, entity );                                                                  \
+  }                                                                                                \
+  void foo##Del( Vex::Arg< R::Key > key ) {                                                        \
+    foo##_.del( key );                                                                             \
+  }                                                                                                \
+  void foo##DelAll() {                                                                             \
+    foo##_.delAll();                                                                               \
+  }                                                                                                \
+  size_t foo##s() const {                                                                          \
+    return foo##_.size();                                                                          \
+  }                                                                                                \
+  template < class Range > void foo##MirrorAll( const Range & entities ) {                         \
+    foo##_.makeAll( *this, entities );                                                             \
+  }                                                                                                \
+  void foo##Mirror( Vex::Arg< R::Key > key, const Vex::Ptr< const R::NotifierType > & entity ) {   \
+    foo##_.mirror( *this, key, entity );                                                           \
+  }

@@ -1,0 +1,221 @@
+// The reflected descriptions of the attribute kinds, one static object an attribute, made from
+// the class and the pointer to its storage.
+#pragma once
+
+#include "Vex/Reflection.h"
+#include "Vex/Storage.h"
+#include "Vex/Value.h"
+
+namespace Vex {
+
+// The name of a type in messages and help.
+template < class T > constexpr std::string_view typeName() {
+  if constexpr ( requires { T::vexTypeName(); } ) {
+    return T::vexTypeName();
+  } else if constexpr ( requires { vexTypeName( T() ); } ) {
+    return vexTypeName( T() );
+  } else if constexpr ( requires { typename T::value_type; } && !std::is_same_v< T, String > ) {
+    return typeName< typename T::value_type >();
+  } else if constexpr ( std::is_same_v< T, bool > ) {
+    return "bool";
+  } else if constexpr ( std::is_floating_point_v< T > ) {
+    return "number";
+  } else if constexpr ( std::is_integral_v< T > ) {
+    return "whole number";
+  } else {
+    return "text";
+  }
+}
+
+template < class T > String canonical( std::string_view text ) {
+  return briefText( parseBriefly< T >( text ) );
+}
+
+// The storage of attribute `storage` of class C.
+template < class C, auto storage > struct StorageOf {
+  using Type = std::remove_cvref_t< decltype( std::declval< C & >().*storage ) >;
+  static const Type & of( const Entity & entity ) {
+    return static_cast< const C & >( entity ).*storage;
+  }
+  static Type & of( Entity & entity ) { return static_cast< C & >( entity ).*storage; }
+};
+
+template < class C, auto storage > class ValueType : public AttributeType {
+  using Storage = StorageOf< C, storage >;
+  using T = typename Storage::Type::Value;
+
+public:
+  ValueType( std::string_view name, AttrId id, Access access )
+      : AttributeType( name, id, AttributeKind::value, access, {}, typeName< T >() ) {}
+
+  String value( const Entity & entity ) const override {
+    return briefText( Storage::of( entity ).get() );
+  }
+  void valueIs( Entity & entity, std::string_view text ) const override {
+    Storage::of( entity ).set( entity, id, parseBriefly< T >( text ) );
+  }
+  void reset( Entity & entity ) const override { Storage::of( entity ).set( entity, id, T() ); }
+  String canonicalValue( std::string_view text ) const override { return canonical< T >( text ); }
+};
+
+template < class C, class T > class ComputedType : public AttributeType {
+public:
+  ComputedType( std::string_view name, AttrId id, T ( C::*read )() const )
+      : AttributeType( name, id, AttributeKind::computed, Access::readOnly, {}, typeName< T >() ),
+        read_( read ) {}
+
+  String value( const Entity & entity ) const override {
+    return briefText( ( static_cast< const C & >( entity ).*read_ )() );
+  }
+  String canonicalValue( std::string_view text ) const override { return canonical< T >( text ); }
+
+private:
+  T ( C::*read_ )() const;
+};
+
+template < class C, auto storage > class ReferenceType : public AttributeType {
+  using Storage = StorageOf< C, storage >;
+  using T = std::remove_cvref_t< decltype( *std::declval< typename Storage::Type >() ) >;
+
+public:
+  ReferenceType( std::string_view name, AttrId id, Access access )
+      : AttributeType( name, id, AttributeKind::reference, access, {}, T::vexTypeName() ) {}
+
+  Ptr< const Entity > target( const Entity & entity ) const override {
+    return Storage::of( entity );
+  }
+};
+
+// What the keyed kinds have alike.
+template < class C, auto storage > class KeyedType : public AttributeType {
+protected:
+  using Storage = StorageOf< C, storage >;
+  using Key = typename Storage::Type::Key;
+
+  KeyedType( std::string_view name, AttrId id, AttributeKind kind, Access access,
+             std::string_view valueType )
+      : AttributeType( name, id, kind, access, typeName< Key >(), valueType ) {}
+
+  virtual ReflectedMember reflect( const Key & key, const typename Storage::Type & all ) const = 0;
+
+public:
+  size_t size( const Entity & entity ) const override { return Storage::of( entity ).size(); }
+  std::optional< ReflectedMember > member( const Entity & entity,
+                                           std::string_view text ) const override {
+    const auto key = parseBriefly< Key >( text );
+    const auto & all = Storage::of( entity );
+    return all.has( key ) ? std::optional( reflect( key, all ) ) : std::nullopt;
+  }
+  void forEach( const Entity & entity,
+                const std::function< void( const ReflectedMember & ) > & visit ) const override {
+    const auto & all = Storage::of( entity );
+    for ( auto walk = all.members().range().begin(); walk.valid(); ++walk ) {
+      visit( reflect( walk.key(), all ) );
+    }
+  }
+  String canonicalKey( std::string_view text ) const override { return canonical< Key >( text ); }
+};
+
+// What those have alike that can be deleted from.
+template < class C, auto storage > class ErasableType : public KeyedType< C, storage > {
+protected:
+  using typename KeyedType< C, storage >::Storage;
+  using typename KeyedType< C, storage >::Key;
+  using KeyedType< C, storage >::KeyedType;
+
+public:
+  bool memberDel( Entity & entity, std::string_view key ) const override {
+    return Storage::of( entity ).del( entity, this->id, parseBriefly< Key >( key ) );
+  }
+  void reset( Entity & entity ) const override { Storage::of( entity ).delAll( entity, this->id ); }
+};
+
+template < class C, auto storage > class SetType : public ErasableType< C, storage > {
+  using typename KeyedType< C, storage >::Storage;
+  using typename KeyedType< C, storage >::Key;
+
+public:
+  SetType( std::string_view name, AttrId id, Access access )
+      : ErasableType< C, storage >( name, id, AttributeKind::set, access, {} ) {}
+
+  void memberIs( Entity & entity, std::string_view key, std::string_view value ) const override {
+    const bool present = value.empty() || parseBriefly< bool >( value );
+    Storage::of( entity ).is( entity, this->id, parseBriefly< Key >( key ), present );
+  }
+
+private:
+  ReflectedMember reflect( const Key & key, const typename Storage::Type & ) const override {
+    return { briefText( key ), {}, {} };
+  }
+};
+
+template < class C, auto storage > class MapType : public ErasableType< C, storage > {
+protected:
+  using typename KeyedType< C, storage >::Storage;
+  using typename KeyedType< C, storage >::Key;
+  using Value = typename Storage::Type::Value;
+
+  MapType( std::string_view name, AttrId id, AttributeKind kind, Access access )
+      : ErasableType< C, storage >( name, id, kind, access, typeName< Value >() ) {}
+
+public:
+  MapType( std::string_view name, AttrId id, Access access )
+      : MapType( name, id, AttributeKind::map, access ) {}
+
+  void memberIs( Entity & entity, std::string_view key, std::string_view value ) const override {
+    const auto parsedKey = parseBriefly< Key >( key );
+    Storage::of( entity ).is( entity, this->id, parsedKey, parseBriefly< Value >( value ) );
+  }
+  String canonicalValue( std::string_view text ) const override {
+    return canonical< Value >( text );
+  }
+
+private:
+  ReflectedMember reflect( const Key & key, const typename Storage::Type & all ) const override {
+    return { briefText( key ), briefText( all.get( key ) ), {} };
+  }
+};
+
+template < class C, auto storage > class CounterType : public MapType< C, storage > {
+public:
+  CounterType( std::string_view name, AttrId id, Access access )
+      : MapType< C, storage >( name, id, AttributeKind::counter, access ) {}
+};
+
+template < class C, auto storage > class EntitiesType : public ErasableType< C, storage > {
+  using typename KeyedType< C, storage >::Storage;
+  using typename KeyedType< C, storage >::Key;
+
+public:
+  EntitiesType( std::string_view name, AttrId id, Access access )
+      : ErasableType< C, storage >( name, id, AttributeKind::entities, access,
+                                   Storage::Type::Type::vexTypeName() ) {}
+
+  void memberIs( Entity & entity, std::string_view key, std::string_view value ) const override {
+    if ( !value.empty() ) {
+      TextCursor( value ).fail( "no value: this makes the member" );
+    }
+    Storage::of( entity ).make( entity, this->id, parseBriefly< Key >( key ) );
+  }
+
+private:
+  ReflectedMember reflect( const Key & key, const typename Storage::Type & all ) const override {
+    return { briefText( key ), {}, all.get( key ) };
+  }
+};
+
+template < class C, auto storage > class ReactorsType : public KeyedType< C, storage > {
+  using typename KeyedType< C, storage >::Storage;
+  using typename KeyedType< C, storage >::Key;
+
+public:
+  ReactorsType( std::string_view name, AttrId id, Access access )
+      : KeyedType< C, storage >( name, id, AttributeKind::reactors, access, {} ) {}
+
+private:
+  ReflectedMember reflect( const Key & key, const typename Storage::Type & ) const override {
+    return { briefText( key ), {}, {} };
+  }
+};
+
+} // namespace Vex

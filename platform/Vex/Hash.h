@@ -1,0 +1,102 @@
+// Two hashes of values. The published one is seeded, 32 bits wide and mixes the hash of each
+// field in field order (the mixing steps are those of MurmurHash3's 32-bit variant). The
+// containers use a cheaper one of 64 bits, a multiply and fold for each word.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+namespace Vex {
+
+constexpr uint32_t hashMix( uint32_t hash, uint32_t value ) {
+  value *= 0xCC9E2D51u;
+  value = ( value << 15 ) | ( value >> 17 );
+  hash ^= value * 0x1B873593u;
+  return ( ( hash << 13 ) | ( hash >> 19 ) ) * 5 + 0xE6546B64u;
+}
+
+constexpr uint32_t hashResult( uint32_t hash ) {
+  hash = ( hash ^ ( hash >> 16 ) ) * 0x85EBCA6Bu;
+  hash = ( hash ^ ( hash >> 13 ) ) * 0xC2B2AE35u;
+  return hash ^ ( hash >> 16 );
+}
+
+// Jenkins's one-at-a-time hash of the eight bytes in memory order, from 0.
+inline uint32_t oneAtATimeHash( uint64_t value ) {
+  uint32_t hash = 0;
+  for ( int i = 0; i < 8; ++i ) {
+    hash += reinterpret_cast< const unsigned char * >( &value )[ i ];
+    hash += hash << 10;
+    hash ^= hash >> 6;
+  }
+  hash += hash << 3;
+  hash ^= hash >> 11;
+  return hash + ( hash << 15 );
+}
+
+// The published hash of one field: the type's own `hash( seed )`, or one mix of a plain value.
+template < class T > uint32_t hashOf( const T & value, uint32_t seed ) {
+  if constexpr ( requires { value.hash( seed ); } ) {
+    return value.hash( seed );
+  } else if constexpr ( sizeof( T ) > 4 ) {
+    return hashResult( hashMix( seed, oneAtATimeHash( static_cast< uint64_t >( value ) ) ) );
+  } else {
+    return hashResult( hashMix( seed, static_cast< uint32_t >( value ) ) );
+  }
+}
+
+constexpr uint64_t foldWord( uint64_t hash, uint64_t word ) {
+  const auto product = static_cast< unsigned __int128 >( hash ^ word ) * 0x9E3779B97F4A7C15ull;
+  return static_cast< uint64_t >( product ) ^ static_cast< uint64_t >( product >> 64 );
+}
+
+// Every word of a value, each mixed whole.
+template< class T > constexpr uint64_t foldHash( uint64_t hash, const T & value ) {
+  if constexpr ( requires { value.vexWord(); } ) {
+    return foldWord( hash, value.vexWord() );
+  } else if constexpr ( requires { T::vexFields(); } ) {
+    return std::apply(
+        [ & ]( const auto &... field ) {
+          ( ( hash = foldHash( hash, value.*field.member ) ), ... );
+          return hash;
+        },
+        T::vexFields() );
+  } else if constexpr ( std::is_convertible_v< const T &, std::string_view > ) {
+    const std::string_view text( value );
+    for ( const char c : text ) {
+      hash = foldWord( hash, static_cast< unsigned char >( c ) );
+    }
+    return foldWord( hash, text.size() );
+  } else {
+    return foldWord( hash, static_cast< uint64_t >( value ) );
+  }
+}
+
+// The hash of containers. Four values that differ in the two low bits of their last word alone
+// differ in the hash's top bits alone, which a container uses within one cache line: neighbours
+// such as VLANs and ports, which are used one after the other, stand together.
+constexpr uint64_t neighbourHash( uint64_t hash, uint64_t word ) {
+  return foldWord( hash, word >> 2 ) ^ ( word & 3 ) << 61;
+}
+
+template< class T > constexpr uint64_t containerHash( uint64_t hash, const T & value ) {
+  if constexpr ( requires { value.vexWord(); } ) {
+    return neighbourHash( hash, value.vexWord() );
+  } else if constexpr ( requires { T::vexFields(); } ) {
+    constexpr auto fields = T::vexFields();
+    constexpr size_t last = std::tuple_size_v< decltype( fields ) > - 1;
+    return [ & ]< size_t... i >( std::index_sequence< i... > ) {
+      ( ( hash = foldHash( hash, value.*std::get< i >( fields ).member ) ), ... );
+      return containerHash( hash, value.*std::get< last >( fields ).member );
+    }( std::make_index_sequence< last >() );
+  } else if constexpr ( std::is_integral_v< T > || std::is_enum_v< T > ) {
+    return neighbourHash( hash, static_cast< uint64_t >( value ) );
+  } else {
+    return foldHash( hash, value );
+  }
+}
+
+} // namespace Vex

@@ -1,0 +1,128 @@
+// Intrusive reference counting.
+//
+// PtrInterface is the count, Ptr the handle. An object is born with count 1, which its factory
+// adopts (makePtr), so that a Ptr to `this` may be taken while the object is built. Counts are
+// atomic only while the process-wide thread-safe mode is on; switch it before other threads
+// share objects.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+
+namespace Vex {
+
+namespace Detail {
+extern bool threadSafePtrs;
+} // namespace Detail
+
+inline bool threadSafePtrs() {
+  return Detail::threadSafePtrs;
+}
+void threadSafePtrsIs( bool on );
+
+class PtrInterface {
+public:
+  PtrInterface() = default;
+  PtrInterface( const PtrInterface & ) = delete;
+  PtrInterface & operator=( const PtrInterface & ) = delete;
+
+  void refInc() const {
+    if ( Detail::threadSafePtrs ) [[unlikely]] {
+      __atomic_fetch_add( &refs_, 1, __ATOMIC_RELAXED );
+    } else {
+      ++refs_;
+    }
+  }
+
+  void refDec() const {
+    uint32_t left;
+    if ( Detail::threadSafePtrs ) [[unlikely]] {
+      left = __atomic_sub_fetch( &refs_, 1, __ATOMIC_ACQ_REL );
+    } else {
+      left = --refs_;
+    }
+    if ( left == 0 ) {
+      zeroReferences();
+    }
+  }
+
+  uint32_t refs() const { return __atomic_load_n( &refs_, __ATOMIC_RELAXED ); }
+
+protected:
+  virtual ~PtrInterface() = default;
+
+  // The last reference has gone; the default destroys the object.
+  virtual void zeroReferences() const { delete this; }
+
+private:
+  mutable uint32_t refs_ = 1;
+};
+
+template < class T > class Ptr {
+public:
+  using VexRelocatable = std::true_type;
+
+  constexpr Ptr() = default;
+  constexpr Ptr( std::nullptr_t ) {}
+  Ptr( T * object ) : object_( object ) { inc(); }
+  Ptr( const Ptr & other ) : object_( other.object_ ) { inc(); }
+  Ptr( Ptr && other ) noexcept : object_( std::exchange( other.object_, nullptr ) ) {}
+  template < class U >
+    requires std::is_convertible_v< U *, T * >
+  Ptr( const Ptr< U > & other ) : object_( other.get() ) {
+    inc();
+  }
+  template < class U >
+    requires std::is_convertible_v< U *, T * >
+  Ptr( Ptr< U > && other ) noexcept : object_( other.release() ) {}
+  ~Ptr() {
+    if ( object_ ) {
+      object_->refDec();
+    }
+  }
+
+  Ptr & operator=( Ptr other ) noexcept {
+    std::swap( object_, other.object_ );
+    return *this;
+  }
+
+  // Takes over the reference that a new object is born with.
+  static Ptr adopt( T * object ) {
+    Ptr ptr;
+    ptr.object_ = object;
+    return ptr;
+  }
+
+  T * get() const { return object_; }
+  T * release() { return std::exchange( object_, nullptr ); }
+  T * operator->() const { return object_; }
+  T & operator*() const { return *object_; }
+  explicit operator bool() const { return object_ != nullptr; }
+
+  template < class U > friend bool operator==( const Ptr & a, const Ptr< U > & b ) {
+    return a.get() == b.get();
+  }
+  friend bool operator==( const Ptr & a, std::nullptr_t ) { return !a.object_; }
+
+private:
+  void inc() const {
+    if ( object_ ) {
+      object_->refInc();
+    }
+  }
+
+  T * object_ = nullptr;
+};
+
+template < class T, class... Args > Ptr< T > makePtr( Args &&... args ) {
+  return Ptr< T >::adopt( new T( std::forward< Args >( args )... ) );
+}
+
+// Null when the object is of another class.
+template < class T, class U > Ptr< T > dynamicCast( const Ptr< U > & ptr ) {
+  return Ptr< T >( dynamic_cast< T * >( ptr.get() ) );
+}
+
+} // namespace Vex

@@ -1,0 +1,107 @@
+// Reflection: what a class's attributes are and how to read, write and delete them through
+// text forms. Nothing is kept per instance. Keys and values are taken and given in their brief
+// text form; the full one is taken too. Bad text raises ParseError or RangeError and changes
+// nothing; an operation that the attribute's kind does not have raises NotSupported.
+#pragma once
+
+#include "Vex/Ptr.h"
+#include "Vex/Reactor.h"
+#include "Vex/Text.h"
+
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <vector>
+
+namespace Vex {
+
+class Entity;
+
+enum class AttributeKind { value, computed, map, set, entities, counter, reference, reactors };
+std::string_view text( AttributeKind kind );
+
+enum class Access { writable, readOnly };
+
+class NotSupported : public std::logic_error {
+public:
+  using std::logic_error::logic_error;
+};
+
+// A member of a collection as reflection shows it: `entity` for a collection of entities,
+// `value` (empty for a set) otherwise.
+struct ReflectedMember {
+  String key;
+  String value;
+  Ptr< const Entity > entity;
+};
+
+class AttributeType {
+public:
+  AttributeType( std::string_view name, AttrId id, AttributeKind kind, Access access,
+                 std::string_view keyType, std::string_view valueType )
+      : name( name ), id( id ), kind( kind ), access( access ), keyType( keyType ),
+        valueType( valueType ) {}
+  AttributeType( const AttributeType & ) = delete;
+  AttributeType & operator=( const AttributeType & ) = delete;
+  virtual ~AttributeType() = default;
+
+  const std::string_view name;
+  const AttrId id;
+  const AttributeKind kind;
+  const Access access;
+  const std::string_view keyType;   // empty without keys
+  const std::string_view valueType; // empty for a set; the class for entities and references
+
+  bool keyed() const { return !keyType.empty(); }
+  bool holdsEntities() const {
+    return kind == AttributeKind::entities || kind == AttributeKind::reference;
+  }
+
+  // Attributes without keys.
+  virtual String value( const Entity & ) const { unsupported( "read" ); }
+  virtual void valueIs( Entity &, std::string_view ) const { unsupported( "set" ); }
+  virtual Ptr< const Entity > target( const Entity & ) const { unsupported( "followed" ); }
+
+  // Keyed attributes. A key that is not there reads as none.
+  virtual size_t size( const Entity & ) const { unsupported( "counted" ); }
+  virtual std::optional< ReflectedMember > member( const Entity &, std::string_view ) const {
+    unsupported( "looked up by key" );
+  }
+  virtual void forEach( const Entity &,
+                        const std::function< void( const ReflectedMember & ) > & ) const {
+    unsupported( "walked" );
+  }
+  // `value` is empty for a set and for entities, whose member is made.
+  virtual void memberIs( Entity &, std::string_view, std::string_view ) const {
+    unsupported( "set by key" );
+  }
+  // Whether there was such a member.
+  virtual bool memberDel( Entity &, std::string_view ) const { unsupported( "deleted by key" ); }
+
+  // Empties a collection, sets a value back to its type's default.
+  virtual void reset( Entity & ) const { unsupported( "deleted" ); }
+
+  // What `text` reads as when it is printed again.
+  virtual String canonicalKey( std::string_view ) const { unsupported( "looked up by key" ); }
+  virtual String canonicalValue( std::string_view ) const { unsupported( "compared" ); }
+
+protected:
+  [[noreturn]] void unsupported( const char * operation ) const;
+};
+
+class EntityType {
+public:
+  // The base's attributes come first.
+  EntityType( std::string_view name, const EntityType * base,
+              std::initializer_list< const AttributeType * > own );
+
+  const std::string_view name;
+  const std::vector< const AttributeType * > & attributes() const { return attributes_; }
+  const AttributeType * attribute( std::string_view name ) const;
+  const AttributeType * attribute( AttrId id ) const;
+
+private:
+  std::vector< const AttributeType * > attributes_;
+};
+
+} // namespace Vex

@@ -1,0 +1,310 @@
+// How each kind of attribute keeps its members, changes them and tells of it. The macros of
+// Vex/Attributes.h name these; every operation takes the entity that the attribute belongs to
+// and the attribute's id.
+#pragma once
+
+#include "Vex/Assert.h"
+#include "Vex/Collection.h"
+#include "Vex/Entity.h"
+
+#include <vector>
+
+namespace Vex {
+
+template < class T > class ValueStorage {
+public:
+  using Value = T;
+
+  ValueStorage() = default;
+  explicit ValueStorage( const T & value ) : value_( value ) {}
+
+  Arg< T > get() const { return value_; }
+  void set( const Entity & owner, AttrId id, const T & value ) {
+    if ( !( value_ == value ) ) {
+      value_ = value;
+      owner.vexNotify( id, nullptr );
+    }
+  }
+
+private:
+  T value_{};
+};
+
+// What all keyed kinds without entities have alike.
+template < class K, class V > class KeyedStorage {
+public:
+  using Key = K;
+
+  bool has( Arg< K > key ) const { return members_.has( key ); }
+  size_t size() const { return members_.size(); }
+  auto range() const { return members_.range(); }
+  const Collection< K, V > & members() const { return members_; }
+
+  bool del( const Entity & owner, AttrId id, Arg< K > key ) {
+    if ( !members_.erase( key ) ) {
+      return false;
+    }
+    owner.vexNotify( id, &key );
+    return true;
+  }
+  // Key by key; what handlers add meanwhile stays.
+  void delAll( const Entity & owner, AttrId id ) {
+    if ( !owner.vexWatched() ) {
+      members_.clear();
+      return;
+    }
+    for ( auto walk = members_.range().begin(); walk.valid(); ++walk ) {
+      const K key = walk.key();
+      del( owner, id, key );
+    }
+  }
+
+protected:
+  // A value equal to the one that stands changes nothing.
+  void put( const Entity & owner, AttrId id, Arg< K > key, const V & value ) {
+    const auto [ at, added ] = members_.findOrAdd( key, [ & ] { return value; } );
+    if ( !added ) {
+      if ( *at == value ) {
+        return;
+      }
+      *at = value;
+    }
+    owner.vexNotify( id, &key );
+  }
+
+  Collection< K, V > members_;
+};
+
+template < class K > class SetStorage : public KeyedStorage< K, NoValue > {
+public:
+  void is( const Entity & owner, AttrId id, Arg< K > key, bool present ) {
+    if ( present ) {
+      this->put( owner, id, key, NoValue() );
+    } else {
+      this->del( owner, id, key );
+    }
+  }
+};
+
+template < class K, class V > class MapStorage : public KeyedStorage< K, V > {
+public:
+  using Value = V;
+
+  // An absent member reads as the default value.
+  Arg< V > get( Arg< K > key ) const {
+    static const V none{};
+    const V * value = this->members_.find( key );
+    return value ? *value : none;
+  }
+  void is( const Entity & owner, AttrId id, Arg< K > key, const V & value ) {
+    this->put( owner, id, key, value );
+  }
+};
+
+// Unsigned counts, which wrap; an absent member counts 0.
+template < class K > class CounterStorage : public MapStorage< K, uint32_t > {
+public:
+  uint32_t change( const Entity & owner, AttrId id, Arg< K > key, uint32_t by ) {
+    const uint32_t count = this->get( key ) + by;
+    this->put( owner, id, key, count );
+    return count;
+  }
+};
+
+namespace Detail {
+
+// A member's deletion under way. A key made again meanwhile is told of when it is over.
+struct Deletion {
+  Deletion( const void * collection, const void * key )
+      : collection( collection ), key( key ), outer( current ) {
+    current = this;
+  }
+  ~Deletion() { current = outer; }
+  Deletion( const Deletion & ) = delete;
+  Deletion & operator=( const Deletion & ) = delete;
+
+  const void * collection;
+  const void * key;
+  Deletion * outer;
+  static constinit thread_local Deletion * current;
+};
+
+} // namespace Detail
+
+// Owned member entities, each constructed with its key.
+template < class T > class EntityStorage {
+public:
+  using Key = typename T::FwkKey;
+  using Type = T;
+
+  EntityStorage() = default;
+  EntityStorage( const EntityStorage & ) = delete;
+  EntityStorage & operator=( const EntityStorage & ) = delete;
+  ~EntityStorage() {
+    for ( auto walk = members_.range().begin(); walk.valid(); ++walk ) {
+      ( *walk ).value->vexParentIs( nullptr, 0 );
+    }
+  }
+
+  Ptr< T > get( Arg< Key > key ) const {
+    const auto * member = members_.find( key );
+    return member ? *member : nullptr;
+  }
+  bool has( Arg< Key > key ) const { return members_.has( key ); }
+  size_t size() const { return members_.size(); }
+  auto range() const { return members_.range(); }
+  const Collection< Key, Ptr< T > > & members() const { return members_; }
+
+  Ptr< T > make( Entity & owner, AttrId id, Arg< Key > key ) {
+    if ( const auto * member = members_.find( key ) ) {
+      return *member;
+    }
+    auto member = makePtr< T >( key );
+    enter( owner, id, key, member );
+    return member;
+  }
+
+  // Puts back an entity that no collection holds; another one under its key is deleted first.
+  void put( Entity & owner, AttrId id, const Ptr< T > & member ) {
+    const Key key = member->fwkKey();
+    if ( get( key ) == member ) {
+      return;
+    }
+    VEX_ASSERT( !member->parent() );
+    del( owner, id, key );
+    member->vexZombieReactors( false );
+    enter( owner, id, key, member );
+  }
+
+  // The member leaves, its own collections are emptied, its reactors marked, and then the key is
+  // told of.
+  bool del( Entity & owner, AttrId id, Arg< Key > key ) {
+    const auto * at = members_.find( key );
+    if ( !at ) {
+      return false;
+    }
+    const Ptr< T > member = *at;
+    members_.erase( key );
+    member->vexParentIs( nullptr, 0 );
+    const bool nested = beingDeleted( key );
+    {
+      const Detail::Deletion deletion( this, &key );
+      member->vexClear();
+      member->vexZombieReactors( true );
+    }
+    if ( member->parent() ) {
+      member->vexZombieReactors( false );
+    }
+    if ( !nested ) {
+      owner.vexNotify( id, &key );
+    }
+    return true;
+  }
+
+  void delAll( Entity & owner, AttrId id ) {
+    for ( auto walk = members_.range().begin(); walk.valid(); ++walk ) {
+      const Key key = walk.key();
+      del( owner, id, key );
+    }
+  }
+
+private:
+  void enter( Entity & owner, AttrId id, Arg< Key > key, const Ptr< T > & member ) {
+    member->vexParentIs( &owner, id );
+    members_.findOrAdd( key, [ & ] { return member; } );
+    if ( !beingDeleted( key ) ) {
+      owner.vexNotify( id, &key );
+    }
+  }
+  bool beingDeleted( Arg< Key > key ) const {
+    for ( const auto * each = Detail::Deletion::current; each; each = each->outer ) {
+      if ( each->collection == this && *static_cast< const Key * >( each->key ) == key ) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  Collection< Key, Ptr< T > > members_;
+};
+
+// One reactor a member of a watched entity's collection.
+template < class R > class ReactorStorage {
+public:
+  using Key = typename R::Key;
+  using Notifier = typename R::NotifierType;
+
+  ReactorStorage() = default;
+  ReactorStorage( const ReactorStorage & ) = delete;
+  ReactorStorage & operator=( const ReactorStorage & ) = delete;
+  ~ReactorStorage() {
+    for ( auto walk = members_.range().begin(); walk.valid(); ++walk ) {
+      delete ( *walk ).value;
+    }
+  }
+
+  R * get( Arg< Key > key ) const {
+    R * const * at = members_.find( key );
+    return at ? *at : nullptr;
+  }
+  bool has( Arg< Key > key ) const { return members_.has( key ); }
+  size_t size() const { return members_.size(); }
+  const Collection< Key, R * > & members() const { return members_; }
+
+  // The reactor stands here before its handler first runs, which it does now if it is new or
+  // its key had another entity.
+  template < class Sm > void make( Sm & sm, const Ptr< const Notifier > & entity ) {
+    const Key key = entity->fwkKey();
+    const auto [ at, added ] = members_.findOrAdd( key, [] { return nullptr; } );
+    if ( added ) {
+      R * made = *at = new R( sm, key );
+      made->notifierIs( entity );
+    } else if ( ( *at )->notifierEntity() != entity.get() ) {
+      del( key );
+      make( sm, entity );
+    }
+  }
+
+  // All of a collection of entities at once.
+  template < class Sm, class Range > void makeAll( Sm & sm, const Range & entities ) {
+    members_.reserve( members_.size() + entities.size() );
+    for ( const auto & [ key, entity ] : entities ) {
+      make( sm, entity );
+    }
+  }
+
+  // A reactor that goes cleans up first, as for a zombie mark, unless it bears one.
+  bool del( Arg< Key > key ) {
+    if ( R * present = get( key ) ) {
+      present->vexDoZombieReactors( true );
+    }
+    R * present = get( key );
+    if ( present ) {
+      members_.erase( key );
+      delete present;
+    }
+    return present != nullptr;
+  }
+
+  void delAll() {
+    for ( auto walk = members_.range().begin(); walk.valid(); ++walk ) {
+      const Key key = walk.key();
+      del( key );
+    }
+  }
+
+  // Follows the entity that now stands under the key: made or rebound when there is one,
+  // dropped when there is none.
+  template < class Sm > void mirror( Sm & sm, Arg< Key > key, const Ptr< const Notifier > & entity ) {
+    if ( entity ) {
+      make( sm, entity );
+    } else {
+      del( key );
+    }
+  }
+
+private:
+  Collection< Key, R * > members_;
+};
+
+} // namespace Vex

@@ -1,0 +1,85 @@
+#include "Vex/Text.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace Vex {
+
+ParseError::ParseError( String expected, String found, size_t offset )
+    : expected_( std::move( expected ) ), found_( std::move( found ) ), offset_( offset ) {
+  compose();
+}
+
+void ParseError::inField( std::string_view name ) {
+  field_ = field_.empty() ? String( name ) : String( name ) + "." + field_;
+  compose();
+}
+
+void ParseError::compose() {
+  message_ = field_.empty() ? "" : "field '" + field_ + "': ";
+  message_ += "expected " + expected_ + ", found ";
+  message_ += found_.empty() ? "nothing" : "'" + found_ + "'";
+}
+
+void TextBuffer::grow( size_t size ) {
+  const auto used = static_cast< size_t >( end_ - begin_ );
+  const auto capacity = std::max( used + size, 2 * static_cast< size_t >( limit_ - begin_ ) );
+  auto heap = std::make_unique< char[] >( capacity );
+  std::memcpy( heap.get(), begin_, used );
+  heap_ = std::move( heap );
+  begin_ = heap_.get();
+  end_ = begin_ + used;
+  limit_ = begin_ + capacity;
+}
+
+std::string_view TextCursor::peekWord() const {
+  const auto stop = rest().find_first_of( " \t,[]{}()'\"" );
+  return rest().substr( 0, stop );
+}
+
+void TextCursor::fail( String expected ) const {
+  constexpr size_t shown = 40;
+  String found( peekWord().empty() ? rest().substr( 0, 1 ) : peekWord() );
+  if ( found.size() > shown ) {
+    found.resize( shown );
+    found += "...";
+  }
+  throw ParseError( std::move( expected ), std::move( found ),
+                    static_cast< size_t >( at_ - begin_ ) );
+}
+
+void TextCursor::failLiteral( std::string_view literal ) const {
+  fail( "'" + String( literal ) + "'" );
+}
+
+void appendText( TextBuffer & out, double value ) {
+  char * at = out.reserve( 32 );
+  out.commit( std::to_chars( at, at + 32, value ).ptr );
+}
+
+void parseText( TextCursor & in, bool & value ) {
+  const auto word = in.peekWord();
+  if ( word == "1" || word == "true" ) {
+    value = true;
+  } else if ( word == "0" || word == "false" ) {
+    value = false;
+  } else {
+    in.fail( "0, 1, false or true" );
+  }
+  in.word();
+}
+
+void parseText( TextCursor & in, double & value ) {
+  const auto [ end, error ] = std::from_chars( in.at(), in.end(), value );
+  if ( error != std::errc() ) {
+    in.fail( "a number" );
+  }
+  in.atIs( end );
+}
+
+void parseText( TextCursor & in, String & value ) {
+  value = in.rest();
+  in.atIs( in.end() );
+}
+
+} // namespace Vex

@@ -1,0 +1,253 @@
+// Text forms: a reusable output buffer, an input cursor, and the printing and parsing of plain
+// types. A type has a text form when `appendText( TextBuffer &, const T & )` and
+// `parseText( TextCursor &, T & )` are found for it. Its brief form, which operators read and
+// type, is the same text unless the type has `appendBrief` and `parseBrief` of its own.
+#pragma once
+
+#include <charconv>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+namespace Vex {
+
+using String = std::string;
+
+// A value outside its type's range.
+class RangeError : public std::range_error {
+public:
+  using std::range_error::range_error;
+};
+
+// Text that is not the form of what was asked for. `offset` counts from the beginning of the
+// text; `field` is the path of the failing field of a composite value, empty for a plain one.
+class ParseError : public std::exception {
+public:
+  ParseError( String expected, String found, size_t offset );
+
+  const char * what() const noexcept override { return message_.c_str(); }
+  const String & field() const { return field_; }
+  size_t offset() const { return offset_; }
+
+  // Puts `name` before the failing field's path.
+  void inField( std::string_view name );
+
+private:
+  void compose();
+
+  String expected_;
+  String found_;
+  String field_;
+  String message_;
+  size_t offset_;
+};
+
+// Characters appended at the end; keeps its memory when it is cleared.
+class TextBuffer {
+public:
+  TextBuffer() = default;
+  TextBuffer( const TextBuffer & ) = delete;
+  TextBuffer & operator=( const TextBuffer & ) = delete;
+
+  // At least `size` characters to write to; `commit` says where the writing ended.
+  char * reserve( size_t size ) {
+    if ( static_cast< size_t >( limit_ - end_ ) < size ) [[unlikely]] {
+      grow( size );
+    }
+    return end_;
+  }
+  void commit( char * end ) { end_ = end; }
+
+  void append( std::string_view text ) {
+    char * out = reserve( text.size() );
+    end_ = out + text.copy( out, text.size() );
+  }
+  void append( char c ) {
+    *reserve( 1 ) = c;
+    ++end_;
+  }
+  void clear() { end_ = begin_; }
+
+  std::string_view view() const {
+    return { begin_, static_cast< size_t >( end_ - begin_ ) };
+  }
+  String str() const { return String( view() ); }
+
+private:
+  void grow( size_t size );
+
+  char inline_[ 128 ];
+  std::unique_ptr< char[] > heap_;
+  char * begin_ = inline_;
+  char * end_ = inline_;
+  char * limit_ = inline_ + sizeof( inline_ );
+};
+
+// What is left of a text that is being parsed.
+class TextCursor {
+public:
+  TextCursor( const char * begin, const char * end ) : begin_( begin ), at_( begin ), end_( end ) {}
+  explicit TextCursor( std::string_view text )
+      : TextCursor( text.data(), text.data() + text.size() ) {}
+
+  const char * at() const { return at_; }
+  const char * end() const { return end_; }
+  void atIs( const char * at ) { at_ = at; }
+  bool done() const { return at_ == end_; }
+  std::string_view rest() const {
+    return { at_, static_cast< size_t >( end_ - at_ ) };
+  }
+
+  bool startsWith( std::string_view literal ) const { return rest().starts_with( literal ); }
+  bool skip( std::string_view literal ) {
+    if ( !startsWith( literal ) ) {
+      return false;
+    }
+    at_ += literal.size();
+    return true;
+  }
+  void expect( std::string_view literal ) {
+    if ( !skip( literal ) ) [[unlikely]] {
+      failLiteral( literal );
+    }
+  }
+  // The characters up to the next blank, comma, bracket, brace or quote.
+  std::string_view peekWord() const;
+  std::string_view word() {
+    const auto text = peekWord();
+    at_ += text.size();
+    return text;
+  }
+
+  [[noreturn]] void fail( String expected ) const;
+
+private:
+  [[noreturn]] void failLiteral( std::string_view literal ) const;
+
+  const char * begin_;
+  const char * at_;
+  const char * end_;
+};
+
+template < class T >
+concept PlainInteger = std::integral< T > && !std::same_as< T, bool > && !std::same_as< T, char >;
+
+template < PlainInteger T > void appendText( TextBuffer & out, T value ) {
+  char * at = out.reserve( 21 );
+  out.commit( std::to_chars( at, at + 21, value ).ptr );
+}
+inline void appendText( TextBuffer & out, bool value ) {
+  out.append( value ? '1' : '0' );
+}
+void appendText( TextBuffer & out, double value );
+inline void appendText( TextBuffer & out, std::string_view value ) {
+  out.append( value );
+}
+inline void appendText( TextBuffer & out, const String & value ) {
+  out.append( value );
+}
+inline void appendText( TextBuffer & out, const char * value ) {
+  out.append( std::string_view( value ) );
+}
+
+template < PlainInteger T > void parseText( TextCursor & in, T & value ) {
+  const auto [ end, error ] = std::from_chars( in.at(), in.end(), value );
+  if ( error != std::errc() ) [[unlikely]] {
+    in.fail( "a whole number of " + std::to_string( sizeof( T ) * 8 ) + " bits" +
+             ( std::is_unsigned_v< T > ? ", not negative" : "" ) );
+  }
+  in.atIs( end );
+}
+void parseText( TextCursor & in, bool & value );
+void parseText( TextCursor & in, double & value );
+// All that is left.
+void parseText( TextCursor & in, String & value );
+
+// An absent optional prints as "none".
+template < class T > void appendText( TextBuffer & out, const std::optional< T > & value ) {
+  if ( value ) {
+    appendText( out, *value );
+  } else {
+    out.append( "none" );
+  }
+}
+template < class T > void parseText( TextCursor & in, std::optional< T > & value ) {
+  if ( in.skip( "none" ) ) {
+    value.reset();
+  } else {
+    parseText( in, value.emplace() );
+  }
+}
+
+template < class T >
+concept HasBriefForm = requires( TextBuffer & out, TextCursor & in, T & value ) {
+                         appendBrief( out, static_cast< const T & >( value ) );
+                         parseBrief( in, value );
+                       };
+
+template < class T > void appendBriefText( TextBuffer & out, const T & value ) {
+  if constexpr ( HasBriefForm< T > ) {
+    appendBrief( out, value );
+  } else {
+    appendText( out, value );
+  }
+}
+
+template < class T > void parseBriefText( TextCursor & in, T & value ) {
+  if constexpr ( HasBriefForm< T > ) {
+    parseBrief( in, value );
+  } else {
+    parseText( in, value );
+  }
+}
+
+inline void expectEnd( const TextCursor & in ) {
+  if ( !in.done() ) [[unlikely]] {
+    in.fail( "nothing more" );
+  }
+}
+
+template < class T > String text( const T & value ) {
+  TextBuffer out;
+  appendText( out, value );
+  return out.str();
+}
+
+template < class T > String briefText( const T & value ) {
+  TextBuffer out;
+  appendBriefText( out, value );
+  return out.str();
+}
+
+// The whole of `[begin, end)`, else ParseError; `value` is unspecified then.
+template < class T > void parseWhole( T & value, const char * begin, const char * end ) {
+  TextCursor in( begin, end );
+  parseText( in, value );
+  expectEnd( in );
+}
+
+template < class T > T parse( std::string_view text ) {
+  T value{};
+  parseWhole( value, text.data(), text.data() + text.size() );
+  return value;
+}
+
+template < class T > T parseBriefly( std::string_view text ) {
+  T value{};
+  TextCursor in( text );
+  parseBriefText( in, value );
+  expectEnd( in );
+  return value;
+}
+
+template < class T >
+concept HasTextForm = requires( TextBuffer & out, const T & value ) { appendText( out, value ); };
+
+} // namespace Vex

@@ -1,0 +1,230 @@
+// Value types. A composite value is a struct that declares its fields and then lists them once:
+//
+//   struct IntfVlanKey {
+//     Wire::IntfId intfId;
+//     Bridging::VlanId vlanId = 1;
+//     VEX_VALUE( IntfVlanKey, "Kez::IntfVlanKey", intfId, vlanId )
+//   };
+//
+// which gives it construction from its fields and from a text, equality, lexicographic order,
+// the seeded hash, and the text form
+//   Value('Kez::IntfVlanKey', ** {'intfId': Ethernet1, 'vlanId': 10})
+// whose parse error names the field that does not parse. Its brief form is "Ethernet1,10"; a
+// composite field stands there in parentheses. The brief parser takes the full form too.
+//
+// An enumeration VEX_ENUM( Colour, "Kez::Colour", red, green ) numbers its enumerators from 0,
+// prints by name, and parses from name or number.
+#pragma once
+
+#include "Vex/ForEach.h"
+#include "Vex/Hash.h"
+#include "Vex/Text.h"
+
+#include <array>
+#include <compare>
+#include <tuple>
+
+namespace Vex {
+
+template < class C, class T > struct Field {
+  std::string_view name;
+  T C::*member;
+};
+
+template < class C, class T > constexpr Field< C, T > field( std::string_view name, T C::*member ) {
+  return { name, member };
+}
+
+template < class T >
+concept Composite = requires {
+                      T::vexFields();
+                      T::vexTypeName();
+                    };
+
+template < Composite T > uint32_t hashFields( const T & value, uint32_t seed ) {
+  return std::apply(
+      [ & ]( const auto &... field ) {
+        uint32_t hash = seed;
+        ( ( hash = hashMix( hash, hashOf( value.*field.member, 0 ) ) ), ... );
+        return hashResult( hash );
+      },
+      T::vexFields() );
+}
+
+template < Composite T > void appendText( TextBuffer & out, const T & value ) {
+  out.append( "Value('" );
+  out.append( T::vexTypeName() );
+  out.append( "', ** {" );
+  std::apply(
+      [ & ]( const auto &... field ) {
+        std::string_view opening = "'";
+        ( ( out.append( opening ), out.append( field.name ), out.append( "': " ),
+            appendText( out, value.*field.member ), opening = ", '" ),
+          ... );
+      },
+      T::vexFields() );
+  out.append( "})" );
+}
+
+namespace Detail {
+
+template < class T > void parseField( TextCursor & in, std::string_view name, T & value, bool brief ) {
+  try {
+    if ( !brief ) {
+      parseText( in, value );
+    } else if constexpr ( Composite< T > ) {
+      in.expect( "(" );
+      parseBrief( in, value );
+      in.expect( ")" );
+    } else {
+      parseBriefText( in, value );
+    }
+  } catch ( ParseError & error ) {
+    error.inField( name );
+    throw;
+  }
+}
+
+} // namespace Detail
+
+template < Composite T > void parseText( TextCursor & in, T & value ) {
+  in.expect( "Value('" );
+  in.expect( T::vexTypeName() );
+  in.expect( "', ** {" );
+  std::apply(
+      [ & ]( const auto &... field ) {
+        std::string_view opening = "'";
+        ( ( in.expect( opening ), in.expect( field.name ), in.expect( "': " ),
+            Detail::parseField( in, field.name, value.*field.member, false ), opening = ", '" ),
+          ... );
+      },
+      T::vexFields() );
+  in.expect( "})" );
+}
+
+template < Composite T > void appendBrief( TextBuffer & out, const T & value ) {
+  const auto appendOne = [ & ]( const auto & member ) {
+    if constexpr ( Composite< std::remove_cvref_t< decltype( member ) > > ) {
+      out.append( '(' );
+      appendBrief( out, member );
+      out.append( ')' );
+    } else {
+      appendBriefText( out, member );
+    }
+  };
+  std::apply(
+      [ & ]( const auto &... field ) {
+        std::string_view opening;
+        ( ( out.append( opening ), appendOne( value.*field.member ), opening = "," ), ... );
+      },
+      T::vexFields() );
+}
+
+template < Composite T > void parseBrief( TextCursor & in, T & value ) {
+  if ( in.startsWith( "Value(" ) ) {
+    parseText( in, value );
+    return;
+  }
+  std::apply(
+      [ & ]( const auto &... field ) {
+        std::string_view opening;
+        ( ( in.expect( opening ), in.skip( opening.empty() ? "" : " " ),
+            Detail::parseField( in, field.name, value.*field.member, true ), opening = "," ),
+          ... );
+      },
+      T::vexFields() );
+}
+
+// `names` in order of the enumerators, which are numbered from 0.
+template < class E > void appendEnum( TextBuffer & out, E value, const auto & names ) {
+  const auto number = static_cast< std::underlying_type_t< E > >( value );
+  if ( number < names.size() ) {
+    out.append( names[ number ] );
+  } else {
+    appendText( out, number );
+  }
+}
+
+template < class E > E enumOfNumber( const char * type, uint64_t number, size_t count ) {
+  if ( number >= count ) {
+    throw RangeError( String( type ) + ": no enumerator has the value " +
+                      std::to_string( number ) );
+  }
+  return static_cast< E >( number );
+}
+
+template < class E > void parseEnum( TextCursor & in, E & value, const auto & names ) {
+  const auto word = in.peekWord();
+  for ( size_t i = 0; i < names.size(); ++i ) {
+    if ( word == names[ i ] || word == std::to_string( i ) ) {
+      value = static_cast< E >( i );
+      in.word();
+      return;
+    }
+  }
+  String expected = "one of";
+  for ( const auto name : names ) {
+    expected += ' ';
+    expected += name;
+  }
+  in.fail( expected + " (or its number)" );
+}
+
+} // namespace Vex
+
+#define VEX_VALUE_PARAMETER( name ) const decltype( name ) & name##_
+#define VEX_VALUE_INITIALISER( name ) name( name##_ )
+#define VEX_VALUE_FIELD( name ) Vex::field( #name, &VexSelf::name )
+#define VEX_VALUE( Type, typeName, ... )                                                               \
+  using VexSelf = Type;                                                                            \
+  Type() = default;                                                                                \
+  Type( VEX_FOR_EACH( VEX_VALUE_PARAMETER, __VA_ARGS__ ) )                                         \
+      : VEX_FOR_EACH( VEX_VALUE_INITIALISER, __VA_ARGS__ ) {}                                      \
+  Type( const char * begin, const char * end ) {                                                   \
+    Vex::parseWhole( *this, begin, end );                                                          \
+  }                                                                                                \
+  static constexpr std::string_view vexTypeName() {                                                \
+    return typeName;                                                                                 \
+  }                                                                                                \
+  static constexpr auto vexFields() {                                                              \
+    return std::make_tuple( VEX_FOR_EACH( VEX_VALUE_FIELD, __VA_ARGS__ ) );                        \
+  }                                                                                                \
+  uint32_t hash( uint32_t seed ) const {                                                           \
+    return Vex::hashFields( *this, seed );                                                         \
+  }                                                                                                \
+  friend Vex::String valueToStrep( const Type & value ) {                                          \
+    return Vex::text( value );                                                                     \
+  }                                                                                                \
+  friend std::ostream & operator<<( std::ostream & out, const Type & value ) {                     \
+    return out << Vex::text( value );                                                              \
+  }                                                                                                \
+  friend bool operator==( const Type &, const Type & ) = default;                                  \
+  friend std::strong_ordering operator<=>( const Type &, const Type & ) = default;
+
+#define VEX_ENUM_NAME( name ) std::string_view( #name )
+#define VEX_ENUM( Type, typeName, ... )                                                            \
+  enum class Type : uint32_t { __VA_ARGS__ };                                                      \
+  constexpr auto vexNames( Type ) {                                                          \
+    return std::array{ VEX_FOR_EACH( VEX_ENUM_NAME, __VA_ARGS__ ) };                               \
+  }                                                                                                \
+  constexpr std::string_view vexTypeName( Type ) {                                                 \
+    return typeName;                                                                               \
+  }                                                                                                \
+  inline void appendText( Vex::TextBuffer & out, Type value ) {                                    \
+    Vex::appendEnum( out, value, vexNames( value ) );                                              \
+  }                                                                                                \
+  inline void parseText( Vex::TextCursor & in, Type & value ) {                                    \
+    Vex::parseEnum( in, value, vexNames( value ) );                                                \
+  }                                                                                                \
+  inline Vex::String stringValue( Type value ) {                                                   \
+    return Vex::text( value );                                                                     \
+  }                                                                                                \
+  inline Type Type##Instance( unsigned value ) {                                                   \
+    return Vex::enumOfNumber< Type >( typeName, value, vexNames( Type{} ).size() );                \
+  }                                                                                                \
+  inline Type Type##Instance( const Vex::String & name ) {                                         \
+    return Vex::parse< Type >( name );                                                             \
+  }                                                                                                \
+  inline std::ostream & operator<<( std::ostream & out, Type value ) {                             \
+    return out << stringValue( value );                                                            \
+  }

@@ -1,0 +1,57 @@
+// What all values of one unsigned word have alike: equality, order, hashes, and a text form, the
+// number. A class derives from WordValue< itself, its word >, is made from a number, and says
+//
+//   static constexpr std::string_view vexTypeName();
+//   static constexpr Word vexLowest, vexHighest;       the numbers that text may give
+//   static constexpr std::string_view vexExpected;     what they are, for the parse error
+//
+// A class that prints otherwise has an appendText and a parseText of its own.
+#pragma once
+
+#include "Vex/Value.h"
+
+namespace Vex {
+
+template< class T, std::unsigned_integral Word > class WordValue {
+public:
+  using VexWord = Word;
+
+  constexpr Word value() const { return word_; }
+  constexpr uint64_t vexWord() const { return word_; }
+  uint32_t hash( uint32_t seed ) const { return hashOf( word_, seed ); }
+
+  friend constexpr bool operator==( const T & a, const T & b ) { return a.value() == b.value(); }
+  friend constexpr std::strong_ordering operator<=>( const T & a, const T & b ) {
+    return a.value() <=> b.value();
+  }
+  friend std::ostream & operator<<( std::ostream & out, const T & value ) {
+    return out << text( value );
+  }
+
+protected:
+  explicit constexpr WordValue( Word word ) : word_( word ) {}
+
+private:
+  Word word_;
+};
+
+template< class T, class Word >
+void appendText( TextBuffer & out, const WordValue< T, Word > & value ) {
+  appendText( out, value.value() );
+}
+
+template< class T >
+  requires std::derived_from< T, WordValue< T, typename T::VexWord > >
+void parseText( TextCursor & in, T & value ) {
+  const auto text = in.peekWord();
+  typename T::VexWord number{};
+  const auto [ end, error ] = std::from_chars( text.data(), text.data() + text.size(), number );
+  if ( error != std::errc() || end != text.data() + text.size() || number < T::vexLowest ||
+       number > T::vexHighest ) {
+    in.fail( String( T::vexExpected ) );
+  }
+  in.atIs( end );
+  value = T( number );
+}
+
+} // namespace Vex

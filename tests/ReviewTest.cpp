@@ -1,0 +1,206 @@
+#include "TraceCapture.h"
+
+#include "KezEvpn/Review.h"
+#include "PortFilterSm.h"
+
+#include <gmock/gmock.h>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Lines = std::vector< std::string >;
+
+namespace {
+
+class ReviewTest : public testing::Test {
+protected:
+  ReviewTest() { Vex::Clock::virtualIs( 0 ); }
+
+  // Runs what is due until `seconds`.
+  void advanceTo( double seconds ) {
+    while ( scheduler->nextDeadline().value_or( seconds + 1 ) <= seconds ) {
+      Vex::Clock::advanceTo( *scheduler->nextDeadline() );
+      scheduler->runReady();
+    }
+    Vex::Clock::advanceTo( seconds );
+  }
+
+  Vex::Ptr< Loom::TaskScheduler > scheduler = Vex::makePtr< Loom::TaskScheduler >();
+};
+
+// A review of plain numbers, 0 among them.
+class NumberReviewTest : public ReviewTest {
+protected:
+  using Task = Kez::ReviewTask< uint64_t >;
+
+  NumberReviewTest() {
+    Task::replace(
+        task, scheduler, 2, "review", [ this ] { run(); }, handle );
+  }
+
+  void run() {
+    visited.emplace_back();
+    ended = task->review(
+        keys.range(),
+        [ this ]( uint64_t key ) {
+          visited.back().push_back( key );
+          step( key );
+        },
+        5.0, resume );
+  }
+
+  Ringlog::Handle handle{ "NumberReview" };
+  Vex::Ptr< Task > task;
+  Vex::Collection< uint64_t > keys;
+  std::function< void( uint64_t ) > step = []( uint64_t ) {};
+  Kez::Resume resume = Kez::Resume::atBookmark;
+  std::vector< std::vector< uint64_t > > visited;
+  bool ended = false;
+};
+
+TEST_F( NumberReviewTest, DelayedRunIsNeitherDoubledNorPostponedAndImmediateMovesItForward ) {
+  TraceCapture trace( "NumberReview/5" );
+  task->maybeSchedule( false, 5.0 );
+  advanceTo( 2 );
+  task->maybeSchedule( false, 5.0 );
+  EXPECT_EQ( scheduler->nextDeadline(), 5.0 );
+  task->maybeSchedule( true, 5.0 );
+  EXPECT_EQ( scheduler->nextDeadline(), 2.0 );
+  EXPECT_THAT( trace.take(), ElementsAre( "5 next unprogrammed review at 5", "5 already scheduled",
+                                          "5 schedule immediate unprogrammed review" ) );
+  advanceTo( 20 );
+  EXPECT_EQ( visited.size(), 1u );
+  EXPECT_TRUE( ended );
+}
+
+TEST_F( NumberReviewTest, YieldedRunGoesOnAtItsBookmarkOnce ) {
+  for ( const uint64_t key : { 7, 0, 5, 0, 9 } ) {
+    keys.add( key );
+  }
+  scheduler->workBudgetIs( 1 );
+  task->maybeSchedule( true, 5.0 );
+  advanceTo( 0 );
+  EXPECT_FALSE( ended );
+  EXPECT_EQ( task->bookmark(), 0u );
+  EXPECT_EQ( scheduler->nextDeadline(), 5.0 );
+  advanceTo( 5 );
+  keys.erase( 5 ); // the bookmark goes: back to the first
+  advanceTo( 30 );
+  EXPECT_THAT( visited, ElementsAre( ElementsAre( 7 ), ElementsAre( 0 ), ElementsAre( 7 ),
+                                     ElementsAre( 0 ), ElementsAre( 9 ) ) );
+  EXPECT_TRUE( ended );
+  EXPECT_EQ( task->bookmark(), std::nullopt );
+  EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
+
+  // A new request starts over, whatever the bookmark was.
+  scheduler->workBudgetIs( 2 );
+  task->maybeSchedule( true, 5.0 );
+  advanceTo( 30 );
+  task->maybeSchedule( true, 5.0 );
+  advanceTo( 30 );
+  EXPECT_EQ( visited.at( 5 ), visited.at( 6 ) );
+}
+
+TEST_F( NumberReviewTest, WithoutBookmarkEveryRunBeginsAtTheFirst ) {
+  keys.add( 1 );
+  keys.add( 2 );
+  resume = Kez::Resume::atFirst;
+  scheduler->workBudgetIs( 1 );
+  task->maybeSchedule( true, 5.0 );
+  advanceTo( 5 );
+  EXPECT_THAT( visited, ElementsAre( ElementsAre( 1 ), ElementsAre( 1 ) ) );
+}
+
+TEST_F( NumberReviewTest, KeysParkedAgainGoToTheBackAndTheRunEnds ) {
+  for ( const uint64_t key : { 1, 2, 3 } ) {
+    keys.add( key );
+  }
+  step = [ this ]( uint64_t key ) {
+    keys.erase( key );
+    keys.add( key == 2 ? 20 : key );
+  };
+  task->maybeSchedule( true, 5.0 );
+  advanceTo( 0 );
+  task->maybeSchedule( true, 5.0 );
+  advanceTo( 0 );
+  EXPECT_THAT( visited, ElementsAre( ElementsAre( 1, 2, 3 ), ElementsAre( 1, 20, 3 ) ) );
+}
+
+TEST_F( NumberReviewTest, TaskIsReplacedOnlyForOtherParameters ) {
+  const auto first = task;
+  const auto replace = [ & ]( Loom::TaskPriority priority, const char * name ) {
+    Task::replace(
+        task, scheduler, priority, name, [] {}, handle );
+    return task == first;
+  };
+  EXPECT_TRUE( replace( 2, "review" ) );
+  EXPECT_FALSE( replace( 3, "review" ) );
+  EXPECT_FALSE( replace( 2, "other" ) );
+}
+
+class Chip : public Example::PortFilterHelper {
+public:
+  explicit Chip( int refusals ) : PortFilterHelper( "chip" ), refusals( refusals ) {}
+  Kez::HwProgrammingStatus createFilter( Wire::IntfId intfId ) override {
+    calls.push_back( "create " + Vex::text( intfId ) );
+    return refusals-- > 0 ? Kez::HwProgrammingStatus::notProgrammed
+                          : Kez::HwProgrammingStatus::programmed;
+  }
+  void deleteFilter( Wire::IntfId intfId ) override {
+    calls.push_back( "delete " + Vex::text( intfId ) );
+  }
+  Lines take() { return std::exchange( calls, {} ); }
+
+  int refusals;
+  Lines calls;
+};
+
+class PortFilterSmTest : public ReviewTest {
+protected:
+  const Wire::IntfId eth1{ "Ethernet1" };
+  const Wire::IntfId eth2{ "Ethernet2" };
+  Vex::Ptr< Evpn::EvpnStatus > evpnStatus = Vex::makePtr< Evpn::EvpnStatus >();
+  Vex::Ptr< Chip > chip = Vex::makePtr< Chip >( 0 );
+  Vex::Ptr< Example::PortFilterSm > sm =
+      Vex::makePtr< Example::PortFilterSm >( chip, scheduler, evpnStatus );
+};
+
+TEST_F( PortFilterSmTest, StartsFromWhatStandsAndRetriesUntilProgrammedOrWithdrawn ) {
+  evpnStatus->encapBumFilterIs( eth1 );
+  sm->vex_handleReviewUnprogrammed_taskRun();
+  EXPECT_THAT( chip->take(), IsEmpty() );
+
+  chip->refusals = 3;
+  sm->handleInitialized();
+  evpnStatus->encapBumFilterIs( eth2 );
+  EXPECT_THAT( chip->take(), ElementsAre( "create Ethernet1", "create Ethernet2" ) );
+  EXPECT_EQ( sm->unprogrammeds(), 2u );
+  advanceTo( 5 ); // one refused again, the other takes its turn
+  EXPECT_THAT( chip->take(), ElementsAre( "create Ethernet1", "create Ethernet2" ) );
+  EXPECT_EQ( scheduler->nextDeadline(), 10.0 );
+  evpnStatus->encapBumFilterDel( eth2 ); // frees room: the parked one is tried at once
+  EXPECT_EQ( scheduler->nextDeadline(), 5.0 );
+  advanceTo( 5 );
+  EXPECT_THAT( chip->take(), ElementsAre( "delete Ethernet2", "create Ethernet1" ) );
+  EXPECT_EQ( sm->programmeds(), 1u );
+  EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
+}
+
+TEST_F( PortFilterSmTest, NotificationsOfTheWholeMachineAreSwitchedTogether ) {
+  sm->handleInitialized();
+  sm->hasNotificationActiveIs( false );
+  evpnStatus->encapBumFilterIs( eth1 );
+  sm->hasNotificationActiveIs( true ); // replays nothing
+  EXPECT_THAT( chip->take(), IsEmpty() );
+  evpnStatus->encapBumFilterIs( eth2 );
+  EXPECT_THAT( chip->take(), ElementsAre( "create Ethernet2" ) );
+}
+
+TEST_F( PortFilterSmTest, BrokenInvariantsNameTheMachinesSource ) {
+  EXPECT_DEATH( sm->maybeScheduleUnprogrammedReview( true ),
+                "PortFilterSm:[0-9]+: assertion failed: initialized\\(\\)" );
+  EXPECT_DEATH( sm->doReviewUnprogrammed(), "assertion failed: initialized\\(\\)" );
+  sm->initializedIs( true );
+  EXPECT_DEATH( sm->doReviewUnprogrammed(), "assertion failed: task" );
+}
+
+} // namespace
