@@ -85,7 +85,7 @@ TEST_F( RinglogTest, SettingsChooseLevelsByNamePattern ) {
     { "KezLag", 0, 0 },
     { "Kez*/5", 1 << 5, 1 << 5 },
     { "*Sm/0-5", 0x3f, 0 },
-    { "KezLag??/1+5+8-9", 0x322, 0 },
+    { "Ke?Lag?m/1+5+8-9", 0x322, 0 },
     { "K*a*S*m*/9-9", 1 << 9, 0 },
     { "*L*Helpe?/0", 0, 1 },
     { "Kez*/8,*Sm/1,*Helper/8,Other", 0x102, 0x100 },

@@ -3,6 +3,7 @@
 #include "Loom/Task.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Loom {
 

@@ -21,16 +21,6 @@ std::optional< double > Task::nextRun() const {
   return delayed() ? std::optional( taskScheduler_->delayed_.time( *this ) ) : std::nullopt;
 }
 
-void Task::scheduleNow() {
-  if ( ready() ) {
-    return;
-  }
-  if ( delayed() ) {
-    taskScheduler_->delayed_.remove( *this );
-  }
-  taskScheduler_->makeReady( *this );
-}
-
 void Task::scheduleAfter( double seconds ) {
   if ( !( seconds > 0 ) ) {
     scheduleNow();
@@ -44,14 +34,12 @@ void Task::cancel() {
     taskScheduler_->delayed_.remove( *this );
   } else if ( ready() ) {
     ReadyTasks::remove( *this );
-    --taskScheduler_->readyTasks_;
   }
 }
 
 bool Task::taskShouldYield() const {
-  auto & scheduler = *taskScheduler_;
-  return scheduler.running_ == this &&
-         ( taskWork_ >= scheduler.workBudget() || scheduler.timeSliceOver() );
+  return running() && ( taskScheduler_->usage_.work >= taskScheduler_->workBudget() ||
+                        taskScheduler_->timeSliceOver() );
 }
 
 } // namespace Loom

@@ -18,9 +18,8 @@ class Task : public Vex::Entity, private ReadyLink {
   VEX_COMPUTED( 56, taskPriority, TaskPriority )
   // The time at which a run is due, the present one when the task is ready; none without any.
   VEX_COMPUTED( 57, nextRun, std::optional< double > )
-  VEX_COMPUTED( 58, runs, uint64_t )     // begun so far
-  VEX_COMPUTED( 59, taskWork, uint64_t ) // counted since the latest run began
-  VEX_ATTRIBUTES( taskScheduler, taskName, taskPriority, nextRun, runs, taskWork )
+  VEX_COMPUTED( 58, runs, uint64_t ) // begun so far
+  VEX_ATTRIBUTES( taskScheduler, taskName, taskPriority, nextRun, runs )
 
 public:
   static constexpr auto vexAccess = Vex::Access::readOnly;
@@ -35,8 +34,13 @@ public:
   void cancel();
   bool isScheduled() const { return ready() || delayed(); }
 
-  // Counts units of work of the run under way.
-  void taskWorkInc( uint64_t n = 1 ) { taskWork_ += n; }
+  // Counts units of work of the run under way; outside a run of this task there is nothing to
+  // count.
+  void taskWorkInc( uint64_t n = 1 ) {
+    if ( running() ) {
+      taskScheduler_->usage_.work += n;
+    }
+  }
   // Whether the run under way has used up its work budget or its time slice. The clock is read
   // when a run first asks, and then now and again. False outside a run of this task.
   bool taskShouldYield() const;
@@ -53,12 +57,12 @@ private:
 
   void vexAppendKey( Vex::TextBuffer & out ) const override { out.append( taskName_ ); }
   bool ready() const { return next; }
+  bool running() const { return taskScheduler_->running_ == this; }
   bool delayed() const { return delayedPlace_ != DelayedTasks::absent; }
 
   const TaskPriority taskPriority_;
   uint64_t readySince_ = 0; // a turn
   uint64_t runs_ = 0;
-  uint64_t taskWork_ = 0;
   size_t delayedPlace_ = DelayedTasks::absent;
   const Vex::String taskName_;
 };
@@ -75,8 +79,19 @@ inline uint64_t Task::runs() const {
   return runs_;
 }
 
-inline uint64_t Task::taskWork() const {
-  return taskWork_;
+inline void Task::scheduleNow() {
+  if ( ready() ) {
+    return;
+  }
+  if ( delayed() ) {
+    taskScheduler_->delayed_.remove( *this );
+  }
+  taskScheduler_->makeReady( *this );
+}
+
+inline void TaskScheduler::makeReady( Task & task ) {
+  task.readySince_ = turn_;
+  ready_[ task.taskPriority_.value() ].append( task );
 }
 
 } // namespace Loom

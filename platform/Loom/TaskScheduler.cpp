@@ -3,17 +3,20 @@
 #include "Loom/Task.h"
 #include "Vex/Clock.h"
 
+#include <algorithm>
+#include <numeric>
+
 namespace Loom {
 
 size_t TaskScheduler::runReady() {
+  struct Turn {
+    ~Turn() { scheduler->running_ = nullptr; }
+    const Vex::Ptr< TaskScheduler > scheduler;
+  };
+
   VEX_ASSERT( !running_ );
-  const Vex::Ptr< TaskScheduler > alive( this );
-  if ( !delayed_.empty() ) {
-    const double now = Vex::Clock::now();
-    while ( Task * task = delayed_.takeDue( now ) ) {
-      makeReady( *task );
-    }
-  }
+  const Turn turn{ this };
+  makeDueReady();
   ++turn_;
   size_t runs = 0;
   for ( const auto & ready : ready_ ) {
@@ -22,59 +25,63 @@ size_t TaskScheduler::runReady() {
       if ( task.readySince_ == turn_ ) {
         break;
       }
-      runOnce( task );
+      const Vex::Ptr< Task > alive( &task );
+      ReadyTasks::remove( task );
+      ++task.runs_;
       ++runs;
+      usage_ = {};
+      running_ = &task;
+      task.run();
     }
   }
   return runs;
 }
 
+void TaskScheduler::makeDueReady() {
+  if ( delayed_.empty() ) {
+    return;
+  }
+  const double now = Vex::Clock::now();
+  while ( Task * task = delayed_.takeDue( now ) ) {
+    makeReady( *task );
+  }
+}
+
 std::optional< double > TaskScheduler::nextDeadline() const {
-  if ( readyTasks_ ) {
+  if ( anyReady() ) {
     return Vex::Clock::now();
   }
   return delayed_.empty() ? std::nullopt : std::optional( delayed_.earliest() );
 }
 
-void TaskScheduler::makeReady( Task & task ) {
-  task.readySince_ = turn_;
-  ready_[ task.taskPriority_.value() ].append( task );
-  ++readyTasks_;
+size_t TaskScheduler::readyTasks() const {
+  return std::accumulate(
+      ready_.begin(), ready_.end(), size_t( 0 ),
+      []( size_t count, const ReadyTasks & ready ) { return count + ready.size(); } );
 }
 
-void TaskScheduler::runOnce( Task & task ) {
-  struct Run {
-    Run( TaskScheduler & scheduler, const Task & task ) : scheduler( scheduler ) {
-      scheduler.running_ = &task;
-      scheduler.timesAsked_ = 0;
-      scheduler.sliceOver_ = false;
-    }
-    ~Run() { scheduler.running_ = nullptr; }
-    TaskScheduler & scheduler;
-  };
+size_t TaskScheduler::delayedTasks() const {
+  return delayed_.size();
+}
 
-  const Vex::Ptr< Task > alive( &task );
-  ReadyTasks::remove( task );
-  --readyTasks_;
-  ++task.runs_;
-  task.taskWork_ = 0;
-  const Run run( *this, task );
-  task.run();
+bool TaskScheduler::anyReady() const {
+  return std::any_of( ready_.begin(), ready_.end(),
+                      []( const ReadyTasks & ready ) { return ready.first(); } );
 }
 
 bool TaskScheduler::timeSliceOver() {
-  constexpr uint64_t asksPerLook = 16; // reading the clock costs more than a unit of work may
-  if ( sliceOver_ || Vex::Clock::isVirtual() ) {
-    return sliceOver_;
+  constexpr uint64_t asksPerLook = 16; // reading the clock may cost more than a unit of work
+  if ( Vex::Clock::isVirtual() ) {
+    return false;
   }
-  if ( timesAsked_ % asksPerLook == 0 ) {
+  const auto asked = usage_.timesAsked++;
+  if ( asked % asksPerLook == 0 ) {
     const double now = Vex::Clock::now();
-    if ( timesAsked_ == 0 ) {
-      sliceBegan_ = now;
+    if ( asked == 0 ) {
+      sliceEnd_ = now + timeSlice();
     }
-    sliceOver_ = now - sliceBegan_ >= timeSlice();
+    sliceOver_ = now >= sliceEnd_;
   }
-  ++timesAsked_;
   return sliceOver_;
 }
 

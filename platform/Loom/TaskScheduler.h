@@ -12,7 +12,8 @@
 // too. An exception that leaves a run ends the turn and passes to the host: the tasks that had
 // their turn to come are the first of the next one.
 //
-// Scheduling a ready task and running it allocates nothing and reads no clock.
+// Making a task ready and running it allocates nothing and reads no clock; a turn reads it once,
+// if tasks are delayed.
 #pragma once
 
 #include "Loom/DelayedTasks.h"
@@ -24,8 +25,9 @@
 
 namespace Loom {
 
-// A ready task's neighbours; null while it is not ready.
-struct ReadyLink {
+// A ready task's neighbours; null while it is not ready. Aligned so that both lie in one cache
+// line.
+struct alignas( 16 ) ReadyLink {
   ReadyLink * previous = nullptr;
   ReadyLink * next = nullptr;
 };
@@ -36,12 +38,20 @@ public:
   ReadyTasks( const ReadyTasks & ) = delete;
   ReadyTasks & operator=( const ReadyTasks & ) = delete;
 
+  // Null without any.
   ReadyLink * first() const { return ends_.next == &ends_ ? nullptr : ends_.next; }
   void append( ReadyLink & link ) {
     link.previous = ends_.previous;
     link.next = &ends_;
     ends_.previous->next = &link;
     ends_.previous = &link;
+  }
+  size_t size() const {
+    size_t count = 0;
+    for ( const auto * link = ends_.next; link != &ends_; link = link->next ) {
+      ++count;
+    }
+    return count;
   }
   static void remove( ReadyLink & link ) {
     link.previous->next = link.next;
@@ -55,8 +65,8 @@ private:
 
 class TaskScheduler : public Vex::Entity {
   VEX_ENTITY( TaskScheduler, "Loom::TaskScheduler" )
-  // When a run should yield: after so many seconds of the steady clock, which count from the
-  // first time that the run asks, or so many units of work. On virtual time work alone counts.
+  // When a run should yield: after so many seconds of the steady clock, counted from the first
+  // time that the run asks, or so many units of work. On virtual time work alone counts.
   VEX_TUNABLE( 1, timeSlice, double, 0.02 )
   VEX_TUNABLE( 2, workBudget, uint64_t, 1000 )
   VEX_COMPUTED( 3, readyTasks, size_t )
@@ -75,28 +85,24 @@ public:
 private:
   friend class Task;
 
-  void makeReady( Task & task );
-  void runOnce( Task & task );
+  // What the run under way has used.
+  struct Usage {
+    uint64_t work = 0;
+    uint64_t timesAsked = 0;
+  };
+
+  bool anyReady() const;
+  inline void makeReady( Task & task ); // in Loom/Task.h
+  void makeDueReady();
   bool timeSliceOver();
 
   std::array< ReadyTasks, TaskPriority::count > ready_;
-  size_t readyTasks_ = 0;
   uint64_t turn_ = 0;
   DelayedTasks delayed_;
-
-  // The run under way.
   const Task * running_ = nullptr;
-  uint64_t timesAsked_ = 0;
-  double sliceBegan_ = 0;
+  Usage usage_;
+  double sliceEnd_ = 0; // this and the next are set when a run first asks
   bool sliceOver_ = false;
 };
-
-inline size_t TaskScheduler::readyTasks() const {
-  return readyTasks_;
-}
-
-inline size_t TaskScheduler::delayedTasks() const {
-  return delayed_.size();
-}
 
 } // namespace Loom

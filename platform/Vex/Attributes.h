@@ -240,6 +240,9 @@ public:                                                                         
   Vex::Ptr< T > foo##Is( Vex::Arg< T::FwkKey > key ) {                                             \
     return foo##_.make( *this, ID, key );                                                          \
   }                                                                                                \
+  auto foo() {                                                                                     \
+    return foo##_.range();                                                                         \
+  }                                                                                                \
   void foo##Is( const Vex::Ptr< T > & member ) {                                                   \
     foo##_.put( *this, ID, member );                                                               \
   }

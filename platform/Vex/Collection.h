@@ -108,10 +108,11 @@ template < class Key, class Value = NoValue > class Collection {
   static constexpr uint32_t indexFrom = 9;
 
 public:
-  struct Member {
+  template < class Given > struct MemberOf {
     Key key;
-    [[no_unique_address]] Value value;
+    [[no_unique_address]] Given value;
   };
+  using Member = MemberOf< Value >;
 
   // One pass over the members. Stands on a member while `valid()`.
   class Walk {
@@ -130,20 +131,12 @@ public:
       enter( next_ );
       return *this;
     }
-    decltype( auto ) operator*() const {
-      const Slot & slot = collection_->slot( at_ );
-      if constexpr ( std::is_same_v< Value, NoValue > ) {
-        return Key( slot.key );
-      } else {
-        return Member{ slot.key, slot.value };
-      }
-    }
     Key key() const { return collection_->slot( at_ ).key; }
     // Whether a member is left after the one that the walk stands on.
     bool more() const { return next_ != noSlot; }
     Key nextKey() const { return collection_->slot( next_ ).key; }
 
-  private:
+  protected:
     friend class Collection;
     Walk( const Collection * collection, uint32_t from )
         : collection_( collection ), outer_( collection->walks_ ) {
@@ -181,23 +174,42 @@ public:
     uint32_t last_;
   };
 
-  // A range for range-based for, from the first member or from a given one.
-  class Range {
+  // A walk that hands values out as `Given`.
+  template < class Given > class WalkOf : public Walk {
   public:
-    Range( const Collection * collection, uint32_t from ) : collection_( collection ), from_( from ) {}
-    Walk begin() const { return Walk( collection_, from_ ); }
+    auto operator*() const {
+      const Slot & slot = this->collection_->slot( this->at_ );
+      if constexpr ( std::is_same_v< Value, NoValue > ) {
+        return Key( slot.key );
+      } else {
+        return MemberOf< Given >{ slot.key, slot.value };
+      }
+    }
+
+  private:
+    friend class Collection;
+    WalkOf( const Collection * collection, uint32_t from ) : Walk( collection, from ) {}
+  };
+
+  // A range for range-based for, from the first member or from a given one.
+  template < class Given > class RangeOf {
+  public:
+    explicit RangeOf( const Collection * collection, uint32_t from = noSlot )
+        : collection_( collection ), from_( from ) {}
+    WalkOf< Given > begin() const {
+      return WalkOf< Given >( collection_, from_ == noSlot ? collection_->first() : from_ );
+    }
     std::nullptr_t end() const { return nullptr; }
     uint32_t size() const { return collection_->size(); }
-    // From the member with this key; from the first when it is absent or none is given.
-    Range from( const std::optional< Key > & key ) const {
-      const uint32_t slot = key ? collection_->findSlot( *key ) : noSlot;
-      return slot == noSlot ? Range( collection_, collection_->first() )
-                            : Range( collection_, slot );
+    // From the member with this key, which must stand when the walk begins; from the first when
+    // it is absent or none is given.
+    RangeOf from( const std::optional< Key > & key ) const {
+      return RangeOf( collection_, key ? collection_->findSlot( *key ) : noSlot );
     }
 
   private:
     const Collection * collection_;
-    uint32_t from_;
+    uint32_t from_; // the first when it is noSlot
   };
 
   Collection() = default;
@@ -308,7 +320,10 @@ public:
     std::free( index );
   }
 
-  Range range() const { return Range( this, first() ); }
+  // Values are handed out as `Given`, e.g. as pointers to constant entities.
+  template < class Given = Value > RangeOf< Given > range() const {
+    return RangeOf< Given >( this );
+  }
 
   // Bytes allocated for members and index.
   size_t memory() const {

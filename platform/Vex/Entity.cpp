@@ -12,16 +12,26 @@ constinit thread_local Detail::Deletion * Detail::Deletion::current = nullptr;
 
 namespace {
 
-// Notices when a reactor ends while one of its handlers runs.
+// A reactor being marked or unmarked; notices when it ends while its handler runs.
 struct ReactorGuard {
-  explicit ReactorGuard( const Reactor * reactor ) : reactor( reactor ), outer( guards ) {
+  ReactorGuard( const Reactor * reactor, bool zombie )
+      : reactor( reactor ), zombie( zombie ), outer( guards ) {
     guards = this;
   }
   ~ReactorGuard() { guards = outer; }
   ReactorGuard( const ReactorGuard & ) = delete;
   ReactorGuard & operator=( const ReactorGuard & ) = delete;
 
+  static bool runs( const Reactor * reactor, bool zombie ) {
+    const auto * guard = guards;
+    while ( guard && ( guard->reactor != reactor || guard->zombie != zombie ) ) {
+      guard = guard->outer;
+    }
+    return guard;
+  }
+
   const Reactor * reactor;
+  const bool zombie;
   ReactorGuard * outer;
   static constinit thread_local ReactorGuard * guards;
 };
@@ -99,7 +109,6 @@ void Entity::vexZombieReactors( bool zombie ) const {
 
 void Entity::zeroReferences() const {
   if ( extra_ && !extra_->zeroReferencesNotifiees.empty() ) {
-    refInc();
     const auto notifiees = extra_->zeroReferencesNotifiees;
     for ( auto * notifiee : notifiees ) {
       const auto & present = extra_->zeroReferencesNotifiees;
@@ -115,7 +124,7 @@ void Entity::zeroReferences() const {
   delete this;
 }
 
-Reactor::Reactor( ReactorOwner & owner ) : owner_( &owner ), active_( owner.active_ ) {
+Reactor::Reactor( ReactorOwner & owner ) : owner_( owner ), active_( owner.active_ ) {
   owner.reactors_.append( this );
 }
 
@@ -125,9 +134,7 @@ Reactor::~Reactor() {
       guard->reactor = nullptr;
     }
   }
-  if ( owner_ ) {
-    owner_->reactors_.remove( this );
-  }
+  owner_.reactors_.remove( this );
   if ( const Entity * watched = std::exchange( notifier_, nullptr ) ) {
     watched->reactors_.remove( this );
     watched->refDec();
@@ -141,10 +148,10 @@ void Reactor::notifierIs( const Entity * notifier ) {
   if ( notifier ) {
     notifier->refInc();
   }
-  const Entity * left = std::exchange( notifier_, notifier );
+  // What ends with the entity left, this reactor perhaps, ends last.
+  const auto left = Ptr< const Entity >::adopt( std::exchange( notifier_, notifier ) );
   if ( left ) {
     left->reactors_.remove( this );
-    left->refDec();
   }
   if ( notifier ) {
     notifier->reactors_.append( this );
@@ -155,15 +162,19 @@ void Reactor::notifierIs( const Entity * notifier ) {
 }
 
 void Reactor::vexDoZombieReactors( bool zombie ) {
-  if ( zombie == markedForDeletion_ ) {
+  if ( zombie == markedForDeletion_ || ReactorGuard::runs( this, zombie ) ) {
     return;
   }
-  active_ = !zombie && owner_->active_;
-  const ReactorGuard guard( this );
+  active_ = !zombie && owner_.active_;
+  const ReactorGuard guard( this, zombie );
   handleNotifier();
   if ( guard.reactor ) {
     markedForDeletion_ = zombie;
   }
+}
+
+ReactorOwner::~ReactorOwner() {
+  VEX_ASSERT( reactors_.empty() );
 }
 
 void ReactorOwner::hasNotificationActiveIs( bool active ) {

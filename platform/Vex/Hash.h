@@ -75,11 +75,12 @@ template< class T > constexpr uint64_t foldHash( uint64_t hash, const T & value 
   }
 }
 
-// The hash of containers. Four values that differ in the two low bits of their last word alone
-// differ in the hash's top bits alone, which a container uses within one cache line: neighbours
-// such as VLANs and ports, which are used one after the other, stand together.
+// The hash of containers. What is used one after the other, such as VLANs and ports, has words
+// that follow each other: of their last words' low bits two change the hash's top bits alone,
+// which a container uses within one cache line, and four its lowest bits alone, which choose
+// among neighbouring lines.
 constexpr uint64_t neighbourHash( uint64_t hash, uint64_t word ) {
-  return foldWord( hash, word >> 2 ) ^ ( word & 3 ) << 61;
+  return foldWord( hash, word >> 6 ) ^ ( word & 3 ) << 61 ^ ( ( word >> 2 ) & 15 );
 }
 
 template< class T > constexpr uint64_t containerHash( uint64_t hash, const T & value ) {

@@ -1,9 +1,9 @@
 // Intrusive reference counting.
 //
 // PtrInterface is the count, Ptr the handle. An object is born with count 1, which its factory
-// adopts (makePtr), so that a Ptr to `this` may be taken while the object is built. Counts are
-// atomic only while the process-wide thread-safe mode is on; switch it before other threads
-// share objects.
+// adopts (makePtr), and dies with count 1, so that a Ptr to `this` may be taken while the object
+// is built or destroyed; none may outlive it. Counts are atomic only while the process-wide
+// thread-safe mode is on; switch it before other threads share objects.
 #pragma once
 
 #include <cstddef>
@@ -43,7 +43,8 @@ public:
     } else {
       left = --refs_;
     }
-    if ( left == 0 ) {
+    if ( left == 0 ) [[unlikely]] {
+      refs_ = 1;
       zeroReferences();
     }
   }
@@ -53,7 +54,8 @@ public:
 protected:
   virtual ~PtrInterface() = default;
 
-  // The last reference has gone; the default destroys the object.
+  // The last reference has gone, but for the one that this call holds; the default destroys the
+  // object.
   virtual void zeroReferences() const { delete this; }
 
 private:

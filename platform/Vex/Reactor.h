@@ -9,7 +9,8 @@
 // whole-entity handler runs once; clearing the mark turns them on and runs it again.
 //
 // The owner lists its reactors, so that notifications and zombie marks of all of them are
-// switched in one walk. New reactors take over whether the owner's notifications are on.
+// switched in one walk, and outlives them. New reactors take over whether the owner's
+// notifications are on.
 #pragma once
 
 #include "Vex/List.h"
@@ -38,7 +39,7 @@ public:
   void vexDoZombieReactors( bool zombie );
 
   const Entity * notifierEntity() const { return notifier_; }
-  ReactorOwner & owner() const { return *owner_; }
+  ReactorOwner & owner() const { return owner_; }
 
 protected:
   explicit Reactor( ReactorOwner & owner );
@@ -60,7 +61,7 @@ private:
   Detail::ListLink< Reactor > entityLink_;
   Detail::ListLink< Reactor > ownerLink_;
   const Entity * notifier_ = nullptr;
-  ReactorOwner * owner_;
+  ReactorOwner & owner_;
   bool active_ = true;
   bool markedForDeletion_ = false;
 };
@@ -76,7 +77,7 @@ public:
   void vexDoZombieReactors( bool zombie );
 
 protected:
-  ~ReactorOwner() = default;
+  ~ReactorOwner();
 
 private:
   friend class Reactor;

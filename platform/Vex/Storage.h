@@ -152,7 +152,8 @@ public:
   }
   bool has( Arg< Key > key ) const { return members_.has( key ); }
   size_t size() const { return members_.size(); }
-  auto range() const { return members_.range(); }
+  auto range() { return members_.range(); }
+  auto range() const { return members_.template range< Ptr< const T > >(); }
   const Collection< Key, Ptr< T > > & members() const { return members_; }
 
   Ptr< T > make( Entity & owner, AttrId id, Arg< Key > key ) {
@@ -164,15 +165,15 @@ public:
     return member;
   }
 
-  // Puts back an entity that no collection holds; another one under its key is deleted first.
+  // Puts back an entity that no collection holds; another one under its key is deleted first, and
+  // no handler may make the key again then.
   void put( Entity & owner, AttrId id, const Ptr< T > & member ) {
     const Key key = member->fwkKey();
     if ( get( key ) == member ) {
       return;
     }
-    VEX_ASSERT( !member->parent() );
     del( owner, id, key );
-    member->vexZombieReactors( false );
+    VEX_ASSERT( !member->parent() && !has( key ) );
     enter( owner, id, key, member );
   }
 
@@ -212,6 +213,7 @@ private:
   void enter( Entity & owner, AttrId id, Arg< Key > key, const Ptr< T > & member ) {
     member->vexParentIs( &owner, id );
     members_.findOrAdd( key, [ & ] { return member; } );
+    member->vexZombieReactors( false );
     if ( !beingDeleted( key ) ) {
       owner.vexNotify( id, &key );
     }
@@ -274,22 +276,21 @@ public:
   }
 
   // A reactor that goes cleans up first, as for a zombie mark, unless it bears one.
-  bool del( Arg< Key > key ) {
-    if ( R * present = get( key ) ) {
+  void del( Key key ) {
+    R * const present = get( key );
+    if ( present ) {
       present->vexDoZombieReactors( true );
     }
-    R * present = get( key );
-    if ( present ) {
+    // Its handler may have dropped it already, and made another.
+    if ( present && get( key ) == present ) {
       members_.erase( key );
       delete present;
     }
-    return present != nullptr;
   }
 
   void delAll() {
     for ( auto walk = members_.range().begin(); walk.valid(); ++walk ) {
-      const Key key = walk.key();
-      del( key );
+      del( walk.key() );
     }
   }
 

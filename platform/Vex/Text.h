@@ -179,7 +179,8 @@ template < class T > void appendText( TextBuffer & out, const std::optional< T >
   }
 }
 template < class T > void parseText( TextCursor & in, std::optional< T > & value ) {
-  if ( in.skip( "none" ) ) {
+  if ( in.peekWord() == "none" ) {
+    in.word();
     value.reset();
   } else {
     parseText( in, value.emplace() );

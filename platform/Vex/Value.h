@@ -68,16 +68,33 @@ template < Composite T > void appendText( TextBuffer & out, const T & value ) {
 
 namespace Detail {
 
-template < class T > void parseField( TextCursor & in, std::string_view name, T & value, bool brief ) {
+// One field and what closes it.
+template < class T >
+void parseField( TextCursor & in, std::string_view name, T & value, std::string_view closing ) {
   try {
-    if ( !brief ) {
-      parseText( in, value );
-    } else if constexpr ( Composite< T > ) {
+    in.expect( name );
+    in.expect( "': " );
+    parseText( in, value );
+    in.expect( closing );
+  } catch ( ParseError & error ) {
+    error.inField( name );
+    throw;
+  }
+}
+
+template < class T >
+void parseBriefField( TextCursor & in, std::string_view name, T & value, bool last ) {
+  try {
+    if constexpr ( Composite< T > ) {
       in.expect( "(" );
       parseBrief( in, value );
       in.expect( ")" );
     } else {
       parseBriefText( in, value );
+    }
+    if ( !last ) {
+      in.expect( "," );
+      in.skip( " " );
     }
   } catch ( ParseError & error ) {
     error.inField( name );
@@ -90,16 +107,13 @@ template < class T > void parseField( TextCursor & in, std::string_view name, T 
 template < Composite T > void parseText( TextCursor & in, T & value ) {
   in.expect( "Value('" );
   in.expect( T::vexTypeName() );
-  in.expect( "', ** {" );
+  in.expect( "', ** {'" );
   std::apply(
       [ & ]( const auto &... field ) {
-        std::string_view opening = "'";
-        ( ( in.expect( opening ), in.expect( field.name ), in.expect( "': " ),
-            Detail::parseField( in, field.name, value.*field.member, false ), opening = ", '" ),
-          ... );
+        size_t left = sizeof...( field );
+        ( Detail::parseField( in, field.name, value.*field.member, --left ? ", '" : "})" ), ... );
       },
       T::vexFields() );
-  in.expect( "})" );
 }
 
 template < Composite T > void appendBrief( TextBuffer & out, const T & value ) {
@@ -127,10 +141,8 @@ template < Composite T > void parseBrief( TextCursor & in, T & value ) {
   }
   std::apply(
       [ & ]( const auto &... field ) {
-        std::string_view opening;
-        ( ( in.expect( opening ), in.skip( opening.empty() ? "" : " " ),
-            Detail::parseField( in, field.name, value.*field.member, true ), opening = "," ),
-          ... );
+        size_t left = sizeof...( field );
+        ( Detail::parseBriefField( in, field.name, value.*field.member, --left == 0 ), ... );
       },
       T::vexFields() );
 }

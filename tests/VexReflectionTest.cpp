@@ -1,0 +1,152 @@
+#include "VexTestTypes.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using namespace VexTest;
+using testing::ElementsAre;
+using Vex::Access;
+
+const Vex::AttributeType & attribute( const Vex::Entity & entity, std::string_view name ) {
+  const auto * found = entity.fwkType().attribute( name );
+  EXPECT_TRUE( found ) << name;
+  return *found;
+}
+
+TEST( VexReflection, DescribesAttributesOfTheBaseFirst ) {
+  const auto describe = []( const Vex::EntityType & type ) {
+    Story lines;
+    for ( const auto * each : type.attributes() ) {
+      lines.push_back( std::to_string( each->id ) + " " + std::string( each->name ) + " " +
+                       std::string( Vex::text( each->kind ) ) + " " + std::string( each->keyType ) +
+                       ":" + std::string( each->valueType ) +
+                       ( each->access == Access::readOnly ? " read only" : "" ) );
+      EXPECT_EQ( type.attribute( each->id ), each );
+    }
+    return lines;
+  };
+  EXPECT_EQ( Tree::vexType().name, "VexTest::Tree" );
+  EXPECT_THAT( describe( Vex::makePtr< Tree >()->fwkType() ),
+               ElementsAre( "1 height value :number", "2 note value :text",
+                            "3 branchCount computed :whole number read only",
+                            "4 branch entities whole number:VexTest::Branch",
+                            "5 stroke map VexTest::Point:VexTest::Stroke",
+                            "6 visit counter whole number:whole number", "7 guest set text:" ) );
+  EXPECT_THAT( describe( Gardener::vexType() ),
+               ElementsAre( "1 tree reference :VexTest::Tree read only",
+                            "2 branch reactors whole number: read only",
+                            "3 tools value :whole number read only", "4 pace value :number" ) );
+  EXPECT_EQ( Tree::vexType().attribute( "none" ), nullptr );
+}
+
+// "<key>=<value>" for each member; "+" for a member entity.
+Story members( const Vex::Entity & entity, std::string_view name ) {
+  Story all;
+  attribute( entity, name ).forEach( entity, [ & ]( const Vex::ReflectedMember & member ) {
+    all.push_back( member.key + "=" + member.value + ( member.entity ? "+" : "" ) );
+  } );
+  EXPECT_EQ( attribute( entity, name ).size( entity ), all.size() );
+  return all;
+}
+
+const std::string strokeText = "(1,2),(3,4),green,5";
+
+TEST( VexReflection, ReadsWritesAndDeletesThroughTexts ) {
+  const auto tree = Vex::makePtr< Tree >();
+  Story story;
+  Watchers watchers;
+  const auto & height = attribute( *tree, "height" );
+  EXPECT_EQ( height.value( *tree ), "1.5" );
+  height.valueIs( *tree, "20.25" );
+  EXPECT_EQ( tree->height(), 20.25 );
+  height.reset( *tree );
+  EXPECT_EQ( tree->height(), 0 );
+  attribute( *tree, "note" ).valueIs( *tree, "bark, with moss" );
+  EXPECT_EQ( tree->note(), "bark, with moss" );
+
+  const auto & branch = attribute( *tree, "branch" );
+  Watcher watcher( watchers, story, "tree", tree.get() );
+  branch.memberIs( *tree, "7", "" );
+  branch.memberIs( *tree, "3", "" );
+  EXPECT_TRUE( branch.memberDel( *tree, "3" ) );
+  EXPECT_FALSE( branch.memberDel( *tree, "3" ) );
+  EXPECT_EQ( branch.member( *tree, "7" )->entity, tree->branch( 7 ) );
+  EXPECT_EQ( branch.member( *tree, "3" ), std::nullopt );
+  EXPECT_THAT( members( *tree, "branch" ), ElementsAre( "7=+" ) );
+  EXPECT_EQ( attribute( *tree, "branchCount" ).value( *tree ), "1" );
+  EXPECT_EQ( story.size(), 3u );
+  watcher.notifierIs( nullptr );
+
+  const auto & stroke = attribute( *tree, "stroke" );
+  stroke.memberIs( *tree, "Value('VexTest::Point', ** {'x': 9, 'y': 8})", strokeText );
+  EXPECT_EQ( tree->stroke( Point( 9, 8 ) ).colour, Colour::green );
+  stroke.memberIs( *tree, "1,1", valueToStrep( Stroke() ) );
+  EXPECT_THAT( members( *tree, "stroke" ),
+               ElementsAre( "9,8=" + strokeText, "1,1=(0,0),(0,0),red,0" ) );
+  EXPECT_EQ( stroke.canonicalKey( "9, 8" ), "9,8" );
+  EXPECT_EQ( stroke.canonicalValue( "(1, 2), (3, 4), 1, 5" ), strokeText );
+
+  attribute( *tree, "visit" ).memberIs( *tree, "5", "6" );
+  EXPECT_EQ( tree->visit( 5 ), 6u );
+  const auto & guest = attribute( *tree, "guest" );
+  guest.memberIs( *tree, "owl", "" );
+  guest.memberIs( *tree, "jay", "1" );
+  guest.memberIs( *tree, "owl", "0" );
+  EXPECT_THAT( members( *tree, "guest" ), ElementsAre( "jay=" ) );
+  for ( const char * each : { "stroke", "visit", "guest", "branch" } ) {
+    attribute( *tree, each ).reset( *tree );
+    EXPECT_EQ( attribute( *tree, each ).size( *tree ), 0u ) << each;
+  }
+
+  tree->branchIs( 7 );
+  const auto gardener = Vex::makePtr< Gardener >( tree, story );
+  EXPECT_EQ( attribute( *gardener, "tree" ).target( *gardener ), tree );
+  EXPECT_THAT( members( *gardener, "branch" ), ElementsAre( "7=" ) );
+}
+
+TEST( VexReflection, BadTextAndOperationsOfOtherKindsChangeNothing ) {
+  const auto tree = Vex::makePtr< Tree >();
+  tree->branchIs( 1 );
+  tree->strokeIs( Point( 1, 1 ), Stroke() );
+  tree->guestIs( "owl" );
+  Story story;
+  Watchers watchers;
+  Watcher watcher( watchers, story, "tree", tree.get() );
+  const auto write = [ & ]( const char * name, const char * key, const char * value ) {
+    attribute( *tree, name ).memberIs( *tree, key, value );
+  };
+  EXPECT_THROW( attribute( *tree, "height" ).valueIs( *tree, "tall" ), Vex::ParseError );
+  EXPECT_THROW( write( "stroke", "1,1", "(1,2),(3,4),green," ), Vex::ParseError );
+  EXPECT_THROW( write( "stroke", "1,x", strokeText.c_str() ), Vex::ParseError );
+  EXPECT_THROW( write( "stroke", "1,1", "" ), Vex::ParseError );
+  EXPECT_THROW( write( "branch", "2", "3" ), Vex::ParseError );
+  EXPECT_THROW( write( "branch", "one", "" ), Vex::ParseError );
+  EXPECT_THROW( write( "guest", "jay", "perhaps" ), Vex::ParseError );
+  EXPECT_THROW( attribute( *tree, "branch" ).memberDel( *tree, "1x" ), Vex::ParseError );
+  EXPECT_THROW( attribute( *tree, "branch" ).member( *tree, "" ), Vex::ParseError );
+  EXPECT_THROW( write( "height", "1", "1" ), Vex::NotSupported );
+  EXPECT_THROW( attribute( *tree, "branch" ).valueIs( *tree, "1" ), Vex::NotSupported );
+  EXPECT_THROW( attribute( *tree, "branchCount" ).valueIs( *tree, "1" ), Vex::NotSupported );
+  EXPECT_THROW( attribute( *tree, "branchCount" ).reset( *tree ), Vex::NotSupported );
+  EXPECT_EQ( story, Story() );
+}
+
+} // namespace
+
+namespace VexTest {
+
+// Classes that VEX_ATTRIBUTES would refuse: an id of the base once more, and a base left out.
+class Doubled : public Plant {
+  VEX_ENTITY( Doubled, "VexTest::Doubled", Plant )
+  VEX_ATTRIBUTE( 2, girth, double )
+};
+class Skipping : public Tree {
+  VEX_ENTITY( Skipping, "VexTest::Skipping", Plant )
+  VEX_ATTRIBUTE( 20, girth, double )
+};
+static_assert( Vex::declaredAttributes< Tree >() == 4 );
+static_assert( Vex::declaredAttributes< Doubled >() == SIZE_MAX );
+static_assert( Vex::namesItsBase< Tree >() && !Vex::namesItsBase< Skipping >() );
+
+} // namespace VexTest
