@@ -47,7 +47,8 @@ public:
       }
       if ( random_() % ( 20 * keys_ ) == 0 ) {
         clear();
-        collection_.reserve( random_() % keys_ );
+      } else if ( random_() % keys_ == 0 ) {
+        collection_.reserve( collection_.size() + random_() % 3 );
       }
       checkWalks();
       if ( i % 50 == 0 ) {

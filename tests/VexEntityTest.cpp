@@ -60,7 +60,9 @@ TEST_F( VexEntity, ReactorsMayComeAndGoWhileTheyAreTold ) {
     { "detaches", [ & ] { a->notifierIs( nullptr ); }, { "a", "b", "c" } },
     { "ends", [ & ] { a.reset(); }, { "a", "b", "c" } },
     { "detaches the next", [ & ] { b->notifierIs( nullptr ); }, { "a", "c" } },
-    { "ends the next and the last", [ & ] { b.reset(), c.reset(); }, { "a" } },
+    { "attaches one, ends the others",
+      [ & ] { d = watch( "d", tree.get() ), b.reset(), c.reset(); },
+      { "a" } },
     { "attaches one", [ & ] { d = watch( "d", tree.get() ); }, { "a", "b", "c" } },
     { "ends the last, attaches one",
       [ & ] { c.reset(), d = watch( "d", tree.get() ); },
@@ -224,8 +226,10 @@ TEST_F( VexEntity, MirrorMakesDropsAndRebindsItsReactors ) {
   now->budIs( 2 );
   EXPECT_THAT( take(), ElementsAre( "3 present", "1 present", "1 bud 2" ) );
 
-  // The machine's end drops its reactors and cleans nothing up.
-  gardener = nullptr;
+  // The machine's end, here in a handler, drops its reactors and cleans nothing up.
+  gardener->then = [ & ]( const auto & ) { gardener = nullptr; };
+  gardener->branchDel( 3 );
+  EXPECT_THAT( take(), ElementsAre( "3 present" ) );
   EXPECT_FALSE( tree->vexWatched() );
   EXPECT_FALSE( now->vexWatched() );
   EXPECT_THAT( take(), IsEmpty() );

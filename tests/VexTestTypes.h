@@ -155,7 +155,8 @@ public:
 private:
   void tell( uint32_t number, const std::string & what ) {
     story_.push_back( std::to_string( number ) + " " + what );
-    then( story_.back() );
+    const auto action = then; // this machine may end now
+    action( story_.back() );
   }
 
   Story & story_;

@@ -74,43 +74,17 @@ TEST( VexValue, ErrorsNameTheFieldAndItsPlace ) {
   }
 }
 
-TEST( VexValue, ComparesFieldByFieldAndHashesAsItCompares ) {
-  const Stroke ascending[] = { {},
-                               { {}, {}, Colour::red, 1 },
-                               { {}, {}, Colour::green, 0 },
-                               { {}, { 0, 1 }, Colour::red, 0 },
-                               { { 0, 1 }, {}, Colour::red, 0 },
-                               { { 1, 0 }, {}, Colour::red, 0 },
-                               stroke };
-  Vex::Collection< Stroke > set;
-  for ( const auto & a : ascending ) {
-    for ( const auto & b : ascending ) {
-      EXPECT_EQ( a < b, &a < &b ) << a << b;
-      EXPECT_EQ( a == b, &a == &b );
-      EXPECT_EQ( a.hash( 3 ) == Stroke( b ).hash( 3 ), &a == &b ) << a << b;
-      EXPECT_EQ( Vex::containerHash( 1, a ) == Vex::containerHash( 1, Stroke( b ) ), &a == &b );
-    }
-    EXPECT_NE( a.hash( 3 ), a.hash( 4 ) );
-  }
-}
-
-TEST( VexValue, EnumerationsConvertBetweenNameAndNumber ) {
-  EXPECT_EQ( ColourInstance( 2u ), Colour::blue );
-  EXPECT_EQ( ColourInstance( "green" ), Colour::green );
+TEST( VexValue, EnumerationsReadNameOrNumber ) {
   EXPECT_EQ( Vex::parse< Colour >( "1" ), Colour::green );
   EXPECT_EQ( stringValue( static_cast< Colour >( 9 ) ), "9" );
-  EXPECT_THROW( ColourInstance( 3u ), Vex::RangeError );
   for ( const char * text : { "3", "Red", "", "greenish", "01" } ) {
     EXPECT_THROW( ColourInstance( text ), Vex::ParseError ) << text;
   }
 }
 
-template< class T > void expectReads( const std::string & text, const T & value ) {
-  EXPECT_EQ( Vex::parse< T >( text ), value ) << text;
-}
 template< class T > void expectForm( const std::string & text, const T & value ) {
   EXPECT_EQ( Vex::text( value ), text );
-  expectReads( text, value );
+  EXPECT_EQ( Vex::parse< T >( text ), value ) << text;
 }
 
 TEST( VexText, PlainTypesPrintAndReadBack ) {
@@ -122,7 +96,7 @@ TEST( VexText, PlainTypesPrintAndReadBack ) {
   expectForm( "0.1", 0.1 );
   expectForm( "-1.7976931348623157e+308", -1.7976931348623157e308 );
   expectForm( "1", true );
-  expectReads( "false", false );
+  EXPECT_FALSE( Vex::parse< bool >( "false" ) );
   expectForm( "a text, with {everything}", Vex::String( "a text, with {everything}" ) );
   expectForm( "none", std::optional< uint32_t >() );
   expectForm( "3", std::optional< uint32_t >( 3 ) );

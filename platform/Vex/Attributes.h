@@ -35,30 +35,28 @@
 
 namespace Vex {
 
-template < class Key > struct AttrRef {
+template< class Key > struct AttrRef {
   AttrId id;
   constexpr operator AttrId() const { return id; }
   static const Key & key( const void * key ) { return *static_cast< const Key * >( key ); }
 };
-template <> struct AttrRef< void > {
+template<> struct AttrRef< void > {
   AttrId id;
   constexpr operator AttrId() const { return id; }
 };
 
-template < AttrId id > struct AttrTag {
-  static_assert( id < 64, "attribute ids are 0 to 63" );
-};
+template< AttrId id > struct AttrTag { static_assert( id < 64, "attribute ids are 0 to 63" ); };
 struct NoAttr {};
 
-template < class Base = Entity > struct EntityBase {
-  using type = Base;
-};
+template< class Base = Entity > struct EntityBase { using type = Base; };
 
-template < class C, AttrId id > constexpr bool declaresAttribute() {
-  return requires { C::vexDeclared( AttrTag< id >() ); };
+template< class C, AttrId id > constexpr bool declaresAttribute() {
+  return requires {
+    C::vexDeclared( AttrTag< id >() );
+  };
 }
 
-template < class C, AttrId id > constexpr bool anyDeclaresAttribute() {
+template< class C, AttrId id > constexpr bool anyDeclaresAttribute() {
   if constexpr ( std::is_same_v< C, Entity > ) {
     return false;
   } else {
@@ -67,25 +65,26 @@ template < class C, AttrId id > constexpr bool anyDeclaresAttribute() {
 }
 
 // How many attributes class C itself declares; none when one has an id of its bases.
-template < class C > constexpr size_t declaredAttributes() {
-  return []< size_t... id >( std::index_sequence< id... > ) -> size_t {
+template< class C > constexpr size_t declaredAttributes() {
+  return []< size_t... id >( std::index_sequence< id... > )->size_t {
     if ( ( ( declaresAttribute< C, id >() && anyDeclaresAttribute< typename C::VexBase, id >() ) ||
            ... ) ) {
       return SIZE_MAX;
     }
     return ( size_t( declaresAttribute< C, id >() ) + ... );
-  }( std::make_index_sequence< 64 >() );
+  }
+  ( std::make_index_sequence< 64 >() );
 }
 
 // Whether no base of C other than its VexBase and that one's bases declares attributes: each
 // class marks its depth, and a class that leaves one out shares its own depth with it.
-template < class C > constexpr bool namesItsBase() {
+template< class C > constexpr bool namesItsBase() {
   return std::is_base_of_v< typename C::VexBase, C > && requires( const C * c ) {
     vexMark( c, std::integral_constant< int, C::vexDepth >() );
   };
 }
 
-template < class... Each > constexpr size_t countOf( Each... ) {
+template< class... Each > constexpr size_t countOf( Each... ) {
   return sizeof...( Each );
 }
 
@@ -100,7 +99,7 @@ public:                                                                         
   }                                                                                                \
   static void vexDeclared( Vex::NoAttr );                                                          \
   static constexpr int vexDepth = VexBase::vexDepth + 1;                                           \
-  template < std::derived_from< Class > T >                                                        \
+  template< std::derived_from< Class > T >                                                         \
   friend void vexMark( const T *, std::integral_constant< int, vexDepth > ) {}
 
 #define VEX_TYPE_FUNCTION( name ) &VexSelf::vexTypeOf_##name
@@ -229,7 +228,8 @@ public:                                                                         
   }
 
 #define VEX_ENTITIES( ID, foo, T )                                                                 \
-  VEX_DECLARE( ID, foo, T::FwkKey, EntitiesType, VexSelf::vexAccess, Vex::EntityStorage< T > foo##_ ) \
+  VEX_DECLARE( ID, foo, T::FwkKey, EntitiesType, VexSelf::vexAccess,                               \
+               Vex::EntityStorage< T > foo##_ )                                                    \
   VEX_COLLECTION_ACCESSORS( ID, foo, T::FwkKey )                                                   \
   Vex::Ptr< const T > foo( Vex::Arg< T::FwkKey > key ) const {                                     \
     return foo##_.get( key );                                                                      \
@@ -256,7 +256,8 @@ public:                                                                         
 #define VEX_OUTPUT( ID, foo, T ) VEX_REFERENCE( ID, foo, T )
 
 #define VEX_REACTORS( ID, foo, R )                                                                 \
-  VEX_DECLARE( ID, foo, R::Key, ReactorsType, Vex::Access::readOnly, Vex::ReactorStorage< R > foo##_ ) \
+  VEX_DECLARE( ID, foo, R::Key, ReactorsType, Vex::Access::readOnly,                               \
+               Vex::ReactorStorage< R > foo##_ )                                                   \
   R * foo( Vex::Arg< R::Key > key ) const {                                                        \
     return foo##_.get( key );                                                                      \
   }                                                                                                \
@@ -267,15 +268,18 @@ public:                                                                         
     foo##_.make( *this, entity );                                                                  \
   }                                                                                                \
   void foo##Del( Vex::Arg< R::Key > key ) {                                                        \
-    foo##_.del( key );                                                                             \
+    foo##_.del( *this, key );                                                                      \
   }                                                                                                \
   void foo##DelAll() {                                                                             \
-    foo##_.delAll();                                                                               \
+    foo##_.delAll( *this );                                                                        \
+  }                                                                                                \
+  auto foo() const {                                                                               \
+    return foo##_.members().range();                                                               \
   }                                                                                                \
   size_t foo##s() const {                                                                          \
     return foo##_.size();                                                                          \
   }                                                                                                \
-  template < class Range > void foo##MirrorAll( const Range & entities ) {                         \
+  template< class Range > void foo##MirrorAll( const Range & entities ) {                          \
     foo##_.makeAll( *this, entities );                                                             \
   }                                                                                                \
   void foo##Mirror( Vex::Arg< R::Key > key, const Vex::Ptr< const R::NotifierType > & entity ) {   \

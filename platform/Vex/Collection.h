@@ -37,13 +37,16 @@ struct NoValue {
 };
 
 // How a key or value is passed: small flat ones by value.
-template < class T >
-using Arg = std::conditional_t< std::is_trivially_copyable_v< T > && sizeof( T ) <= 16, T, const T & >;
+template< class T >
+using Arg =
+    std::conditional_t< std::is_trivially_copyable_v< T > && sizeof( T ) <= 16, T, const T & >;
 
 // Whether an object may be moved to another address by copying its bytes, as flat types may and
 // classes that say so with a member type VexRelocatable.
-template < class T >
-concept Relocatable = std::is_trivially_copyable_v< T > || requires { typename T::VexRelocatable; };
+template< class T >
+concept Relocatable = std::is_trivially_copyable_v< T > || requires {
+  typename T::VexRelocatable;
+};
 
 namespace Detail {
 
@@ -74,8 +77,8 @@ struct alignas( 64 ) IndexChunk {
 
 struct HashParts {
   explicit HashParts( uint64_t hash )
-      : tag( static_cast< uint8_t >( hash >> 56 ) | 0x80 ), chunk( static_cast< uint32_t >( hash ) ),
-        step( 2u * tag + 1 ) {}
+      : tag( static_cast< uint8_t >( hash >> 56 ) | 0x80 ),
+        chunk( static_cast< uint32_t >( hash ) ), step( 2u * tag + 1 ) {}
   uint8_t tag;
   uint32_t chunk;
   uint32_t step;
@@ -83,7 +86,7 @@ struct HashParts {
 
 } // namespace Detail
 
-template < class Key, class Value = NoValue > class Collection {
+template< class Key, class Value = NoValue > class Collection {
   struct Slot {
     uint32_t next;
     uint32_t prev;
@@ -108,7 +111,7 @@ template < class Key, class Value = NoValue > class Collection {
   static constexpr uint32_t indexFrom = 9;
 
 public:
-  template < class Given > struct MemberOf {
+  template< class Given > struct MemberOf {
     Key key;
     [[no_unique_address]] Given value;
   };
@@ -149,7 +152,9 @@ public:
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdangling-pointer"
 #endif
-    void join() { collection_->walks_ = this; }
+    void join() {
+      collection_->walks_ = this;
+    }
 #if defined( __GNUC__ ) && !defined( __clang__ )
 #pragma GCC diagnostic pop
 #endif
@@ -175,7 +180,7 @@ public:
   };
 
   // A walk that hands values out as `Given`.
-  template < class Given > class WalkOf : public Walk {
+  template< class Given > class WalkOf : public Walk {
   public:
     auto operator*() const {
       const Slot & slot = this->collection_->slot( this->at_ );
@@ -192,7 +197,7 @@ public:
   };
 
   // A range for range-based for, from the first member or from a given one.
-  template < class Given > class RangeOf {
+  template< class Given > class RangeOf {
   public:
     explicit RangeOf( const Collection * collection, uint32_t from = noSlot )
         : collection_( collection ), from_( from ) {}
@@ -222,9 +227,15 @@ public:
     }
   }
 
-  uint32_t size() const { return size_; }
-  bool empty() const { return size_ == 0; }
-  bool has( const Key & key ) const { return findSlot( key ) != noSlot; }
+  uint32_t size() const {
+    return size_;
+  }
+  bool empty() const {
+    return size_ == 0;
+  }
+  bool has( const Key & key ) const {
+    return findSlot( key ) != noSlot;
+  }
 
   const Value * find( const Key & key ) const {
     const uint32_t at = findSlot( key );
@@ -236,7 +247,7 @@ public:
 
   // The value under `key`, and whether it was added (with `make()` as its value) just now.
   // `make` must leave this collection alone.
-  template < class Make > std::pair< Value *, bool > findOrAdd( const Key & key, Make && make ) {
+  template< class Make > std::pair< Value *, bool > findOrAdd( const Key & key, Make && make ) {
     const uint64_t hash = index_ ? hashOf( key ) : 0;
     uint32_t at = findSlot( key, hash );
     if ( at != noSlot ) {
@@ -254,18 +265,18 @@ public:
     }
     return { &slot( at ).value, true };
   }
-  bool add( const Key & key )
-    requires std::is_same_v< Value, NoValue >
-  {
+  bool add( const Key & key ) requires std::is_same_v< Value, NoValue > {
     return findOrAdd( key, [] { return NoValue(); } ).second;
   }
 
   // Makes room for so many members in all.
   void reserve( uint32_t members ) {
-    if ( members > ( block_ ? header().capacity : 0 ) ) {
+    const auto [ capacity, chunks ] =
+        block_ ? std::pair( header().capacity, header().chunks ) : std::pair( 0u, 0u );
+    if ( members > capacity ) {
       growSlots( members );
     }
-    if ( members >= indexFrom && members > header().chunks * Detail::IndexChunk::maxLoad ) {
+    if ( members >= indexFrom && members > chunks * Detail::IndexChunk::maxLoad ) {
       rebuildIndex( std::bit_ceil( members / Detail::IndexChunk::maxLoad + 1 ) );
     }
   }
@@ -279,9 +290,10 @@ public:
     if ( index_ ) {
       indexErase( at, hash );
     }
-    for ( Walk * walk = walks_; walk; walk = walk->outer_ ) [[unlikely]] {
-      walk->leaveOut( at );
-    }
+    for ( Walk * walk = walks_; walk; walk = walk->outer_ )
+      [[unlikely]] {
+        walk->leaveOut( at );
+      }
     unlink( at );
     Slot & gone = slot( at );
     // Destroying the value can run code that uses this collection: all is in place by then.
@@ -321,7 +333,7 @@ public:
   }
 
   // Values are handed out as `Given`, e.g. as pointers to constant entities.
-  template < class Given = Value > RangeOf< Given > range() const {
+  template< class Given = Value > RangeOf< Given > range() const {
     return RangeOf< Given >( this );
   }
 
@@ -339,9 +351,15 @@ private:
   static Slot * slotsOf( void * block ) {
     return reinterpret_cast< Slot * >( static_cast< char * >( block ) + headerSize );
   }
-  Header & header() const { return *static_cast< Header * >( block_ ); }
-  Slot & slot( uint32_t at ) const { return slotsOf( block_ )[ at ]; }
-  uint32_t first() const { return size_ ? header().head : noSlot; }
+  Header & header() const {
+    return *static_cast< Header * >( block_ );
+  }
+  Slot & slot( uint32_t at ) const {
+    return slotsOf( block_ )[ at ];
+  }
+  uint32_t first() const {
+    return size_ ? header().head : noSlot;
+  }
 
   uint32_t findSlot( const Key & key ) const {
     return findSlot( key, index_ ? hashOf( key ) : 0 );
@@ -441,7 +459,7 @@ private:
   // Enters the slot, just linked, in the index; makes or enlarges the index when it must.
   void indexInsert( uint32_t at ) {
     const uint32_t chunks = header().chunks;
-    if ( size_ > chunks * Detail::IndexChunk::maxLoad ) {
+    if ( !index_ || size_ > chunks * Detail::IndexChunk::maxLoad ) {
       rebuildIndex( chunks ? chunks * 2 : 1 );
     } else {
       indexEnter( at );

@@ -9,7 +9,7 @@
 namespace Vex {
 
 // The name of a type in messages and help.
-template < class T > constexpr std::string_view typeName() {
+template< class T > constexpr std::string_view typeName() {
   if constexpr ( requires { T::vexTypeName(); } ) {
     return T::vexTypeName();
   } else if constexpr ( requires { vexTypeName( T() ); } ) {
@@ -27,12 +27,12 @@ template < class T > constexpr std::string_view typeName() {
   }
 }
 
-template < class T > String canonical( std::string_view text ) {
+template< class T > String canonical( std::string_view text ) {
   return briefText( parseBriefly< T >( text ) );
 }
 
 // The storage of attribute `storage` of class C.
-template < class C, auto storage > struct StorageOf {
+template< class C, auto storage > struct StorageOf {
   using Type = std::remove_cvref_t< decltype( std::declval< C & >().*storage ) >;
   static const Type & of( const Entity & entity ) {
     return static_cast< const C & >( entity ).*storage;
@@ -40,7 +40,7 @@ template < class C, auto storage > struct StorageOf {
   static Type & of( Entity & entity ) { return static_cast< C & >( entity ).*storage; }
 };
 
-template < class C, auto storage > class ValueType : public AttributeType {
+template< class C, auto storage > class ValueType : public AttributeType {
   using Storage = StorageOf< C, storage >;
   using T = typename Storage::Type::Value;
 
@@ -58,7 +58,7 @@ public:
   String canonicalValue( std::string_view text ) const override { return canonical< T >( text ); }
 };
 
-template < class C, class T > class ComputedType : public AttributeType {
+template< class C, class T > class ComputedType : public AttributeType {
 public:
   ComputedType( std::string_view name, AttrId id, T ( C::*read )() const )
       : AttributeType( name, id, AttributeKind::computed, Access::readOnly, {}, typeName< T >() ),
@@ -73,7 +73,7 @@ private:
   T ( C::*read_ )() const;
 };
 
-template < class C, auto storage > class ReferenceType : public AttributeType {
+template< class C, auto storage > class ReferenceType : public AttributeType {
   using Storage = StorageOf< C, storage >;
   using T = std::remove_cvref_t< decltype( *std::declval< typename Storage::Type >() ) >;
 
@@ -81,13 +81,14 @@ public:
   ReferenceType( std::string_view name, AttrId id, Access access )
       : AttributeType( name, id, AttributeKind::reference, access, {}, T::vexTypeName() ) {}
 
+  const EntityType * entityType() const override { return &T::vexType(); }
   Ptr< const Entity > target( const Entity & entity ) const override {
     return Storage::of( entity );
   }
 };
 
 // What the keyed kinds have alike.
-template < class C, auto storage > class KeyedType : public AttributeType {
+template< class C, auto storage > class KeyedType : public AttributeType {
 protected:
   using Storage = StorageOf< C, storage >;
   using Key = typename Storage::Type::Key;
@@ -117,7 +118,7 @@ public:
 };
 
 // What those have alike that can be deleted from.
-template < class C, auto storage > class ErasableType : public KeyedType< C, storage > {
+template< class C, auto storage > class ErasableType : public KeyedType< C, storage > {
 protected:
   using typename KeyedType< C, storage >::Storage;
   using typename KeyedType< C, storage >::Key;
@@ -130,7 +131,7 @@ public:
   void reset( Entity & entity ) const override { Storage::of( entity ).delAll( entity, this->id ); }
 };
 
-template < class C, auto storage > class SetType : public ErasableType< C, storage > {
+template< class C, auto storage > class SetType : public ErasableType< C, storage > {
   using typename KeyedType< C, storage >::Storage;
   using typename KeyedType< C, storage >::Key;
 
@@ -149,7 +150,7 @@ private:
   }
 };
 
-template < class C, auto storage > class MapType : public ErasableType< C, storage > {
+template< class C, auto storage > class MapType : public ErasableType< C, storage > {
 protected:
   using typename KeyedType< C, storage >::Storage;
   using typename KeyedType< C, storage >::Key;
@@ -176,21 +177,22 @@ private:
   }
 };
 
-template < class C, auto storage > class CounterType : public MapType< C, storage > {
+template< class C, auto storage > class CounterType : public MapType< C, storage > {
 public:
   CounterType( std::string_view name, AttrId id, Access access )
       : MapType< C, storage >( name, id, AttributeKind::counter, access ) {}
 };
 
-template < class C, auto storage > class EntitiesType : public ErasableType< C, storage > {
+template< class C, auto storage > class EntitiesType : public ErasableType< C, storage > {
   using typename KeyedType< C, storage >::Storage;
   using typename KeyedType< C, storage >::Key;
 
 public:
   EntitiesType( std::string_view name, AttrId id, Access access )
       : ErasableType< C, storage >( name, id, AttributeKind::entities, access,
-                                   Storage::Type::Type::vexTypeName() ) {}
+                                    Storage::Type::Type::vexTypeName() ) {}
 
+  const EntityType * entityType() const override { return &Storage::Type::Type::vexType(); }
   void memberIs( Entity & entity, std::string_view key, std::string_view value ) const override {
     if ( !value.empty() ) {
       TextCursor( value ).fail( "no value: this makes the member" );
@@ -204,7 +206,7 @@ private:
   }
 };
 
-template < class C, auto storage > class ReactorsType : public KeyedType< C, storage > {
+template< class C, auto storage > class ReactorsType : public KeyedType< C, storage > {
   using typename KeyedType< C, storage >::Storage;
   using typename KeyedType< C, storage >::Key;
 

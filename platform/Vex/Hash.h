@@ -38,7 +38,7 @@ inline uint32_t oneAtATimeHash( uint64_t value ) {
 }
 
 // The published hash of one field: the type's own `hash( seed )`, or one mix of a plain value.
-template < class T > uint32_t hashOf( const T & value, uint32_t seed ) {
+template< class T > uint32_t hashOf( const T & value, uint32_t seed ) {
   if constexpr ( requires { value.hash( seed ); } ) {
     return value.hash( seed );
   } else if constexpr ( sizeof( T ) > 4 ) {
@@ -92,7 +92,8 @@ template< class T > constexpr uint64_t containerHash( uint64_t hash, const T & v
     return [ & ]< size_t... i >( std::index_sequence< i... > ) {
       ( ( hash = foldHash( hash, value.*std::get< i >( fields ).member ) ), ... );
       return containerHash( hash, value.*std::get< last >( fields ).member );
-    }( std::make_index_sequence< last >() );
+    }
+    ( std::make_index_sequence< last >() );
   } else if constexpr ( std::is_integral_v< T > || std::is_enum_v< T > ) {
     return neighbourHash( hash, static_cast< uint64_t >( value ) );
   } else {

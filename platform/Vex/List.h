@@ -5,7 +5,7 @@
 
 namespace Vex::Detail {
 
-template < class T > struct ListLink {
+template< class T > struct ListLink {
   T * prev = nullptr; // of the first element: the last
   T * next = nullptr;
 };
@@ -23,7 +23,7 @@ struct ListCursor {
 
 extern constinit thread_local ListCursor * listCursors;
 
-template < class T, ListLink< T > T::*link > class List {
+template< class T, ListLink< T > T::*link > class List {
 public:
   List() = default;
   List( const List & ) = delete;
@@ -70,7 +70,7 @@ public:
     }
   }
 
-  template < class Visit > void forEach( Visit && visit ) const {
+  template< class Visit > void forEach( Visit && visit ) const {
     if ( !first_ ) {
       return;
     }

@@ -62,7 +62,7 @@ private:
   mutable uint32_t refs_ = 1;
 };
 
-template < class T > class Ptr {
+template< class T > class Ptr {
 public:
   using VexRelocatable = std::true_type;
 
@@ -71,59 +71,71 @@ public:
   Ptr( T * object ) : object_( object ) { inc(); }
   Ptr( const Ptr & other ) : object_( other.object_ ) { inc(); }
   Ptr( Ptr && other ) noexcept : object_( std::exchange( other.object_, nullptr ) ) {}
-  template < class U >
-    requires std::is_convertible_v< U *, T * >
-  Ptr( const Ptr< U > & other ) : object_( other.get() ) {
-    inc();
-  }
-  template < class U >
-    requires std::is_convertible_v< U *, T * >
-  Ptr( Ptr< U > && other ) noexcept : object_( other.release() ) {}
-  ~Ptr() {
-    if ( object_ ) {
-      object_->refDec();
+  template< class U >
+    requires std::is_convertible_v< U *, T * > Ptr( const Ptr< U > & other )
+        : object_( other.get() ) {
+      inc();
     }
-  }
-
-  Ptr & operator=( Ptr other ) noexcept {
-    std::swap( object_, other.object_ );
-    return *this;
-  }
-
-  // Takes over the reference that a new object is born with.
-  static Ptr adopt( T * object ) {
-    Ptr ptr;
-    ptr.object_ = object;
-    return ptr;
-  }
-
-  T * get() const { return object_; }
-  T * release() { return std::exchange( object_, nullptr ); }
-  T * operator->() const { return object_; }
-  T & operator*() const { return *object_; }
-  explicit operator bool() const { return object_ != nullptr; }
-
-  template < class U > friend bool operator==( const Ptr & a, const Ptr< U > & b ) {
-    return a.get() == b.get();
-  }
-  friend bool operator==( const Ptr & a, std::nullptr_t ) { return !a.object_; }
-
-private:
-  void inc() const {
-    if ( object_ ) {
-      object_->refInc();
+    template< class U >
+      requires std::is_convertible_v< U *, T * > Ptr( Ptr< U > && other )
+    noexcept : object_( other.release() ) {}
+    ~Ptr() {
+      if ( object_ ) {
+        object_->refDec();
+      }
     }
-  }
 
-  T * object_ = nullptr;
+    Ptr & operator=( Ptr other ) noexcept {
+      std::swap( object_, other.object_ );
+      return *this;
+    }
+
+    // Takes over the reference that a new object is born with.
+    static Ptr adopt( T * object ) {
+      Ptr ptr;
+      ptr.object_ = object;
+      return ptr;
+    }
+
+    T * get() const {
+      return object_;
+    }
+    T * release() {
+      return std::exchange( object_, nullptr );
+    }
+    T * operator->() const {
+      return object_;
+    }
+    T & operator*() const {
+      return *object_;
+    }
+    explicit operator bool() const {
+      return object_ != nullptr;
+    }
+
+    template< class U > friend bool operator==( const Ptr & a, const Ptr< U > & b ) {
+      return a.get() == b.get();
+    }
+    friend bool operator==( const Ptr & a, std::nullptr_t ) {
+      return !a.object_;
+    }
+
+  private:
+    void inc() const {
+      if ( object_ ) {
+        object_->refInc();
+      }
+    }
+
+    T * object_ = nullptr;
 };
 
-template < class T, class... Args > Ptr< T > makePtr( Args &&... args ) {
+template< class T, class... Args > Ptr< T > makePtr( Args &&... args ) {
   return Ptr< T >::adopt( new T( std::forward< Args >( args )... ) );
 }
 
 // Null when the object is of another class.
-template < class T, class U > Ptr< T > dynamicCast( const Ptr< U > & ptr ) {
+template< class T, class U > Ptr< T > dynamicCast( const Ptr< U > & ptr ) {
   return Ptr< T >( dynamic_cast< T * >( ptr.get() ) );
 }
 

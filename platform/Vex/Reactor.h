@@ -86,7 +86,7 @@ private:
 };
 
 // A reactor of machine `Sm` on an entity of class `Notifier`.
-template < class Sm, class Notifier > class ReactorOf : public Reactor {
+template< class Sm, class Notifier > class ReactorOf : public Reactor {
 public:
   using NotifierType = Notifier;
 
@@ -104,7 +104,7 @@ protected:
 };
 
 // A reactor on a member entity; keeps the member's key, also when it watches it no more.
-template < class Sm, class Notifier > class MemberReactor : public ReactorOf< Sm, Notifier > {
+template< class Sm, class Notifier > class MemberReactor : public ReactorOf< Sm, Notifier > {
 public:
   using Key = typename Notifier::FwkKey;
 

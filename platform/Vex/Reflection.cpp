@@ -27,8 +27,7 @@ std::string_view text( AttributeKind kind ) {
 }
 
 void AttributeType::unsupported( const char * operation ) const {
-  throw NotSupported( String( name ) + " (" + String( text( kind ) ) + ") cannot be " +
-                      operation );
+  throw NotSupported( String( name ) + " (" + String( text( kind ) ) + ") cannot be " + operation );
 }
 
 EntityType::EntityType( std::string_view name, const EntityType * base,

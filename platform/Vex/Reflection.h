@@ -16,6 +16,7 @@
 namespace Vex {
 
 class Entity;
+class EntityType;
 
 enum class AttributeKind { value, computed, map, set, entities, counter, reference, reactors };
 std::string_view text( AttributeKind kind );
@@ -56,6 +57,10 @@ public:
   bool holdsEntities() const {
     return kind == AttributeKind::entities || kind == AttributeKind::reference;
   }
+
+  // The class declared for the entities that it holds or refers to, whether there are any or not;
+  // null when it does neither.
+  virtual const EntityType * entityType() const { return nullptr; }
 
   // Attributes without keys.
   virtual String value( const Entity & ) const { unsupported( "read" ); }

@@ -11,7 +11,7 @@
 
 namespace Vex {
 
-template < class T > class ValueStorage {
+template< class T > class ValueStorage {
 public:
   using Value = T;
 
@@ -31,7 +31,7 @@ private:
 };
 
 // What all keyed kinds without entities have alike.
-template < class K, class V > class KeyedStorage {
+template< class K, class V > class KeyedStorage {
 public:
   using Key = K;
 
@@ -75,7 +75,7 @@ protected:
   Collection< K, V > members_;
 };
 
-template < class K > class SetStorage : public KeyedStorage< K, NoValue > {
+template< class K > class SetStorage : public KeyedStorage< K, NoValue > {
 public:
   void is( const Entity & owner, AttrId id, Arg< K > key, bool present ) {
     if ( present ) {
@@ -86,7 +86,7 @@ public:
   }
 };
 
-template < class K, class V > class MapStorage : public KeyedStorage< K, V > {
+template< class K, class V > class MapStorage : public KeyedStorage< K, V > {
 public:
   using Value = V;
 
@@ -102,7 +102,7 @@ public:
 };
 
 // Unsigned counts, which wrap; an absent member counts 0.
-template < class K > class CounterStorage : public MapStorage< K, uint32_t > {
+template< class K > class CounterStorage : public MapStorage< K, uint32_t > {
 public:
   uint32_t change( const Entity & owner, AttrId id, Arg< K > key, uint32_t by ) {
     const uint32_t count = this->get( key ) + by;
@@ -132,7 +132,7 @@ struct Deletion {
 } // namespace Detail
 
 // Owned member entities, each constructed with its key.
-template < class T > class EntityStorage {
+template< class T > class EntityStorage {
 public:
   using Key = typename T::FwkKey;
   using Type = T;
@@ -231,7 +231,7 @@ private:
 };
 
 // One reactor a member of a watched entity's collection.
-template < class R > class ReactorStorage {
+template< class R > class ReactorStorage {
 public:
   using Key = typename R::Key;
   using Notifier = typename R::NotifierType;
@@ -255,28 +255,30 @@ public:
 
   // The reactor stands here before its handler first runs, which it does now if it is new or
   // its key had another entity.
-  template < class Sm > void make( Sm & sm, const Ptr< const Notifier > & entity ) {
+  template< class Sm > void make( Sm & sm, const Ptr< const Notifier > & entity ) {
     const Key key = entity->fwkKey();
     const auto [ at, added ] = members_.findOrAdd( key, [] { return nullptr; } );
     if ( added ) {
       R * made = *at = new R( sm, key );
       made->notifierIs( entity );
     } else if ( ( *at )->notifierEntity() != entity.get() ) {
-      del( key );
+      del( sm, key );
       make( sm, entity );
     }
   }
 
   // All of a collection of entities at once.
-  template < class Sm, class Range > void makeAll( Sm & sm, const Range & entities ) {
-    members_.reserve( members_.size() + entities.size() );
+  template< class Sm, class Range > void makeAll( Sm & sm, const Range & entities ) {
+    const Ptr< Sm > held( &sm );
+    members_.reserve( entities.size() );
     for ( const auto & [ key, entity ] : entities ) {
       make( sm, entity );
     }
   }
 
   // A reactor that goes cleans up first, as for a zombie mark, unless it bears one.
-  void del( Key key ) {
+  void del( const Entity & owner, Key key ) {
+    const Ptr< const Entity > held( &owner ); // a handler may drop it
     R * const present = get( key );
     if ( present ) {
       present->vexDoZombieReactors( true );
@@ -288,19 +290,21 @@ public:
     }
   }
 
-  void delAll() {
+  void delAll( const Entity & owner ) {
+    const Ptr< const Entity > held( &owner );
     for ( auto walk = members_.range().begin(); walk.valid(); ++walk ) {
-      del( walk.key() );
+      del( owner, walk.key() );
     }
   }
 
   // Follows the entity that now stands under the key: made or rebound when there is one,
   // dropped when there is none.
-  template < class Sm > void mirror( Sm & sm, Arg< Key > key, const Ptr< const Notifier > & entity ) {
+  template< class Sm >
+  void mirror( Sm & sm, Arg< Key > key, const Ptr< const Notifier > & entity ) {
     if ( entity ) {
       make( sm, entity );
     } else {
-      del( key );
+      del( sm, key );
     }
   }
 

@@ -1,6 +1,7 @@
 #include "Vex/Text.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 namespace Vex {
@@ -24,7 +25,7 @@ void ParseError::compose() {
 void TextBuffer::grow( size_t size ) {
   const auto used = static_cast< size_t >( end_ - begin_ );
   const auto capacity = std::max( used + size, 2 * static_cast< size_t >( limit_ - begin_ ) );
-  auto heap = std::make_unique< char[] >( capacity );
+  auto heap = std::make_unique_for_overwrite< char[] >( capacity );
   std::memcpy( heap.get(), begin_, used );
   heap_ = std::move( heap );
   begin_ = heap_.get();
@@ -44,8 +45,7 @@ void TextCursor::fail( String expected ) const {
     found.resize( shown );
     found += "...";
   }
-  throw ParseError( std::move( expected ), std::move( found ),
-                    static_cast< size_t >( at_ - begin_ ) );
+  throw ParseError( std::move( expected ), std::move( found ), offset() );
 }
 
 void TextCursor::failLiteral( std::string_view literal ) const {
@@ -53,8 +53,13 @@ void TextCursor::failLiteral( std::string_view literal ) const {
 }
 
 void appendText( TextBuffer & out, double value ) {
+  // In digits as long as that is how people write it; the shortest that reads back the same.
+  const double size = std::abs( value );
+  const bool plain = value == 0 || ( size >= 1e-6 && size < 1e15 );
   char * at = out.reserve( 32 );
-  out.commit( std::to_chars( at, at + 32, value ).ptr );
+  out.commit( std::to_chars( at, at + 32, value,
+                             plain ? std::chars_format::fixed : std::chars_format::general )
+                  .ptr );
 }
 
 void parseText( TextCursor & in, bool & value ) {

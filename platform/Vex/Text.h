@@ -75,9 +75,7 @@ public:
   }
   void clear() { end_ = begin_; }
 
-  std::string_view view() const {
-    return { begin_, static_cast< size_t >( end_ - begin_ ) };
-  }
+  std::string_view view() const { return { begin_, static_cast< size_t >( end_ - begin_ ) }; }
   String str() const { return String( view() ); }
 
 private:
@@ -100,10 +98,9 @@ public:
   const char * at() const { return at_; }
   const char * end() const { return end_; }
   void atIs( const char * at ) { at_ = at; }
+  size_t offset() const { return static_cast< size_t >( at_ - begin_ ); }
   bool done() const { return at_ == end_; }
-  std::string_view rest() const {
-    return { at_, static_cast< size_t >( end_ - at_ ) };
-  }
+  std::string_view rest() const { return { at_, static_cast< size_t >( end_ - at_ ) }; }
 
   bool startsWith( std::string_view literal ) const { return rest().starts_with( literal ); }
   bool skip( std::string_view literal ) {
@@ -136,14 +133,15 @@ private:
   const char * end_;
 };
 
-template < class T >
+template< class T >
 concept PlainInteger = std::integral< T > && !std::same_as< T, bool > && !std::same_as< T, char >;
 
-template < PlainInteger T > void appendText( TextBuffer & out, T value ) {
+template< PlainInteger T > void appendText( TextBuffer & out, T value ) {
   char * at = out.reserve( 21 );
   out.commit( std::to_chars( at, at + 21, value ).ptr );
 }
-inline void appendText( TextBuffer & out, bool value ) {
+// Not what merely converts to bool, as pointers do.
+template< std::same_as< bool > T > void appendText( TextBuffer & out, T value ) {
   out.append( value ? '1' : '0' );
 }
 void appendText( TextBuffer & out, double value );
@@ -157,7 +155,7 @@ inline void appendText( TextBuffer & out, const char * value ) {
   out.append( std::string_view( value ) );
 }
 
-template < PlainInteger T > void parseText( TextCursor & in, T & value ) {
+template< PlainInteger T > void parseText( TextCursor & in, T & value ) {
   const auto [ end, error ] = std::from_chars( in.at(), in.end(), value );
   if ( error != std::errc() ) [[unlikely]] {
     in.fail( "a whole number of " + std::to_string( sizeof( T ) * 8 ) + " bits" +
@@ -171,14 +169,14 @@ void parseText( TextCursor & in, double & value );
 void parseText( TextCursor & in, String & value );
 
 // An absent optional prints as "none".
-template < class T > void appendText( TextBuffer & out, const std::optional< T > & value ) {
+template< class T > void appendText( TextBuffer & out, const std::optional< T > & value ) {
   if ( value ) {
     appendText( out, *value );
   } else {
     out.append( "none" );
   }
 }
-template < class T > void parseText( TextCursor & in, std::optional< T > & value ) {
+template< class T > void parseText( TextCursor & in, std::optional< T > & value ) {
   if ( in.peekWord() == "none" ) {
     in.word();
     value.reset();
@@ -187,13 +185,13 @@ template < class T > void parseText( TextCursor & in, std::optional< T > & value
   }
 }
 
-template < class T >
+template< class T >
 concept HasBriefForm = requires( TextBuffer & out, TextCursor & in, T & value ) {
-                         appendBrief( out, static_cast< const T & >( value ) );
-                         parseBrief( in, value );
-                       };
+  appendBrief( out, static_cast< const T & >( value ) );
+  parseBrief( in, value );
+};
 
-template < class T > void appendBriefText( TextBuffer & out, const T & value ) {
+template< class T > void appendBriefText( TextBuffer & out, const T & value ) {
   if constexpr ( HasBriefForm< T > ) {
     appendBrief( out, value );
   } else {
@@ -201,7 +199,7 @@ template < class T > void appendBriefText( TextBuffer & out, const T & value ) {
   }
 }
 
-template < class T > void parseBriefText( TextCursor & in, T & value ) {
+template< class T > void parseBriefText( TextCursor & in, T & value ) {
   if constexpr ( HasBriefForm< T > ) {
     parseBrief( in, value );
   } else {
@@ -215,32 +213,32 @@ inline void expectEnd( const TextCursor & in ) {
   }
 }
 
-template < class T > String text( const T & value ) {
+template< class T > String text( const T & value ) {
   TextBuffer out;
   appendText( out, value );
   return out.str();
 }
 
-template < class T > String briefText( const T & value ) {
+template< class T > String briefText( const T & value ) {
   TextBuffer out;
   appendBriefText( out, value );
   return out.str();
 }
 
 // The whole of `[begin, end)`, else ParseError; `value` is unspecified then.
-template < class T > void parseWhole( T & value, const char * begin, const char * end ) {
+template< class T > void parseWhole( T & value, const char * begin, const char * end ) {
   TextCursor in( begin, end );
   parseText( in, value );
   expectEnd( in );
 }
 
-template < class T > T parse( std::string_view text ) {
+template< class T > T parse( std::string_view text ) {
   T value{};
   parseWhole( value, text.data(), text.data() + text.size() );
   return value;
 }
 
-template < class T > T parseBriefly( std::string_view text ) {
+template< class T > T parseBriefly( std::string_view text ) {
   T value{};
   TextCursor in( text );
   parseBriefText( in, value );
@@ -248,7 +246,9 @@ template < class T > T parseBriefly( std::string_view text ) {
   return value;
 }
 
-template < class T >
-concept HasTextForm = requires( TextBuffer & out, const T & value ) { appendText( out, value ); };
+template< class T >
+concept HasTextForm = requires( TextBuffer & out, const T & value ) {
+  appendText( out, value );
+};
 
 } // namespace Vex

@@ -26,22 +26,22 @@
 
 namespace Vex {
 
-template < class C, class T > struct Field {
+template< class C, class T > struct Field {
   std::string_view name;
   T C::*member;
 };
 
-template < class C, class T > constexpr Field< C, T > field( std::string_view name, T C::*member ) {
+template< class C, class T > constexpr Field< C, T > field( std::string_view name, T C::*member ) {
   return { name, member };
 }
 
-template < class T >
+template< class T >
 concept Composite = requires {
-                      T::vexFields();
-                      T::vexTypeName();
-                    };
+  T::vexFields();
+  T::vexTypeName();
+};
 
-template < Composite T > uint32_t hashFields( const T & value, uint32_t seed ) {
+template< Composite T > uint32_t hashFields( const T & value, uint32_t seed ) {
   return std::apply(
       [ & ]( const auto &... field ) {
         uint32_t hash = seed;
@@ -51,7 +51,7 @@ template < Composite T > uint32_t hashFields( const T & value, uint32_t seed ) {
       T::vexFields() );
 }
 
-template < Composite T > void appendText( TextBuffer & out, const T & value ) {
+template< Composite T > void appendText( TextBuffer & out, const T & value ) {
   out.append( "Value('" );
   out.append( T::vexTypeName() );
   out.append( "', ** {" );
@@ -69,7 +69,7 @@ template < Composite T > void appendText( TextBuffer & out, const T & value ) {
 namespace Detail {
 
 // One field and what closes it.
-template < class T >
+template< class T >
 void parseField( TextCursor & in, std::string_view name, T & value, std::string_view closing ) {
   try {
     in.expect( name );
@@ -82,7 +82,7 @@ void parseField( TextCursor & in, std::string_view name, T & value, std::string_
   }
 }
 
-template < class T >
+template< class T >
 void parseBriefField( TextCursor & in, std::string_view name, T & value, bool last ) {
   try {
     if constexpr ( Composite< T > ) {
@@ -104,7 +104,7 @@ void parseBriefField( TextCursor & in, std::string_view name, T & value, bool la
 
 } // namespace Detail
 
-template < Composite T > void parseText( TextCursor & in, T & value ) {
+template< Composite T > void parseText( TextCursor & in, T & value ) {
   in.expect( "Value('" );
   in.expect( T::vexTypeName() );
   in.expect( "', ** {'" );
@@ -116,7 +116,7 @@ template < Composite T > void parseText( TextCursor & in, T & value ) {
       T::vexFields() );
 }
 
-template < Composite T > void appendBrief( TextBuffer & out, const T & value ) {
+template< Composite T > void appendBrief( TextBuffer & out, const T & value ) {
   const auto appendOne = [ & ]( const auto & member ) {
     if constexpr ( Composite< std::remove_cvref_t< decltype( member ) > > ) {
       out.append( '(' );
@@ -134,7 +134,7 @@ template < Composite T > void appendBrief( TextBuffer & out, const T & value ) {
       T::vexFields() );
 }
 
-template < Composite T > void parseBrief( TextCursor & in, T & value ) {
+template< Composite T > void parseBrief( TextCursor & in, T & value ) {
   if ( in.startsWith( "Value(" ) ) {
     parseText( in, value );
     return;
@@ -148,7 +148,7 @@ template < Composite T > void parseBrief( TextCursor & in, T & value ) {
 }
 
 // `names` in order of the enumerators, which are numbered from 0.
-template < class E > void appendEnum( TextBuffer & out, E value, const auto & names ) {
+template< class E > void appendEnum( TextBuffer & out, E value, const auto & names ) {
   const auto number = static_cast< std::underlying_type_t< E > >( value );
   if ( number < names.size() ) {
     out.append( names[ number ] );
@@ -157,7 +157,7 @@ template < class E > void appendEnum( TextBuffer & out, E value, const auto & na
   }
 }
 
-template < class E > E enumOfNumber( const char * type, uint64_t number, size_t count ) {
+template< class E > E enumOfNumber( const char * type, uint64_t number, size_t count ) {
   if ( number >= count ) {
     throw RangeError( String( type ) + ": no enumerator has the value " +
                       std::to_string( number ) );
@@ -165,7 +165,7 @@ template < class E > E enumOfNumber( const char * type, uint64_t number, size_t 
   return static_cast< E >( number );
 }
 
-template < class E > void parseEnum( TextCursor & in, E & value, const auto & names ) {
+template< class E > void parseEnum( TextCursor & in, E & value, const auto & names ) {
   const auto word = in.peekWord();
   for ( size_t i = 0; i < names.size(); ++i ) {
     if ( word == names[ i ] || word == std::to_string( i ) ) {
@@ -187,7 +187,7 @@ template < class E > void parseEnum( TextCursor & in, E & value, const auto & na
 #define VEX_VALUE_PARAMETER( name ) const decltype( name ) & name##_
 #define VEX_VALUE_INITIALISER( name ) name( name##_ )
 #define VEX_VALUE_FIELD( name ) Vex::field( #name, &VexSelf::name )
-#define VEX_VALUE( Type, typeName, ... )                                                               \
+#define VEX_VALUE( Type, typeName, ... )                                                           \
   using VexSelf = Type;                                                                            \
   Type() = default;                                                                                \
   Type( VEX_FOR_EACH( VEX_VALUE_PARAMETER, __VA_ARGS__ ) )                                         \
@@ -196,7 +196,7 @@ template < class E > void parseEnum( TextCursor & in, E & value, const auto & na
     Vex::parseWhole( *this, begin, end );                                                          \
   }                                                                                                \
   static constexpr std::string_view vexTypeName() {                                                \
-    return typeName;                                                                                 \
+    return typeName;                                                                               \
   }                                                                                                \
   static constexpr auto vexFields() {                                                              \
     return std::make_tuple( VEX_FOR_EACH( VEX_VALUE_FIELD, __VA_ARGS__ ) );                        \
@@ -216,7 +216,7 @@ template < class E > void parseEnum( TextCursor & in, E & value, const auto & na
 #define VEX_ENUM_NAME( name ) std::string_view( #name )
 #define VEX_ENUM( Type, typeName, ... )                                                            \
   enum class Type : uint32_t { __VA_ARGS__ };                                                      \
-  constexpr auto vexNames( Type ) {                                                          \
+  constexpr auto vexNames( Type ) {                                                                \
     return std::array{ VEX_FOR_EACH( VEX_ENUM_NAME, __VA_ARGS__ ) };                               \
   }                                                                                                \
   constexpr std::string_view vexTypeName( Type ) {                                                 \
