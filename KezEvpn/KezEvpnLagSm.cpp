@@ -12,6 +12,12 @@ EvpnLagSm::EvpnLagSm( const Vex::Ptr< const KezCommonSmData > & acsd,
     : acsd_( acsd ), lagConfigDir_( lagConfigDir ), evpnLagMemberInfo_( evpnLagMemberInfo ),
       lagConfigDirReactor_( *this ) {
   lagConfigDirReactor_.notifierIs( lagConfigDir );
+  // What an earlier machine published and no LAG stands for.
+  for ( const auto & [ lagIntfId, portList ] : evpnLagMemberInfo->lagToPort() ) {
+    if ( !lagConfigHas( lagIntfId ) ) {
+      evpnLagMemberInfo->lagToPortDel( lagIntfId );
+    }
+  }
 }
 
 Vex::Ptr< EvpnLagSm >
@@ -33,18 +39,18 @@ void EvpnLagSm::lagConfigDirDel() {
 }
 
 void EvpnLagSm::VexLagConfigDir::handleNotifier() {
-  sm().lagConfigMirrorAll( notifier()->lagConfig() );
+  sm()->lagConfigMirrorAll( notifier()->lagConfig() );
 }
 
 void EvpnLagSm::VexLagConfigDir::onAttribute( Vex::AttrId id, const void * key ) {
   if ( id == LagCreatorConfigDir::lagConfigAttr ) {
     const auto lagIntfId = LagCreatorConfigDir::lagConfigAttr.key( key );
-    sm().lagConfigMirror( lagIntfId, notifier()->lagConfig( lagIntfId ) );
+    sm()->lagConfigMirror( lagIntfId, notifier()->lagConfig( lagIntfId ) );
   }
 }
 
 void EvpnLagSm::VexLagConfig::handleNotifier() {
-  sm().vex_handleLagConfig( *this );
+  sm()->vex_handleLagConfig( *this );
 }
 
 void EvpnLagSm::VexLagConfig::onAttribute( Vex::AttrId id, const void * key ) {
@@ -58,7 +64,7 @@ void EvpnLagSm::vex_handleLagConfig( VexLagConfig & reactor ) {
 }
 
 void EvpnLagSm::VexLagConfig::handleLagConfig() {
-  const Vex::Ptr< EvpnLagSm > sm( &this->sm() );
+  const auto sm = this->sm();
   const auto lagIntfId = intfId();
   VEX_ASSERT( sm->lagConfigDir() );
   const auto lagInfo = sm->lagConfigDir()->lagConfig( lagIntfId );
@@ -75,7 +81,7 @@ void EvpnLagSm::VexLagConfig::handleLagConfig() {
 }
 
 void EvpnLagSm::VexLagConfig::handleLagMemberConfigured( Wire::IntfId memberIntfId ) {
-  const Vex::Ptr< EvpnLagSm > sm( &this->sm() );
+  const auto sm = this->sm();
   const auto lagIntfId = intfId();
   TRACE( 5, "EvpnLagSm::handleLagMemberConfigured lagIntfId ", lagIntfId );
   KezPortList portList = sm->evpnLagMemberInfo()->lagToPort( lagIntfId );

@@ -14,6 +14,12 @@ KezEvpnVlanMembershipSm::KezEvpnVlanMembershipSm(
     : bridgingConfig_( bridgingConfig ), vlanStatusDir_( vlanStatusDir ), evpnStatus_( evpnStatus ),
       evpnVlanStatus_( evpnVlanStatus ), bridgingConfigReactor_( *this ),
       vlanStatusDirReactor_( *this ), evpnStatusReactor_( *this ) {
+  // What an earlier machine published stays where it still holds.
+  for ( const auto & [ vlanId, memberInfo ] : evpnVlanStatus->vlanStatus() ) {
+    for ( const auto intfId : memberInfo->member() ) {
+      processIntfVlan( intfId, vlanId );
+    }
+  }
   bridgingConfigReactor_.notifierIs( bridgingConfig );
   vlanStatusDirReactor_.notifierIs( vlanStatusDir );
   evpnStatusReactor_.notifierIs( evpnStatus );
@@ -38,30 +44,30 @@ kezEvpnVlanMembershipSmFactory( const Vex::Ptr< const Bridging::Config > & bridg
 }
 
 void KezEvpnVlanMembershipSm::VexBridgingConfig::handleNotifier() {
-  sm().vlanConfigMirrorAll( notifier()->vlanConfig() );
+  sm()->vlanConfigMirrorAll( notifier()->vlanConfig() );
 }
 
 void KezEvpnVlanMembershipSm::VexBridgingConfig::onAttribute( Vex::AttrId id, const void * key ) {
   if ( id == Bridging::Config::vlanConfigAttr ) {
     const auto vlanId = Bridging::Config::vlanConfigAttr.key( key );
-    sm().vlanConfigMirror( vlanId, notifier()->vlanConfig( vlanId ) );
+    sm()->vlanConfigMirror( vlanId, notifier()->vlanConfig( vlanId ) );
   }
 }
 
 void KezEvpnVlanMembershipSm::VexVlanStatusDir::handleNotifier() {
-  sm().vlanStatusMirrorAll( notifier()->vlanStatus() );
+  sm()->vlanStatusMirrorAll( notifier()->vlanStatus() );
 }
 
 void KezEvpnVlanMembershipSm::VexVlanStatusDir::onAttribute( Vex::AttrId id, const void * key ) {
   if ( id == Bridging::VlanStatusDir::vlanStatusAttr ) {
     const auto vlanId = Bridging::VlanStatusDir::vlanStatusAttr.key( key );
-    sm().vlanStatusMirror( vlanId, notifier()->vlanStatus( vlanId ) );
+    sm()->vlanStatusMirror( vlanId, notifier()->vlanStatus( vlanId ) );
   }
 }
 
 void KezEvpnVlanMembershipSm::VexEvpnStatus::onAttribute( Vex::AttrId id, const void * key ) {
   if ( id == Evpn::EvpnStatus::encapBumFilterAttr ) {
-    sm().handleEncapBumFilter( Evpn::EvpnStatus::encapBumFilterAttr.key( key ) );
+    sm()->handleEncapBumFilter( Evpn::EvpnStatus::encapBumFilterAttr.key( key ) );
   }
 }
 
@@ -134,7 +140,7 @@ void KezEvpnVlanMembershipSm::removeIntfVlanFromEvpnVlanStatus( Wire::IntfId int
 }
 
 void KezEvpnVlanMembershipSm::VexVlanConfig::handleVlanConfig() {
-  const Vex::Ptr< KezEvpnVlanMembershipSm > sm( &this->sm() );
+  const auto sm = this->sm();
   const auto vlan = vlanId();
   const auto vlanConfig = notifier();
   TRACE( 8, "KezEvpnVlanMembershipSm::VexVlanConfig::handleVlanConfig vlanId ", vlan, " add ",
@@ -145,7 +151,7 @@ void KezEvpnVlanMembershipSm::VexVlanConfig::handleVlanConfig() {
 }
 
 void KezEvpnVlanMembershipSm::VexVlanStatus::handleVlanStatus() {
-  const Vex::Ptr< KezEvpnVlanMembershipSm > sm( &this->sm() );
+  const auto sm = this->sm();
   const auto vlan = vlanId();
   const auto vlanStatus = notifier();
   TRACE( 8, "KezEvpnVlanMembershipSm::VexVlanStatus::handleVlanStatus vlanId ", vlan, " add ",
@@ -158,13 +164,13 @@ void KezEvpnVlanMembershipSm::VexVlanStatus::handleVlanStatus() {
 void KezEvpnVlanMembershipSm::VexVlanConfig::handleIntf( Wire::IntfId intfId ) {
   TRACE( 8, "KezEvpnVlanMembershipSm::VexVlanConfig::handleIntf vlanId ", vlanId(), " intfId ",
          intfId );
-  sm().processIntfVlan( intfId, vlanId() );
+  sm()->processIntfVlan( intfId, vlanId() );
 }
 
 void KezEvpnVlanMembershipSm::VexVlanStatus::handleIntf( Wire::IntfId intfId ) {
   TRACE( 8, "KezEvpnVlanMembershipSm::VexVlanStatus::handleIntf vlanId ", vlanId(), " intfId ",
          intfId );
-  sm().processIntfVlan( intfId, vlanId() );
+  sm()->processIntfVlan( intfId, vlanId() );
 }
 
 void KezEvpnVlanMembershipSm::handleEncapBumFilter( Wire::IntfId intfId ) {

@@ -38,23 +38,31 @@ template< class Key > class ReviewTask : public Loom::Task {
   VEX_ATTRIBUTES( bookmark )
 
 public:
-  // `entry` is what a run of the task calls.
+  // `entry` is what a run calls; `owner`, the machine, is held meanwhile.
   ReviewTask( const Vex::Ptr< Loom::TaskScheduler > & scheduler, Loom::TaskPriority priority,
-              const Vex::String & name, std::function< void() > entry,
+              const Vex::String & name, const Vex::Entity & owner, std::function< void() > entry,
               Ringlog::Handle & traceHandle, const ReviewTexts & texts )
-      : Task( scheduler, priority, name ), entry_( std::move( entry ) ), traceHandle( traceHandle ),
-        texts_( texts ) {}
+      : Task( scheduler, priority, name ), owner_( owner ), entry_( std::move( entry ) ),
+        traceHandle( traceHandle ), texts_( texts ) {}
 
   // Keeps `task` if it has these parameters, puts a new one in its place otherwise.
   static void replace( Vex::Ptr< ReviewTask > & task,
                        const Vex::Ptr< Loom::TaskScheduler > & scheduler,
                        Loom::TaskPriority priority, const Vex::String & name,
-                       std::function< void() > entry, Ringlog::Handle & traceHandle,
-                       const ReviewTexts & texts = unprogrammedReviewTexts ) {
+                       const Vex::Entity & owner, std::function< void() > entry,
+                       Ringlog::Handle & traceHandle, const ReviewTexts & texts ) {
     if ( !task || task->taskScheduler() != scheduler || task->taskPriority() != priority ||
          task->taskName() != name ) {
-      task = Vex::makePtr< ReviewTask >( scheduler, priority, name, std::move( entry ), traceHandle,
-                                         texts );
+      drop( task );
+      task = Vex::makePtr< ReviewTask >( scheduler, priority, name, owner, std::move( entry ),
+                                         traceHandle, texts );
+    }
+  }
+
+  // What is due of a task that its machine gives up never runs, whoever holds the task.
+  static void drop( const Vex::Ptr< ReviewTask > & task ) {
+    if ( task ) {
+      task->cancel();
     }
   }
 
@@ -94,9 +102,21 @@ public:
     return true;
   }
 
-private:
-  void run() override { entry_(); }
+  // A key stands in the line no more, or elsewhere in it: a run that was to go on there begins at
+  // the first. For machines that do not schedule a run when keys are left.
+  void keyLeft( const Key & key ) {
+    if ( bookmark() == key ) {
+      bookmarkDel();
+    }
+  }
 
+private:
+  void run() override {
+    const Vex::Ptr< const Vex::Entity > alive( &owner_ );
+    entry_();
+  }
+
+  const Vex::Entity & owner_;
   const std::function< void() > entry_;
   Ringlog::Handle & traceHandle; // the machine's; the name is what TRACE looks for
   const ReviewTexts texts_;
@@ -122,12 +142,14 @@ public:
 
 protected:
   explicit RetryingSm( Ringlog::Handle & traceHandle ) : traceHandle_( traceHandle ) {}
+  ~RetryingSm() override { VexReviewUnprogrammed::drop( reviewUnprogrammed_ ); }
 
   void reviewUnprogrammedIs( const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                             Loom::TaskPriority priority, const Vex::String & name ) {
+                             Loom::TaskPriority priority, const Vex::String & name,
+                             const ReviewTexts & texts = unprogrammedReviewTexts ) {
     VexReviewUnprogrammed::replace(
-        reviewUnprogrammed_, scheduler, priority, name,
-        [ this ] { vex_handleReviewUnprogrammed_taskRun(); }, traceHandle_ );
+        reviewUnprogrammed_, scheduler, priority, name, *this,
+        [ this ] { vex_handleReviewUnprogrammed_taskRun(); }, traceHandle_, texts );
   }
 
 private:

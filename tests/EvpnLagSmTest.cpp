@@ -126,8 +126,10 @@ TEST_F( EvpnLagSmTest, AfterAnyEventTheTableIsTheConfiguration ) {
         config->memberDel( port );
       }
       break;
-    case 3:
-      start(); // a new machine beside what stands published
+    case 3: // a new machine over what stands published
+      sm = nullptr;
+      dir->lagConfigDel( lag );
+      start();
       break;
     default:
       dir->lagConfigIs( lag )->memberIs( port, Hardware::Lag::PortProgType() );

@@ -32,11 +32,13 @@ class NumberReviewTest : public ReviewTest {
 protected:
   using Task = Kez::ReviewTask< uint64_t >;
 
-  NumberReviewTest() {
-    Task::replace(
-        task, scheduler, 2, "review", [ this ] { run(); }, handle );
-  }
+  NumberReviewTest() { replace( 2, "review" ); }
 
+  void replace( Loom::TaskPriority priority, const char * name ) {
+    Task::replace(
+        task, scheduler, priority, name, *owner, [ this ] { run(); }, handle,
+        Kez::unprogrammedReviewTexts );
+  }
   void run() {
     visited.emplace_back();
     ended = task->review(
@@ -49,6 +51,7 @@ protected:
   }
 
   Ringlog::Handle handle{ "NumberReview" };
+  Vex::Ptr< Evpn::EvpnStatus > owner = Vex::makePtr< Evpn::EvpnStatus >();
   Vex::Ptr< Task > task;
   Vex::Collection< uint64_t > keys;
   std::function< void( uint64_t ) > step = []( uint64_t ) {};
@@ -125,16 +128,34 @@ TEST_F( NumberReviewTest, KeysParkedAgainGoToTheBackAndTheRunEnds ) {
   EXPECT_THAT( visited, ElementsAre( ElementsAre( 1, 2, 3 ), ElementsAre( 1, 20, 3 ) ) );
 }
 
+TEST_F( NumberReviewTest, BookmarkOfAKeyThatLeftIsGone ) {
+  for ( const uint64_t key : { 1, 2, 3, 4 } ) {
+    keys.add( key );
+  }
+  scheduler->workBudgetIs( 2 );
+  task->maybeSchedule( true, 5.0 );
+  advanceTo( 0 );
+  task->keyLeft( 4 );
+  EXPECT_EQ( task->bookmark(), 3u );
+  keys.erase( 3 );
+  task->keyLeft( 3 );
+  keys.add( 3 ); // parked again, behind 4
+  advanceTo( 5 );
+  EXPECT_THAT( visited.back(), ElementsAre( 1, 2 ) );
+}
+
 TEST_F( NumberReviewTest, TaskIsReplacedOnlyForOtherParameters ) {
   const auto first = task;
-  const auto replace = [ & ]( Loom::TaskPriority priority, const char * name ) {
-    Task::replace(
-        task, scheduler, priority, name, [] {}, handle );
-    return task == first;
-  };
-  EXPECT_TRUE( replace( 2, "review" ) );
-  EXPECT_FALSE( replace( 3, "review" ) );
-  EXPECT_FALSE( replace( 2, "other" ) );
+  first->maybeSchedule( true, 5.0 );
+  replace( 2, "review" );
+  EXPECT_EQ( task, first );
+  replace( 3, "review" );
+  EXPECT_NE( task, first );
+  const auto second = task;
+  replace( 3, "other" );
+  EXPECT_NE( task, second );
+  advanceTo( 0 );
+  EXPECT_THAT( visited, IsEmpty() ); // what was due of the first is given up with it
 }
 
 class Chip : public Example::PortFilterHelper {
@@ -142,6 +163,7 @@ public:
   explicit Chip( int refusals ) : PortFilterHelper( "chip" ), refusals( refusals ) {}
   Kez::HwProgrammingStatus createFilter( Wire::IntfId intfId ) override {
     calls.push_back( "create " + Vex::text( intfId ) );
+    onCreate();
     return refusals-- > 0 ? Kez::HwProgrammingStatus::notProgrammed
                           : Kez::HwProgrammingStatus::programmed;
   }
@@ -151,6 +173,7 @@ public:
   Lines take() { return std::exchange( calls, {} ); }
 
   int refusals;
+  std::function< void() > onCreate = [] {};
   Lines calls;
 };
 
@@ -182,6 +205,18 @@ TEST_F( PortFilterSmTest, StartsFromWhatStandsAndRetriesUntilProgrammedOrWithdra
   advanceTo( 5 );
   EXPECT_THAT( chip->take(), ElementsAre( "delete Ethernet2", "create Ethernet1" ) );
   EXPECT_EQ( sm->programmeds(), 1u );
+  EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
+}
+
+TEST_F( PortFilterSmTest, MachineMayBeDroppedByItsOwnRun ) {
+  chip->refusals = 1;
+  sm->handleInitialized();
+  evpnStatus->encapBumFilterIs( eth1 );
+  const auto task = sm->reviewUnprogrammed();
+  chip->onCreate = [ & ] { sm = nullptr; };
+  advanceTo( 5 );
+  EXPECT_EQ( sm, nullptr );
+  EXPECT_THAT( chip->take(), ElementsAre( "create Ethernet1", "create Ethernet1" ) );
   EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
 }
 

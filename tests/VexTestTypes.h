@@ -113,14 +113,14 @@ public:
   private:
     void onAttribute( Vex::AttrId id, const void * key ) override {
       if ( id == Branch::budAttr ) {
-        sm().tell( fwkKey(), "bud " + std::to_string( Branch::budAttr.key( key ) ) );
+        sm()->tell( fwkKey(), "bud " + std::to_string( Branch::budAttr.key( key ) ) );
       }
     }
     void handleNotifier() override {
-      const bool listed = sm().branch( fwkKey() ) == this;
-      sm().tell( fwkKey(), !listed                              ? "not listed"
-                           : sm().tree()->branchHas( fwkKey() ) ? "present"
-                                                                : "gone" );
+      const bool listed = sm()->branch( fwkKey() ) == this;
+      sm()->tell( fwkKey(), !listed                               ? "not listed"
+                            : sm()->tree()->branchHas( fwkKey() ) ? "present"
+                                                                  : "gone" );
     }
   };
   class VexTree : public Vex::ReactorOf< Gardener, Tree > {
@@ -131,10 +131,10 @@ public:
     void onAttribute( Vex::AttrId id, const void * key ) override {
       if ( id == Tree::branchAttr ) {
         const auto number = Tree::branchAttr.key( key );
-        sm().branchMirror( number, notifier()->branch( number ) );
+        sm()->branchMirror( number, notifier()->branch( number ) );
       }
     }
-    void handleNotifier() override { sm().branchMirrorAll( notifier()->branch() ); }
+    void handleNotifier() override { sm()->branchMirrorAll( notifier()->branch() ); }
   };
 
   VEX_ENTITY( Gardener, "VexTest::Gardener" )

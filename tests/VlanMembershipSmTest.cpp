@@ -137,7 +137,7 @@ TEST_F( VlanMembershipSmTest, AfterAnyEventThePublishedPairsAreThoseOfTheRule ) 
     const std::string name = "Ethernet" + std::to_string( random() % 5 + 1 );
     const Wire::IntfId intf( name );
     const Pair pair( vlan, name );
-    switch ( random() % 8 ) {
+    switch ( random() % 9 ) {
     case 0:
     case 1:
       configured( vlan, intf );
@@ -162,7 +162,14 @@ TEST_F( VlanMembershipSmTest, AfterAnyEventThePublishedPairsAreThoseOfTheRule ) 
       config->vlanConfigDel( vlan );
       judgeVlan( inConfig, vlan );
       break;
-    case 6:
+    case 6: // a new machine over what stands published: every pair is judged
+      sm = nullptr;
+      start();
+      expected.clear();
+      std::for_each( inConfig.begin(), inConfig.end(), judge );
+      std::for_each( inStatus.begin(), inStatus.end(), judge );
+      break;
+    case 7:
       statusDir->vlanStatusDel( vlan );
       judgeVlan( inStatus, vlan );
       break;

@@ -14,7 +14,7 @@ PortFilterSm::PortFilterSm( const Vex::Ptr< PortFilterHelper > & helper,
 
 void PortFilterSm::VexEvpnStatus::onAttribute( Vex::AttrId id, const void * key ) {
   if ( id == Evpn::EvpnStatus::encapBumFilterAttr ) {
-    sm().handleEncapBumFilter( Evpn::EvpnStatus::encapBumFilterAttr.key( key ) );
+    sm()->handleEncapBumFilter( Evpn::EvpnStatus::encapBumFilterAttr.key( key ) );
   }
 }
 

@@ -12,7 +12,7 @@
 //   VEX_ATTRIBUTE( id, foo, T[, init] )  foo(), fooIs( value ), fooDel()
 //   VEX_TUNABLE( id, foo, T, init )      the same, and reflection may write it in any class
 //   VEX_COMPUTED( id, foo, T )           declares `T foo() const`, which reflection reads
-//   VEX_SET( id, foo, Key )              fooHas, fooIs( key, present = true )
+//   VEX_SET( id, foo, Key )              foo( key ): bool, fooIs( key, present = true )
 //   VEX_MAP( id, foo, Key, Value )       foo( key ), fooIs( key, value )
 //   VEX_COUNTER( id, foo, Key )          foo( key ), fooIs( key, count ), fooInc, fooDec( key, n )
 //   VEX_ENTITIES( id, foo, T )           foo( key ), fooIs( key ) makes, fooIs( Ptr ) puts back
@@ -200,6 +200,9 @@ public:                                                                         
 #define VEX_SET( ID, foo, Key )                                                                    \
   VEX_DECLARE( ID, foo, Key, SetType, VexSelf::vexAccess, Vex::SetStorage< Key > foo##_ )          \
   VEX_COLLECTION_ACCESSORS( ID, foo, Key )                                                         \
+  bool foo( Vex::Arg< Key > key ) const {                                                          \
+    return foo##_.has( key );                                                                      \
+  }                                                                                                \
   void foo##Is( Vex::Arg< Key > key, bool present = true ) {                                       \
     foo##_.is( *this, ID, key, present );                                                          \
   }

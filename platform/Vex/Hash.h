@@ -48,6 +48,18 @@ template< class T > uint32_t hashOf( const T & value, uint32_t seed ) {
   }
 }
 
+// What a field adds to its value's hash: a 64-bit word its one-at-a-time hash, anything else its
+// own hash from 0.
+template< class T > uint32_t fieldHash( const T & field ) {
+  if constexpr ( requires { typename T::VexWord; } ) {
+    return fieldHash( field.value() );
+  } else if constexpr ( std::is_integral_v< T > && sizeof( T ) == 8 ) {
+    return oneAtATimeHash( field );
+  } else {
+    return hashOf( field, 0 );
+  }
+}
+
 constexpr uint64_t foldWord( uint64_t hash, uint64_t word ) {
   const auto product = static_cast< unsigned __int128 >( hash ^ word ) * 0x9E3779B97F4A7C15ull;
   return static_cast< uint64_t >( product ) ^ static_cast< uint64_t >( product >> 64 );

@@ -100,7 +100,8 @@ public:
   }
 
 protected:
-  Sm & sm() const { return static_cast< Sm & >( owner() ); }
+  // Held, so that a handler may be what drops the machine.
+  Ptr< Sm > sm() const { return &static_cast< Sm & >( owner() ); }
 };
 
 // A reactor on a member entity; keeps the member's key, also when it watches it no more.

@@ -45,7 +45,7 @@ template< Composite T > uint32_t hashFields( const T & value, uint32_t seed ) {
   return std::apply(
       [ & ]( const auto &... field ) {
         uint32_t hash = seed;
-        ( ( hash = hashMix( hash, hashOf( value.*field.member, 0 ) ) ), ... );
+        ( ( hash = hashMix( hash, fieldHash( value.*field.member ) ) ), ... );
         return hashResult( hash );
       },
       T::vexFields() );

@@ -1,0 +1,38 @@
+// Reading one line of input. A Vex::TextCursor over the whole line tells where it stands; what is
+// wrong there is a Vex::ParseError whose offset counts from the beginning of the line.
+#pragma once
+
+#include "Vex/Text.h"
+
+namespace Agent {
+
+// A line that cannot be executed; it has changed nothing. Columns are bytes and count from 1.
+class BadLine : public std::runtime_error {
+public:
+  BadLine( size_t column, const Vex::String & message )
+      : std::runtime_error( message ), column( column ) {}
+  const size_t column;
+};
+
+// Turns what `operation` finds wrong in a text that begins at `column` into a BadLine.
+template< class Operation > auto inTextAt( size_t column, Operation && operation ) {
+  try {
+    return operation();
+  } catch ( const Vex::ParseError & error ) {
+    throw BadLine( column + error.offset(), error.what() );
+  } catch ( const Vex::RangeError & error ) {
+    throw BadLine( column, error.what() );
+  }
+}
+
+std::string_view trimmed( std::string_view text );
+
+// The characters before the next one of `stops`, or all.
+std::string_view takeUntil( Vex::TextCursor & in, std::string_view stops );
+// The next word, which ends at a blank, and the blanks after it; empty at the end of the line.
+std::string_view takeWord( Vex::TextCursor & in );
+std::string_view takeRest( Vex::TextCursor & in );
+
+[[noreturn]] void failAt( size_t offset, const Vex::String & expected, std::string_view found );
+
+} // namespace Agent

@@ -1,0 +1,318 @@
+#include "agent/Shell.h"
+
+#include "Ringlog/Setting.h"
+#include "Ringlog/TextTrace.h"
+#include "Vex/Clock.h"
+#include "agent/Loop.h"
+#include "agent/Show.h"
+
+#include <cmath>
+
+namespace Agent {
+
+using Vex::String;
+
+struct Shell::Command {
+  String name;
+  String arguments;
+  String summary;
+  String detail;
+  void ( Shell::*run )( Vex::TextCursor & );
+};
+
+const std::vector< Shell::Command > & Shell::commands() {
+  static const std::vector< Command > all{
+    { "set", "PATH [VALUE]", "set a value or add a member",
+      "Sets a value, adds or replaces a member of a map, adds a member to a set or makes an\n"
+      "entity. Entities that are missing on the way are made.\n"
+      "  set lagConfigDir.lagConfig[Port-Channel1].member[Ethernet1] portProgRxTx\n"
+      "  set evpnStatus.encapBumFilter[Ethernet1]\n",
+      &Shell::set },
+    { "del", "PATH", "delete a member, empty a collection, unset a value",
+      "Deletes a member, all members when no key is given, or sets a value back to the default\n"
+      "of its type. It is no error when there is nothing to delete.\n"
+      "  del lagConfigDir.lagConfig[Port-Channel1].member[Ethernet1]\n"
+      "  del lagConfigDir.lagConfig\n",
+      &Shell::del },
+    { "show", "[PATH]", "show everything at a glance, or what stands at a path",
+      "Without a path: all roots, their classes and the sizes of their collections. With one:\n"
+      "the entity or collection as a tree, or the value.\n"
+      "  show\n"
+      "  show evpnLagMemberInfo\n",
+      &Shell::show },
+    { "expect", "[no] PATH [VALUE | count N]", "check what stands at a path",
+      "Checks that a path is there, is not there, has a value, or is a collection of so many\n"
+      "members. A collection is there while it has members. What fails is reported with both\n"
+      "values, and the session goes on.\n"
+      "  expect evpnLagMemberInfo.lagToPort[Port-Channel1] Ethernet1,Ethernet2\n"
+      "  expect evpnVlanStatus.vlanStatus[10].member[Ethernet1]\n"
+      "  expect no evpnVlanStatus.vlanStatus[10]\n"
+      "  expect evpnVlanStatus.vlanStatus count 2\n",
+      &Shell::expect },
+    { "advance", "SECONDS", "let time pass, running the tasks that fall due",
+      "Tasks run at their time. On the steady clock the time is waited for.\n"
+      "  advance 5\n",
+      &Shell::advance },
+    { "trace", "[SETTING | off]", "show or set what is traced",
+      "SETTING is PATTERN[/LEVELS] entries separated by commas; * and ? stand for any characters\n"
+      "and for one, LEVELS is like 5, 0-5 or 1+5+8-9.\n"
+      "  trace KezEvpn*/5\n",
+      &Shell::trace },
+    { "record", "FILE | off", "write the lines of this session to a file",
+      "FILE, which must not be there yet, gets every line that was accepted since the session\n"
+      "began, and each that comes; run again they lead to the same state.\n"
+      "  record session.kez\n",
+      &Shell::record },
+    { "help", "[COMMAND | PATH]", "tell about a command, or what can stand at a path",
+      "With a path: the attributes of the class that stands there, or can stand there.\n"
+      "  help set\n"
+      "  help lagConfigDir.lagConfig\n",
+      &Shell::help },
+  };
+  return all;
+}
+
+const Shell::Command * Shell::command( std::string_view name ) {
+  const auto at = std::find_if( commands().begin(), commands().end(),
+                                [ & ]( const Command & each ) { return each.name == name; } );
+  return at == commands().end() ? nullptr : &*at;
+}
+
+String Shell::commandNames() {
+  String names;
+  for ( const auto & each : commands() ) {
+    names += ( names.empty() ? "" : ", " ) + each.name;
+  }
+  return names;
+}
+
+Shell::Shell( const Wiring & wiring, std::ostream & out, std::ostream & err )
+    : wiring_( wiring ), out_( out ), err_( err ) {
+  Ringlog::sinkIs( [ this ]( const Ringlog::TextRecord & record ) {
+    Vex::TextBuffer line;
+    Ringlog::appendLine( line, record );
+    out_ << line.view() << '\n';
+  } );
+}
+
+Shell::~Shell() {
+  Ringlog::sinkIs( {} );
+}
+
+void Shell::execute( std::string_view line, const String & place ) {
+  place_ = place;
+  const auto text = trimmed( line );
+  if ( text.empty() || text.starts_with( '#' ) ) {
+    recorder_.lineIs( text );
+    return;
+  }
+  runTasks( 0 );
+  inTextAt( 1, [ & ] {
+    Vex::TextCursor in( line.data(), text.data() + text.size() );
+    in.atIs( text.data() );
+    const size_t offset = in.offset();
+    const auto name = takeWord( in );
+    const auto * found = command( name );
+    if ( !found ) {
+      failAt( offset, "a command (" + commandNames() + ")", name );
+    }
+    if ( found->run == &Shell::record ) {
+      record( in );
+      return;
+    }
+    recorder_.lineIs( text );
+    try {
+      ( this->*found->run )( in );
+    } catch ( ... ) {
+      recorder_.lineDel();
+      throw;
+    }
+  } );
+}
+
+void Shell::set( Vex::TextCursor & in ) {
+  const Path path( wiring_.roots, in );
+  path.checkWritable();
+  const auto & attribute = *path.attribute();
+  if ( path.namesCollection() ) {
+    throw BadLine( path.endColumn(), "expected '[' and a key of " + String( attribute.name ) );
+  }
+  const size_t column = in.offset() + 1;
+  const auto value = path.hasValue() ? takeRest( in ) : std::string_view();
+  Vex::expectEnd( in );
+  inTextAt( column, [ & ] {
+    if ( path.hasValue() ) {
+      attribute.canonicalValue( value );
+    }
+    if ( path.hasKey() ) {
+      attribute.memberIs( *path.holderIs(), path.key(), value );
+    } else {
+      attribute.valueIs( *path.holderIs(), value );
+    }
+  } );
+  runTasks( 0 );
+}
+
+void Shell::del( Vex::TextCursor & in ) {
+  const Path path( wiring_.roots, in );
+  path.checkWritable();
+  Vex::expectEnd( in );
+  const auto holder = path.writableHolder();
+  const auto & attribute = *path.attribute();
+  if ( !holder || ( path.hasKey() && !attribute.memberDel( *holder, path.key() ) ) ) {
+    out_ << path.text() << ": none\n";
+  } else if ( !path.hasKey() ) {
+    attribute.reset( *holder );
+  }
+  runTasks( 0 );
+}
+
+void Shell::show( Vex::TextCursor & in ) {
+  if ( in.done() ) {
+    showOverview( out_, wiring_.roots );
+    return;
+  }
+  const Path path( wiring_.roots, in );
+  Vex::expectEnd( in );
+  showPath( out_, path );
+}
+
+void Shell::expect( Vex::TextCursor & in ) {
+  auto ahead = in;
+  const bool absent = takeWord( ahead ) == "no";
+  if ( absent ) {
+    in = ahead;
+  }
+  const Path path( wiring_.roots, in );
+  const auto reading = path.read();
+  const size_t column = in.offset() + 1;
+  if ( absent || in.done() ) {
+    Vex::expectEnd( in );
+    check( reading.there != absent, path, absent ? "none" : "there", reading );
+  } else if ( path.hasValue() ) {
+    const auto value = takeRest( in );
+    const auto expected =
+        inTextAt( column, [ & ] { return path.attribute()->canonicalValue( value ); } );
+    check( reading.value == expected, path, expected, reading );
+  } else if ( path.namesCollection() && takeWord( in ) == "count" ) {
+    const auto count = inTextAt( in.offset() + 1,
+                                 [ & ] { return Vex::parseBriefly< size_t >( takeRest( in ) ); } );
+    check( reading.count == count, path, "count " + std::to_string( count ), reading );
+  } else {
+    throw BadLine( column, path.namesCollection()
+                               ? "expected 'count' and a number"
+                               : "expected nothing more, since " + path.text() + " has no value" );
+  }
+}
+
+void Shell::check( bool holds, const Path & path, const String & expected,
+                   const Reading & reading ) {
+  ++expectations_;
+  if ( holds ) {
+    return;
+  }
+  const auto found = reading.value   ? *reading.value
+                     : reading.count ? "count " + std::to_string( *reading.count )
+                     : reading.there ? "there"
+                                     : "none";
+  reportFailure( "expectation failed: " + path.text() + "\n  expected  " + expected +
+                 "\n  found     " + found );
+}
+
+void Shell::reportFailure( const String & text ) {
+  ++failures_;
+  out_.flush();
+  err_ << place_ << ": " << text << std::endl;
+}
+
+void Shell::advance( Vex::TextCursor & in ) {
+  const size_t offset = in.offset();
+  const auto text = takeRest( in );
+  const auto seconds =
+      inTextAt( offset + 1, [ & ] { return Vex::parseBriefly< double >( text ); } );
+  if ( !std::isfinite( seconds ) || seconds < 0 ) {
+    failAt( offset, "a number of seconds, not negative", text );
+  }
+  runTasks( seconds );
+}
+
+void Shell::runTasks( double seconds ) {
+  if ( !runUntil( *wiring_.scheduler, Vex::Clock::now() + seconds ) ) {
+    reportFailure( "tasks are still ready after " + std::to_string( turnLimit ) +
+                   " turns of the scheduler" );
+  }
+}
+
+void Shell::trace( Vex::TextCursor & in ) {
+  const auto handles = Ringlog::handleNames();
+  const auto showHandles = [ & ] {
+    out_ << "handles:";
+    for ( const auto & handle : handles ) {
+      out_ << ' ' << handle;
+    }
+    out_ << '\n';
+  };
+  if ( in.done() ) {
+    const auto setting = Ringlog::trace();
+    out_ << "trace " << ( setting.empty() ? "off" : setting ) << '\n';
+    showHandles();
+    return;
+  }
+  const size_t column = in.offset() + 1;
+  const auto text = takeRest( in );
+  inTextAt( column, [ & ] { Ringlog::traceIs( text == "off" ? "" : text ); } );
+  const Ringlog::Setting setting( Ringlog::trace() );
+  const bool matched = std::any_of( handles.begin(), handles.end(), [ & ]( const auto & handle ) {
+    return setting.levels( handle ) != 0;
+  } );
+  if ( !matched && text != "off" ) {
+    out_ << text << " matches no handle\n";
+    showHandles();
+  }
+}
+
+void Shell::record( Vex::TextCursor & in ) {
+  const size_t offset = in.offset();
+  const String name( takeRest( in ) );
+  if ( name.empty() ) {
+    failAt( offset, "a file or off", name );
+  }
+  if ( name == "off" ) {
+    recorder_.fileDel();
+    return;
+  }
+  try {
+    recorder_.fileIs( name );
+  } catch ( const std::runtime_error & error ) {
+    throw BadLine( offset + 1, error.what() );
+  }
+}
+
+void Shell::help( Vex::TextCursor & in ) {
+  if ( in.done() ) {
+    std::vector< std::vector< String > > rows;
+    for ( const auto & each : commands() ) {
+      rows.push_back( { "  " + each.name + " " + each.arguments, each.summary } );
+    }
+    showTable( out_, rows );
+    out_ << "PATH is root.attribute[key].attribute[key]... The roots are listed by show, the\n"
+            "attributes and what they take by help PATH.\n";
+    return;
+  }
+  auto ahead = in;
+  const auto name = takeWord( ahead );
+  if ( const auto * found = ahead.done() ? command( name ) : nullptr ) {
+    out_ << found->name << ' ' << found->arguments << "    " << found->summary << '\n'
+         << found->detail;
+    return;
+  }
+  if ( !wiring_.roots.root( name.substr( 0, name.find( '.' ) ) ) ) {
+    failAt( in.offset(), "a command (" + commandNames() + ") or a path; show lists the roots",
+            name );
+  }
+  const Path path( wiring_.roots, in );
+  Vex::expectEnd( in );
+  showClass( out_, path );
+}
+
+} // namespace Agent

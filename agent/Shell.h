@@ -1,0 +1,62 @@
+// The agent's commands. A line is a command and what it applies to; blank lines and lines that
+// begin with # are for readers. Everything is found by path, through reflection.
+//
+// A bad line changes nothing. A failed expectation is reported and counted, and the session goes
+// on. After a line that changes something the tasks run until none is ready. While a shell
+// lives, what is traced goes to its output, in order with everything else.
+#pragma once
+
+#include "agent/Path.h"
+#include "agent/Recorder.h"
+#include "agent/Wiring.h"
+
+#include <ostream>
+
+namespace Agent {
+
+class Shell {
+public:
+  Shell( const Wiring & wiring, std::ostream & out, std::ostream & err );
+  ~Shell();
+  Shell( const Shell & ) = delete;
+  Shell & operator=( const Shell & ) = delete;
+
+  // `place` is where the line stands, for reports: "<file>:<line>". Raises BadLine, and
+  // std::runtime_error when the record cannot be written.
+  void execute( std::string_view line, const Vex::String & place );
+
+  size_t expectations() const { return expectations_; }
+  size_t failures() const { return failures_; }
+
+private:
+  struct Command;
+  static const std::vector< Command > & commands();
+  static const Command * command( std::string_view name );
+  static Vex::String commandNames();
+
+  void executeCommand( std::string_view text );
+  void set( Vex::TextCursor & in );
+  void del( Vex::TextCursor & in );
+  void show( Vex::TextCursor & in );
+  void expect( Vex::TextCursor & in );
+  void advance( Vex::TextCursor & in );
+  void trace( Vex::TextCursor & in );
+  void record( Vex::TextCursor & in );
+  void help( Vex::TextCursor & in );
+
+  void runTasks( double seconds );
+  // Counts an expectation, and reports it unless it holds.
+  void check( bool holds, const Path & path, const Vex::String & expected,
+              const Reading & reading );
+  void reportFailure( const Vex::String & text );
+
+  const Wiring & wiring_;
+  std::ostream & out_;
+  std::ostream & err_;
+  Recorder recorder_;
+  Vex::String place_; // of the line that is executed
+  size_t expectations_ = 0;
+  size_t failures_ = 0;
+};
+
+} // namespace Agent
