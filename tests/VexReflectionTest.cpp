@@ -61,7 +61,7 @@ TEST( VexReflection, ReadsWritesAndDeletesThroughTexts ) {
   height.valueIs( *tree, "20.25" );
   EXPECT_EQ( tree->height(), 20.25 );
   height.reset( *tree );
-  EXPECT_EQ( tree->height(), 0 );
+  EXPECT_EQ( tree->height(), 1.5 );
   attribute( *tree, "note" ).valueIs( *tree, "bark, with moss" );
   EXPECT_EQ( tree->note(), "bark, with moss" );
 

@@ -9,7 +9,7 @@
 //
 //   VEX_ENTITY( Class, "name"[, Base] )  opens the list; Base when it is not Vex::Entity
 //   VEX_KEY( Class, foo, Key )           what a member entity is constructed with and named by
-//   VEX_ATTRIBUTE( id, foo, T[, init] )  foo(), fooIs( value ), fooDel()
+//   VEX_ATTRIBUTE( id, foo, T[, init] )  foo(), fooIs( value ), fooDel() (back to init)
 //   VEX_TUNABLE( id, foo, T, init )      the same, and reflection may write it in any class
 //   VEX_COMPUTED( id, foo, T )           declares `T foo() const`, which reflection reads
 //   VEX_SET( id, foo, Key )              foo( key ): bool, fooIs( key, present = true )
@@ -139,13 +139,16 @@ private:                                                                        
                                                                                                    \
 public:
 
+#define VEX_UNPACK( ... ) __VA_ARGS__
+
 // What every attribute has: its id, the mark that it is declared, its description, its storage.
-#define VEX_DECLARE( ID, foo, Key, Description, access, ... )                                      \
+#define VEX_DECLARE( ID, foo, Key, Description, arguments, ... )                                   \
 public:                                                                                            \
-  static constexpr Vex::AttrRef< Key > foo##Attr{ ID };                                            \
+  [[maybe_unused]] static constexpr Vex::AttrRef< Key > foo##Attr{ ID };                           \
   static void vexDeclared( Vex::AttrTag< ID > );                                                   \
   static const Vex::AttributeType & vexTypeOf_##foo() {                                            \
-    static const Vex::Description< VexSelf, &VexSelf::foo##_ > type( #foo, ID, access );           \
+    static const Vex::Description< VexSelf, &VexSelf::foo##_ > type( #foo, ID,                     \
+                                                                     VEX_UNPACK arguments );       \
     return type;                                                                                   \
   }                                                                                                \
                                                                                                    \
@@ -155,7 +158,8 @@ private:                                                                        
 public:
 
 #define VEX_ATTRIBUTE_ACCESS( ID, foo, T, access, ... )                                            \
-  VEX_DECLARE( ID, foo, void, ValueType, access, Vex::ValueStorage< T > foo##_{ __VA_ARGS__ } )    \
+  VEX_DECLARE( ID, foo, void, ValueType, ( access, &VexSelf::foo##Del ),                           \
+               Vex::ValueStorage< T > foo##_{ __VA_ARGS__ } )                                      \
   Vex::Arg< T > foo() const {                                                                      \
     return foo##_.get();                                                                           \
   }                                                                                                \
@@ -163,7 +167,7 @@ public:
     foo##_.set( *this, ID, value );                                                                \
   }                                                                                                \
   void foo##Del() {                                                                                \
-    foo##_.set( *this, ID, T() );                                                                  \
+    foo##_.set( *this, ID, Vex::ValueStorage< T >{ __VA_ARGS__ }.get() );                          \
   }
 
 #define VEX_ATTRIBUTE( ID, foo, T, ... )                                                           \
@@ -198,7 +202,7 @@ public:                                                                         
   }
 
 #define VEX_SET( ID, foo, Key )                                                                    \
-  VEX_DECLARE( ID, foo, Key, SetType, VexSelf::vexAccess, Vex::SetStorage< Key > foo##_ )          \
+  VEX_DECLARE( ID, foo, Key, SetType, ( VexSelf::vexAccess ), Vex::SetStorage< Key > foo##_ )      \
   VEX_COLLECTION_ACCESSORS( ID, foo, Key )                                                         \
   bool foo( Vex::Arg< Key > key ) const {                                                          \
     return foo##_.has( key );                                                                      \
@@ -217,11 +221,13 @@ public:                                                                         
   }
 
 #define VEX_MAP( ID, foo, Key, Value )                                                             \
-  VEX_DECLARE( ID, foo, Key, MapType, VexSelf::vexAccess, Vex::MapStorage< Key, Value > foo##_ )   \
+  VEX_DECLARE( ID, foo, Key, MapType, ( VexSelf::vexAccess ),                                      \
+               Vex::MapStorage< Key, Value > foo##_ )                                              \
   VEX_MAP_ACCESSORS( ID, foo, Key, Value )
 
 #define VEX_COUNTER( ID, foo, Key )                                                                \
-  VEX_DECLARE( ID, foo, Key, CounterType, VexSelf::vexAccess, Vex::CounterStorage< Key > foo##_ )  \
+  VEX_DECLARE( ID, foo, Key, CounterType, ( VexSelf::vexAccess ),                                  \
+               Vex::CounterStorage< Key > foo##_ )                                                 \
   VEX_MAP_ACCESSORS( ID, foo, Key, uint32_t )                                                      \
   uint32_t foo##Inc( Vex::Arg< Key > key, uint32_t n = 1 ) {                                       \
     return foo##_.change( *this, ID, key, n );                                                     \
@@ -231,7 +237,7 @@ public:                                                                         
   }
 
 #define VEX_ENTITIES( ID, foo, T )                                                                 \
-  VEX_DECLARE( ID, foo, T::FwkKey, EntitiesType, VexSelf::vexAccess,                               \
+  VEX_DECLARE( ID, foo, T::FwkKey, EntitiesType, ( VexSelf::vexAccess ),                           \
                Vex::EntityStorage< T > foo##_ )                                                    \
   VEX_COLLECTION_ACCESSORS( ID, foo, T::FwkKey )                                                   \
   Vex::Ptr< const T > foo( Vex::Arg< T::FwkKey > key ) const {                                     \
@@ -251,7 +257,7 @@ public:                                                                         
   }
 
 #define VEX_REFERENCE( ID, foo, T )                                                                \
-  VEX_DECLARE( ID, foo, void, ReferenceType, Vex::Access::readOnly, Vex::Ptr< T > foo##_ )         \
+  VEX_DECLARE( ID, foo, void, ReferenceType, ( Vex::Access::readOnly ), Vex::Ptr< T > foo##_ )     \
   const Vex::Ptr< T > & foo() const {                                                              \
     return foo##_;                                                                                 \
   }
@@ -259,7 +265,7 @@ public:                                                                         
 #define VEX_OUTPUT( ID, foo, T ) VEX_REFERENCE( ID, foo, T )
 
 #define VEX_REACTORS( ID, foo, R )                                                                 \
-  VEX_DECLARE( ID, foo, R::Key, ReactorsType, Vex::Access::readOnly,                               \
+  VEX_DECLARE( ID, foo, R::Key, ReactorsType, ( Vex::Access::readOnly ),                           \
                Vex::ReactorStorage< R > foo##_ )                                                   \
   R * foo( Vex::Arg< R::Key > key ) const {                                                        \
     return foo##_.get( key );                                                                      \

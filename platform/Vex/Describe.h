@@ -45,8 +45,9 @@ template< class C, auto storage > class ValueType : public AttributeType {
   using T = typename Storage::Type::Value;
 
 public:
-  ValueType( std::string_view name, AttrId id, Access access )
-      : AttributeType( name, id, AttributeKind::value, access, {}, typeName< T >() ) {}
+  ValueType( std::string_view name, AttrId id, Access access, void ( C::*reset )() )
+      : AttributeType( name, id, AttributeKind::value, access, {}, typeName< T >() ),
+        reset_( reset ) {}
 
   String value( const Entity & entity ) const override {
     return briefText( Storage::of( entity ).get() );
@@ -54,8 +55,11 @@ public:
   void valueIs( Entity & entity, std::string_view text ) const override {
     Storage::of( entity ).set( entity, id, parseBriefly< T >( text ) );
   }
-  void reset( Entity & entity ) const override { Storage::of( entity ).set( entity, id, T() ); }
+  void reset( Entity & entity ) const override { ( static_cast< C & >( entity ).*reset_ )(); }
   String canonicalValue( std::string_view text ) const override { return canonical< T >( text ); }
+
+private:
+  void ( C::*reset_ )();
 };
 
 template< class C, class T > class ComputedType : public AttributeType {

@@ -83,7 +83,7 @@ public:
   // Whether there was such a member.
   virtual bool memberDel( Entity &, std::string_view ) const { unsupported( "deleted by key" ); }
 
-  // Empties a collection, sets a value back to its type's default.
+  // Empties a collection, sets a value back to what it was declared with.
   virtual void reset( Entity & ) const { unsupported( "deleted" ); }
 
   // What `text` reads as when it is printed again.

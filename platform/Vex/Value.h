@@ -204,7 +204,7 @@ template< class E > void parseEnum( TextCursor & in, E & value, const auto & nam
   uint32_t hash( uint32_t seed ) const {                                                           \
     return Vex::hashFields( *this, seed );                                                         \
   }                                                                                                \
-  friend Vex::String valueToStrep( const Type & value ) {                                          \
+  [[maybe_unused]] friend Vex::String valueToStrep( const Type & value ) {                         \
     return Vex::text( value );                                                                     \
   }                                                                                                \
   friend std::ostream & operator<<( std::ostream & out, const Type & value ) {                     \
@@ -216,27 +216,27 @@ template< class E > void parseEnum( TextCursor & in, E & value, const auto & nam
 #define VEX_ENUM_NAME( name ) std::string_view( #name )
 #define VEX_ENUM( Type, typeName, ... )                                                            \
   enum class Type : uint32_t { __VA_ARGS__ };                                                      \
-  constexpr auto vexNames( Type ) {                                                                \
+  [[maybe_unused]] constexpr auto vexNames( Type ) {                                               \
     return std::array{ VEX_FOR_EACH( VEX_ENUM_NAME, __VA_ARGS__ ) };                               \
   }                                                                                                \
-  constexpr std::string_view vexTypeName( Type ) {                                                 \
+  [[maybe_unused]] constexpr std::string_view vexTypeName( Type ) {                                \
     return typeName;                                                                               \
   }                                                                                                \
-  inline void appendText( Vex::TextBuffer & out, Type value ) {                                    \
+  [[maybe_unused]] inline void appendText( Vex::TextBuffer & out, Type value ) {                   \
     Vex::appendEnum( out, value, vexNames( value ) );                                              \
   }                                                                                                \
-  inline void parseText( Vex::TextCursor & in, Type & value ) {                                    \
+  [[maybe_unused]] inline void parseText( Vex::TextCursor & in, Type & value ) {                   \
     Vex::parseEnum( in, value, vexNames( value ) );                                                \
   }                                                                                                \
-  inline Vex::String stringValue( Type value ) {                                                   \
+  [[maybe_unused]] inline Vex::String stringValue( Type value ) {                                  \
     return Vex::text( value );                                                                     \
   }                                                                                                \
-  inline Type Type##Instance( unsigned value ) {                                                   \
+  [[maybe_unused]] inline Type Type##Instance( unsigned value ) {                                  \
     return Vex::enumOfNumber< Type >( typeName, value, vexNames( Type{} ).size() );                \
   }                                                                                                \
-  inline Type Type##Instance( const Vex::String & name ) {                                         \
+  [[maybe_unused]] inline Type Type##Instance( const Vex::String & name ) {                        \
     return Vex::parse< Type >( name );                                                             \
   }                                                                                                \
-  inline std::ostream & operator<<( std::ostream & out, Type value ) {                             \
+  [[maybe_unused]] inline std::ostream & operator<<( std::ostream & out, Type value ) {            \
     return out << stringValue( value );                                                            \
   }
