@@ -38,17 +38,6 @@ void EvpnLagSm::lagConfigDirDel() {
   lagConfigDir_ = nullptr;
 }
 
-void EvpnLagSm::VexLagConfigDir::handleNotifier() {
-  sm()->lagConfigMirrorAll( notifier()->lagConfig() );
-}
-
-void EvpnLagSm::VexLagConfigDir::onAttribute( Vex::AttrId id, const void * key ) {
-  if ( id == LagCreatorConfigDir::lagConfigAttr ) {
-    const auto lagIntfId = LagCreatorConfigDir::lagConfigAttr.key( key );
-    sm()->lagConfigMirror( lagIntfId, notifier()->lagConfig( lagIntfId ) );
-  }
-}
-
 void EvpnLagSm::VexLagConfig::handleNotifier() {
   sm()->vex_handleLagConfig( *this );
 }

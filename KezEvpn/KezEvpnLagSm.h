@@ -15,15 +15,6 @@ namespace Kez {
 
 class EvpnLagSm : public StateMachine {
 public:
-  class VexLagConfigDir : public Vex::ReactorOf< EvpnLagSm, LagCreatorConfigDir > {
-  public:
-    using ReactorOf::ReactorOf;
-
-  private:
-    void onAttribute( Vex::AttrId id, const void * key ) override;
-    void handleNotifier() override;
-  };
-
   class VexLagConfig : public Vex::MemberReactor< EvpnLagSm, LagInfo > {
   public:
     using MemberReactor::MemberReactor;
@@ -43,6 +34,9 @@ public:
   VEX_OUTPUT( 3, evpnLagMemberInfo, EvpnLagMemberInfo )
   VEX_REACTORS( 4, lagConfig, VexLagConfig )
   VEX_ATTRIBUTES( acsd, lagConfigDir, evpnLagMemberInfo, lagConfig )
+
+  using VexLagConfigDir =
+      Vex::MirrorReactor< LagCreatorConfigDir::lagConfigEntities, lagConfigReactors >;
 
   EvpnLagSm( const Vex::Ptr< const KezCommonSmData > & acsd,
              const Vex::Ptr< const LagCreatorConfigDir > & lagConfigDir,

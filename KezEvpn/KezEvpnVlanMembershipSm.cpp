@@ -43,28 +43,6 @@ kezEvpnVlanMembershipSmFactory( const Vex::Ptr< const Bridging::Config > & bridg
                                                              evpnStatus, evpnVlanStatus );
 }
 
-void KezEvpnVlanMembershipSm::VexBridgingConfig::handleNotifier() {
-  sm()->vlanConfigMirrorAll( notifier()->vlanConfig() );
-}
-
-void KezEvpnVlanMembershipSm::VexBridgingConfig::onAttribute( Vex::AttrId id, const void * key ) {
-  if ( id == Bridging::Config::vlanConfigAttr ) {
-    const auto vlanId = Bridging::Config::vlanConfigAttr.key( key );
-    sm()->vlanConfigMirror( vlanId, notifier()->vlanConfig( vlanId ) );
-  }
-}
-
-void KezEvpnVlanMembershipSm::VexVlanStatusDir::handleNotifier() {
-  sm()->vlanStatusMirrorAll( notifier()->vlanStatus() );
-}
-
-void KezEvpnVlanMembershipSm::VexVlanStatusDir::onAttribute( Vex::AttrId id, const void * key ) {
-  if ( id == Bridging::VlanStatusDir::vlanStatusAttr ) {
-    const auto vlanId = Bridging::VlanStatusDir::vlanStatusAttr.key( key );
-    sm()->vlanStatusMirror( vlanId, notifier()->vlanStatus( vlanId ) );
-  }
-}
-
 void KezEvpnVlanMembershipSm::VexEvpnStatus::onAttribute( Vex::AttrId id, const void * key ) {
   if ( id == Evpn::EvpnStatus::encapBumFilterAttr ) {
     sm()->handleEncapBumFilter( Evpn::EvpnStatus::encapBumFilterAttr.key( key ) );

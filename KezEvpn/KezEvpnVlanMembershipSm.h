@@ -17,25 +17,6 @@ namespace Kez {
 
 class KezEvpnVlanMembershipSm : public StateMachine {
 public:
-  class VexBridgingConfig : public Vex::ReactorOf< KezEvpnVlanMembershipSm, Bridging::Config > {
-  public:
-    using ReactorOf::ReactorOf;
-
-  private:
-    void onAttribute( Vex::AttrId id, const void * key ) override;
-    void handleNotifier() override;
-  };
-
-  class VexVlanStatusDir
-      : public Vex::ReactorOf< KezEvpnVlanMembershipSm, Bridging::VlanStatusDir > {
-  public:
-    using ReactorOf::ReactorOf;
-
-  private:
-    void onAttribute( Vex::AttrId id, const void * key ) override;
-    void handleNotifier() override;
-  };
-
   class VexVlanConfig : public Vex::MemberReactor< KezEvpnVlanMembershipSm, Bridging::VlanConfig > {
   public:
     using MemberReactor::MemberReactor;
@@ -81,6 +62,11 @@ public:
   VEX_REACTORS( 7, vlanStatus, VexVlanStatus )
   VEX_ATTRIBUTES( bridgingConfig, vlanStatusDir, evpnStatus, evpnVlanStatus, intfVlanConfigSet,
                   vlanConfig, vlanStatus )
+
+  using VexBridgingConfig =
+      Vex::MirrorReactor< Bridging::Config::vlanConfigEntities, vlanConfigReactors >;
+  using VexVlanStatusDir =
+      Vex::MirrorReactor< Bridging::VlanStatusDir::vlanStatusEntities, vlanStatusReactors >;
 
   KezEvpnVlanMembershipSm( const Vex::Ptr< const Bridging::Config > & bridgingConfig,
                            const Vex::Ptr< const Bridging::VlanStatusDir > & vlanStatusDir,

@@ -123,20 +123,6 @@ public:
                                                                   : "gone" );
     }
   };
-  class VexTree : public Vex::ReactorOf< Gardener, Tree > {
-  public:
-    using ReactorOf::ReactorOf;
-
-  private:
-    void onAttribute( Vex::AttrId id, const void * key ) override {
-      if ( id == Tree::branchAttr ) {
-        const auto number = Tree::branchAttr.key( key );
-        sm()->branchMirror( number, notifier()->branch( number ) );
-      }
-    }
-    void handleNotifier() override { sm()->branchMirrorAll( notifier()->branch() ); }
-  };
-
   VEX_ENTITY( Gardener, "VexTest::Gardener" )
   VEX_INPUT( 1, tree, Tree )
   VEX_REACTORS( 2, branch, VexBranch )
@@ -144,6 +130,7 @@ public:
   VEX_TUNABLE( 4, pace, double, 2.0 )
   VEX_ATTRIBUTES( tree, branch, tools, pace )
   static constexpr auto vexAccess = Vex::Access::readOnly;
+  using VexTree = Vex::MirrorReactor< Tree::branchEntities, branchReactors >;
 
   Gardener( const Vex::Ptr< const Tree > & tree, Story & story )
       : tree_( tree ), story_( story ), treeReactor_( *this ) {

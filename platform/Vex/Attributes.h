@@ -18,13 +18,14 @@
 //   VEX_ENTITIES( id, foo, T )           foo( key ), fooIs( key ) makes, fooIs( Ptr ) puts back
 //   VEX_INPUT( id, foo, T )              foo(): Ptr< const T >, set by the constructor through foo_
 //   VEX_OUTPUT( id, foo, T )             foo(): Ptr< T >, likewise
-//   VEX_REACTORS( id, foo, Reactor )     foo( key ), fooIs( entity ), fooMirror( key, entity ),
-//                                       fooMirrorAll( range of entities )
+//   VEX_REACTORS( id, foo, Reactor )     foo( key ), fooIs( entity )
 //   VEX_ATTRIBUTES( foo, ... )           closes the list, naming every attribute of the class
 //
 // Every collection also has foo() (a range to walk), fooHas( key ), fooDel( key ), fooDelAll()
 // and foos() (the count), and each attribute its id `fooAttr`, whose key( pointer ) types what
-// onAttribute is given. Ids are 0 to 63, unique along a class's bases.
+// onAttribute is given. A machine's reactors `foo` follow an input's entities `bar` by a
+// Vex::MirrorReactor< Input::barEntities, fooReactors >. Ids are 0 to 63, unique along a class's
+// bases.
 #pragma once
 
 #include "Vex/Describe.h"
@@ -254,7 +255,12 @@ public:                                                                         
   }                                                                                                \
   void foo##Is( const Vex::Ptr< T > & member ) {                                                   \
     foo##_.put( *this, ID, member );                                                               \
-  }
+  }                                                                                                \
+  struct foo##Entities {                                                                           \
+    using Owner = VexSelf;                                                                         \
+    static constexpr Vex::AttrRef< T::FwkKey > id{ ID };                                           \
+    static const Vex::EntityStorage< T > & of( const Owner & owner ) { return owner.foo##_; }      \
+  };
 
 #define VEX_REFERENCE( ID, foo, T )                                                                \
   VEX_DECLARE( ID, foo, void, ReferenceType, ( Vex::Access::readOnly ), Vex::Ptr< T > foo##_ )     \
@@ -288,9 +294,7 @@ public:                                                                         
   size_t foo##s() const {                                                                          \
     return foo##_.size();                                                                          \
   }                                                                                                \
-  template< class Range > void foo##MirrorAll( const Range & entities ) {                          \
-    foo##_.makeAll( *this, entities );                                                             \
-  }                                                                                                \
-  void foo##Mirror( Vex::Arg< R::Key > key, const Vex::Ptr< const R::NotifierType > & entity ) {   \
-    foo##_.mirror( *this, key, entity );                                                           \
-  }
+  struct foo##Reactors {                                                                           \
+    using Sm = VexSelf;                                                                            \
+    static Vex::ReactorStorage< R > & of( Sm & sm ) { return sm.foo##_; }                          \
+  };

@@ -312,4 +312,27 @@ private:
   Collection< Key, R * > members_;
 };
 
+// The reactor on an entity whose members have a reactor each: keeps the collection `Reactors` of
+// a machine in step with the collection `Entities` of the notifier. One that watches more of its
+// notifier derives from it.
+template< class Entities, class Reactors >
+class MirrorReactor : public ReactorOf< typename Reactors::Sm, typename Entities::Owner > {
+public:
+  using ReactorOf< typename Reactors::Sm, typename Entities::Owner >::ReactorOf;
+
+protected:
+  void onAttribute( AttrId id, const void * key ) override {
+    if ( id == Entities::id ) {
+      const auto member = Entities::id.key( key );
+      const auto sm = this->sm();
+      Reactors::of( *sm ).mirror( *sm, member, Entities::of( *this->notifier() ).get( member ) );
+    }
+  }
+  void handleNotifier() override {
+    const auto sm = this->sm();
+    const auto notifier = this->notifier();
+    Reactors::of( *sm ).makeAll( *sm, Entities::of( *notifier ).range() );
+  }
+};
+
 } // namespace Vex
