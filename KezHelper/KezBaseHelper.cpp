@@ -3,6 +3,7 @@
 #include "Vex/Assert.h"
 
 #include <cstdio>
+#include <cstdlib>
 
 namespace Kez {
 
@@ -14,6 +15,12 @@ void KezBaseHelper::kezAssert( const Vex::String & msg ) {
   std::fprintf( stderr, "%s\n", msg.c_str() );
   std::fflush( stderr );
   Vex::assertionFailed( "0", "/usr/include/Kez/KezBaseHelper", __LINE__ );
+}
+
+void KezBaseHelper::unimplemented( const char * operation ) {
+  if ( !std::getenv( "KEZ_NOOP_AGENT" ) ) {
+    kezAssert( Vex::String( "Unimplemented " ) + operation );
+  }
 }
 
 } // namespace Kez

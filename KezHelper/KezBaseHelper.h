@@ -13,6 +13,11 @@ class KezBaseHelper : public Vex::Entity {
 
   // Writes `msg` and a newline to standard error and fails an assertion.
   [[noreturn]] static void kezAssert( const Vex::String & msg );
+
+protected:
+  // For an operation that the platform leaves out: kezAssert( "Unimplemented <operation>" ), but
+  // nothing while the environment has KEZ_NOOP_AGENT, for an agent that runs without hardware.
+  static void unimplemented( const char * operation );
 };
 
 } // namespace Kez
