@@ -1,5 +1,6 @@
 #include "agent/CommandLine.h"
 
+#include "Ringlog/Ring.h"
 #include "Vex/Clock.h"
 #include "agent/Shell.h"
 
@@ -21,6 +22,8 @@ constexpr auto usage = R"(kez-agent hosts the KezEvpn machines over simulated in
   kez-agent --version
 
   --trace SETTING         trace from the start, like KezEvpn*/5
+  --ring FILE             write every trace statement in binary form to FILE, 16 MiB used in
+                          the round, which kez-inspect ring FILE reads; an older ring is replaced
   --record FILE           write the session's lines to FILE, which must not be there yet
   --echo                  print each line before it is executed
   --clock virtual|steady  time passes by advance alone, which is the default, or by itself
@@ -35,8 +38,23 @@ struct UsageError : std::runtime_error {
 struct Options {
   std::vector< std::string > files;
   std::vector< std::string > lines; // that options stand for
+  std::string ring;
   bool echo = false;
   bool steady = false;
+};
+
+// Keeps the ring of the options mounted, if they have one.
+class MountedRing {
+public:
+  explicit MountedRing( const std::string & file ) {
+    constexpr size_t bytes = 16 << 20;
+    if ( !file.empty() ) {
+      Ringlog::ringIs( file, bytes );
+    }
+  }
+  ~MountedRing() { Ringlog::ringDel(); }
+  MountedRing( const MountedRing & ) = delete;
+  MountedRing & operator=( const MountedRing & ) = delete;
 };
 
 // Of the arguments after the first.
@@ -54,6 +72,8 @@ Options parseOptions( const std::vector< std::string > & arguments ) {
       options.echo = true;
     } else if ( option == "--trace" || option == "--record" ) {
       options.lines.push_back( option.substr( 2 ) + " " + value() );
+    } else if ( option == "--ring" ) {
+      options.ring = value();
     } else if ( option == "--clock" ) {
       const auto clock = value();
       if ( clock != "virtual" && clock != "steady" ) {
@@ -61,7 +81,8 @@ Options parseOptions( const std::vector< std::string > & arguments ) {
       }
       options.steady = clock == "steady";
     } else if ( option != "-" && option.starts_with( "-" ) ) {
-      throw UsageError( "expected --trace, --record, --echo or --clock, found '" + option + "'" );
+      throw UsageError( "expected --trace, --ring, --record, --echo or --clock, found '" + option +
+                        "'" );
     } else {
       options.files.push_back( option );
     }
@@ -201,6 +222,7 @@ int dispatch( const std::vector< std::string > & arguments, const Input & input,
   } else {
     Vex::Clock::virtualIs( 0 );
   }
+  const MountedRing ring( options.ring );
   const auto wiring = wire();
   Shell shell( wiring, out, err );
   executeOptions( shell, options );

@@ -1,11 +1,16 @@
-// Measures a subject against a floor in the same run: rounds of both alternate, and what is
-// reported is the middle of the rounds' ratios.
+// Measures a subject against floors in the same run: their rounds alternate, and what is reported
+// is the middle of the rounds' ratios.
+//
+// A contender is called once a round, which is not timed, and returns the round's work: what is
+// timed is one call of it, and not its end either.
 #pragma once
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
+#include <string>
 #include <vector>
 
 namespace Bench {
@@ -21,34 +26,54 @@ inline double median( std::vector< double > values ) {
   return values[ values.size() / 2 ];
 }
 
-// `subject` and `floor` each do one round over `items` items and return what destroys their
-// result, which is not timed.
+// A contender whose rounds need nothing prepared: `work` returns what it made, if anything.
+template< class Work > auto unprepared( Work & work ) {
+  return [ &work ] {
+    if constexpr ( std::is_void_v< decltype( work() ) > ) {
+      return [ &work ] { work(); };
+    } else {
+      return [ &work, result = decltype( work() )() ]() mutable {
+        result = work();
+        benchmark::DoNotOptimize( result );
+      };
+    }
+  };
+}
+
+template< class Contender > double roundOf( Contender & contender ) {
+  auto work = contender();
+  return seconds( work );
+}
+
+// Each round is over `items` items. Reports "<name>" as the subject's ratio to each floor.
+template< class Subject, class... Floors >
+void compareWith( benchmark::State & state, double items,
+                  const std::array< std::string, sizeof...( Floors ) > & names, Subject && subject,
+                  Floors &&... floors ) {
+  constexpr size_t count = sizeof...( Floors );
+  std::array< std::vector< double >, count > ratios;
+  std::array< std::vector< double >, count > floorTimes;
+  std::vector< double > subjectTimes;
+  for ( auto _ : state ) {
+    const std::array< double, count > floorTime{ roundOf( floors )... };
+    const double subjectTime = roundOf( subject );
+    state.SetIterationTime( subjectTime );
+    subjectTimes.push_back( subjectTime );
+    for ( size_t i = 0; i < count; ++i ) {
+      ratios[ i ].push_back( subjectTime / floorTime[ i ] );
+      floorTimes[ i ].push_back( floorTime[ i ] );
+    }
+  }
+  state.counters[ "subject_ns" ] = median( subjectTimes ) / items * 1e9;
+  for ( size_t i = 0; i < count; ++i ) {
+    state.counters[ names[ i ] ] = median( ratios[ i ] );
+    state.counters[ names[ i ] + "_ns" ] = median( floorTimes[ i ] ) / items * 1e9;
+  }
+}
+
 template< class Subject, class Floor >
 void compare( benchmark::State & state, double items, Subject && subject, Floor && floor ) {
-  std::vector< double > ratios;
-  std::vector< double > subjectTimes;
-  std::vector< double > floorTimes;
-  for ( auto _ : state ) {
-    double floorTime = 0;
-    double subjectTime = 0;
-    {
-      decltype( floor() ) result;
-      floorTime = seconds( [ & ] { result = floor(); } );
-      benchmark::DoNotOptimize( result );
-    }
-    {
-      decltype( subject() ) result;
-      subjectTime = seconds( [ & ] { result = subject(); } );
-      benchmark::DoNotOptimize( result );
-    }
-    state.SetIterationTime( subjectTime );
-    ratios.push_back( subjectTime / floorTime );
-    subjectTimes.push_back( subjectTime );
-    floorTimes.push_back( floorTime );
-  }
-  state.counters[ "ratio" ] = median( ratios );
-  state.counters[ "subject_ns" ] = median( subjectTimes ) / items * 1e9;
-  state.counters[ "floor_ns" ] = median( floorTimes ) / items * 1e9;
+  compareWith( state, items, { "ratio" }, unprepared( subject ), unprepared( floor ) );
 }
 
 } // namespace Bench

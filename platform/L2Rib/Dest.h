@@ -60,9 +60,7 @@ public:
   }
 
   static constexpr std::string_view vexTypeName() { return "L2Rib::Dest"; }
-  uint64_t vexWord() const {
-    return Vex::containerHash( static_cast< uint64_t >( destType_ ), data_ );
-  }
+  uint64_t vexWord() const { return Vex::foldHash( static_cast< uint64_t >( destType_ ), data_ ); }
   uint32_t hash( uint32_t seed ) const { return data_.hash( Vex::hashOf( destType_, seed ) ); }
   friend bool operator==( const Dest &, const Dest & ) = default;
   friend std::strong_ordering operator<=>( const Dest &, const Dest & ) = default;

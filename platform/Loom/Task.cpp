@@ -6,9 +6,7 @@ namespace Loom {
 
 Task::Task( const Vex::Ptr< TaskScheduler > & scheduler, TaskPriority priority,
             const Vex::String & name )
-    : taskScheduler_( scheduler ), taskPriority_( priority ), taskName_( name ) {
-  VEX_ASSERT( taskScheduler() );
-}
+    : taskScheduler_( scheduler ), taskPriority_( priority ), taskName_( name ) {}
 
 Task::~Task() {
   cancel();
@@ -18,23 +16,43 @@ std::optional< double > Task::nextRun() const {
   if ( ready() ) {
     return Vex::Clock::now();
   }
-  return delayed() ? std::optional( taskScheduler_->delayed_.time( *this ) ) : std::nullopt;
+  return delayed() ? std::optional( delay_.time() ) : std::nullopt;
 }
 
 void Task::scheduleAfter( double seconds ) {
   if ( !( seconds > 0 ) ) {
     scheduleNow();
-  } else if ( !ready() ) {
-    taskScheduler_->delayed_.set( *this, Vex::Clock::now() + seconds );
+    return;
   }
+  const double time = Vex::Clock::now() + seconds;
+  if ( ready() || ( delayed() && delay_.time() <= time ) ) {
+    return;
+  }
+  taskScheduler_->delayedTasks_ += !delayed();
+  delay_.setAt( time );
 }
 
 void Task::cancel() {
   if ( delayed() ) {
-    taskScheduler_->delayed_.remove( *this );
+    endDelay();
   } else if ( ready() ) {
-    ReadyTasks::remove( *this );
+    LinkedList< Task >::remove( *this );
   }
+}
+
+void Task::endDelay() {
+  delay_.cancel();
+  --taskScheduler_->delayedTasks_;
+}
+
+void Task::Delay::fire() {
+  --task_.taskScheduler_->delayedTasks_;
+  task_.taskScheduler_->makeReady( task_ );
+}
+
+const Vex::Ptr< TimerWheel > & Task::timerWheel() const {
+  VEX_ASSERT( taskScheduler() );
+  return taskScheduler()->timerWheel();
 }
 
 bool Task::taskShouldYield() const {

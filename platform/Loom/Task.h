@@ -11,7 +11,7 @@
 
 namespace Loom {
 
-class Task : public Vex::Entity, private ReadyLink {
+class Task : public Vex::Entity, private LinkedList< Task >::Link {
   VEX_ENTITY( Task, "Loom::Task" )
   VEX_OUTPUT( 54, taskScheduler, TaskScheduler )
   VEX_COMPUTED( 55, taskName, Vex::String )
@@ -53,18 +53,30 @@ protected:
 
 private:
   friend class TaskScheduler;
-  friend class DelayedTasks;
+  friend class LinkedList< Task >;
+
+  // Makes the task ready when its time has come.
+  class Delay final : public Timer {
+  public:
+    explicit Delay( Task & task ) : Timer( task.timerWheel() ), task_( task ) {}
+
+  private:
+    void fire() override;
+    Task & task_;
+  };
 
   void vexAppendKey( Vex::TextBuffer & out ) const override { out.append( taskName_ ); }
   bool ready() const { return next; }
   bool running() const { return taskScheduler_->running_ == this; }
-  bool delayed() const { return delayedPlace_ != DelayedTasks::absent; }
+  bool delayed() const { return delay_.isSet(); }
+  const Vex::Ptr< TimerWheel > & timerWheel() const;
+  void endDelay();
 
   const TaskPriority taskPriority_;
   uint64_t readySince_ = 0; // a turn
   uint64_t runs_ = 0;
-  size_t delayedPlace_ = DelayedTasks::absent;
   const Vex::String taskName_;
+  Delay delay_{ *this };
 };
 
 inline Vex::String Task::taskName() const {
@@ -84,7 +96,7 @@ inline void Task::scheduleNow() {
     return;
   }
   if ( delayed() ) {
-    taskScheduler_->delayed_.remove( *this );
+    endDelay();
   }
   taskScheduler_->makeReady( *this );
 }

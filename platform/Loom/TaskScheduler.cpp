@@ -16,57 +16,39 @@ size_t TaskScheduler::runReady() {
 
   VEX_ASSERT( !running_ );
   const Turn turn{ this };
-  makeDueReady();
+  timerWheel_->fireDue();
   ++turn_;
   size_t runs = 0;
   for ( const auto & ready : ready_ ) {
-    while ( auto * first = ready.first() ) {
-      auto & task = static_cast< Task & >( *first );
-      if ( task.readySince_ == turn_ ) {
-        break;
-      }
-      const Vex::Ptr< Task > alive( &task );
-      ReadyTasks::remove( task );
-      ++task.runs_;
+    for ( Task * task = ready.first(); task && task->readySince_ != turn_; task = ready.first() ) {
+      const Vex::Ptr< Task > alive( task );
+      LinkedList< Task >::remove( *task );
+      ++task->runs_;
       ++runs;
       usage_ = {};
-      running_ = &task;
-      task.run();
+      running_ = task;
+      task->run();
     }
   }
   return runs;
 }
 
-void TaskScheduler::makeDueReady() {
-  if ( delayed_.empty() ) {
-    return;
-  }
-  const double now = Vex::Clock::now();
-  while ( Task * task = delayed_.takeDue( now ) ) {
-    makeReady( *task );
-  }
-}
-
 std::optional< double > TaskScheduler::nextDeadline() const {
-  if ( anyReady() ) {
-    return Vex::Clock::now();
-  }
-  return delayed_.empty() ? std::nullopt : std::optional( delayed_.earliest() );
+  return anyReady() ? Vex::Clock::now() : timerWheel_->nextDeadline();
 }
 
 size_t TaskScheduler::readyTasks() const {
-  return std::accumulate(
-      ready_.begin(), ready_.end(), size_t( 0 ),
-      []( size_t count, const ReadyTasks & ready ) { return count + ready.size(); } );
+  return std::accumulate( ready_.begin(), ready_.end(), size_t( 0 ),
+                          []( size_t count, const auto & ready ) { return count + ready.size(); } );
 }
 
 size_t TaskScheduler::delayedTasks() const {
-  return delayed_.size();
+  return delayedTasks_;
 }
 
 bool TaskScheduler::anyReady() const {
   return std::any_of( ready_.begin(), ready_.end(),
-                      []( const ReadyTasks & ready ) { return ready.first(); } );
+                      []( const auto & ready ) { return !ready.empty(); } );
 }
 
 bool TaskScheduler::timeSliceOver() {

@@ -83,6 +83,14 @@ public:
     return setting_.text();
   }
 
+  void ringIs( bool mounted ) {
+    const std::lock_guard lock( mutex_ );
+    ringMounted_ = mounted;
+    for ( auto * handle : handles_ ) {
+      update( *handle );
+    }
+  }
+
   // The sink is shared with the calls that are under way, since it runs without the lock.
   void sinkIs( std::shared_ptr< const Sink > sink ) {
     const std::lock_guard lock( mutex_ );
@@ -96,16 +104,25 @@ public:
 
 private:
   void update( Handle & handle ) const {
-    handle.levels_.store( setting_.levels( handle.name() ), std::memory_order_relaxed );
+    const uint32_t text = setting_.levels( handle.name() );
+    constexpr uint32_t ring = ( ( 2u << highestLevel ) - 1 ) | ( 1u << Handle::ringBit );
+    handle.levels_.store( ( ringMounted_ ? ring : text ) | ( text << Handle::textBit ),
+                          std::memory_order_relaxed );
   }
 
   mutable std::mutex mutex_;
   std::vector< Handle * > handles_;
   Setting setting_ = environmentSetting();
+  bool ringMounted_ = false;
   std::shared_ptr< const Sink > sink_;
 };
 
 namespace {
+
+uint32_t nextHandleNumber() {
+  static std::atomic< uint32_t > numbers{ 0 };
+  return ++numbers;
+}
 
 void writeLine( const TextRecord & record ) {
   Vex::TextBuffer line;
@@ -122,7 +139,7 @@ void appendBlanks( Vex::TextBuffer & out, size_t width, size_t used ) {
 
 } // namespace
 
-Handle::Handle( std::string_view name ) : name_( name ) {
+Handle::Handle( std::string_view name ) : number_( nextHandleNumber() ), name_( name ) {
   Registry::instance().handleIs( *this );
 }
 
@@ -141,6 +158,10 @@ void deliver( const Handle & handle, const CallSite & site, std::string_view tex
   } else {
     writeLine( record );
   }
+}
+
+void ringLevelsAre( bool on ) {
+  Registry::instance().ringIs( on );
 }
 
 void traceIs( std::string_view setting ) {

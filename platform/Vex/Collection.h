@@ -1,10 +1,8 @@
 // The one container of the system: members under unique keys, kept in insertion order.
 //
 // Members live in the slots of one array, linked in order by slot number; a freed slot is reused
-// and nothing is ever compacted. Beside it stands an index of cache-line chunks, twelve one-byte
-// tags and their slot numbers each, that counts what overflowed past it, so that removal leaves
-// no tombstone (the scheme of Bronson and Shi's F14 tables). Up to eight members there is no
-// index, with none no memory.
+// and nothing is ever compacted. Beside it stands an index, Vex/CollectionIndex.h. Up to eight
+// members there is no index, with none no memory.
 //
 // A walk visits the members that stood when it began and are still there when it reaches them,
 // in insertion order, whatever is added and removed meanwhile; a member that is removed and
@@ -12,22 +10,18 @@
 // `find` gives are good until the collection changes.
 #pragma once
 
+#include "Vex/CollectionIndex.h"
 #include "Vex/Hash.h"
+#include "Vex/Predicted.h"
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <optional>
 #include <type_traits>
 #include <utility>
-
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
 
 namespace Vex {
 
@@ -48,44 +42,6 @@ concept Relocatable = std::is_trivially_copyable_v< T > || requires {
   typename T::VexRelocatable;
 };
 
-namespace Detail {
-
-constexpr uint32_t noSlot = UINT32_MAX;
-
-struct alignas( 64 ) IndexChunk {
-  static constexpr uint32_t width = 12;
-  static constexpr uint32_t maxLoad = 10;
-
-  uint8_t tags[ width ];
-  uint32_t overflow; // members that belong here or passed here and stand in a later chunk
-  uint32_t slots[ width ];
-
-  uint32_t match( uint8_t tag ) const {
-#ifdef __SSE2__
-    const __m128i line = _mm_load_si128( reinterpret_cast< const __m128i * >( tags ) );
-    const __m128i equal = _mm_cmpeq_epi8( line, _mm_set1_epi8( static_cast< char >( tag ) ) );
-    return static_cast< uint32_t >( _mm_movemask_epi8( equal ) ) & 0xFFFu;
-#else
-    uint32_t found = 0;
-    for ( uint32_t i = 0; i < width; ++i ) {
-      found |= static_cast< uint32_t >( tags[ i ] == tag ) << i;
-    }
-    return found;
-#endif
-  }
-};
-
-struct HashParts {
-  explicit HashParts( uint64_t hash )
-      : tag( static_cast< uint8_t >( hash >> 56 ) | 0x80 ),
-        chunk( static_cast< uint32_t >( hash ) ), step( 2u * tag + 1 ) {}
-  uint8_t tag;
-  uint32_t chunk;
-  uint32_t step;
-};
-
-} // namespace Detail
-
 template< class Key, class Value = NoValue > class Collection {
   struct Slot {
     uint32_t next;
@@ -97,10 +53,8 @@ template< class Key, class Value = NoValue > class Collection {
   struct Header {
     uint32_t head;
     uint32_t tail;
-    uint32_t free;     // freed slots, linked by next
-    uint32_t used;     // slots below this have been handed out
+    uint32_t free;     // freed slots, linked by next; with none, the first size_ slots are in use
     uint32_t capacity; // slots
-    uint32_t chunks;   // of the index, a power of two, or 0
   };
   static constexpr size_t headerSize =
       ( sizeof( Header ) + alignof( Slot ) - 1 ) / alignof( Slot ) * alignof( Slot );
@@ -160,7 +114,7 @@ public:
 #endif
     void enter( uint32_t slot ) {
       at_ = slot;
-      next_ = slot == noSlot || slot == last_ ? noSlot : collection_->slot( slot ).next;
+      next_ = slot == noSlot || slot == last_ ? noSlot : collection_->after( slot );
     }
     // `slot` is about to be freed.
     void leaveOut( uint32_t slot ) {
@@ -248,22 +202,26 @@ public:
   // The value under `key`, and whether it was added (with `make()` as its value) just now.
   // `make` must leave this collection alone.
   template< class Make > std::pair< Value *, bool > findOrAdd( const Key & key, Make && make ) {
-    const uint64_t hash = index_ ? hashOf( key ) : 0;
+    ContainerHash hash = hashOf( key );
     uint32_t at = findSlot( key, hash );
     if ( at != noSlot ) {
       return { &slot( at ).value, false };
     }
     Value value( make() );
+    if ( size_ >= indexFrom - 1 && size_ >= index_.room() ) [[unlikely]] {
+      makeIndexFor( size_ + 1 );
+      hash = hashOf( key );
+    }
     at = takeSlot();
     Slot & fresh = slot( at );
     new ( &fresh.key ) Key( key );
     new ( &fresh.value ) Value( std::move( value ) );
     link( at );
     ++size_;
-    if ( index_ || size_ >= indexFrom ) {
-      indexInsert( at );
+    if ( index_.stands() ) {
+      index_.enter( hash, at );
     }
-    return { &slot( at ).value, true };
+    return { &fresh.value, true };
   }
   bool add( const Key & key ) requires std::is_same_v< Value, NoValue > {
     return findOrAdd( key, [] { return NoValue(); } ).second;
@@ -271,24 +229,22 @@ public:
 
   // Makes room for so many members in all.
   void reserve( uint32_t members ) {
-    const auto [ capacity, chunks ] =
-        block_ ? std::pair( header().capacity, header().chunks ) : std::pair( 0u, 0u );
-    if ( members > capacity ) {
+    if ( members > ( block_ ? header().capacity : 0 ) ) {
       growSlots( members );
     }
-    if ( members >= indexFrom && members > chunks * Detail::IndexChunk::maxLoad ) {
-      rebuildIndex( std::bit_ceil( members / Detail::IndexChunk::maxLoad + 1 ) );
+    if ( members >= indexFrom && members > index_.room() ) {
+      makeIndexFor( members );
     }
   }
 
   bool erase( const Key & key ) {
-    const uint64_t hash = index_ ? hashOf( key ) : 0;
+    const ContainerHash hash = hashOf( key );
     const uint32_t at = findSlot( key, hash );
     if ( at == noSlot ) {
       return false;
     }
-    if ( index_ ) {
-      indexErase( at, hash );
+    if ( index_.stands() ) {
+      index_.erase( hash, at );
     }
     for ( Walk * walk = walks_; walk; walk = walk->outer_ )
       [[unlikely]] {
@@ -317,7 +273,7 @@ public:
       return;
     }
     void * block = std::exchange( block_, nullptr );
-    auto * index = std::exchange( index_, nullptr );
+    index_.clear();
     size_ = 0;
     if constexpr ( !flat ) {
       auto * slots = slotsOf( block );
@@ -329,7 +285,6 @@ public:
       }
     }
     std::free( block );
-    std::free( index );
   }
 
   // Values are handed out as `Given`, e.g. as pointers to constant entities.
@@ -339,14 +294,13 @@ public:
 
   // Bytes allocated for members and index.
   size_t memory() const {
-    return !block_ ? 0
-                   : headerSize + header().capacity * sizeof( Slot ) +
-                         header().chunks * sizeof( Detail::IndexChunk );
+    return !block_ ? 0 : headerSize + header().capacity * sizeof( Slot ) + index_.memory();
   }
 
 private:
-  static uint64_t hashOf( const Key & key ) {
-    return containerHash( 0x243F6A8885A308D3ull, key );
+  // The index's; while there is none, it is not looked at.
+  ContainerHash hashOf( const Key & key ) const {
+    return index_.stands() ? containerHash( key ) : ContainerHash();
   }
   static Slot * slotsOf( void * block ) {
     return reinterpret_cast< Slot * >( static_cast< char * >( block ) + headerSize );
@@ -361,11 +315,16 @@ private:
     return size_ ? header().head : noSlot;
   }
 
-  uint32_t findSlot( const Key & key ) const {
-    return findSlot( key, index_ ? hashOf( key ) : 0 );
+  // The next slot in order, which mostly is the next in the array too.
+  uint32_t after( uint32_t at ) const {
+    return Detail::predicted( at + 1, slot( at ).next );
   }
-  uint32_t findSlot( const Key & key, uint64_t hash ) const {
-    if ( !index_ ) {
+
+  uint32_t findSlot( const Key & key ) const {
+    return findSlot( key, hashOf( key ) );
+  }
+  uint32_t findSlot( const Key & key, const ContainerHash & hash ) const {
+    if ( !index_.stands() ) {
       if ( size_ ) {
         for ( uint32_t at = header().head; at != noSlot; at = slot( at ).next ) {
           if ( slot( at ).key == key ) {
@@ -375,21 +334,8 @@ private:
       }
       return noSlot;
     }
-    const Detail::HashParts parts( hash );
-    const uint32_t mask = mask_;
     const Slot * slots = slotsOf( block_ );
-    for ( uint32_t at = parts.chunk & mask;; at = ( at + parts.step ) & mask ) {
-      const Detail::IndexChunk & chunk = index_[ at ];
-      for ( uint32_t found = chunk.match( parts.tag ); found; found &= found - 1 ) {
-        const uint32_t candidate = chunk.slots[ std::countr_zero( found ) ];
-        if ( slots[ candidate ].key == key ) [[likely]] {
-          return candidate;
-        }
-      }
-      if ( chunk.overflow == 0 ) [[likely]] {
-        return noSlot;
-      }
-    }
+    return index_.find( hash, [ & ]( uint32_t at ) { return slots[ at ].key == key; } );
   }
 
   uint32_t takeSlot() {
@@ -401,11 +347,10 @@ private:
       header().free = slot( at ).next;
       return at;
     }
-    if ( header().used == header().capacity ) {
-      const uint32_t capacity = header().capacity;
+    if ( const uint32_t capacity = header().capacity; size_ == capacity ) {
       growSlots( capacity < 16 ? capacity * 2 : capacity + capacity / 2 );
     }
-    return header().used++;
+    return size_;
   }
 
   void link( uint32_t at ) {
@@ -422,89 +367,59 @@ private:
     ( next == noSlot ? all.tail : slot( next ).prev ) = prev;
   }
 
+  void moveSlots( void * block ) {
+    *static_cast< Header * >( block ) = header();
+    Slot * to = slotsOf( block );
+    for ( uint32_t at = header().head; at != noSlot; at = slot( at ).next ) {
+      Slot & from = slot( at );
+      to[ at ].next = from.next;
+      to[ at ].prev = from.prev;
+      new ( &to[ at ].key ) Key( std::move( from.key ) );
+      new ( &to[ at ].value ) Value( std::move( from.value ) );
+      std::destroy_at( &from.value );
+      std::destroy_at( &from.key );
+    }
+    for ( uint32_t at = header().free; at != noSlot; at = slot( at ).next ) {
+      to[ at ].next = slot( at ).next;
+    }
+  }
   void growSlots( uint32_t capacity ) {
     const size_t bytes = headerSize + capacity * sizeof( Slot );
-    void * block;
-    if ( relocatable && block_ ) {
-      block = std::realloc( block_, bytes );
-    } else {
-      block = std::malloc( bytes );
-    }
-    if ( !block ) {
-      throw std::bad_alloc();
-    }
     if ( !block_ ) {
-      new ( block ) Header{ noSlot, noSlot, noSlot, 0, capacity, 0 };
-    } else if constexpr ( !relocatable ) {
-      *static_cast< Header * >( block ) = header();
-      Slot * to = slotsOf( block );
-      for ( uint32_t at = header().head; at != noSlot; at = slot( at ).next ) {
-        Slot & from = slot( at );
-        to[ at ].next = from.next;
-        to[ at ].prev = from.prev;
-        new ( &to[ at ].key ) Key( std::move( from.key ) );
-        new ( &to[ at ].value ) Value( std::move( from.value ) );
-        std::destroy_at( &from.value );
-        std::destroy_at( &from.key );
-      }
-      for ( uint32_t at = header().free; at != noSlot; at = slot( at ).next ) {
-        to[ at ].next = slot( at ).next;
-      }
-      std::free( block_ );
+      block_ = Detail::grownMemory( nullptr, 0, bytes );
+      new ( block_ ) Header{ noSlot, noSlot, noSlot, capacity };
+    } else if constexpr ( relocatable ) {
+      block_ =
+          Detail::grownMemory( block_, headerSize + header().capacity * sizeof( Slot ), bytes );
+    } else {
+      void * const block = Detail::grownMemory( nullptr, 0, bytes );
+      moveSlots( block );
+      std::free( std::exchange( block_, block ) );
     }
-    block_ = block;
     header().capacity = capacity;
   }
 
-  // Enters the slot, just linked, in the index; makes or enlarges the index when it must.
-  void indexInsert( uint32_t at ) {
-    const uint32_t chunks = header().chunks;
-    if ( !index_ || size_ > chunks * Detail::IndexChunk::maxLoad ) {
-      rebuildIndex( chunks ? chunks * 2 : 1 );
-    } else {
-      indexEnter( at );
-    }
-  }
-  void rebuildIndex( uint32_t chunks ) {
-    using Detail::IndexChunk;
-    std::free( std::exchange( index_, nullptr ) );
-    index_ = static_cast< IndexChunk * >(
-        std::aligned_alloc( alignof( IndexChunk ), chunks * sizeof( IndexChunk ) ) );
-    if ( !index_ ) {
-      throw std::bad_alloc();
-    }
-    std::memset( static_cast< void * >( index_ ), 0, chunks * sizeof( IndexChunk ) );
-    header().chunks = chunks;
-    mask_ = chunks - 1;
-    for ( uint32_t each = header().head; each != noSlot; each = slot( each ).next ) {
-      indexEnter( each );
-    }
-  }
-  void indexEnter( uint32_t at ) {
-    const Detail::HashParts parts( hashOf( slot( at ).key ) );
-    for ( uint32_t each = parts.chunk & mask_;; each = ( each + parts.step ) & mask_ ) {
-      Detail::IndexChunk & chunk = index_[ each ];
-      if ( const uint32_t room = chunk.match( 0 ) ) [[likely]] {
-        const int i = std::countr_zero( room );
-        chunk.tags[ i ] = parts.tag;
-        chunk.slots[ i ] = at;
-        return;
+  void makeIndexFor( uint32_t members ) {
+    index_.makeFor( members );
+    // Members are hashed some way ahead of being entered, so that their chunks arrive meanwhile.
+    struct Entry {
+      ContainerHash hash;
+      uint32_t at;
+    };
+    constexpr uint32_t ahead = 16;
+    Entry entries[ ahead ];
+    uint32_t hashed = 0;
+    for ( uint32_t at = first(); at != noSlot; at = after( at ) ) {
+      Entry & entry = entries[ hashed % ahead ];
+      if ( hashed >= ahead ) {
+        index_.enter( entry.hash, entry.at );
       }
-      ++chunk.overflow;
+      entry = { hashOf( slot( at ).key ), at };
+      index_.prefetch( entry.hash );
+      ++hashed;
     }
-  }
-  void indexErase( uint32_t at, uint64_t hash ) {
-    const Detail::HashParts parts( hash );
-    for ( uint32_t each = parts.chunk & mask_;; each = ( each + parts.step ) & mask_ ) {
-      Detail::IndexChunk & chunk = index_[ each ];
-      for ( uint32_t found = chunk.match( parts.tag ); found; found &= found - 1 ) {
-        const int i = std::countr_zero( found );
-        if ( chunk.slots[ i ] == at ) {
-          chunk.tags[ i ] = 0;
-          return;
-        }
-      }
-      --chunk.overflow;
+    for ( uint32_t i = 0; i < ahead && i < hashed; ++i ) {
+      index_.enter( entries[ i ].hash, entries[ i ].at );
     }
   }
   void leave( Walk * walk ) const {
@@ -516,14 +431,13 @@ private:
   }
   void freeMemory() {
     std::free( std::exchange( block_, nullptr ) );
-    std::free( std::exchange( index_, nullptr ) );
+    index_.clear();
   }
 
   void * block_ = nullptr;
-  Detail::IndexChunk * index_ = nullptr;
   mutable Walk * walks_ = nullptr;
-  uint32_t size_ = 0;
-  uint32_t mask_ = 0; // chunks of the index less one
+  [[no_unique_address]] Detail::CollectionIndex index_;
+  uint32_t size_ = 0; // within the index's tail
 };
 
 } // namespace Vex

@@ -33,7 +33,7 @@ struct ReactorGuard {
   const Reactor * reactor;
   const bool zombie;
   ReactorGuard * outer;
-  static constinit thread_local ReactorGuard * guards;
+  [[gnu::tls_model( "initial-exec" )]] static constinit thread_local ReactorGuard * guards;
 };
 
 constinit thread_local ReactorGuard * ReactorGuard::guards = nullptr;
@@ -138,26 +138,6 @@ Reactor::~Reactor() {
   if ( const Entity * watched = std::exchange( notifier_, nullptr ) ) {
     watched->reactors_.remove( this );
     watched->refDec();
-  }
-}
-
-void Reactor::notifierIs( const Entity * notifier ) {
-  if ( notifier == notifier_ ) {
-    return;
-  }
-  if ( notifier ) {
-    notifier->refInc();
-  }
-  // What ends with the entity left, this reactor perhaps, ends last.
-  const auto left = Ptr< const Entity >::adopt( std::exchange( notifier_, notifier ) );
-  if ( left ) {
-    left->reactors_.remove( this );
-  }
-  if ( notifier ) {
-    notifier->reactors_.append( this );
-    if ( !markedForDeletion_ ) {
-      handleNotifier();
-    }
   }
 }
 

@@ -83,4 +83,26 @@ private:
   std::unique_ptr< Extra > extra_; // what few entities have
 };
 
+inline void Reactor::notifierIs( const Entity * notifier ) {
+  const Entity * const left = notifier_;
+  if ( notifier == left ) {
+    return;
+  }
+  notifier_ = notifier;
+  if ( left ) {
+    left->reactors_.remove( this );
+  }
+  if ( notifier ) {
+    notifier->refInc();
+    notifier->reactors_.append( this );
+  }
+  // What ends with the entity left, this reactor perhaps, ends last.
+  if ( notifier && !markedForDeletion_ ) {
+    const auto held = Ptr< const Entity >::adopt( left );
+    handleNotifier();
+  } else if ( left ) {
+    left->refDec();
+  }
+}
+
 } // namespace Vex

@@ -1,6 +1,6 @@
 // Two hashes of values. The published one is seeded, 32 bits wide and mixes the hash of each
 // field in field order (the mixing steps are those of MurmurHash3's 32-bit variant). The
-// containers use a cheaper one of 64 bits, a multiply and fold for each word.
+// containers use a cheaper one of 64 bits.
 #pragma once
 
 #include <cstdint>
@@ -60,15 +60,30 @@ template< class T > uint32_t fieldHash( const T & field ) {
   }
 }
 
+template< class T >
+concept HasWord = std::is_integral_v< T > || std::is_enum_v< T > || requires( const T & value ) {
+  value.vexWord();
+};
+
+template< HasWord T > constexpr uint64_t wordOf( const T & value ) {
+  if constexpr ( requires { value.vexWord(); } ) {
+    return value.vexWord();
+  } else {
+    return static_cast< uint64_t >( value );
+  }
+}
+
+constexpr uint64_t goldenRatio = 0x9E3779B97F4A7C15ull;
+
 constexpr uint64_t foldWord( uint64_t hash, uint64_t word ) {
-  const auto product = static_cast< unsigned __int128 >( hash ^ word ) * 0x9E3779B97F4A7C15ull;
+  const auto product = static_cast< unsigned __int128 >( hash ^ word ) * goldenRatio;
   return static_cast< uint64_t >( product ) ^ static_cast< uint64_t >( product >> 64 );
 }
 
 // Every word of a value, each mixed whole.
 template< class T > constexpr uint64_t foldHash( uint64_t hash, const T & value ) {
-  if constexpr ( requires { value.vexWord(); } ) {
-    return foldWord( hash, value.vexWord() );
+  if constexpr ( HasWord< T > ) {
+    return foldWord( hash, wordOf( value ) );
   } else if constexpr ( requires { T::vexFields(); } ) {
     return std::apply(
         [ & ]( const auto &... field ) {
@@ -88,28 +103,44 @@ template< class T > constexpr uint64_t foldHash( uint64_t hash, const T & value 
 }
 
 // The hash of containers. What is used one after the other, such as VLANs and ports, has words
-// that follow each other: of their last words' low bits two change the hash's top bits alone,
-// which a container uses within one cache line, and four its lowest bits alone, which choose
-// among neighbouring lines.
-constexpr uint64_t neighbourHash( uint64_t hash, uint64_t word ) {
-  return foldWord( hash, word >> 6 ) ^ ( word & 3 ) << 61 ^ ( ( word >> 2 ) & 15 );
+// that follow each other: those that differ in their last words' two low bits alone share a
+// cache line of the index, and the next four bits choose among neighbouring lines. All else is
+// multiplied by the golden ratio, which spreads an arithmetic progression evenly.
+struct ContainerHash {
+  uint64_t spread; // its upper bits choose the line
+  uint64_t word;
+
+  constexpr uint32_t neighbour() const { return ( word >> 2 ) & 15; }
+  // From 1 to 255.
+  constexpr uint32_t tag() const {
+    const auto tag = static_cast< uint32_t >( ( ( spread + word ) * 0xD1342543DE82EF95ull ) >> 56 );
+    return tag ? tag : 1;
+  }
+};
+
+// Of a field before the last. Multiplied as well, so that grids spread evenly too.
+template< class T > constexpr uint64_t spreadHash( uint64_t hash, const T & value ) {
+  if constexpr ( HasWord< T > ) {
+    return ( hash + wordOf( value ) ) * 0xC13FA9A902A6328Full;
+  } else {
+    return foldHash( hash, value );
+  }
 }
 
-template< class T > constexpr uint64_t containerHash( uint64_t hash, const T & value ) {
-  if constexpr ( requires { value.vexWord(); } ) {
-    return neighbourHash( hash, value.vexWord() );
+template< class T > constexpr ContainerHash containerHash( const T & value, uint64_t before = 0 ) {
+  if constexpr ( HasWord< T > ) {
+    const uint64_t word = wordOf( value );
+    return { ( before + ( word >> 6 ) ) * goldenRatio, word };
   } else if constexpr ( requires { T::vexFields(); } ) {
     constexpr auto fields = T::vexFields();
     constexpr size_t last = std::tuple_size_v< decltype( fields ) > - 1;
     return [ & ]< size_t... i >( std::index_sequence< i... > ) {
-      ( ( hash = foldHash( hash, value.*std::get< i >( fields ).member ) ), ... );
-      return containerHash( hash, value.*std::get< last >( fields ).member );
+      ( ( before = spreadHash( before, value.*std::get< i >( fields ).member ) ), ... );
+      return containerHash( value.*std::get< last >( fields ).member, before );
     }
     ( std::make_index_sequence< last >() );
-  } else if constexpr ( std::is_integral_v< T > || std::is_enum_v< T > ) {
-    return neighbourHash( hash, static_cast< uint64_t >( value ) );
   } else {
-    return foldHash( hash, value );
+    return { foldHash( before, value ), 0 };
   }
 }
 

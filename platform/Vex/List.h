@@ -3,6 +3,8 @@
 // not visited by it. An element joins at the end.
 #pragma once
 
+#include "Vex/Predicted.h"
+
 namespace Vex::Detail {
 
 template< class T > struct ListLink {
@@ -21,7 +23,8 @@ struct ListCursor {
   ListCursor * outer;
 };
 
-extern constinit thread_local ListCursor * listCursors;
+// Reached in one load, as what every change and every walk looks at.
+[[gnu::tls_model( "initial-exec" )]] extern constinit thread_local ListCursor * listCursors;
 
 template< class T, ListLink< T > T::*link > class List {
 public:
@@ -48,16 +51,17 @@ public:
   void remove( T * element ) {
     T * next = ( element->*link ).next;
     T * prev = ( element->*link ).prev;
-    for ( ListCursor * each = listCursors; each; each = each->outer ) {
-      if ( each->list == this ) {
-        if ( each->next == element ) {
-          each->next = each->last == element ? nullptr : next;
-        }
-        if ( each->last == element ) {
-          each->last = prev;
+    for ( ListCursor * each = listCursors; each; each = each->outer )
+      [[unlikely]] {
+        if ( each->list == this ) {
+          if ( each->next == element ) {
+            each->next = each->last == element ? nullptr : next;
+          }
+          if ( each->last == element ) {
+            each->last = prev;
+          }
         }
       }
-    }
     if ( element == first_ ) {
       first_ = next;
     } else {
@@ -71,12 +75,22 @@ public:
   }
 
   template< class Visit > void forEach( Visit && visit ) const {
-    if ( !first_ ) {
+    T * element = first_;
+    if ( !element ) {
       return;
     }
-    Cursor cursor( this, first_, ( first_->*link ).prev );
-    while ( T * element = static_cast< T * >( cursor.next ) ) {
-      cursor.next = element == cursor.last ? nullptr : ( element->*link ).next;
+    T * last = ( element->*link ).prev;
+    if ( element != last ) {
+      Cursor cursor( this, nullptr, last );
+      do {
+        T * const next = ( element->*link ).next;
+        cursor.next = next;
+        visit( *element );
+        element = predicted( next, static_cast< T * >( cursor.next ) );
+      } while ( element && element != cursor.last );
+    }
+    // After the last there is nothing that a change could take away.
+    if ( element ) {
       visit( *element );
     }
   }

@@ -46,7 +46,7 @@ protected:
 
   // Detaches from the entity watched so far and attaches to this one, or to none. With a new
   // entity, and no zombie mark, the whole-entity handler runs.
-  void notifierIs( const Entity * notifier );
+  inline void notifierIs( const Entity * notifier );
 
   // `key` points to the changed member's key; null for an attribute without keys.
   virtual void onAttribute( AttrId id, const void * key ) = 0;

@@ -126,7 +126,7 @@ struct Deletion {
   const void * collection;
   const void * key;
   Deletion * outer;
-  static constinit thread_local Deletion * current;
+  [[gnu::tls_model( "initial-exec" )]] static constinit thread_local Deletion * current;
 };
 
 } // namespace Detail

@@ -1,6 +1,7 @@
 #include "Vex/Text.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 
@@ -34,8 +35,18 @@ void TextBuffer::grow( size_t size ) {
 }
 
 std::string_view TextCursor::peekWord() const {
-  const auto stop = rest().find_first_of( " \t,[]{}()'\"" );
-  return rest().substr( 0, stop );
+  static constexpr auto endsWord = [] {
+    std::array< bool, 256 > table{};
+    for ( const unsigned char c : std::string_view( " \t,[]{}()'\"" ) ) {
+      table[ c ] = true;
+    }
+    return table;
+  }();
+  const char * stop = at_;
+  while ( stop != end_ && !endsWord[ static_cast< unsigned char >( *stop ) ] ) {
+    ++stop;
+  }
+  return { at_, static_cast< size_t >( stop - at_ ) };
 }
 
 void TextCursor::fail( String expected ) const {

@@ -18,8 +18,15 @@ constexpr std::string_view expectedName =
     "an interface name of at most 63 letters, digits or / . _ : -";
 
 bool allowedInName( char c ) {
-  return ( c >= 'a' && c <= 'z' ) || ( c >= 'A' && c <= 'Z' ) || ( c >= '0' && c <= '9' ) ||
-         std::string_view( "/._:-" ).find( c ) != std::string_view::npos;
+  static constexpr auto allowed = [] {
+    std::array< bool, 256 > table{};
+    for ( const unsigned char each : std::string_view(
+              "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._:-" ) ) {
+      table[ each ] = true;
+    }
+    return table;
+  }();
+  return allowed[ static_cast< unsigned char >( c ) ];
 }
 
 // The interned names. A name never moves and never goes, so that it is read without the lock by
@@ -241,8 +248,8 @@ void appendText( Vex::TextBuffer & out, IntfId intfId ) {
 
 void parseText( Vex::TextCursor & in, IntfId & intfId ) {
   const auto name = in.peekWord();
-  const bool nothing = in.done() || in.rest().find_first_of( ",)]}" ) == 0;
-  if ( name.empty() && !nothing ) {
+  if ( name.empty() && !in.done() &&
+       std::string_view( ",)]}" ).find( *in.at() ) == std::string_view::npos ) {
     in.fail( Vex::String( expectedName ) );
   }
   intfId = idOfName( in, name );

@@ -1,0 +1,235 @@
+// What it costs to be told, to watch and to point, against lists and counts that promise nothing:
+// a notification, attaching and detaching, and a pointer's copy. And what all of it weighs.
+#include "Ratio.h"
+
+#include "Vex/Attributes.h"
+
+#include <memory>
+
+// Nothing here is known to the compiler to be the only one of its kind, so that calls are as
+// virtual as they are written.
+namespace Bench {
+
+class Owner : public Vex::ReactorOwner {};
+
+class Counting : public Vex::Reactor {
+public:
+  explicit Counting( Owner & owner ) : Reactor( owner ) {}
+  using Reactor::notifierIs;
+  void onAttribute( Vex::AttrId id, const void * ) override;
+  uint64_t told = 0;
+};
+void Counting::onAttribute( Vex::AttrId id, const void * ) {
+  told += id;
+}
+class SilentReactor : public Vex::Reactor {
+public:
+  explicit SilentReactor( Owner & owner ) : Reactor( owner ) {}
+  void onAttribute( Vex::AttrId, const void * ) override;
+};
+void SilentReactor::onAttribute( Vex::AttrId, const void * ) {}
+
+// The floor: a listener in a doubly linked list, which joins at the end.
+class Listener {
+public:
+  virtual ~Listener() = default;
+  virtual void onAttribute( Vex::AttrId id, const void * key ) = 0;
+
+  Listener * prev = nullptr;
+  Listener * next = nullptr;
+};
+
+class CountingListener : public Listener {
+public:
+  void onAttribute( Vex::AttrId id, const void * ) override;
+  uint64_t told = 0;
+};
+void CountingListener::onAttribute( Vex::AttrId id, const void * ) {
+  told += id;
+}
+class SilentListener : public Listener {
+public:
+  void onAttribute( Vex::AttrId, const void * ) override;
+};
+void SilentListener::onAttribute( Vex::AttrId, const void * ) {}
+
+struct Listeners {
+  void notify( Vex::AttrId id, const void * key ) const {
+    for ( Listener * each = first; each; each = each->next ) {
+      each->onAttribute( id, key );
+    }
+  }
+  void append( Listener * listener ) {
+    listener->prev = last;
+    listener->next = nullptr;
+    ( last ? last->next : first ) = listener;
+    last = listener;
+  }
+  void remove( Listener * listener ) {
+    ( listener->prev ? listener->prev->next : first ) = listener->next;
+    ( listener->next ? listener->next->prev : last ) = listener->prev;
+  }
+
+  Listener * first = nullptr;
+  Listener * last = nullptr;
+};
+
+} // namespace Bench
+
+namespace {
+
+using Bench::Counting;
+using Bench::CountingListener;
+using Bench::Listeners;
+using Bench::Owner;
+
+class Subject : public Vex::Entity {
+  VEX_ENTITY( Subject, "Bench::Subject" )
+  VEX_ATTRIBUTE( 1, value, uint64_t )
+  VEX_ATTRIBUTES( value )
+};
+
+constexpr int times = 100000;
+
+void notification( benchmark::State & state ) {
+  const auto entity = Vex::makePtr< Subject >();
+  Owner owner;
+  std::vector< std::unique_ptr< Counting > > reactors;
+  Listeners listeners;
+  std::vector< std::unique_ptr< CountingListener > > plain;
+  for ( int i = 0; i < state.range( 0 ); ++i ) {
+    reactors.push_back( std::make_unique< Counting >( owner ) );
+    reactors.back()->notifierIs( entity.get() );
+    plain.push_back( std::make_unique< CountingListener >() );
+    listeners.append( plain.back().get() );
+  }
+  Bench::compare(
+      state, times,
+      [ & ] {
+        for ( int i = 0; i < times; ++i ) {
+          entity->vexNotify( Subject::valueAttr, nullptr );
+          benchmark::ClobberMemory();
+        }
+      },
+      [ & ] {
+        for ( int i = 0; i < times; ++i ) {
+          listeners.notify( Subject::valueAttr, nullptr );
+          benchmark::ClobberMemory();
+        }
+      } );
+}
+BENCHMARK( notification )->Arg( 0 )->Arg( 1 )->Arg( 4 )->UseManualTime();
+
+// Many, each to one of its own that has a watcher already.
+void attachAndDetach( benchmark::State & state ) {
+  constexpr size_t many = 64;
+  Owner owner;
+  struct Watched {
+    explicit Watched( Owner & owner ) : first( owner ), reactor( owner ) {
+      first.notifierIs( entity.get() );
+      listeners.append( &firstListener );
+    }
+    Vex::Ptr< Subject > entity = Vex::makePtr< Subject >();
+    Counting first;
+    Counting reactor;
+    Listeners listeners;
+    CountingListener firstListener;
+    CountingListener listener;
+  };
+  std::vector< std::unique_ptr< Watched > > all;
+  for ( size_t i = 0; i < many; ++i ) {
+    all.push_back( std::make_unique< Watched >( owner ) );
+  }
+  const auto rounds = [ & ]( auto attach, auto detach ) {
+    for ( int round = 0; round < 1000; ++round ) {
+      for ( const auto & each : all ) {
+        attach( *each );
+      }
+      benchmark::ClobberMemory();
+      for ( const auto & each : all ) {
+        detach( *each );
+      }
+      benchmark::ClobberMemory();
+    }
+  };
+  Bench::compare(
+      state, 1000.0 * many,
+      [ & ] {
+        rounds( []( Watched & each ) { each.reactor.notifierIs( each.entity.get() ); },
+                []( Watched & each ) { each.reactor.notifierIs( nullptr ); } );
+      },
+      [ & ] {
+        rounds( []( Watched & each ) { each.listeners.append( &each.listener ); },
+                []( Watched & each ) { each.listeners.remove( &each.listener ); } );
+      } );
+}
+BENCHMARK( attachAndDetach )->UseManualTime();
+
+// A bare intrusive count.
+struct Counted {
+  virtual ~Counted() = default;
+  uint32_t refs = 1;
+};
+class PlainPtr {
+public:
+  explicit PlainPtr( Counted * object ) : object_( object ) {}
+  PlainPtr( const PlainPtr & other ) : object_( other.object_ ) {
+    if ( object_ ) {
+      ++object_->refs;
+    }
+  }
+  PlainPtr & operator=( const PlainPtr & ) = delete;
+  ~PlainPtr() {
+    if ( object_ && --object_->refs == 0 ) {
+      delete object_;
+    }
+  }
+
+private:
+  Counted * object_;
+};
+
+// The copies live while something is done that neither side sees.
+template< class Pointer > void copyAndDestroy( const std::vector< Pointer > & pointers ) {
+  for ( const auto & pointer : pointers ) {
+    const Pointer copy( pointer );
+    benchmark::ClobberMemory();
+  }
+}
+void pointerCopy( benchmark::State & state ) {
+  constexpr int many = 1000;
+  std::vector< Vex::Ptr< Subject > > entities;
+  std::vector< PlainPtr > plain;
+  for ( int i = 0; i < many; ++i ) {
+    entities.push_back( Vex::makePtr< Subject >() );
+    plain.emplace_back( new Counted() );
+  }
+  Bench::compare(
+      state, many, [ & ] { copyAndDestroy( entities ); }, [ & ] { copyAndDestroy( plain ); } );
+}
+BENCHMARK( pointerCopy )->UseManualTime();
+
+class Bare : public Vex::Entity {
+  VEX_ENTITY( Bare, "Bench::Bare" )
+  VEX_COMPUTED( 1, nothing, bool )
+  VEX_ATTRIBUTES( nothing )
+};
+bool Bare::nothing() const {
+  return true;
+}
+
+void bytes( benchmark::State & state ) {
+  Vex::Collection< uint64_t, uint64_t > members;
+  for ( auto _ : state ) {
+    for ( uint64_t i = 0; i < 8; ++i ) {
+      members.findOrAdd( i, [] { return 0; } );
+      state.counters[ "members_" + std::to_string( i + 1 ) ] = double( members.memory() );
+    }
+  }
+  state.counters[ "entity" ] = sizeof( Bare );
+  state.counters[ "reactor" ] = sizeof( Bench::SilentReactor );
+  state.counters[ "collection" ] = sizeof( members );
+}
+BENCHMARK( bytes )->Iterations( 1 );
+
+} // namespace

@@ -1,0 +1,226 @@
+#include "inspect/Inspect.h"
+
+#include "Ringlog/RingReader.h"
+#include "Ringlog/Setting.h"
+#include "Ringlog/TextTrace.h"
+
+#include <chrono>
+#include <cmath>
+#include <ctime>
+#include <limits>
+#include <memory>
+#include <thread>
+
+namespace Inspect {
+
+namespace {
+
+constexpr auto usage = R"(kez-inspect shows what a process leaves in files.
+
+  kez-inspect ring FILE [OPTION]...  show the records of a ring in order of time
+  kez-inspect help                   this text
+
+  --handle PATTERN  only of handles like KezEvpn*; * and ? stand for any characters and for one
+  --level LEVELS    only of levels like 5, 0-5 or 1+5+8-9
+  --from SECONDS    only since this time, as the records show it
+  --to SECONDS      only until this time
+  --source          end each line with the file and line of its statement
+  --follow          go on with what is written, also after another ring takes the file's place
+
+A line has time, handle, level and text. Exit status: 0; 1 the file is damaged, and what is left
+of it was shown; 2 a bad option, or a file that is no ring or cannot be read.
+)";
+
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+struct Options {
+  std::string file;
+  std::string handle = "*";
+  std::string level = "0-9";
+  double from = -std::numeric_limits< double >::infinity();
+  double to = std::numeric_limits< double >::infinity();
+  bool source = false;
+  bool follow = false;
+};
+
+double parseSeconds( const std::string & option, const std::string & text ) {
+  try {
+    const auto seconds = Vex::parse< double >( text );
+    if ( std::isfinite( seconds ) ) {
+      return seconds;
+    }
+  } catch ( const Vex::ParseError & ) {}
+  throw UsageError( option + ": expected a number of seconds, found '" + text + "'" );
+}
+
+// Of the arguments after the first.
+Options parseOptions( const std::vector< std::string > & arguments ) {
+  Options options;
+  for ( size_t i = 1; i < arguments.size(); ++i ) {
+    const auto & option = arguments[ i ];
+    const auto value = [ & ] {
+      if ( ++i == arguments.size() || arguments[ i ].empty() ) {
+        throw UsageError( option + ": expected a value" );
+      }
+      return arguments[ i ];
+    };
+    if ( option == "--handle" ) {
+      options.handle = value();
+    } else if ( option == "--level" ) {
+      options.level = value();
+    } else if ( option == "--from" ) {
+      options.from = parseSeconds( option, value() );
+    } else if ( option == "--to" ) {
+      options.to = parseSeconds( option, value() );
+    } else if ( option == "--source" ) {
+      options.source = true;
+    } else if ( option == "--follow" ) {
+      options.follow = true;
+    } else if ( option.starts_with( "-" ) || !options.file.empty() ) {
+      throw UsageError( "expected one file and --handle, --level, --from, --to, --source or "
+                        "--follow, found '" +
+                        option + "'" );
+    } else {
+      options.file = option;
+    }
+  }
+  if ( options.file.empty() ) {
+    throw UsageError( "ring: expected a file" );
+  }
+  return options;
+}
+
+Ringlog::Setting parseSetting( const std::string & option, const std::string & value,
+                               const std::string & before ) {
+  try {
+    // One pattern or one set of levels, where a setting could have more entries.
+    Vex::TextCursor in( value );
+    in.atIs( value.data() + std::min( value.size(), value.find_first_of( "/," ) ) );
+    Vex::expectEnd( in );
+    return Ringlog::Setting( before + value );
+  } catch ( const Vex::ParseError & error ) {
+    throw UsageError( option + ": " + error.what() );
+  }
+}
+
+// Shows one ring, or what follows it.
+class RingView {
+public:
+  RingView( const Options & options, std::ostream & out, std::ostream & err )
+      : options_( options ), handles_( parseSetting( "--handle", options.handle, "" ) ),
+        levels_( parseSetting( "--level", options.level, "*/" ) ), out_( out ), err_( err ),
+        reader_( open() ) {}
+
+  // Whether all was in order.
+  bool show() {
+    reader_->read( [ this ]( const Ringlog::RingRecord & record ) { showRecord( record ); } );
+    out_.flush();
+    showProblems();
+    return reader_->problems().empty();
+  }
+
+  [[noreturn]] void follow() {
+    while ( true ) {
+      std::this_thread::sleep_for( std::chrono::milliseconds( 100 ) );
+      // Asked before, so that the old one's last records are shown.
+      const bool replaced = reader_->isReplaced();
+      show();
+      if ( !out_ ) {
+        throw std::runtime_error( "cannot write" );
+      }
+      if ( replaced ) {
+        reader_ = open();
+      }
+    }
+  }
+
+private:
+  std::unique_ptr< Ringlog::RingReader > open() {
+    auto reader = std::make_unique< Ringlog::RingReader >( options_.file );
+    const auto & header = reader->header();
+    const auto mounted = static_cast< std::time_t >( header.wallSeconds );
+    std::tm utc{};
+    gmtime_r( &mounted, &utc );
+    char date[ 32 ];
+    std::strftime( date, sizeof( date ), "%Y-%m-%dT%H:%M:%SZ", &utc );
+    out_ << "# process " << header.process << ", mounted " << date << " at "
+         << Vex::text( header.seconds ) << " s of the steady clock\n";
+    shownProblems_ = 0;
+    shownLost_ = 0;
+    return reader;
+  }
+
+  void showRecord( const Ringlog::RingRecord & record ) {
+    if ( record.time < options_.from || record.time > options_.to ||
+         handles_.levels( record.handle ) == 0 ||
+         ( levels_.levels( record.handle ) >> record.level & 1 ) == 0 ) {
+      return;
+    }
+    Vex::TextBuffer line;
+    Ringlog::appendLine( line, { record.time, record.handle, record.level, record.text } );
+    out_ << line.view();
+    if ( options_.source ) {
+      out_ << "  [" << record.file << ':' << record.line << ']';
+    }
+    out_ << '\n';
+  }
+
+  void showProblems() {
+    for ( ; shownProblems_ < reader_->problems().size(); ++shownProblems_ ) {
+      err_ << options_.file << ": " << reader_->problems()[ shownProblems_ ] << std::endl;
+    }
+    const auto lost = reader_->lostRecords();
+    if ( lost != shownLost_ ) {
+      err_ << options_.file << ": " << lost
+           << " records found no room, more threads tracing than the ring has blocks" << std::endl;
+      shownLost_ = lost;
+    }
+  }
+
+  const Options & options_;
+  const Ringlog::Setting handles_;
+  const Ringlog::Setting levels_;
+  std::ostream & out_;
+  std::ostream & err_;
+  size_t shownProblems_ = 0;
+  uint64_t shownLost_ = 0;
+  std::unique_ptr< Ringlog::RingReader > reader_;
+};
+
+int dispatch( const std::vector< std::string > & arguments, std::ostream & out,
+              std::ostream & err ) {
+  const std::string command = arguments.empty() ? "" : arguments[ 0 ];
+  if ( command == "help" || command == "--help" ) {
+    out << usage;
+    return 0;
+  }
+  if ( command != "ring" ) {
+    throw UsageError( "expected ring or help, found " +
+                      ( command.empty() ? "nothing" : "'" + command + "'" ) );
+  }
+  const auto options = parseOptions( arguments );
+  RingView view( options, out, err );
+  const bool whole = view.show();
+  if ( options.follow ) {
+    view.follow();
+  }
+  return whole ? 0 : 1;
+}
+
+} // namespace
+
+int kezInspect( const std::vector< std::string > & arguments, std::ostream & out,
+                std::ostream & err ) {
+  try {
+    return dispatch( arguments, out, err );
+  } catch ( const UsageError & error ) {
+    err << "kez-inspect: " << error.what() << "\ntry kez-inspect help\n";
+  } catch ( const std::exception & error ) {
+    err << "kez-inspect: " << error.what() << '\n';
+  }
+  return 2;
+}
+
+} // namespace Inspect
