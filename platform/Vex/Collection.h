@@ -246,10 +246,9 @@ public:
     if ( index_.stands() ) {
       index_.erase( hash, at );
     }
-    for ( Walk * walk = walks_; walk; walk = walk->outer_ )
-      [[unlikely]] {
-        walk->leaveOut( at );
-      }
+    for ( Walk * walk = walks_; walk; walk = walk->outer_ ) {
+      walk->leaveOut( at );
+    }
     unlink( at );
     Slot & gone = slot( at );
     // Destroying the value can run code that uses this collection: all is in place by then.

@@ -51,17 +51,9 @@ public:
   void remove( T * element ) {
     T * next = ( element->*link ).next;
     T * prev = ( element->*link ).prev;
-    for ( ListCursor * each = listCursors; each; each = each->outer )
-      [[unlikely]] {
-        if ( each->list == this ) {
-          if ( each->next == element ) {
-            each->next = each->last == element ? nullptr : next;
-          }
-          if ( each->last == element ) {
-            each->last = prev;
-          }
-        }
-      }
+    if ( listCursors ) [[unlikely]] {
+      leaveWalks( element, next, prev );
+    }
     if ( element == first_ ) {
       first_ = next;
     } else {
@@ -96,6 +88,19 @@ public:
   }
 
 private:
+  void leaveWalks( T * element, T * next, T * prev ) const {
+    for ( ListCursor * each = listCursors; each; each = each->outer ) {
+      if ( each->list == this ) {
+        if ( each->next == element ) {
+          each->next = each->last == element ? nullptr : next;
+        }
+        if ( each->last == element ) {
+          each->last = prev;
+        }
+      }
+    }
+  }
+
   struct Cursor : ListCursor {
     Cursor( const void * list, void * next, void * last )
         : ListCursor( list, next, last, listCursors ) {
