@@ -12,7 +12,7 @@
 
 namespace Ringlog {
 
-constexpr size_t smallestRing = 128 * 1024; // in bytes
+constexpr size_t smallestRing = size_t( 128 ) * 1024; // in bytes
 
 // Mounts a new ring of about `bytes` in place of the one that is mounted and of the file `path`.
 // Raises std::runtime_error, and then changes nothing: when the file is there and is no ring,

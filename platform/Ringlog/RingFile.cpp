@@ -16,8 +16,6 @@
 
 namespace Ringlog {
 
-using RingFormat::Header;
-
 namespace {
 
 constexpr size_t pageSize = 4096;
