@@ -9,9 +9,7 @@
 #include <cstring>
 #include <random>
 
-namespace {
-
-constexpr size_t count = 1000;
+namespace Bench {
 
 struct Numbers {
   uint64_t first = 0;
@@ -19,6 +17,15 @@ struct Numbers {
   uint16_t third = 0;
   VEX_VALUE( Numbers, "Bench::Numbers", first, second, third )
 };
+
+} // namespace Bench
+
+namespace {
+
+using Bench::Numbers;
+
+constexpr size_t count = 1000;
+
 using Key = Kez::IntfVlanTunnelKey;
 
 // Numbers of all lengths.

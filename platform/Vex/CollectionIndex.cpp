@@ -23,7 +23,10 @@ void * checked( void * memory ) {
 }
 
 void * largeMemory( size_t bytes ) {
-  void * const memory = checked( std::aligned_alloc( hugePage, bytes ) );
+  void * memory = nullptr;
+  if ( posix_memalign( &memory, hugePage, bytes ) != 0 ) {
+    throw std::bad_alloc();
+  }
   madvise( memory, bytes / hugePage * hugePage, MADV_HUGEPAGE ); // else it does with small ones
   return memory;
 }

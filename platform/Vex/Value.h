@@ -51,18 +51,43 @@ template< Composite T > uint32_t hashFields( const T & value, uint32_t seed ) {
       T::vexFields() );
 }
 
+namespace Detail {
+
+// What stands before field `i` of T in its text, in one piece so that it is copied in one.
+template< class T, size_t i > constexpr auto textBeforeField() {
+  constexpr std::string_view type = i == 0 ? T::vexTypeName() : std::string_view();
+  constexpr std::string_view name = std::get< i >( T::vexFields() ).name;
+  constexpr std::string_view pieces[] = { i == 0 ? "Value('" : ", '", type,
+                                          i == 0 ? "', ** {'" : "", name, "': " };
+  constexpr size_t size = [ & ] {
+    size_t sum = 0;
+    for ( const auto piece : pieces ) {
+      sum += piece.size();
+    }
+    return sum;
+  }();
+  std::array< char, size > text{};
+  size_t at = 0;
+  for ( const auto piece : pieces ) {
+    for ( const char c : piece ) {
+      text[ at++ ] = c;
+    }
+  }
+  return text;
+}
+template< class T, size_t i > constexpr auto beforeField = textBeforeField< T, i >();
+
+} // namespace Detail
+
 template< Composite T > void appendText( TextBuffer & out, const T & value ) {
-  out.append( "Value('" );
-  out.append( T::vexTypeName() );
-  out.append( "', ** {" );
-  std::apply(
-      [ & ]( const auto &... field ) {
-        std::string_view opening = "'";
-        ( ( out.append( opening ), out.append( field.name ), out.append( "': " ),
-            appendText( out, value.*field.member ), opening = ", '" ),
-          ... );
-      },
-      T::vexFields() );
+  constexpr auto fields = T::vexFields();
+  [ & ]< size_t... i >( std::index_sequence< i... > ) {
+    ( ( out.append( std::string_view( Detail::beforeField< T, i >.data(),
+                                      Detail::beforeField< T, i >.size() ) ),
+        appendText( out, value.*std::get< i >( fields ).member ) ),
+      ... );
+  }
+  ( std::make_index_sequence< std::tuple_size_v< decltype( fields ) > >() );
   out.append( "})" );
 }
 
