@@ -1,6 +1,7 @@
 #include "agent/Wiring.h"
 
 #include "KezEvpn/KezEvpnLagSm.h"
+#include "KezEvpn/KezEvpnRemoteInfoFinderSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
 
 namespace Agent {
@@ -16,17 +17,23 @@ Wiring wire() {
       roots.rootIs( Role::input, "vlanStatusDir", Vex::makePtr< Bridging::VlanStatusDir >() );
   const auto evpnStatus =
       roots.rootIs( Role::input, "evpnStatus", Vex::makePtr< Evpn::EvpnStatus >() );
+  const auto floodSetOutput =
+      roots.rootIs( Role::input, "floodSetOutput", Vex::makePtr< L2Rib::FloodSetOutput >() );
 
   const auto evpnLagMemberInfo =
       roots.rootIs( Role::output, "evpnLagMemberInfo", Kez::evpnLagMemberInfoFactory() );
   const auto evpnVlanStatus =
       roots.rootIs( Role::output, "evpnVlanStatus", Kez::evpnVlanStatusFactory() );
+  const auto evpnRemoteInfo =
+      roots.rootIs( Role::output, "evpnRemoteInfo", Kez::evpnRemoteInfoFactory() );
 
   roots.rootIs( Role::machine, "evpnLagSm",
                 Kez::evpnLagSmFactory( acsd, lagConfigDir, evpnLagMemberInfo ) );
   roots.rootIs( Role::machine, "kezEvpnVlanMembershipSm",
                 Kez::kezEvpnVlanMembershipSmFactory( bridgingConfig, vlanStatusDir, evpnStatus,
                                                      evpnVlanStatus ) );
+  roots.rootIs( Role::machine, "evpnRemoteInfoFinderSm",
+                Kez::evpnRemoteInfoFinderSmFactory( floodSetOutput, evpnRemoteInfo ) );
 
   const auto scheduler =
       roots.rootIs( Role::runtime, "scheduler", Vex::makePtr< Loom::TaskScheduler >() );
