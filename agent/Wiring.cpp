@@ -3,6 +3,7 @@
 #include "KezEvpn/KezEvpnLagSm.h"
 #include "KezEvpn/KezEvpnRemoteInfoFinderSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
+#include "agent/SwitchFloodingHelper.h"
 
 namespace Agent {
 
@@ -34,6 +35,10 @@ Wiring wire() {
                                                      evpnVlanStatus ) );
   roots.rootIs( Role::machine, "evpnRemoteInfoFinderSm",
                 Kez::evpnRemoteInfoFinderSmFactory( floodSetOutput, evpnRemoteInfo ) );
+
+  const auto hardware = roots.rootIs( Role::hardware, "switch", Vex::makePtr< SimulatedSwitch >() );
+  roots.rootIs( Role::hardware, "floodingHelper",
+                Vex::makePtr< SwitchFloodingHelper >( "floodingHelper", hardware ) );
 
   const auto scheduler =
       roots.rootIs( Role::runtime, "scheduler", Vex::makePtr< Loom::TaskScheduler >() );
