@@ -27,7 +27,8 @@ enum class AttributeKind {
   counter,
   queue,
   reference,
-  reactors
+  reactors,
+  table
 };
 std::string_view text( AttributeKind kind );
 
