@@ -3,6 +3,7 @@
 #include "KezEvpn/KezEvpnFloodFilterSm.h"
 #include "KezEvpn/KezEvpnFloodingDot1qSm.h"
 #include "KezEvpn/KezEvpnLagSm.h"
+#include "KezEvpn/KezEvpnRemoteInfoFinderSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
 #include "agent/SwitchFloodingHelper.h"
 
@@ -21,11 +22,15 @@ Wiring wire() {
       roots.rootIs( Role::input, "evpnStatus", Vex::makePtr< Evpn::EvpnStatus >() );
   const auto evpnMplsConfig =
       roots.rootIs( Role::input, "evpnMplsConfig", Vex::makePtr< Evpn::MplsConfig >() );
+  const auto floodSetOutput =
+      roots.rootIs( Role::input, "floodSetOutput", Vex::makePtr< L2Rib::FloodSetOutput >() );
 
   const auto evpnLagMemberInfo =
       roots.rootIs( Role::output, "evpnLagMemberInfo", Kez::evpnLagMemberInfoFactory() );
   const auto evpnVlanStatus =
       roots.rootIs( Role::output, "evpnVlanStatus", Kez::evpnVlanStatusFactory() );
+  const auto evpnRemoteInfo =
+      roots.rootIs( Role::output, "evpnRemoteInfo", Kez::evpnRemoteInfoFactory() );
 
   const auto hardware = roots.rootIs( Role::hardware, "switch", Vex::makePtr< SimulatedSwitch >() );
   const auto floodingHelper =
@@ -40,6 +45,8 @@ Wiring wire() {
   roots.rootIs( Role::machine, "kezEvpnVlanMembershipSm",
                 Kez::kezEvpnVlanMembershipSmFactory( bridgingConfig, vlanStatusDir, evpnStatus,
                                                      evpnVlanStatus ) );
+  roots.rootIs( Role::machine, "evpnRemoteInfoFinderSm",
+                Kez::evpnRemoteInfoFinderSmFactory( floodSetOutput, evpnRemoteInfo ) );
   roots
       .rootIs( Role::machine, "evpnFloodingDot1qSm",
                Kez::evpnFloodingDot1qSmFactory( floodingHelper, scheduler, evpnLagMemberInfo,
