@@ -2,6 +2,7 @@
 
 #include "KezEvpn/KezEvpnLagSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
+#include "agent/SwitchFloodingHelper.h"
 
 namespace Agent {
 
@@ -27,6 +28,10 @@ Wiring wire() {
   roots.rootIs( Role::machine, "kezEvpnVlanMembershipSm",
                 Kez::kezEvpnVlanMembershipSmFactory( bridgingConfig, vlanStatusDir, evpnStatus,
                                                      evpnVlanStatus ) );
+
+  const auto hardware = roots.rootIs( Role::hardware, "switch", Vex::makePtr< SimulatedSwitch >() );
+  roots.rootIs( Role::hardware, "floodingHelper",
+                Vex::makePtr< SwitchFloodingHelper >( "floodingHelper", hardware ) );
 
   const auto scheduler =
       roots.rootIs( Role::runtime, "scheduler", Vex::makePtr< Loom::TaskScheduler >() );

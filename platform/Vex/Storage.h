@@ -105,8 +105,11 @@ public:
 template< class K > class CounterStorage : public MapStorage< K, uint32_t > {
 public:
   uint32_t change( const Entity & owner, AttrId id, Arg< K > key, uint32_t by ) {
-    const uint32_t count = this->get( key ) + by;
-    this->put( owner, id, key, count );
+    const auto [ at, added ] = this->members_.findOrAdd( key, [] { return 0u; } );
+    const uint32_t count = *at += by;
+    if ( added || by ) {
+      owner.vexNotify( id, &key );
+    }
     return count;
   }
 };
