@@ -257,16 +257,17 @@ public:
   const Collection< Key, R * > & members() const { return members_; }
 
   // The reactor stands here before its handler first runs, which it does now if it is new or
-  // its key had another entity.
-  template< class Sm > void make( Sm & sm, const Ptr< const Notifier > & entity ) {
+  // its key had another entity. `context` is what it is made with beside the key.
+  template< class Sm, class... Context >
+  void make( Sm & sm, const Ptr< const Notifier > & entity, const Context &... context ) {
     const Key key = entity->fwkKey();
     const auto [ at, added ] = members_.findOrAdd( key, [] { return nullptr; } );
     if ( added ) {
-      R * made = *at = new R( sm, key );
+      R * made = *at = new R( sm, key, context... );
       made->notifierIs( entity );
     } else if ( ( *at )->notifierEntity() != entity.get() ) {
       del( sm, key );
-      make( sm, entity );
+      make( sm, entity, context... );
     }
   }
 
