@@ -199,6 +199,11 @@ public:
     return const_cast< Value * >( std::as_const( *this ).find( key ) );
   }
 
+  // Of the member that was added last, of those that are left; null without members.
+  const Key * lastKey() const {
+    return empty() ? nullptr : &slot( header().tail ).key;
+  }
+
   // The value under `key`, and whether it was added (with `make()` as its value) just now.
   // `make` must leave this collection alone.
   template< class Make > std::pair< Value *, bool > findOrAdd( const Key & key, Make && make ) {
