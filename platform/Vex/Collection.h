@@ -241,9 +241,6 @@ public:
     if ( at == noSlot ) {
       return false;
     }
-    // Its neighbours in order mostly are those in the array: fetched while it comes itself.
-    __builtin_prefetch( &slot( at ) - 1, 1 );
-    __builtin_prefetch( &slot( at ) + 1, 1 );
     if ( index_.stands() ) {
       index_.erase( hash, at );
     }
