@@ -105,8 +105,11 @@ public:
 template< class K > class CounterStorage : public MapStorage< K, uint32_t > {
 public:
   uint32_t change( const Entity & owner, AttrId id, Arg< K > key, uint32_t by ) {
-    const uint32_t count = this->get( key ) + by;
-    this->put( owner, id, key, count );
+    const auto [ at, added ] = this->members_.findOrAdd( key, [] { return 0u; } );
+    const uint32_t count = *at += by;
+    if ( added || by ) {
+      owner.vexNotify( id, &key );
+    }
     return count;
   }
 };
@@ -254,16 +257,17 @@ public:
   const Collection< Key, R * > & members() const { return members_; }
 
   // The reactor stands here before its handler first runs, which it does now if it is new or
-  // its key had another entity.
-  template< class Sm > void make( Sm & sm, const Ptr< const Notifier > & entity ) {
+  // its key had another entity. `context` is what it is made with beside the key.
+  template< class Sm, class... Context >
+  void make( Sm & sm, const Ptr< const Notifier > & entity, const Context &... context ) {
     const Key key = entity->fwkKey();
     const auto [ at, added ] = members_.findOrAdd( key, [] { return nullptr; } );
     if ( added ) {
-      R * made = *at = new R( sm, key );
+      R * made = *at = new R( sm, key, context... );
       made->notifierIs( entity );
     } else if ( ( *at )->notifierEntity() != entity.get() ) {
       del( sm, key );
-      make( sm, entity );
+      make( sm, entity, context... );
     }
   }
 
