@@ -7,12 +7,12 @@
 
 namespace Agent {
 
-// What operations can fail of, hardware deletions never do.
+// The operations that can fail; deletions cannot.
 VEX_ENUM( FallibleOperation, "Agent::FallibleOperation", createVlan, createNonDfPort,
-          createVlanToDot1qMapping, createEsiData )
+          createVlanToDot1qMapping, createEsiData, createEsiPortMap )
 
 // How a call fails. An operation that lacks a failure answers `notProgrammed` in its place.
-VEX_ENUM( Failure, "Agent::Failure", notProgrammed, invalidHwId )
+VEX_ENUM( Failure, "Agent::Failure", notProgrammed, invalidHwId, tableFull )
 
 class FaultPlan : public Vex::Entity {
   VEX_ENTITY( FaultPlan, "Agent::FaultPlan" )

@@ -3,6 +3,8 @@
 #include "KezHelper/KezBaseHelper.h"
 #include "Ringlog/Trace.h"
 
+#include <algorithm>
+
 static Ringlog::Handle traceHandle( "KezSimulatedSwitch" );
 
 namespace Agent {
@@ -35,7 +37,7 @@ std::optional< Failure > SimulatedSwitch::failureOf( FallibleOperation operation
   if ( !room ) {
     fullCountInc( operation );
     TRACE( 2, operation, " finds no room" );
-    return Failure::notProgrammed;
+    return Failure::tableFull;
   }
   return std::nullopt;
 }
@@ -50,6 +52,8 @@ size_t SimulatedSwitch::entries( Table table ) const {
     return nonDfPorts();
   case Table::esiData:
     return esiDatas();
+  case Table::esiPortMap:
+    return esiPortMaps();
   }
   VEX_ASSERT( 0 );
 }

@@ -1,16 +1,15 @@
 // The simulated switch: the tables that a forwarding chip keeps, filled by the hardware helpers
-// that stand on it (SwitchFloodingHelper), and what decides whether a call of theirs is carried
+// that stand on it (SwitchFloodingHelper), and the decision whether a call of theirs is carried
 // out:
 //
-//   1. A wrong call, one that real hardware refuses (deleting what is not there, adding what is
-//      there), is a fault of its caller. It is counted and its text kept; `strictness` says what
-//      becomes of it.
-//   2. A fault plan of the operation may let a call fail that is right.
-//   3. A creation that needs room in a full table fails.
+//   1. A wrong call, one that real hardware refuses (deleting what is not there, adding what is),
+//      is its caller's fault. `strictness` says what becomes of it; its text is kept.
+//   2. A right one fails if the operation's fault plan says so,
+//   3. or if it adds an entry to a full table.
 //
-// Every call is counted in `callCount` and, by what became of it, in one of the other counts, but
-// for a wrong call that is carried out, which is a refusal and what else becomes of it. Tables,
-// plans, capacities and counts may be written by path, which counts as no call.
+// Each operation has its number of calls, and of those that were carried out, failed as planned,
+// found no room, or were wrong. A wrong call that is carried out all the same is in two of these.
+// What paths write, tables included, is no call.
 #pragma once
 
 #include "KezEvpn/KezEvpn.h"
@@ -21,9 +20,10 @@ namespace Agent {
 
 // The fallible operations, numbered as there, and after them those that cannot fail.
 VEX_ENUM( Operation, "Agent::Operation", createVlan, createNonDfPort, createVlanToDot1qMapping,
-          createEsiData, deleteVlan, deleteNonDfPort, deleteVlanToDot1qMapping, deleteEsiData )
+          createEsiData, createEsiPortMap, deleteVlan, deleteNonDfPort, deleteVlanToDot1qMapping,
+          deleteEsiData, deleteEsiPortMap )
 
-VEX_ENUM( Table, "Agent::Table", vlan, dot1qMapping, nonDfPort, esiData )
+VEX_ENUM( Table, "Agent::Table", vlan, dot1qMapping, nonDfPort, esiData, esiPortMap )
 
 // A wrong call is carried out as far as it can be, left undone, or ends the process.
 VEX_ENUM( Strictness, "Agent::Strictness", count, refuse, fatal )
@@ -57,6 +57,7 @@ class SimulatedSwitch : public Vex::Entity {
   VEX_MAP( 2, dot1qMapping, PortVlanKey, Bridging::VlanIdOrNone ) // likewise
   VEX_SET( 3, nonDfPort, PortVlanKey )
   VEX_MAP( 4, esiData, PortVlanKey, EsiData )
+  VEX_MAP( 5, esiPortMap, Wire::IntfId, Wire::MplsLabel ) // to the label that is not flooded to it
 
   VEX_MAP( 40, capacity, Table, uint32_t ) // entries; a table that is not named has room for all
   VEX_ENTITIES( 41, fault, FaultPlan )
@@ -68,17 +69,18 @@ class SimulatedSwitch : public Vex::Entity {
   VEX_COUNTER( 53, fullCount, FallibleOperation )
   VEX_COUNTER( 54, refusalCount, Operation )
   VEX_ATTRIBUTE( 55, lastRefusal, Vex::String )
-  VEX_ATTRIBUTES( vlan, dot1qMapping, nonDfPort, esiData, capacity, fault, strictness, callCount,
-                  successCount, faultCount, fullCount, refusalCount, lastRefusal )
+  VEX_ATTRIBUTES( vlan, dot1qMapping, nonDfPort, esiData, esiPortMap, capacity, fault, strictness,
+                  callCount, successCount, faultCount, fullCount, refusalCount, lastRefusal )
 
 public:
-  // Whether an entry more has room.
+  // Whether one more entry fits.
   bool hasRoom( Table table ) const {
     return !capacityHas( table ) || entries( table ) < capacity( table );
   }
 
-  // Counts a call that adds an entry, for which there is room or not, or changes one. The failure
-  // to answer, or none when the call is to be carried out. `arguments()` gives their text.
+  // Counts a call that adds or changes an entry; `room` is false when it adds one to a full table.
+  // The failure to answer, or none when the call is to be carried out. `arguments()` gives the
+  // call's arguments as text.
   template< class Arguments >
   std::optional< Failure > creation( FallibleOperation operation, bool room,
                                      const std::optional< WrongCall > & wrong,
