@@ -33,7 +33,7 @@ void PortProgrammingSm::doReviewUnprogrammed() {
   const bool ended = task->review(
       traits_.unprogrammed.members.range(), [ this ]( const IntfVlanKey & key ) { retry( key ); },
       defaultUnprogrammedRetryInterval(), traits_.resume );
-  if ( ended && anyParked() ) {
+  if ( ended && anyParked() && !task->isScheduled() ) {
     maybeScheduleUnprogrammedReview( false );
   }
 }

@@ -1,5 +1,7 @@
 #include "agent/Wiring.h"
 
+#include "KezEvpn/KezEvpnFloodFilterSm.h"
+#include "KezEvpn/KezEvpnFloodingDot1qSm.h"
 #include "KezEvpn/KezEvpnLagSm.h"
 #include "KezEvpn/KezEvpnRemoteInfoFinderSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
@@ -18,6 +20,8 @@ Wiring wire() {
       roots.rootIs( Role::input, "vlanStatusDir", Vex::makePtr< Bridging::VlanStatusDir >() );
   const auto evpnStatus =
       roots.rootIs( Role::input, "evpnStatus", Vex::makePtr< Evpn::EvpnStatus >() );
+  const auto evpnMplsConfig =
+      roots.rootIs( Role::input, "evpnMplsConfig", Vex::makePtr< Evpn::MplsConfig >() );
   const auto floodSetOutput =
       roots.rootIs( Role::input, "floodSetOutput", Vex::makePtr< L2Rib::FloodSetOutput >() );
 
@@ -28,6 +32,14 @@ Wiring wire() {
   const auto evpnRemoteInfo =
       roots.rootIs( Role::output, "evpnRemoteInfo", Kez::evpnRemoteInfoFactory() );
 
+  const auto hardware = roots.rootIs( Role::hardware, "switch", Vex::makePtr< SimulatedSwitch >() );
+  const auto floodingHelper =
+      roots.rootIs( Role::hardware, "floodingHelper",
+                    Vex::makePtr< SwitchFloodingHelper >( "floodingHelper", hardware ) );
+
+  const auto scheduler =
+      roots.rootIs( Role::runtime, "scheduler", Vex::makePtr< Loom::TaskScheduler >() );
+
   roots.rootIs( Role::machine, "evpnLagSm",
                 Kez::evpnLagSmFactory( acsd, lagConfigDir, evpnLagMemberInfo ) );
   roots.rootIs( Role::machine, "kezEvpnVlanMembershipSm",
@@ -35,13 +47,16 @@ Wiring wire() {
                                                      evpnVlanStatus ) );
   roots.rootIs( Role::machine, "evpnRemoteInfoFinderSm",
                 Kez::evpnRemoteInfoFinderSmFactory( floodSetOutput, evpnRemoteInfo ) );
-
-  const auto hardware = roots.rootIs( Role::hardware, "switch", Vex::makePtr< SimulatedSwitch >() );
-  roots.rootIs( Role::hardware, "floodingHelper",
-                Vex::makePtr< SwitchFloodingHelper >( "floodingHelper", hardware ) );
-
-  const auto scheduler =
-      roots.rootIs( Role::runtime, "scheduler", Vex::makePtr< Loom::TaskScheduler >() );
+  roots
+      .rootIs( Role::machine, "evpnFloodingDot1qSm",
+               Kez::evpnFloodingDot1qSmFactory( floodingHelper, scheduler, evpnLagMemberInfo,
+                                                evpnVlanStatus, evpnStatus, evpnMplsConfig ) )
+      ->handleInitialized();
+  roots
+      .rootIs( Role::machine, "kezEvpnFloodFilterSm",
+               Kez::kezEvpnFloodFilterSmFactory( floodingHelper, scheduler, evpnLagMemberInfo,
+                                                 evpnStatus ) )
+      ->handleInitialized();
   return { std::move( roots ), scheduler };
 }
 

@@ -260,7 +260,7 @@ TEST_F( FloodingDot1qSmTest, AfterAnyEventsTheSwitchHasWhatTheInputsSay ) {
       break;
     default:
       if ( random() % 10 == 0 ) { // an earlier life's hardware state is gone with it
-        sm.reset();
+        sm = nullptr;
         hardware->vlanDelAll();
         hardware->dot1qMappingDelAll();
         start();

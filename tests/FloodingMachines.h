@@ -85,7 +85,7 @@ protected:
       }
     }
     EXPECT_EQ( waiting, unprogrammed );
-    EXPECT_TRUE( parked.empty() || sm.reviewUnprogrammed()->isScheduled() );
+    EXPECT_TRUE( parked.size() == 0 || sm.reviewUnprogrammed()->isScheduled() );
   }
 
   const Wire::IntfId eth1{ "Ethernet1" };

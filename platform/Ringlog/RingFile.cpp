@@ -16,6 +16,8 @@
 
 namespace Ringlog {
 
+using Vex::throwSystemError;
+
 namespace {
 
 constexpr size_t pageSize = 4096;
@@ -47,24 +49,6 @@ double measureTicksPerSecond() {
 }
 
 } // namespace
-
-Descriptor::~Descriptor() {
-  if ( number_ >= 0 ) {
-    close( number_ );
-  }
-}
-
-Descriptor::Descriptor( Descriptor && other ) noexcept
-    : number_( std::exchange( other.number_, -1 ) ) {}
-
-Descriptor & Descriptor::operator=( Descriptor && other ) noexcept {
-  std::swap( number_, other.number_ );
-  return *this;
-}
-
-void throwSystemError( const Vex::String & what ) {
-  throw std::runtime_error( what + ": " + std::strerror( errno ) );
-}
 
 void checkReplaceable( const Vex::String & path, const Descriptor & own ) {
   // Not to be kept waiting by a pipe.

@@ -3,26 +3,11 @@
 #pragma once
 
 #include "Ringlog/RingFormat.h"
-#include "Vex/Text.h"
+#include "Vex/Descriptor.h"
 
 namespace Ringlog {
 
-// A file descriptor, closed at the end.
-class Descriptor {
-public:
-  explicit Descriptor( int number = -1 ) : number_( number ) {}
-  ~Descriptor();
-  Descriptor( Descriptor && other ) noexcept;
-  Descriptor & operator=( Descriptor && other ) noexcept;
-
-  int number() const { return number_; }
-
-private:
-  int number_;
-};
-
-// `what` and the reason that errno tells.
-[[noreturn]] void throwSystemError( const Vex::String & what );
+using Vex::Descriptor;
 
 // Raises std::runtime_error unless a ring may take the place of `path`: no file, an empty one, or
 // a ring that no living process writes to, except for `own`.

@@ -14,6 +14,7 @@ namespace Ringlog {
 using RingFormat::Head;
 using RingFormat::Header;
 using RingFormat::PieceKind;
+using Vex::throwSystemError;
 
 namespace {
 

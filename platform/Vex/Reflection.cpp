@@ -22,6 +22,8 @@ std::string_view text( AttributeKind kind ) {
     return "reference";
   case AttributeKind::reactors:
     return "reactors";
+  case AttributeKind::table:
+    return "table";
   }
   return "";
 }

@@ -18,7 +18,17 @@ namespace Vex {
 class Entity;
 class EntityType;
 
-enum class AttributeKind { value, computed, map, set, entities, counter, reference, reactors };
+enum class AttributeKind {
+  value,
+  computed,
+  map,
+  set,
+  entities,
+  counter,
+  reference,
+  reactors,
+  table
+};
 std::string_view text( AttributeKind kind );
 
 enum class Access { writable, readOnly };

@@ -1,0 +1,28 @@
+// What becomes of damage that is met in a table: its corruption handler is told. Walks then go
+// on, a safe look-up leaves it to its caller to tell the handler, and a writer that met it in a
+// write or a removal ends.
+#pragma once
+
+#include "Rook/TableFile.h"
+
+#include <functional>
+
+namespace Rook {
+
+class CorruptionHandling {
+public:
+  using CorruptionHandler = std::function< void( const Corruption & ) >;
+
+  // The handler at first writes a line to standard error.
+  void corruptionHandlerIs( CorruptionHandler handler ) { handler_ = std::move( handler ); }
+  void handleCorruption( const Corruption & corruption ) const { handler_( corruption ); }
+
+protected:
+  CorruptionHandling();
+  ~CorruptionHandling() = default;
+
+private:
+  CorruptionHandler handler_;
+};
+
+} // namespace Rook

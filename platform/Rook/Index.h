@@ -1,0 +1,108 @@
+// One index of a table, as look-ups probe it: from the bucket where a key's search begins, one
+// after the other, to the record's or to an empty one. A bucket is a slot's number plus 1, above
+// it a tag, some bits of the hash, and on top a parity bit; 0 is empty, and number 0 a tombstone.
+#pragma once
+
+#include "Rook/Format.h"
+
+namespace Rook {
+
+class Index {
+public:
+  Index() = default;
+  Index( Format::Bucket * buckets, uint32_t level )
+      : buckets_( buckets ), count_( Format::bucketsOf( level ) ),
+        capacity_( Format::capacityOf( level ) ), slotBits_( Format::firstSlotBits + level + 1 ) {}
+
+  // A table without records may have none.
+  bool stands() const { return buckets_; }
+  uint32_t buckets() const { return count_; }
+  uint32_t capacity() const { return capacity_; }
+
+  struct Found {
+    uint32_t bucket; // the record's, else the empty one where the search ended
+    bool found = false;
+    bool damaged = false; // by what was passed
+  };
+  // `isIt( slot )` says whether a slot has the record looked for.
+  template< class IsIt > Found find( uint64_t hash, IsIt && isIt ) const {
+    const uint32_t tag = tagOf( hash );
+    const uint32_t tagMask = ( 1u << 31 ) - ( 1u << slotBits_ );
+    uint32_t seen = 0;
+    uint32_t at = begin( hash );
+    for ( uint32_t left = count_; left; --left ) {
+      const uint32_t bucket = buckets_[ at ].load( std::memory_order_acquire );
+      if ( bucket == 0 ) {
+        return { at, false, __builtin_parity( seen ) != 0 };
+      }
+      if ( ( ( bucket ^ tag ) & tagMask ) == 0 ) {
+        if ( const uint32_t slot = slotOf( bucket ); slot < capacity_ && isIt( slot ) ) {
+          return { at, true, false };
+        }
+      }
+      seen ^= bucket;
+      at = after( at );
+    }
+    return { at, false, true };
+  }
+
+  // --- For the writer
+
+  // The first bucket from where the search begins that has no slot.
+  uint32_t place( uint64_t hash ) const {
+    uint32_t at = begin( hash );
+    while ( slotOf( load( at ) ) < capacity_ ) {
+      at = after( at );
+    }
+    return at;
+  }
+  bool isEmpty( uint32_t at ) const { return load( at ) == 0; }
+  void enter( uint32_t at, uint64_t hash, uint32_t slot ) const {
+    store( at, withParity( tagOf( hash ) | ( slot + 1 ) ) );
+  }
+  // How many buckets have become empty.
+  uint32_t leave( uint32_t at ) const {
+    if ( !isEmpty( after( at ) ) ) {
+      store( at, tombstone() );
+      return 0;
+    }
+    uint32_t emptied = 0;
+    do {
+      store( at, 0 );
+      ++emptied;
+      at = at == 0 ? count_ - 1 : at - 1;
+    } while ( load( at ) == tombstone() );
+    return emptied;
+  }
+  void clear() const {
+    for ( uint32_t at = 0; at < count_; ++at ) {
+      buckets_[ at ].store( 0, std::memory_order_relaxed );
+    }
+  }
+
+private:
+  static constexpr uint32_t withParity( uint32_t bucket ) {
+    return bucket | static_cast< uint32_t >( __builtin_parity( bucket ) ) << 31;
+  }
+  uint32_t begin( uint64_t hash ) const {
+    return static_cast< uint32_t >( ( hash >> 32 ) * count_ >> 32 );
+  }
+  uint32_t tagOf( uint64_t hash ) const {
+    return static_cast< uint32_t >( hash ) << slotBits_ & ~( 1u << 31 );
+  }
+  uint32_t tombstone() const { return withParity( 1u << slotBits_ ); }
+  uint32_t after( uint32_t at ) const { return at + 1 == count_ ? 0 : at + 1; }
+  // Beyond the capacity for what is none.
+  uint32_t slotOf( uint32_t bucket ) const { return ( bucket & ( ( 1u << slotBits_ ) - 1 ) ) - 1; }
+  uint32_t load( uint32_t at ) const { return buckets_[ at ].load( std::memory_order_relaxed ); }
+  void store( uint32_t at, uint32_t bucket ) const {
+    buckets_[ at ].store( bucket, std::memory_order_release );
+  }
+
+  Format::Bucket * buckets_ = nullptr;
+  uint32_t count_ = 0;
+  uint32_t capacity_ = 0;
+  unsigned slotBits_ = 0;
+};
+
+} // namespace Rook

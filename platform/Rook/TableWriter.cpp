@@ -1,0 +1,161 @@
+#include "Rook/TableWriter.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+namespace Rook {
+
+using Format::guarded;
+using std::memory_order_release;
+using Vex::String;
+
+namespace {
+
+String & directory() {
+  static String directory;
+  return directory;
+}
+
+} // namespace
+
+String mountDirectory() {
+  return directory();
+}
+
+void mountDirectoryIs( const String & path ) {
+  directory() = path;
+}
+
+CorruptionHandling::CorruptionHandling()
+    : handler_( []( const Corruption & corruption ) {
+        std::fprintf( stderr, "Rook: %s\n", corruption.what() );
+      } ) {}
+
+TableWriter::TableWriter( const Description & description, bool shareable, HashOf hashOf )
+    : description_( description ), shareable_( shareable ), hashOf_( hashOf ),
+      scratch_( Format::wordsOf( description.recordSize ) ) {}
+
+void TableWriter::mount( const String & name ) {
+  VEX_ASSERT( !writable() );
+  if ( mountDirectory().empty() || !shareable_ ) {
+    file_.emplace( description_ );
+    status_ = MountStatus::privateMemory;
+  } else {
+    const auto path = std::filesystem::path( mountDirectory() + "/" + name );
+    std::filesystem::create_directories( path.parent_path() );
+    file_.emplace( TableFile::write( path, description_ ) );
+    try {
+      takeOver();
+    } catch ( ... ) {
+      file_.reset();
+      throw;
+    }
+    status_ = MountStatus::mounted;
+  }
+  statusChanged_();
+}
+
+void TableWriter::unmount() {
+  file_.reset();
+  freeSlots_.clear();
+  size_ = slots_ = usedBuckets_ = 0;
+  births_ = changes_ = 0;
+  index_ = Index();
+  current_ = {};
+  status_ = MountStatus::unmounted;
+  statusChanged_();
+}
+
+void TableWriter::quiescedIs( bool quiesced ) {
+  VEX_ASSERT( writable() );
+  if ( quiesced != quiesced_ ) {
+    quiesced_ = quiesced;
+    file_->state().quiesced.store( guarded( quiesced ), memory_order_release );
+    statusChanged_();
+  }
+}
+
+void TableWriter::notificationsSuppressedIs( bool suppressed ) {
+  if ( suppressed != suppressed_ ) {
+    suppressed_ = suppressed;
+    statusChanged_();
+  }
+}
+
+// What the last writer was at when it ended: an insertion that it had not committed is undone,
+// and the index made anew, so that it need not matter what it says.
+void TableWriter::takeOver() {
+  auto & state = file_->state();
+  const auto moment = file_->moment();
+  births_ = moment.births;
+  slots_ = moment.slots;
+  changes_ = state.changes.load( std::memory_order_relaxed );
+  for ( uint32_t slot = slots_; slot-- > 0; ) {
+    const auto found = file_->readSlot( slot, scratch_.size(), scratch_.data() );
+    if ( found.damaged ) {
+      throw file_->damageOfSlot( slot );
+    }
+    if ( found.present && found.birth > births_ ) {
+      file_->writeSlot( slot, scratch_.size(), found.version, 0, nullptr );
+    }
+    if ( found.present && found.birth <= births_ ) {
+      ++size_;
+    } else {
+      freeSlots_.push_back( slot );
+    }
+  }
+  if ( const uint64_t word = state.index.load( std::memory_order_relaxed ) ) {
+    current_ = file_->currentIndex( word );
+    makeIndex( current_.level, 1 - current_.half );
+  }
+  state.quiesced.store( guarded( false ), memory_order_release );
+  countChange();
+}
+
+void TableWriter::grow() {
+  if ( !index_.stands() ) {
+    file_->makeLevel( 0 );
+    makeIndex( 0, 0 );
+  } else if ( freeSlots_.empty() && slots_ == index_.capacity() ) {
+    file_->makeLevel( current_.level + 1 );
+    makeIndex( current_.level + 1, 0 );
+  } else {
+    makeIndex( current_.level, 1 - current_.half );
+  }
+}
+
+// Of all that stands, and makes it the current one.
+void TableWriter::makeIndex( uint32_t level, uint32_t half ) {
+  file_->makeIndex( level, half );
+  const Index made = file_->index( level, half );
+  made.clear();
+  usedBuckets_ = 0;
+  for ( uint32_t slot = 0; slot < slots_; ++slot ) {
+    const auto found = file_->readSlot( slot, scratch_.size(), scratch_.data() );
+    if ( found.damaged ) {
+      throw file_->damageOfSlot( slot );
+    }
+    if ( found.present ) {
+      const uint64_t hash = hashOf_( scratch_.data() );
+      made.enter( made.place( hash ), hash, slot );
+      ++usedBuckets_;
+    }
+  }
+  const uint32_t levelBefore = current_.level;
+  current_ = { current_.generation + 1, level, half };
+  index_ = made;
+  file_->state().index.store( guarded( current_.value() ), memory_order_release );
+  if ( level != levelBefore ) {
+    file_->dropIndices( levelBefore );
+  }
+}
+
+void TableWriter::fatal( const Corruption & corruption ) const {
+  handleCorruption( corruption );
+  std::fprintf( stderr, "Rook: a table that is damaged cannot be written: %s\n",
+                corruption.what() );
+  std::abort();
+}
+
+} // namespace Rook

@@ -1,0 +1,142 @@
+// What the writer of a table does whatever its records are: mounting, taking a table over,
+// handing out slots, growth and the index. Table is what is used.
+#pragma once
+
+#include "Rook/CorruptionHandler.h"
+
+#include "Vex/Value.h"
+
+#include <vector>
+
+namespace Rook {
+
+// The directory below which tables have their files; none, and none is made, keeps those mounted
+// from then on in private memory.
+Vex::String mountDirectory();
+void mountDirectoryIs( const Vex::String & directory );
+
+VEX_ENUM( MountStatus, "Rook::MountStatus", unmounted, privateMemory, mounted )
+
+class TableWriter : public CorruptionHandling {
+public:
+  TableWriter( const TableWriter & ) = delete;
+  TableWriter & operator=( const TableWriter & ) = delete;
+
+  // Makes the table `name` below the mount directory, or takes over the one that stands there with
+  // its records. Raises std::runtime_error, and Corruption where records are damaged, and nothing
+  // is mounted then.
+  void mount( const Vex::String & name );
+  // Leaves the file to readers and to the next writer. Nothing can be read or written any more.
+  void unmount();
+  MountStatus mountStatus() const { return status_; }
+
+  // The writer's word, also to readers, that the table has settled.
+  bool quiesced() const { return quiesced_; }
+  void quiescedIs( bool quiesced );
+
+  bool notificationsSuppressed() const { return suppressed_; }
+  void notificationsSuppressedIs( bool suppressed );
+
+  // Called after one of the above has changed.
+  void statusHandlerIs( std::function< void() > handler ) { statusChanged_ = std::move( handler ); }
+
+  size_t size() const { return size_; }
+
+  // --- For walks
+  const TableFile & file() const { return *file_; }
+  void handleDamagedSlot( uint32_t slot ) const { handleCorruption( file_->damageOfSlot( slot ) ); }
+
+protected:
+  using HashOf = uint64_t ( * )( const uint64_t * record );
+
+  // Records of an unshareable type stay in private memory.
+  TableWriter( const Description & description, bool shareable, HashOf hashOf );
+  ~TableWriter() = default;
+
+  bool writable() const { return file_.has_value(); }
+  const Index & index() const { return index_; }
+
+  // --- Changes; `words` is what the records have, a constant there.
+
+  // Of a record that does not stand.
+  void insert( uint64_t hash, size_t words, const uint64_t * record ) {
+    makeRoom();
+    const uint32_t slot = takeSlot();
+    const auto state = file_->readSlot( slot, words, scratch_.data() );
+    if ( state.damaged ) [[unlikely]] {
+      throw file_->damageOfSlot( slot );
+    }
+    const uint32_t bucket = index_.place( hash );
+    usedBuckets_ += index_.isEmpty( bucket );
+    index_.enter( bucket, hash, slot );
+    file_->writeSlot( slot, words, state.version, ++births_, record );
+    file_->state().births.store( Format::guarded( births_ ), std::memory_order_release );
+    ++size_;
+    countChange();
+  }
+  void replace( uint32_t slot, size_t words, const SlotState & state, const uint64_t * record ) {
+    file_->writeSlot( slot, words, state.version, state.birth, record );
+    countChange();
+  }
+  void remove( uint32_t bucket, uint32_t slot, size_t words, const SlotState & state ) {
+    file_->writeSlot( slot, words, state.version, 0, nullptr );
+    usedBuckets_ -= index_.leave( bucket );
+    freeSlots_.push_back( slot );
+    --size_;
+    countChange();
+  }
+
+  // Damage met by a write or a removal ends the process.
+  template< class Change > auto change( Change && change ) {
+    try {
+      return change();
+    } catch ( const Corruption & corruption ) {
+      fatal( corruption );
+    }
+  }
+
+private:
+  [[noreturn]] void fatal( const Corruption & corruption ) const;
+  void takeOver();
+  void makeIndex( uint32_t level, uint32_t half );
+  void grow();
+
+  // Room for one more record. The index is made anew when tombstones fill it.
+  void makeRoom() {
+    const bool full = freeSlots_.empty() && slots_ == index_.capacity();
+    if ( full || usedBuckets_ >= index_.buckets() / 6 * 5 ) [[unlikely]] {
+      grow();
+    }
+  }
+  uint32_t takeSlot() {
+    if ( freeSlots_.empty() ) {
+      file_->state().slots.store( Format::guarded( slots_ + 1 ), std::memory_order_release );
+      return slots_++;
+    }
+    const uint32_t slot = freeSlots_.back();
+    freeSlots_.pop_back();
+    return slot;
+  }
+  void countChange() { file_->state().changes.store( ++changes_, std::memory_order_release ); }
+
+  const Description description_;
+  const bool shareable_;
+  const HashOf hashOf_;
+  std::optional< TableFile > file_;
+  MountStatus status_ = MountStatus::unmounted;
+  bool quiesced_ = false;
+  bool suppressed_ = false;
+  std::function< void() > statusChanged_ = [] {};
+
+  Index index_;
+  Format::Current current_{};
+  uint64_t births_ = 0;
+  uint64_t changes_ = 0;
+  uint32_t slots_ = 0;
+  uint32_t size_ = 0;
+  uint32_t usedBuckets_ = 0; // tombstones among them
+  std::vector< uint32_t > freeSlots_;
+  std::vector< uint64_t > scratch_; // of a record's words
+};
+
+} // namespace Rook

@@ -1,0 +1,110 @@
+// Walks of a table, by its writer or by a reader: in no order to be relied on, exactly the
+// records that stood when the walk began and still stand when it reaches them. Every one that
+// stands throughout is visited, none that was inserted meanwhile. A damaged record is handed to
+// the table's corruption handler and stepped over.
+#pragma once
+
+#include "Rook/TableFile.h"
+#include "Vex/Collection.h"
+
+#include <array>
+#include <cstring>
+
+namespace Rook {
+
+// A record type and the field that is its key, given as a pointer to member.
+template< auto keyField > struct RecordOf;
+template< Vex::Composite R, class K, K R::*keyField > struct RecordOf< keyField > {
+  static_assert( std::is_trivially_copyable_v< R > && alignof( R ) <= alignof( uint64_t ) );
+  using Record = R;
+  using Key = K;
+  static constexpr size_t words = Format::wordsOf( sizeof( R ) );
+  using Words = std::array< uint64_t, words >;
+
+  static uint64_t hash( const Key & key ) { return Vex::foldHash( 0, key ); }
+  static Record record( const Words & words ) {
+    Record record;
+    std::memcpy( static_cast< void * >( &record ), words.data(), sizeof( record ) );
+    return record;
+  }
+  static Words wordsFrom( const Record & record ) {
+    Words words{};
+    std::memcpy( words.data(), &record, sizeof( record ) );
+    return words;
+  }
+  static const Key & key( const Record & record ) { return record.*keyField; }
+};
+
+template< auto keyField, class Table > class Walk {
+  using Type = RecordOf< keyField >;
+  using Record = typename Type::Record;
+  using Key = typename Type::Key;
+
+public:
+  bool valid() const { return at_ < moment_.slots; }
+  bool operator!=( std::nullptr_t ) const { return valid(); }
+  Walk & operator++() {
+    at_ = next( std::max( at_ + 1, sought_ ), record_ );
+    return *this;
+  }
+  const Record & operator*() const { return record_; }
+  Key key() const { return Type::key( record_ ); }
+  // Whether a record is left after the one that the walk stands on, as things stand now.
+  bool more() const {
+    sought_ = next( std::max( at_ + 1, sought_ ), following_ );
+    return sought_ < moment_.slots;
+  }
+  Key nextKey() const {
+    more();
+    return Type::key( following_ );
+  }
+
+private:
+  template< auto, class > friend class Range;
+  Walk( const Table & table, uint32_t from )
+      : table_( table ), moment_( table.file().moment() ), at_( next( from, record_ ) ) {}
+
+  uint32_t next( uint32_t from, Record & record ) const {
+    typename Type::Words words;
+    for ( uint32_t slot = from; slot < moment_.slots; ++slot ) {
+      const auto state = table_.file().readSlot( slot, Type::words, words.data() );
+      if ( state.damaged ) [[unlikely]] {
+        table_.handleDamagedSlot( slot );
+      } else if ( state.present && state.birth <= moment_.births ) {
+        record = Type::record( words );
+        return slot;
+      }
+    }
+    return moment_.slots;
+  }
+
+  const Table & table_;
+  const Moment moment_;
+  Record record_{};
+  mutable Record following_{};
+  mutable uint32_t sought_ = 0; // no record before it is left, after the present one
+  uint32_t at_;
+};
+
+// For range-based for; from the first record or from that of a given key.
+template< auto keyField, class Table > class Range {
+  using Key = typename RecordOf< keyField >::Key;
+
+public:
+  explicit Range( const Table & table ) : table_( table ) {}
+
+  Walk< keyField, Table > begin() const { return { table_, from_ }; }
+  std::nullptr_t end() const { return nullptr; }
+  // A key that does not stand, or none, is the first.
+  Range from( const std::optional< Key > & key ) const {
+    Range range( table_ );
+    range.from_ = key ? table_.slotOf( *key ).value_or( 0 ) : 0;
+    return range;
+  }
+
+private:
+  const Table & table_;
+  uint32_t from_ = 0;
+};
+
+} // namespace Rook
