@@ -7,7 +7,7 @@
 
 namespace Agent {
 
-// What operations can fail of, hardware deletions never do.
+// The operations that can fail; deletions cannot.
 VEX_ENUM( FallibleOperation, "Agent::FallibleOperation", createVlan, createNonDfPort,
           createVlanToDot1qMapping, createEsiData )
 

@@ -3,6 +3,8 @@
 #include "KezHelper/KezBaseHelper.h"
 #include "Ringlog/Trace.h"
 
+#include <algorithm>
+
 static Ringlog::Handle traceHandle( "KezSimulatedSwitch" );
 
 namespace Agent {

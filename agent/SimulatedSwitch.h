@@ -1,16 +1,15 @@
 // The simulated switch: the tables that a forwarding chip keeps, filled by the hardware helpers
-// that stand on it (SwitchFloodingHelper), and what decides whether a call of theirs is carried
+// that stand on it (SwitchFloodingHelper), and the decision whether a call of theirs is carried
 // out:
 //
-//   1. A wrong call, one that real hardware refuses (deleting what is not there, adding what is
-//      there), is a fault of its caller. It is counted and its text kept; `strictness` says what
-//      becomes of it.
-//   2. A fault plan of the operation may let a call fail that is right.
-//   3. A creation that needs room in a full table fails.
+//   1. A wrong call, one that real hardware refuses (deleting what is not there, adding what is),
+//      is its caller's fault. `strictness` says what becomes of it; its text is kept.
+//   2. A right one fails if the operation's fault plan says so,
+//   3. or if it adds an entry to a full table.
 //
-// Every call is counted in `callCount` and, by what became of it, in one of the other counts, but
-// for a wrong call that is carried out, which is a refusal and what else becomes of it. Tables,
-// plans, capacities and counts may be written by path, which counts as no call.
+// Each operation has its number of calls, and of those that were carried out, failed as planned,
+// found no room, or were wrong. A wrong call that is carried out all the same is in two of these.
+// What paths write, tables included, is no call.
 #pragma once
 
 #include "KezEvpn/KezEvpn.h"
@@ -72,13 +71,14 @@ class SimulatedSwitch : public Vex::Entity {
                   successCount, faultCount, fullCount, refusalCount, lastRefusal )
 
 public:
-  // Whether an entry more has room.
+  // Whether one more entry fits.
   bool hasRoom( Table table ) const {
     return !capacityHas( table ) || entries( table ) < capacity( table );
   }
 
-  // Counts a call that adds an entry, for which there is room or not, or changes one. The failure
-  // to answer, or none when the call is to be carried out. `arguments()` gives their text.
+  // Counts a call that adds or changes an entry; `room` is false when it adds one to a full table.
+  // The failure to answer, or none when the call is to be carried out. `arguments()` gives the
+  // call's arguments as text.
   template< class Arguments >
   std::optional< Failure > creation( FallibleOperation operation, bool room,
                                      const std::optional< WrongCall > & wrong,

@@ -295,8 +295,10 @@ TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {
       "",
       "stdin:1: expectation failed: acsd\n  expected  none\n  found     there\n"
       "stdin:2:6: expected a root (acsd, lagConfigDir, bridgingConfig, vlanStatusDir, "
-      "evpnStatus, floodSetOutput, evpnLagMemberInfo, evpnVlanStatus, evpnRemoteInfo, evpnLagSm, "
-      "kezEvpnVlanMembershipSm, evpnRemoteInfoFinderSm, scheduler), found 'x'\n" },
+      "evpnStatus, evpnMplsConfig, floodSetOutput, evpnLagMemberInfo, evpnVlanStatus, "
+      "evpnRemoteInfo, switch, floodingHelper, scheduler, evpnLagSm, "
+      "kezEvpnVlanMembershipSm, evpnRemoteInfoFinderSm, evpnFloodingDot1qSm, "
+      "kezEvpnFloodFilterSm), found 'x'\n" },
     { { "shell" },
       "set evpnStatus.ethernetSegmentStatus[Port-Channel1].remoteEsiLabel[Ethernet1] 2:100\n"
       "set evpnStatus.ethernetSegmentStatus[Port-Channel1].designatedForwarderTep[10] Ethernet1\n"
