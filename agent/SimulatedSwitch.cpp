@@ -52,6 +52,10 @@ size_t SimulatedSwitch::entries( Table table ) const {
     return nonDfPorts();
   case Table::esiData:
     return esiDatas();
+  case Table::fec:
+    return fecs();
+  case Table::floodSetDest:
+    return floodSetDests();
   }
   VEX_ASSERT( 0 );
 }

@@ -12,7 +12,8 @@
 // What paths write, tables included, is no call.
 #pragma once
 
-#include "KezEvpn/KezEvpn.h"
+#include "KezEvpn/FecRequests.h"
+#include "KezEvpn/FloodSets.h"
 #include "Wire/MplsLabel.h"
 #include "agent/FaultPlan.h"
 
@@ -20,9 +21,10 @@ namespace Agent {
 
 // The fallible operations, numbered as there, and after them those that cannot fail.
 VEX_ENUM( Operation, "Agent::Operation", createVlan, createNonDfPort, createVlanToDot1qMapping,
-          createEsiData, deleteVlan, deleteNonDfPort, deleteVlanToDot1qMapping, deleteEsiData )
+          createEsiData, createFec, createFloodSetDest, deleteVlan, deleteNonDfPort,
+          deleteVlanToDot1qMapping, deleteEsiData, deleteFec, deleteFloodSetDest )
 
-VEX_ENUM( Table, "Agent::Table", vlan, dot1qMapping, nonDfPort, esiData )
+VEX_ENUM( Table, "Agent::Table", vlan, dot1qMapping, nonDfPort, esiData, fec, floodSetDest )
 
 // A wrong call is carried out as far as it can be, left undone, or ends the process.
 VEX_ENUM( Strictness, "Agent::Strictness", count, refuse, fatal )
@@ -56,6 +58,9 @@ class SimulatedSwitch : public Vex::Entity {
   VEX_MAP( 2, dot1qMapping, PortVlanKey, Bridging::VlanIdOrNone ) // likewise
   VEX_SET( 3, nonDfPort, PortVlanKey )
   VEX_MAP( 4, esiData, PortVlanKey, EsiData )
+  VEX_MAP( 5, fec, Rook::Fib::FecId, Kez::HwTunnelId )
+  VEX_SET( 6, floodSetDest, Kez::FloodSetMplsDestConfig )
+  VEX_COUNTER( 7, hwFecIdUse, uint64_t ) // how many of them use a FEC, by its hardware id
 
   VEX_MAP( 40, capacity, Table, uint32_t ) // entries; a table that is not named has room for all
   VEX_ENTITIES( 41, fault, FaultPlan )
@@ -67,8 +72,9 @@ class SimulatedSwitch : public Vex::Entity {
   VEX_COUNTER( 53, fullCount, FallibleOperation )
   VEX_COUNTER( 54, refusalCount, Operation )
   VEX_ATTRIBUTE( 55, lastRefusal, Vex::String )
-  VEX_ATTRIBUTES( vlan, dot1qMapping, nonDfPort, esiData, capacity, fault, strictness, callCount,
-                  successCount, faultCount, fullCount, refusalCount, lastRefusal )
+  VEX_ATTRIBUTES( vlan, dot1qMapping, nonDfPort, esiData, fec, floodSetDest, hwFecIdUse, capacity,
+                  fault, strictness, callCount, successCount, faultCount, fullCount, refusalCount,
+                  lastRefusal )
 
 public:
   // Whether one more entry fits.
