@@ -9,10 +9,10 @@ namespace Agent {
 
 // The operations that can fail; deletions cannot.
 VEX_ENUM( FallibleOperation, "Agent::FallibleOperation", createVlan, createNonDfPort,
-          createVlanToDot1qMapping, createEsiData, createFec, createFloodSetDest )
+          createVlanToDot1qMapping, createEsiData, createEsiPortMap, createFec, createFloodSetDest )
 
 // How a call fails. An operation that lacks a failure answers `notProgrammed` in its place.
-VEX_ENUM( Failure, "Agent::Failure", notProgrammed, invalidHwId )
+VEX_ENUM( Failure, "Agent::Failure", notProgrammed, invalidHwId, tableFull )
 
 class FaultPlan : public Vex::Entity {
   VEX_ENTITY( FaultPlan, "Agent::FaultPlan" )

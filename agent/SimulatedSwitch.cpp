@@ -37,7 +37,7 @@ std::optional< Failure > SimulatedSwitch::failureOf( FallibleOperation operation
   if ( !room ) {
     fullCountInc( operation );
     TRACE( 2, operation, " finds no room" );
-    return Failure::notProgrammed;
+    return Failure::tableFull;
   }
   return std::nullopt;
 }
@@ -52,6 +52,8 @@ size_t SimulatedSwitch::entries( Table table ) const {
     return nonDfPorts();
   case Table::esiData:
     return esiDatas();
+  case Table::esiPortMap:
+    return esiPortMaps();
   case Table::fec:
     return fecs();
   case Table::floodSetDest:

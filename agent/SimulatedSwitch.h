@@ -21,10 +21,12 @@ namespace Agent {
 
 // The fallible operations, numbered as there, and after them those that cannot fail.
 VEX_ENUM( Operation, "Agent::Operation", createVlan, createNonDfPort, createVlanToDot1qMapping,
-          createEsiData, createFec, createFloodSetDest, deleteVlan, deleteNonDfPort,
-          deleteVlanToDot1qMapping, deleteEsiData, deleteFec, deleteFloodSetDest )
+          createEsiData, createEsiPortMap, createFec, createFloodSetDest, deleteVlan,
+          deleteNonDfPort, deleteVlanToDot1qMapping, deleteEsiData, deleteEsiPortMap, deleteFec,
+          deleteFloodSetDest )
 
-VEX_ENUM( Table, "Agent::Table", vlan, dot1qMapping, nonDfPort, esiData, fec, floodSetDest )
+VEX_ENUM( Table, "Agent::Table", vlan, dot1qMapping, nonDfPort, esiData, esiPortMap, fec,
+          floodSetDest )
 
 // A wrong call is carried out as far as it can be, left undone, or ends the process.
 VEX_ENUM( Strictness, "Agent::Strictness", count, refuse, fatal )
@@ -58,9 +60,10 @@ class SimulatedSwitch : public Vex::Entity {
   VEX_MAP( 2, dot1qMapping, PortVlanKey, Bridging::VlanIdOrNone ) // likewise
   VEX_SET( 3, nonDfPort, PortVlanKey )
   VEX_MAP( 4, esiData, PortVlanKey, EsiData )
-  VEX_MAP( 5, fec, Rook::Fib::FecId, Kez::HwTunnelId )
-  VEX_SET( 6, floodSetDest, Kez::FloodSetMplsDestConfig )
-  VEX_COUNTER( 7, hwFecIdUse, uint64_t ) // how many of them use a FEC, by its hardware id
+  VEX_MAP( 5, esiPortMap, Wire::IntfId, Wire::MplsLabel ) // to the label that is not flooded to it
+  VEX_MAP( 6, fec, Rook::Fib::FecId, Kez::HwTunnelId )
+  VEX_SET( 7, floodSetDest, Kez::FloodSetMplsDestConfig )
+  VEX_COUNTER( 8, hwFecIdUse, uint64_t ) // how many of them use a FEC, by its hardware id
 
   VEX_MAP( 40, capacity, Table, uint32_t ) // entries; a table that is not named has room for all
   VEX_ENTITIES( 41, fault, FaultPlan )
@@ -72,9 +75,9 @@ class SimulatedSwitch : public Vex::Entity {
   VEX_COUNTER( 53, fullCount, FallibleOperation )
   VEX_COUNTER( 54, refusalCount, Operation )
   VEX_ATTRIBUTE( 55, lastRefusal, Vex::String )
-  VEX_ATTRIBUTES( vlan, dot1qMapping, nonDfPort, esiData, fec, floodSetDest, hwFecIdUse, capacity,
-                  fault, strictness, callCount, successCount, faultCount, fullCount, refusalCount,
-                  lastRefusal )
+  VEX_ATTRIBUTES( vlan, dot1qMapping, nonDfPort, esiData, esiPortMap, fec, floodSetDest, hwFecIdUse,
+                  capacity, fault, strictness, callCount, successCount, faultCount, fullCount,
+                  refusalCount, lastRefusal )
 
 public:
   // Whether one more entry fits.

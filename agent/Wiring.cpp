@@ -1,10 +1,12 @@
 #include "agent/Wiring.h"
 
+#include "KezEvpn/KezEvpnEsiFilteringDecapSm.h"
 #include "KezEvpn/KezEvpnFloodFilterSm.h"
 #include "KezEvpn/KezEvpnFloodingDot1qSm.h"
 #include "KezEvpn/KezEvpnLagSm.h"
 #include "KezEvpn/KezEvpnRemoteInfoFinderSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
+#include "agent/SwitchEsiFilteringDecapHelper.h"
 #include "agent/SwitchFloodingHelper.h"
 
 namespace Agent {
@@ -24,6 +26,10 @@ Wiring wire() {
       roots.rootIs( Role::input, "evpnMplsConfig", Vex::makePtr< Evpn::MplsConfig >() );
   const auto floodSetOutput =
       roots.rootIs( Role::input, "floodSetOutput", Vex::makePtr< L2Rib::FloodSetOutput >() );
+  const auto lfibStatus =
+      roots.rootIs( Role::input, "lfibStatus", Vex::makePtr< Mpls::LfibStatus >( "lfibStatus" ) );
+  const auto lfibTrackingStatus =
+      roots.rootIs( Role::input, "lfibTrackingStatus", Vex::makePtr< Mpls::LfibTrackingStatus >() );
 
   const auto evpnLagMemberInfo =
       roots.rootIs( Role::output, "evpnLagMemberInfo", Kez::evpnLagMemberInfoFactory() );
@@ -31,11 +37,16 @@ Wiring wire() {
       roots.rootIs( Role::output, "evpnVlanStatus", Kez::evpnVlanStatusFactory() );
   const auto evpnRemoteInfo =
       roots.rootIs( Role::output, "evpnRemoteInfo", Kez::evpnRemoteInfoFactory() );
+  const auto lfibHwStatus = roots.rootIs( Role::output, "lfibHwStatus",
+                                          Vex::makePtr< Mpls::LfibHwStatus >( "lfibHwStatus" ) );
 
   const auto hardware = roots.rootIs( Role::hardware, "switch", Vex::makePtr< SimulatedSwitch >() );
   const auto floodingHelper =
       roots.rootIs( Role::hardware, "floodingHelper",
                     Vex::makePtr< SwitchFloodingHelper >( "floodingHelper", hardware ) );
+  const auto esiFilteringDecapHelper = roots.rootIs(
+      Role::hardware, "esiFilteringDecapHelper",
+      Vex::makePtr< SwitchEsiFilteringDecapHelper >( "esiFilteringDecapHelper", hardware ) );
 
   const auto scheduler =
       roots.rootIs( Role::runtime, "scheduler", Vex::makePtr< Loom::TaskScheduler >() );
@@ -57,6 +68,9 @@ Wiring wire() {
                Kez::kezEvpnFloodFilterSmFactory( floodingHelper, scheduler, evpnLagMemberInfo,
                                                  evpnStatus ) )
       ->handleInitialized();
+  roots.rootIs( Role::machine, "esiFilteringDecapSm",
+                Kez::esiFilteringDecapSmFactory( esiFilteringDecapHelper, lfibStatus, scheduler,
+                                                 lfibTrackingStatus, lfibHwStatus ) );
   return { std::move( roots ), scheduler };
 }
 

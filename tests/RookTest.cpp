@@ -1,0 +1,357 @@
+#include "KezEvpn/Review.h"
+#include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
+#include "RookTestTypes.h"
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <map>
+#include <random>
+#include <set>
+
+namespace {
+
+using namespace RookTest;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::UnorderedElementsAre;
+
+// A table is what a std::map is, to its writer, to a reader that was attached all along, to one
+// attached now and to the next writer; small enough for its index to fill up with tombstones, and
+// growing on the way.
+TEST( Rook, AgreesWithAPlainMap ) {
+  const MountDirectory directory;
+  std::map< uint64_t, Entry > model;
+  std::optional< EntryTable > writer( std::in_place );
+  writer->mount( "table" );
+  const EntryReader reader( directory.path( "table" ) );
+  std::mt19937_64 random( 1 );
+  for ( uint64_t step = 1; step <= 40000; ++step ) {
+    const uint64_t key = random() % ( step < 20000 ? 500 : 2500 );
+    if ( random() % 3 ) {
+      model[ key ] = Entry( key, step );
+      writer->put( model[ key ] );
+    } else {
+      EXPECT_EQ( writer->del( key ), model.erase( key ) == 1 );
+    }
+    const uint64_t other = random() % 2600;
+    const auto expected = model.contains( other ) ? std::optional( model[ other ] ) : std::nullopt;
+    ASSERT_EQ( writer->record( other ), expected );
+    ASSERT_EQ( reader.record( other ), expected );
+    if ( step % 5000 == 0 ) {
+      writer.reset();
+      writer.emplace().mount( "table" );
+      const EntryReader late( directory.path( "table" ) );
+      EXPECT_EQ( writer->size(), model.size() );
+      for ( const auto & walked : { walk( *writer ), walk( reader ), walk( late ) } ) {
+        ASSERT_EQ( walked, model );
+      }
+    }
+  }
+}
+
+TEST( Rook, WalksMeetWhatStandsAndNothingNew ) {
+  EntryTable table;
+  table.mount( "private" );
+  EXPECT_EQ( table.mountStatus(), Rook::MountStatus::privateMemory );
+  std::vector< uint64_t > order;
+  for ( uint64_t key = 0; key < 8; ++key ) {
+    table.put( Entry( key, 1 ) );
+  }
+  for ( const auto & entry : table.range() ) {
+    order.push_back( entry.key );
+  }
+  ASSERT_EQ( order.size(), 8u );
+
+  // A step removes its key and one ahead, puts the first back and adds another, which take the
+  // places ahead that were freed.
+  std::vector< uint64_t > met;
+  for ( auto at = table.range().begin(); at.valid(); ++at ) {
+    met.push_back( at.key() );
+    if ( met.size() == 2 ) {
+      EXPECT_EQ( at.nextKey(), order[ 2 ] );
+      table.del( order[ 2 ] );
+      table.del( at.key() );
+      table.put( Entry( order[ 2 ], 2 ) );
+      table.put( Entry( 100, 2 ) );
+      table.put( Entry( order[ 7 ], 2 ) );
+      EXPECT_EQ( at.nextKey(), order[ 3 ] );
+    }
+    EXPECT_EQ( at.more(), met.size() < 7 );
+    EXPECT_EQ( ( *at ).value, at.key() == order[ 7 ] ? 2u : 1u );
+  }
+  EXPECT_THAT( met, ElementsAre( order[ 0 ], order[ 1 ], order[ 3 ], order[ 4 ], order[ 5 ],
+                                 order[ 6 ], order[ 7 ] ) );
+
+  met.clear();
+  for ( const auto & entry : table.range().from( order[ 5 ] ) ) {
+    met.push_back( entry.key );
+  }
+  EXPECT_THAT( met, ElementsAre( order[ 5 ], order[ 6 ], order[ 7 ] ) );
+  EXPECT_EQ( ( *table.range().from( 12345 ).begin() ).key, order[ 0 ] );
+}
+
+// Runs over a table that park again what they take visit each key once, whether they yield or not.
+TEST( Rook, ReviewsWalkTables ) {
+  EntryTable table;
+  table.mount( "private" );
+  for ( uint64_t key = 0; key < 20; ++key ) {
+    table.put( Entry( key, 0 ) );
+  }
+  const auto scheduler = Vex::makePtr< Loom::TaskScheduler >();
+  scheduler->workBudgetIs( 7 );
+  Ringlog::Handle handle( "TableReview" );
+  Vex::Ptr< Kez::ReviewTask< uint64_t > > task;
+  std::vector< uint64_t > reviewed;
+  const auto step = [ & ]( uint64_t key ) {
+    reviewed.push_back( key );
+    table.del( key );
+    table.put( Entry( key, 1 ) );
+  };
+  Kez::ReviewTask< uint64_t >::replace(
+      task, scheduler, 2, "review", *scheduler, [ & ] { task->review( table.range(), step, 0 ); },
+      handle, Kez::unprogrammedReviewTexts );
+  task->scheduleNow();
+  for ( int run = 0; run < 3; ++run ) {
+    EXPECT_EQ( scheduler->runReady(), 1u );
+  }
+  EXPECT_EQ( scheduler->runReady(), 0u );
+  EXPECT_EQ( reviewed.size(), 20u );
+  EXPECT_EQ( std::set( reviewed.begin(), reviewed.end() ).size(), 20u );
+}
+
+// --- What a damaged, foreign or busy file is answered with
+
+TEST( Rook, SaysWhyATableIsRefused ) {
+  const MountDirectory directory;
+  EntryTable writer;
+  writer.mount( "table" );
+  writer.put( Entry( 1, 2 ) );
+  const auto path = directory.path( "table" );
+  const auto refusal = [ & ]( const auto & open ) {
+    return messageOf< std::runtime_error >( open );
+  };
+  const auto read = [ & ] { EntryReader reader( path ); };
+  const auto write = [ & ] { EntryTable().mount( "table" ); };
+  EXPECT_EQ( refusal( write ), path + " has a writer already, and may have one only" );
+  EXPECT_EQ( refusal( [ & ] { Rook::Reader< &Kez::TunnelIdToHwTunnelId::key > other( path ); } ),
+             path + " has records of 24 bytes, RookTest::Entry{key:whole number@0+8u,value:whole "
+                    "number@8+8u,twice:whole number@16+8u}; expected 16 bytes, "
+                    "Kez::TunnelIdToHwTunnelId{key:Tunnel::TunnelTable::TunnelId@0+8u,hwTunnelId:"
+                    "Kez::HwTunnelId@8+8u}" );
+  writer.unmount();
+
+  const auto whole = contentOf( path );
+  struct Case {
+    std::string content;
+    std::string message;
+  };
+  const auto changed = [ & ]( size_t offset, char byte ) {
+    auto content = whole;
+    content[ offset ] = byte;
+    return content;
+  };
+  const auto size = std::to_string( whole.size() );
+  for ( const auto & [ content, message ] : {
+            Case{ "a text of somebody's", "is no table: expected it to begin with ROOKTBL" },
+            Case{ changed( 8, 9 ), "has layout version 9, expected 1" },
+            Case{ changed( 40, 'x' ), "is damaged: its header has not the checksum it says" },
+            Case{ whole.substr( 0, 100 ),
+                  "is cut short: it has 100 bytes, expected at least 4096" },
+            Case{ whole.substr( 0, whole.size() - 1 ), "is cut short: it has " +
+                                                           std::to_string( whole.size() - 1 ) +
+                                                           " bytes, expected at least " + size },
+            Case{ whole.substr( 0, 5000 ),
+                  "is cut short: it has 5000 bytes, expected at least " + size },
+        } ) {
+    std::ofstream( path, std::ios::binary | std::ios::trunc ) << content;
+    EXPECT_THAT( refusal( read ), HasSubstr( message ) );
+    EXPECT_EQ( refusal( write ), refusal( read ) );
+    EXPECT_EQ( contentOf( path ), content );
+  }
+  std::ofstream( path, std::ios::trunc ).close();
+  EXPECT_THAT( refusal( read ), HasSubstr( "is empty: no writer has made it a table yet" ) );
+  EXPECT_EQ( refusal( write ), "" );
+  EXPECT_EQ( refusal( read ), "" );
+  EXPECT_THAT( refusal( [] { EntryReader reader( "/" ); } ), HasSubstr( "is no file" ) );
+}
+
+// Any one bit that is flipped leaves every record right, or raises an error; nothing is missing
+// without one.
+TEST( Rook, NoticesFlippedBits ) {
+  const MountDirectory directory;
+  {
+    EntryTable writer;
+    writer.mount( "table" );
+    for ( uint64_t key = 0; key < 40; ++key ) {
+      writer.put( Entry( key, 1 ) );
+      writer.put( Entry( key, key ) );
+    }
+    for ( uint64_t key = 30; key < 40; ++key ) {
+      writer.del( key );
+    }
+  }
+  const auto path = directory.path( "table" );
+  std::fstream file( path, std::ios::in | std::ios::out | std::ios::binary );
+  size_t noticed = 0;
+  const auto flip = [ & ]( size_t bit ) {
+    file.seekg( static_cast< std::streamoff >( bit / 8 ) );
+    const int byte = file.get() ^ 1 << bit % 8;
+    file.seekp( static_cast< std::streamoff >( bit / 8 ) );
+    file.put( static_cast< char >( byte ) ).flush();
+  };
+  const auto check = [ & ] {
+    const EntryReader reader( path );
+    for ( uint64_t key = 0; key < 50; ++key ) {
+      try {
+        ASSERT_EQ( reader.record( key ),
+                   key < 30 ? std::optional( Entry( key, key ) ) : std::nullopt );
+      } catch ( const Rook::Corruption & ) {
+        ++noticed;
+      }
+    }
+    size_t left = 30;
+    EntryReader walked( path );
+    walked.corruptionHandlerIs( [ & ]( const Rook::Corruption & ) { --left; } );
+    for ( const auto & entry : walked.range() ) {
+      ASSERT_EQ( entry, Entry( entry.key, entry.key ) );
+      --left;
+    }
+    // A free slot may be the damaged one.
+    ASSERT_TRUE( left == 0 || left + 1 == 0 ) << left;
+  };
+  const size_t slots = 3 * 4096;
+  const size_t end = ( slots + 41 * 72 ) * 8;
+  for ( size_t bit = 0; bit< end; bit += bit / 8 > 4096 && bit / 8 < slots ? 23 : 7 ) {
+    flip( bit );
+    try {
+      check();
+    } catch ( const std::runtime_error & ) {
+      ++noticed;
+    }
+    ASSERT_FALSE( HasFatalFailure() ) << "bit " << bit % 8 << " of byte " << bit / 8;
+    flip( bit );
+  }
+  EXPECT_GT( noticed, 1000u );
+}
+
+TEST( Rook, DamageEndsAWriterThatMeetsIt ) {
+  const MountDirectory directory;
+  EntryTable table;
+  table.mount( "table" );
+  table.put( Entry( 1, 2 ) );
+  {
+    std::fstream file( directory.path( "table" ), std::ios::in | std::ios::out );
+    file.seekp( 3 * 4096 + 24 + 24 + 8 ); // the value, in the second cell
+    file.put( 7 );
+  }
+  EXPECT_THROW( (void)table.record( 1 ), Rook::Corruption );
+  std::string told;
+  table.corruptionHandlerIs( [ & ]( const auto & corruption ) { told = corruption.what(); } );
+  EXPECT_EQ( walk( table ).size(), 0u );
+  EXPECT_THAT( told, HasSubstr( "table: the record in slot 0 is damaged" ) );
+  for ( const auto & change : std::initializer_list< std::function< void() > >{
+            [ & ] { table.put( Entry( 1, 3 ) ); }, [ & ] { table.del( 1 ); },
+            [ & ] { table.delAll(); } } ) {
+    EXPECT_DEATH( change(), "cannot be written.*the record in slot 0 is damaged" );
+  }
+  table.unmount();
+  EXPECT_THAT( messageOf< Rook::Corruption >( [ & ] { table.mount( "table" ); } ),
+               HasSubstr( "the record in slot 0 is damaged" ) );
+  EXPECT_DEATH( table.put( Entry( 1, 3 ) ), "assertion failed: writable\\(\\)" );
+}
+
+// --- The mapping of tunnels
+
+using Kez::HwTunnelId;
+using Kez::TunnelIdToHwTunnelId;
+
+struct WithIntf {
+  uint64_t key = 0;
+  Wire::IntfId intfId;
+  VEX_VALUE( WithIntf, "RookTest::WithIntf", key, intfId )
+};
+
+class MappingWatcher : public Vex::Reactor {
+public:
+  MappingWatcher( Vex::ReactorOwner & owner, const Vex::Entity * entity ) : Reactor( owner ) {
+    Reactor::notifierIs( entity );
+  }
+  ~MappingWatcher() override { Reactor::notifierIs( nullptr ); }
+  std::vector< std::string > story;
+
+private:
+  void onAttribute( Vex::AttrId id, const void * key ) override {
+    using Mapping = Kez::TunnelIdToHwTunnelIdMapping;
+    story.push_back( std::to_string( id ) );
+    if ( id == Mapping::tunnelIdToHwTunnelIdAttr ) {
+      story.back() += " " + Vex::text( Mapping::tunnelIdToHwTunnelIdAttr.key( key ) );
+    }
+  }
+};
+
+TEST( TunnelIdToHwTunnelIdMapping, TellsOfEveryWriteAndKeepsItsControlInformed ) {
+  const MountDirectory directory;
+  auto mapping = Kez::tunnelIdToHwTunnelIdMappingFactory( "mapping" );
+  struct Owner : Vex::ReactorOwner {
+  } owner;
+  std::optional< MappingWatcher > watcher( std::in_place, owner, mapping.get() );
+  const auto take = [ & ] { return std::exchange( watcher->story, {} ); };
+  const TunnelIdToHwTunnelId record( 5, HwTunnelId( Kez::hwTunnelIdTypeSharedEsi, 7 ) );
+  mapping->tunnelIdToHwTunnelIdDelAll();
+  mapping->tunnelIdToHwTunnelIdIs( record );
+  mapping->tunnelIdToHwTunnelIdIs( record );
+  auto edited = *mapping->tunnelIdToHwTunnelId( 5 );
+  edited.hwTunnelId = HwTunnelId( Kez::hwTunnelIdTypeDefault, 8 );
+  mapping->tunnelIdToHwTunnelIdCommit( edited );
+  mapping->tunnelIdToHwTunnelIdDel( 6 );
+  EXPECT_THAT( take(), ElementsAre( "1 5", "1 5", "1 5" ) );
+  EXPECT_EQ( mapping->tunnelIdToHwTunnelIds(), 1u );
+
+  using Reader = Rook::Reader< &TunnelIdToHwTunnelId::key >;
+  const Reader reader( directory.path( "mapping/tunnelIdToHwTunnelId" ) );
+  EXPECT_EQ( reader.record( 5 ), edited );
+  const auto & attribute = *mapping->fwkType().attribute( "tunnelIdToHwTunnelId" );
+  EXPECT_EQ( attribute.kind, Vex::AttributeKind::table );
+  EXPECT_EQ( attribute.member( *mapping, "5" )->value, "5,0:8" );
+  EXPECT_EQ( attribute.size( *mapping ), 1u );
+  attribute.forEach( *mapping, []( const auto & member ) { EXPECT_EQ( member.key, "5" ); } );
+  EXPECT_THROW( attribute.memberIs( *mapping, "6", "5,0:8" ), Vex::ParseError );
+
+  const auto control = mapping->tunnelIdToHwTunnelIdControl();
+  EXPECT_EQ( control->mountStatus(), Rook::MountStatus::mounted );
+  EXPECT_EQ( control->entity(), mapping.get() );
+  mapping->tunnelIdToHwTunnelIdTable().quiescedIs( true );
+  mapping->tunnelIdToHwTunnelIdTable().notificationsSuppressedIs( true );
+  EXPECT_TRUE( control->quiesced() && control->notificationsSuppressed() && reader.quiesced() );
+  mapping->tunnelIdToHwTunnelIdIs( TunnelIdToHwTunnelId( 9, HwTunnelId() ) );
+  EXPECT_THAT( take(), ElementsAre() );
+  mapping->tunnelIdToHwTunnelIdTable().notificationsSuppressedIs( false );
+  mapping->tunnelIdToHwTunnelIdDelAll();
+  EXPECT_THAT( take(), UnorderedElementsAre( "1 5", "1 9" ) );
+  EXPECT_EQ( mapping->notifications(), 5u );
+  EXPECT_EQ( reader.record( 5 ), std::nullopt );
+
+  const auto other = Vex::makePtr< Rook::CollectionControl >();
+  mapping->tunnelIdToHwTunnelIdControlIs( other );
+  mapping->tunnelIdToHwTunnelIdControlIs( other );
+  EXPECT_THAT( take(), ElementsAre( "2" ) );
+  EXPECT_EQ( control->entity(), nullptr );
+  EXPECT_EQ( other->entityName(), "mapping" );
+  EXPECT_TRUE( other->quiesced() );
+  watcher.reset();
+  mapping = nullptr;
+  EXPECT_EQ( other->entity(), nullptr );
+  EXPECT_EQ( other->refs(), 1u );
+}
+
+TEST( Rook, InterfacesStayInPrivateMemory ) {
+  const MountDirectory directory;
+  Rook::Table< &WithIntf::key > table;
+  table.mount( "interfaces" );
+  EXPECT_EQ( table.mountStatus(), Rook::MountStatus::privateMemory );
+  table.put( WithIntf( 1, "swp1" ) );
+  EXPECT_EQ( table.record( 1 ), WithIntf( 1, "swp1" ) );
+}
+
+} // namespace

@@ -1,0 +1,67 @@
+// A record, tables and readers of it, and a directory for them.
+#pragma once
+
+#include "Rook/Reader.h"
+#include "Rook/Table.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <map>
+#include <unistd.h>
+
+namespace RookTest {
+
+struct Entry {
+  uint64_t key = 0;
+  uint64_t value = 0;
+  uint64_t twice = 0;
+  VEX_VALUE( Entry, "RookTest::Entry", key, value, twice )
+  Entry( uint64_t key, uint64_t value ) : Entry( key, value, 2 * value ) {}
+};
+using EntryTable = Rook::Table< &Entry::key >;
+using EntryReader = Rook::Reader< &Entry::key >;
+
+// Tables are mounted below it while it stands.
+class MountDirectory {
+public:
+  MountDirectory() { Rook::mountDirectoryIs( directory_ ); }
+  ~MountDirectory() {
+    Rook::mountDirectoryIs( "" );
+    std::filesystem::remove_all( directory_ );
+  }
+  MountDirectory( const MountDirectory & ) = delete;
+  MountDirectory & operator=( const MountDirectory & ) = delete;
+
+  std::string path( const std::string & name ) const { return directory_ + "/" + name; }
+
+private:
+  const std::string directory_ = testing::TempDir() + "rook-" + std::to_string( getpid() );
+};
+
+inline std::string contentOf( const std::string & path ) {
+  std::ifstream file( path, std::ios::binary );
+  return { std::istreambuf_iterator< char >( file ), {} };
+}
+
+// Every record that a walk meets, each once.
+template< class Table > std::map< uint64_t, Entry > walk( const Table & table ) {
+  std::map< uint64_t, Entry > all;
+  for ( const auto & entry : table.range() ) {
+    EXPECT_TRUE( all.emplace( entry.key, entry ).second ) << entry.key;
+  }
+  return all;
+}
+
+// What an exception of this type says; empty when there is none.
+template< class Exception, class Action > std::string messageOf( Action && action ) {
+  try {
+    action();
+  } catch ( const Exception & exception ) {
+    return exception.what();
+  }
+  return "";
+}
+
+} // namespace RookTest
