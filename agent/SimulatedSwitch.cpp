@@ -76,6 +76,10 @@ size_t SimulatedSwitch::entries( Table table ) const {
     return inUse( Kez::hwTunnelIdTypeDefault );
   case Table::hwTunnelIdTypeSharedEsi:
     return inUse( Kez::hwTunnelIdTypeSharedEsi );
+  case Table::fec:
+    return fecs();
+  case Table::floodSetDest:
+    return floodSetDests();
   }
   VEX_ASSERT( 0 );
 }
