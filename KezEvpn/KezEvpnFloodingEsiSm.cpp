@@ -340,11 +340,14 @@ void EvpnFloodingEsiSm::programEsi( Wire::IntfId intfId, Bridging::VlanId vlanId
     unprogramEsi( intfId, vlanId );
     return;
   }
-  const bool dropped = dropStalePorts( { intfId, vlanId }, *ports, ForceMark::programOver,
-                                       [ & ]( Wire::IntfId port, bool ) {
-                                         TRACE( 5, "stale lag member, delete" );
-                                         unprogramEsiHelper( intfId, port, vlanId );
-                                       } );
+  const auto forceMark = floodingHelper()->updateSupportedOnCreateEsiData()
+                             ? ForceMark::programOver
+                             : ForceMark::removeFirst;
+  const bool dropped =
+      dropStalePorts( { intfId, vlanId }, *ports, forceMark, [ & ]( Wire::IntfId port, bool ) {
+        TRACE( 5, "stale lag member, delete" );
+        unprogramEsiHelper( intfId, port, vlanId );
+      } );
   if ( dropped ) {
     reviewParkedAtOnce();
   }

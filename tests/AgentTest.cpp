@@ -294,7 +294,7 @@ TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {
       2,
       "",
       "stdin:1: expectation failed: acsd\n  expected  none\n  found     there\n"
-      "stdin:2:13: expected an attribute of Bridging::Config (vlanConfig), found 'x'\n" },
+      "stdin:2:21: expected an attribute of Bridging::Config (vlanConfig), found 'x'\n" },
     { { "shell" },
       "set evpnStatus.ethernetSegmentStatus[Port-Channel1].remoteEsiLabel[Ethernet1] 2:100\n"
       "set evpnStatus.ethernetSegmentStatus[Port-Channel1].designatedForwarderTep[10] Ethernet1\n"

@@ -7,6 +7,7 @@
 #include "Vex/Collection.h"
 #include "Vex/Entity.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace Vex {
@@ -112,6 +113,50 @@ public:
     }
     return count;
   }
+};
+
+// Which index a queue's head has, and the least that the next value to join may get.
+struct QueueMetadata {
+  uint32_t headIndex = 0;
+  uint32_t nextIndex = 0;
+  friend bool operator==( const QueueMetadata &, const QueueMetadata & ) = default;
+};
+
+// Values in line, each under an index. What joins at the tail gets the larger of the next index
+// and the tail's index + 1, and that is the next index from then on; what leaves at the head hands
+// it to the next member, or to the next index when the queue is empty then. Members that are
+// written or deleted by index leave the metadata as they are.
+template< class T > class QueueStorage : public MapStorage< uint32_t, T > {
+public:
+  const QueueMetadata & metadata() const { return metadata_; }
+  void metadataIs( const QueueMetadata & metadata ) { metadata_ = metadata; }
+
+  void enq( const Entity & owner, AttrId id, Arg< T > value ) {
+    uint32_t index = metadata_.nextIndex;
+    if ( this->size() > 0 ) {
+      const uint32_t * const tail_ = this->members_.lastKey();
+      VEX_ASSERT( tail_ != nullptr );
+      index = std::max( index, *tail_ + 1 );
+    }
+    VEX_ASSERT( !this->has( index ) );
+    metadata_.nextIndex = index;
+    this->put( owner, id, index, value );
+  }
+
+  // The default value when the queue is empty.
+  T deq( const Entity & owner, AttrId id ) {
+    const auto head = this->members_.range().begin();
+    if ( !head.valid() ) {
+      return T();
+    }
+    const T value = ( *head ).value;
+    metadata_.headIndex = head.more() ? head.nextKey() : metadata_.nextIndex;
+    this->del( owner, id, head.key() );
+    return value;
+  }
+
+private:
+  QueueMetadata metadata_;
 };
 
 namespace Detail {
