@@ -57,7 +57,7 @@ TEST( Lfib, ValuesReadBackFromTheirText ) {
   }
   EXPECT_EQ( Vex::text( sets[ 2 ].viaKeys ), "mpls:1,evpnEthernetSegmentFilter:0" );
   for ( const auto * wrong :
-        { "mpls", "mpls:", "mpls:x", "mpls:-1", "tunnel:1", ":1", "mpls:1," } ) {
+        { "mpls", "mpls:", "mpls:x", "mpls:-1", "tunnel:1", ":1", "mpls:1,", "mpls:16777216" } ) {
     EXPECT_THROW( Vex::parse< Mpls::LfibViaKeys >( wrong ), Vex::ParseError ) << wrong;
   }
   // A list never gets an empty key from a text, and not more than it can hold.
