@@ -7,6 +7,7 @@
 
 #include "Rook/Format.h"
 
+#include <array>
 #include <cstring>
 
 namespace Rook {
@@ -34,7 +35,7 @@ public:
     // Mostly the record's bucket is in the first group, where one look finds it. What is not is
     // looked for exactly.
     for ( uint32_t alike = alikeIn( at, tagOf( hash ) ); alike; alike &= alike - 1 ) {
-      const uint32_t bucket = at + static_cast< uint32_t >( std::countr_zero( alike ) );
+      const uint32_t bucket = at + lowestOf[ alike ];
       if ( isAt( bucket, isIt ) ) {
         return { bucket, true, false };
       }
@@ -79,6 +80,16 @@ public:
 private:
   static constexpr uint32_t group = 8;
   static_assert( Format::bucketsOf( 0 ) % group == 0 );
+
+  // The lowest bit that is set. The processor's own instruction waits for what was in the register
+  // that it writes, which is a record looked up before.
+  static constexpr auto lowestOf = [] {
+    std::array< uint8_t, 1u << group > all{};
+    for ( uint32_t i = 1; i < all.size(); ++i ) {
+      all[ i ] = static_cast< uint8_t >( std::countr_zero( i ) );
+    }
+    return all;
+  }();
 
   // The buckets of a group that have the tag, a bit each. What is loaded here is a hint that is
   // verified, so that it may be loaded in one.
