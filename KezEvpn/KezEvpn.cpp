@@ -11,9 +11,7 @@ Vex::String TunnelIdToHwTunnelId::rookString() const {
 }
 
 TunnelId srTeOrDynamicTunnelIntfIdToTunnelId( Wire::IntfId intfId ) {
-  return Wire::FecIdIntfId::isSrTePolicyIntfId( intfId )
-             ? Wire::FecIdIntfId::tunnelId( intfId )
-             : Wire::DynamicTunnelIntfId::tunnelId( intfId );
+  return Wire::TepIntfId( intfId ).tunnelId();
 }
 
 TunnelId destMplsTunnelId( const L2Rib::Dest & dest ) {

@@ -8,7 +8,7 @@
 #include "L2Rib/Dest.h"
 #include "Tunnel/TunnelTable.h"
 #include "Vex/Attributes.h"
-#include "Wire/IntfId.h"
+#include "Wire/TepIntfId.h"
 
 namespace Kez {
 

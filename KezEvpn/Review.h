@@ -72,7 +72,14 @@ public:
     if ( immediate ) {
       scheduleNow();
       TRACE( 5, texts_.immediate );
-    } else if ( isScheduled() ) {
+    } else {
+      scheduleUnlessPending( delay );
+    }
+  }
+
+  // A run `delay` seconds from now unless one is pending, which goes on where it was to.
+  void scheduleUnlessPending( double delay ) {
+    if ( isScheduled() ) {
       TRACE( 5, texts_.pending );
     } else {
       scheduleAfter( delay );
@@ -107,6 +114,14 @@ public:
   void keyLeft( const Key & key ) {
     if ( bookmark() == key ) {
       bookmarkDel();
+    }
+  }
+
+  // A key is about to leave the line `keys`: a run that was to go on there goes on behind it.
+  template< class Range > void keyLeaves( const Range & keys, const Key & key ) {
+    if ( bookmark() == key ) {
+      const auto walk = keys.from( key ).begin();
+      bookmarkIs( walk.more() ? std::optional( walk.nextKey() ) : std::nullopt );
     }
   }
 

@@ -10,7 +10,7 @@
 
 namespace Agent {
 
-VEX_ENUM( Role, "Agent::Role", input, output, machine, runtime )
+VEX_ENUM( Role, "Agent::Role", input, output, machine, hardware, runtime )
 
 struct Root {
   Role role;

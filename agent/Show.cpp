@@ -111,7 +111,7 @@ void showTable( std::ostream & out, const std::vector< std::vector< String > > &
 void showOverview( std::ostream & out, const Roots & roots ) {
   out << "time " << Vex::text( Vex::Clock::now() ) << " s, "
       << ( Vex::Clock::isVirtual() ? "virtual" : "steady" ) << '\n';
-  const size_t roleWidth = 9;
+  const size_t roleWidth = 10;
   size_t nameWidth = 0;
   size_t typeWidth = 0;
   for ( const auto & root : roots ) {

@@ -290,13 +290,19 @@ TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {
       "1 failed, 3 expectations\n",
       "stdin:4: expectation failed: acsd\n  expected  none\n  found     there\n" },
     { { "run", "-" },
-      "expect no acsd\n\tset x\nshow acsd\n",
+      "expect no acsd\n\tset bridgingConfig.x\nshow acsd\n",
       2,
       "",
       "stdin:1: expectation failed: acsd\n  expected  none\n  found     there\n"
-      "stdin:2:6: expected a root (acsd, lagConfigDir, bridgingConfig, vlanStatusDir, "
-      "evpnStatus, evpnLagMemberInfo, evpnVlanStatus, evpnLagSm, kezEvpnVlanMembershipSm, "
-      "scheduler), found 'x'\n" },
+      "stdin:2:21: expected an attribute of Bridging::Config (vlanConfig), found 'x'\n" },
+    { { "shell" },
+      "set evpnStatus.ethernetSegmentStatus[Port-Channel1].remoteEsiLabel[Ethernet1] 2:100\n"
+      "set evpnStatus.ethernetSegmentStatus[Port-Channel1].designatedForwarderTep[10] Ethernet1\n"
+      "show evpnStatus.ethernetSegmentStatus\n",
+      0,
+      "evpnStatus.ethernetSegmentStatus (0)\n",
+      "stdin:1:68: TunnelId::value < TunnelId::minValue or > TunnelId::maxValue not allowed\n"
+      "stdin:2:80: TunnelId::value < TunnelId::minValue or > TunnelId::maxValue not allowed\n" },
     { { "shell" },
       "show acsd]\nshow acsd\nquit\nshow acsd\n",
       0,

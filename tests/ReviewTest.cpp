@@ -1,4 +1,5 @@
 #include "TraceCapture.h"
+#include "VirtualTime.h"
 
 #include "KezEvpn/Review.h"
 #include "PortFilterSm.h"
@@ -11,21 +12,7 @@ using Lines = std::vector< std::string >;
 
 namespace {
 
-class ReviewTest : public testing::Test {
-protected:
-  ReviewTest() { Vex::Clock::virtualIs( 0 ); }
-
-  // Runs what is due until `seconds`.
-  void advanceTo( double seconds ) {
-    while ( scheduler->nextDeadline().value_or( seconds + 1 ) <= seconds ) {
-      Vex::Clock::advanceTo( *scheduler->nextDeadline() );
-      scheduler->runReady();
-    }
-    Vex::Clock::advanceTo( seconds );
-  }
-
-  Vex::Ptr< Loom::TaskScheduler > scheduler = Vex::makePtr< Loom::TaskScheduler >();
-};
+using ReviewTest = VirtualTime;
 
 // A review of plain numbers, 0 among them.
 class NumberReviewTest : public ReviewTest {

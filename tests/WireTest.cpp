@@ -1,9 +1,7 @@
-#include "Bridging/VlanId.h"
+#include "Evpn/EvpnStatus.h"
 #include "Kez/HwTunnelId.h"
 #include "Kez/KezPortList.h"
-#include "L2Rib/Dest.h"
-#include "Wire/IntfId.h"
-#include "Wire/MplsLabel.h"
+#include "L2Rib/FloodSet.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -154,7 +152,10 @@ TEST( WordValues, readOnlyWhatIsInRange ) {
   refuses( Wire::MplsLabel(), { "1048577", "4294967297" } );
   refuses( Tunnel::TunnelTable::TunnelId(), { "18446744073709551616", "-1" } );
   refuses( Kez::HwTunnelId(), { "2:1", "1", "1:", ":1", "1:7x", "1:4294967296", "4294967297:1" } );
-  refuses( L2Rib::Dest(), { "mpls(Ethernet1,100)", "intf(Ethernet1", "vxlan(1)" } );
+  refuses( L2Rib::Dest(), { "mpls(Ethernet1,100)", "intf(Ethernet1", "vxlan(1)", "tunnel()" } );
+  refuses( Wire::EthAddr(), { "", "00:1c:73:0a:0b", "00:1c:73:0a:0b:0c:0d", "00:1c:73:0a:0b:0g",
+                              "00-1c-73-0a-0b-0c", "001c:730a:0b0cx", "0:1c:73:0a:0b:0c1" } );
+  refuses( Wire::Ip4Addr(), { "", "10.0.0", "10.0.0.256", "10.0.0.1.", "10.0.0.01", "10..0.1" } );
 
   const auto readsBack = []( const auto & value, const char * text ) {
     using T = std::remove_cvref_t< decltype( value ) >;
@@ -168,10 +169,56 @@ TEST( WordValues, readOnlyWhatIsInRange ) {
   readsBack( Tunnel::TunnelTable::TunnelId( UINT64_MAX ), "18446744073709551615" );
   readsBack( Kez::HwTunnelId( Kez::hwTunnelIdTypeSharedEsi, 7 ), "1:7" );
   readsBack( L2Rib::Dest::ofIntf( IntfId( "Ethernet1" ) ), "intf(Ethernet1)" );
+  readsBack( L2Rib::Dest::ofVxlan( 0x0a0000ff ), "vxlan(10.0.0.255)" );
+  readsBack( L2Rib::Dest::ofTunnel( 5 ), "tunnel(5)" );
   readsBack( L2Rib::Dest::ofMpls( { {}, 100, 5 } ), "mpls(,100,5)" );
+  readsBack( Wire::EthAddr( 0x001c730a0bfc ), "00:1c:73:0a:0b:fc" );
+  EXPECT_EQ( Vex::parse< Wire::EthAddr >( "FF:1C:73:0A:0B:0C" ).value(), 0xff1c730a0b0c );
 
   EXPECT_FALSE( Kez::HwTunnelId( Kez::hwTunnelIdTypeSharedEsi, 0 ).valid() );
   EXPECT_EQ( Tunnel::TunnelTable::TunnelId( 0xFFFFF00000000001 ).type(), 0xFFFFFu );
+}
+
+// A destination's type and each of its parts tell it from the others.
+TEST( Dest, ordersAndHashesByAllThatItHas ) {
+  using L2Rib::Dest;
+  const IntfId intf( "Ethernet1" );
+  const Dest ascending[] = {
+    Dest(),
+    Dest::ofIntf( intf ),
+    Dest::ofVxlan( 5 ),
+    Dest::ofVxlan( 6 ),
+    Dest::ofTunnel( 5 ),
+    Dest::ofTunnel( 6 ),
+    Dest::ofMpls( { {}, 0, 5 } ),
+    Dest::ofMpls( { {}, 0, 6 } ),
+    Dest::ofMpls( { {}, 1, 5 } ),
+    Dest::ofMpls( { intf, 0, 5 } ),
+  };
+  for ( const auto & a : ascending ) {
+    for ( const auto & b : ascending ) {
+      EXPECT_EQ( a < b, &a < &b ) << a << b;
+      EXPECT_EQ( a.hash( 1 ) == b.hash( 1 ), &a == &b ) << a << b;
+      EXPECT_EQ( a.vexWord() == b.vexWord(), &a == &b ) << a << b;
+    }
+  }
+  static_assert( std::is_trivially_copyable_v< Dest > );
+  EXPECT_DEATH( Dest().mpls(), R"(destType\(\) == destTypeMpls_)" );
+}
+
+TEST( TepIntfId, inputsTakeOnlyInterfacesThatLeadToATunnel ) {
+  const auto segment = Vex::makePtr< Evpn::EvpnStatus >()->ethernetSegmentStatusIs( "Ethernet1" );
+  for ( const char * name : { "Ethernet1", "", "DynamicTunnel32.0" } ) {
+    EXPECT_THROW( segment->remoteEsiLabelIs( IntfId( name ), {} ), Vex::RangeError ) << name;
+    EXPECT_THROW( segment->designatedForwarderTepIs( 10, IntfId( name ) ), Vex::RangeError );
+  }
+  EXPECT_EQ( segment->remoteEsiLabels() + segment->designatedForwarderTeps(), 0u );
+  for ( const char * name : { "DynamicTunnel31.5", "SrTePolicy32.5" } ) {
+    segment->remoteEsiLabelIs( IntfId( name ), {} );
+    segment->designatedForwarderTepIs( 10, IntfId( name ) );
+    EXPECT_EQ( Vex::text( segment->designatedForwarderTep( 10 ) ), name );
+  }
+  EXPECT_EQ( segment->designatedForwarderTep( 11 ), IntfId() );
 }
 
 TEST( WordValues, refuseNumbersOutOfRange ) {

@@ -82,7 +82,7 @@ void PortFilterSm::doReviewUnprogrammed() {
   const bool ended = task->review(
       unprogrammed(), [ this ]( Wire::IntfId intfId ) { programFilter( intfId ); },
       defaultUnprogrammedRetryInterval() );
-  if ( ended && unprogrammeds() > 0 ) {
+  if ( ended && unprogrammeds() > 0 && !task->isScheduled() ) {
     maybeScheduleUnprogrammedReview( false );
   }
 }

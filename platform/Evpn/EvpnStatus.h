@@ -4,7 +4,7 @@
 #include "Bridging/VlanId.h"
 #include "Evpn/EncapTypeLabel.h"
 #include "Vex/Attributes.h"
-#include "Wire/IntfId.h"
+#include "Wire/TepIntfId.h"
 
 namespace Evpn {
 
@@ -17,15 +17,14 @@ class EvpnVlanFloodStatus : public Vex::Entity {
   VEX_ATTRIBUTES( floodFilter )
 };
 
-// An Ethernet segment of this switch, by its interface. A TEP (tunnel endpoint) is an interface
-// that stands for a tunnel: a dynamic tunnel's or an SR-TE policy's.
+// An Ethernet segment of this switch, by its interface.
 class EthernetSegmentStatus : public Vex::Entity {
   VEX_ENTITY( EthernetSegmentStatus, "Evpn::EthernetSegmentStatus" )
   VEX_KEY( EthernetSegmentStatus, intfId, Wire::IntfId )
   // Per VLAN, the TEP of the designated forwarder.
-  VEX_MAP( 1, designatedForwarderTep, Bridging::VlanId, Wire::IntfId )
+  VEX_MAP( 1, designatedForwarderTep, Bridging::VlanId, Wire::TepIntfId )
   // Per remote TEP, the ESI label that it advertised.
-  VEX_MAP( 2, remoteEsiLabel, Wire::IntfId, EncapTypeLabel )
+  VEX_MAP( 2, remoteEsiLabel, Wire::TepIntfId, EncapTypeLabel )
   // The label that all segments share; none when it is not configured.
   VEX_ATTRIBUTE( 3, sharedEsiLabel, Wire::MplsLabel )
   VEX_ATTRIBUTES( designatedForwarderTep, remoteEsiLabel, sharedEsiLabel )

@@ -3,29 +3,45 @@
 namespace L2Rib {
 
 void appendText( Vex::TextBuffer & out, const Dest & dest ) {
-  if ( dest.destType() == destTypeMpls_ ) {
-    out.append( "mpls(" );
-    appendBrief( out, dest.mpls() );
-  } else {
+  switch ( dest.destType() ) {
+  case destTypeIntf_:
     out.append( "intf(" );
     appendText( out, dest.intfId() );
+    break;
+  case destTypeVxlan_:
+    out.append( "vxlan(" );
+    appendText( out, dest.vtep() );
+    break;
+  case destTypeTunnel_:
+    out.append( "tunnel(" );
+    appendText( out, dest.tunnelId() );
+    break;
+  case destTypeMpls_:
+    out.append( "mpls(" );
+    appendBrief( out, dest.mpls() );
+    break;
   }
   out.append( ')' );
 }
 
 void parseText( Vex::TextCursor & in, Dest & dest ) {
+  const auto data = [ & ]< class T >( T value ) {
+    parseBriefText( in, value );
+    in.expect( ")" );
+    return value;
+  };
   if ( in.skip( "mpls(" ) ) {
-    DestDataMpls mpls;
-    parseBrief( in, mpls );
-    dest = Dest::ofMpls( mpls );
+    dest = Dest::ofMpls( data( DestDataMpls() ) );
   } else if ( in.skip( "intf(" ) ) {
-    Wire::IntfId intfId;
-    parseText( in, intfId );
-    dest = Dest::ofIntf( intfId );
+    dest = Dest::ofIntf( data( Wire::IntfId() ) );
+  } else if ( in.skip( "vxlan(" ) ) {
+    dest = Dest::ofVxlan( data( Wire::Ip4Addr() ) );
+  } else if ( in.skip( "tunnel(" ) ) {
+    dest = Dest::ofTunnel( data( Tunnel::TunnelTable::TunnelId() ) );
   } else {
-    in.fail( "intf(<interface>) or mpls(<interface>,<label>,<tunnel id>)" );
+    in.fail( "intf(<interface>), vxlan(<IPv4 address>), tunnel(<tunnel id>) or "
+             "mpls(<interface>,<label>,<tunnel id>)" );
   }
-  in.expect( ")" );
 }
 
 std::ostream & operator<<( std::ostream & out, const Dest & dest ) {

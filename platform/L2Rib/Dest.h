@@ -1,10 +1,12 @@
 // Destinations of the L2 routing information base: where a frame goes, flat and trivially
-// copyable. Text forms: "intf(Ethernet1)", "mpls(<interface>,<label>,<tunnel id>)".
+// copyable. Text forms: "intf(Ethernet1)", "vxlan(10.0.0.1)", "tunnel(5)",
+// "mpls(<interface>,<label>,<tunnel id>)".
 #pragma once
 
 #include "Tunnel/TunnelTable.h"
 #include "Vex/Assert.h"
 #include "Wire/IntfId.h"
+#include "Wire/Ip4Addr.h"
 #include "Wire/MplsLabel.h"
 
 namespace L2Rib {
@@ -40,36 +42,54 @@ private:
   Tunnel::TunnelTable::TunnelId tunnelId_;
 };
 
-// Ordered by type, then by what the type has. By default the empty interface.
+// Ordered by type, then by what the type has, which alone may be asked for. By default the empty
+// interface.
 class Dest {
 public:
   Dest() = default;
-  static Dest ofIntf( Wire::IntfId intfId ) { return { destTypeIntf_, { intfId, {}, {} } }; }
-  static Dest ofMpls( const DestDataMpls & mpls ) { return { destTypeMpls_, mpls }; }
+  static Dest ofIntf( Wire::IntfId intfId ) { return { destTypeIntf_, {}, { intfId, {}, {} } }; }
+  static Dest ofVxlan( Wire::Ip4Addr vtep ) { return { destTypeVxlan_, vtep, {} }; }
+  static Dest ofTunnel( Tunnel::TunnelTable::TunnelId tunnelId ) {
+    return { destTypeTunnel_, {}, { {}, {}, tunnelId } };
+  }
+  static Dest ofMpls( const DestDataMpls & mpls ) { return { destTypeMpls_, {}, mpls }; }
 
   DestType destType() const { return destType_; }
-  // Of an interface destination only.
   Wire::IntfId intfId() const {
     VEX_ASSERT( destType() == destTypeIntf_ );
     return data_.intfId();
   }
-  // Of an MPLS destination only.
+  Wire::Ip4Addr vtep() const {
+    VEX_ASSERT( destType() == destTypeVxlan_ );
+    return vtep_;
+  }
+  Tunnel::TunnelTable::TunnelId tunnelId() const {
+    VEX_ASSERT( destType() == destTypeTunnel_ );
+    return data_.tunnelId();
+  }
   const DestDataMpls & mpls() const {
     VEX_ASSERT( destType() == destTypeMpls_ );
     return data_;
   }
 
   static constexpr std::string_view vexTypeName() { return "L2Rib::Dest"; }
-  uint64_t vexWord() const { return Vex::foldHash( static_cast< uint64_t >( destType_ ), data_ ); }
-  uint32_t hash( uint32_t seed ) const { return data_.hash( Vex::hashOf( destType_, seed ) ); }
+  uint64_t vexWord() const {
+    return Vex::foldHash( uint64_t( destType_ ) << 32 | vtep_.value(), data_ );
+  }
+  uint32_t hash( uint32_t seed ) const {
+    return data_.hash( vtep_.hash( Vex::hashOf( destType_, seed ) ) );
+  }
   friend bool operator==( const Dest &, const Dest & ) = default;
   friend std::strong_ordering operator<=>( const Dest &, const Dest & ) = default;
 
 private:
-  Dest( DestType destType, const DestDataMpls & data ) : destType_( destType ), data_( data ) {}
+  Dest( DestType destType, Wire::Ip4Addr vtep, const DestDataMpls & data )
+      : destType_( destType ), vtep_( vtep ), data_( data ) {}
 
   DestType destType_ = destTypeIntf_;
-  DestDataMpls data_; // an interface destination has the interface alone
+  // What the type does not have stands at its default.
+  Wire::Ip4Addr vtep_;
+  DestDataMpls data_; // an interface has the interface alone, a tunnel the tunnel id
 };
 
 void appendText( Vex::TextBuffer & out, const Dest & dest );

@@ -33,6 +33,15 @@ public:
     const auto found = find( key );
     return found ? std::optional( Type::record( found->words ) ) : std::nullopt;
   }
+  // The record, or none, also where damage was met and handed to the corruption handler.
+  std::optional< Record > safeRecord( Vex::Arg< Key > key ) const {
+    try {
+      return record( key );
+    } catch ( const Corruption & corruption ) {
+      handleCorruption( corruption );
+      return std::nullopt;
+    }
+  }
   bool has( Vex::Arg< Key > key ) const { return find( key ).has_value(); }
   static Key keyOf( const Record & record ) { return Type::key( record ); }
   // For reflection, which walks what a storage keeps.

@@ -84,7 +84,7 @@ private:
       : table_( table ), moment_( table.file().moment() ), at_( next( from, record_ ) ) {}
 
   uint32_t next( uint32_t from, Record & record ) const {
-    typename Type::Words words;
+    typename Type::Words words{};
     for ( uint32_t slot = from; slot < moment_.slots; ++slot ) {
       const auto state = table_.file().readSlot( slot, Type::words, words.data() );
       if ( state.damaged ) [[unlikely]] {

@@ -15,6 +15,7 @@
 //   VEX_SET( id, foo, Key )              foo( key ): bool, fooIs( key, present = true )
 //   VEX_MAP( id, foo, Key, Value )       foo( key ), fooIs( key, value )
 //   VEX_COUNTER( id, foo, Key )          foo( key ), fooIs( key, count ), fooInc, fooDec( key, n )
+//   VEX_QUEUE( id, foo, T )              a map by index, fooEnq( value ), fooDeq(), fooMetadata()
 //   VEX_ENTITIES( id, foo, T )           foo( key ), fooIs( key ) makes, fooIs( Ptr ) puts back
 //   VEX_INPUT( id, foo, T )              foo(): Ptr< const T >, set by the constructor through foo_
 //   VEX_OUTPUT( id, foo, T )             foo(): Ptr< T >, likewise
@@ -235,6 +236,26 @@ public:                                                                         
   }                                                                                                \
   uint32_t foo##Dec( Vex::Arg< Key > key, uint32_t n = 1 ) {                                       \
     return foo##_.change( *this, ID, key, 0u - n );                                                \
+  }
+
+#define VEX_QUEUE( ID, foo, T )                                                                    \
+  VEX_DECLARE( ID, foo, uint32_t, QueueType, ( VexSelf::vexAccess ),                               \
+               Vex::QueueStorage< T > foo##_ )                                                     \
+  VEX_MAP_ACCESSORS( ID, foo, uint32_t, T )                                                        \
+  void foo##Del( const Vex::Collection< uint32_t, T >::Walk & at ) {                               \
+    foo##Del( at.key() );                                                                          \
+  }                                                                                                \
+  void foo##Enq( Vex::Arg< T > value ) {                                                           \
+    foo##_.enq( *this, ID, value );                                                                \
+  }                                                                                                \
+  T foo##Deq() {                                                                                   \
+    return foo##_.deq( *this, ID );                                                                \
+  }                                                                                                \
+  const Vex::QueueMetadata & foo##Metadata() const {                                               \
+    return foo##_.metadata();                                                                      \
+  }                                                                                                \
+  void foo##MetadataIs( const Vex::QueueMetadata & metadata ) {                                    \
+    foo##_.metadataIs( metadata );                                                                 \
   }
 
 #define VEX_ENTITIES( ID, foo, T )                                                                 \

@@ -56,8 +56,6 @@ template< class Key, class Value = NoValue > class Collection {
     uint32_t free;     // freed slots, linked by next; with none, the first size_ slots are in use
     uint32_t capacity; // slots
   };
-  static constexpr size_t headerSize =
-      ( sizeof( Header ) + alignof( Slot ) - 1 ) / alignof( Slot ) * alignof( Slot );
   static constexpr bool flat =
       std::is_trivially_copyable_v< Key > && std::is_trivially_copyable_v< Value >;
   static constexpr bool relocatable = Relocatable< Key > && Relocatable< Value >;
@@ -199,6 +197,11 @@ public:
     return const_cast< Value * >( std::as_const( *this ).find( key ) );
   }
 
+  // Of the member that was added last, of those that are left; null without members.
+  const Key * lastKey() const {
+    return empty() ? nullptr : &slot( header().tail ).key;
+  }
+
   // The value under `key`, and whether it was added (with `make()` as its value) just now.
   // `make` must leave this collection alone.
   template< class Make > std::pair< Value *, bool > findOrAdd( const Key & key, Make && make ) {
@@ -259,7 +262,8 @@ public:
     header().free = at;
     --size_;
     if ( size_ == 0 ) {
-      freeMemory();
+      freeBlock( std::exchange( block_, nullptr ) );
+      index_.clear();
     }
     return true;
   }
@@ -283,7 +287,7 @@ public:
         std::destroy_at( &gone.key );
       }
     }
-    std::free( block );
+    freeBlock( block );
   }
 
   // Values are handed out as `Given`, e.g. as pointers to constant entities.
@@ -293,7 +297,7 @@ public:
 
   // Bytes allocated for members and index.
   size_t memory() const {
-    return !block_ ? 0 : headerSize + header().capacity * sizeof( Slot ) + index_.memory();
+    return !block_ ? 0 : bytesOf( block_ ) + index_.memory();
   }
 
 private:
@@ -302,7 +306,13 @@ private:
     return index_.stands() ? containerHash( key ) : ContainerHash();
   }
   static Slot * slotsOf( void * block ) {
-    return reinterpret_cast< Slot * >( static_cast< char * >( block ) + headerSize );
+    return reinterpret_cast< Slot * >( static_cast< char * >( block ) + sizeof( Header ) );
+  }
+  static size_t bytesFor( uint32_t capacity ) {
+    return sizeof( Header ) + capacity * sizeof( Slot );
+  }
+  static size_t bytesOf( const void * block ) {
+    return bytesFor( static_cast< const Header * >( block )->capacity );
   }
   Header & header() const {
     return *static_cast< Header * >( block_ );
@@ -383,17 +393,18 @@ private:
     }
   }
   void growSlots( uint32_t capacity ) {
-    const size_t bytes = headerSize + capacity * sizeof( Slot );
+    static_assert( sizeof( Header ) == Detail::memoryHead &&
+                   alignof( Slot ) <= Detail::memoryHead );
+    const size_t bytes = bytesFor( capacity );
     if ( !block_ ) {
       block_ = Detail::grownMemory( nullptr, 0, bytes );
       new ( block_ ) Header{ noSlot, noSlot, noSlot, capacity };
     } else if constexpr ( relocatable ) {
-      block_ =
-          Detail::grownMemory( block_, headerSize + header().capacity * sizeof( Slot ), bytes );
+      block_ = Detail::grownMemory( block_, bytesOf( block_ ), bytes );
     } else {
       void * const block = Detail::grownMemory( nullptr, 0, bytes );
       moveSlots( block );
-      std::free( std::exchange( block_, block ) );
+      freeBlock( std::exchange( block_, block ) );
     }
     header().capacity = capacity;
   }
@@ -428,9 +439,8 @@ private:
     }
     *link = walk->outer_;
   }
-  void freeMemory() {
-    std::free( std::exchange( block_, nullptr ) );
-    index_.clear();
+  static void freeBlock( void * block ) {
+    Detail::freeMemory( block, bytesOf( block ) );
   }
 
   void * block_ = nullptr;

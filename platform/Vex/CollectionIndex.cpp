@@ -4,6 +4,7 @@
 #include <new>
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 namespace Vex::Detail {
 
@@ -22,14 +23,35 @@ void * checked( void * memory ) {
   return memory;
 }
 
-void * largeMemory( size_t bytes ) {
-  void * memory = nullptr;
-  if ( posix_memalign( &memory, hugePage, bytes ) != 0 ) {
+size_t mappedBytes( size_t bytes ) {
+  const auto page = static_cast< size_t >( getpagesize() );
+  return ( bytes + page - 1 ) / page * page;
+}
+
+// Zeroes, in a mapping of their own: what the allocator hands out anew may be in small pages
+// already, and then it stays in them.
+void * mapped( size_t bytes ) {
+  const size_t wanted = mappedBytes( bytes );
+  void * const memory = mmap( nullptr, wanted + hugePage, PROT_READ | PROT_WRITE,
+                              MAP_PRIVATE | MAP_ANONYMOUS, -1, 0 );
+  if ( memory == MAP_FAILED ) {
     throw std::bad_alloc();
   }
-  madvise( memory, bytes / hugePage * hugePage, MADV_HUGEPAGE ); // else it does with small ones
-  return memory;
+  char * const begin = static_cast< char * >( memory );
+  const size_t before = hugePage - reinterpret_cast< uintptr_t >( begin ) % hugePage;
+  munmap( begin, before );
+  if ( before < hugePage ) {
+    munmap( begin + before + wanted, hugePage - before );
+  }
+  madvise( begin + before, wanted, MADV_HUGEPAGE ); // else it does with small ones
+  return begin + before;
 }
+
+void unmap( void * memory, size_t bytes ) {
+  munmap( memory, mappedBytes( bytes ) );
+}
+
+constexpr size_t beforeHead = alignof( IndexChunk ) - memoryHead;
 
 } // namespace
 
@@ -37,23 +59,47 @@ void * grownMemory( void * old, size_t used, size_t bytes ) {
   if ( !isLarge( bytes ) ) {
     return checked( std::realloc( old, bytes ) );
   }
-  void * const memory = largeMemory( bytes );
+  void * const memory = static_cast< char * >( mapped( beforeHead + bytes ) ) + beforeHead;
   if ( old ) {
     std::memcpy( memory, old, used );
-    std::free( old );
+    freeMemory( old, used );
   }
   return memory;
+}
+
+void freeMemory( void * memory, size_t bytes ) {
+  if ( isLarge( bytes ) ) {
+    unmap( static_cast< char * >( memory ) - beforeHead, beforeHead + bytes );
+  } else {
+    std::free( memory );
+  }
 }
 
 void CollectionIndex::makeFor( uint32_t members ) {
   const uint32_t count = std::bit_ceil( ( members - 1 ) / IndexChunk::maxLoad + 1 );
   const size_t bytes = count * sizeof( IndexChunk );
   clear();
-  chunks_ = static_cast< IndexChunk * >(
-      isLarge( bytes ) ? largeMemory( bytes )
-                       : checked( std::aligned_alloc( alignof( IndexChunk ), bytes ) ) );
-  std::memset( static_cast< void * >( chunks_ ), 0, bytes );
+  if ( isLarge( bytes ) ) {
+    chunks_ = static_cast< IndexChunk * >( mapped( bytes ) );
+  } else {
+    chunks_ = static_cast< IndexChunk * >(
+        checked( std::aligned_alloc( alignof( IndexChunk ), bytes ) ) );
+    std::memset( static_cast< void * >( chunks_ ), 0, bytes );
+  }
   shift_ = 32 - static_cast< uint32_t >( std::countr_zero( count ) );
+}
+
+void CollectionIndex::clear() {
+  if ( !stands() ) {
+    return;
+  }
+  void * const chunks = std::exchange( chunks_, nullptr );
+  const size_t bytes = chunkCount() * sizeof( IndexChunk );
+  if ( isLarge( bytes ) ) {
+    unmap( chunks, bytes );
+  } else {
+    std::free( chunks );
+  }
 }
 
 } // namespace Vex::Detail

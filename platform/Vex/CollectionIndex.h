@@ -20,8 +20,11 @@ namespace Vex::Detail {
 constexpr uint32_t noSlot = UINT32_MAX;
 
 // `bytes` that begin with the `used` ones of `old`, which is freed; null has none. What is large
-// lies in huge pages where the system has them, for it is used at random. For std::free.
+// lies in huge pages where the system has them, for it is used at random, and what comes after
+// its head begins a cache line. For freeMemory, with as many bytes.
+constexpr size_t memoryHead = 16;
 void * grownMemory( void * old, size_t used, size_t bytes );
+void freeMemory( void * memory, size_t bytes );
 
 struct alignas( 64 ) IndexChunk {
   static constexpr uint32_t width = 12;
@@ -71,14 +74,14 @@ public:
   CollectionIndex() = default;
   CollectionIndex( const CollectionIndex & ) = delete;
   CollectionIndex & operator=( const CollectionIndex & ) = delete;
-  ~CollectionIndex() { std::free( chunks_ ); }
+  ~CollectionIndex() { clear(); }
 
   bool stands() const { return chunks_; }
-  void clear() { std::free( std::exchange( chunks_, nullptr ) ); }
+  void clear();
 
   // How many members it has room for.
-  uint64_t room() const { return uint64_t( count() ) * IndexChunk::maxLoad; }
-  size_t memory() const { return size_t( count() ) * sizeof( IndexChunk ); }
+  uint64_t room() const { return stands() ? chunkCount() * IndexChunk::maxLoad : 0; }
+  size_t memory() const { return stands() ? chunkCount() * sizeof( IndexChunk ) : 0; }
 
   // Makes an empty index with room for so many members.
   void makeFor( uint32_t members );
@@ -144,9 +147,8 @@ private:
     uint32_t tag;
   };
 
-  uint32_t count() const {
-    return chunks_ ? static_cast< uint32_t >( uint64_t( UINT32_MAX ) >> shift_ ) + 1 : 0;
-  }
+  // Of the index that stands.
+  size_t chunkCount() const { return ( uint64_t( UINT32_MAX ) >> shift_ ) + 1; }
 
   IndexChunk * chunks_ = nullptr;
   uint32_t shift_ = 0; // 32 less the binary logarithm of how many chunks there are

@@ -187,6 +187,12 @@ public:
       : MapType< C, storage >( name, id, AttributeKind::counter, access ) {}
 };
 
+template< class C, auto storage > class QueueType : public MapType< C, storage > {
+public:
+  QueueType( std::string_view name, AttrId id, Access access )
+      : MapType< C, storage >( name, id, AttributeKind::queue, access ) {}
+};
+
 template< class C, auto storage > class EntitiesType : public ErasableType< C, storage > {
   using typename KeyedType< C, storage >::Storage;
   using typename KeyedType< C, storage >::Key;

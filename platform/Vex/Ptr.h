@@ -14,11 +14,13 @@
 namespace Vex {
 
 namespace Detail {
-extern bool threadSafePtrs;
+// As wide as the counts: a load of another width between two changes of a count costs more than
+// the test that it is for.
+extern uint32_t threadSafePtrs;
 } // namespace Detail
 
 inline bool threadSafePtrs() {
-  return Detail::threadSafePtrs;
+  return Detail::threadSafePtrs != 0;
 }
 void threadSafePtrsIs( bool on );
 
@@ -29,7 +31,7 @@ public:
   PtrInterface & operator=( const PtrInterface & ) = delete;
 
   void refInc() const {
-    if ( Detail::threadSafePtrs ) [[unlikely]] {
+    if ( threadSafePtrs() ) [[unlikely]] {
       __atomic_fetch_add( &refs_, 1, __ATOMIC_RELAXED );
     } else {
       ++refs_;
@@ -37,15 +39,14 @@ public:
   }
 
   void refDec() const {
-    uint32_t left;
-    if ( Detail::threadSafePtrs ) [[unlikely]] {
-      left = __atomic_sub_fetch( &refs_, 1, __ATOMIC_ACQ_REL );
-    } else {
-      left = --refs_;
+    if ( threadSafePtrs() ) [[unlikely]] {
+      refDecAtomically();
+      return;
     }
+    const uint32_t left = refs_ - 1;
+    refs_ = left;
     if ( left == 0 ) [[unlikely]] {
-      refs_ = 1;
-      zeroReferences();
+      lastReferenceGone();
     }
   }
 
@@ -59,6 +60,9 @@ protected:
   virtual void zeroReferences() const { delete this; }
 
 private:
+  void refDecAtomically() const;
+  void lastReferenceGone() const;
+
   mutable uint32_t refs_ = 1;
 };
 

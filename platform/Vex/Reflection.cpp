@@ -18,6 +18,8 @@ std::string_view text( AttributeKind kind ) {
     return "entities";
   case AttributeKind::counter:
     return "counter";
+  case AttributeKind::queue:
+    return "queue";
   case AttributeKind::reference:
     return "reference";
   case AttributeKind::reactors:

@@ -25,6 +25,7 @@ enum class AttributeKind {
   set,
   entities,
   counter,
+  queue,
   reference,
   reactors,
   table

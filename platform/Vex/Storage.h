@@ -7,6 +7,7 @@
 #include "Vex/Collection.h"
 #include "Vex/Entity.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace Vex {
@@ -105,10 +106,57 @@ public:
 template< class K > class CounterStorage : public MapStorage< K, uint32_t > {
 public:
   uint32_t change( const Entity & owner, AttrId id, Arg< K > key, uint32_t by ) {
-    const uint32_t count = this->get( key ) + by;
-    this->put( owner, id, key, count );
+    const auto [ at, added ] = this->members_.findOrAdd( key, [] { return 0u; } );
+    const uint32_t count = *at += by;
+    if ( added || by ) {
+      owner.vexNotify( id, &key );
+    }
     return count;
   }
+};
+
+// Which index a queue's head has, and the least that the next value to join may get.
+struct QueueMetadata {
+  uint32_t headIndex = 0;
+  uint32_t nextIndex = 0;
+  friend bool operator==( const QueueMetadata &, const QueueMetadata & ) = default;
+};
+
+// Values in line, each under an index. What joins at the tail gets the larger of the next index
+// and the tail's index + 1, and that is the next index from then on; what leaves at the head hands
+// it to the next member, or to the next index when the queue is empty then. Members that are
+// written or deleted by index leave the metadata as they are.
+template< class T > class QueueStorage : public MapStorage< uint32_t, T > {
+public:
+  const QueueMetadata & metadata() const { return metadata_; }
+  void metadataIs( const QueueMetadata & metadata ) { metadata_ = metadata; }
+
+  void enq( const Entity & owner, AttrId id, Arg< T > value ) {
+    uint32_t index = metadata_.nextIndex;
+    if ( this->size() > 0 ) {
+      const uint32_t * const tail_ = this->members_.lastKey();
+      VEX_ASSERT( tail_ != nullptr );
+      index = std::max( index, *tail_ + 1 );
+    }
+    VEX_ASSERT( !this->has( index ) );
+    metadata_.nextIndex = index;
+    this->put( owner, id, index, value );
+  }
+
+  // The default value when the queue is empty.
+  T deq( const Entity & owner, AttrId id ) {
+    const auto head = this->members_.range().begin();
+    if ( !head.valid() ) {
+      return T();
+    }
+    const T value = ( *head ).value;
+    metadata_.headIndex = head.more() ? head.nextKey() : metadata_.nextIndex;
+    this->del( owner, id, head.key() );
+    return value;
+  }
+
+private:
+  QueueMetadata metadata_;
 };
 
 namespace Detail {
@@ -254,16 +302,17 @@ public:
   const Collection< Key, R * > & members() const { return members_; }
 
   // The reactor stands here before its handler first runs, which it does now if it is new or
-  // its key had another entity.
-  template< class Sm > void make( Sm & sm, const Ptr< const Notifier > & entity ) {
+  // its key had another entity. `context` is what it is made with beside the key.
+  template< class Sm, class... Context >
+  void make( Sm & sm, const Ptr< const Notifier > & entity, const Context &... context ) {
     const Key key = entity->fwkKey();
     const auto [ at, added ] = members_.findOrAdd( key, [] { return nullptr; } );
     if ( added ) {
-      R * made = *at = new R( sm, key );
+      R * made = *at = new R( sm, key, context... );
       made->notifierIs( entity );
     } else if ( ( *at )->notifierEntity() != entity.get() ) {
       del( sm, key );
-      make( sm, entity );
+      make( sm, entity, context... );
     }
   }
 

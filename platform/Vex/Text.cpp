@@ -1,7 +1,6 @@
 #include "Vex/Text.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstring>
 
@@ -35,15 +34,8 @@ void TextBuffer::grow( size_t size ) {
 }
 
 std::string_view TextCursor::peekWord() const {
-  static constexpr auto endsWord = [] {
-    std::array< bool, 256 > table{};
-    for ( const unsigned char c : std::string_view( " \t,[]{}()'\"" ) ) {
-      table[ c ] = true;
-    }
-    return table;
-  }();
   const char * stop = at_;
-  while ( stop != end_ && !endsWord[ static_cast< unsigned char >( *stop ) ] ) {
+  while ( stop != end_ && !endsWord( *stop ) ) {
     ++stop;
   }
   return { at_, static_cast< size_t >( stop - at_ ) };
@@ -61,6 +53,11 @@ void TextCursor::fail( String expected ) const {
 
 void TextCursor::failLiteral( std::string_view literal ) const {
   fail( "'" + String( literal ) + "'" );
+}
+
+void Detail::failNumber( const TextCursor & in, size_t bits, bool isSigned ) {
+  in.fail( "a whole number of " + std::to_string( bits ) + " bits" +
+           ( isSigned ? "" : ", not negative" ) );
 }
 
 void appendText( TextBuffer & out, double value ) {

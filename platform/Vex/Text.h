@@ -4,6 +4,7 @@
 // type, is the same text unless the type has `appendBrief` and `parseBrief` of its own.
 #pragma once
 
+#include <array>
 #include <charconv>
 #include <concepts>
 #include <cstddef>
@@ -115,7 +116,8 @@ public:
       failLiteral( literal );
     }
   }
-  // The characters up to the next blank, comma, bracket, brace or quote.
+  // A word goes up to the next blank, comma, bracket, brace or quote.
+  bool atWordEnd() const { return done() || endsWord( *at_ ); }
   std::string_view peekWord() const;
   std::string_view word() {
     const auto text = peekWord();
@@ -126,6 +128,16 @@ public:
   [[noreturn]] void fail( String expected ) const;
 
 private:
+  static bool endsWord( char c ) {
+    static constexpr auto ends = [] {
+      std::array< bool, 256 > table{};
+      for ( const unsigned char each : std::string_view( " \t,[]{}()'\"" ) ) {
+        table[ each ] = true;
+      }
+      return table;
+    }();
+    return ends[ static_cast< unsigned char >( c ) ];
+  }
   [[noreturn]] void failLiteral( std::string_view literal ) const;
 
   const char * begin_;
@@ -155,11 +167,14 @@ inline void appendText( TextBuffer & out, const char * value ) {
   out.append( std::string_view( value ) );
 }
 
+namespace Detail {
+[[noreturn]] void failNumber( const TextCursor & in, size_t bits, bool isSigned );
+} // namespace Detail
+
 template< PlainInteger T > void parseText( TextCursor & in, T & value ) {
   const auto [ end, error ] = std::from_chars( in.at(), in.end(), value );
   if ( error != std::errc() ) [[unlikely]] {
-    in.fail( "a whole number of " + std::to_string( sizeof( T ) * 8 ) + " bits" +
-             ( std::is_unsigned_v< T > ? ", not negative" : "" ) );
+    Detail::failNumber( in, sizeof( T ) * 8, std::is_signed_v< T > );
   }
   in.atIs( end );
 }

@@ -75,15 +75,17 @@ template< class T, size_t i > constexpr auto textBeforeField() {
   }
   return text;
 }
-template< class T, size_t i > constexpr auto beforeField = textBeforeField< T, i >();
+template< class T, size_t i > constexpr auto textStoredBeforeField = textBeforeField< T, i >();
+template< class T, size_t i >
+constexpr std::string_view beforeField( textStoredBeforeField< T, i >.data(),
+                                        textStoredBeforeField< T, i >.size() );
 
 } // namespace Detail
 
 template< Composite T > void appendText( TextBuffer & out, const T & value ) {
   constexpr auto fields = T::vexFields();
   [ & ]< size_t... i >( std::index_sequence< i... > ) {
-    ( ( out.append( std::string_view( Detail::beforeField< T, i >.data(),
-                                      Detail::beforeField< T, i >.size() ) ),
+    ( ( out.append( Detail::beforeField< T, i > ),
         appendText( out, value.*std::get< i >( fields ).member ) ),
       ... );
   }
@@ -93,23 +95,48 @@ template< Composite T > void appendText( TextBuffer & out, const T & value ) {
 
 namespace Detail {
 
-// One field and what closes it.
-template< class T >
-void parseField( TextCursor & in, std::string_view name, T & value, std::string_view closing ) {
+// What fails in `parse` is said to stand in field `name`.
+template< class Parse > void parseInField( std::string_view name, Parse && parse ) {
   try {
-    in.expect( name );
-    in.expect( "': " );
-    parseText( in, value );
-    in.expect( closing );
+    parse();
   } catch ( ParseError & error ) {
     error.inField( name );
     throw;
   }
 }
 
+// Says what is missing of the text before field `i`; what closes a field belongs to it.
+template< class T, size_t i > void failBeforeField( TextCursor & in ) {
+  constexpr auto fields = T::vexFields();
+  if constexpr ( i == 0 ) {
+    in.expect( "Value('" );
+    in.expect( T::vexTypeName() );
+    in.expect( "', ** {'" );
+  } else {
+    parseInField( std::get< i - 1 >( fields ).name, [ & ] { in.expect( ", '" ); } );
+  }
+  parseInField( std::get< i >( fields ).name, [ & ] {
+    in.expect( std::get< i >( fields ).name );
+    in.expect( "': " );
+  } );
+}
+
+template< class T, size_t i > void parseField( TextCursor & in, T & value ) {
+  constexpr auto field = std::get< i >( T::vexFields() );
+  if ( !in.skip( beforeField< T, i > ) ) [[unlikely]] {
+    failBeforeField< T, i >( in );
+  }
+  parseInField( field.name, [ & ] {
+    parseText( in, value.*field.member );
+    if constexpr ( i + 1 == std::tuple_size_v< decltype( T::vexFields() ) > ) {
+      in.expect( "})" );
+    }
+  } );
+}
+
 template< class T >
 void parseBriefField( TextCursor & in, std::string_view name, T & value, bool last ) {
-  try {
+  parseInField( name, [ & ] {
     if constexpr ( Composite< T > ) {
       in.expect( "(" );
       parseBrief( in, value );
@@ -121,24 +148,16 @@ void parseBriefField( TextCursor & in, std::string_view name, T & value, bool la
       in.expect( "," );
       in.skip( " " );
     }
-  } catch ( ParseError & error ) {
-    error.inField( name );
-    throw;
-  }
+  } );
 }
 
 } // namespace Detail
 
 template< Composite T > void parseText( TextCursor & in, T & value ) {
-  in.expect( "Value('" );
-  in.expect( T::vexTypeName() );
-  in.expect( "', ** {'" );
-  std::apply(
-      [ & ]( const auto &... field ) {
-        size_t left = sizeof...( field );
-        ( Detail::parseField( in, field.name, value.*field.member, --left ? ", '" : "})" ), ... );
-      },
-      T::vexFields() );
+  [ & ]< size_t... i >( std::index_sequence< i... > ) {
+    ( Detail::parseField< T, i >( in, value ), ... );
+  }
+  ( std::make_index_sequence< std::tuple_size_v< decltype( T::vexFields() ) > >() );
 }
 
 template< Composite T > void appendBrief( TextBuffer & out, const T & value ) {

@@ -43,14 +43,15 @@ void appendText( TextBuffer & out, const WordValue< T, Word > & value ) {
 template< class T >
   requires std::derived_from< T, WordValue< T, typename T::VexWord > >
 void parseText( TextCursor & in, T & value ) {
-  const auto text = in.peekWord();
+  const char * const begin = in.at();
   typename T::VexWord number{};
-  const auto [ end, error ] = std::from_chars( text.data(), text.data() + text.size(), number );
-  if ( error != std::errc() || end != text.data() + text.size() || number < T::vexLowest ||
-       number > T::vexHighest ) {
+  const auto [ end, error ] = std::from_chars( begin, in.end(), number );
+  in.atIs( end );
+  if ( error != std::errc() || !in.atWordEnd() || number < T::vexLowest || number > T::vexHighest )
+      [[unlikely]] {
+    in.atIs( begin );
     in.fail( String( T::vexExpected ) );
   }
-  in.atIs( end );
   value = T( number );
 }
 

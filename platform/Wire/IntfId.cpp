@@ -80,27 +80,6 @@ NameTable & names() {
   return *table;
 }
 
-// Numbers with a separator between them, at most three; none when `text` is anything else.
-struct Numbers {
-  Numbers( std::string_view text, char separator ) {
-    const char * at = text.data();
-    const char * const end = at + text.size();
-    for ( size_t i = 0; i < value.size(); ++i ) {
-      const auto [ next, error ] = std::from_chars( at, end, value[ i ] );
-      if ( error != std::errc() || ( next != end && *next != separator ) ) {
-        return;
-      }
-      if ( next == end ) {
-        count = i + 1;
-        return;
-      }
-      at = next + 1;
-    }
-  }
-  std::array< uint64_t, 3 > value{};
-  size_t count = 0;
-};
-
 constexpr uint64_t lowBits( uint64_t value, unsigned bits ) {
   return value & ( ( uint64_t( 1 ) << bits ) - 1 );
 }
@@ -109,55 +88,78 @@ constexpr uint64_t lowBits( uint64_t value, unsigned bits ) {
 constexpr unsigned portBits = 18;
 constexpr unsigned firstBits = IntfId::numberBits - 2 * portBits;
 
-uint64_t ethernetNumber( const Numbers & numbers ) {
-  const auto later = [ & ]( size_t i ) {
-    return i < numbers.count ? lowBits( numbers.value[ i ] + 1, portBits ) : 0;
-  };
-  return lowBits( numbers.value[ 0 ], firstBits ) << 2 * portBits | later( 1 ) << portBits |
-         later( 2 );
+// A number as it is printed, of at most so many bits: false, and nothing read, when `in` stands
+// before anything else.
+bool readNumber( Vex::TextCursor & in, unsigned bits, uint64_t & number ) {
+  const auto [ end, error ] = std::from_chars( in.at(), in.end(), number );
+  if ( error != std::errc() || number >> bits != 0 || ( *in.at() == '0' && end - in.at() > 1 ) ) {
+    return false;
+  }
+  in.atIs( end );
+  return true;
 }
 
-uint64_t tunnelNumber( const Numbers & numbers ) {
-  return lowBits( numbers.value[ 0 ], IntfId::numberBits - TunnelId::typeShift )
-             << TunnelId::typeShift |
-         lowBits( numbers.value[ 1 ], TunnelId::typeShift );
+IntfId readNumbered( Vex::TextCursor & in, Kind kind ) {
+  uint64_t number = 0;
+  return readNumber( in, 32, number ) ? IntfId( kind, number ) : IntfId();
 }
 
-// The id that `name` would have as one of the kinds with numbers, which are cut to what fits, so
-// that a name that does not fit reads differently; the empty id when it is of no such kind.
-IntfId idOfNumbers( std::string_view name ) {
-  const auto numbersAfter = [ & ]( std::string_view prefix, char separator ) {
-    return Numbers( name.starts_with( prefix ) ? name.substr( prefix.size() ) : "", separator );
-  };
-  if ( const auto numbers = numbersAfter( "Ethernet", '/' ); numbers.count ) {
-    return { Kind::ethernet, ethernetNumber( numbers ) };
-  }
-  if ( const auto numbers = numbersAfter( "Port-Channel", '/' ); numbers.count ) {
-    return PortChannelIntfId::intfId( static_cast< uint32_t >( numbers.value[ 0 ] ) );
-  }
-  if ( const auto numbers = numbersAfter( "Vlan", '/' ); numbers.count ) {
-    return { Kind::vlan, static_cast< uint32_t >( numbers.value[ 0 ] ) };
-  }
-  if ( const auto numbers = numbersAfter( "DynamicTunnel", '.' ); numbers.count ) {
-    return { Kind::dynamicTunnel, tunnelNumber( numbers ) };
-  }
-  if ( const auto numbers = numbersAfter( "SrTePolicy", '.' ); numbers.count ) {
-    return { Kind::srTePolicy, tunnelNumber( numbers ) };
-  }
-  return name == "Cpu" ? IntfId( Kind::cpu, 0 ) : IntfId();
+IntfId readTunnel( Vex::TextCursor & in, Kind kind ) {
+  uint64_t type = 0;
+  uint64_t index = 0;
+  const bool read = readNumber( in, IntfId::numberBits - TunnelId::typeShift, type ) &&
+                    in.skip( "." ) && readNumber( in, TunnelId::typeShift, index );
+  return read ? IntfId( kind, type << TunnelId::typeShift | index ) : IntfId();
 }
 
-// The id of `name`, which is what `in` stands before.
-IntfId idOfName( Vex::TextCursor & in, std::string_view name ) {
+IntfId readEthernet( Vex::TextCursor & in ) {
+  uint64_t all = 0;
+  if ( !readNumber( in, firstBits, all ) ) {
+    return {};
+  }
+  all <<= 2 * portBits;
+  for ( const unsigned shift : { portBits, 0u } ) {
+    uint64_t later = 0;
+    if ( !in.skip( "/" ) ) {
+      break;
+    }
+    if ( !readNumber( in, portBits, later ) || lowBits( later + 1, portBits ) == 0 ) {
+      return {};
+    }
+    all |= ( later + 1 ) << shift;
+  }
+  return { Kind::ethernet, all };
+}
+
+// The id of a kind with numbers that `in` stands before, read as far as it goes; the empty id
+// when there is none.
+IntfId readOfKind( Vex::TextCursor & in ) {
+  if ( in.skip( "Ethernet" ) ) {
+    return readEthernet( in );
+  }
+  if ( in.skip( "Port-Channel" ) ) {
+    return readNumbered( in, Kind::portChannel );
+  }
+  if ( in.skip( "Vlan" ) ) {
+    return readNumbered( in, Kind::vlan );
+  }
+  if ( in.skip( "DynamicTunnel" ) ) {
+    return readTunnel( in, Kind::dynamicTunnel );
+  }
+  if ( in.skip( "SrTePolicy" ) ) {
+    return readTunnel( in, Kind::srTePolicy );
+  }
+  return in.skip( "Cpu" ) ? IntfId( Kind::cpu, 0 ) : IntfId();
+}
+
+// The id of `name`, which is what `in` stands before and has no kind.
+IntfId idOfOther( Vex::TextCursor & in, std::string_view name ) {
   const auto bad = std::find_if_not( name.begin(), name.end(), allowedInName );
   if ( bad != name.end() || name.size() > maxNameLength ) {
     in.atIs( bad != name.end() ? &*bad : in.at() );
     in.fail( Vex::String( expectedName ) );
   }
-  const IntfId id = idOfNumbers( name );
-  Vex::TextBuffer printed;
-  appendText( printed, id );
-  return printed.view() == name ? id : IntfId( Kind::other, names().number( name ) );
+  return name.empty() ? IntfId() : IntfId( Kind::other, names().number( name ) );
 }
 
 void appendNumbers( Vex::TextBuffer & out, std::string_view prefix, uint64_t first, char separator,
@@ -196,7 +198,11 @@ IntfId tunnelIntfId( Kind kind, TunnelId tunnelId ) {
 
 IntfId::IntfId( std::string_view name ) {
   Vex::TextCursor in( name );
-  *this = idOfName( in, name );
+  *this = readOfKind( in );
+  if ( kind() == Kind::empty || !in.done() ) {
+    in.atIs( name.data() );
+    *this = idOfOther( in, name );
+  }
 }
 
 uint32_t IntfId::hash( uint32_t seed ) const {
@@ -247,13 +253,19 @@ void appendText( Vex::TextBuffer & out, IntfId intfId ) {
 }
 
 void parseText( Vex::TextCursor & in, IntfId & intfId ) {
+  const char * const begin = in.at();
+  intfId = readOfKind( in );
+  if ( intfId.kind() != Kind::empty && in.atWordEnd() ) {
+    return;
+  }
+  in.atIs( begin );
   const auto name = in.peekWord();
   if ( name.empty() && !in.done() &&
        std::string_view( ",)]}" ).find( *in.at() ) == std::string_view::npos ) {
     in.fail( Vex::String( expectedName ) );
   }
-  intfId = idOfName( in, name );
-  in.atIs( in.at() + name.size() );
+  intfId = idOfOther( in, name );
+  in.atIs( begin + name.size() );
 }
 
 std::ostream & operator<<( std::ostream & out, IntfId intfId ) {

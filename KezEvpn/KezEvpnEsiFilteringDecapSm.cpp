@@ -1,0 +1,258 @@
+#include "KezEvpn/KezEvpnEsiFilteringDecapSm.h"
+
+namespace Kez {
+
+using Mpls::LfibHwProgrammingReturnCode;
+using Mpls::RouteKey;
+
+static Ringlog::Handle traceHandle( "KezEvpnEsiFilteringDecapSm" );
+
+static constexpr ReviewTexts reviewTexts{ {},
+                                          "unprogrammed review already scheduled",
+                                          "next unprogrammed review at " };
+
+namespace {
+
+// None where there is no record, or a damaged one, of which the table's handler is told.
+template< auto keyField, class Key >
+auto lookUp( const Rook::Table< keyField > & table, const Key & key )
+    -> decltype( table.record( key ) ) {
+  try {
+    return table.record( key );
+  } catch ( const Rook::Corruption & corruption ) {
+    table.handleCorruption( corruption );
+    return std::nullopt;
+  }
+}
+
+// A place in the backlog.
+struct BacklogIter {
+  const Mpls::LfibTrackingStatus & lfibTrackingStatus;
+
+  bool isMemberOf( const RouteKey & routeKey ) const {
+    return lfibTrackingStatus.routeKeyBacklogHas( routeKey );
+  }
+};
+
+} // namespace
+
+EsiFilteringDecapSm::EsiFilteringDecapSm(
+    const Vex::Ptr< KezHelper::EsiFilteringDecapHelper > & esiFilteringDecapHelper,
+    const Vex::Ptr< const Mpls::LfibStatus > & lfibStatus,
+    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+    const Vex::Ptr< Mpls::LfibTrackingStatus > & lfibTrackingStatus,
+    const Vex::Ptr< Mpls::LfibHwStatus > & lfibHwStatus )
+    : RetryingSm( traceHandle ), esiFilteringDecapHelper_( esiFilteringDecapHelper ),
+      lfibStatus_( lfibStatus ), scheduler_( scheduler ), lfibTrackingStatus_( lfibTrackingStatus ),
+      lfibHwStatus_( lfibHwStatus ), lfibTrackingStatusReactor_( *this ) {
+  lfibTrackingStatusReactor_.notifierIs( lfibTrackingStatus_ );
+  EsiFilteringDecapSm::handleInitialized();
+}
+
+EsiFilteringDecapSm::~EsiFilteringDecapSm() {
+  VexReviewRouteKeyBacklog::drop( reviewRouteKeyBacklog_ );
+}
+
+Vex::Ptr< EsiFilteringDecapSm > EsiFilteringDecapSm::EsiFilteringDecapSmIs(
+    const Vex::Ptr< KezHelper::EsiFilteringDecapHelper > & esiFilteringDecapHelper,
+    const Vex::Ptr< const Mpls::LfibStatus > & lfibStatus,
+    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+    const Vex::Ptr< Mpls::LfibTrackingStatus > & lfibTrackingStatus,
+    const Vex::Ptr< Mpls::LfibHwStatus > & lfibHwStatus ) {
+  return Vex::makePtr< EsiFilteringDecapSm >( esiFilteringDecapHelper, lfibStatus, scheduler,
+                                              lfibTrackingStatus, lfibHwStatus );
+}
+
+Vex::Ptr< EsiFilteringDecapSm > esiFilteringDecapSmFactory(
+    const Vex::Ptr< KezHelper::EsiFilteringDecapHelper > & esiFilteringDecapHelper,
+    const Vex::Ptr< const Mpls::LfibStatus > & lfibStatus,
+    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+    const Vex::Ptr< Mpls::LfibTrackingStatus > & lfibTrackingStatus,
+    const Vex::Ptr< Mpls::LfibHwStatus > & lfibHwStatus ) {
+  return EsiFilteringDecapSm::EsiFilteringDecapSmIs( esiFilteringDecapHelper, lfibStatus, scheduler,
+                                                     lfibTrackingStatus, lfibHwStatus );
+}
+
+void EsiFilteringDecapSm::handleInitialized() {
+  TRACE( 8, "EsiFilteringDecapSm::handleInitialized" );
+  VEX_ASSERT( esiFilteringDecapHelper() );
+  VEX_ASSERT( lfibStatus() );
+  VEX_ASSERT( scheduler() );
+  VEX_ASSERT( lfibTrackingStatus() );
+  VEX_ASSERT( lfibHwStatus() );
+  reviewRouteKeyBacklogIs( scheduler(), 2, "reviewRouteKeyBacklog" );
+  reviewUnprogrammedIs( scheduler(), 2, "reviewUnprogrammed", reviewTexts );
+  initializedIs( true );
+  reviewRouteKeyBacklog()->scheduleNow();
+}
+
+void EsiFilteringDecapSm::reviewRouteKeyBacklogIs(
+    const Vex::Ptr< Loom::TaskScheduler > & scheduler, Loom::TaskPriority priority,
+    const Vex::String & name ) {
+  VexReviewRouteKeyBacklog::replace(
+      reviewRouteKeyBacklog_, scheduler, priority, name, *this,
+      [ this ] { vex_handleReviewRouteKeyBacklog_taskRun(); }, traceHandle, reviewTexts );
+}
+
+// --- The backlog
+
+void EsiFilteringDecapSm::VexLfibTrackingStatus::onAttribute( Vex::AttrId id, const void * ) {
+  if ( id == Mpls::LfibTrackingStatus::routeKeyBacklogAttr ) {
+    sm()->handleRouteKeyBacklog();
+  }
+}
+
+void EsiFilteringDecapSm::VexLfibTrackingStatus::handleNotifier() {
+  sm()->handleRouteKeyBacklog();
+}
+
+void EsiFilteringDecapSm::handleRouteKeyBacklog() {
+  TRACE( 8, "EsiFilteringDecapSm::handleRouteKeyBacklog" );
+  if ( initialized() ) {
+    reviewRouteKeyBacklog()->scheduleNow();
+  }
+}
+
+void EsiFilteringDecapSm::vex_handleReviewRouteKeyBacklog_taskRun() {
+  if ( initialized() ) {
+    doReviewRouteKeyBacklog();
+  }
+}
+
+void EsiFilteringDecapSm::doReviewRouteKeyBacklog() {
+  TRACE( 8, "EsiFilteringDecapSm::doReviewRouteKeyBacklog" );
+  VEX_ASSERT( initialized() );
+  const auto task = reviewRouteKeyBacklog();
+  VEX_ASSERT( task );
+  // What is done leaves the backlog, so that the next run goes on at the first.
+  task->review(
+      lfibTrackingStatus()->routeKeyBacklog(),
+      [ this ]( const RouteKey & routeKey ) { processRouteKeyBacklog( routeKey ); }, 0.0,
+      Resume::atFirst );
+  // After a yield too: a backlog that never runs dry must not stop retries.
+  maybeScheduleUnprogrammedReview();
+}
+
+void EsiFilteringDecapSm::processRouteKeyBacklog( const RouteKey & routeKey ) {
+  TRACE( 8, "EsiFilteringDecapSm::processRouteKeyBacklog route ", routeKey );
+  const BacklogIter backlogIter{ *lfibTrackingStatus() };
+  VEX_ASSERT( backlogIter.isMemberOf( routeKey ) );
+  processRouteKey( routeKey );
+  lfibTrackingStatus()->routeKeyBacklogDel( routeKey );
+}
+
+// --- A route
+
+void EsiFilteringDecapSm::processRouteKey( const RouteKey & routeKey ) {
+  TRACE( 8, "EsiFilteringDecapSm::processRouteKey route ", routeKey );
+  VEX_ASSERT( initialized() );
+  const auto route = lookUp( lfibStatus()->routeTable(), routeKey );
+  if ( !route ) {
+    TRACE( 5, "route was deleted" );
+    deleteEsiFilterVia( routeKey );
+    return;
+  }
+  const auto viaSet = lookUp( lfibStatus()->viaSetTable(), route->viaSetId );
+  if ( !viaSet || viaSet->viaKeys.size() == 0 ) {
+    TRACE( 5, "viaset was deleted" );
+    deleteEsiFilterVia( routeKey );
+    return;
+  }
+  const auto viaKey = *viaSet->viaKeys.begin();
+  VEX_ASSERT( !!viaKey );
+  if ( viaKey.viaType() != Mpls::LfibViaType::evpnEthernetSegmentFilter ) {
+    TRACE( 5, "Skipping viaType ", viaKey.viaType() );
+    // It no longer asks for a port map; the one that it may have stays.
+    deleteRouteFromUnprogrammed( routeKey );
+    return;
+  }
+  deleteEsiFilterVia( routeKey );
+  if ( const auto via = lookUp( lfibStatus()->evpnEthernetSegmentFilterViaTable(), viaKey ) ) {
+    createEsiFilterVia( routeKey, *via );
+  }
+}
+
+void EsiFilteringDecapSm::createEsiFilterVia( const RouteKey & routeKey,
+                                              const Mpls::LfibEvpnEthernetSegmentFilterVia & via ) {
+  TRACE( 8, "EsiFilteringDecapSm::createEsiFilterVia route ", routeKey );
+  VEX_ASSERT( !routeEsiFilterViaHas( routeKey ) );
+  if ( intfRouteHas( via.intfId ) ) {
+    TRACE( 5, "intf ", via.intfId, " already associated with route ",
+           intfRoute( via.intfId ).topLabel(), ", adding via to unprogrammed" );
+    addRouteToUnprogrammed( routeKey, LfibHwProgrammingReturnCode::conflict );
+    return;
+  }
+  const auto rc = esiFilteringDecapHelper()->createEsiPortMap( via.label, via.intfId );
+  TRACE( 5, "create ", via.label, " ", via.intfId, " rc: ", rc );
+  switch ( rc ) {
+  case LfibHwProgrammingReturnCode::success:
+    routeEsiFilterViaIs( routeKey, via );
+    intfRouteIs( via.intfId, routeKey );
+    deleteRouteFromUnprogrammed( routeKey );
+    break;
+  case LfibHwProgrammingReturnCode::conflict:
+    VEX_ASSERT( !"Unexpected rc. Conflict detection logic is already done in Kez" );
+    break;
+  case LfibHwProgrammingReturnCode::notProgrammed:
+  case LfibHwProgrammingReturnCode::tableFull:
+    addRouteToUnprogrammed( routeKey, rc );
+    break;
+  }
+}
+
+void EsiFilteringDecapSm::deleteEsiFilterVia( const RouteKey & routeKey ) {
+  TRACE( 8, "EsiFilteringDecapSm::deleteEsiFilterVia route ", routeKey );
+  if ( !routeEsiFilterViaHas( routeKey ) ) {
+    deleteRouteFromUnprogrammed( routeKey );
+    return;
+  }
+  const auto via = routeEsiFilterVia( routeKey );
+  esiFilteringDecapHelper()->deleteEsiPortMap( via.label, via.intfId );
+  routeEsiFilterViaDel( routeKey );
+  intfRouteDel( via.intfId );
+}
+
+// --- Routes that are not programmed
+
+void EsiFilteringDecapSm::addRouteToUnprogrammed( const RouteKey & routeKey,
+                                                  LfibHwProgrammingReturnCode rc ) {
+  lfibHwStatus()->unprogrammedRouteIs( { routeKey, rc } );
+  TRACE( 5, "route ", routeKey, " reason ", rc );
+}
+
+void EsiFilteringDecapSm::deleteRouteFromUnprogrammed( const RouteKey & routeKey ) {
+  if ( lfibHwStatus()->unprogrammedRoutes() == 0 ) {
+    TRACE( 5, "No unprogrammed routes, nothing to delete" );
+    return;
+  }
+  reviewUnprogrammed()->keyLeaves( lfibHwStatus()->unprogrammedRoute(), routeKey );
+  lfibHwStatus()->unprogrammedRouteDel( routeKey );
+  TRACE( 5, "route ", routeKey );
+}
+
+void EsiFilteringDecapSm::maybeScheduleUnprogrammedReview() {
+  TRACE( 8, "EsiFilteringDecapSm::maybeScheduleUnprogrammedReview" );
+  VEX_ASSERT( initialized() );
+  VEX_ASSERT( reviewUnprogrammed() );
+  if ( lfibHwStatus()->unprogrammedRoutes() == 0 ) {
+    TRACE( 5, "no unprogrammed routes, nothing to review" );
+    return;
+  }
+  reviewUnprogrammed()->scheduleUnlessPending( defaultUnprogrammedRetryInterval() );
+}
+
+void EsiFilteringDecapSm::doReviewUnprogrammed() {
+  TRACE( 8, "EsiFilteringDecapSm::doReviewUnprogrammed" );
+  VEX_ASSERT( initialized() );
+  const auto task = reviewUnprogrammed();
+  VEX_ASSERT( task );
+  const bool ended = task->review(
+      lfibHwStatus()->unprogrammedRoute(),
+      [ this ]( const RouteKey & routeKey ) { processRouteKey( routeKey ); },
+      defaultUnprogrammedRetryInterval() );
+  if ( ended ) {
+    maybeScheduleUnprogrammedReview();
+  }
+}
+
+} // namespace Kez

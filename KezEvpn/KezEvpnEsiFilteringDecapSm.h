@@ -1,0 +1,92 @@
+// Attaches the Ethernet-segment filter vias of MPLS routes to ESI port maps in hardware.
+//
+// A route whose first via is such a filter has the via's port map, (label, interface), programmed.
+// An interface belongs to one route at most: a second one that names it waits with the code
+// `conflict` and reaches no hardware. What waits, for that or because hardware refused it, stands
+// in LfibHwStatus::unprogrammedRoute and is tried again every `defaultUnprogrammedRetryInterval`
+// while anything is there; routes take turns. A route whose via becomes one of another type
+// keeps the port map that it has.
+//
+// Routes to look at come through LfibTrackingStatus::routeKeyBacklog, from which the machine
+// takes each when it has dealt with it. It starts by itself, at the end of its construction.
+#pragma once
+
+#include "KezEvpn/Review.h"
+#include "KezHelper/EsiFilteringDecapHelper.h"
+#include "Mpls/LfibStatus.h"
+
+namespace Kez {
+
+class EsiFilteringDecapSm : public RetryingSm< Mpls::RouteKey > {
+public:
+  using VexReviewRouteKeyBacklog = ReviewTask< Mpls::RouteKey >;
+
+  class VexLfibTrackingStatus
+      : public Vex::ReactorOf< EsiFilteringDecapSm, Mpls::LfibTrackingStatus > {
+  public:
+    using ReactorOf::ReactorOf;
+
+  private:
+    void onAttribute( Vex::AttrId id, const void * key ) override;
+    void handleNotifier() override;
+  };
+
+  VEX_ENTITY( EsiFilteringDecapSm, "Kez::EsiFilteringDecapSm", RetryingSm< Mpls::RouteKey > )
+  VEX_OUTPUT( 1, esiFilteringDecapHelper, KezHelper::EsiFilteringDecapHelper )
+  VEX_INPUT( 2, lfibStatus, Mpls::LfibStatus )
+  VEX_OUTPUT( 3, scheduler, Loom::TaskScheduler )
+  VEX_OUTPUT( 4, lfibTrackingStatus, Mpls::LfibTrackingStatus )
+  VEX_OUTPUT( 5, lfibHwStatus, Mpls::LfibHwStatus )
+  // The via whose port map hardware has for the route; never of a route in `unprogrammedRoute`.
+  VEX_MAP( 6, routeEsiFilterVia, Mpls::RouteKey, Mpls::LfibEvpnEthernetSegmentFilterVia )
+  // The route whose via names the interface, the other way round.
+  VEX_MAP( 7, intfRoute, Wire::IntfId, Mpls::RouteKey )
+  VEX_OUTPUT( 8, reviewRouteKeyBacklog, VexReviewRouteKeyBacklog )
+  VEX_ATTRIBUTES( esiFilteringDecapHelper, lfibStatus, scheduler, lfibTrackingStatus, lfibHwStatus,
+                  routeEsiFilterVia, intfRoute, reviewRouteKeyBacklog )
+
+  EsiFilteringDecapSm(
+      const Vex::Ptr< KezHelper::EsiFilteringDecapHelper > & esiFilteringDecapHelper,
+      const Vex::Ptr< const Mpls::LfibStatus > & lfibStatus,
+      const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+      const Vex::Ptr< Mpls::LfibTrackingStatus > & lfibTrackingStatus,
+      const Vex::Ptr< Mpls::LfibHwStatus > & lfibHwStatus );
+  ~EsiFilteringDecapSm() override;
+  static Vex::Ptr< EsiFilteringDecapSm > EsiFilteringDecapSmIs(
+      const Vex::Ptr< KezHelper::EsiFilteringDecapHelper > & esiFilteringDecapHelper,
+      const Vex::Ptr< const Mpls::LfibStatus > & lfibStatus,
+      const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+      const Vex::Ptr< Mpls::LfibTrackingStatus > & lfibTrackingStatus,
+      const Vex::Ptr< Mpls::LfibHwStatus > & lfibHwStatus );
+
+  // The constructor's last step: its host has nothing to call.
+  void handleInitialized() override;
+  void handleRouteKeyBacklog();
+  void vex_handleReviewRouteKeyBacklog_taskRun();
+  void doReviewRouteKeyBacklog();
+  void processRouteKeyBacklog( const Mpls::RouteKey & routeKey );
+  void processRouteKey( const Mpls::RouteKey & routeKey );
+  void createEsiFilterVia( const Mpls::RouteKey & routeKey,
+                           const Mpls::LfibEvpnEthernetSegmentFilterVia & via );
+  void deleteEsiFilterVia( const Mpls::RouteKey & routeKey );
+  void addRouteToUnprogrammed( const Mpls::RouteKey & routeKey,
+                               Mpls::LfibHwProgrammingReturnCode rc );
+  void deleteRouteFromUnprogrammed( const Mpls::RouteKey & routeKey );
+  void maybeScheduleUnprogrammedReview();
+  void doReviewUnprogrammed() override;
+
+private:
+  void reviewRouteKeyBacklogIs( const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+                                Loom::TaskPriority priority, const Vex::String & name );
+
+  VexLfibTrackingStatus lfibTrackingStatusReactor_;
+};
+
+Vex::Ptr< EsiFilteringDecapSm > esiFilteringDecapSmFactory(
+    const Vex::Ptr< KezHelper::EsiFilteringDecapHelper > & esiFilteringDecapHelper,
+    const Vex::Ptr< const Mpls::LfibStatus > & lfibStatus,
+    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+    const Vex::Ptr< Mpls::LfibTrackingStatus > & lfibTrackingStatus,
+    const Vex::Ptr< Mpls::LfibHwStatus > & lfibHwStatus );
+
+} // namespace Kez

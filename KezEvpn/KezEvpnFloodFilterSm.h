@@ -1,0 +1,75 @@
+// Programs every port behind an interface that a VLAN's flood filter holds as one that is not
+// designated forwarder, so that no BUM traffic of the VLAN leaves it.
+//
+// Reads EvpnStatus::evpnVlanFloodStatus and EvpnLagMemberInfo; calls the flooding helper. What
+// hardware refused is in `unprogrammedFilter`, and a review of it is due while it has members:
+// after `defaultUnprogrammedRetryInterval`, and at once when a port was unprogrammed.
+#pragma once
+
+#include "KezEvpn/PortProgramming.h"
+
+namespace Kez {
+
+class KezEvpnFloodFilterSm : public PortProgrammingSm {
+public:
+  class VexEvpnVlanFloodStatus
+      : public Vex::MemberReactor< KezEvpnFloodFilterSm, Evpn::EvpnVlanFloodStatus > {
+  public:
+    using MemberReactor::MemberReactor;
+    Bridging::VlanId vlanId() const { return fwkKey(); }
+    Vex::Ptr< const Evpn::EvpnVlanFloodStatus > evpnVlanFloodStatus() const { return notifier(); }
+
+    void handleEvpnVlanFloodStatus();
+    void handleFloodFilter( Wire::IntfId intfId );
+
+  private:
+    void onAttribute( Vex::AttrId id, const void * key ) override;
+    void handleNotifier() override;
+  };
+
+  VEX_ENTITY( KezEvpnFloodFilterSm, "Kez::KezEvpnFloodFilterSm", PortProgrammingSm )
+  VEX_ENTITIES( 1, programmedStatus, IntfVlanStatus )
+  VEX_SET( 2, unprogrammedFilter, IntfVlanKey )
+  VEX_REACTORS( 3, evpnVlanFloodStatus, VexEvpnVlanFloodStatus )
+  VEX_ATTRIBUTES( programmedStatus, unprogrammedFilter, evpnVlanFloodStatus )
+
+  using VexEvpnStatus = Vex::MirrorReactor< Evpn::EvpnStatus::evpnVlanFloodStatusEntities,
+                                            evpnVlanFloodStatusReactors >;
+
+  KezEvpnFloodFilterSm( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
+                        const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+                        const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
+                        const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus );
+  static Vex::Ptr< KezEvpnFloodFilterSm >
+  KezEvpnFloodFilterSmIs( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
+                          const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+                          const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
+                          const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus );
+
+  void handleInitialized() override;
+  void handleLagPort( Wire::IntfId intfId ) override;
+  void maybeScheduleUnprogrammedReview( bool immediate ) override;
+
+  void processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId );
+  void addIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId );
+  void deleteIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId );
+  void programFloodFilter( Wire::IntfId intfId, Bridging::VlanId vlanId );
+  void programFloodFilterHelper( Wire::IntfId logIntfId, Wire::IntfId phyIntfId,
+                                 Bridging::VlanId vlanId );
+  void unprogramFloodFilter( Wire::IntfId intfId, Bridging::VlanId vlanId );
+  void unprogramFloodFilterHelper( Wire::IntfId logIntfId, Wire::IntfId phyIntfId,
+                                   Bridging::VlanId vlanId );
+
+private:
+  void retry( const IntfVlanKey & key ) override;
+
+  VexEvpnStatus evpnStatusReactor_;
+};
+
+Vex::Ptr< KezEvpnFloodFilterSm >
+kezEvpnFloodFilterSmFactory( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
+                             const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+                             const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
+                             const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus );
+
+} // namespace Kez

@@ -1,0 +1,414 @@
+#include "KezEvpn/KezEvpnFloodingDot1qSm.h"
+
+namespace Kez {
+
+static Ringlog::Handle traceHandle( "KezEvpnFloodingDot1qSm" );
+
+static constexpr PortTexts portTexts{
+  .noLagConfiguration = "no lag configuration",
+  .noLagMembers = "no lag members",
+  .alreadyProgrammed = "already programmed",
+  .programmed = "programmed dot1q mapping",
+  .failed = "failed to program dot1q mapping",
+  .invalidHwId = "invalid hwId, failed to program dot1q mapping",
+};
+
+static constexpr ReviewTexts intfVlanReviewTexts{ "schedule immediate intf vlan review",
+                                                  "already scheduled",
+                                                  "next intf vlan review at " };
+
+// Under which the VLAN itself waits to be tried again.
+static IntfVlanKey vlanLevelKey( Bridging::VlanId vlanId ) {
+  return { Wire::IntfId(), vlanId };
+}
+
+EvpnFloodingDot1qSm::EvpnFloodingDot1qSm(
+    const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
+    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+    const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
+    const Vex::Ptr< const EvpnVlanStatus > & evpnVlanStatus,
+    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+    const Vex::Ptr< const Evpn::MplsConfig > & evpnMplsConfig )
+    : PortProgrammingSm( { { dot1qStatus_, dot1qStatusAttr },
+                           { unprogrammedDot1q_, unprogrammedDot1qAttr },
+                           portTexts,
+                           traceHandle,
+                           Resume::atBookmark },
+                         floodingHelper, scheduler, evpnLagMemberInfo, evpnStatus ),
+      evpnVlanStatus_( evpnVlanStatus ), evpnMplsConfig_( evpnMplsConfig ),
+      evpnStatusReactor_( *this ), evpnMplsConfigReactor_( *this ),
+      evpnVlanStatusReactor_( *this ) {
+  evpnStatusReactor_.notifierIs( evpnStatus );
+  evpnMplsConfigReactor_.notifierIs( evpnMplsConfig );
+  evpnVlanStatusReactor_.notifierIs( evpnVlanStatus );
+  watchLagPorts();
+}
+
+EvpnFloodingDot1qSm::~EvpnFloodingDot1qSm() {
+  VexReviewIntfVlan::drop( reviewIntfVlan_ );
+}
+
+Vex::Ptr< EvpnFloodingDot1qSm > EvpnFloodingDot1qSm::EvpnFloodingDot1qSmIs(
+    const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
+    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+    const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
+    const Vex::Ptr< const EvpnVlanStatus > & evpnVlanStatus,
+    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+    const Vex::Ptr< const Evpn::MplsConfig > & evpnMplsConfig ) {
+  return Vex::makePtr< EvpnFloodingDot1qSm >( floodingHelper, scheduler, evpnLagMemberInfo,
+                                              evpnVlanStatus, evpnStatus, evpnMplsConfig );
+}
+
+Vex::Ptr< EvpnFloodingDot1qSm >
+evpnFloodingDot1qSmFactory( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
+                            const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+                            const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
+                            const Vex::Ptr< const EvpnVlanStatus > & evpnVlanStatus,
+                            const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+                            const Vex::Ptr< const Evpn::MplsConfig > & evpnMplsConfig ) {
+  return EvpnFloodingDot1qSm::EvpnFloodingDot1qSmIs( floodingHelper, scheduler, evpnLagMemberInfo,
+                                                     evpnVlanStatus, evpnStatus, evpnMplsConfig );
+}
+
+// --- What is heard
+
+void EvpnFloodingDot1qSm::VexEvpnStatus::onAttribute( Vex::AttrId id, const void * key ) {
+  if ( id == Evpn::EvpnStatus::vlanToDot1qAttr ) {
+    sm()->handleVlanDot1q( Evpn::EvpnStatus::vlanToDot1qAttr.key( key ) );
+  }
+}
+
+void EvpnFloodingDot1qSm::VexEvpnMplsConfig::onAttribute( Vex::AttrId id, const void * ) {
+  if ( id == Evpn::MplsConfig::vlanServiceDot1qEnabledAttr ) {
+    sm()->handleVlanServiceDot1qEnabled();
+  }
+}
+
+void EvpnFloodingDot1qSm::VexVlanStatus::handleNotifier() {
+  handleVlanStatus();
+}
+
+void EvpnFloodingDot1qSm::VexVlanStatus::onAttribute( Vex::AttrId id, const void * key ) {
+  if ( id == EvpnVlanMemberInfo::memberAttr ) {
+    handleMember( EvpnVlanMemberInfo::memberAttr.key( key ) );
+  }
+}
+
+// --- Start
+
+void EvpnFloodingDot1qSm::handleInitialized() {
+  TRACE( 8, "EvpnFloodingDot1qSm::handleInitialized" );
+  VEX_ASSERT( evpnStatus() );
+  VEX_ASSERT( evpnVlanStatus() );
+  VEX_ASSERT( evpnLagMemberInfo() );
+  VEX_ASSERT( floodingHelper() );
+  VEX_ASSERT( scheduler() );
+  reviewUnprogrammedIs( scheduler(), 2, "reviewUnprogrammed" );
+  VexReviewIntfVlan::replace(
+      reviewIntfVlan_, scheduler(), 2, "reviewIntfVlan", *this,
+      [ this ] { vex_handleReviewIntfVlan_taskRun(); }, traceHandle, intfVlanReviewTexts );
+  initializedIs( true );
+  for ( const auto [ vlanId, dot1q ] : evpnStatus()->vlanToDot1q() ) {
+    handleVlanDot1q( vlanId );
+  }
+  for ( const auto & [ vlanId, memberInfo ] : evpnVlanStatus()->vlanStatus() ) {
+    for ( const auto intfId : memberInfo->member() ) {
+      maybeScheduleIntfVlanReview( intfId, vlanId );
+    }
+  }
+}
+
+// --- VLANs
+
+Bridging::VlanIdOrNone EvpnFloodingDot1qSm::dot1qTagForVlan( Bridging::VlanId vlanId ) const {
+  const auto published = evpnStatus()->vlanToDot1q( vlanId );
+  if ( published != Bridging::VlanIdOrNone() ) {
+    return published;
+  }
+  return vlanServiceDot1qEnabled() ? vlanId : Bridging::VlanIdOrNone();
+}
+
+bool EvpnFloodingDot1qSm::vlanServiceDot1qEnabled() const {
+  return evpnMplsConfig() && evpnMplsConfig()->vlanServiceDot1qEnabled();
+}
+
+void EvpnFloodingDot1qSm::handleVlanDot1q( Bridging::VlanId vlanId ) {
+  if ( !initialized() ) {
+    return;
+  }
+  const bool programmed = programmedDot1qHas( vlanId );
+  const bool published = evpnStatus()->vlanToDot1qHas( vlanId );
+  TRACE( 5, "EvpnFloodingDot1qSm::handleVlanDot1q vlanId ", vlanId, " programmedDot1qExists ",
+         programmed, " programmedDot1q ", programmedDot1q( vlanId ), " publishedDot1qExists ",
+         published, " publishedDot1q ", evpnStatus()->vlanToDot1q( vlanId ) );
+  unprogrammedDot1qDel( vlanLevelKey( vlanId ) );
+  const auto dot1q = published ? dot1qTagForVlan( vlanId ) : Bridging::VlanIdOrNone();
+  if ( programmed != published || programmedDot1q( vlanId ) != dot1q ) {
+    reprogramVlan( vlanId, dot1q );
+  }
+  // No mapping outlives its VLAN.
+  if ( !published ) {
+    reviewIntfsOf( vlanId );
+  }
+}
+
+void EvpnFloodingDot1qSm::reprogramVlan( Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q ) {
+  if ( programmedDot1qHas( vlanId ) ) {
+    floodingHelper()->deleteVlan( vlanId, programmedDot1q( vlanId ) );
+    programmedDot1qDel( vlanId );
+  }
+  if ( !evpnStatus()->vlanToDot1qHas( vlanId ) ) {
+    return;
+  }
+  switch ( floodingHelper()->createVlan( vlanId, dot1q ) ) {
+  case HwProgrammingStatus::programmed:
+    TRACE( 5, "programmed vlan ", vlanId, " with dot1q ", dot1q );
+    programmedDot1qIs( vlanId, dot1q );
+    reviewIntfsOf( vlanId );
+    break;
+  case HwProgrammingStatus::notProgrammed:
+    TRACE( 5, "failed to program vlan ", vlanId, " with dot1q ", dot1q );
+    unprogrammedDot1qIs( vlanLevelKey( vlanId ) );
+    maybeScheduleUnprogrammedReview( false );
+    break;
+  default:
+    VEX_ASSERT( 0 );
+  }
+}
+
+void EvpnFloodingDot1qSm::reviewIntfsOf( Bridging::VlanId vlanId ) {
+  if ( const auto intfs = vlanIntfSet( vlanId ) ) {
+    for ( const auto intfId : intfs->intfId() ) {
+      maybeScheduleIntfVlanReview( intfId, vlanId );
+    }
+  }
+}
+
+void EvpnFloodingDot1qSm::handleVlanServiceDot1qEnabled() {
+  if ( !initialized() ) {
+    return;
+  }
+  TRACE( 5, "EvpnFloodingDot1qSm::handleVlanServiceDot1qEnabled enabled ",
+         vlanServiceDot1qEnabled() );
+  for ( const auto [ vlanId, dot1q ] : evpnStatus()->vlanToDot1q() ) {
+    handleVlanDot1q( vlanId );
+  }
+}
+
+// --- Membership
+
+void EvpnFloodingDot1qSm::VexVlanStatus::handleVlanStatus() {
+  const auto sm = this->sm();
+  const auto vlan = vlanId();
+  const auto memberInfo = notifier();
+  if ( !sm->initialized() ) {
+    return;
+  }
+  TRACE( 8, "EvpnFloodingDot1qSm::handleVlanStatus vlanId ", vlan );
+  for ( const auto intfId : memberInfo->member() ) {
+    sm->maybeScheduleIntfVlanReview( intfId, vlan );
+  }
+  if ( !sm->evpnVlanStatus()->vlanStatusHas( vlan ) ) {
+    sm->reviewIntfsOf( vlan );
+  }
+}
+
+void EvpnFloodingDot1qSm::VexVlanStatus::handleMember( Wire::IntfId intfId ) {
+  const auto sm = this->sm();
+  if ( !sm->initialized() ) {
+    return;
+  }
+  TRACE( 8, "EvpnFloodingDot1qSm::handleMember intf ", intfId );
+  sm->maybeScheduleIntfVlanReview( intfId, vlanId() );
+}
+
+void EvpnFloodingDot1qSm::handleLagPort( Wire::IntfId lagIntfId ) {
+  if ( !initialized() ) {
+    return;
+  }
+  TRACE( 8, "EvpnFloodingDot1qSm::handleLagPort intf ", lagIntfId );
+  const KezPortList ports = evpnLagMemberInfo()->lagToPort( lagIntfId );
+  const auto vlans = intfVlanSet( lagIntfId );
+  if ( !vlans ) {
+    return;
+  }
+  for ( const auto vlanId : vlans->vlanId() ) {
+    if ( const auto status = dot1qStatus( { lagIntfId, vlanId } ) ) {
+      for ( const auto port : status->programmed() ) {
+        if ( !ports.portHas( port ) ) {
+          TRACE( 8, "marking ", port, " for force reprogram" );
+          status->forceReprogramIs( port );
+        }
+      }
+    }
+    maybeScheduleIntfVlanReview( lagIntfId, vlanId );
+  }
+}
+
+void EvpnFloodingDot1qSm::maybeScheduleIntfVlanReview( Wire::IntfId intfId,
+                                                       Bridging::VlanId vlanId ) {
+  VEX_ASSERT( initialized() );
+  intfVlanQueueIs( { intfId, vlanId } );
+  reviewIntfVlan()->maybeSchedule( false, defaultIntfVlanDelay() );
+}
+
+// --- Reviews
+
+void EvpnFloodingDot1qSm::vex_handleReviewIntfVlan_taskRun() {
+  if ( initialized() ) {
+    doReviewIntfVlan();
+  }
+}
+
+void EvpnFloodingDot1qSm::doReviewIntfVlan() {
+  TRACE( 8, "EvpnFloodingDot1qSm::doReviewIntfVlan" );
+  VEX_ASSERT( initialized() );
+  const auto task = reviewIntfVlan();
+  VEX_ASSERT( task );
+  const bool ended = task->review(
+      intfVlanQueue(),
+      [ this ]( const IntfVlanKey & key ) { processIntfVlan( key.intfId, key.vlanId ); }, 0.0,
+      Resume::atFirst );
+  if ( ended && intfVlanQueues() > 0 ) {
+    task->scheduleNow();
+  }
+}
+
+void EvpnFloodingDot1qSm::retry( const IntfVlanKey & key ) {
+  if ( key == vlanLevelKey( key.vlanId ) ) {
+    handleVlanDot1q( key.vlanId );
+  } else {
+    processIntfVlan( key.intfId, key.vlanId );
+  }
+}
+
+// --- Interfaces of VLANs
+
+void EvpnFloodingDot1qSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
+  VEX_ASSERT( initialized() );
+  TRACE( 8, "EvpnFloodingDot1qSm::processIntfVlan intf ", intfId, " vlan ", vlanId );
+  intfVlanQueueDel( { intfId, vlanId } );
+  const auto memberInfo = evpnVlanStatus()->vlanStatus( vlanId );
+  if ( !memberInfo ) {
+    TRACE( 5, "no vlan status" );
+    deleteIntfVlanMapping( intfId, vlanId );
+    return;
+  }
+  if ( !memberInfo->memberHas( intfId ) ) {
+    TRACE( 5, "intf not a part of vlan" );
+    deleteIntfVlanMapping( intfId, vlanId );
+    return;
+  }
+  addIntfVlanMapping( intfId, vlanId );
+  if ( !evpnStatus()->vlanToDot1qHas( vlanId ) ) {
+    TRACE( 5, "not in vlan-dot1q mapping" );
+    deleteIntfVlanDot1qMapping( intfId, vlanId );
+    return;
+  }
+  if ( !programmedDot1qHas( vlanId ) ) {
+    TRACE( 5, "dot1q is not programmed yet" );
+    return;
+  }
+  const auto dot1q = dot1qTagForVlan( vlanId );
+  VEX_ASSERT( programmedDot1q( vlanId ) == dot1q );
+  addOrUpdateIntfVlanDot1qMapping( intfId, vlanId, dot1q );
+}
+
+void EvpnFloodingDot1qSm::addIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
+  VEX_ASSERT( initialized() );
+  addToIndex( intfId, vlanId );
+}
+
+void EvpnFloodingDot1qSm::deleteIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
+  VEX_ASSERT( initialized() );
+  deleteIntfVlanDot1qMapping( intfId, vlanId );
+  removeFromIndex( intfId, vlanId );
+}
+
+void EvpnFloodingDot1qSm::addOrUpdateIntfVlanDot1qMapping( Wire::IntfId intfId,
+                                                           Bridging::VlanId vlanId,
+                                                           Bridging::VlanIdOrNone dot1q ) {
+  VEX_ASSERT( initialized() );
+  const IntfVlanKey key{ intfId, vlanId };
+  if ( intfVlanDot1qHas( key ) && intfVlanDot1q( key ) != dot1q ) {
+    unprogramDot1q( intfId, vlanId, intfVlanDot1q( key ) );
+  }
+  intfVlanDot1qIs( key, dot1q );
+  programDot1q( intfId, vlanId, dot1q );
+}
+
+void EvpnFloodingDot1qSm::deleteIntfVlanDot1qMapping( Wire::IntfId intfId,
+                                                      Bridging::VlanId vlanId ) {
+  VEX_ASSERT( initialized() );
+  const IntfVlanKey key{ intfId, vlanId };
+  if ( intfVlanDot1qHas( key ) ) {
+    const auto dot1q = intfVlanDot1q( key );
+    intfVlanDot1qDel( key );
+    unprogramDot1q( intfId, vlanId, dot1q );
+  }
+}
+
+// --- Ports
+
+void EvpnFloodingDot1qSm::programDot1q( Wire::IntfId intfId, Bridging::VlanId vlanId,
+                                        Bridging::VlanIdOrNone dot1q ) {
+  VEX_ASSERT( initialized() );
+  TRACE( 8, "EvpnFloodingDot1qSm::programDot1q intf ", intfId, " vlan ", vlanId, " dot1q ", dot1q );
+  const auto ports = portsOf( intfId );
+  if ( !ports ) {
+    unprogramDot1q( intfId, vlanId, dot1q );
+    return;
+  }
+  dropStalePorts( { intfId, vlanId }, *ports, ForceMark::removeFirst,
+                  [ & ]( Wire::IntfId port, bool forceReprogram ) {
+                    TRACE( 5, "staleMember ", port, " forceReprogram ", forceReprogram );
+                    unprogramDot1qHelper( intfId, port, vlanId, dot1q );
+                  } );
+  for ( const auto port : *ports ) {
+    programDot1qHelper( intfId, port, vlanId, dot1q );
+  }
+}
+
+void EvpnFloodingDot1qSm::programDot1qHelper( Wire::IntfId logIntfId, Wire::IntfId phyIntfId,
+                                              Bridging::VlanId vlanId,
+                                              Bridging::VlanIdOrNone dot1q ) {
+  VEX_ASSERT( initialized() );
+  TRACE( 8, "programDot1qHelper logical intf ", logIntfId, " phy intf ", phyIntfId, " vlan ",
+         vlanId, " dot1q ", dot1q );
+  programPort( { logIntfId, vlanId }, phyIntfId, [ & ] {
+    const auto rc =
+        floodingHelper()->createVlanToDot1qMapping( logIntfId, phyIntfId, vlanId, dot1q );
+    const bool failed =
+        rc == HwProgrammingStatus::notProgrammed || rc == HwProgrammingStatus::invalidHwId;
+    return failed ? rc : HwProgrammingStatus::programmed;
+  } );
+}
+
+void EvpnFloodingDot1qSm::unprogramDot1q( Wire::IntfId intfId, Bridging::VlanId vlanId,
+                                          Bridging::VlanIdOrNone dot1q ) {
+  VEX_ASSERT( initialized() );
+  TRACE( 8, "EvpnFloodingDot1qSm::unprogramDot1q intf ", intfId, " vlan ", vlanId, " dot1q ",
+         dot1q );
+  if ( !dot1qStatusHas( { intfId, vlanId } ) ) {
+    TRACE( 5, "not programmed" );
+  }
+  unprogramPorts( { intfId, vlanId }, [ & ]( Wire::IntfId port ) {
+    unprogramDot1qHelper( intfId, port, vlanId, dot1q );
+  } );
+}
+
+void EvpnFloodingDot1qSm::unprogramDot1qHelper( Wire::IntfId logIntfId, Wire::IntfId phyIntfId,
+                                                Bridging::VlanId vlanId,
+                                                Bridging::VlanIdOrNone dot1q ) {
+  VEX_ASSERT( initialized() );
+  TRACE( 8, "unprogramDot1qHelper logical intf ", logIntfId, " phy intf ", phyIntfId, " vlan ",
+         vlanId, " dot1q ", dot1q );
+  const bool programmed = unprogramPort( { logIntfId, vlanId }, phyIntfId, [ & ] {
+    floodingHelper()->deleteVlanToDot1qMapping( logIntfId, phyIntfId, vlanId, dot1q );
+  } );
+  if ( !programmed ) {
+    TRACE( 5, "not programmed" );
+  }
+}
+
+} // namespace Kez

@@ -1,0 +1,127 @@
+// Programs VLANs whose EVPN service carries a dot1q tag: the VLAN with its tag, and on every port
+// behind each member interface the mapping of the VLAN to the tag.
+//
+// Reads EvpnStatus::vlanToDot1q, MplsConfig::vlanServiceDot1qEnabled (off when there is no such
+// input), EvpnVlanStatus and EvpnLagMemberInfo; calls the flooding helper. A VLAN that is published
+// is in `programmedDot1q`, with the tag that hardware has, or its creation is to be tried again.
+// Interfaces are reviewed a second after what concerns them changed, from the queue
+// `intfVlanQueue`. What hardware refused is in `unprogrammedDot1q` and tried again every
+// `defaultUnprogrammedRetryInterval`; a VLAN stands there under the default interface. Both
+// collections have a review due while they have members.
+#pragma once
+
+#include "KezEvpn/PortProgramming.h"
+
+namespace Kez {
+
+class EvpnFloodingDot1qSm : public PortProgrammingSm {
+public:
+  using VexReviewIntfVlan = ReviewTask< IntfVlanKey >;
+
+  class VexEvpnStatus : public Vex::ReactorOf< EvpnFloodingDot1qSm, Evpn::EvpnStatus > {
+  public:
+    using ReactorOf::ReactorOf;
+
+  private:
+    void onAttribute( Vex::AttrId id, const void * key ) override;
+  };
+
+  class VexEvpnMplsConfig : public Vex::ReactorOf< EvpnFloodingDot1qSm, Evpn::MplsConfig > {
+  public:
+    using ReactorOf::ReactorOf;
+
+  private:
+    void onAttribute( Vex::AttrId id, const void * key ) override;
+  };
+
+  class VexVlanStatus : public Vex::MemberReactor< EvpnFloodingDot1qSm, EvpnVlanMemberInfo > {
+  public:
+    using MemberReactor::MemberReactor;
+    Bridging::VlanId vlanId() const { return fwkKey(); }
+
+    void handleVlanStatus();
+    void handleMember( Wire::IntfId intfId );
+
+  private:
+    void onAttribute( Vex::AttrId id, const void * key ) override;
+    void handleNotifier() override;
+  };
+
+  VEX_ENTITY( EvpnFloodingDot1qSm, "Kez::EvpnFloodingDot1qSm", PortProgrammingSm )
+  VEX_INPUT( 1, evpnVlanStatus, EvpnVlanStatus )
+  VEX_INPUT( 2, evpnMplsConfig, Evpn::MplsConfig )
+  // The tag with which hardware has the VLAN.
+  VEX_MAP( 3, programmedDot1q, Bridging::VlanId, Bridging::VlanIdOrNone )
+  // The tag that the pair is to be mapped to.
+  VEX_MAP( 4, intfVlanDot1q, IntfVlanKey, Bridging::VlanIdOrNone )
+  VEX_ENTITIES( 5, dot1qStatus, IntfVlanStatus )
+  VEX_SET( 6, unprogrammedDot1q, IntfVlanKey )
+  VEX_SET( 7, intfVlanQueue, IntfVlanKey )
+  VEX_OUTPUT( 8, reviewIntfVlan, VexReviewIntfVlan )
+  VEX_TUNABLE( 9, defaultIntfVlanDelay, double, 1.0 ) // seconds
+  VEX_REACTORS( 10, vlanStatus, VexVlanStatus )
+  VEX_ATTRIBUTES( evpnVlanStatus, evpnMplsConfig, programmedDot1q, intfVlanDot1q, dot1qStatus,
+                  unprogrammedDot1q, intfVlanQueue, reviewIntfVlan, defaultIntfVlanDelay,
+                  vlanStatus )
+
+  using VexEvpnVlanStatus =
+      Vex::MirrorReactor< EvpnVlanStatus::vlanStatusEntities, vlanStatusReactors >;
+
+  EvpnFloodingDot1qSm( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
+                       const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+                       const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
+                       const Vex::Ptr< const EvpnVlanStatus > & evpnVlanStatus,
+                       const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+                       const Vex::Ptr< const Evpn::MplsConfig > & evpnMplsConfig );
+  ~EvpnFloodingDot1qSm() override;
+  static Vex::Ptr< EvpnFloodingDot1qSm >
+  EvpnFloodingDot1qSmIs( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
+                         const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+                         const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
+                         const Vex::Ptr< const EvpnVlanStatus > & evpnVlanStatus,
+                         const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+                         const Vex::Ptr< const Evpn::MplsConfig > & evpnMplsConfig );
+
+  void handleInitialized() override;
+  void handleVlanDot1q( Bridging::VlanId vlanId );
+  void handleVlanServiceDot1qEnabled();
+  void handleLagPort( Wire::IntfId lagIntfId ) override;
+
+  Bridging::VlanIdOrNone dot1qTagForVlan( Bridging::VlanId vlanId ) const;
+  void processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId );
+  void addIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId );
+  void deleteIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId );
+  void addOrUpdateIntfVlanDot1qMapping( Wire::IntfId intfId, Bridging::VlanId vlanId,
+                                        Bridging::VlanIdOrNone dot1q );
+  void deleteIntfVlanDot1qMapping( Wire::IntfId intfId, Bridging::VlanId vlanId );
+  void programDot1q( Wire::IntfId intfId, Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q );
+  void programDot1qHelper( Wire::IntfId logIntfId, Wire::IntfId phyIntfId, Bridging::VlanId vlanId,
+                           Bridging::VlanIdOrNone dot1q );
+  void unprogramDot1q( Wire::IntfId intfId, Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q );
+  void unprogramDot1qHelper( Wire::IntfId logIntfId, Wire::IntfId phyIntfId,
+                             Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q );
+
+  void maybeScheduleIntfVlanReview( Wire::IntfId intfId, Bridging::VlanId vlanId );
+  void vex_handleReviewIntfVlan_taskRun();
+  void doReviewIntfVlan();
+
+private:
+  bool vlanServiceDot1qEnabled() const;
+  void retry( const IntfVlanKey & key ) override;
+  void reprogramVlan( Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q );
+  void reviewIntfsOf( Bridging::VlanId vlanId );
+
+  VexEvpnStatus evpnStatusReactor_;
+  VexEvpnMplsConfig evpnMplsConfigReactor_;
+  VexEvpnVlanStatus evpnVlanStatusReactor_;
+};
+
+Vex::Ptr< EvpnFloodingDot1qSm >
+evpnFloodingDot1qSmFactory( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
+                            const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+                            const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
+                            const Vex::Ptr< const EvpnVlanStatus > & evpnVlanStatus,
+                            const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+                            const Vex::Ptr< const Evpn::MplsConfig > & evpnMplsConfig );
+
+} // namespace Kez

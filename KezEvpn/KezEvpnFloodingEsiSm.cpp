@@ -1,0 +1,435 @@
+#include "KezEvpn/KezEvpnFloodingEsiSm.h"
+
+namespace Kez {
+
+static Ringlog::Handle traceHandle( "KezEvpnFloodingEsiSm" );
+
+static constexpr PortTexts portTexts{
+  .noLagConfiguration = "no lag configuration",
+  .noLagMembers = "no lag members",
+  .alreadyProgrammed = "already programmed",
+  .programmed = "programmed esi",
+  .failed = "failed to program esi",
+  .invalidHwId = "invalid hwId, failed to program",
+};
+
+// The last label word whose encapsulation type is of no use for ESI filtering.
+static constexpr uint32_t lastUnusableLabel = 0x1ffffff;
+
+EvpnFloodingEsiSm::EvpnFloodingEsiSm(
+    const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
+    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+    const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
+    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId )
+    : PortProgrammingSm( { { esiStatus_, esiStatusAttr },
+                           { unprogrammedEsi_, unprogrammedEsiAttr },
+                           portTexts,
+                           traceHandle,
+                           Resume::atFirst },
+                         floodingHelper, scheduler, evpnLagMemberInfo, evpnStatus ),
+      tunnelIdHwTunnelId_( tunnelIdHwTunnelId ), evpnStatusReactor_( *this ),
+      tunnelIdHwTunnelIdReactor_( *this ) {
+  evpnStatusReactor_.notifierIs( evpnStatus );
+  tunnelIdHwTunnelIdReactor_.notifierIs( tunnelIdHwTunnelId );
+  watchLagPorts();
+}
+
+Vex::Ptr< EvpnFloodingEsiSm > EvpnFloodingEsiSm::EvpnFloodingEsiSmIs(
+    const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
+    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+    const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
+    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId ) {
+  return Vex::makePtr< EvpnFloodingEsiSm >( floodingHelper, scheduler, evpnLagMemberInfo,
+                                            evpnStatus, tunnelIdHwTunnelId );
+}
+
+Vex::Ptr< EvpnFloodingEsiSm > evpnFloodingEsiSmFactory(
+    const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
+    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+    const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
+    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId ) {
+  return EvpnFloodingEsiSm::EvpnFloodingEsiSmIs( floodingHelper, scheduler, evpnLagMemberInfo,
+                                                 evpnStatus, tunnelIdHwTunnelId );
+}
+
+// --- What is heard
+
+void EvpnFloodingEsiSm::VexEvpnStatus::onAttribute( Vex::AttrId id, const void * key ) {
+  MirrorReactor::onAttribute( id, key );
+  if ( id == Evpn::EvpnStatus::localEsiLabelAttr ) {
+    sm()->handleLocalEsiLabel( Evpn::EvpnStatus::localEsiLabelAttr.key( key ) );
+  }
+}
+
+void EvpnFloodingEsiSm::VexSegmentStatus::handleNotifier() {
+  handleSegmentStatus();
+}
+
+void EvpnFloodingEsiSm::VexSegmentStatus::onAttribute( Vex::AttrId id, const void * key ) {
+  if ( id == Evpn::EthernetSegmentStatus::remoteEsiLabelAttr ) {
+    handleLabel( Evpn::EthernetSegmentStatus::remoteEsiLabelAttr.key( key ) );
+  } else if ( id == Evpn::EthernetSegmentStatus::designatedForwarderTepAttr ) {
+    handleDFTep( Evpn::EthernetSegmentStatus::designatedForwarderTepAttr.key( key ) );
+  }
+}
+
+void EvpnFloodingEsiSm::VexTunnelIdHwTunnelId::onAttribute( Vex::AttrId id, const void * key ) {
+  if ( id == TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdAttr ) {
+    sm()->handleTunnelIdMapping( TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdAttr.key( key ) );
+  }
+}
+
+// --- Handlers
+
+void EvpnFloodingEsiSm::handleInitialized() {
+  TRACE( 8, "handleInitialized" );
+  VEX_ASSERT( floodingHelper() );
+  VEX_ASSERT( scheduler() );
+  VEX_ASSERT( evpnStatus() );
+  VEX_ASSERT( tunnelIdHwTunnelId() );
+  VEX_ASSERT( evpnLagMemberInfo() );
+  reviewUnprogrammedIs( scheduler(), 2, "reviewUnprogrammed" );
+  initializedIs( true );
+  for ( const auto & [ intfId, reactor ] : segmentStatus() ) {
+    const auto status = reactor->notifier();
+    for ( const auto [ vlanId, dfTepIntfId ] : status->designatedForwarderTep() ) {
+      addIntfVlanMapping( intfId, vlanId );
+    }
+  }
+}
+
+void EvpnFloodingEsiSm::VexSegmentStatus::handleSegmentStatus() {
+  const auto sm = this->sm();
+  if ( !sm->initialized() ) {
+    return;
+  }
+  const auto intf = intfId();
+  TRACE( 8, "handleSegmentStatus intfId ", intf );
+  if ( const auto status = sm->evpnStatus()->ethernetSegmentStatus( intf ) ) {
+    for ( const auto [ vlanId, dfTepIntfId ] : status->designatedForwarderTep() ) {
+      sm->addIntfVlanMapping( intf, vlanId );
+    }
+  } else if ( const auto vlans = sm->intfVlanSet( intf ) ) {
+    for ( const auto vlanId : vlans->vlanId() ) {
+      sm->deleteIntfVlanMapping( intf, vlanId );
+    }
+  }
+}
+
+void EvpnFloodingEsiSm::VexSegmentStatus::handleDFTep( Bridging::VlanId vlanId ) {
+  const auto sm = this->sm();
+  if ( !sm->initialized() ) {
+    return;
+  }
+  TRACE( 8, "handleDFTep intfId ", intfId(), " vlanId ", vlanId );
+  if ( notifier()->designatedForwarderTepHas( vlanId ) ) {
+    sm->addIntfVlanMapping( intfId(), vlanId );
+  } else {
+    sm->deleteIntfVlanMapping( intfId(), vlanId );
+  }
+}
+
+void EvpnFloodingEsiSm::VexSegmentStatus::handleLabel( Wire::IntfId tepIntfId ) {
+  const auto sm = this->sm();
+  if ( !sm->initialized() ) {
+    return;
+  }
+  const auto intf = intfId();
+  const auto tunnelId = srTeOrDynamicTunnelIntfIdToTunnelId( tepIntfId );
+  TRACE( 8, "handleLabel", " tunnel", tunnelId, ", intfId", intf );
+  if ( const auto vlans = sm->intfTunnelVlanSet( { intf, tunnelId } ) ) {
+    for ( const auto vlanId : vlans->vlanId() ) {
+      sm->processIntfVlan( intf, vlanId );
+    }
+  }
+}
+
+void EvpnFloodingEsiSm::handleLocalEsiLabel( Wire::IntfId intfId ) {
+  if ( !initialized() ) {
+    return;
+  }
+  TRACE( 8, "handleLocalEsiLabel intfId ", intfId );
+  const auto vlans = intfVlanSet( intfId );
+  if ( !vlans ) {
+    return;
+  }
+  for ( const auto vlanId : vlans->vlanId() ) {
+    if ( localEsiLabelPublished( intfId ) ) {
+      addIntfVlanMapping( intfId, vlanId );
+    } else {
+      deleteIntfVlanTunnelMapping( intfId, vlanId );
+    }
+  }
+}
+
+void EvpnFloodingEsiSm::handleLagPort( Wire::IntfId lagIntfId ) {
+  if ( !initialized() ) {
+    return;
+  }
+  TRACE( 8, "handleLagPort intfId ", lagIntfId );
+  if ( const auto vlans = intfVlanSet( lagIntfId ) ) {
+    for ( const auto vlanId : vlans->vlanId() ) {
+      processIntfVlan( lagIntfId, vlanId );
+    }
+  }
+}
+
+void EvpnFloodingEsiSm::handleTunnelIdMapping( const TunnelId & tunnelId ) {
+  if ( !initialized() ) {
+    return;
+  }
+  TRACE( 8, "handleTunnelIdMapping tunnelId ", tunnelId );
+  const auto intfVlans = tunnelIntfVlanSet( tunnelId );
+  if ( !intfVlans ) {
+    return;
+  }
+  const bool published =
+      tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( tunnelId ).has_value();
+  for ( const auto [ intfId, vlanId ] : intfVlans->intfVlan() ) {
+    if ( published ) {
+      addIntfVlanMapping( intfId, vlanId );
+    } else {
+      deleteIntfVlanTunnelLabelMapping( intfId, vlanId, tunnelId );
+    }
+  }
+}
+
+void EvpnFloodingEsiSm::retry( const IntfVlanKey & key ) {
+  const auto es = esiStatus( key );
+  VEX_ASSERT( es );
+  VEX_ASSERT( es->unprogrammeds() );
+  processIntfVlan( key.intfId, key.vlanId );
+}
+
+// --- A pair
+
+void EvpnFloodingEsiSm::addIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
+  VEX_ASSERT( initialized() );
+  TRACE( 8, "addIntfVlanMapping intfId ", intfId, " vlanId ", vlanId );
+  addToIndex( intfId, vlanId );
+  processIntfVlan( intfId, vlanId );
+}
+
+void EvpnFloodingEsiSm::deleteIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
+  VEX_ASSERT( initialized() );
+  TRACE( 8, "deleteIntfVlanMapping intfId ", intfId, " vlanId ", vlanId );
+  removeFromIndex( intfId, vlanId );
+  processIntfVlan( intfId, vlanId );
+}
+
+void EvpnFloodingEsiSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
+  VEX_ASSERT( initialized() );
+  const auto status = evpnStatus()->ethernetSegmentStatus( intfId );
+  if ( !status ) {
+    TRACE( 5, "no segment status" );
+    deleteIntfVlanTunnelMapping( intfId, vlanId );
+    return;
+  }
+  if ( !status->designatedForwarderTepHas( vlanId ) ) {
+    TRACE( 5, "no designated forwarder tep" );
+    deleteIntfVlanTunnelMapping( intfId, vlanId );
+    return;
+  }
+  const auto dfTepIntfId = status->designatedForwarderTep( vlanId );
+  const auto tunnelId = srTeOrDynamicTunnelIntfIdToTunnelId( dfTepIntfId );
+  TRACE( 8, "processIntfVlan", " dfTepIntfId ", dfTepIntfId, ", tunnelId ", tunnelId );
+  addOrUpdateIntfVlanTunnelMapping( intfId, vlanId, tunnelId );
+  if ( !status->remoteEsiLabelHas( dfTepIntfId ) ) {
+    TRACE( 5, "no esi label" );
+    deleteIntfVlanTunnelLabelMapping( intfId, vlanId, tunnelId );
+    return;
+  }
+  const auto entry = status->remoteEsiLabel( dfTepIntfId );
+  if ( entry.value() > lastUnusableLabel ) {
+    addOrUpdateIntfVlanTunnelLabelMapping( intfId, vlanId, tunnelId, entry.mplsLabel() );
+    return;
+  }
+  TRACE( 5, "incorrect encap type", uint32_t( entry.encapType() ) );
+  waitForInput( { intfId, vlanId } );
+}
+
+// --- Its tunnel
+
+void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping( Wire::IntfId intfId,
+                                                          Bridging::VlanId vlanId,
+                                                          TunnelId tunnelId ) {
+  VEX_ASSERT( initialized() );
+  const IntfVlanKey key{ intfId, vlanId };
+  if ( intfVlanTunnelHas( key ) && intfVlanTunnel( key ) != tunnelId ) {
+    if ( floodingHelper()->updateSupportedOnCreateEsiData() ) {
+      const auto old = intfVlanTunnel( key );
+      deleteTriple( key, old );
+      intfVlanTunnelLabelDel( { intfId, vlanId, old } );
+      forceReprogram( key );
+    } else {
+      deleteIntfVlanTunnelMapping( intfId, vlanId );
+    }
+  }
+  intfVlanTunnelIs( key, tunnelId );
+  tunnelIntfVlanSetIs( tunnelId )->intfVlanIs( key );
+  intfTunnelVlanSetIs( { intfId, tunnelId } )->vlanIdIs( vlanId );
+}
+
+void EvpnFloodingEsiSm::deleteIntfVlanTunnelMapping( Wire::IntfId intfId,
+                                                     Bridging::VlanId vlanId ) {
+  VEX_ASSERT( initialized() );
+  const IntfVlanKey key{ intfId, vlanId };
+  if ( !intfVlanTunnelHas( key ) ) {
+    return;
+  }
+  const auto tunnelId = intfVlanTunnel( key );
+  deleteTriple( key, tunnelId );
+  deleteIntfVlanTunnelLabelMapping( intfId, vlanId, tunnelId );
+}
+
+void EvpnFloodingEsiSm::deleteTriple( const IntfVlanKey & key, TunnelId tunnelId ) {
+  intfVlanTunnelDel( key );
+  const IntfTunnelKey intfTunnel{ key.intfId, tunnelId };
+  const auto itvs = intfTunnelVlanSet( intfTunnel );
+  VEX_ASSERT( itvs );
+  itvs->vlanIdDel( key.vlanId );
+  if ( itvs->vlanIds() == 0 ) {
+    intfTunnelVlanSetDel( intfTunnel );
+  }
+  const auto tivs = tunnelIntfVlanSet( tunnelId );
+  VEX_ASSERT( tivs );
+  tivs->intfVlanDel( key );
+  if ( tivs->intfVlans() == 0 ) {
+    tunnelIntfVlanSetDel( tunnelId );
+  }
+}
+
+// --- Its label
+
+void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelLabelMapping( Wire::IntfId intfId,
+                                                               Bridging::VlanId vlanId,
+                                                               TunnelId tunnelId,
+                                                               Wire::MplsLabel label ) {
+  VEX_ASSERT( initialized() );
+  const IntfVlanTunnelKey key{ intfId, vlanId, tunnelId };
+  if ( intfVlanTunnelLabelHas( key ) && intfVlanTunnelLabel( key ) != label ) {
+    if ( floodingHelper()->updateSupportedOnCreateEsiData() ) {
+      forceReprogram( { intfId, vlanId } );
+    } else {
+      deleteIntfVlanTunnelLabelMapping( intfId, vlanId, tunnelId );
+    }
+  }
+  intfVlanTunnelLabelIs( key, label );
+  programEsi( intfId, vlanId, label );
+}
+
+void EvpnFloodingEsiSm::deleteIntfVlanTunnelLabelMapping( Wire::IntfId intfId,
+                                                          Bridging::VlanId vlanId,
+                                                          TunnelId tunnelId ) {
+  VEX_ASSERT( initialized() );
+  intfVlanTunnelLabelDel( { intfId, vlanId, tunnelId } );
+  unprogramEsi( intfId, vlanId );
+}
+
+// --- Its ports
+
+void EvpnFloodingEsiSm::programEsi( Wire::IntfId intfId, Bridging::VlanId vlanId,
+                                    Wire::MplsLabel label ) {
+  VEX_ASSERT( initialized() );
+  TRACE( 8, "programEsi intfId ", intfId, " vlanId ", vlanId, " label ", label );
+  const auto ports = portsOf( intfId );
+  if ( !ports ) {
+    unprogramEsi( intfId, vlanId );
+    return;
+  }
+  const auto forceMark = floodingHelper()->updateSupportedOnCreateEsiData()
+                             ? ForceMark::programOver
+                             : ForceMark::removeFirst;
+  const bool dropped =
+      dropStalePorts( { intfId, vlanId }, *ports, forceMark, [ & ]( Wire::IntfId port, bool ) {
+        TRACE( 5, "stale lag member, delete" );
+        unprogramEsiHelper( intfId, port, vlanId );
+      } );
+  if ( dropped ) {
+    reviewParkedAtOnce();
+  }
+  for ( const auto port : *ports ) {
+    programEsiHelper( intfId, port, vlanId, label );
+  }
+}
+
+void EvpnFloodingEsiSm::programEsiHelper( Wire::IntfId logicalIntfId, Wire::IntfId phyIntfId,
+                                          Bridging::VlanId vlanId, Wire::MplsLabel label ) {
+  VEX_ASSERT( initialized() );
+  TRACE( 8, "programEsiHelper logicalIntfId ", logicalIntfId, " phyIntfId ", phyIntfId, " vlanId ",
+         vlanId, " label ", label );
+  const IntfVlanKey key{ logicalIntfId, vlanId };
+  VEX_ASSERT( intfVlanTunnelHas( key ) );
+  const auto tunnelId = intfVlanTunnel( key );
+  const auto mapping = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( tunnelId );
+  if ( !mapping ) {
+    TRACE( 5, "hw tunnel id not published" );
+    return;
+  }
+  if ( !localEsiLabelPublished( logicalIntfId ) ) {
+    TRACE( 5, "local label not published" );
+    return;
+  }
+  const IntfVlanTunnelKey labelKey{ logicalIntfId, vlanId, tunnelId };
+  VEX_ASSERT( intfVlanTunnelLabelHas( labelKey ) );
+  programPort( key, phyIntfId, [ & ] {
+    return floodingHelper()->createEsiData(
+        logicalIntfId, phyIntfId, vlanId, tunnelId, mapping->hwTunnelId, label,
+        evpnStatus()->localEsiLabel( logicalIntfId ).mplsLabel() );
+  } );
+}
+
+void EvpnFloodingEsiSm::unprogramEsi( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
+  VEX_ASSERT( initialized() );
+  TRACE( 8, "unprogramEsi intfId ", intfId, " vlanId ", vlanId );
+  const bool any = unprogramPorts( { intfId, vlanId }, [ & ]( Wire::IntfId port ) {
+    unprogramEsiHelper( intfId, port, vlanId );
+  } );
+  if ( any ) {
+    reviewParkedAtOnce();
+  } else {
+    TRACE( 5, "not programmed" );
+  }
+}
+
+void EvpnFloodingEsiSm::unprogramEsiHelper( Wire::IntfId logicalIntfId, Wire::IntfId phyIntfId,
+                                            Bridging::VlanId vlanId ) {
+  VEX_ASSERT( initialized() );
+  TRACE( 8, "unprogramEsiHelper logicalIntfId ", logicalIntfId, " phyIntfId ", phyIntfId,
+         " vlanId ", vlanId );
+  const bool programmed = unprogramPort( { logicalIntfId, vlanId }, phyIntfId, [ & ] {
+    // Hardware finds the entry by the ports and the VLAN.
+    floodingHelper()->deleteEsiData( logicalIntfId, phyIntfId, vlanId, TunnelId::invalid(),
+                                     HwTunnelId() );
+  } );
+  if ( !programmed ) {
+    TRACE( 5, "not programmed" );
+  }
+}
+
+// What is programmed stays on record, to be programmed over or, if the pair ends first, deleted.
+void EvpnFloodingEsiSm::forceReprogram( const IntfVlanKey & key ) {
+  waitForInput( key );
+  if ( const auto es = esiStatus( key ) ) {
+    for ( const auto port : es->programmed() ) {
+      es->forceReprogramIs( port );
+    }
+  }
+}
+
+// Nothing is to be tried again until an input changes.
+void EvpnFloodingEsiSm::waitForInput( const IntfVlanKey & key ) {
+  unpark( key );
+  if ( const auto es = esiStatus( key ) ) {
+    es->unprogrammedDelAll();
+  }
+}
+
+bool EvpnFloodingEsiSm::localEsiLabelPublished( Wire::IntfId intfId ) const {
+  return evpnStatus()->localEsiLabel( intfId ) != Evpn::EncapTypeLabel();
+}
+
+} // namespace Kez

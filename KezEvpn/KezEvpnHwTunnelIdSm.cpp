@@ -1,0 +1,376 @@
+#include "KezEvpn/KezEvpnHwTunnelIdSm.h"
+
+namespace Kez {
+
+static Ringlog::Handle traceHandle( "KezEvpnHwTunnelIdSm" );
+
+using Tunnel::TunnelTable::TunnelId;
+
+EvpnHwTunnelIdSm::EvpnHwTunnelIdSm(
+    const Vex::Ptr< KezHelper::EvpnHwTunnelIdSmHelper > & hwTunnelIdHelper,
+    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+    const Vex::Ptr< const KezCommonSmData > & acsd,
+    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+    const Vex::Ptr< const EvpnRemoteInfo > & remoteInfo,
+    const Vex::Ptr< TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId )
+    : RetryingSm( traceHandle ), hwTunnelIdHelper_( hwTunnelIdHelper ), scheduler_( scheduler ),
+      acsd_( acsd ), evpnStatus_( evpnStatus ), remoteInfo_( remoteInfo ),
+      tunnelIdHwTunnelId_( tunnelIdHwTunnelId ), evpnStatusReactor_( *this ),
+      remoteInfoReactor_( *this ) {
+  evpnStatusReactor_.notifierIs( evpnStatus );
+  remoteInfoReactor_.notifierIs( remoteInfo );
+}
+
+Vex::Ptr< EvpnHwTunnelIdSm > EvpnHwTunnelIdSm::EvpnHwTunnelIdSmIs(
+    const Vex::Ptr< KezHelper::EvpnHwTunnelIdSmHelper > & hwTunnelIdHelper,
+    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+    const Vex::Ptr< const KezCommonSmData > & acsd,
+    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+    const Vex::Ptr< const EvpnRemoteInfo > & remoteInfo,
+    const Vex::Ptr< TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId ) {
+  return Vex::makePtr< EvpnHwTunnelIdSm >( hwTunnelIdHelper, scheduler, acsd, evpnStatus,
+                                           remoteInfo, tunnelIdHwTunnelId );
+}
+
+Vex::Ptr< EvpnHwTunnelIdSm >
+evpnHwTunnelIdSmFactory( const Vex::Ptr< KezHelper::EvpnHwTunnelIdSmHelper > & hwTunnelIdHelper,
+                         const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+                         const Vex::Ptr< const KezCommonSmData > & acsd,
+                         const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+                         const Vex::Ptr< const EvpnRemoteInfo > & remoteInfo,
+                         const Vex::Ptr< TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId ) {
+  return EvpnHwTunnelIdSm::EvpnHwTunnelIdSmIs( hwTunnelIdHelper, scheduler, acsd, evpnStatus,
+                                               remoteInfo, tunnelIdHwTunnelId );
+}
+
+// --- What the inputs and the state say
+
+bool EvpnHwTunnelIdSm::labelled( Wire::IntfId esIntfId, TunnelId tunnelId ) const {
+  if ( const auto status = evpnStatus()->ethernetSegmentStatus( esIntfId ) ) {
+    for ( const auto [ labelIntfId, label ] : status->remoteEsiLabel() ) {
+      if ( srTeOrDynamicTunnelIntfIdToTunnelId( labelIntfId ) == tunnelId ) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+bool EvpnHwTunnelIdSm::sharedEsiLabelConfigured( Wire::IntfId esIntfId ) const {
+  const auto status = evpnStatus()->ethernetSegmentStatus( esIntfId );
+  return status && status->sharedEsiLabelValid();
+}
+
+HwTunnelIdType EvpnHwTunnelIdSm::neededType( TunnelId tunnelId ) const {
+  const auto info = tunnelInfo( tunnelId );
+  return info && info->sharedEsiLabelConfiguredIntfs() > 0 ? hwTunnelIdTypeSharedEsi
+                                                           : hwTunnelIdTypeDefault;
+}
+
+// Ends the process when the record is damaged: whose its id is cannot be told any more.
+std::optional< TunnelIdToHwTunnelId > EvpnHwTunnelIdSm::mapped( TunnelId tunnelId ) const noexcept {
+  return tunnelIdHwTunnelId()->tunnelIdToHwTunnelId( tunnelId );
+}
+
+// --- Handlers
+
+void EvpnHwTunnelIdSm::handleInitialized() {
+  TRACE( 8, "EvpnHwTunnelIdSm::handleInitialized" );
+  reviewUnprogrammedIs( scheduler(), 2, "reviewUnprogrammed" );
+  tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdDelAll();
+  initializedIs( true );
+  for ( const auto & [ esIntfId, status ] : evpnStatus()->ethernetSegmentStatus() ) {
+    for ( const auto [ labelIntfId, label ] : status->remoteEsiLabel() ) {
+      programHwTunnelId( esIntfId, srTeOrDynamicTunnelIntfIdToTunnelId( labelIntfId ) );
+    }
+  }
+  for ( const auto [ tunnelId, count ] : remoteInfo()->remoteTunnelId() ) {
+    publishHwTunnelId( tunnelId );
+  }
+}
+
+void EvpnHwTunnelIdSm::VexRemoteInfo::onAttribute( Vex::AttrId id, const void * key ) {
+  if ( id == EvpnRemoteInfo::remoteTunnelIdAttr ) {
+    sm()->handleRemoteTunnelId( EvpnRemoteInfo::remoteTunnelIdAttr.key( key ) );
+  }
+}
+
+void EvpnHwTunnelIdSm::handleRemoteTunnelId( TunnelId tunnelId ) {
+  if ( !initialized() ) {
+    return;
+  }
+  const auto count = remoteInfo()->remoteTunnelId( tunnelId );
+  TRACE( 8, "EvpnHwTunnelIdSm::handleRemoteTunnelId tunnelId ", tunnelId, " count ", count );
+  if ( count == 1 ) {
+    publishHwTunnelId( tunnelId );
+  }
+}
+
+void EvpnHwTunnelIdSm::VexSegmentStatus::onAttribute( Vex::AttrId id, const void * key ) {
+  if ( id == Evpn::EthernetSegmentStatus::remoteEsiLabelAttr ) {
+    handleRemoteEsiLabel( Evpn::EthernetSegmentStatus::remoteEsiLabelAttr.key( key ) );
+  } else if ( id == Evpn::EthernetSegmentStatus::sharedEsiLabelAttr ) {
+    handleSharedEsiLabel();
+  }
+}
+
+void EvpnHwTunnelIdSm::VexSegmentStatus::handleNotifier() {
+  sm()->vex_handleSegmentStatus( *this );
+}
+
+void EvpnHwTunnelIdSm::vex_handleSegmentStatus( VexSegmentStatus & reactor ) {
+  reactor.handleSegmentStatus();
+  reactor.handleSharedEsiLabel();
+}
+
+void EvpnHwTunnelIdSm::VexSegmentStatus::handleSegmentStatus() {
+  const auto sm = this->sm();
+  const auto intfId = esIntfId();
+  if ( !sm->initialized() ) {
+    return;
+  }
+  TRACE( 8, "EvpnHwTunnelIdSm::VexSegmentStatus::handleSegmentStatus intfId ", intfId );
+  if ( const auto tunnels = sm->intfTunnelSet( intfId ) ) {
+    for ( const auto tunnelId : tunnels->tunnelId() ) {
+      // A label that stands keeps its tunnel: a zombie might be reclaimed in between.
+      if ( !sm->labelled( intfId, tunnelId ) ) {
+        sm->unProgramHwTunnelId( intfId, tunnelId );
+      }
+    }
+  }
+  if ( const auto status = sm->evpnStatus()->ethernetSegmentStatus( intfId ) ) {
+    for ( const auto [ labelIntfId, label ] : status->remoteEsiLabel() ) {
+      sm->programHwTunnelId( intfId, srTeOrDynamicTunnelIntfIdToTunnelId( labelIntfId ) );
+    }
+  }
+}
+
+void EvpnHwTunnelIdSm::VexSegmentStatus::handleRemoteEsiLabel( Wire::IntfId labelIntfId ) {
+  const auto sm = this->sm();
+  const auto intfId = esIntfId();
+  if ( !sm->initialized() ) {
+    return;
+  }
+  const auto tunnelId = srTeOrDynamicTunnelIntfIdToTunnelId( labelIntfId );
+  const auto status = sm->evpnStatus()->ethernetSegmentStatus( intfId );
+  const bool add = status && status->remoteEsiLabelHas( labelIntfId );
+  TRACE( 8, "handleRemoteEsiLabel tunnelId ", tunnelId, " add ", add );
+  if ( add ) {
+    sm->programHwTunnelId( intfId, tunnelId );
+  } else if ( !sm->labelled( intfId, tunnelId ) ) {
+    sm->unProgramHwTunnelId( intfId, tunnelId );
+  }
+}
+
+void EvpnHwTunnelIdSm::VexSegmentStatus::handleSharedEsiLabel() {
+  const auto sm = this->sm();
+  const auto intfId = esIntfId();
+  if ( !sm->initialized() ) {
+    return;
+  }
+  const bool sharedEsiLabelValid = sm->sharedEsiLabelConfigured( intfId );
+  TRACE( 8, "EvpnHwTunnelIdSm::VexSegmentStatus::handleSharedEsiLabel intfId ", intfId,
+         " sharedEsiLabelValid ", sharedEsiLabelValid );
+  if ( const auto tunnels = sm->intfTunnelSet( intfId ) ) {
+    for ( const auto tunnelId : tunnels->tunnelId() ) {
+      const auto info = sm->tunnelInfo( tunnelId );
+      info->sharedEsiLabelConfiguredIntfIs( intfId, sharedEsiLabelValid );
+      sm->maybeReprogramHwTunnelId( tunnelId );
+    }
+  }
+}
+
+// --- Segments come to use tunnels, and cease to
+
+void EvpnHwTunnelIdSm::programHwTunnelId( Wire::IntfId esIntfId, TunnelId tunnelId ) {
+  VEX_ASSERT( initialized() );
+  const bool sharedEsi = sharedEsiLabelConfigured( esIntfId );
+  TRACE( 8, "EvpnHwTunnelIdSm::programHwTunnelId intfId ", esIntfId, " tunnelId ", tunnelId,
+         " sharedEsi ", sharedEsi );
+  intfTunnelSetIs( esIntfId )->tunnelIdIs( tunnelId );
+  const auto info = tunnelInfoIs( tunnelId );
+  info->intfIdIs( esIntfId );
+  info->sharedEsiLabelConfiguredIntfIs( esIntfId, sharedEsi );
+  publishHwTunnelId( tunnelId );
+}
+
+void EvpnHwTunnelIdSm::unProgramHwTunnelId( Wire::IntfId esIntfId, TunnelId tunnelId ) {
+  VEX_ASSERT( initialized() );
+  TRACE( 8, "EvpnHwTunnelIdSm::unProgramHwTunnelId intfId ", esIntfId, " tunnelId ", tunnelId );
+  const auto tunnels = intfTunnelSet( esIntfId );
+  if ( !tunnels || !tunnels->tunnelIdHas( tunnelId ) ) {
+    TRACE( 5, " tunnel not programmed " );
+    return;
+  }
+  VEX_ASSERT( tunnelInfo( tunnelId )->intfIdHas( esIntfId ) );
+  const auto info = tunnelInfo( tunnelId );
+  info->sharedEsiLabelConfiguredIntfDel( esIntfId );
+  info->intfIdDel( esIntfId );
+  tunnels->tunnelIdDel( tunnelId );
+  if ( tunnels->tunnelIds() == 0 ) {
+    intfTunnelSetDel( esIntfId );
+  }
+  if ( info->intfIds() > 0 ) {
+    TRACE( 5, info->intfIds(), " ethernet segments still using tunnelId ", tunnelId );
+    maybeReprogramHwTunnelId( tunnelId );
+    return;
+  }
+  tunnelInfoDel( tunnelId );
+  // Remote destinations that still count it keep a parked tunnel waiting.
+  if ( !remoteInfo()->remoteTunnelIdHas( tunnelId ) ) {
+    unpark( tunnelId );
+  }
+  const auto tidHwTid = mapped( tunnelId );
+  if ( !tidHwTid ) {
+    TRACE( 5, "not programmed" );
+    return;
+  }
+  const auto hwTunnelIdType = tidHwTid->hwTunnelId.hwTunnelIdType();
+  VEX_ASSERT( !zombieTunnelIdIs( hwTunnelIdType )->tunnelIdHas( tunnelId ) );
+  zombieTunnelIdIs( hwTunnelIdType )->tunnelIdIs( tunnelId );
+  reviewParkedAtOnce();
+}
+
+// --- Tunnels get ids
+
+void EvpnHwTunnelIdSm::publishHwTunnelId( TunnelId tunnelId ) {
+  VEX_ASSERT( initialized() );
+  TRACE( 8, "EvpnHwTunnelIdSm::publishHwTunnelId tunnelId ", tunnelId );
+  const bool used = usedBySegment( tunnelId );
+  const auto tidHwTid = mapped( tunnelId );
+  if ( !used ) {
+    VEX_ASSERT( remoteInfo()->remoteTunnelIdHas( tunnelId ) );
+  } else if ( tidHwTid ) {
+    zombieTunnelIdIs( tidHwTid->hwTunnelId.hwTunnelIdType() )->tunnelIdDel( tunnelId );
+  }
+  const auto hwTunnelIdType = neededType( tunnelId );
+  TRACE( 8, " hwTunnelIdType ", hwTunnelIdType );
+  if ( tidHwTid ) {
+    maybeReprogramHwTunnelId( tunnelId );
+    return;
+  }
+  auto hwTunnelId = getHwTunnelId( hwTunnelIdType, used );
+  if ( !hwTunnelId.valid() && hwTunnelIdType == hwTunnelIdTypeSharedEsi ) {
+    TRACE( 5, " try allocating for hwTunnelIdTypeDefault for sharedEs" );
+    hwTunnelId = getHwTunnelId( hwTunnelIdTypeDefault, true );
+    if ( hwTunnelId.valid() ) {
+      TRACE( 5, " allocated HwTunnelId ", hwTunnelId, " for tunnel ", tunnelId,
+             " with hwTunnelIdType=hwTunnelIdTypeDefault" );
+    }
+  }
+  if ( !hwTunnelId.valid() ) {
+    TRACE( 5, "failed to program tunnel" );
+    unprogrammedTunnelIs( tunnelId, true );
+    return;
+  }
+  tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdIs( { tunnelId, hwTunnelId } );
+  TRACE( 5, "tunnel programmed with hw tunnel id ", hwTunnelId );
+  if ( !used ) {
+    zombieTunnelIdIs( hwTunnelId.hwTunnelIdType() )->tunnelIdIs( tunnelId );
+  }
+  unpark( tunnelId );
+}
+
+void EvpnHwTunnelIdSm::maybeReprogramHwTunnelId( TunnelId tunnelId ) {
+  VEX_ASSERT( initialized() );
+  const auto tidHwTid = mapped( tunnelId );
+  if ( !tidHwTid ) {
+    publishHwTunnelId( tunnelId );
+    return;
+  }
+  const auto hwTunnelIdType = neededType( tunnelId );
+  const auto oldId = tidHwTid->hwTunnelId;
+  if ( oldId.hwTunnelIdType() == hwTunnelIdType ) {
+    TRACE( 8, " tunnelId ", tunnelId, " already has HwTunnelId allocated with type ",
+           hwTunnelIdType );
+    return;
+  }
+  const bool used = usedBySegment( tunnelId );
+  const auto newId = getHwTunnelId( hwTunnelIdType, used );
+  TRACE( 8, " tunnelId ", tunnelId, " oldHwTunnelId ", oldId, " oldHwTunnelIdType ",
+         oldId.hwTunnelIdType(), " newHwTunnelId ", newId, " newHwTunnelIdType ", hwTunnelIdType,
+         " hwTunnelIdValid ", newId.valid() );
+  if ( !newId.valid() ) {
+    return;
+  }
+  // In this order no reader ever holds an id that was given back.
+  tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdIs( { tunnelId, newId } );
+  hwTunnelIdHelper()->releaseHwTunnelId( oldId );
+  if ( !used ) {
+    zombieTunnelIdIs( oldId.hwTunnelIdType() )->tunnelIdDel( tunnelId );
+    zombieTunnelIdIs( hwTunnelIdType )->tunnelIdIs( tunnelId );
+  }
+  reviewParkedAtOnce();
+}
+
+HwTunnelId EvpnHwTunnelIdSm::getHwTunnelId( HwTunnelIdType hwTunnelIdType,
+                                            bool attemptZombieRelease ) {
+  VEX_ASSERT( initialized() );
+  TRACE( 8, "EvpnHwTunnelIdSm::getHwTunnelId hwTunnelIdType ", hwTunnelIdType,
+         " attemptZombieRelease ", attemptZombieRelease );
+  const auto hwTunnelId = hwTunnelIdHelper()->getHwTunnelId( hwTunnelIdType );
+  if ( hwTunnelId.valid() || !attemptZombieRelease ||
+       !releaseOneZombieTunnelId( hwTunnelIdType ) ) {
+    return hwTunnelId;
+  }
+  return hwTunnelIdHelper()->getHwTunnelId( hwTunnelIdType );
+}
+
+bool EvpnHwTunnelIdSm::releaseOneZombieTunnelId( HwTunnelIdType hwTunnelIdType ) {
+  VEX_ASSERT( initialized() );
+  const auto zombies = zombieTunnelId( hwTunnelIdType );
+  if ( !zombies ) {
+    TRACE( 8, "EvpnHwTunnelIdSm::releaseOneZombieTunnelId", hwTunnelIdType,
+           " not in zombieTunnelId collection " );
+    return false;
+  }
+  if ( zombies->tunnelIds() == 0 ) {
+    TRACE( 8, "EvpnHwTunnelIdSm::releaseOneZombieTunnelId", hwTunnelIdType, " collection empty " );
+    return false;
+  }
+  const TunnelId tunnelId = *zombies->tunnelId().begin();
+  const auto tidHwTid = mapped( tunnelId );
+  VEX_ASSERT( !!tidHwTid );
+  tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdDel( tunnelId );
+  hwTunnelIdHelper()->releaseHwTunnelId( tidHwTid->hwTunnelId );
+  zombies->tunnelIdDel( tunnelId );
+  return true;
+}
+
+// --- Tunnels that wait for an id
+
+void EvpnHwTunnelIdSm::unpark( TunnelId tunnelId ) {
+  unprogrammedTunnelDel( tunnelId );
+  reviewUnprogrammed()->keyLeft( tunnelId );
+}
+
+void EvpnHwTunnelIdSm::reviewParkedAtOnce() {
+  if ( unprogrammedTunnels() > 0 ) {
+    maybeScheduleUnprogrammedReview( true );
+  }
+}
+
+void EvpnHwTunnelIdSm::maybeScheduleUnprogrammedReview( bool immediate ) {
+  TRACE( 8, "maybeScheduleUnprogrammedReview" );
+  VEX_ASSERT( initialized() );
+  reviewUnprogrammed()->maybeSchedule( immediate, defaultUnprogrammedRetryInterval() );
+}
+
+void EvpnHwTunnelIdSm::doReviewUnprogrammed() {
+  TRACE( 8, "doReviewUnprogrammed" );
+  VEX_ASSERT( initialized() );
+  const auto task = reviewUnprogrammed();
+  VEX_ASSERT( task );
+  task->review(
+      unprogrammedTunnel(),
+      [ this ]( TunnelId tunnelId ) {
+        if ( usedBySegment( tunnelId ) || remoteInfo()->remoteTunnelIdHas( tunnelId ) ) {
+          publishHwTunnelId( tunnelId );
+        } else {
+          unpark( tunnelId );
+        }
+      },
+      defaultUnprogrammedRetryInterval() );
+}
+
+} // namespace Kez

@@ -1,0 +1,127 @@
+// Gives every remote tunnel that flooding or an Ethernet segment uses a hardware tunnel id, and
+// publishes which.
+//
+// Reads EvpnStatus::ethernetSegmentStatus (each segment's remote ESI labels lead to the tunnels
+// that it uses) and EvpnRemoteInfo::remoteTunnelId; gets and gives back ids through the helper;
+// writes TunnelIdToHwTunnelIdMapping. A tunnel is mapped when its count comes to be 1 or a segment
+// comes to use it, with an id of the shared-ESI type if one of its segments has the shared ESI
+// label configured and there is such an id, else of the default type. A tunnel that no segment
+// uses is a zombie: it keeps its id, and readers keep using it, until a segment's tunnel needs one
+// of that type and none is free. It has none then until its count comes to be 1 again, or a
+// segment uses it. A tunnel for which there is no id at all is parked in `unprogrammedTunnel`
+// until a tunnel's last segment leaves it or an id is given back; one that no segment uses takes
+// no zombie's id then either.
+//
+// The ids that are free and those that are mapped are all ids of the pools, each once. So
+// `handleInitialized()` is called once, on a helper whose ids are all free: it empties the
+// mapping and gives nothing back. Damage met in the mapping is fatal, in a look-up too.
+#pragma once
+
+#include "Evpn/EvpnStatus.h"
+#include "Kez/KezCommonSmData.h"
+#include "KezEvpn/Review.h"
+#include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
+#include "KezHelper/EvpnHwTunnelIdSmHelper.h"
+
+namespace Kez {
+
+class EvpnHwTunnelIdSm : public RetryingSm< Tunnel::TunnelTable::TunnelId > {
+public:
+  using TunnelId = Tunnel::TunnelTable::TunnelId;
+
+  class VexSegmentStatus
+      : public Vex::MemberReactor< EvpnHwTunnelIdSm, Evpn::EthernetSegmentStatus > {
+  public:
+    using MemberReactor::MemberReactor;
+    Wire::IntfId esIntfId() const { return fwkKey(); }
+
+    void handleSegmentStatus();
+    void handleRemoteEsiLabel( Wire::IntfId labelIntfId );
+    void handleSharedEsiLabel();
+
+  private:
+    void onAttribute( Vex::AttrId id, const void * key ) override;
+    void handleNotifier() override;
+  };
+
+  class VexRemoteInfo : public Vex::ReactorOf< EvpnHwTunnelIdSm, EvpnRemoteInfo > {
+  public:
+    using ReactorOf::ReactorOf;
+
+  private:
+    void onAttribute( Vex::AttrId id, const void * key ) override;
+  };
+
+  VEX_ENTITY( EvpnHwTunnelIdSm, "Kez::EvpnHwTunnelIdSm", RetryingSm< TunnelId > )
+  VEX_OUTPUT( 1, hwTunnelIdHelper, KezHelper::EvpnHwTunnelIdSmHelper )
+  VEX_OUTPUT( 2, scheduler, Loom::TaskScheduler )
+  VEX_INPUT( 3, acsd, KezCommonSmData )
+  VEX_INPUT( 4, evpnStatus, Evpn::EvpnStatus )
+  VEX_INPUT( 5, remoteInfo, EvpnRemoteInfo )
+  VEX_OUTPUT( 6, tunnelIdHwTunnelId, TunnelIdToHwTunnelIdMapping )
+  VEX_REACTORS( 7, segmentStatus, VexSegmentStatus )
+  // The tunnels that a segment's remote ESI labels lead to; no entry when there is none.
+  VEX_ENTITIES( 8, intfTunnelSet, IntfTunnelSet )
+  // The segments that use a tunnel; no entry when there is none.
+  VEX_ENTITIES( 9, tunnelInfo, TunnelInfo )
+  // By type, the tunnels whose mapped id is of the type and that no segment uses.
+  VEX_ENTITIES( 10, zombieTunnelId, TunnelIdSet )
+  // The tunnels that were refused an id and are not mapped.
+  VEX_SET( 11, unprogrammedTunnel, TunnelId )
+  VEX_ATTRIBUTES( hwTunnelIdHelper, scheduler, acsd, evpnStatus, remoteInfo, tunnelIdHwTunnelId,
+                  segmentStatus, intfTunnelSet, tunnelInfo, zombieTunnelId, unprogrammedTunnel )
+
+  using VexEvpnStatus =
+      Vex::MirrorReactor< Evpn::EvpnStatus::ethernetSegmentStatusEntities, segmentStatusReactors >;
+
+  EvpnHwTunnelIdSm( const Vex::Ptr< KezHelper::EvpnHwTunnelIdSmHelper > & hwTunnelIdHelper,
+                    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+                    const Vex::Ptr< const KezCommonSmData > & acsd,
+                    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+                    const Vex::Ptr< const EvpnRemoteInfo > & remoteInfo,
+                    const Vex::Ptr< TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId );
+  static Vex::Ptr< EvpnHwTunnelIdSm >
+  EvpnHwTunnelIdSmIs( const Vex::Ptr< KezHelper::EvpnHwTunnelIdSmHelper > & hwTunnelIdHelper,
+                      const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+                      const Vex::Ptr< const KezCommonSmData > & acsd,
+                      const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+                      const Vex::Ptr< const EvpnRemoteInfo > & remoteInfo,
+                      const Vex::Ptr< TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId );
+
+  void handleInitialized() override;
+  void handleRemoteTunnelId( TunnelId tunnelId );
+  void vex_handleSegmentStatus( VexSegmentStatus & reactor );
+
+  void programHwTunnelId( Wire::IntfId esIntfId, TunnelId tunnelId );
+  void unProgramHwTunnelId( Wire::IntfId esIntfId, TunnelId tunnelId );
+  void publishHwTunnelId( TunnelId tunnelId );
+  void maybeReprogramHwTunnelId( TunnelId tunnelId );
+  // An id that is not valid when there is none.
+  HwTunnelId getHwTunnelId( HwTunnelIdType hwTunnelIdType, bool attemptZombieRelease );
+  bool releaseOneZombieTunnelId( HwTunnelIdType hwTunnelIdType );
+
+  void maybeScheduleUnprogrammedReview( bool immediate );
+  void doReviewUnprogrammed() override;
+
+private:
+  bool usedBySegment( TunnelId tunnelId ) const { return tunnelInfoHas( tunnelId ); }
+  bool labelled( Wire::IntfId esIntfId, TunnelId tunnelId ) const;
+  bool sharedEsiLabelConfigured( Wire::IntfId esIntfId ) const;
+  HwTunnelIdType neededType( TunnelId tunnelId ) const;
+  std::optional< TunnelIdToHwTunnelId > mapped( TunnelId tunnelId ) const noexcept;
+  void unpark( TunnelId tunnelId );
+  void reviewParkedAtOnce();
+
+  VexEvpnStatus evpnStatusReactor_;
+  VexRemoteInfo remoteInfoReactor_;
+};
+
+Vex::Ptr< EvpnHwTunnelIdSm >
+evpnHwTunnelIdSmFactory( const Vex::Ptr< KezHelper::EvpnHwTunnelIdSmHelper > & hwTunnelIdHelper,
+                         const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+                         const Vex::Ptr< const KezCommonSmData > & acsd,
+                         const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
+                         const Vex::Ptr< const EvpnRemoteInfo > & remoteInfo,
+                         const Vex::Ptr< TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId );
+
+} // namespace Kez

@@ -1,0 +1,56 @@
+// Counts, for every remote MPLS tunnel, the flood-set destinations that use it.
+//
+// Reads FloodSetOutput down to each FloodSet::destSet; writes EvpnRemoteInfo::remoteTunnelId. A
+// tunnel's count is the number of (VLAN, MAC, destination) whose MPLS data names it; a tunnel
+// without any has no entry. The input's sets are the only record of what has been counted, so
+// that `remoteInfo` must be fresh when the machine is made, and what changes while its
+// notifications are off is never counted. Everything is done within the notification; one that
+// would count below zero is fatal.
+#pragma once
+
+#include "KezEvpn/FloodSetReactors.h"
+#include "KezEvpn/KezEvpn.h"
+
+namespace Kez {
+
+class EvpnRemoteInfoFinderSm : public StateMachine {
+public:
+  class VexFloodSet : public FloodSetReactor< EvpnRemoteInfoFinderSm > {
+  public:
+    using FloodSetReactor::FloodSetReactor;
+    void handleFloodSet() override;
+    void handleDestSet( const L2Rib::Dest & dest ) override;
+
+  private:
+    bool counted_ = false; // what stood when this reactor was made
+  };
+  using VexVlanFloodSet = VlanFloodSetReactor< EvpnRemoteInfoFinderSm, VexFloodSet >;
+
+  VEX_ENTITY( EvpnRemoteInfoFinderSm, "Kez::EvpnRemoteInfoFinderSm", StateMachine )
+  VEX_INPUT( 1, floodSetOutput, L2Rib::FloodSetOutput )
+  VEX_OUTPUT( 2, remoteInfo, EvpnRemoteInfo )
+  VEX_REACTORS( 3, vlanFloodSet, VexVlanFloodSet )
+  VEX_ATTRIBUTES( floodSetOutput, remoteInfo, vlanFloodSet )
+
+  using VexFloodSetOutput =
+      Vex::MirrorReactor< L2Rib::FloodSetOutput::vlanFloodSetEntities, vlanFloodSetReactors >;
+
+  EvpnRemoteInfoFinderSm( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+                          const Vex::Ptr< EvpnRemoteInfo > & remoteInfo );
+  static Vex::Ptr< EvpnRemoteInfoFinderSm >
+  EvpnRemoteInfoFinderSmIs( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+                            const Vex::Ptr< EvpnRemoteInfo > & remoteInfo );
+
+  // Counts a destination that came or went, in or out as it stands in the input now.
+  void processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
+                        const L2Rib::Dest & dest );
+
+private:
+  VexFloodSetOutput floodSetOutputReactor_;
+};
+
+Vex::Ptr< EvpnRemoteInfoFinderSm >
+evpnRemoteInfoFinderSmFactory( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+                               const Vex::Ptr< EvpnRemoteInfo > & remoteInfo );
+
+} // namespace Kez

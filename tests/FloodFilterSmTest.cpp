@@ -1,0 +1,161 @@
+#include "FloodingMachines.h"
+
+#include "KezEvpn/KezEvpnFloodFilterSm.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+class FloodFilterSmTest : public FloodingMachines {
+protected:
+  using Port = Agent::PortVlanKey;
+
+  void make() { sm = Kez::kezEvpnFloodFilterSmFactory( helper, scheduler, lagInfo, evpnStatus ); }
+  void start() {
+    make();
+    sm->handleInitialized();
+  }
+  void filter( Bridging::VlanId vlan, Wire::IntfId intf ) {
+    evpnStatus->evpnVlanFloodStatusIs( vlan )->floodFilterIs( intf );
+  }
+  std::set< Port > blocked() const {
+    std::set< Port > all;
+    for ( const auto & key : hardware->nonDfPort() ) {
+      all.insert( key );
+    }
+    return all;
+  }
+  void expectConsistent() {
+    const Kez::KezEvpnFloodFilterSm & machine = *sm;
+    FloodingMachines::expectConsistent( machine, machine.programmedStatus(),
+                                        machine.unprogrammedFilter(), blocked() );
+  }
+
+  Vex::Ptr< Kez::KezEvpnFloodFilterSm > sm;
+};
+
+TEST_F( FloodFilterSmTest, BlocksEveryPortBehindWhatIsFiltered ) {
+  filter( 10, eth1 );
+  make();
+  filter( 10, lag1 );
+  lagIs( lag1, { eth2, eth3 } );
+  EXPECT_EQ( hardware->callCounts(), 0u );
+  sm->handleInitialized();
+  EXPECT_THAT( blocked(), ElementsAre( Port( eth1, eth1, 10 ), Port( lag1, eth2, 10 ),
+                                       Port( lag1, eth3, 10 ) ) );
+  filter( 20, lag1 );
+  lagIs( lag1, { eth3 } );
+  EXPECT_THAT( blocked(), ElementsAre( Port( eth1, eth1, 10 ), Port( lag1, eth3, 10 ),
+                                       Port( lag1, eth3, 20 ) ) );
+  EXPECT_EQ( calls( Operation::createNonDfPort ), 5u );
+  evpnStatus->evpnVlanFloodStatus( 10 )->floodFilterDel( eth1 );
+  evpnStatus->evpnVlanFloodStatusDel( 20 );
+  EXPECT_THAT( blocked(), ElementsAre( Port( lag1, eth3, 10 ) ) );
+  lagInfo->lagToPortDel( lag1 );
+  EXPECT_THAT( blocked(), IsEmpty() );
+  EXPECT_TRUE( sm->intfVlanSetHas( lag1 ) );
+  expectConsistent();
+}
+
+TEST_F( FloodFilterSmTest, FreedHardwareIsOfferedToWhatIsParkedAtOnce ) {
+  hardware->capacityIs( Agent::Table::nonDfPort, 2 );
+  start();
+  lagIs( lag1, { eth1, eth2 } );
+  filter( 10, lag1 );
+  filter( 10, eth3 );
+  EXPECT_TRUE( sm->unprogrammedFilterHas( { eth3, 10 } ) );
+  advance( 4 );
+  TraceCapture trace( "KezEvpnFloodFilterSm/5" );
+  lagIs( lag1, { eth1 } ); // its stale port makes room
+  EXPECT_THAT( trace.take(), testing::Contains( "5 schedule immediate unprogrammed review" ) );
+  scheduler->runReady();
+  EXPECT_THAT( blocked(), ElementsAre( Port( eth3, eth3, 10 ), Port( lag1, eth1, 10 ) ) );
+  filter( 20, eth3 );
+  evpnStatus->evpnVlanFloodStatusDel( 10 );
+  scheduler->runReady();
+  EXPECT_THAT( blocked(), ElementsAre( Port( eth3, eth3, 20 ) ) );
+  advance( 10 );
+  EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
+}
+
+TEST_F( FloodFilterSmTest, TracesDecisionsAndCalls ) {
+  start();
+  TraceCapture trace( "KezEvpnFloodFilterSm" );
+  failNext( FallibleOperation::createNonDfPort, 1 );
+  filter( 10, eth1 );
+  EXPECT_THAT(
+      trace.take(),
+      ElementsAre(
+          "8 KezEvpnFloodFilterSm::VexEvpnVlanFloodStatus::handleEvpnVlanFloodStatus vlanId 10 "
+          "add 1",
+          "8 KezEvpnFloodFilterSm::VexEvpnVlanFloodStatus::handleFloodFilter intfId Ethernet1",
+          "5 KezEvpnFloodFilterSm::processIntfVlan intfId Ethernet1 vlanId 10 vlanFloodStatus "
+          "exists 1 floodFilterApplied 1",
+          "5 KezEvpnFloodFilterSm::programFloodFilter intfId Ethernet1 vlanId 10",
+          "9 KezEvpnFloodFilterSm::programFloodFilterHelper logIntfId Ethernet1 phyIntfId "
+          "Ethernet1 vlanId 10",
+          "9 status notProgrammed",
+          "9 KezEvpnFloodFilterSm::maybeScheduleUnprogrammedReview immediate 0",
+          "5 next unprogrammed review at 5" ) );
+}
+
+TEST_F( FloodFilterSmTest, AfterAnyEventsTheSwitchBlocksWhatTheFiltersSay ) {
+  const std::vector< Wire::IntfId > intfs{ eth1, eth2, lag1, lag2 };
+  const std::vector< Wire::IntfId > ports{ eth1, eth2, eth3, Wire::IntfId( "Ethernet4" ) };
+  std::mt19937 random( 44 );
+  const auto any = [ & ]( const auto & from ) { return from[ random() % from.size() ]; };
+  start();
+  for ( int event = 0; event < 6000 && !HasFailure(); ++event ) {
+    const auto vlan = static_cast< uint16_t >( random() % 4 + 1 );
+    switch ( random() % 8 ) {
+    case 0:
+    case 1:
+      filter( vlan, any( intfs ) );
+      break;
+    case 2:
+      if ( const auto status = evpnStatus->evpnVlanFloodStatus( vlan ) ) {
+        status->floodFilterDel( any( intfs ) );
+      }
+      break;
+    case 3:
+      evpnStatus->evpnVlanFloodStatusDel( vlan );
+      break;
+    case 4:
+    case 5: {
+      std::vector< Wire::IntfId > some;
+      std::copy_if( ports.begin(), ports.end(), std::back_inserter( some ),
+                    [ & ]( Wire::IntfId ) { return random() % 2; } );
+      lagIs( random() % 2 ? lag1 : lag2, some );
+      break;
+    }
+    case 6:
+      lagInfo->lagToPortDel( lag1 );
+      break;
+    default:
+      failNext( FallibleOperation::createNonDfPort, random() % 4 );
+      scheduler->workBudgetIs( random() % 3 ? 1000 : 1 );
+    }
+    if ( random() % 3 == 0 ) {
+      advance( static_cast< double >( random() % 7 ) );
+    }
+    expectConsistent();
+    if ( random() % 20 != 0 ) {
+      continue;
+    }
+    failNext( FallibleOperation::createNonDfPort, 0 );
+    advance( 200 );
+    EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
+    std::set< Port > expected;
+    for ( const auto & [ filtered, status ] : evpnStatus->evpnVlanFloodStatus() ) {
+      for ( const auto intf : status->floodFilter() ) {
+        for ( const auto port : portsOf( intf ) ) {
+          expected.insert( { intf, port, filtered } );
+        }
+      }
+    }
+    EXPECT_EQ( blocked(), expected );
+  }
+}
+
+} // namespace

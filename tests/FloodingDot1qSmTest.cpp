@@ -1,0 +1,306 @@
+#include "FloodingMachines.h"
+
+#include "KezEvpn/KezEvpnFloodingDot1qSm.h"
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+class FloodingDot1qSmTest : public FloodingMachines {
+protected:
+  void make() {
+    sm = Kez::evpnFloodingDot1qSmFactory( helper, scheduler, lagInfo, evpnVlanStatus, evpnStatus,
+                                          mplsConfig );
+  }
+  void start() {
+    make();
+    sm->handleInitialized();
+  }
+  void member( Bridging::VlanId vlan, Wire::IntfId intf ) {
+    evpnVlanStatus->vlanStatusIs( vlan )->memberIs( intf );
+  }
+  std::map< Agent::PortVlanKey, Bridging::VlanIdOrNone > mappings() const {
+    std::map< Agent::PortVlanKey, Bridging::VlanIdOrNone > all;
+    for ( const auto [ key, dot1q ] : hardware->dot1qMapping() ) {
+      all[ key ] = dot1q;
+    }
+    return all;
+  }
+  void expectConsistent() {
+    std::set< Agent::PortVlanKey > inHardware;
+    for ( const auto & [ key, dot1q ] : mappings() ) {
+      inHardware.insert( key );
+      EXPECT_EQ( sm->intfVlanDot1q( { key.parentIntfId, key.vlanId } ), dot1q );
+    }
+    const Kez::EvpnFloodingDot1qSm & machine = *sm;
+    FloodingMachines::expectConsistent( machine, machine.dot1qStatus(), machine.unprogrammedDot1q(),
+                                        inHardware );
+    std::map< Bridging::VlanId, Bridging::VlanIdOrNone > recorded;
+    std::map< Bridging::VlanId, Bridging::VlanIdOrNone > vlans;
+    for ( const auto [ vlan, dot1q ] : machine.programmedDot1q() ) {
+      recorded[ vlan ] = dot1q;
+    }
+    for ( const auto [ vlan, dot1q ] : hardware->vlan() ) {
+      vlans[ vlan ] = dot1q;
+    }
+    EXPECT_EQ( recorded, vlans );
+    EXPECT_TRUE( machine.intfVlanQueues() == 0 || machine.reviewIntfVlan()->isScheduled() );
+  }
+
+  Vex::Ptr< Kez::EvpnVlanStatus > evpnVlanStatus = Kez::evpnVlanStatusFactory();
+  Vex::Ptr< Evpn::MplsConfig > mplsConfig = Vex::makePtr< Evpn::MplsConfig >();
+  Vex::Ptr< Kez::EvpnFloodingDot1qSm > sm;
+};
+
+TEST_F( FloodingDot1qSmTest, ProgramsWhatStandsAtTheStartAndNothingBefore ) {
+  evpnStatus->vlanToDot1qIs( 10, 110 );
+  member( 10, eth1 );
+  make();
+  member( 10, lag1 );
+  lagIs( lag1, { eth2, eth3 } );
+  evpnStatus->vlanToDot1qIs( 20, 120 );
+  mplsConfig->vlanServiceDot1qEnabledIs( true );
+  EXPECT_EQ( hardware->callCounts(), 0u );
+  EXPECT_DEATH( sm->processIntfVlan( eth1, 10 ), "assertion failed: initialized\\(\\)" );
+  sm->handleInitialized();
+  EXPECT_EQ( hardware->vlan( 10 ), 110 );
+  EXPECT_EQ( hardware->vlan( 20 ), 120 );
+  EXPECT_THAT( mappings(), IsEmpty() );
+  advance( 1 );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 110 ),
+                                        std::pair( Agent::PortVlanKey( lag1, eth2, 10 ), 110 ),
+                                        std::pair( Agent::PortVlanKey( lag1, eth3, 10 ), 110 ) ) );
+  EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
+  expectConsistent();
+}
+
+TEST_F( FloodingDot1qSmTest, NewTagReplacesVlanAtOnceAndMappingsASecondLater ) {
+  evpnStatus->vlanToDot1qIs( 10, 110 );
+  member( 10, eth1 );
+  start();
+  advance( 1 );
+  TraceCapture trace( "KezEvpnFloodingDot1qSm" );
+  evpnStatus->vlanToDot1qIs( 10, 111 );
+  EXPECT_THAT( trace.take(), ElementsAre( "5 EvpnFloodingDot1qSm::handleVlanDot1q vlanId 10 "
+                                          "programmedDot1qExists 1 programmedDot1q 110 "
+                                          "publishedDot1qExists 1 publishedDot1q 111",
+                                          "5 programmed vlan 10 with dot1q 111",
+                                          "5 next intf vlan review at 2" ) );
+  EXPECT_EQ( hardware->vlan( 10 ), 111 );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 110 ) ) );
+  advance( 1 );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 111 ) ) );
+  EXPECT_THAT( trace.take(), Contains( "8 EvpnFloodingDot1qSm::unprogramDot1q intf Ethernet1 "
+                                       "vlan 10 dot1q 110" ) );
+}
+
+TEST_F( FloodingDot1qSmTest, ServiceFlagTagsUntaggedVlansWithTheirOwnId ) {
+  evpnStatus->vlanToDot1qIs( 10, 0 );
+  evpnStatus->vlanToDot1qIs( 20, 120 );
+  member( 10, eth1 );
+  member( 30, eth1 );
+  start();
+  EXPECT_EQ( hardware->vlan( 10 ), 0 );
+  mplsConfig->vlanServiceDot1qEnabledIs( true );
+  advance( 1 );
+  EXPECT_EQ( hardware->vlan( 10 ), 10 );
+  EXPECT_EQ( hardware->vlan( 20 ), 120 );
+  EXPECT_FALSE( hardware->vlanHas( 30 ) );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 10 ) ) );
+  mplsConfig->vlanServiceDot1qEnabledIs( false );
+  advance( 1 );
+  EXPECT_EQ( hardware->vlan( 10 ), 0 );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 0 ) ) );
+}
+
+TEST_F( FloodingDot1qSmTest, RefusedVlanIsRetriedUntilItStandsOrIsWithdrawn ) {
+  member( 10, eth1 );
+  start();
+  failNext( FallibleOperation::createVlan, 2 );
+  evpnStatus->vlanToDot1qIs( 10, 110 );
+  TraceCapture trace( "KezEvpnFloodingDot1qSm/5" );
+  advanceTo( 9 );
+  EXPECT_FALSE( hardware->vlanHas( 10 ) );
+  EXPECT_THAT( trace.take(), Contains( "5 dot1q is not programmed yet" ) );
+  advanceTo( 11 );
+  EXPECT_EQ( calls( Operation::createVlan ), 3u );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 110 ) ) );
+
+  // Its next tag is refused, and then the VLAN is withdrawn: no retry is left, and no mapping.
+  failNext( FallibleOperation::createVlan, 1 );
+  evpnStatus->vlanToDot1qIs( 10, 111 );
+  evpnStatus->vlanToDot1qDel( 10 );
+  advance( 1 );
+  EXPECT_THAT( mappings(), IsEmpty() );
+  EXPECT_EQ( sm->unprogrammedDot1qs(), 0u );
+  advance( 10 );
+  EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
+  EXPECT_EQ( calls( Operation::createVlan ), 4u );
+}
+
+TEST_F( FloodingDot1qSmTest, LagMembersComeAndGoOnTheirPortsAlone ) {
+  evpnStatus->vlanToDot1qIs( 10, 110 );
+  member( 10, lag1 );
+  start();
+  advance( 1 );
+  EXPECT_THAT( mappings(), IsEmpty() );
+  lagIs( lag1, { eth1, eth2 } );
+  advance( 1 );
+  EXPECT_EQ( calls( Operation::createVlanToDot1qMapping ), 2u );
+
+  TraceCapture trace( "KezEvpnFloodingDot1qSm" );
+  lagIs( lag1, { eth2, eth3 } );
+  EXPECT_THAT( trace.take(), Contains( "8 marking Ethernet1 for force reprogram" ) );
+  advance( 1 );
+  EXPECT_THAT( trace.take(), Contains( "5 staleMember Ethernet1 forceReprogram 1" ) );
+  EXPECT_EQ( calls( Operation::createVlanToDot1qMapping ), 3u );
+  EXPECT_EQ( calls( Operation::deleteVlanToDot1qMapping ), 1u );
+
+  // One that leaves and is back before the review is programmed anew.
+  lagIs( lag1, { eth3 } );
+  lagIs( lag1, { eth2, eth3 } );
+  advance( 1 );
+  EXPECT_EQ( calls( Operation::createVlanToDot1qMapping ), 4u );
+  EXPECT_EQ( calls( Operation::deleteVlanToDot1qMapping ), 2u );
+  expectConsistent();
+
+  lagInfo->lagToPortDel( lag1 );
+  advance( 1 );
+  EXPECT_THAT( mappings(), IsEmpty() );
+  EXPECT_FALSE( sm->dot1qStatusHas( { lag1, 10 } ) );
+}
+
+TEST_F( FloodingDot1qSmTest, OneRefusedPortOfALagIsTriedAgainAlone ) {
+  evpnStatus->vlanToDot1qIs( 10, 110 );
+  member( 10, lag1 );
+  lagIs( lag1, { eth1, eth2 } );
+  failNext( FallibleOperation::createVlanToDot1qMapping, 1 );
+  start();
+  advance( 1 );
+  EXPECT_TRUE( sm->dot1qStatus( { lag1, 10 } )->unprogrammedHas( eth1 ) );
+  EXPECT_TRUE( sm->dot1qStatus( { lag1, 10 } )->programmedHas( eth2 ) );
+  EXPECT_EQ( scheduler->nextDeadline(), 6.0 );
+  expectConsistent();
+  advanceTo( 6 );
+  EXPECT_EQ( calls( Operation::createVlanToDot1qMapping ), 3u );
+  EXPECT_EQ( mappings().size(), 2u );
+  EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
+
+  hardware->faultIs( FallibleOperation::createVlanToDot1qMapping )
+      ->answerIs( Agent::Failure::invalidHwId );
+  failNext( FallibleOperation::createVlanToDot1qMapping, 1 );
+  member( 10, eth3 );
+  EXPECT_DEATH( advance( 1 ), "assertion failed: 0" );
+}
+
+TEST_F( FloodingDot1qSmTest, ReviewsYieldAndLoseNothing ) {
+  for ( uint16_t vlan = 1; vlan <= 50; ++vlan ) {
+    evpnStatus->vlanToDot1qIs( vlan, vlan + 100 );
+    member( vlan, eth1 );
+  }
+  hardware->faultIs( FallibleOperation::createVlanToDot1qMapping )->untilTimeIs( 3 );
+  scheduler->workBudgetIs( 7 );
+  start();
+  advance( 1 );
+  EXPECT_EQ( sm->unprogrammedDot1qs(), 50u );
+  EXPECT_EQ( sm->intfVlanQueues(), 0u );
+  advanceTo( 6 );
+  EXPECT_EQ( mappings().size(), 7u );
+  EXPECT_EQ( sm->reviewUnprogrammed()->bookmark(), Kez::IntfVlanKey( eth1, 8 ) );
+  advanceTo( 60 );
+  EXPECT_EQ( mappings().size(), 50u );
+  EXPECT_EQ( calls( Operation::createVlanToDot1qMapping ), 100u );
+}
+
+// Whatever happens, in whatever order, with hardware failing now and then: once it is quiet the
+// switch has what the inputs say, and the private state holds together after each event.
+TEST_F( FloodingDot1qSmTest, AfterAnyEventsTheSwitchHasWhatTheInputsSay ) {
+  const std::vector< Wire::IntfId > intfs{ eth1, eth2, lag1, lag2 };
+  const std::vector< Wire::IntfId > ports{ eth1, eth2, eth3, Wire::IntfId( "Ethernet4" ) };
+  std::mt19937 random( 43 );
+  const auto any = [ & ]( const auto & from ) { return from[ random() % from.size() ]; };
+  start();
+  for ( int event = 0; event < 6000 && !HasFailure(); ++event ) {
+    const auto vlan = static_cast< uint16_t >( random() % 4 + 1 );
+    switch ( random() % 12 ) {
+    case 0:
+    case 1:
+      evpnStatus->vlanToDot1qIs( vlan, random() % 3 * 100 );
+      break;
+    case 2:
+      evpnStatus->vlanToDot1qDel( vlan );
+      break;
+    case 3:
+      mplsConfig->vlanServiceDot1qEnabledIs( random() % 2 );
+      break;
+    case 4:
+    case 5:
+      member( vlan, any( intfs ) );
+      break;
+    case 6:
+      if ( const auto info = evpnVlanStatus->vlanStatus( vlan ) ) {
+        info->memberDel( any( intfs ) );
+      }
+      break;
+    case 7:
+      evpnVlanStatus->vlanStatusDel( vlan );
+      break;
+    case 8:
+    case 9: {
+      std::vector< Wire::IntfId > some;
+      std::copy_if( ports.begin(), ports.end(), std::back_inserter( some ),
+                    [ & ]( Wire::IntfId ) { return random() % 2; } );
+      lagIs( lag1, some );
+      break;
+    }
+    case 10:
+      lagInfo->lagToPortDel( any( intfs ) );
+      break;
+    default:
+      if ( random() % 10 == 0 ) { // an earlier life's hardware state is gone with it
+        sm = nullptr;
+        hardware->vlanDelAll();
+        hardware->dot1qMappingDelAll();
+        start();
+      }
+      failNext( random() % 2 ? FallibleOperation::createVlan
+                             : FallibleOperation::createVlanToDot1qMapping,
+                random() % 4 );
+      scheduler->workBudgetIs( random() % 3 ? 1000 : 1 );
+    }
+    if ( random() % 3 == 0 ) {
+      advance( static_cast< double >( random() % 7 ) );
+    }
+    expectConsistent();
+    if ( random() % 20 != 0 ) {
+      continue;
+    }
+    failNext( FallibleOperation::createVlan, 0 );
+    failNext( FallibleOperation::createVlanToDot1qMapping, 0 );
+    advance( 200 );
+    EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
+    std::map< Agent::PortVlanKey, Bridging::VlanIdOrNone > expected;
+    std::map< Bridging::VlanId, Bridging::VlanIdOrNone > expectedVlans;
+    for ( const auto [ published, dot1q ] : evpnStatus->vlanToDot1q() ) {
+      const bool own = dot1q == 0 && mplsConfig->vlanServiceDot1qEnabled();
+      const auto tag = expectedVlans[ published ] = own ? published : dot1q;
+      if ( const auto info = evpnVlanStatus->vlanStatus( published ) ) {
+        for ( const auto intf : info->member() ) {
+          for ( const auto port : portsOf( intf ) ) {
+            expected[ { intf, port, published } ] = tag;
+          }
+        }
+      }
+    }
+    EXPECT_EQ( mappings(), expected );
+    std::map< Bridging::VlanId, Bridging::VlanIdOrNone > vlans;
+    for ( const auto [ programmed, dot1q ] : hardware->vlan() ) {
+      vlans[ programmed ] = dot1q;
+    }
+    EXPECT_EQ( vlans, expectedVlans );
+  }
+}
+
+} // namespace

@@ -1,0 +1,332 @@
+#include "FloodingMachines.h"
+
+#include "KezEvpn/KezEvpnFloodingEsiSm.h"
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using Kez::HwTunnelIdType::hwTunnelIdTypeDefault;
+using Port = Agent::PortVlanKey;
+using TunnelId = Tunnel::TunnelTable::TunnelId;
+
+class FloodingEsiSmTest : public FloodingMachines {
+protected:
+  void make() {
+    sm = Kez::evpnFloodingEsiSmFactory( helper, scheduler, lagInfo, evpnStatus, mapping );
+  }
+  void start() {
+    make();
+    sm->handleInitialized();
+  }
+  Vex::Ptr< Evpn::EthernetSegmentStatus > segment( Wire::IntfId intf ) {
+    return evpnStatus->ethernetSegmentStatusIs( intf );
+  }
+  static Wire::TepIntfId tep( uint64_t number ) {
+    return Wire::DynamicTunnelIntfId::intfId( number );
+  }
+  static TunnelId tunnel( uint64_t number ) { return tep( number ).tunnelId(); }
+  void hwIdIs( uint64_t number, uint32_t hwId ) {
+    mapping->tunnelIdToHwTunnelIdIs(
+        { tunnel( number ), Kez::HwTunnelId( hwTunnelIdTypeDefault, hwId ) } );
+  }
+  // Everything that eth1 needs in VLAN 10 towards the switch behind tunnel 1.
+  void segmentOfEth1() {
+    segment( eth1 )->designatedForwarderTepIs( 10, tep( 1 ) );
+    segment( eth1 )->remoteEsiLabelIs( tep( 1 ), { 2, 100 } );
+    evpnStatus->localEsiLabelIs( eth1, { 2, 50 } );
+    hwIdIs( 1, 7 );
+  }
+  Agent::EsiData data( uint64_t number, uint32_t hwId, uint32_t dfLabel, uint32_t local ) {
+    return { tunnel( number ), { hwTunnelIdTypeDefault, hwId }, dfLabel, local };
+  }
+  std::map< Port, Agent::EsiData > inHardware() const {
+    std::map< Port, Agent::EsiData > all;
+    for ( const auto & [ key, esi ] : hardware->esiData() ) {
+      all[ key ] = esi;
+    }
+    return all;
+  }
+  void expectConsistent() {
+    std::set< Port > ports;
+    for ( const auto & [ key, esi ] : inHardware() ) {
+      ports.insert( key );
+    }
+    const Kez::EvpnFloodingEsiSm & machine = *sm;
+    FloodingMachines::expectConsistent( machine, machine.esiStatus(), machine.unprogrammedEsi(),
+                                        ports );
+    using Triple = std::tuple< Wire::IntfId, Bridging::VlanId, TunnelId >;
+    std::set< Triple > triples, byTunnel, byIntfTunnel;
+    for ( const auto & [ key, tunnelId ] : machine.intfVlanTunnel() ) {
+      triples.emplace( key.intfId, key.vlanId, tunnelId );
+    }
+    for ( const auto & [ tunnelId, pairs ] : machine.tunnelIntfVlanSet() ) {
+      EXPECT_GT( pairs->intfVlans(), 0u );
+      for ( const auto & key : pairs->intfVlan() ) {
+        byTunnel.emplace( key.intfId, key.vlanId, tunnelId );
+      }
+    }
+    for ( const auto & [ key, vlans ] : machine.intfTunnelVlanSet() ) {
+      EXPECT_GT( vlans->vlanIds(), 0u );
+      for ( const auto vlan : vlans->vlanId() ) {
+        byIntfTunnel.emplace( key.intfId, vlan, key.tunnelId );
+      }
+    }
+    EXPECT_EQ( byTunnel, triples );
+    EXPECT_EQ( byIntfTunnel, triples );
+    for ( const auto & [ key, label ] : machine.intfVlanTunnelLabel() ) {
+      EXPECT_TRUE( triples.contains( { key.intfId, key.vlanId, key.tunnelId } ) );
+    }
+  }
+
+  Vex::Ptr< Kez::TunnelIdToHwTunnelIdMapping > mapping =
+      Kez::tunnelIdToHwTunnelIdMappingFactory( "mapping" );
+  Vex::Ptr< Kez::EvpnFloodingEsiSm > sm;
+};
+
+TEST_F( FloodingEsiSmTest, InputsMayComeInAnyOrderAndLeaveInAnyOrder ) {
+  const std::vector< std::pair< std::function< void() >, std::function< void() > > > inputs{
+    { [ & ] { segment( lag1 )->designatedForwarderTepIs( 10, tep( 1 ) ); },
+      [ & ] { segment( lag1 )->designatedForwarderTepDel( 10 ); } },
+    { [ & ] {
+       segment( lag1 )->remoteEsiLabelIs( tep( 1 ), { 2, 100 } );
+     },
+      [ & ] { segment( lag1 )->remoteEsiLabelDel( tep( 1 ) ); } },
+    { [ & ] {
+       evpnStatus->localEsiLabelIs( lag1, { 2, 50 } );
+     },
+      [ & ] { evpnStatus->localEsiLabelIs( lag1, {} ); } },
+    { [ & ] { hwIdIs( 1, 7 ); }, [ & ] { mapping->tunnelIdToHwTunnelIdDel( tunnel( 1 ) ); } },
+    { [ & ] {
+       lagIs( lag1, { eth1, eth2 } );
+     },
+      [ & ] { lagInfo->lagToPortDel( lag1 ); } },
+  };
+  std::vector< size_t > order{ 0, 1, 2, 3, 4 };
+  start();
+  do {
+    for ( const auto i : order ) {
+      EXPECT_THAT( inHardware(), IsEmpty() );
+      inputs[ i ].first();
+      expectConsistent();
+    }
+    EXPECT_THAT( inHardware(),
+                 ElementsAre( std::pair( Port( lag1, eth1, 10 ), data( 1, 7, 100, 50 ) ),
+                              std::pair( Port( lag1, eth2, 10 ), data( 1, 7, 100, 50 ) ) ) );
+    for ( const auto i : order ) {
+      inputs[ i ].second();
+      EXPECT_THAT( inHardware(), IsEmpty() );
+      expectConsistent();
+    }
+  } while ( std::next_permutation( order.begin(), order.end() ) );
+  evpnStatus->ethernetSegmentStatusDel( lag1 );
+  EXPECT_EQ( sm->intfVlanSets() + sm->intfVlanTunnels() + sm->esiStatuss(), 0u );
+  EXPECT_EQ( calls( Operation::createEsiData ), 240u );
+  EXPECT_EQ( calls( Operation::deleteEsiData ), 240u );
+}
+
+TEST_F( FloodingEsiSmTest, StartsFromWhatStandsAndDoesNothingBefore ) {
+  segmentOfEth1();
+  make();
+  segment( eth2 )->designatedForwarderTepIs( 10, tep( 1 ) );
+  segment( eth2 )->remoteEsiLabelIs( tep( 1 ), { 2, 200 } );
+  evpnStatus->localEsiLabelIs( eth2, { 2, 51 } );
+  hwIdIs( 1, 8 );
+  lagIs( lag1, { eth3 } );
+  EXPECT_EQ( hardware->callCounts(), 0u );
+  EXPECT_EQ( sm->intfVlanSets(), 0u );
+  EXPECT_DEATH( sm->processIntfVlan( eth1, 10 ), "assertion failed: initialized\\(\\)" );
+  sm->handleInitialized();
+  EXPECT_EQ( inHardware().size(), 2u );
+  expectConsistent();
+}
+
+TEST_F( FloodingEsiSmTest, MovedForwarderIsReplacedOrWrittenOver ) {
+  for ( const bool update : { false, true } ) {
+    helper->updateSupportedOnCreateEsiDataIs( update );
+    segmentOfEth1();
+    segment( eth1 )->remoteEsiLabelIs( tep( 2 ), { 2, 200 } );
+    hwIdIs( 2, 9 );
+    start();
+    const auto deleted = calls( Operation::deleteEsiData );
+    segment( eth1 )->designatedForwarderTepIs( 10, tep( 2 ) );
+    EXPECT_THAT( inHardware(),
+                 ElementsAre( std::pair( Port( eth1, eth1, 10 ), data( 2, 9, 200, 50 ) ) ) );
+    segment( eth1 )->remoteEsiLabelIs( tep( 2 ), { 2, 201 } );
+    EXPECT_THAT( inHardware(),
+                 ElementsAre( std::pair( Port( eth1, eth1, 10 ), data( 2, 9, 201, 50 ) ) ) );
+    EXPECT_EQ( calls( Operation::deleteEsiData ), deleted + ( update ? 0 : 2 ) );
+    expectConsistent();
+    // The tunnel of before has no say any more.
+    mapping->tunnelIdToHwTunnelIdDel( tunnel( 1 ) );
+    EXPECT_EQ( inHardware().size(), 1u );
+    evpnStatus->ethernetSegmentStatusDel( eth1 );
+    EXPECT_THAT( inHardware(), IsEmpty() );
+    sm = nullptr;
+  }
+}
+
+TEST_F( FloodingEsiSmTest, EntryToBeWrittenOverIsDeletedIfThePairEndsFirst ) {
+  helper->updateSupportedOnCreateEsiDataIs( true );
+  segmentOfEth1();
+  start();
+  segment( eth1 )->remoteEsiLabelIs( tep( 2 ), { 2, 200 } );
+  segment( eth1 )->designatedForwarderTepIs( 10, tep( 2 ) ); // which has no hardware id yet
+  EXPECT_EQ( inHardware().size(), 1u );
+  failNext( FallibleOperation::createEsiData, 1 );
+  hwIdIs( 2, 9 );
+  EXPECT_TRUE( sm->unprogrammedEsiHas( { eth1, 10 } ) );
+  EXPECT_EQ( inHardware().at( Port( eth1, eth1, 10 ) ), data( 1, 7, 100, 50 ) );
+  expectConsistent();
+  segment( eth1 )->designatedForwarderTepDel( 10 );
+  EXPECT_THAT( inHardware(), IsEmpty() );
+  EXPECT_EQ( sm->unprogrammedEsis() + sm->esiStatuss(), 0u );
+}
+
+TEST_F( FloodingEsiSmTest, WhatWaitsForAnInputIsNotRetried ) {
+  segmentOfEth1();
+  failNext( FallibleOperation::createEsiData, 1 );
+  start();
+  EXPECT_TRUE( sm->unprogrammedEsiHas( { eth1, 10 } ) );
+  TraceCapture trace( "KezEvpnFloodingEsiSm/5" );
+  segment( eth1 )->remoteEsiLabelIs( tep( 1 ), { 1, 100 } );
+  EXPECT_THAT( trace.take(), ElementsAre( "5 incorrect encap type1" ) );
+  EXPECT_EQ( sm->unprogrammedEsis(), 0u );
+  advance( 10 );
+  EXPECT_EQ( calls( Operation::createEsiData ), 1u );
+  segment( eth1 )->remoteEsiLabelIs( tep( 1 ), { 2, 101 } );
+  EXPECT_THAT( trace.take(), Contains( "5 programmed esi" ) );
+  // A bad type leaves what stands, a hardware id or local label that differs as well.
+  segment( eth1 )->remoteEsiLabelIs( tep( 1 ), { 1, 102 } );
+  hwIdIs( 1, 8 );
+  evpnStatus->localEsiLabelIs( eth1, { 2, 51 } );
+  EXPECT_THAT( inHardware(),
+               ElementsAre( std::pair( Port( eth1, eth1, 10 ), data( 1, 7, 101, 50 ) ) ) );
+}
+
+TEST_F( FloodingEsiSmTest, WithdrawnDataMakesRoomAtOnceAndLagPortsFollow ) {
+  hardware->capacityIs( Agent::Table::esiData, 2 );
+  lagIs( lag1, { eth1, eth2 } );
+  for ( const auto intf : { lag1, eth3 } ) {
+    segment( intf )->designatedForwarderTepIs( 10, tep( 1 ) );
+    segment( intf )->remoteEsiLabelIs( tep( 1 ), { 2, 100 } );
+    evpnStatus->localEsiLabelIs( intf, { 2, 50 } );
+  }
+  hwIdIs( 1, 7 );
+  start();
+  EXPECT_TRUE( sm->unprogrammedEsiHas( { eth3, 10 } ) );
+  TraceCapture trace( "KezEvpnFloodingEsiSm/5" );
+  lagIs( lag1, { eth2 } );
+  EXPECT_THAT( trace.take(),
+               ElementsAre( "5 stale lag member, delete",
+                            "5 schedule immediate unprogrammed review", "5 already programmed" ) );
+  scheduler->runReady();
+  EXPECT_TRUE( inHardware().contains( Port( eth3, eth3, 10 ) ) );
+  lagIs( lag1, { eth1, eth2 } );
+  EXPECT_TRUE( sm->unprogrammedEsiHas( { lag1, 10 } ) );
+  evpnStatus->ethernetSegmentStatusDel( eth3 );
+  scheduler->runReady();
+  EXPECT_EQ( inHardware().size(), 2u );
+  expectConsistent();
+}
+
+// Whatever happens, in whatever order: once it is quiet the switch has an entry for exactly the
+// ports whose inputs are all there. History shows in what is kept as it is (the entry's tunnel
+// and label are those of the last call that succeeded), and while a forwarder or its label is not
+// usable.
+TEST_F( FloodingEsiSmTest, AfterAnyEventsTheSwitchHasWhatTheInputsSay ) {
+  const std::vector< Wire::IntfId > intfs{ eth1, eth2, lag1, lag2 };
+  const std::vector< Wire::IntfId > ports{ eth1, eth2, eth3, Wire::IntfId( "Ethernet4" ) };
+  std::mt19937 random( 45 );
+  const auto any = [ & ]( const auto & from ) { return from[ random() % from.size() ]; };
+  start();
+  for ( int event = 0; event < 12000 && !HasFailure(); ++event ) {
+    const auto vlan = static_cast< uint16_t >( random() % 3 + 1 );
+    const auto intf = any( intfs );
+    const auto status = evpnStatus->ethernetSegmentStatus( intf );
+    switch ( random() % 14 ) {
+    case 0:
+    case 1:
+    case 2:
+      segment( intf )->designatedForwarderTepIs( vlan, tep( random() % 3 + 1 ) );
+      break;
+    case 3:
+    case 4:
+    case 5:
+      segment( intf )->remoteEsiLabelIs( tep( random() % 3 + 1 ),
+                                         { 2, static_cast< uint32_t >( random() % 3 + 100 ) } );
+      break;
+    case 6:
+      status ? status->designatedForwarderTepDel( vlan ) : void();
+      break;
+    case 7:
+      status ? status->remoteEsiLabelDel( tep( random() % 3 + 1 ) ) : void();
+      break;
+    case 8:
+      evpnStatus->localEsiLabelIs( intf, random() % 4 ? Evpn::EncapTypeLabel( 2, 50 )
+                                                      : Evpn::EncapTypeLabel() );
+      break;
+    case 9:
+      random() % 4 ? hwIdIs( random() % 3 + 1, random() % 5 + 1 )
+                   : mapping->tunnelIdToHwTunnelIdDel( tunnel( random() % 3 + 1 ) );
+      break;
+    case 10: {
+      std::vector< Wire::IntfId > some;
+      std::copy_if( ports.begin(), ports.end(), std::back_inserter( some ),
+                    [ & ]( Wire::IntfId ) { return random() % 2; } );
+      lagIs( random() % 2 ? lag1 : lag2, some );
+      break;
+    }
+    case 11:
+      random() % 4 ? lagInfo->lagToPortDel( lag1 ) : evpnStatus->ethernetSegmentStatusDel( intf );
+      break;
+    case 12:
+      helper->updateSupportedOnCreateEsiDataIs( random() % 2 );
+      break;
+    default:
+      failNext( FallibleOperation::createEsiData, random() % 4 );
+      scheduler->workBudgetIs( random() % 3 ? 1000 : 1 );
+      if ( random() % 10 == 0 ) {
+        sm = nullptr;
+        hardware->esiDataDelAll();
+        start();
+      }
+    }
+    if ( random() % 3 == 0 ) {
+      advance( static_cast< double >( random() % 7 ) );
+    }
+    expectConsistent();
+    if ( random() % 20 != 0 ) {
+      continue;
+    }
+    failNext( FallibleOperation::createEsiData, 0 );
+    advance( 300 );
+    EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
+    auto present = inHardware();
+    for ( const auto & [ segmentIntf, each ] : evpnStatus->ethernetSegmentStatus() ) {
+      const bool local = evpnStatus->localEsiLabel( segmentIntf ) != Evpn::EncapTypeLabel();
+      for ( const auto & [ eachVlan, forwarder ] : each->designatedForwarderTep() ) {
+        const auto label = each->remoteEsiLabel( forwarder );
+        const bool hasHwId = mapping->tunnelIdToHwTunnelIdHas( forwarder.tunnelId() );
+        for ( const auto port : portsOf( segmentIntf ) ) {
+          const auto at = present.find( Port( segmentIntf, port, eachVlan ) );
+          if ( local && hasHwId && each->remoteEsiLabelHas( forwarder ) ) {
+            ASSERT_NE( at, present.end() );
+            EXPECT_EQ( at->second.tunnelId, forwarder.tunnelId() );
+            EXPECT_EQ( at->second.dfEsiLabel, label.mplsLabel() );
+          }
+          // An entry to be written over stands while the new tunnel has no hardware id.
+          const bool kept = local && each->remoteEsiLabelHas( forwarder );
+          if ( at != present.end() && kept ) {
+            present.erase( at );
+          }
+        }
+      }
+    }
+    EXPECT_THAT( present, IsEmpty() );
+  }
+}
+
+} // namespace
