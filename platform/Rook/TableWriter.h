@@ -98,6 +98,7 @@ protected:
 private:
   [[noreturn]] void fatal( const Corruption & corruption ) const;
   void takeOver();
+  void forget();
   void makeIndex( uint32_t level, uint32_t half );
   void grow();
 
