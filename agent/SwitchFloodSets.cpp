@@ -53,6 +53,11 @@ void SwitchFloodSets::handleFecRequest( FecId fecId ) {
   }
   FecWork work{ fecId, {}, fecRequest()->hwFecIdRequest( fecId ).hwTunnelId, false };
   if ( requested ) {
+    // A withdrawal that has not come about need not.
+    std::erase_if( work_, [ & ]( const Work & each ) {
+      const auto * fec = std::get_if< FecWork >( &each.what );
+      return fec && fec->fecId == fecId && !fec->answer;
+    } );
     work.answer.emplace( hwFecIdOf( fecId ), fecRequest()->fec( fecId ).via.front().intfId );
   }
   accept( work );
@@ -111,8 +116,7 @@ size_t SwitchFloodSets::nextWork( size_t due ) {
 void SwitchFloodSets::doWork( const FecWork & work ) {
   const auto fecId = work.fecId;
   auto & hardware = *simulatedSwitch_;
-  const bool requested = fecRequest()->hwFecIdRequestHas( fecId );
-  if ( work.answer ? work.retry && !requested : requested ) {
+  if ( work.retry && !fecRequest()->hwFecIdRequestHas( fecId ) ) {
     return;
   }
   const bool there = hardware.fecHas( fecId );

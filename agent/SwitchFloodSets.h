@@ -2,11 +2,12 @@
 // configurations of flood-set destinations, and answers.
 //
 // An answer comes within the write that it answers, or `answerDelay` later. A FEC is answered as it
-// was requested, so that a delayed answer may come for one that has been given up meanwhile;
-// whether one is withdrawn, and what is configured, is looked at when its turn comes. What is due
-// at one time is taken in order, or, with a `shuffleSeed`, in a random one, but for what concerns
-// the same FEC. What could not be programmed is tried again after `retryInterval`, a destination
-// with the status notProgrammed meanwhile. Deleting a FEC that a destination uses is a wrong call.
+// was requested, so that a delayed answer may come for one that has been given up meanwhile; one
+// that is requested anew is not withdrawn in between. What is configured is looked at when its turn
+// comes. What is due at one time is taken in order, or, with a `shuffleSeed`, in a random one, but
+// for what concerns the same FEC. What could not be programmed is tried again after
+// `retryInterval`, a destination with the status notProgrammed meanwhile. Deleting a FEC that a
+// destination uses is a wrong call.
 #pragma once
 
 #include "Loom/TimerWheel.h"

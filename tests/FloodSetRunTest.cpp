@@ -354,6 +354,6 @@ TEST_P( FloodSetRunTest, AfterAnyEventEverythingIsWhatTheInputsSay ) {
   EXPECT_EQ( fecSm->fecIdCaches(), 0u );
 }
 
-INSTANTIATE_TEST_SUITE_P( Seeds, FloodSetRunTest, testing::Range( 1u, 25u ) );
+INSTANTIATE_TEST_SUITE_P( Seeds, FloodSetRunTest, testing::Range( 1u, 31u ) );
 
 } // namespace
