@@ -2,13 +2,17 @@
 
 #include "KezEvpn/KezEvpnEsiFilteringDecapSm.h"
 #include "KezEvpn/KezEvpnFloodFilterSm.h"
+#include "KezEvpn/KezEvpnFloodSetFecSm.h"
 #include "KezEvpn/KezEvpnFloodingDot1qSm.h"
 #include "KezEvpn/KezEvpnFloodingEsiSm.h"
 #include "KezEvpn/KezEvpnHwTunnelIdSm.h"
 #include "KezEvpn/KezEvpnLagSm.h"
 #include "KezEvpn/KezEvpnRemoteInfoFinderSm.h"
+#include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
+#include "KezEvpn/KezEvpnVlanFloodSetSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
 #include "agent/SwitchEsiFilteringDecapHelper.h"
+#include "agent/SwitchFloodSets.h"
 #include "agent/SwitchFloodingHelper.h"
 #include "agent/SwitchHwTunnelIdHelper.h"
 
@@ -46,6 +50,15 @@ Wiring wire() {
   const auto lfibHwStatus = roots.rootIs( Role::output, "lfibHwStatus",
                                           Vex::makePtr< Mpls::LfibHwStatus >( "lfibHwStatus" ) );
 
+  const auto mplsFloodSetOutput =
+      roots.rootIs( Role::output, "mplsFloodSetOutput", Vex::makePtr< L2Rib::FloodSetOutput >() );
+  const auto mplsFloodSetFecRequest =
+      roots.rootIs( Role::output, "mplsFloodSetFecRequest", Kez::fecIdToHwFecIdRequestFactory() );
+  const auto hwInfoMapping =
+      roots.rootIs( Role::output, "hwInfoMapping", Kez::hwInfoMappingFactory() );
+  const auto vlanFloodSetHwConfig =
+      roots.rootIs( Role::output, "vlanFloodSetHwConfig", Kez::evpnVlanFloodSetHwConfigFactory() );
+
   const auto hardware = roots.rootIs( Role::hardware, "switch", Vex::makePtr< SimulatedSwitch >() );
   const auto floodingHelper =
       roots.rootIs( Role::hardware, "floodingHelper",
@@ -60,13 +73,22 @@ Wiring wire() {
   const auto scheduler =
       roots.rootIs( Role::runtime, "scheduler", Vex::makePtr< Loom::TaskScheduler >() );
 
+  const auto mplsFloodSetFecResponse = roots.rootIs( Role::hardware, "mplsFloodSetFecResponse",
+                                                     Kez::fecIdToHwFecIdResponseFactory() );
+  const auto vlanFloodSetHwStatus = roots.rootIs( Role::hardware, "vlanFloodSetHwStatus",
+                                                  Kez::evpnVlanFloodSetHwStatusFactory() );
+  roots.rootIs( Role::hardware, "switchFloodSets",
+                Vex::makePtr< SwitchFloodSets >( hardware, scheduler->timerWheel(),
+                                                 mplsFloodSetFecRequest, mplsFloodSetFecResponse,
+                                                 vlanFloodSetHwConfig, vlanFloodSetHwStatus ) );
+
   roots.rootIs( Role::machine, "evpnLagSm",
                 Kez::evpnLagSmFactory( acsd, lagConfigDir, evpnLagMemberInfo ) );
   roots.rootIs( Role::machine, "kezEvpnVlanMembershipSm",
                 Kez::kezEvpnVlanMembershipSmFactory( bridgingConfig, vlanStatusDir, evpnStatus,
                                                      evpnVlanStatus ) );
   roots.rootIs( Role::machine, "evpnRemoteInfoFinderSm",
-                Kez::evpnRemoteInfoFinderSmFactory( floodSetOutput, evpnRemoteInfo ) );
+                Kez::evpnRemoteInfoFinderSmFactory( mplsFloodSetOutput, evpnRemoteInfo ) );
   roots
       .rootIs( Role::machine, "evpnFloodingDot1qSm",
                Kez::evpnFloodingDot1qSmFactory( floodingHelper, scheduler, evpnLagMemberInfo,
@@ -86,6 +108,24 @@ Wiring wire() {
       .rootIs( Role::machine, "evpnFloodingEsiSm",
                Kez::evpnFloodingEsiSmFactory( floodingHelper, scheduler, evpnLagMemberInfo,
                                               evpnStatus, tunnelIdHwTunnelId ) )
+      ->handleInitialized();
+  const auto floodSetFecSm = roots.rootIs(
+      Role::machine, "evpnFloodSetFecSm",
+      Kez::evpnFloodSetFecSmFactory( mplsFloodSetOutput, tunnelIdHwTunnelId, vlanFloodSetHwStatus,
+                                     mplsFloodSetFecRequest, mplsFloodSetFecResponse, hwInfoMapping,
+                                     scheduler->timerWheel() ) );
+  roots
+      .rootIs( Role::machine, "evpnVlanFloodSetSm",
+               Kez::evpnVlanFloodSetSmFactory( mplsFloodSetOutput, tunnelIdHwTunnelId,
+                                               hwInfoMapping, vlanFloodSetHwConfig,
+                                               vlanFloodSetHwStatus ) )
+      ->handleInitialized();
+  // What an earlier machine's FECs are used for is withdrawn before they are.
+  floodSetFecSm->handleInitialized();
+  roots
+      .rootIs( Role::machine, "vlanFloodSetFilterSm",
+               Kez::vlanFloodSetFilterSmFactory( L2Rib::destTypeMpls_, floodSetOutput,
+                                                 mplsFloodSetOutput ) )
       ->handleInitialized();
   roots.rootIs( Role::machine, "esiFilteringDecapSm",
                 Kez::esiFilteringDecapSmFactory( esiFilteringDecapHelper, lfibStatus, scheduler,

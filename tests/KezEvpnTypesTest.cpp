@@ -1,4 +1,5 @@
-#include "KezEvpn/KezEvpn.h"
+#include "KezEvpn/FecRequests.h"
+#include "KezEvpn/FloodSets.h"
 #include "KezHelper/KezBaseHelper.h"
 
 #include <gtest/gtest.h>
@@ -63,6 +64,37 @@ TEST( KezEvpnTypes, printAndParseTheirTextForms ) {
               { { "key", "5" }, { "hwTunnelId", "1:7" } } );
   EXPECT_EQ( record.rookString(), "[5] 1:7" );
   EXPECT_FALSE( TunnelIdToHwTunnelId().hwTunnelId.valid() );
+}
+
+TEST( KezEvpnTypes, flowThroughTextOnTheWayToHardware ) {
+  const L2Rib::Dest dest = L2Rib::Dest::ofMpls( { "Ethernet1", 100, 5 } );
+  expectText( VlanMacDest( 10, 0xa, dest ),
+              "Value('Kez::VlanMacDest', ** {'vlanId': %s, 'macAddr': %s, 'dest': %s})",
+              { { "vlanId", "10" },
+                { "macAddr", "00:00:00:00:00:0a" },
+                { "dest", "mpls(Ethernet1,100,5)" } } );
+  expectText( MplsFloodSetVia( 5, 100, 4094u ),
+              "Value('Kez::MplsFloodSetVia', ** {'tunnelId': %s, 'label': %s, 'vlanId': %s})",
+              { { "tunnelId", "5" }, { "label", "100" }, { "vlanId", "4094" } } );
+  expectText(
+      MplsDestHwInfo( UINT64_MAX, "Vlan10" ),
+      "Value('Kez::MplsDestHwInfo', ** {'hwIdForTunnelProgramming': %s, 'l2IntfId': %s})",
+      { { "hwIdForTunnelProgramming", "18446744073709551615" }, { "l2IntfId", "Vlan10" } } );
+  const char * const config = "Value('Kez::MplsDestConfig', ** {'tunnelId': %s, 'label': %s, "
+                              "'hwTunnelId': %s, 'hwIdForTunnelProgramming': %s, 'l2IntfId': %s})";
+  expectText( MplsDestConfig(), config,
+              { { "tunnelId", "0" },
+                { "label", "1048576" },
+                { "hwTunnelId", "0:0" },
+                { "hwIdForTunnelProgramming", "0" },
+                { "l2IntfId", "" } } );
+  expectText( Rook::Fib::Fec( 7, { { "Ethernet1", 100 }, { "", 101 } } ),
+              "Value('Rook::Fib::Fec', ** {'fecId': %s, 'via': %s})",
+              { { "fecId", "7" }, { "via", "[(Ethernet1,100),(,101)]" } } );
+  EXPECT_EQ( Vex::parse< Rook::Fib::FecVias >( "[]" ), Rook::Fib::FecVias() );
+  EXPECT_LT( MplsFloodSetVia( 5, 100, 10u ), MplsFloodSetVia( 5, 101, 0u ) );
+  EXPECT_NE( MplsFloodSetVia( 5, 100, 10u ), MplsFloodSetVia( 5, 100, 0u ) );
+  EXPECT_THROW( mplsFloodSetVia( uint64_t( 14 ) << 44, 100, 4095 ), Vex::RangeError );
 }
 
 TEST( KezEvpnTypes, orderFieldByFieldAndTunnelIdsUnsigned ) {

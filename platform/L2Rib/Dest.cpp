@@ -31,7 +31,13 @@ void parseText( Vex::TextCursor & in, Dest & dest ) {
     return value;
   };
   if ( in.skip( "mpls(" ) ) {
-    dest = Dest::ofMpls( data( DestDataMpls() ) );
+    const char * const begin = in.at();
+    const auto mpls = data( DestDataMpls() );
+    if ( mpls.tunnelId().value() >> Wire::IntfId::numberBits ) {
+      in.atIs( begin );
+      in.fail( "a tunnel id of at most 56 bits, which an interface can stand for" );
+    }
+    dest = Dest::ofMpls( mpls );
   } else if ( in.skip( "intf(" ) ) {
     dest = Dest::ofIntf( data( Wire::IntfId() ) );
   } else if ( in.skip( "vxlan(" ) ) {

@@ -1,0 +1,281 @@
+// The whole road of flood-set destinations, filter, counting, hardware tunnel ids, FECs and
+// destination programming, with hardware that answers at once, against one fused loop that makes
+// the same outputs and indexes in std::unordered_maps. Times are per destination.
+#include "Ratio.h"
+
+#include "KezEvpn/KezEvpnFloodSetFecSm.h"
+#include "KezEvpn/KezEvpnHwTunnelIdSm.h"
+#include "KezEvpn/KezEvpnRemoteInfoFinderSm.h"
+#include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
+#include "KezEvpn/KezEvpnVlanFloodSetSm.h"
+
+#include <malloc.h>
+
+#include <memory>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace {
+
+using Bridging::MacVlanPair;
+using Kez::HwProgrammingStatus;
+using Kez::MplsDestConfig;
+using Kez::MplsFloodSetVia;
+using Kez::VlanMacDest;
+using L2Rib::Dest;
+using Tunnel::TunnelTable::TunnelId;
+
+constexpr uint32_t tunnels = 512;
+constexpr uint32_t destsOfAVlan = 256;
+constexpr uint32_t label = 100;
+constexpr uint64_t mac = 0xffffffffffff;
+
+class PlainHelper : public KezHelper::EvpnHwTunnelIdSmHelper {
+public:
+  using EvpnHwTunnelIdSmHelper::EvpnHwTunnelIdSmHelper;
+  Kez::HwTunnelId getHwTunnelId( Kez::HwTunnelIdType type ) override { return { type, ++number_ }; }
+
+private:
+  uint32_t number_ = 0;
+};
+
+// Answers every request and takes every configuration, within the write.
+class Hardware : public Vex::Entity, public Vex::ReactorOwner {
+public:
+  class VexRequest : public Vex::ReactorOf< Hardware, Kez::FecIdToHwFecIdRequest > {
+  public:
+    using ReactorOf::ReactorOf;
+
+  private:
+    void onAttribute( Vex::AttrId id, const void * key ) override {
+      if ( id == Kez::FecIdToHwFecIdRequest::hwFecIdRequestAttr ) {
+        const auto fecId = Kez::FecIdToHwFecIdRequest::fecAttr.key( key );
+        sm()->response->hwFecIdResponseIs( fecId, { fecId.value(), "Vlan1" } );
+      }
+    }
+  };
+  class VexConfig : public Vex::MemberReactor< Hardware, Kez::VlanFloodSetConfig > {
+  public:
+    using MemberReactor::MemberReactor;
+
+  private:
+    void onAttribute( Vex::AttrId, const void * key ) override {
+      const auto & config = Kez::VlanFloodSetConfig::mplsDestConfigAttr.key( key );
+      const auto status = sm()->status->statusIs( fwkKey() );
+      if ( notifier()->mplsDestConfigHas( config ) ) {
+        status->mplsDestStatusIs( config, HwProgrammingStatus::programmed );
+      } else {
+        status->mplsDestStatusDel( config );
+      }
+    }
+  };
+
+  VEX_ENTITY( Hardware, "Bench::Hardware" )
+  VEX_REACTORS( 1, floodSetConfig, VexConfig )
+  VEX_ATTRIBUTES( floodSetConfig )
+
+  Hardware( const Vex::Ptr< Kez::FecIdToHwFecIdRequest > & request,
+            const Vex::Ptr< Kez::EvpnVlanFloodSetHwConfig > & config ) {
+    request_.notifierIs( request );
+    config_.notifierIs( config );
+  }
+
+  Vex::Ptr< Kez::FecIdToHwFecIdResponse > response = Kez::fecIdToHwFecIdResponseFactory();
+  Vex::Ptr< Kez::EvpnVlanFloodSetHwStatus > status = Kez::evpnVlanFloodSetHwStatusFactory();
+
+private:
+  VexRequest request_{ *this };
+  Vex::MirrorReactor< Kez::EvpnVlanFloodSetHwConfig::configEntities, floodSetConfigReactors >
+      config_{ *this };
+};
+
+size_t heapInUse() {
+  const auto heap = mallinfo2();
+  return heap.uordblks + heap.hblkhd;
+}
+
+// Every machine on the same input, and what each added to the heap when it started.
+struct Machines {
+  static constexpr const char * names[] = { "filter", "counts", "tunnelIds", "fecs", "dests" };
+
+  explicit Machines( const Vex::Ptr< L2Rib::FloodSetOutput > & input ) {
+    size_t before = heapInUse();
+    const auto started = [ & ]( size_t machine ) {
+      const size_t now = heapInUse();
+      bytes[ machine ] = double( now ) - double( before );
+      before = now;
+    };
+    filter = Kez::vlanFloodSetFilterSmFactory( L2Rib::destTypeMpls_, input, mplsOnly );
+    filter->handleInitialized();
+    started( 0 );
+    counts = Kez::evpnRemoteInfoFinderSmFactory( mplsOnly, remoteInfo );
+    started( 1 );
+    tunnelIds = Kez::evpnHwTunnelIdSmFactory(
+        Vex::makePtr< PlainHelper >( "helper" ), Vex::makePtr< Loom::TaskScheduler >(),
+        Vex::makePtr< Kez::KezCommonSmData >(), Vex::makePtr< Evpn::EvpnStatus >(), remoteInfo,
+        mapping );
+    tunnelIds->handleInitialized();
+    started( 2 );
+    fecs = Kez::evpnFloodSetFecSmFactory( mplsOnly, mapping, hardware->status, request,
+                                          hardware->response, hwInfo,
+                                          Vex::makePtr< Loom::TimerWheel >() );
+    fecs->handleInitialized();
+    started( 3 );
+    dests = Kez::evpnVlanFloodSetSmFactory( mplsOnly, mapping, hwInfo, config, hardware->status );
+    dests->handleInitialized();
+    started( 4 );
+  }
+
+  double bytes[ 5 ];
+  Vex::Ptr< L2Rib::FloodSetOutput > mplsOnly = Vex::makePtr< L2Rib::FloodSetOutput >();
+  Vex::Ptr< Kez::EvpnRemoteInfo > remoteInfo = Kez::evpnRemoteInfoFactory();
+  Vex::Ptr< Kez::TunnelIdToHwTunnelIdMapping > mapping =
+      Kez::tunnelIdToHwTunnelIdMappingFactory( "mapping" );
+  Vex::Ptr< Kez::HwInfoMapping > hwInfo = Kez::hwInfoMappingFactory();
+  Vex::Ptr< Kez::EvpnVlanFloodSetHwConfig > config = Kez::evpnVlanFloodSetHwConfigFactory();
+  Vex::Ptr< Kez::FecIdToHwFecIdRequest > request = Kez::fecIdToHwFecIdRequestFactory();
+  Vex::Ptr< Hardware > hardware = Vex::makePtr< Hardware >( request, config );
+  Vex::Ptr< Kez::VlanFloodSetFilterSm > filter;
+  Vex::Ptr< Kez::EvpnRemoteInfoFinderSm > counts;
+  Vex::Ptr< Kez::EvpnHwTunnelIdSm > tunnelIds;
+  Vex::Ptr< Kez::EvpnFloodSetFecSm > fecs;
+  Vex::Ptr< Kez::EvpnVlanFloodSetSm > dests;
+};
+
+struct Hash {
+  size_t operator()( const auto & value ) const { return Vex::foldHash( 0, value ); }
+};
+template< class Key, class Value > using Map = std::unordered_map< Key, Value, Hash >;
+template< class Key > using Set = std::unordered_set< Key, Hash >;
+
+// The same outputs and indexes.
+struct Fused {
+  explicit Fused( const Map< uint16_t, Map< uint64_t, Set< Dest > > > & input ) {
+    for ( const auto & [ vlan, floodSets ] : input ) {
+      for ( const auto & [ macAddr, dests ] : floodSets ) {
+        const MacVlanPair pair( macAddr, vlan );
+        auto & out = mplsOnly[ vlan ][ macAddr ];
+        auto & configs = config[ pair ];
+        auto & statuses = status[ pair ];
+        for ( const auto & dest : dests ) {
+          if ( dest.destType() == L2Rib::destTypeMpls_ ) {
+            out.insert( dest );
+            add( { vlan, macAddr, dest }, pair, configs, statuses );
+          }
+        }
+      }
+    }
+  }
+  void add( const VlanMacDest & dest, const MacVlanPair & pair, Set< MplsDestConfig > & configs,
+            Map< MplsDestConfig, HwProgrammingStatus > & statuses ) {
+    const auto via = Kez::mplsFloodSetVia( dest );
+    if ( ++counts[ via.tunnelId ] == 1 ) {
+      hwTunnelIds[ via.tunnelId ] = { Kez::hwTunnelIdTypeDefault, uint32_t( counts.size() ) };
+    }
+    const auto hwTunnelId = hwTunnelIds[ via.tunnelId ];
+    pathEntries[ via ].insert( dest );
+    const auto [ fec, added ] = fecIds.try_emplace( via, 0x0B00000000000000 + fecIds.size() );
+    if ( added ) {
+      const auto fecId = fec->second;
+      paths[ fecId ] = via;
+      tunnelPaths[ via.tunnelId ].insert( via );
+      fecs[ fecId ] = { fecId,
+                        { { Wire::DynamicTunnelIntfId::intfId( via.tunnelId ), via.label } } };
+      requests[ fecId ] = { fecId, hwTunnelId };
+      responses[ fecId ] = { fecId.value(), vlan1 };
+      hwInfo[ via ] = { fecId.value(), vlan1 };
+    }
+    tunnelDests[ via.tunnelId ].insert( dest );
+    pathDests[ via ].insert( dest );
+    const auto & info = hwInfo[ via ];
+    const MplsDestConfig one( via.tunnelId, via.label, hwTunnelId, info.hwIdForTunnelProgramming,
+                              info.l2IntfId );
+    records[ dest ] = one;
+    configs.insert( one );
+    statuses[ one ] = HwProgrammingStatus::programmed;
+    programmed.insert( { pair, one } );
+    pathStatuses[ via ].insert( pair );
+  }
+
+  const Wire::IntfId vlan1{ "Vlan1" };
+  Map< uint16_t, Map< uint64_t, Set< Dest > > > mplsOnly;
+  Map< TunnelId, uint32_t > counts;
+  Map< TunnelId, Kez::HwTunnelId > hwTunnelIds;
+  Map< MplsFloodSetVia, Set< VlanMacDest > > pathEntries;
+  Map< MplsFloodSetVia, Rook::Fib::FecId > fecIds;
+  Map< Rook::Fib::FecId, MplsFloodSetVia > paths;
+  Map< TunnelId, Set< MplsFloodSetVia > > tunnelPaths;
+  Map< Rook::Fib::FecId, Rook::Fib::Fec > fecs;
+  Map< Rook::Fib::FecId, Kez::HwFecIdRequest > requests;
+  Map< Rook::Fib::FecId, Kez::HwFecIdResponse > responses;
+  Map< MplsFloodSetVia, Kez::MplsDestHwInfo > hwInfo;
+  Map< TunnelId, Set< VlanMacDest > > tunnelDests;
+  Map< MplsFloodSetVia, Set< VlanMacDest > > pathDests;
+  Map< VlanMacDest, MplsDestConfig > records;
+  Map< MacVlanPair, Set< MplsDestConfig > > config;
+  Map< MacVlanPair, Map< MplsDestConfig, HwProgrammingStatus > > status;
+  Set< Kez::FloodSetMplsDestConfig > programmed;
+  Map< MplsFloodSetVia, Set< MacVlanPair > > pathStatuses;
+};
+
+template< class Add > void forEachDest( uint32_t count, Add && add ) {
+  for ( uint32_t i = 0; i < count; ++i ) {
+    const auto vlan = static_cast< uint16_t >( i / destsOfAVlan + 1 );
+    const uint64_t tunnel = ( i + vlan * 37u ) % tunnels + 1;
+    add( vlan, Dest::ofMpls( { {}, label, tunnel } ) );
+  }
+}
+
+Vex::Ptr< L2Rib::FloodSetOutput > inputOf( uint32_t count ) {
+  const auto input = Vex::makePtr< L2Rib::FloodSetOutput >();
+  forEachDest( count, [ & ]( uint16_t vlan, const Dest & dest ) {
+    input->vlanFloodSetIs( vlan )->floodSetIs( mac )->destSetIs( dest );
+  } );
+  return input;
+}
+
+void destsToHardware( benchmark::State & state ) {
+  const auto count = static_cast< uint32_t >( state.range( 0 ) );
+  const auto input = inputOf( count );
+  Map< uint16_t, Map< uint64_t, Set< Dest > > > plainInput;
+  forEachDest( count, [ & ]( uint16_t vlan, const Dest & dest ) {
+    plainInput[ vlan ][ mac ].insert( dest );
+  } );
+  Bench::compare(
+      state, count, [ & ] { return std::make_unique< Machines >( input ); },
+      [ & ] { return std::make_unique< Fused >( plainInput ); } );
+  const auto machines = std::make_unique< Machines >( input );
+  for ( size_t i = 0; i < std::size( Machines::names ); ++i ) {
+    state.counters[ std::string( Machines::names[ i ] ) + "_bytes" ] = machines->bytes[ i ] / count;
+  }
+}
+BENCHMARK( destsToHardware )
+    ->Arg( 10'240 )
+    ->Arg( 102'400 )
+    ->Arg( 1'024'000 )
+    ->UseManualTime()
+    ->Unit( benchmark::kMillisecond );
+
+// One tunnel's new hardware id, per destination of that tunnel: at every size the same.
+void newHwTunnelId( benchmark::State & state ) {
+  const auto count = static_cast< uint32_t >( state.range( 0 ) );
+  Machines machines( inputOf( count ) );
+  uint32_t number = 0;
+  for ( auto _ : state ) {
+    state.SetIterationTime( Bench::seconds( [ & ] {
+      machines.mapping->tunnelIdToHwTunnelIdIs( { 1, { Kez::hwTunnelIdTypeDefault, ++number } } );
+    } ) );
+  }
+  const auto dests = machines.dests->tunnelToFloodSetEntry( 1 )->vlanMacDestSets();
+  state.counters[ "dests" ] = double( dests );
+  state.counters[ "a_dest" ] =
+      benchmark::Counter( double( dests ), benchmark::Counter::kIsIterationInvariantRate |
+                                               benchmark::Counter::kInvert );
+}
+BENCHMARK( newHwTunnelId )
+    ->Arg( 102'400 )
+    ->Arg( 1'024'000 )
+    ->UseManualTime()
+    ->Unit( benchmark::kMicrosecond );
+
+} // namespace
