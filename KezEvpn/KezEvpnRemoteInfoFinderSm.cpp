@@ -61,10 +61,8 @@ void EvpnRemoteInfoFinderSm::processMplsDest( Bridging::VlanId vlanId, const Wir
     TRACE( 1, "  Invalid tunnelId not supported ", tunnelId );
     return;
   }
-  const auto vlanFloodSet = floodSetOutput()->vlanFloodSet( vlanId );
-  const auto floodSet = vlanFloodSet ? vlanFloodSet->floodSet( mac ) : nullptr;
   uint32_t count = 0;
-  if ( floodSet && floodSet->destSetHas( dest ) ) {
+  if ( hasDest( *floodSetOutput(), vlanId, mac, dest ) ) {
     count = remoteInfo()->remoteTunnelIdInc( tunnelId, 1 );
     TRACE( 5, " Incrementing remoteTunnelId reference to ", count );
   } else {

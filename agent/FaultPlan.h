@@ -9,7 +9,8 @@ namespace Agent {
 
 // The operations that can fail; deletions cannot.
 VEX_ENUM( FallibleOperation, "Agent::FallibleOperation", createVlan, createNonDfPort,
-          createVlanToDot1qMapping, createEsiData, createEsiPortMap )
+          createVlanToDot1qMapping, createEsiData, createEsiPortMap, getHwTunnelId, createFec,
+          createFloodSetDest )
 
 // How a call fails. An operation that lacks a failure answers `notProgrammed` in its place.
 VEX_ENUM( Failure, "Agent::Failure", notProgrammed, invalidHwId, tableFull )

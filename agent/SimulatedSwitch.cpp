@@ -17,6 +17,20 @@ static_assert( std::equal( fallible.begin(), fallible.end(), vexNames( Operation
 
 } // namespace
 
+Kez::HwTunnelId HwTunnelIdPool::take() {
+  // Without a released one those in use are 1 to their number.
+  const auto id = releaseds() > 0 ? releasedDeq()
+                                  : Kez::HwTunnelId( hwTunnelIdType(),
+                                                     static_cast< uint32_t >( inUses() + 1 ) );
+  inUseIs( id );
+  return id;
+}
+
+void HwTunnelIdPool::giveBack( Kez::HwTunnelId hwTunnelId ) {
+  inUseDel( hwTunnelId );
+  releasedEnq( hwTunnelId );
+}
+
 bool SimulatedSwitch::refuses( Operation operation, const Vex::String & arguments,
                                const Vex::String & what ) {
   refusalCountInc( operation );
@@ -43,6 +57,10 @@ std::optional< Failure > SimulatedSwitch::failureOf( FallibleOperation operation
 }
 
 size_t SimulatedSwitch::entries( Table table ) const {
+  const auto inUse = [ this ]( Kez::HwTunnelIdType type ) {
+    const auto pool = hwTunnelIdPool( type );
+    return pool ? pool->inUses() : 0;
+  };
   switch ( table ) {
   case Table::vlan:
     return vlans();
@@ -54,6 +72,14 @@ size_t SimulatedSwitch::entries( Table table ) const {
     return esiDatas();
   case Table::esiPortMap:
     return esiPortMaps();
+  case Table::hwTunnelIdTypeDefault:
+    return inUse( Kez::hwTunnelIdTypeDefault );
+  case Table::hwTunnelIdTypeSharedEsi:
+    return inUse( Kez::hwTunnelIdTypeSharedEsi );
+  case Table::fec:
+    return fecs();
+  case Table::floodSetDest:
+    return floodSetDests();
   }
   VEX_ASSERT( 0 );
 }

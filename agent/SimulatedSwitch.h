@@ -12,7 +12,8 @@
 // What paths write, tables included, is no call.
 #pragma once
 
-#include "KezEvpn/KezEvpn.h"
+#include "KezEvpn/FecRequests.h"
+#include "KezEvpn/FloodSets.h"
 #include "Wire/MplsLabel.h"
 #include "agent/FaultPlan.h"
 
@@ -20,10 +21,13 @@ namespace Agent {
 
 // The fallible operations, numbered as there, and after them those that cannot fail.
 VEX_ENUM( Operation, "Agent::Operation", createVlan, createNonDfPort, createVlanToDot1qMapping,
-          createEsiData, createEsiPortMap, deleteVlan, deleteNonDfPort, deleteVlanToDot1qMapping,
-          deleteEsiData, deleteEsiPortMap )
+          createEsiData, createEsiPortMap, getHwTunnelId, createFec, createFloodSetDest, deleteVlan,
+          deleteNonDfPort, deleteVlanToDot1qMapping, deleteEsiData, deleteEsiPortMap,
+          releaseHwTunnelId, deleteFec, deleteFloodSetDest )
 
-VEX_ENUM( Table, "Agent::Table", vlan, dot1qMapping, nonDfPort, esiData, esiPortMap )
+// The pools of hardware tunnel ids are the last, in the order of their types.
+VEX_ENUM( Table, "Agent::Table", vlan, dot1qMapping, nonDfPort, esiData, esiPortMap, fec,
+          floodSetDest, hwTunnelIdTypeDefault, hwTunnelIdTypeSharedEsi )
 
 // A wrong call is carried out as far as it can be, left undone, or ends the process.
 VEX_ENUM( Strictness, "Agent::Strictness", count, refuse, fatal )
@@ -45,6 +49,20 @@ struct EsiData {
   VEX_VALUE( EsiData, "Agent::EsiData", tunnelId, hwTunnelId, dfEsiLabel, localEsiLabel )
 };
 
+// The hardware tunnel ids of one type: 1, 2, and so on. The one that was given back first is the
+// first to be given out again, before a fresh one.
+class HwTunnelIdPool : public Vex::Entity {
+  VEX_ENTITY( HwTunnelIdPool, "Agent::HwTunnelIdPool" )
+  VEX_KEY( HwTunnelIdPool, hwTunnelIdType, Kez::HwTunnelIdType )
+  VEX_SET( 1, inUse, Kez::HwTunnelId )
+  VEX_QUEUE( 2, released, Kez::HwTunnelId )
+  VEX_ATTRIBUTES( inUse, released )
+
+public:
+  Kez::HwTunnelId take();
+  void giveBack( Kez::HwTunnelId hwTunnelId );
+};
+
 // What is wrong with a call, and what it answers when it is refused for that.
 struct WrongCall {
   Vex::String what;
@@ -58,6 +76,10 @@ class SimulatedSwitch : public Vex::Entity {
   VEX_SET( 3, nonDfPort, PortVlanKey )
   VEX_MAP( 4, esiData, PortVlanKey, EsiData )
   VEX_MAP( 5, esiPortMap, Wire::IntfId, Wire::MplsLabel ) // to the label that is not flooded to it
+  VEX_ENTITIES( 6, hwTunnelIdPool, HwTunnelIdPool )
+  VEX_MAP( 7, fec, Rook::Fib::FecId, Kez::HwTunnelId )
+  VEX_SET( 8, floodSetDest, Kez::FloodSetMplsDestConfig )
+  VEX_COUNTER( 9, hwFecIdUse, uint64_t ) // how many of them use a FEC, by its hardware id
 
   VEX_MAP( 40, capacity, Table, uint32_t ) // entries; a table that is not named has room for all
   VEX_ENTITIES( 41, fault, FaultPlan )
@@ -69,8 +91,9 @@ class SimulatedSwitch : public Vex::Entity {
   VEX_COUNTER( 53, fullCount, FallibleOperation )
   VEX_COUNTER( 54, refusalCount, Operation )
   VEX_ATTRIBUTE( 55, lastRefusal, Vex::String )
-  VEX_ATTRIBUTES( vlan, dot1qMapping, nonDfPort, esiData, esiPortMap, capacity, fault, strictness,
-                  callCount, successCount, faultCount, fullCount, refusalCount, lastRefusal )
+  VEX_ATTRIBUTES( vlan, dot1qMapping, nonDfPort, esiData, esiPortMap, hwTunnelIdPool, fec,
+                  floodSetDest, hwFecIdUse, capacity, fault, strictness, callCount, successCount,
+                  faultCount, fullCount, refusalCount, lastRefusal )
 
 public:
   // Whether one more entry fits.

@@ -3,11 +3,14 @@
 #include "KezEvpn/KezEvpnEsiFilteringDecapSm.h"
 #include "KezEvpn/KezEvpnFloodFilterSm.h"
 #include "KezEvpn/KezEvpnFloodingDot1qSm.h"
+#include "KezEvpn/KezEvpnFloodingEsiSm.h"
+#include "KezEvpn/KezEvpnHwTunnelIdSm.h"
 #include "KezEvpn/KezEvpnLagSm.h"
 #include "KezEvpn/KezEvpnRemoteInfoFinderSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
 #include "agent/SwitchEsiFilteringDecapHelper.h"
 #include "agent/SwitchFloodingHelper.h"
+#include "agent/SwitchHwTunnelIdHelper.h"
 
 namespace Agent {
 
@@ -37,6 +40,9 @@ Wiring wire() {
       roots.rootIs( Role::output, "evpnVlanStatus", Kez::evpnVlanStatusFactory() );
   const auto evpnRemoteInfo =
       roots.rootIs( Role::output, "evpnRemoteInfo", Kez::evpnRemoteInfoFactory() );
+  const auto tunnelIdHwTunnelId =
+      roots.rootIs( Role::output, "tunnelIdHwTunnelId",
+                    Kez::tunnelIdToHwTunnelIdMappingFactory( "tunnelIdHwTunnelId" ) );
   const auto lfibHwStatus = roots.rootIs( Role::output, "lfibHwStatus",
                                           Vex::makePtr< Mpls::LfibHwStatus >( "lfibHwStatus" ) );
 
@@ -44,6 +50,9 @@ Wiring wire() {
   const auto floodingHelper =
       roots.rootIs( Role::hardware, "floodingHelper",
                     Vex::makePtr< SwitchFloodingHelper >( "floodingHelper", hardware ) );
+  const auto hwTunnelIdHelper =
+      roots.rootIs( Role::hardware, "hwTunnelIdHelper",
+                    Vex::makePtr< SwitchHwTunnelIdHelper >( "hwTunnelIdHelper", hardware ) );
   const auto esiFilteringDecapHelper = roots.rootIs(
       Role::hardware, "esiFilteringDecapHelper",
       Vex::makePtr< SwitchEsiFilteringDecapHelper >( "esiFilteringDecapHelper", hardware ) );
@@ -67,6 +76,16 @@ Wiring wire() {
       .rootIs( Role::machine, "kezEvpnFloodFilterSm",
                Kez::kezEvpnFloodFilterSmFactory( floodingHelper, scheduler, evpnLagMemberInfo,
                                                  evpnStatus ) )
+      ->handleInitialized();
+  roots
+      .rootIs( Role::machine, "evpnHwTunnelIdSm",
+               Kez::evpnHwTunnelIdSmFactory( hwTunnelIdHelper, scheduler, acsd, evpnStatus,
+                                             evpnRemoteInfo, tunnelIdHwTunnelId ) )
+      ->handleInitialized();
+  roots
+      .rootIs( Role::machine, "evpnFloodingEsiSm",
+               Kez::evpnFloodingEsiSmFactory( floodingHelper, scheduler, evpnLagMemberInfo,
+                                              evpnStatus, tunnelIdHwTunnelId ) )
       ->handleInitialized();
   roots.rootIs( Role::machine, "esiFilteringDecapSm",
                 Kez::esiFilteringDecapSmFactory( esiFilteringDecapHelper, lfibStatus, scheduler,

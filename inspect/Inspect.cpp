@@ -3,6 +3,7 @@
 #include "Ringlog/RingReader.h"
 #include "Ringlog/Setting.h"
 #include "Ringlog/TextTrace.h"
+#include "inspect/Table.h"
 
 #include <chrono>
 #include <cmath>
@@ -18,8 +19,12 @@ namespace {
 constexpr auto usage = R"(kez-inspect shows what a process leaves in files.
 
   kez-inspect ring FILE [OPTION]...  show the records of a ring in order of time
+  kez-inspect table FILE [KEY] [--follow]
+                                     show the records of a shared table, or the one with this key;
+                                     --follow goes on with what is written (set) and removed (del)
   kez-inspect help                   this text
 
+Options of a ring:
   --handle PATTERN  only of handles like KezEvpn*; * and ? stand for any characters and for one
   --level LEVELS    only of levels like 5, 0-5 or 1+5+8-9
   --from SECONDS    only since this time, as the records show it
@@ -27,8 +32,9 @@ constexpr auto usage = R"(kez-inspect shows what a process leaves in files.
   --source          end each line with the file and line of its statement
   --follow          go on with what is written, also after another ring takes the file's place
 
-A line has time, handle, level and text. Exit status: 0; 1 the file is damaged, and what is left
-of it was shown; 2 a bad option, or a file that is no ring or cannot be read.
+A ring's line has time, handle, level and text. Exit status: 0; 1 the file is damaged, and what is
+left of it was shown, or it has no record with the key; 2 a bad option, or a file that cannot be read
+or is no such file.
 )";
 
 struct UsageError : std::runtime_error {
@@ -189,6 +195,22 @@ private:
   std::unique_ptr< Ringlog::RingReader > reader_;
 };
 
+int showTable( const std::vector< std::string > & arguments, std::ostream & out,
+               std::ostream & err ) {
+  std::vector< std::string > names( arguments.begin() + 1, arguments.end() );
+  const bool follow = std::erase( names, "--follow" ) != 0;
+  if ( names.empty() || names.size() > 2 || names.front().starts_with( "-" ) ) {
+    throw UsageError( "table: expected a file, perhaps a key, and --follow" );
+  }
+  TableView view( names[ 0 ], names.size() > 1 ? std::optional( names[ 1 ] ) : std::nullopt, out,
+                  err );
+  const bool whole = view.show();
+  if ( follow ) {
+    view.follow();
+  }
+  return whole ? 0 : 1;
+}
+
 int dispatch( const std::vector< std::string > & arguments, std::ostream & out,
               std::ostream & err ) {
   const std::string command = arguments.empty() ? "" : arguments[ 0 ];
@@ -196,8 +218,11 @@ int dispatch( const std::vector< std::string > & arguments, std::ostream & out,
     out << usage;
     return 0;
   }
+  if ( command == "table" ) {
+    return showTable( arguments, out, err );
+  }
   if ( command != "ring" ) {
-    throw UsageError( "expected ring or help, found " +
+    throw UsageError( "expected ring, table or help, found " +
                       ( command.empty() ? "nothing" : "'" + command + "'" ) );
   }
   const auto options = parseOptions( arguments );

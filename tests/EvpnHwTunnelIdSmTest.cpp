@@ -173,6 +173,26 @@ TEST_F( EvpnHwTunnelIdSmTest, ParkedTunnelWaitsWhileAnyoneNeedsIt ) {
   EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
 }
 
+TEST_F( EvpnHwTunnelIdSmTest, ReviewThatYieldedPassesNobodyWhoWaits ) {
+  start( 2, 0 );
+  scheduler->workBudgetIs( 1 );
+  label( es1, 4 );
+  label( es1, 5 );
+  for ( const uint64_t tunnelId : { 6, 7, 8 } ) {
+    label( es2, tunnelId );
+  }
+  unlabel( es1, 4 );
+  advance( 0 );
+  EXPECT_EQ( state( 6 ), "0:1" );
+  // The review was to go on at 7, which goes and waits again, behind 8.
+  unlabel( es2, 7 );
+  label( es2, 7 );
+  helper->freeHwTunnelId( hwTunnelIdTypeDefault )->hwTunnelIdEnq( { hwTunnelIdTypeDefault, 3 } );
+  advance( 5 );
+  EXPECT_EQ( state( 8 ), "0:3" );
+  EXPECT_EQ( state( 7 ), "parked" );
+}
+
 TEST_F( EvpnHwTunnelIdSmTest, SharedEsiLabelRetypesFallsBackAndWakesWhatWaits ) {
   start( 1, 1 );
   sharedEsi( es1, true );
@@ -323,9 +343,16 @@ void EvpnHwTunnelIdSmRandomTest::event() {
   case 10:
     advance( random() % 4 );
     break;
-  default:
+  default: // takes no segment's tunnel its id, even for a moment
+    std::map< uint64_t, std::string > before;
+    for ( const auto & [ used, segments ] : users ) {
+      before[ used ] = state( used );
+    }
     sm->vexDoZombieReactors( true );
     sm->vexDoZombieReactors( false );
+    for ( const auto & [ used, was ] : before ) {
+      EXPECT_TRUE( was == "parked" || state( used ) != "parked" ) << used;
+    }
   }
 }
 

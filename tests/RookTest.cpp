@@ -1,6 +1,7 @@
 #include "KezEvpn/Review.h"
 #include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
 #include "RookTestTypes.h"
+#include "inspect/Inspect.h"
 
 #include <gmock/gmock.h>
 
@@ -8,6 +9,8 @@
 #include <map>
 #include <random>
 #include <set>
+#include <sstream>
+#include <thread>
 
 namespace {
 
@@ -135,10 +138,11 @@ TEST( Rook, SaysWhyATableIsRefused ) {
   const auto write = [ & ] { EntryTable().mount( "table" ); };
   EXPECT_EQ( refusal( write ), path + " has a writer already, and may have one only" );
   EXPECT_EQ( refusal( [ & ] { Rook::Reader< &Kez::TunnelIdToHwTunnelId::key > other( path ); } ),
-             path + " has records of 24 bytes, RookTest::Entry{key:whole number@0+8u,value:whole "
-                    "number@8+8u,twice:whole number@16+8u}; expected 16 bytes, "
-                    "Kez::TunnelIdToHwTunnelId{key:Tunnel::TunnelTable::TunnelId@0+8u,hwTunnelId:"
-                    "Kez::HwTunnelId@8+8u}" );
+             path +
+                 " has records of 24 bytes, RookTest::Entry[key]{key:whole number@0+8u,value:whole "
+                 "number@8+8u,twice:whole number@16+8u}; expected 16 bytes, "
+                 "Kez::TunnelIdToHwTunnelId[key]{key:Tunnel::TunnelTable::TunnelId@0+8u,hwTunnelId:"
+                 "Kez::HwTunnelId@8+8u}" );
   writer.unmount();
 
   const auto whole = contentOf( path );
@@ -259,6 +263,39 @@ TEST( Rook, DamageEndsAWriterThatMeetsIt ) {
   EXPECT_THAT( messageOf< Rook::Corruption >( [ & ] { table.mount( "table" ); } ),
                HasSubstr( "the record in slot 0 is damaged" ) );
   EXPECT_DEATH( table.put( Entry( 1, 3 ) ), "assertion failed: writable\\(\\)" );
+}
+
+// The inspector knows no record types. It shows what it can, and follows until the file goes.
+TEST( Rook, InspectorShowsAndFollowsTables ) {
+  const MountDirectory directory;
+  Rook::Table< &Kez::TunnelIdToHwTunnelId::key > table;
+  table.mount( "table" );
+  const auto path = directory.path( "table" );
+  const Kez::TunnelIdToHwTunnelId five( 5, Kez::HwTunnelId( Kez::hwTunnelIdTypeSharedEsi, 7 ) );
+  const Kez::TunnelIdToHwTunnelId six( 6, Kez::HwTunnelId() );
+  table.put( five );
+  table.put( six );
+  std::ostringstream out;
+  std::ostringstream err;
+  EXPECT_EQ( Inspect::kezInspect( { "table", path }, out, err ), 0 );
+  EXPECT_EQ( out.str(), Vex::text( five ) + "\n" + Vex::text( six ) + "\n" );
+  out.str( "" );
+  EXPECT_EQ( Inspect::kezInspect( { "table", path, "6" }, out, err ), 0 );
+  EXPECT_EQ( out.str(), Vex::text( six ) + "\n" );
+  EXPECT_EQ( Inspect::kezInspect( { "table", path, "7" }, out, err ), 1 );
+  EXPECT_THAT( err.str(), HasSubstr( "no record has the key 7" ) );
+  EXPECT_EQ( Inspect::kezInspect( { "table", path + "/none" }, out, err ), 2 );
+
+  out.str( "" );
+  std::thread follower( [ & ] { Inspect::kezInspect( { "table", path, "--follow" }, out, err ); } );
+  std::this_thread::sleep_for( std::chrono::milliseconds( 250 ) );
+  table.del( 5 );
+  table.put( six );
+  std::this_thread::sleep_for( std::chrono::milliseconds( 250 ) );
+  std::filesystem::remove( path );
+  follower.join();
+  EXPECT_EQ( out.str(), Vex::text( five ) + "\n" + Vex::text( six ) + "\ndel 5\nset " +
+                            Vex::text( six ) + "\n" );
 }
 
 // --- The mapping of tunnels

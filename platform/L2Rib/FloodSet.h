@@ -35,4 +35,11 @@ class FloodSetOutput : public Vex::Entity {
   VEX_ATTRIBUTES( source, vlanFloodSet )
 };
 
+inline bool hasDest( const FloodSetOutput & output, Bridging::VlanId vlanId, Wire::EthAddr mac,
+                     const Dest & dest ) {
+  const auto vlanFloodSet = output.vlanFloodSet( vlanId );
+  const auto floodSet = vlanFloodSet ? vlanFloodSet->floodSet( mac ) : nullptr;
+  return floodSet && floodSet->destSetHas( dest );
+}
+
 } // namespace L2Rib

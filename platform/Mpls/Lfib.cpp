@@ -19,13 +19,13 @@ void parseText( Vex::TextCursor & in, LfibViaKey & key ) {
     const char * const textEnd = text.data() + text.size();
     uint32_t number = 0;
     const auto [ end, error ] = std::from_chars( text.data() + colon + 1, textEnd, number );
-    if ( error == std::errc() && end == textEnd ) {
+    if ( error == std::errc() && end == textEnd && number <= LfibViaKey::highestNumber ) {
       in.atIs( end );
       key = LfibViaKey( static_cast< LfibViaType >( type - types.begin() ), number );
       return;
     }
   }
-  Vex::String expected = "a via's key, <type>:<number>, of the type";
+  Vex::String expected = "a via's key, <type>:<0 to 16777215>, of the type";
   for ( const auto name : types ) {
     expected += ' ';
     expected += name;

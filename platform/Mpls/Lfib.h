@@ -30,16 +30,23 @@ public:
 VEX_ENUM( LfibViaType, "Mpls::LfibViaType", none, mpls, ipLookup, pseudowire, evpnUnicast,
           evpnFlood, evpnEthernetSegmentFilter )
 
-// A via's type and its number among all vias. Empty, `none:0`, by default. Text form:
+// A via's type and its number among all vias, in one 32-bit word with the type in the top byte. A
+// number above `highestNumber` raises Vex::RangeError. Empty, `none:0`, by default. Text form:
 // "<type>:<number>", "mpls:7".
-class LfibViaKey : public Vex::WordValue< LfibViaKey, uint64_t > {
+class LfibViaKey : public Vex::WordValue< LfibViaKey, uint32_t > {
 public:
+  static constexpr uint32_t highestNumber = 0xffffff;
+
   constexpr LfibViaKey() : WordValue( 0 ) {}
   constexpr LfibViaKey( LfibViaType viaType, uint32_t number )
-      : WordValue( uint64_t( viaType ) << 32 | number ) {}
+      : WordValue( uint32_t( viaType ) << 24 | number ) {
+    if ( number > highestNumber ) {
+      throw Vex::RangeError( "LfibViaKey::number > 16777215 not allowed" );
+    }
+  }
 
-  constexpr LfibViaType viaType() const { return static_cast< LfibViaType >( value() >> 32 ); }
-  constexpr uint32_t number() const { return static_cast< uint32_t >( value() ); }
+  constexpr LfibViaType viaType() const { return static_cast< LfibViaType >( value() >> 24 ); }
+  constexpr uint32_t number() const { return value() & highestNumber; }
   explicit constexpr operator bool() const { return value() != 0; }
 
   static constexpr std::string_view vexTypeName() { return "Mpls::LfibViaKey"; }

@@ -1,5 +1,5 @@
 // What a table's file says of its records, so that they can be checked and shown by those who do
-// not know their type: "Kez::Thing{key:Kez::Key@0+8u,size:Kez::Size@8{wide:...,high:...}}", each
+// not know their type: "Kez::Thing[key]{key:Kez::Key@0+8u,size:Kez::Size@8{wide:...}}", each
 // field with its type, its offset and, for a plain one, its size and kind: u(nsigned), i(nteger),
 // b(oolean), f(loat).
 #pragma once
@@ -75,9 +75,13 @@ void appendFields( Vex::TextBuffer & out, const std::byte * record, const T & va
 
 } // namespace Detail
 
-template< Vex::Composite T > Vex::String fieldsOf() {
+// Of the records whose key is the field of this name.
+template< Vex::Composite T > Vex::String fieldsOf( std::string_view key ) {
   Vex::TextBuffer out;
   out.append( T::vexTypeName() );
+  out.append( '[' );
+  out.append( key );
+  out.append( ']' );
   if constexpr ( Shareable< T > ) {
     const T record{};
     Detail::appendFields( out, reinterpret_cast< const std::byte * >( &record ), record );

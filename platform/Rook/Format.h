@@ -114,7 +114,8 @@ constexpr uint64_t checkSeedOf( uint64_t version ) {
 
 // --- Sizes and places
 
-constexpr uint32_t firstSlots = 512;
+constexpr uint32_t firstSlots = 512; // of any size a multiple of 8, they are whole pages
+static_assert( firstSlots / 2 * sizeof( uint64_t ) * 2 % pageSize == 0 );
 constexpr unsigned firstSlotBits = std::countr_zero( firstSlots );
 
 constexpr uint32_t capacityOf( uint32_t level ) {
@@ -122,9 +123,6 @@ constexpr uint32_t capacityOf( uint32_t level ) {
 }
 constexpr uint32_t bucketsOf( uint32_t level ) {
   return capacityOf( level ) / 2 * 3;
-}
-constexpr uint32_t levelOf( uint32_t slot ) {
-  return static_cast< uint32_t >( std::bit_width( slot >> firstSlotBits ) );
 }
 constexpr uint64_t wholePages( uint64_t bytes ) {
   return ( bytes + pageSize - 1 ) / pageSize * pageSize;
@@ -151,7 +149,7 @@ struct Level {
   static constexpr Level after( uint64_t end, uint32_t level, size_t slotSize ) {
     const uint64_t slots = end + 2 * indexSize( level );
     const uint64_t added = capacityOf( level ) - ( level ? capacityOf( level - 1 ) : 0 );
-    return { end, slots, slots + wholePages( added * slotSize ) };
+    return { end, slots, slots + added * slotSize };
   }
 };
 

@@ -7,6 +7,9 @@
 
 #include "Rook/Format.h"
 
+#include <array>
+#include <cstring>
+
 namespace Rook {
 
 class Index {
@@ -28,32 +31,16 @@ public:
   };
   // `isIt( slot )` says whether a slot has the record looked for.
   template< class IsIt > Found find( uint64_t hash, IsIt && isIt ) const {
-    const uint32_t tag = tagOf( hash );
-    const uint32_t tagMask = ( 1u << 31 ) - ( 1u << slotBits_ );
-    uint32_t seen = 0;
-    uint32_t at = begin( hash );
-    for ( uint32_t left = count_ / group; left; --left ) {
-      uint32_t alike = 0;
-      uint32_t empty = 0;
-      for ( uint32_t i = 0; i < group; ++i ) {
-        const uint32_t bucket = buckets_[ at + i ].load( std::memory_order_acquire );
-        alike |= uint32_t( ( ( bucket ^ tag ) & tagMask ) == 0 ) << i;
-        empty |= bucket == 0;
-        seen ^= bucket;
+    const uint32_t at = begin( hash );
+    // Mostly the record's bucket is in the first group, where one look finds it. What is not is
+    // looked for exactly.
+    for ( uint32_t alike = alikeIn( at, tagOf( hash ) ); alike; alike &= alike - 1 ) {
+      const uint32_t bucket = at + lowestOf[ alike ];
+      if ( isAt( bucket, isIt ) ) {
+        return { bucket, true, false };
       }
-      for ( ; alike; alike &= alike - 1 ) {
-        const uint32_t bucket = at + static_cast< uint32_t >( std::countr_zero( alike ) );
-        const uint32_t slot = slotOf( buckets_[ bucket ].load( std::memory_order_acquire ) );
-        if ( slot < capacity_ && isIt( slot ) ) {
-          return { bucket, true, false };
-        }
-      }
-      if ( empty ) {
-        return { at, false, __builtin_parity( seen ) != 0 };
-      }
-      at = at + group == count_ ? 0 : at + group;
     }
-    return { at, false, true };
+    return findFrom( at, hash, isIt );
   }
 
   // --- For the writer
@@ -94,6 +81,52 @@ private:
   static constexpr uint32_t group = 8;
   static_assert( Format::bucketsOf( 0 ) % group == 0 );
 
+  // The lowest bit that is set. The processor's own instruction waits for what was in the register
+  // that it writes, which is a record looked up before.
+  static constexpr auto lowestOf = [] {
+    std::array< uint8_t, 1u << group > all{};
+    for ( uint32_t i = 1; i < all.size(); ++i ) {
+      all[ i ] = static_cast< uint8_t >( std::countr_zero( i ) );
+    }
+    return all;
+  }();
+
+  // The buckets of a group that have the tag, a bit each. What is loaded here is a hint that is
+  // verified, so that it may be loaded in one.
+  uint32_t alikeIn( uint32_t at, uint32_t tag ) const {
+    using Group [[gnu::vector_size( group * sizeof( uint32_t ) )]] = uint32_t;
+    Group buckets;
+    std::memcpy( &buckets, static_cast< const void * >( &buckets_[ at ] ), sizeof( buckets ) );
+    const auto other = ( ( buckets ^ tag ) & tagMask() ) != 0;
+    uint32_t alike = 0;
+    for ( uint32_t i = 0; i < group; ++i ) {
+      alike |= static_cast< uint32_t >( other[ i ] + 1 ) << i;
+    }
+    return alike;
+  }
+
+  template< class IsIt > bool isAt( uint32_t bucket, IsIt && isIt ) const {
+    const uint32_t slot = slotOf( buckets_[ bucket ].load( std::memory_order_acquire ) );
+    return slot < capacity_ && isIt( slot );
+  }
+
+  template< class IsIt >
+  [[gnu::noinline]] Found findFrom( uint32_t at, uint64_t hash, IsIt && isIt ) const {
+    uint32_t seen = 0;
+    for ( uint32_t left = count_; left; --left ) {
+      const uint32_t bucket = buckets_[ at ].load( std::memory_order_acquire );
+      if ( bucket == 0 ) {
+        return { at, false, __builtin_parity( seen ) != 0 };
+      }
+      if ( ( ( bucket ^ tagOf( hash ) ) & tagMask() ) == 0 && isAt( at, isIt ) ) {
+        return { at, true, false };
+      }
+      seen ^= bucket;
+      at = after( at );
+    }
+    return { at, false, true };
+  }
+
   static constexpr uint32_t withParity( uint32_t bucket ) {
     return bucket | static_cast< uint32_t >( __builtin_parity( bucket ) ) << 31;
   }
@@ -103,6 +136,7 @@ private:
   uint32_t tagOf( uint64_t hash ) const {
     return static_cast< uint32_t >( hash ) << slotBits_ & ~( 1u << 31 );
   }
+  uint32_t tagMask() const { return ( 1u << 31 ) - ( 1u << slotBits_ ); }
   uint32_t tombstone() const { return withParity( 1u << slotBits_ ); }
   uint32_t after( uint32_t at ) const { return at + 1 == count_ ? 0 : at + 1; }
   // Beyond the capacity for what is none.

@@ -4,7 +4,6 @@
 #pragma once
 
 #include "Rook/CorruptionHandler.h"
-#include "Rook/Fields.h"
 #include "Rook/Walk.h"
 
 namespace Rook {
@@ -19,8 +18,7 @@ public:
   static_assert( Shareable< Record > );
 
   // Raises std::runtime_error when the file is no table of these records, or a damaged one.
-  explicit Reader( const Vex::String & path )
-      : Reader( path, Description{ sizeof( Record ), fieldsOf< Record >() } ) {}
+  explicit Reader( const Vex::String & path ) : Reader( path, Type::description() ) {}
 
   // The record as it stands, or none. Raises Corruption; the reader serves on.
   std::optional< Record > record( Vex::Arg< Key > key ) const {

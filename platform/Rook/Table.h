@@ -7,7 +7,6 @@
 // Writing while nothing is mounted is an assertion. One table is for one thread.
 #pragma once
 
-#include "Rook/Fields.h"
 #include "Rook/TableWriter.h"
 #include "Rook/Walk.h"
 
@@ -21,8 +20,7 @@ public:
   using Key = typename Type::Key;
   using KeyCallback = std::function< void( const Key & ) >;
 
-  Table()
-      : TableWriter( { sizeof( Record ), fieldsOf< Record >() }, Shareable< Record >, hashOf ) {}
+  Table() : TableWriter( Type::description(), Shareable< Record >, hashOf ) {}
 
   void keyCallbacksIs( KeyCallback written, KeyCallback removed ) {
     written_ = std::move( written );

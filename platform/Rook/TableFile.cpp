@@ -38,7 +38,7 @@ TableFile::TableFile( const Description & description )
   }
   description_ = description;
   makeHeader();
-  mapLevels( PROT_READ | PROT_WRITE );
+  map( PROT_READ | PROT_WRITE );
 }
 
 TableFile TableFile::write( const String & path, const Description & description ) {
@@ -59,7 +59,7 @@ TableFile TableFile::write( const String & path, const Description & description
   } else {
     table.checkHeader( &description );
   }
-  table.mapLevels( PROT_READ | PROT_WRITE );
+  table.map( PROT_READ | PROT_WRITE );
   return table;
 }
 
@@ -69,12 +69,13 @@ TableFile TableFile::read( const String & path, const Description * expected ) {
     throwSystemError( "cannot open " + path );
   }
   table.checkHeader( expected );
-  table.mapLevels( PROT_READ );
+  table.map( PROT_READ );
   return table;
 }
 
 TableFile::~TableFile() {
   if ( memory_ ) {
+    munmap( slots_, slotsSize() );
     munmap( memory_, levels_.back().end );
   }
 }
@@ -82,9 +83,8 @@ TableFile::~TableFile() {
 TableFile::TableFile( TableFile && other ) noexcept
     : path_( std::move( other.path_ ) ), file_( std::move( other.file_ ) ),
       description_( std::move( other.description_ ) ), levels_( std::move( other.levels_ ) ),
-      memory_( std::exchange( other.memory_, nullptr ) ) {
-  std::memcpy( slotBases_, other.slotBases_, sizeof( slotBases_ ) );
-}
+      memory_( std::exchange( other.memory_, nullptr ) ),
+      slots_( std::exchange( other.slots_, nullptr ) ), levelsSeen_( other.levelsSeen_ ) {}
 
 void TableFile::makeHeader() {
   // In one write, so that a writer killed here leaves no header or a whole one.
@@ -134,23 +134,41 @@ void TableFile::checkHeader( const Description * expected ) {
   }
 }
 
-void TableFile::mapLevels( int protection ) {
+// Addresses for all that the table can become; what the file has not yet is not touched.
+void TableFile::map( int protection ) {
   const size_t slotSize = Format::slotSizeOf( Format::wordsOf( description_.recordSize ) );
   uint64_t end = Format::pageSize;
   for ( uint32_t level = 0; level < Format::mostLevels && end < Format::mostBytes; ++level ) {
-    const auto & made = levels_.emplace_back( Format::Level::after( end, level, slotSize ) );
-    end = made.end;
-    slotBases_[ level ] =
-        made.slots - ( level ? Format::capacityOf( level - 1 ) * uint64_t( slotSize ) : 0 );
+    levels_.push_back( Format::Level::after( end, level, slotSize ) );
+    end = levels_.back().end;
   }
-  // Addresses for all that the table can become; what the file has not yet is not touched.
   void * const memory =
       mmap( nullptr, end, protection, MAP_SHARED | MAP_NORESERVE, file_.number(), 0 );
-  if ( memory == MAP_FAILED ) {
+  void * const slots =
+      mmap( nullptr, slotsSize(), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0 );
+  if ( memory == MAP_FAILED || slots == MAP_FAILED ) {
     throwSystemError( "cannot map " + path_ );
   }
   memory_ = static_cast< std::byte * >( memory );
+  slots_ = static_cast< std::byte * >( slots );
   madvise( memory_, end, MADV_DONTDUMP );
+  std::byte * at = slots_;
+  for ( const auto & level : levels_ ) {
+    const uint64_t size = level.end - level.slots;
+    if ( mmap( at, size, protection, MAP_SHARED | MAP_NORESERVE | MAP_FIXED, file_.number(),
+               static_cast< off_t >( level.slots ) ) == MAP_FAILED ) {
+      throwSystemError( "cannot map " + path_ );
+    }
+    at += size;
+  }
+}
+
+uint64_t TableFile::slotsSize() const {
+  uint64_t size = 0;
+  for ( const auto & level : levels_ ) {
+    size += level.end - level.slots;
+  }
+  return size;
 }
 
 uint64_t TableFile::size() const {

@@ -146,7 +146,7 @@ private:
 
   // The first cell, the head, the second cell.
   std::byte * slotAt( uint32_t slot, size_t words ) const {
-    return memory_ + slotBases_[ Format::levelOf( slot ) ] + slot * Format::slotSizeOf( words );
+    return slots_ + slot * Format::slotSizeOf( words );
   }
   static Format::SlotHead & headOf( const std::byte * at, size_t words ) {
     return *reinterpret_cast< Format::SlotHead * >( const_cast< std::byte * >( at ) +
@@ -167,7 +167,8 @@ private:
   }
   void makeHeader();
   void checkHeader( const Description * expected );
-  void mapLevels( int protection );
+  void map( int protection );
+  uint64_t slotsSize() const;
   uint64_t size() const;
   void allocate( uint64_t offset, uint64_t size );
   [[noreturn]] void cutShort( uint64_t least ) const;
@@ -176,8 +177,8 @@ private:
   Vex::Descriptor file_;
   Description description_;
   std::vector< Format::Level > levels_;
-  uint64_t slotBases_[ Format::mostLevels ] = {}; // where slot 0 would lie
-  std::byte * memory_ = nullptr;
+  std::byte * memory_ = nullptr;    // the file
+  std::byte * slots_ = nullptr;     // the slots of all levels once more, one after the other
   mutable uint32_t levelsSeen_ = 0; // the file is long enough for these
 };
 

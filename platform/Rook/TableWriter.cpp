@@ -48,7 +48,7 @@ void TableWriter::mount( const String & name ) {
     try {
       takeOver();
     } catch ( ... ) {
-      file_.reset();
+      forget();
       throw;
     }
     status_ = MountStatus::mounted;
@@ -57,14 +57,19 @@ void TableWriter::mount( const String & name ) {
 }
 
 void TableWriter::unmount() {
+  forget();
+  status_ = MountStatus::unmounted;
+  statusChanged_();
+}
+
+void TableWriter::forget() {
   file_.reset();
   freeSlots_.clear();
   size_ = slots_ = usedBuckets_ = 0;
   births_ = changes_ = 0;
   index_ = Index();
   current_ = {};
-  status_ = MountStatus::unmounted;
-  statusChanged_();
+  quiesced_ = false;
 }
 
 void TableWriter::quiescedIs( bool quiesced ) {

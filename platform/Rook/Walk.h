@@ -4,6 +4,7 @@
 // the table's corruption handler and stepped over.
 #pragma once
 
+#include "Rook/Fields.h"
 #include "Rook/TableFile.h"
 #include "Vex/Collection.h"
 
@@ -21,6 +22,16 @@ template< Vex::Composite R, class K, K R::*keyField > struct RecordOf< keyField 
   static constexpr size_t words = Format::wordsOf( sizeof( R ) );
   using Words = std::array< uint64_t, words >;
 
+  static Description description() {
+    std::string_view key;
+    std::apply(
+        [ & ]( const auto &... field ) {
+          ( ( isKey( field.member ) ? void( key = field.name ) : void() ), ... );
+        },
+        R::vexFields() );
+    return { sizeof( R ), fieldsOf< R >( key ) };
+  }
+
   static uint64_t hash( const Key & key ) { return Vex::foldHash( 0, key ); }
   static Record record( const Words & words ) {
     Record record;
@@ -33,6 +44,14 @@ template< Vex::Composite R, class K, K R::*keyField > struct RecordOf< keyField 
     return words;
   }
   static const Key & key( const Record & record ) { return record.*keyField; }
+
+private:
+  template< class F > static bool isKey( F R::*field ) {
+    if constexpr ( std::is_same_v< F, K > ) {
+      return field == keyField;
+    }
+    return false;
+  }
 };
 
 template< auto keyField, class Table > class Walk {

@@ -1,0 +1,309 @@
+#include "KezEvpn/KezEvpnFloodSetFecSm.h"
+
+#include "Ringlog/Trace.h"
+
+namespace Kez {
+
+static Ringlog::Handle traceHandle( "KezEvpnFloodSetFecSm" );
+
+using Ringlog::either;
+using Rook::Fib::FecId;
+
+namespace {
+
+constexpr uint64_t fecKind = 0x0B00000000000000;
+constexpr uint64_t highestFecIndex = UINT32_MAX;
+constexpr double restOfReleasedIndex = 10.0; // seconds
+
+uint64_t fecIdToIndex( FecId fecId ) {
+  return fecId.value() & ~fecKind;
+}
+
+} // namespace
+
+FecId indexToFecId( int64_t index ) {
+  VEX_ASSERT( index >= 0 );
+  return static_cast< uint64_t >( index ) | fecKind;
+}
+
+EvpnFloodSetFecSm::EvpnFloodSetFecSm(
+    const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
+    const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus,
+    const Vex::Ptr< FecIdToHwFecIdRequest > & mplsFloodSetFecRequest,
+    const Vex::Ptr< const FecIdToHwFecIdResponse > & mplsFloodSetFecResponse,
+    const Vex::Ptr< HwInfoMapping > & hwInfoMapping,
+    const Vex::Ptr< Loom::TimerWheel > & timerWheel )
+    : MplsFloodSetSm( traceHandle, floodSetOutput, hwTunnelIdMapping, vlanFloodSetHwStatus ),
+      mplsFloodSetFecRequest_( mplsFloodSetFecRequest ),
+      mplsFloodSetFecResponse_( mplsFloodSetFecResponse ), hwInfoMapping_( hwInfoMapping ),
+      timerWheel_( timerWheel ), mplsFloodSetFecResponseReactor_( *this ) {
+  watchInputs();
+  mplsFloodSetFecResponseReactor_.notifierIs( mplsFloodSetFecResponse );
+}
+
+Vex::Ptr< EvpnFloodSetFecSm > EvpnFloodSetFecSm::EvpnFloodSetFecSmIs(
+    const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
+    const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus,
+    const Vex::Ptr< FecIdToHwFecIdRequest > & mplsFloodSetFecRequest,
+    const Vex::Ptr< const FecIdToHwFecIdResponse > & mplsFloodSetFecResponse,
+    const Vex::Ptr< HwInfoMapping > & hwInfoMapping,
+    const Vex::Ptr< Loom::TimerWheel > & timerWheel ) {
+  return Vex::makePtr< EvpnFloodSetFecSm >( floodSetOutput, hwTunnelIdMapping, vlanFloodSetHwStatus,
+                                            mplsFloodSetFecRequest, mplsFloodSetFecResponse,
+                                            hwInfoMapping, timerWheel );
+}
+
+Vex::Ptr< EvpnFloodSetFecSm >
+evpnFloodSetFecSmFactory( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+                          const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
+                          const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus,
+                          const Vex::Ptr< FecIdToHwFecIdRequest > & mplsFloodSetFecRequest,
+                          const Vex::Ptr< const FecIdToHwFecIdResponse > & mplsFloodSetFecResponse,
+                          const Vex::Ptr< HwInfoMapping > & hwInfoMapping,
+                          const Vex::Ptr< Loom::TimerWheel > & timerWheel ) {
+  return EvpnFloodSetFecSm::EvpnFloodSetFecSmIs(
+      floodSetOutput, hwTunnelIdMapping, vlanFloodSetHwStatus, mplsFloodSetFecRequest,
+      mplsFloodSetFecResponse, hwInfoMapping, timerWheel );
+}
+
+void EvpnFloodSetFecSm::VexMplsFloodSetFecResponse::onAttribute( Vex::AttrId id,
+                                                                 const void * key ) {
+  const auto sm = this->sm();
+  if ( id == FecIdToHwFecIdResponse::hwFecIdResponseAttr && sm->initialized() ) {
+    sm->handleFecResponse( FecIdToHwFecIdResponse::hwFecIdResponseAttr.key( key ) );
+  }
+}
+
+void EvpnFloodSetFecSm::handleInitialized() {
+  TRACE( 8, "handleInitialized" );
+  clearOutputs();
+  numAllocatorConfig_ = Vex::makePtr< Loom::NumAllocatorConfig >(
+      Loom::Range( 0, highestFecIndex ), restOfReleasedIndex );
+  numAllocatorStatus_ = Vex::makePtr< Loom::NumAllocatorStatus >();
+  numAllocator_ =
+      Vex::makePtr< Loom::NumAllocator >( numAllocatorConfig_, numAllocatorStatus_, timerWheel_ );
+  initializedIs( true );
+  // What hardware still uses is known before the first path can go.
+  handleEveryVlanFloodSetStatus();
+  processEveryMplsDest();
+}
+
+void EvpnFloodSetFecSm::clearOutputs() {
+  for ( const auto & [ fecId, fec ] : mplsFloodSetFecRequest()->fec() ) {
+    earlierFecIdIs( fecId );
+  }
+  for ( const auto & [ fecId, request ] : mplsFloodSetFecRequest()->hwFecIdRequest() ) {
+    earlierFecIdIs( fecId );
+  }
+  for ( const auto & [ fecId, response ] : mplsFloodSetFecResponse()->hwFecIdResponse() ) {
+    earlierFecIdIs( fecId );
+  }
+  hwInfoMapping()->mappingDelAll();
+  mplsFloodSetFecRequest()->fecDelAll();
+  mplsFloodSetFecRequest()->hwFecIdRequestDelAll();
+}
+
+void EvpnFloodSetFecSm::handleVlanFloodSetStatusNotInitialized() {
+  TRACE( 8, "handleVlanFloodSetStatus Not initialized!" );
+}
+
+void EvpnFloodSetFecSm::handleHwTunnelIdMapping( Tunnel::TunnelTable::TunnelId tunnelId ) {
+  TRACE( 8, "handleHwTunnelIdMapping ", tunnelId );
+  const auto tunnelInfo = tunnelInfoCache( tunnelId );
+  if ( !tunnelInfo ) {
+    TRACE( 1, " no fecRequest associated with this tunnel " );
+    return;
+  }
+  for ( const auto & via : tunnelInfo->mplsFloodSetViaSet() ) {
+    processFecRequest( via );
+  }
+}
+
+void EvpnFloodSetFecSm::processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
+                                         const L2Rib::Dest & dest ) {
+  TRACE( 8, "processMplsDest vlan: ", vlanId, " mac: ", mac, " dest: ", dest );
+  VEX_ASSERT( dest.destType() == L2Rib::destTypeMpls_ );
+  VEX_ASSERT( initialized() );
+  const VlanMacDest vmd( vlanId, mac, dest );
+  const auto tunnelId = destMplsTunnelId( dest );
+  if ( tunnelId == Tunnel::TunnelTable::TunnelId::invalid() ) {
+    TRACE( 1, "  Invalid tunnelId not supported " );
+    return;
+  }
+  const auto via = mplsFloodSetVia( tunnelId, dest.mpls().label(), vlanId );
+  if ( isDestInFloodSet( vlanId, mac, dest ) ) {
+    floodSetEntryCacheIs( via )->vlanMacDestSetIs( vmd, true );
+  } else if ( const auto entry = floodSetEntryCache( via ) ) {
+    entry->vlanMacDestSetDel( vmd );
+    if ( entry->vlanMacDestSets() == 0 ) {
+      floodSetEntryCacheDel( via );
+    }
+  }
+  processFecRequest( via );
+}
+
+void EvpnFloodSetFecSm::processFecRequest( const MplsFloodSetVia & via ) {
+  TRACE( 8, "processFecRequest (tunnelId: ", via.tunnelId, " label: ", via.label,
+         " vlanId: ", via.vlanId );
+  if ( floodSetEntryCacheHas( via ) ) {
+    createOrUpdateFecRequest( via );
+  } else if ( floodSetStatusCacheHas( via ) ) {
+    TRACE( 1, "    wait for hardware to unprogram the floodSet" );
+  } else {
+    removeFecRequest( via );
+  }
+}
+
+void EvpnFloodSetFecSm::createOrUpdateFecRequest( const MplsFloodSetVia & via ) {
+  TRACE( 8, "createOrUpdateFecRequest" );
+  const auto hwTunnelId = this->hwTunnelId( via.tunnelId );
+  const auto fecId = getOrAllocateFecId( via );
+  const auto fec = buildFec( fecId, via );
+  updateCachesForFecId( fecId, via, false );
+  updateTunnelInfoCache( via, false );
+  mplsFloodSetFecRequest()->fecIs( fec );
+  mplsFloodSetFecRequest()->hwFecIdRequestIs( { fecId, hwTunnelId } );
+  TRACE( 2, "     mplsFloodSetFecRequest created or updated: (tunnelId: ", via.tunnelId,
+         " label: ", via.label, " hwTunnelId:", hwTunnelId, " fecId: ", fecId );
+}
+
+void EvpnFloodSetFecSm::removeFecRequest( const MplsFloodSetVia & via ) {
+  TRACE( 8, "removeFecRequest" );
+  if ( !mplsFloodSetViaCacheHas( via ) ) {
+    TRACE( 2, "     fecId not found, fecRequest already removed" );
+    return;
+  }
+  const auto fecId = mplsFloodSetViaCache( via );
+  mplsFloodSetFecRequest()->fecDel( fecId );
+  mplsFloodSetFecRequest()->hwFecIdRequestDel( fecId );
+  TRACE( 2, "     mplsFloodSetFecRequest removed: (tunnelId: ", via.tunnelId, " label: ", via.label,
+         " fecId: ", fecId );
+  maybeDeleteFecId( fecId );
+  updateTunnelInfoCache( via, true );
+}
+
+// A number that an answer stands for, or may come for from an earlier machine's request, is given
+// back at once: it rests, and then it is looked at again.
+FecId EvpnFloodSetFecSm::getOrAllocateFecId( const MplsFloodSetVia & via ) {
+  if ( mplsFloodSetViaCacheHas( via ) ) {
+    return mplsFloodSetViaCache( via );
+  }
+  while ( true ) {
+    const auto index = numAllocator()->getNumber();
+    VEX_ASSERT( index != numAllocator()->invalidNumber() && "FecId range exhausted, Not possible" );
+    const auto fecId = indexToFecId( static_cast< int64_t >( index ) );
+    if ( !earlierFecIdHas( fecId ) && !mplsFloodSetFecResponse()->hwFecIdResponseHas( fecId ) ) {
+      return fecId;
+    }
+    earlierFecIdDel( fecId );
+    numAllocator()->releaseNumber( index );
+  }
+}
+
+Rook::Fib::Fec EvpnFloodSetFecSm::buildFec( FecId fecId, const MplsFloodSetVia & via ) const {
+  return { fecId, { { Wire::DynamicTunnelIntfId::intfId( via.tunnelId ), via.label } } };
+}
+
+void EvpnFloodSetFecSm::updateCachesForFecId( FecId fecId, const MplsFloodSetVia & via,
+                                              bool deleted ) {
+  if ( deleted ) {
+    fecIdCacheDel( fecId );
+    mplsFloodSetViaCacheDel( via );
+  } else {
+    fecIdCacheIs( fecId, via );
+    mplsFloodSetViaCacheIs( via, fecId );
+  }
+}
+
+void EvpnFloodSetFecSm::updateTunnelInfoCache( const MplsFloodSetVia & via, bool deleted ) {
+  if ( !deleted ) {
+    tunnelInfoCacheIs( via.tunnelId )->mplsFloodSetViaSetIs( via, true );
+  } else if ( const auto tunnelInfo = tunnelInfoCache( via.tunnelId ) ) {
+    tunnelInfo->mplsFloodSetViaSetDel( via );
+    if ( tunnelInfo->mplsFloodSetViaSets() == 0 ) {
+      tunnelInfoCacheDel( via.tunnelId );
+    }
+  }
+}
+
+void EvpnFloodSetFecSm::handleFecResponse( FecId fecId ) {
+  TRACE( 8, "handleFecResponse ", fecId );
+  const bool known = fecIdCacheHas( fecId );
+  const auto via = fecIdCache( fecId );
+  if ( hasFecResponse( fecId ) ) {
+    if ( !known ) {
+      TRACE( 2, " got stale response for FecId:", fecId );
+      return;
+    }
+    TRACE( 2, " add or update hwInfo for tunnelId: ", via.tunnelId, " label: ", via.label,
+           " vlanId: ", via.vlanId );
+    const auto response = mplsFloodSetFecResponse()->hwFecIdResponse( fecId );
+    hwInfoMapping()->mappingIs( via, { response.hwFecId, response.l2IntfId } );
+    return;
+  }
+  if ( known && hwInfoMapping()->mappingHas( via ) ) {
+    TRACE( 2, " delete hwInfo for tunnelId: ", via.tunnelId, " label: ", via.label );
+    hwInfoMapping()->mappingDel( via );
+  }
+  maybeDeleteFecId( fecId );
+}
+
+bool EvpnFloodSetFecSm::hasFecResponse( FecId fecId ) const {
+  return mplsFloodSetFecResponse()->hwFecIdResponse( fecId ).l2IntfId != Wire::IntfId();
+}
+
+void EvpnFloodSetFecSm::maybeDeleteFecId( FecId fecId ) {
+  const auto request = mplsFloodSetFecRequest();
+  if ( !fecIdCacheHas( fecId ) || request->fecHas( fecId ) || request->hwFecIdRequestHas( fecId ) ||
+       mplsFloodSetFecResponse()->hwFecIdResponseHas( fecId ) ) {
+    return;
+  }
+  TRACE( 2, either( "   Deleting fecId: ", "   Deleting fecId : " ), fecId );
+  const auto via = fecIdCache( fecId );
+  updateCachesForFecId( fecId, via, true );
+  numAllocator()->releaseNumber( fecIdToIndex( fecId ) );
+}
+
+void EvpnFloodSetFecSm::handleMplsDestStatus( const Bridging::MacVlanPair & macVlanPair,
+                                              const MplsDestConfig & config ) {
+  const auto via = mplsFloodSetVia( config.tunnelId, config.label, macVlanPair.vlanId );
+  if ( isMplsDestConfigProgrammed( macVlanPair, config ) ) {
+    TRACE( 1, "  config is programmed in hardware" );
+    updateFloodSetStatusCache( via, { macVlanPair, config }, true );
+  } else {
+    TRACE( 1, "  config is removed from hardware" );
+    updateFloodSetStatusCache( via, { macVlanPair, config }, false );
+    processFecRequest( via );
+  }
+}
+
+// A flood set may have several configurations of a path, of an old and a new hardware tunnel id
+// say, and uses the path while any of them is programmed.
+void EvpnFloodSetFecSm::updateFloodSetStatusCache( const MplsFloodSetVia & via,
+                                                   const FloodSetMplsDestConfig & floodSetConfig,
+                                                   bool programmed ) {
+  if ( programmed == programmedConfigHas( floodSetConfig ) ) {
+    return;
+  }
+  programmedConfigIs( floodSetConfig, programmed );
+  const auto & macVlanPair = floodSetConfig.macVlanPair;
+  const auto entry = floodSetStatusCacheIs( via );
+  if ( programmed && entry->statusHas( macVlanPair ) ) {
+    entry->furtherConfigInc( macVlanPair );
+  } else if ( programmed ) {
+    entry->statusIs( macVlanPair, true );
+  } else if ( entry->furtherConfig( macVlanPair ) > 1 ) {
+    entry->furtherConfigDec( macVlanPair );
+  } else if ( entry->furtherConfigHas( macVlanPair ) ) {
+    entry->furtherConfigDel( macVlanPair );
+  } else {
+    entry->statusDel( macVlanPair );
+    if ( entry->statuss() == 0 ) {
+      floodSetStatusCacheDel( via );
+    }
+  }
+}
+
+} // namespace Kez

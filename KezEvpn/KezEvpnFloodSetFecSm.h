@@ -1,0 +1,114 @@
+// Gives every path that MPLS destinations of flood sets use a FEC of its own, asks hardware for
+// its id, and publishes what hardware answered.
+//
+// Reads the flood sets, TunnelIdToHwTunnelIdMapping, the hardware status and the FEC responses;
+// writes FecIdToHwFecIdRequest and HwInfoMapping. A path's request is there from the first
+// destination that uses it until none does and no flood set has it programmed. Its FEC id is kept
+// until request and response are both gone, so that a path that comes back meanwhile has it still,
+// and then rests. After every event:
+//   - `fecIdCache` and `mplsFloodSetViaCache` are inverses, their numbers are the allocator's in
+//     use, and each id is held by the request or the response;
+//   - `floodSetEntryCache` is what the flood sets say, `floodSetStatusCache` what the hardware
+//     status says;
+//   - `tunnelInfoCache` is the paths with a request, and HwInfoMapping the answered ones.
+// Starting, the machine clears its outputs. The ids that the requests and responses of an earlier
+// one held are passed over once, since answers to those may still come.
+#pragma once
+
+#include "KezEvpn/FecRequests.h"
+#include "KezEvpn/MplsFloodSetSm.h"
+#include "Loom/NumAllocator.h"
+
+namespace Kez {
+
+class EvpnFloodSetFecSm : public MplsFloodSetSm {
+public:
+  class VexMplsFloodSetFecResponse
+      : public Vex::ReactorOf< EvpnFloodSetFecSm, FecIdToHwFecIdResponse > {
+  public:
+    using ReactorOf::ReactorOf;
+
+  private:
+    void onAttribute( Vex::AttrId id, const void * key ) override;
+  };
+
+  VEX_ENTITY( EvpnFloodSetFecSm, "Kez::EvpnFloodSetFecSm", MplsFloodSetSm )
+  VEX_OUTPUT( 1, mplsFloodSetFecRequest, FecIdToHwFecIdRequest )
+  VEX_INPUT( 2, mplsFloodSetFecResponse, FecIdToHwFecIdResponse )
+  VEX_OUTPUT( 3, hwInfoMapping, HwInfoMapping )
+  VEX_OUTPUT( 4, timerWheel, Loom::TimerWheel )
+  // These three from `handleInitialized()` on.
+  VEX_OUTPUT( 5, numAllocatorConfig, Loom::NumAllocatorConfig )
+  VEX_OUTPUT( 6, numAllocatorStatus, Loom::NumAllocatorStatus )
+  VEX_OUTPUT( 7, numAllocator, Loom::NumAllocator )
+  VEX_MAP( 8, fecIdCache, Rook::Fib::FecId, MplsFloodSetVia )
+  VEX_MAP( 9, mplsFloodSetViaCache, MplsFloodSetVia, Rook::Fib::FecId )
+  VEX_ENTITIES( 10, floodSetEntryCache, MplsFloodSetViaToVlanMacDestSet )
+  VEX_ENTITIES( 11, floodSetStatusCache, MplsFloodSetViaToFloodSetStatus )
+  VEX_ENTITIES( 12, tunnelInfoCache, TunnelIdToMplsFloodSetVia )
+  // What `floodSetStatusCache` is made of.
+  VEX_SET( 13, programmedConfig, FloodSetMplsDestConfig )
+  // Ids of an earlier machine that have not been passed over yet.
+  VEX_SET( 14, earlierFecId, Rook::Fib::FecId )
+  VEX_ATTRIBUTES( mplsFloodSetFecRequest, mplsFloodSetFecResponse, hwInfoMapping, timerWheel,
+                  numAllocatorConfig, numAllocatorStatus, numAllocator, fecIdCache,
+                  mplsFloodSetViaCache, floodSetEntryCache, floodSetStatusCache, tunnelInfoCache,
+                  programmedConfig, earlierFecId )
+
+  EvpnFloodSetFecSm( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+                     const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
+                     const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus,
+                     const Vex::Ptr< FecIdToHwFecIdRequest > & mplsFloodSetFecRequest,
+                     const Vex::Ptr< const FecIdToHwFecIdResponse > & mplsFloodSetFecResponse,
+                     const Vex::Ptr< HwInfoMapping > & hwInfoMapping,
+                     const Vex::Ptr< Loom::TimerWheel > & timerWheel );
+  static Vex::Ptr< EvpnFloodSetFecSm >
+  EvpnFloodSetFecSmIs( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+                       const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
+                       const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus,
+                       const Vex::Ptr< FecIdToHwFecIdRequest > & mplsFloodSetFecRequest,
+                       const Vex::Ptr< const FecIdToHwFecIdResponse > & mplsFloodSetFecResponse,
+                       const Vex::Ptr< HwInfoMapping > & hwInfoMapping,
+                       const Vex::Ptr< Loom::TimerWheel > & timerWheel );
+
+  void handleInitialized() override;
+  void handleHwTunnelIdMapping( Tunnel::TunnelTable::TunnelId tunnelId ) override;
+  void handleMplsDestStatus( const Bridging::MacVlanPair & macVlanPair,
+                             const MplsDestConfig & config ) override;
+  void handleFecResponse( Rook::Fib::FecId fecId );
+
+  void processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
+                        const L2Rib::Dest & dest ) override;
+  void processFecRequest( const MplsFloodSetVia & via );
+  void createOrUpdateFecRequest( const MplsFloodSetVia & via );
+  void removeFecRequest( const MplsFloodSetVia & via );
+  Rook::Fib::FecId getOrAllocateFecId( const MplsFloodSetVia & via );
+  Rook::Fib::Fec buildFec( Rook::Fib::FecId fecId, const MplsFloodSetVia & via ) const;
+  void updateCachesForFecId( Rook::Fib::FecId fecId, const MplsFloodSetVia & via, bool deleted );
+  void updateTunnelInfoCache( const MplsFloodSetVia & via, bool deleted );
+  void maybeDeleteFecId( Rook::Fib::FecId fecId );
+  // Whether hardware has answered, with an interface.
+  bool hasFecResponse( Rook::Fib::FecId fecId ) const;
+
+private:
+  void handleVlanFloodSetStatusNotInitialized() override;
+  void clearOutputs();
+  void updateFloodSetStatusCache( const MplsFloodSetVia & via,
+                                  const FloodSetMplsDestConfig & floodSetConfig, bool programmed );
+
+  VexMplsFloodSetFecResponse mplsFloodSetFecResponseReactor_;
+};
+
+// The FEC id of a number of the allocator. Asserts that it is not negative.
+Rook::Fib::FecId indexToFecId( int64_t index );
+
+Vex::Ptr< EvpnFloodSetFecSm >
+evpnFloodSetFecSmFactory( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+                          const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
+                          const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus,
+                          const Vex::Ptr< FecIdToHwFecIdRequest > & mplsFloodSetFecRequest,
+                          const Vex::Ptr< const FecIdToHwFecIdResponse > & mplsFloodSetFecResponse,
+                          const Vex::Ptr< HwInfoMapping > & hwInfoMapping,
+                          const Vex::Ptr< Loom::TimerWheel > & timerWheel );
+
+} // namespace Kez

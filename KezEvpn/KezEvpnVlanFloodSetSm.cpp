@@ -1,0 +1,230 @@
+#include "KezEvpn/KezEvpnVlanFloodSetSm.h"
+
+#include "Ringlog/Trace.h"
+
+namespace Kez {
+
+static Ringlog::Handle traceHandle( "KezEvpnVlanFloodSetSm" );
+
+using Ringlog::either;
+using Tunnel::TunnelTable::TunnelId;
+
+EvpnVlanFloodSetSm::EvpnVlanFloodSetSm(
+    const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
+    const Vex::Ptr< const HwInfoMapping > & hwInfoMapping,
+    const Vex::Ptr< EvpnVlanFloodSetHwConfig > & vlanFloodSetHwConfig,
+    const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus )
+    : MplsFloodSetSm( traceHandle, floodSetOutput, hwTunnelIdMapping, vlanFloodSetHwStatus ),
+      hwInfoMapping_( hwInfoMapping ), vlanFloodSetHwConfig_( vlanFloodSetHwConfig ),
+      hwInfoMappingReactor_( *this ) {
+  watchInputs();
+  hwInfoMappingReactor_.notifierIs( hwInfoMapping );
+}
+
+Vex::Ptr< EvpnVlanFloodSetSm > EvpnVlanFloodSetSm::EvpnVlanFloodSetSmIs(
+    const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
+    const Vex::Ptr< const HwInfoMapping > & hwInfoMapping,
+    const Vex::Ptr< EvpnVlanFloodSetHwConfig > & vlanFloodSetHwConfig,
+    const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus ) {
+  return Vex::makePtr< EvpnVlanFloodSetSm >( floodSetOutput, hwTunnelIdMapping, hwInfoMapping,
+                                             vlanFloodSetHwConfig, vlanFloodSetHwStatus );
+}
+
+Vex::Ptr< EvpnVlanFloodSetSm > evpnVlanFloodSetSmFactory(
+    const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
+    const Vex::Ptr< const HwInfoMapping > & hwInfoMapping,
+    const Vex::Ptr< EvpnVlanFloodSetHwConfig > & vlanFloodSetHwConfig,
+    const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus ) {
+  return EvpnVlanFloodSetSm::EvpnVlanFloodSetSmIs( floodSetOutput, hwTunnelIdMapping, hwInfoMapping,
+                                                   vlanFloodSetHwConfig, vlanFloodSetHwStatus );
+}
+
+void EvpnVlanFloodSetSm::VexHwInfoMapping::onAttribute( Vex::AttrId id, const void * key ) {
+  const auto sm = this->sm();
+  if ( id == HwInfoMapping::mappingAttr && sm->initialized() ) {
+    sm->handleHwInfoMapping( HwInfoMapping::mappingAttr.key( key ) );
+  }
+}
+
+void EvpnVlanFloodSetSm::handleInitialized() {
+  TRACE( 8, "handleInitialized" );
+  mplsDestHwConfigDelAll();
+  furtherDestDelAll();
+  tunnelToFloodSetEntryDelAll();
+  hwInfoMapKeyToFloodSetEntryDelAll();
+  vlanFloodSetHwConfig()->configDelAll();
+  initializedIs( true );
+  processEveryMplsDest();
+}
+
+void EvpnVlanFloodSetSm::handleHwTunnelIdMapping( TunnelId tunnelId ) {
+  TRACE( 8, "handleHwTunnelIdMapping ", tunnelId );
+  const auto entry = tunnelToFloodSetEntry( tunnelId );
+  if ( !entry ) {
+    TRACE( 1, " no dests associated with this tunnel " );
+    return;
+  }
+  for ( const auto & vmd : entry->vlanMacDestSet() ) {
+    processMplsDestConfig( vmd );
+  }
+}
+
+void EvpnVlanFloodSetSm::handleHwInfoMapping( const MplsFloodSetVia & via ) {
+  TRACE( 8, "handleHwInfoMapping ( ", via, " ) " );
+  const auto entry = hwInfoMapKeyToFloodSetEntry( via );
+  if ( !entry ) {
+    TRACE( 1, " hwId is not ready " );
+    return;
+  }
+  for ( const auto & vmd : entry->vlanMacDestSet() ) {
+    processMplsDestConfig( vmd );
+  }
+}
+
+void EvpnVlanFloodSetSm::handleMplsDestStatus( const Bridging::MacVlanPair & macVlanPair,
+                                               const MplsDestConfig & config ) {
+  if ( !traceHandle.isOn( 1 ) ) {
+    return;
+  }
+  if ( isMplsDestConfigProgrammed( macVlanPair, config ) ) {
+    TRACE( 1, "  config is programmed in hardware" );
+  } else {
+    TRACE( 1, "  config is not programmed in hardware" );
+  }
+}
+
+void EvpnVlanFloodSetSm::processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
+                                          const L2Rib::Dest & dest ) {
+  TRACE( 8, "processMplsDest vlan: ", vlanId, " mac: ", mac, " dest: ", dest );
+  VEX_ASSERT( dest.destType() == L2Rib::destTypeMpls_ );
+  VEX_ASSERT( initialized() );
+  const VlanMacDest vmd( vlanId, mac, dest );
+  updateInternalMapping( vmd );
+  processMplsDestConfig( vmd );
+}
+
+void EvpnVlanFloodSetSm::updateInternalMapping( const VlanMacDest & vmd ) {
+  TRACE( 8, "updateInternalMapping vlan: ", vmd.vlanId, " mac: ", vmd.macAddr,
+         " dest: ", vmd.dest );
+  const auto via = mplsFloodSetVia( vmd );
+  if ( isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ) ) {
+    TRACE( 1, "   add entry to internal mappings" );
+    tunnelToFloodSetEntryIs( via.tunnelId )->vlanMacDestSetIs( vmd, true );
+    hwInfoMapKeyToFloodSetEntryIs( via )->vlanMacDestSetIs( vmd, true );
+    return;
+  }
+  TRACE( 1, "   remove entry from internal mappings" );
+  if ( const auto entry = tunnelToFloodSetEntry( via.tunnelId ) ) {
+    entry->vlanMacDestSetDel( vmd );
+    if ( entry->vlanMacDestSets() == 0 ) {
+      tunnelToFloodSetEntryDel( via.tunnelId );
+    }
+  }
+  if ( const auto entry = hwInfoMapKeyToFloodSetEntry( via ) ) {
+    entry->vlanMacDestSetDel( vmd );
+    if ( entry->vlanMacDestSets() == 0 ) {
+      hwInfoMapKeyToFloodSetEntryDel( via );
+    }
+  }
+}
+
+void EvpnVlanFloodSetSm::processMplsDestConfig( const VlanMacDest & vmd ) {
+  TRACE( 8, "processMplsDestConfig vlan: ", vmd.vlanId, " mac: ", vmd.macAddr,
+         " dest: ", vmd.dest );
+  const auto via = mplsFloodSetVia( vmd );
+  const bool hwIdReady = hwInfoMapping()->mappingHas( via );
+  if ( hwIdReady && isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ) ) {
+    addOrUpdateMplsDestHwConfig( vmd );
+    return;
+  }
+  if ( !hwIdReady ) {
+    TRACE( 1, "   hwId not ready for dest, tunnelId: ", via.tunnelId, " label: ", via.label );
+  }
+  deleteMplsDestHwConfig( vmd );
+}
+
+MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig( const VlanMacDest & vmd ) const {
+  const auto key = mplsFloodSetVia( vmd );
+  const auto tunnelId = key.tunnelId;
+  VEX_ASSERT( tunnelId != Tunnel::TunnelTable::TunnelId::invalid() );
+  VEX_ASSERT( hwInfoMapping()->mappingHas( key ) );
+  const auto & hwInfo = hwInfoMapping()->mapping( key );
+  return { tunnelId, key.label, hwTunnelId( tunnelId ), hwInfo.hwIdForTunnelProgramming,
+           hwInfo.l2IntfId };
+}
+
+void EvpnVlanFloodSetSm::addOrUpdateMplsDestHwConfig( const VlanMacDest & vmd ) {
+  const auto config = createMplsDestConfig( vmd );
+  const auto existing = mplsDestHwConfig( vmd );
+  if ( existing == config ) {
+    TRACE( 1, "   no change in hardware config, skip " );
+    return;
+  }
+  const bool update = mplsDestHwConfigHas( vmd );
+  mplsDestHwConfigIs( vmd, config );
+  furtherDestInc( { vmd.macVlanPair(), config } );
+  if ( update ) {
+    TRACE( 1, "   update hardware config, existing: ( tunnelId: ", existing.tunnelId,
+           " label: ", existing.label, " hwTunnelId: ", existing.hwTunnelId,
+           " hwId: ", existing.hwIdForTunnelProgramming, " l2IntfId: ", existing.l2IntfId,
+           either( " ), new: ( tunnelId ", " ), new: ( tunnelId: " ), config.tunnelId,
+           " label: ", config.label, " hwTunnelId: ", config.hwTunnelId,
+           " hwId: ", config.hwIdForTunnelProgramming, " l2IntfId: ", config.l2IntfId );
+    withdraw( { vmd.macVlanPair(), existing } );
+  } else {
+    TRACE( 1, "   add hardware config: tunnelId: ", config.tunnelId, " label: ", config.label,
+           " hwTunnelId: ", config.hwTunnelId, " hwId: ", config.hwIdForTunnelProgramming,
+           " l2IntfId: ", config.l2IntfId );
+  }
+  publish( { vmd.macVlanPair(), config } );
+}
+
+// Does nothing for a configuration that no destination has any more: hardware may have answered
+// to the withdrawal of the old one, and the answer have led to yet another.
+void EvpnVlanFloodSetSm::publish( const FloodSetMplsDestConfig & floodSetConfig ) {
+  if ( !furtherDestHas( floodSetConfig ) ) {
+    return;
+  }
+  const auto floodSet = vlanFloodSetHwConfig()->configIs( floodSetConfig.macVlanPair );
+  if ( !floodSet->mplsDestConfigHas( floodSetConfig.config ) ) {
+    furtherDestDrop( floodSetConfig );
+    floodSet->mplsDestConfigIs( floodSetConfig.config, true );
+  }
+}
+
+// One destination less has it; with the last one it goes.
+void EvpnVlanFloodSetSm::withdraw( const FloodSetMplsDestConfig & floodSetConfig ) {
+  if ( furtherDestHas( floodSetConfig ) ) {
+    furtherDestDrop( floodSetConfig );
+  } else if ( const auto floodSet = vlanFloodSetHwConfig()->config( floodSetConfig.macVlanPair ) ) {
+    floodSet->mplsDestConfigDel( floodSetConfig.config );
+  }
+}
+
+void EvpnVlanFloodSetSm::furtherDestDrop( const FloodSetMplsDestConfig & floodSetConfig ) {
+  if ( furtherDestDec( floodSetConfig ) == 0 ) {
+    furtherDestDel( floodSetConfig );
+  }
+}
+
+void EvpnVlanFloodSetSm::deleteMplsDestHwConfig( const VlanMacDest & vmd ) {
+  if ( !mplsDestHwConfigHas( vmd ) ) {
+    return;
+  }
+  const auto config = mplsDestHwConfig( vmd );
+  TRACE( 1, "   remove hardware config: tunnelId: ", config.tunnelId, " label: ", config.label,
+         " hwTunnelId: ", config.hwTunnelId, " hwId: ", config.hwIdForTunnelProgramming,
+         " l2IntfId: ", config.l2IntfId );
+  const auto macVlanPair = vmd.macVlanPair();
+  mplsDestHwConfigDel( vmd );
+  withdraw( { macVlanPair, config } );
+  const auto floodSet = vlanFloodSetHwConfig()->config( macVlanPair );
+  if ( floodSet && floodSet->mplsDestConfigs() == 0 ) {
+    vlanFloodSetHwConfig()->configDel( macVlanPair );
+  }
+}
+
+} // namespace Kez

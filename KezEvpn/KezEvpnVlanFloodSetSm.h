@@ -1,0 +1,81 @@
+// Publishes, for every MPLS destination of a flood set whose path has a hardware id, the complete
+// configuration that hardware programs it with.
+//
+// Reads the flood sets, TunnelIdToHwTunnelIdMapping and HwInfoMapping; writes
+// EvpnVlanFloodSetHwConfig. What is published is a function of the three: a destination whose
+// path is not in HwInfoMapping has no configuration, one whose tunnel has no hardware tunnel id
+// has one without. An update removes the old configuration and adds the new one. Destinations of
+// a flood set that come to the same configuration share it, and it goes with the last of them.
+// Starting, the machine publishes everything anew. Hardware may answer within the writes; what it
+// made of a configuration is traced, no more.
+#pragma once
+
+#include "KezEvpn/MplsFloodSetSm.h"
+
+namespace Kez {
+
+class EvpnVlanFloodSetSm : public MplsFloodSetSm {
+public:
+  class VexHwInfoMapping : public Vex::ReactorOf< EvpnVlanFloodSetSm, HwInfoMapping > {
+  public:
+    using ReactorOf::ReactorOf;
+
+  private:
+    void onAttribute( Vex::AttrId id, const void * key ) override;
+  };
+
+  VEX_ENTITY( EvpnVlanFloodSetSm, "Kez::EvpnVlanFloodSetSm", MplsFloodSetSm )
+  VEX_INPUT( 1, hwInfoMapping, HwInfoMapping )
+  VEX_OUTPUT( 2, vlanFloodSetHwConfig, EvpnVlanFloodSetHwConfig )
+  // The configuration of each destination that has one.
+  VEX_MAP( 3, mplsDestHwConfig, VlanMacDest, MplsDestConfig )
+  VEX_ENTITIES( 4, tunnelToFloodSetEntry, TunnelVlanMacDestSet )
+  VEX_ENTITIES( 5, hwInfoMapKeyToFloodSetEntry, MplsFloodSetViaToVlanMacDestSet )
+  // How many destinations of a flood set have a configuration in `mplsDestHwConfig` beyond the
+  // one that it is published for: all that have it, while it is about to be published.
+  VEX_COUNTER( 6, furtherDest, FloodSetMplsDestConfig )
+  VEX_ATTRIBUTES( hwInfoMapping, vlanFloodSetHwConfig, mplsDestHwConfig, tunnelToFloodSetEntry,
+                  hwInfoMapKeyToFloodSetEntry, furtherDest )
+
+  EvpnVlanFloodSetSm( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+                      const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
+                      const Vex::Ptr< const HwInfoMapping > & hwInfoMapping,
+                      const Vex::Ptr< EvpnVlanFloodSetHwConfig > & vlanFloodSetHwConfig,
+                      const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus );
+  static Vex::Ptr< EvpnVlanFloodSetSm >
+  EvpnVlanFloodSetSmIs( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+                        const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
+                        const Vex::Ptr< const HwInfoMapping > & hwInfoMapping,
+                        const Vex::Ptr< EvpnVlanFloodSetHwConfig > & vlanFloodSetHwConfig,
+                        const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus );
+
+  void handleInitialized() override;
+  void handleHwTunnelIdMapping( Tunnel::TunnelTable::TunnelId tunnelId ) override;
+  void handleHwInfoMapping( const MplsFloodSetVia & via );
+  void handleMplsDestStatus( const Bridging::MacVlanPair & macVlanPair,
+                             const MplsDestConfig & config ) override;
+
+  void processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
+                        const L2Rib::Dest & dest ) override;
+  void updateInternalMapping( const VlanMacDest & vmd );
+  void processMplsDestConfig( const VlanMacDest & vmd );
+  MplsDestConfig createMplsDestConfig( const VlanMacDest & vmd ) const;
+  void addOrUpdateMplsDestHwConfig( const VlanMacDest & vmd );
+  void deleteMplsDestHwConfig( const VlanMacDest & vmd );
+
+private:
+  void publish( const FloodSetMplsDestConfig & floodSetConfig );
+  void withdraw( const FloodSetMplsDestConfig & floodSetConfig );
+  void furtherDestDrop( const FloodSetMplsDestConfig & floodSetConfig );
+
+  VexHwInfoMapping hwInfoMappingReactor_;
+};
+
+Vex::Ptr< EvpnVlanFloodSetSm > evpnVlanFloodSetSmFactory(
+    const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
+    const Vex::Ptr< const HwInfoMapping > & hwInfoMapping,
+    const Vex::Ptr< EvpnVlanFloodSetHwConfig > & vlanFloodSetHwConfig,
+    const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus );
+
+} // namespace Kez

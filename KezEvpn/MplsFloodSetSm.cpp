@@ -1,0 +1,122 @@
+#include "KezEvpn/MplsFloodSetSm.h"
+
+namespace Kez {
+
+MplsFloodSetSm::MplsFloodSetSm(
+    Ringlog::Handle & traceHandle, const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
+    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
+    const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus )
+    : floodSetOutput_( floodSetOutput ), hwTunnelIdMapping_( hwTunnelIdMapping ),
+      vlanFloodSetHwStatus_( vlanFloodSetHwStatus ), traceHandle_( traceHandle ),
+      floodSetOutputReactor_( *this ), hwTunnelIdMappingReactor_( *this ),
+      vlanFloodSetHwStatusReactor_( *this ) {}
+
+void MplsFloodSetSm::watchInputs() {
+  floodSetOutputReactor_.notifierIs( floodSetOutput() );
+  hwTunnelIdMappingReactor_.notifierIs( hwTunnelIdMapping() );
+  vlanFloodSetHwStatusReactor_.notifierIs( vlanFloodSetHwStatus() );
+}
+
+void MplsFloodSetSm::VexHwTunnelIdMapping::onAttribute( Vex::AttrId id, const void * key ) {
+  const auto sm = this->sm();
+  if ( id == TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdAttr && sm->initialized() ) {
+    sm->handleHwTunnelIdMapping( TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdAttr.key( key ) );
+  }
+}
+
+void MplsFloodSetSm::VexVlanFloodSetStatus::onAttribute( Vex::AttrId id, const void * key ) {
+  if ( id == VlanFloodSetStatus::mplsDestStatusAttr ) {
+    handleMplsDestStatus( VlanFloodSetStatus::mplsDestStatusAttr.key( key ) );
+  }
+}
+
+void MplsFloodSetSm::VexVlanFloodSetStatus::handleNotifier() {
+  handleVlanFloodSetStatus();
+}
+
+void MplsFloodSetSm::processEveryMplsDest() {
+  for ( const auto & [ vlanId, vlanFloodSet ] : floodSetOutput()->vlanFloodSet() ) {
+    for ( const auto & [ mac, floodSet ] : vlanFloodSet->floodSet() ) {
+      for ( const auto & dest : floodSet->destSet() ) {
+        processMplsDest( vlanId, mac, dest );
+      }
+    }
+  }
+}
+
+void MplsFloodSetSm::handleEveryVlanFloodSetStatus() {
+  for ( const auto & [ macVlanPair, reactor ] : vlanFloodSetStatus() ) {
+    reactor->handleVlanFloodSetStatus();
+  }
+}
+
+void MplsFloodSetSm::VexFloodSet::handleFloodSet() {
+  const auto sm = this->sm();
+  if ( !sm->initialized() ) {
+    return;
+  }
+  const auto & traceHandle = sm->traceHandle_;
+  const auto vlan = vlanId();
+  const auto floodSet = notifier();
+  TRACE( 8, "handleFloodSet vlan: ", vlan, " mac: ", floodSet->mac() );
+  for ( const auto & dest : floodSet->destSet() ) {
+    sm->processMplsDest( vlan, floodSet->mac(), dest );
+  }
+}
+
+void MplsFloodSetSm::VexFloodSet::handleDestSet( const L2Rib::Dest & dest ) {
+  const auto sm = this->sm();
+  if ( sm->initialized() ) {
+    const auto & traceHandle = sm->traceHandle_;
+    TRACE( 8, "handleDestSet vlan: ", vlanId(), " mac: ", mac(), " dest: ", dest );
+    sm->processMplsDest( vlanId(), mac(), dest );
+  }
+}
+
+void MplsFloodSetSm::VexVlanFloodSetStatus::handleVlanFloodSetStatus() {
+  const auto sm = this->sm();
+  if ( !sm->initialized() ) {
+    sm->handleVlanFloodSetStatusNotInitialized();
+    return;
+  }
+  const auto status = notifier();
+  for ( const auto & [ config, hwProgrammingStatus ] : status->mplsDestStatus() ) {
+    handleMplsDestStatus( config );
+  }
+}
+
+void MplsFloodSetSm::VexVlanFloodSetStatus::handleMplsDestStatus( const MplsDestConfig & config ) {
+  const auto sm = this->sm();
+  if ( sm->initialized() ) {
+    const auto & traceHandle = sm->traceHandle_;
+    TRACE( 8, "handleMplsDestStatus vlan: ", macVlanPair().vlanId, " mac: ", macVlanPair().macAddr,
+           " tunnelId: ", config.tunnelId, " label: ", config.label );
+    sm->handleMplsDestStatus( macVlanPair(), config );
+  }
+}
+
+bool MplsFloodSetSm::isDestInFloodSet( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
+                                       const L2Rib::Dest & dest ) const {
+  return hasDest( *floodSetOutput(), vlanId, mac, dest );
+}
+
+bool MplsFloodSetSm::isMplsDestConfigProgrammed( const Bridging::MacVlanPair & macVlanPair,
+                                                 const MplsDestConfig & config ) const {
+  const auto status = vlanFloodSetHwStatus()->status( macVlanPair );
+  return status && status->mplsDestStatusHas( config ) &&
+         status->mplsDestStatus( config ) == HwProgrammingStatus::programmed;
+}
+
+HwTunnelId MplsFloodSetSm::hwTunnelId( Tunnel::TunnelTable::TunnelId tunnelId ) const {
+  try {
+    const auto record = hwTunnelIdMapping()->tunnelIdToHwTunnelId( tunnelId );
+    return record ? record->hwTunnelId : HwTunnelId();
+  } catch ( const Rook::Corruption & corruption ) {
+    const auto & traceHandle = traceHandle_;
+    TRACE( 1, corruption.what() );
+    hwTunnelIdMapping()->tunnelIdToHwTunnelIdTable().handleCorruption( corruption );
+    return HwTunnelId();
+  }
+}
+
+} // namespace Kez

@@ -1,0 +1,50 @@
+// Forwarding equivalence classes: what traffic that is treated alike is sent over, one via or,
+// to share it out, several.
+#pragma once
+
+#include "Wire/IntfId.h"
+#include "Wire/MplsLabel.h"
+
+#include <vector>
+
+namespace Rook::Fib {
+
+// The FEC's kind in the top byte, a number of that kind below.
+class FecId : public Vex::WordValue< FecId, uint64_t > {
+public:
+  constexpr FecId( uint64_t value = 0 ) : WordValue( value ) {}
+
+  static constexpr std::string_view vexTypeName() { return "Rook::Fib::FecId"; }
+  static constexpr uint64_t vexLowest = 0;
+  static constexpr uint64_t vexHighest = UINT64_MAX;
+  static constexpr std::string_view vexExpected = "a FEC id, a whole number of 64 bits";
+};
+
+struct FecVia {
+  Wire::IntfId intfId;
+  Wire::MplsLabel mplsLabel;
+  VEX_VALUE( FecVia, "Rook::Fib::FecVia", intfId, mplsLabel )
+};
+
+// By index, from 0. Text form: the vias' brief ones, "[(DynamicTunnel1.7,100),(Ethernet1,101)]".
+class FecVias : public std::vector< FecVia > {
+public:
+  using std::vector< FecVia >::vector;
+  using VexRelocatable = std::true_type;
+
+  static constexpr std::string_view vexTypeName() { return "Rook::Fib::FecVias"; }
+  uint32_t hash( uint32_t seed ) const;
+};
+
+void appendText( Vex::TextBuffer & out, const FecVias & vias );
+void parseText( Vex::TextCursor & in, FecVias & vias );
+
+struct Fec {
+  using VexRelocatable = std::true_type;
+
+  FecId fecId;
+  FecVias via;
+  VEX_VALUE( Fec, "Rook::Fib::Fec", fecId, via )
+};
+
+} // namespace Rook::Fib
