@@ -419,7 +419,6 @@ void EvpnFloodingEsiSm::unprogramEsiHelper( Wire::IntfId logicalIntfId, Wire::In
 
 // What is programmed stays on record, to be programmed over or, if the pair ends first, deleted.
 void EvpnFloodingEsiSm::forceReprogram( const IntfVlanKey & key ) {
-  waitForInput( key );
   if ( const auto es = esiStatus( key ) ) {
     for ( const auto port : es->programmed() ) {
       es->forceReprogramIs( port );
