@@ -69,17 +69,20 @@ void KezEvpnFloodFilterSm::VexEvpnVlanFloodStatus::handleEvpnVlanFloodStatus() {
   if ( !sm->initialized() ) {
     return;
   }
-  const bool add = sm->evpnStatus()->evpnVlanFloodStatusHas( vlan );
+  const auto floodStatus = sm->evpnStatus()->evpnVlanFloodStatus( vlan );
   TRACE( 8, "KezEvpnFloodFilterSm::VexEvpnVlanFloodStatus::handleEvpnVlanFloodStatus vlanId ", vlan,
-         " add ", add );
-  if ( add ) {
-    const auto floodStatus = evpnVlanFloodStatus();
+         " add ", bool( floodStatus ) );
+  if ( floodStatus ) {
     for ( const auto intfId : floodStatus->floodFilter() ) {
       sm->processIntfVlan( intfId, vlan );
     }
-  } else if ( const auto intfs = sm->vlanIntfSet( vlan ) ) {
+  }
+  // What left the filter may have done so unheard, under a zombie mark.
+  if ( const auto intfs = sm->vlanIntfSet( vlan ) ) {
     for ( const auto intfId : intfs->intfId() ) {
-      sm->processIntfVlan( intfId, vlan );
+      if ( !floodStatus || !floodStatus->floodFilterHas( intfId ) ) {
+        sm->processIntfVlan( intfId, vlan );
+      }
     }
   }
 }

@@ -208,8 +208,13 @@ void EvpnFloodingDot1qSm::VexVlanStatus::handleVlanStatus() {
   for ( const auto intfId : memberInfo->member() ) {
     sm->maybeScheduleIntfVlanReview( intfId, vlan );
   }
-  if ( !sm->evpnVlanStatus()->vlanStatusHas( vlan ) ) {
-    sm->reviewIntfsOf( vlan );
+  // A member may also have left unheard, under a zombie mark.
+  if ( const auto intfs = sm->vlanIntfSet( vlan ) ) {
+    for ( const auto intfId : intfs->intfId() ) {
+      if ( !memberInfo->memberHas( intfId ) ) {
+        sm->maybeScheduleIntfVlanReview( intfId, vlan );
+      }
+    }
   }
 }
 

@@ -107,14 +107,19 @@ void EvpnFloodingEsiSm::VexSegmentStatus::handleSegmentStatus() {
     return;
   }
   const auto intf = intfId();
-  TRACE( 8, "handleSegmentStatus intfId ", intf );
-  if ( const auto status = sm->evpnStatus()->ethernetSegmentStatus( intf ) ) {
+  TRACE( 8, "EvpnFloodingEsiSm::VexSegmentStatus::handleSegmentStatus intfId ", intf );
+  const auto status = sm->evpnStatus()->ethernetSegmentStatus( intf );
+  if ( status ) {
     for ( const auto [ vlanId, dfTepIntfId ] : status->designatedForwarderTep() ) {
       sm->addIntfVlanMapping( intf, vlanId );
     }
-  } else if ( const auto vlans = sm->intfVlanSet( intf ) ) {
+  }
+  // A VLAN may also have left unheard, under a zombie mark.
+  if ( const auto vlans = sm->intfVlanSet( intf ) ) {
     for ( const auto vlanId : vlans->vlanId() ) {
-      sm->deleteIntfVlanMapping( intf, vlanId );
+      if ( !status || !status->designatedForwarderTepHas( vlanId ) ) {
+        sm->deleteIntfVlanMapping( intf, vlanId );
+      }
     }
   }
 }
@@ -124,7 +129,8 @@ void EvpnFloodingEsiSm::VexSegmentStatus::handleDFTep( Bridging::VlanId vlanId )
   if ( !sm->initialized() ) {
     return;
   }
-  TRACE( 8, "handleDFTep intfId ", intfId(), " vlanId ", vlanId );
+  TRACE( 8, "EvpnFloodingEsiSm::VexSegmentStatus::handleDFTep intfId ", intfId(), " vlanId ",
+         vlanId );
   if ( notifier()->designatedForwarderTepHas( vlanId ) ) {
     sm->addIntfVlanMapping( intfId(), vlanId );
   } else {
@@ -139,7 +145,8 @@ void EvpnFloodingEsiSm::VexSegmentStatus::handleLabel( Wire::IntfId tepIntfId ) 
   }
   const auto intf = intfId();
   const auto tunnelId = srTeOrDynamicTunnelIntfIdToTunnelId( tepIntfId );
-  TRACE( 8, "handleLabel", " tunnel", tunnelId, ", intfId", intf );
+  TRACE( 8, "EvpnFloodingEsiSm::VexSegmentStatus::handleLabel", " tunnel", tunnelId, ", intfId",
+         intf );
   if ( const auto vlans = sm->intfTunnelVlanSet( { intf, tunnelId } ) ) {
     for ( const auto vlanId : vlans->vlanId() ) {
       sm->processIntfVlan( intf, vlanId );
@@ -412,7 +419,6 @@ void EvpnFloodingEsiSm::unprogramEsiHelper( Wire::IntfId logicalIntfId, Wire::In
 
 // What is programmed stays on record, to be programmed over or, if the pair ends first, deleted.
 void EvpnFloodingEsiSm::forceReprogram( const IntfVlanKey & key ) {
-  waitForInput( key );
   if ( const auto es = esiStatus( key ) ) {
     for ( const auto port : es->programmed() ) {
       es->forceReprogramIs( port );

@@ -67,9 +67,13 @@ HwTunnelIdType EvpnHwTunnelIdSm::neededType( TunnelId tunnelId ) const {
                                                            : hwTunnelIdTypeDefault;
 }
 
-// Ends the process when the record is damaged: whose its id is cannot be told any more.
-std::optional< TunnelIdToHwTunnelId > EvpnHwTunnelIdSm::mapped( TunnelId tunnelId ) const noexcept {
-  return tunnelIdHwTunnelId()->tunnelIdToHwTunnelId( tunnelId );
+// The id of a damaged record can neither be kept nor given back.
+std::optional< TunnelIdToHwTunnelId > EvpnHwTunnelIdSm::mapped( TunnelId tunnelId ) const {
+  try {
+    return tunnelIdHwTunnelId()->tunnelIdToHwTunnelId( tunnelId );
+  } catch ( const Rook::Corruption & corruption ) {
+    KezBaseHelper::kezAssert( corruption.what() );
+  }
 }
 
 // --- Handlers

@@ -108,7 +108,7 @@ private:
   bool labelled( Wire::IntfId esIntfId, TunnelId tunnelId ) const;
   bool sharedEsiLabelConfigured( Wire::IntfId esIntfId ) const;
   HwTunnelIdType neededType( TunnelId tunnelId ) const;
-  std::optional< TunnelIdToHwTunnelId > mapped( TunnelId tunnelId ) const noexcept;
+  std::optional< TunnelIdToHwTunnelId > mapped( TunnelId tunnelId ) const;
   void unpark( TunnelId tunnelId );
   void reviewParkedAtOnce();
 

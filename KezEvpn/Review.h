@@ -148,6 +148,14 @@ public:
   VEX_OUTPUT( 62, reviewUnprogrammed, VexReviewUnprogrammed )
   VEX_ATTRIBUTES( defaultUnprogrammedRetryInterval, reviewUnprogrammed )
 
+  void reviewUnprogrammedIs( const Vex::Ptr< Loom::TaskScheduler > & scheduler,
+                             Loom::TaskPriority priority, const Vex::String & name,
+                             const ReviewTexts & texts = unprogrammedReviewTexts ) {
+    VexReviewUnprogrammed::replace(
+        reviewUnprogrammed_, scheduler, priority, name, *this,
+        [ this ] { vex_handleReviewUnprogrammed_taskRun(); }, traceHandle_, texts );
+  }
+
   void vex_handleReviewUnprogrammed_taskRun() {
     if ( initialized() ) {
       doReviewUnprogrammed();
@@ -158,14 +166,6 @@ public:
 protected:
   explicit RetryingSm( Ringlog::Handle & traceHandle ) : traceHandle_( traceHandle ) {}
   ~RetryingSm() override { VexReviewUnprogrammed::drop( reviewUnprogrammed_ ); }
-
-  void reviewUnprogrammedIs( const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                             Loom::TaskPriority priority, const Vex::String & name,
-                             const ReviewTexts & texts = unprogrammedReviewTexts ) {
-    VexReviewUnprogrammed::replace(
-        reviewUnprogrammed_, scheduler, priority, name, *this,
-        [ this ] { vex_handleReviewUnprogrammed_taskRun(); }, traceHandle_, texts );
-  }
 
 private:
   Ringlog::Handle & traceHandle_;

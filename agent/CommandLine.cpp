@@ -1,6 +1,7 @@
 #include "agent/CommandLine.h"
 
 #include "Ringlog/Ring.h"
+#include "Rook/TableWriter.h"
 #include "Vex/Clock.h"
 #include "agent/Shell.h"
 
@@ -24,6 +25,8 @@ constexpr auto usage = R"(kez-agent hosts the KezEvpn machines over simulated in
   --trace SETTING         trace from the start, like KezEvpn*/5
   --ring FILE             write every trace statement in binary form to FILE, 16 MiB used in
                           the round, which kez-inspect ring FILE reads; an older ring is replaced
+  --tables DIR            keep shared tables below DIR, where kez-inspect table FILE reads them;
+                          without it they are private
   --record FILE           write the session's lines to FILE, which must not be there yet
   --echo                  print each line before it is executed
   --clock virtual|steady  time passes by advance alone, which is the default, or by itself
@@ -39,6 +42,7 @@ struct Options {
   std::vector< std::string > files;
   std::vector< std::string > lines; // that options stand for
   std::string ring;
+  std::string tables;
   bool echo = false;
   bool steady = false;
 };
@@ -55,6 +59,15 @@ public:
   ~MountedRing() { Ringlog::ringDel(); }
   MountedRing( const MountedRing & ) = delete;
   MountedRing & operator=( const MountedRing & ) = delete;
+};
+
+// Has the tables of the session mounted below the directory of the options.
+class MountDirectory {
+public:
+  explicit MountDirectory( const std::string & directory ) { Rook::mountDirectoryIs( directory ); }
+  ~MountDirectory() { Rook::mountDirectoryIs( {} ); }
+  MountDirectory( const MountDirectory & ) = delete;
+  MountDirectory & operator=( const MountDirectory & ) = delete;
 };
 
 // Of the arguments after the first.
@@ -74,6 +87,8 @@ Options parseOptions( const std::vector< std::string > & arguments ) {
       options.lines.push_back( option.substr( 2 ) + " " + value() );
     } else if ( option == "--ring" ) {
       options.ring = value();
+    } else if ( option == "--tables" ) {
+      options.tables = value();
     } else if ( option == "--clock" ) {
       const auto clock = value();
       if ( clock != "virtual" && clock != "steady" ) {
@@ -81,8 +96,8 @@ Options parseOptions( const std::vector< std::string > & arguments ) {
       }
       options.steady = clock == "steady";
     } else if ( option != "-" && option.starts_with( "-" ) ) {
-      throw UsageError( "expected --trace, --ring, --record, --echo or --clock, found '" + option +
-                        "'" );
+      throw UsageError( "expected --trace, --ring, --tables, --record, --echo or --clock, found '" +
+                        option + "'" );
     } else {
       options.files.push_back( option );
     }
@@ -223,6 +238,7 @@ int dispatch( const std::vector< std::string > & arguments, const Input & input,
     Vex::Clock::virtualIs( 0 );
   }
   const MountedRing ring( options.ring );
+  const MountDirectory tables( options.tables );
   const auto wiring = wire();
   Shell shell( wiring, out, err );
   executeOptions( shell, options );

@@ -1,6 +1,8 @@
 // A backlog of routes with filter vias, each on an interface of its own, against a plain loop over
 // std::unordered_maps that makes the same helper calls. Routes, via sets and vias are numbered and
-// told of in order, or all in orders of their own. Times are per route.
+// told of in order, or all in orders of their own. `ratio` is to a loop whose tables of routes are
+// dictionaries too, `shared_ratio` to one that reads the tables that the machine reads. Times are
+// per route.
 #include "Ratio.h"
 
 #include "KezEvpn/KezEvpnEsiFilteringDecapSm.h"
@@ -9,6 +11,7 @@
 #include <algorithm>
 #include <memory>
 #include <numeric>
+#include <optional>
 #include <random>
 #include <unordered_map>
 #include <unordered_set>
@@ -22,51 +25,74 @@ Wire::IntfId intfOf( uint32_t number ) {
   return "Ethernet" + std::to_string( number / 64 + 1 ) + "/" + std::to_string( number % 64 + 1 );
 }
 
+struct Via {
+  uint64_t intf;
+  uint32_t label;
+  Wire::IntfId intfId;
+};
+
+// The routes' tables as plain dictionaries.
 struct PlainLfib {
-  struct Via {
-    uint64_t intf;
-    uint32_t label;
-    Wire::IntfId intfId;
-  };
+  std::optional< Via > viaOf( uint64_t route ) const {
+    const auto at = routes.find( route );
+    if ( at == routes.end() ) {
+      return std::nullopt;
+    }
+    const auto viaSet = viaSets.find( at->second );
+    if ( viaSet == viaSets.end() || viaSet->second.empty() ) {
+      return std::nullopt;
+    }
+    const auto via = vias.find( viaSet->second.front() );
+    return via == vias.end() ? std::nullopt : std::optional( via->second );
+  }
+
   Dict< uint32_t > routes;
   Dict< std::vector< uint64_t > > viaSets;
   Dict< Via > vias;
 };
 
+// The tables that the machine reads.
+struct SharedLfib {
+  std::optional< Via > viaOf( uint64_t number ) const {
+    const auto route = lfib.route( Mpls::RouteKey( static_cast< uint32_t >( number ) ) );
+    const auto viaSet = route ? lfib.viaSet( route->viaSetId ) : std::nullopt;
+    if ( !viaSet || viaSet->viaKeys.size() == 0 ) {
+      return std::nullopt;
+    }
+    const auto via = lfib.evpnEthernetSegmentFilterVia( *viaSet->viaKeys.begin() );
+    return via ? std::optional( Via{ via->intfId.vexWord(), via->label.value(), via->intfId } )
+               : std::nullopt;
+  }
+
+  const Mpls::LfibStatus & lfib;
+};
+
 struct Plain {
   std::unordered_set< uint64_t > backlog;
-  Dict< PlainLfib::Via > routeVia;
+  Dict< Via > routeVia;
   Dict< uint64_t > intfRoute;
   Dict< Rc > unprogrammed;
 
-  void run( const PlainLfib & lfib, KezHelper::EsiFilteringDecapHelper & helper ) {
+  template< class Lfib >
+  void run( const Lfib & lfib, KezHelper::EsiFilteringDecapHelper & helper ) {
     while ( !backlog.empty() ) {
       const uint64_t route = *backlog.begin();
-      process( lfib, helper, route );
+      remove( helper, route );
+      if ( const auto via = lfib.viaOf( route ) ) {
+        create( helper, route, *via );
+      }
       backlog.erase( route );
     }
   }
-  void process( const PlainLfib & lfib, KezHelper::EsiFilteringDecapHelper & helper,
-                uint64_t route ) {
-    const auto at = lfib.routes.find( route );
-    const auto viaSet =
-        at == lfib.routes.end() ? lfib.viaSets.end() : lfib.viaSets.find( at->second );
-    remove( helper, route );
-    if ( viaSet == lfib.viaSets.end() || viaSet->second.empty() ) {
-      return;
-    }
-    const auto via = lfib.vias.find( viaSet->second.front() );
-    if ( via == lfib.vias.end() ) {
-      return;
-    }
-    if ( intfRoute.contains( via->second.intf ) ) {
+  void create( KezHelper::EsiFilteringDecapHelper & helper, uint64_t route, const Via & via ) {
+    if ( intfRoute.contains( via.intf ) ) {
       unprogrammed[ route ] = Rc::conflict;
       return;
     }
-    const auto rc = helper.createEsiPortMap( via->second.label, via->second.intfId );
+    const auto rc = helper.createEsiPortMap( via.label, via.intfId );
     if ( rc == Rc::success ) {
-      routeVia[ route ] = via->second;
-      intfRoute[ via->second.intf ] = route;
+      routeVia[ route ] = via;
+      intfRoute[ via.intf ] = route;
       unprogrammed.erase( route );
     } else {
       unprogrammed[ route ] = rc;
@@ -138,8 +164,20 @@ void backlog( benchmark::State & state, bool inOrder, bool again ) {
       plain.backlog.insert( number );
     }
   };
+  const auto plainLoop = [ & ]( const auto & tables ) {
+    return [ & ] {
+      auto plain = std::make_unique< Plain >();
+      fillPlain( *plain );
+      if ( again ) {
+        plain->run( tables, *helper );
+        fillPlain( *plain );
+      }
+      return [ &tables, &helper, plain = std::move( plain ) ] { plain->run( tables, *helper ); };
+    };
+  };
+  const SharedLfib sharedLfib{ *lfib };
   Bench::compareWith(
-      state, routes, { "ratio" },
+      state, routes, { "ratio", "shared_ratio" },
       [ & ] {
         auto machine = std::make_unique< Machine >();
         machine->sm = Kez::esiFilteringDecapSmFactory( helper, lfib, machine->scheduler,
@@ -151,17 +189,7 @@ void backlog( benchmark::State & state, bool inOrder, bool again ) {
         }
         return [ &drain, machine = std::move( machine ) ] { drain( *machine ); };
       },
-      [ & ] {
-        auto plain = std::make_unique< Plain >();
-        fillPlain( *plain );
-        if ( again ) {
-          plain->run( plainLfib, *helper );
-          fillPlain( *plain );
-        }
-        return [ &plainLfib, &helper, plain = std::move( plain ) ] {
-          plain->run( plainLfib, *helper );
-        };
-      } );
+      plainLoop( plainLfib ), plainLoop( sharedLfib ) );
   state.counters[ "longest_run_s" ] = longest;
 }
 

@@ -79,6 +79,29 @@ TEST_F( FloodFilterSmTest, FreedHardwareIsOfferedToWhatIsParkedAtOnce ) {
   EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
 }
 
+TEST_F( FloodFilterSmTest, PairThatEndsWithoutAPortFreesNothing ) {
+  failNext( FallibleOperation::createNonDfPort, 2 );
+  start();
+  filter( 10, eth1 );
+  filter( 10, eth2 );
+  evpnStatus->evpnVlanFloodStatus( 10 )->floodFilterDel( eth1 );
+  EXPECT_EQ( scheduler->nextDeadline(), 5.0 );
+}
+
+TEST_F( FloodFilterSmTest, FiltersThatChangeUnderAZombieMarkAreMadeUpFor ) {
+  start();
+  filter( 10, eth1 );
+  filter( 20, eth1 );
+  sm->vexDoZombieReactors( true );
+  evpnStatus->evpnVlanFloodStatus( 10 )->floodFilterDel( eth1 );
+  filter( 10, eth2 );
+  evpnStatus->evpnVlanFloodStatusDel( 20 );
+  EXPECT_THAT( blocked(), ElementsAre( Port( eth1, eth1, 10 ), Port( eth1, eth1, 20 ) ) );
+  sm->vexDoZombieReactors( false );
+  EXPECT_THAT( blocked(), ElementsAre( Port( eth2, eth2, 10 ) ) );
+  expectConsistent();
+}
+
 TEST_F( FloodFilterSmTest, TracesDecisionsAndCalls ) {
   start();
   TraceCapture trace( "KezEvpnFloodFilterSm" );

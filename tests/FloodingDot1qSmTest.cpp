@@ -166,10 +166,14 @@ TEST_F( FloodingDot1qSmTest, LagMembersComeAndGoOnTheirPortsAlone ) {
   EXPECT_EQ( calls( Operation::deleteVlanToDot1qMapping ), 2u );
   expectConsistent();
 
-  lagInfo->lagToPortDel( lag1 );
-  advance( 1 );
-  EXPECT_THAT( mappings(), IsEmpty() );
-  EXPECT_FALSE( sm->dot1qStatusHas( { lag1, 10 } ) );
+  for ( const bool configured : { true, false } ) {
+    configured ? lagIs( lag1, {} ) : lagInfo->lagToPortDel( lag1 );
+    advance( 1 );
+    EXPECT_THAT( mappings(), IsEmpty() );
+    EXPECT_FALSE( sm->dot1qStatusHas( { lag1, 10 } ) );
+    lagIs( lag1, { eth1 } );
+    advance( 1 );
+  }
 }
 
 TEST_F( FloodingDot1qSmTest, OneRefusedPortOfALagIsTriedAgainAlone ) {
@@ -193,6 +197,52 @@ TEST_F( FloodingDot1qSmTest, OneRefusedPortOfALagIsTriedAgainAlone ) {
   failNext( FallibleOperation::createVlanToDot1qMapping, 1 );
   member( 10, eth3 );
   EXPECT_DEATH( advance( 1 ), "assertion failed: 0" );
+}
+
+// The pair stands in line before its VLAN, which the same review creates.
+TEST_F( FloodingDot1qSmTest, ParkedPairWaitsForItsVlanWithARetryDue ) {
+  evpnStatus->vlanToDot1qIs( 10, 110 );
+  member( 10, eth1 );
+  failNext( FallibleOperation::createVlanToDot1qMapping, 1 );
+  start();
+  advance( 1 );
+  failNext( FallibleOperation::createVlan, 1 );
+  evpnStatus->vlanToDot1qIs( 10, 111 );
+  advanceTo( 6 );
+  EXPECT_EQ( hardware->vlan( 10 ), 111 );
+  EXPECT_THAT( mappings(), IsEmpty() );
+  expectConsistent();
+  advance( 1 );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 111 ) ) );
+}
+
+TEST_F( FloodingDot1qSmTest, UnexpectedResultIsFatalOfAVlanAndSuccessOfAMapping ) {
+  const auto stub = KezHelper::evpnFloodingSmHelperStubFactory( "stub" );
+  stub->createVlanToDot1qRcIs( static_cast< Kez::HwProgrammingStatus >( 3 ) );
+  evpnStatus->vlanToDot1qIs( 10, 110 );
+  member( 10, eth1 );
+  sm = Kez::evpnFloodingDot1qSmFactory( stub, scheduler, lagInfo, evpnVlanStatus, evpnStatus,
+                                        nullptr );
+  sm->handleInitialized();
+  advance( 1 );
+  EXPECT_TRUE( sm->dot1qStatus( { eth1, 10 } )->programmedHas( eth1 ) );
+  stub->createVlanRcIs( Kez::HwProgrammingStatus::invalidHwId );
+  EXPECT_DEATH( evpnStatus->vlanToDot1qIs( 20, 120 ), "assertion failed: 0" );
+}
+
+TEST_F( FloodingDot1qSmTest, MembersThatChangeUnderAZombieMarkAreMadeUpFor ) {
+  evpnStatus->vlanToDot1qIs( 10, 110 );
+  member( 10, eth1 );
+  start();
+  sm->vexDoZombieReactors( true );
+  advance( 1 );
+  evpnVlanStatus->vlanStatus( 10 )->memberDel( eth1 );
+  member( 10, eth2 );
+  advance( 1 );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 110 ) ) );
+  sm->vexDoZombieReactors( false );
+  advance( 1 );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth2, eth2, 10 ), 110 ) ) );
 }
 
 TEST_F( FloodingDot1qSmTest, ReviewsYieldAndLoseNothing ) {

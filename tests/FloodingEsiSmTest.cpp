@@ -158,6 +158,9 @@ TEST_F( FloodingEsiSmTest, MovedForwarderIsReplacedOrWrittenOver ) {
     EXPECT_THAT( inHardware(),
                  ElementsAre( std::pair( Port( eth1, eth1, 10 ), data( 2, 9, 201, 50 ) ) ) );
     EXPECT_EQ( calls( Operation::deleteEsiData ), deleted + ( update ? 0 : 2 ) );
+    const auto created = calls( Operation::createEsiData );
+    hwIdIs( 2, 9 );
+    EXPECT_EQ( calls( Operation::createEsiData ), created );
     expectConsistent();
     // The tunnel of before has no say any more.
     mapping->tunnelIdToHwTunnelIdDel( tunnel( 1 ) );
@@ -191,19 +194,19 @@ TEST_F( FloodingEsiSmTest, WhatWaitsForAnInputIsNotRetried ) {
   start();
   EXPECT_TRUE( sm->unprogrammedEsiHas( { eth1, 10 } ) );
   TraceCapture trace( "KezEvpnFloodingEsiSm/5" );
-  segment( eth1 )->remoteEsiLabelIs( tep( 1 ), { 1, 100 } );
+  segment( eth1 )->remoteEsiLabelIs( tep( 1 ), { 1, 0xfffff } );
   EXPECT_THAT( trace.take(), ElementsAre( "5 incorrect encap type1" ) );
   EXPECT_EQ( sm->unprogrammedEsis(), 0u );
   advance( 10 );
   EXPECT_EQ( calls( Operation::createEsiData ), 1u );
-  segment( eth1 )->remoteEsiLabelIs( tep( 1 ), { 2, 101 } );
+  segment( eth1 )->remoteEsiLabelIs( tep( 1 ), { 2, 0 } ); // the least usable word
   EXPECT_THAT( trace.take(), Contains( "5 programmed esi" ) );
   // A bad type leaves what stands, a hardware id or local label that differs as well.
   segment( eth1 )->remoteEsiLabelIs( tep( 1 ), { 1, 102 } );
   hwIdIs( 1, 8 );
   evpnStatus->localEsiLabelIs( eth1, { 2, 51 } );
   EXPECT_THAT( inHardware(),
-               ElementsAre( std::pair( Port( eth1, eth1, 10 ), data( 1, 7, 101, 50 ) ) ) );
+               ElementsAre( std::pair( Port( eth1, eth1, 10 ), data( 1, 7, 0, 50 ) ) ) );
 }
 
 TEST_F( FloodingEsiSmTest, WithdrawnDataMakesRoomAtOnceAndLagPortsFollow ) {
@@ -229,6 +232,36 @@ TEST_F( FloodingEsiSmTest, WithdrawnDataMakesRoomAtOnceAndLagPortsFollow ) {
   evpnStatus->ethernetSegmentStatusDel( eth3 );
   scheduler->runReady();
   EXPECT_EQ( inHardware().size(), 2u );
+  expectConsistent();
+}
+
+TEST_F( FloodingEsiSmTest, DeletionPassesNoTunnel ) {
+  const auto stub = KezHelper::evpnFloodingSmHelperStubFactory( "stub" );
+  segmentOfEth1();
+  sm = Kez::evpnFloodingEsiSmFactory( stub, scheduler, lagInfo, evpnStatus, mapping );
+  sm->handleInitialized();
+  EXPECT_EQ( stub->createEsiDataTid(), tunnel( 1 ) );
+  stub->deleteEsiDataTidIs( tunnel( 1 ) );
+  stub->deleteEsiDataHwTidIs( stub->createEsiDataHwTid() );
+  mapping->tunnelIdToHwTunnelIdDel( tunnel( 1 ) );
+  EXPECT_EQ( stub->deleteEsiDataCount(), 1u );
+  EXPECT_EQ( stub->deleteEsiDataTid(), TunnelId( 0 ) );
+  EXPECT_EQ( stub->deleteEsiDataHwTid(), Kez::HwTunnelId() );
+}
+
+TEST_F( FloodingEsiSmTest, ForwardersThatChangeUnderAZombieMarkAreMadeUpFor ) {
+  segmentOfEth1();
+  start();
+  sm->vexDoZombieReactors( true );
+  segment( eth1 )->designatedForwarderTepDel( 10 );
+  segment( eth1 )->designatedForwarderTepIs( 20, tep( 1 ) );
+  EXPECT_THAT( inHardware(), ElementsAre( testing::Key( Port( eth1, eth1, 10 ) ) ) );
+  sm->vexDoZombieReactors( false );
+  EXPECT_THAT( inHardware(), ElementsAre( testing::Key( Port( eth1, eth1, 20 ) ) ) );
+  sm->vexDoZombieReactors( true );
+  evpnStatus->ethernetSegmentStatusDel( eth1 );
+  sm->vexDoZombieReactors( false );
+  EXPECT_THAT( inHardware(), IsEmpty() );
   expectConsistent();
 }
 

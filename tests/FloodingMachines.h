@@ -6,6 +6,7 @@
 #include "VirtualTime.h"
 
 #include "KezEvpn/PortProgramming.h"
+#include "KezHelper/EvpnFloodingSmHelperStub.h"
 #include "agent/SwitchFloodingHelper.h"
 
 #include <gmock/gmock.h>
@@ -72,6 +73,9 @@ protected:
       for ( const auto port : status->unprogrammed() ) {
         EXPECT_TRUE( !status->programmedHas( port ) || status->forceReprogramHas( port ) );
         unprogrammed.insert( key );
+      }
+      for ( const auto port : status->forceReprogram() ) {
+        EXPECT_TRUE( status->programmedHas( port ) );
       }
       for ( const auto port : status->programmed() ) {
         programmed.insert( { key.intfId, port, key.vlanId } );

@@ -13,7 +13,7 @@ namespace Rook {
 // The directory below which tables have their files; none, and none is made, keeps those mounted
 // from then on in private memory.
 Vex::String mountDirectory();
-void mountDirectoryIs( const Vex::String & directory );
+void mountDirectoryIs( const Vex::String & path );
 
 VEX_ENUM( MountStatus, "Rook::MountStatus", unmounted, privateMemory, mounted )
 
