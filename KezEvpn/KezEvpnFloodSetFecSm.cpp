@@ -79,8 +79,8 @@ void EvpnFloodSetFecSm::VexMplsFloodSetFecResponse::onAttribute( Vex::AttrId id,
 void EvpnFloodSetFecSm::handleInitialized() {
   TRACE( 8, "handleInitialized" );
   clearOutputs();
-  numAllocatorConfig_ = Vex::makePtr< Loom::NumAllocatorConfig >(
-      Loom::Range( 0, highestFecIndex ), restOfReleasedIndex );
+  numAllocatorConfig_ = Vex::makePtr< Loom::NumAllocatorConfig >( Loom::Range( 0, highestFecIndex ),
+                                                                  restOfReleasedIndex );
   numAllocatorStatus_ = Vex::makePtr< Loom::NumAllocatorStatus >();
   numAllocator_ =
       Vex::makePtr< Loom::NumAllocator >( numAllocatorConfig_, numAllocatorStatus_, timerWheel_ );

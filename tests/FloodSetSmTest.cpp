@@ -166,19 +166,21 @@ TEST_F( FloodSetSmTest, DestinationsOfOneConfigurationShareIt ) {
   EXPECT_EQ( request->fecs(), 0u );
 }
 
-// The withdrawal of the old configuration brings about a newer one than is about to be published.
 TEST_F( FloodSetSmTest, AnAnswerWithinTheWriteLeavesOneConfiguration ) {
   start();
   floodSet()->destSetIs( mpls( 5 ) );
-  floodSet()->destSetIs( mpls( 5, 100, "Ethernet1" ) );
   Meddler meddler;
   const Meddler::VexConfig reactor( meddler, config->config( pair ) );
+  // The withdrawal of the old one brings about a newer one than is about to be published.
   meddler.meddle = [ & ] { hwTunnelIdIs( 5, 8 ); };
   hwTunnelIdIs( 5, 7 );
   EXPECT_EQ( configsOf( pair ), std::set{ answered( 8 ) } );
+  // The publication for one destination takes away what another one still has.
+  floodSet()->destSetIs( mpls( 5, 100, "Ethernet1" ) );
   meddler.meddle = [ & ] { response->hwFecIdResponseDel( firstFecId ); };
   hwTunnelIdIs( 5, 9 ); // of which the request is told after that, and answered
   EXPECT_EQ( configsOf( pair ), std::set{ answered( 9 ) } );
+  EXPECT_EQ( floodSetSm->furtherDests(), 1u );
 }
 
 TEST_F( FloodSetSmTest, APathStaysWhileAnyFloodSetHasItProgrammed ) {
