@@ -175,6 +175,10 @@ protected:
     expectConfigs();
     expectFecs();
     EXPECT_EQ( hardware->lastRefusal(), "" );
+    EXPECT_EQ( filter->vlanFloodSets(), input->vlanFloodSets() );
+    EXPECT_EQ( floodSetSm->vlanFloodSets(), mplsOnly->vlanFloodSets() );
+    EXPECT_EQ( fecSm->vlanFloodSets(), mplsOnly->vlanFloodSets() );
+    EXPECT_EQ( fecSm->vlanFloodSetStatuss(), status->statuss() );
   }
 
   // With nothing more to come hardware has what is configured, and no FEC that nobody wants.
