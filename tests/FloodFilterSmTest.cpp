@@ -124,34 +124,27 @@ TEST_F( FloodFilterSmTest, TracesDecisionsAndCalls ) {
 }
 
 TEST_F( FloodFilterSmTest, AfterAnyEventsTheSwitchBlocksWhatTheFiltersSay ) {
-  const std::vector< Wire::IntfId > intfs{ eth1, eth2, lag1, lag2 };
-  const std::vector< Wire::IntfId > ports{ eth1, eth2, eth3, Wire::IntfId( "Ethernet4" ) };
   std::mt19937 random( 44 );
-  const auto any = [ & ]( const auto & from ) { return from[ random() % from.size() ]; };
   start();
   for ( int event = 0; event < 6000 && !HasFailure(); ++event ) {
     const auto vlan = static_cast< uint16_t >( random() % 4 + 1 );
     switch ( random() % 8 ) {
     case 0:
     case 1:
-      filter( vlan, any( intfs ) );
+      filter( vlan, anyIntf( random ) );
       break;
     case 2:
       if ( const auto status = evpnStatus->evpnVlanFloodStatus( vlan ) ) {
-        status->floodFilterDel( any( intfs ) );
+        status->floodFilterDel( anyIntf( random ) );
       }
       break;
     case 3:
       evpnStatus->evpnVlanFloodStatusDel( vlan );
       break;
     case 4:
-    case 5: {
-      std::vector< Wire::IntfId > some;
-      std::copy_if( ports.begin(), ports.end(), std::back_inserter( some ),
-                    [ & ]( Wire::IntfId ) { return random() % 2; } );
-      lagIs( random() % 2 ? lag1 : lag2, some );
+    case 5:
+      lagIs( random() % 2 ? lag1 : lag2, somePorts( random ) );
       break;
-    }
     case 6:
       lagInfo->lagToPortDel( lag1 );
       break;

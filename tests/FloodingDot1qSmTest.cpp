@@ -267,10 +267,7 @@ TEST_F( FloodingDot1qSmTest, ReviewsYieldAndLoseNothing ) {
 // Whatever happens, in whatever order, with hardware failing now and then: once it is quiet the
 // switch has what the inputs say, and the private state holds together after each event.
 TEST_F( FloodingDot1qSmTest, AfterAnyEventsTheSwitchHasWhatTheInputsSay ) {
-  const std::vector< Wire::IntfId > intfs{ eth1, eth2, lag1, lag2 };
-  const std::vector< Wire::IntfId > ports{ eth1, eth2, eth3, Wire::IntfId( "Ethernet4" ) };
   std::mt19937 random( 43 );
-  const auto any = [ & ]( const auto & from ) { return from[ random() % from.size() ]; };
   start();
   for ( int event = 0; event < 6000 && !HasFailure(); ++event ) {
     const auto vlan = static_cast< uint16_t >( random() % 4 + 1 );
@@ -287,26 +284,22 @@ TEST_F( FloodingDot1qSmTest, AfterAnyEventsTheSwitchHasWhatTheInputsSay ) {
       break;
     case 4:
     case 5:
-      member( vlan, any( intfs ) );
+      member( vlan, anyIntf( random ) );
       break;
     case 6:
       if ( const auto info = evpnVlanStatus->vlanStatus( vlan ) ) {
-        info->memberDel( any( intfs ) );
+        info->memberDel( anyIntf( random ) );
       }
       break;
     case 7:
       evpnVlanStatus->vlanStatusDel( vlan );
       break;
     case 8:
-    case 9: {
-      std::vector< Wire::IntfId > some;
-      std::copy_if( ports.begin(), ports.end(), std::back_inserter( some ),
-                    [ & ]( Wire::IntfId ) { return random() % 2; } );
-      lagIs( lag1, some );
+    case 9:
+      lagIs( random() % 2 ? lag1 : lag2, somePorts( random ) );
       break;
-    }
     case 10:
-      lagInfo->lagToPortDel( any( intfs ) );
+      lagInfo->lagToPortDel( anyIntf( random ) );
       break;
     default:
       if ( random() % 10 == 0 ) { // an earlier life's hardware state is gone with it

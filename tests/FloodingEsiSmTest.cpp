@@ -270,14 +270,11 @@ TEST_F( FloodingEsiSmTest, ForwardersThatChangeUnderAZombieMarkAreMadeUpFor ) {
 // and label are those of the last call that succeeded), and while a forwarder or its label is not
 // usable.
 TEST_F( FloodingEsiSmTest, AfterAnyEventsTheSwitchHasWhatTheInputsSay ) {
-  const std::vector< Wire::IntfId > intfs{ eth1, eth2, lag1, lag2 };
-  const std::vector< Wire::IntfId > ports{ eth1, eth2, eth3, Wire::IntfId( "Ethernet4" ) };
   std::mt19937 random( 45 );
-  const auto any = [ & ]( const auto & from ) { return from[ random() % from.size() ]; };
   start();
   for ( int event = 0; event < 12000 && !HasFailure(); ++event ) {
     const auto vlan = static_cast< uint16_t >( random() % 3 + 1 );
-    const auto intf = any( intfs );
+    const auto intf = anyIntf( random );
     const auto status = evpnStatus->ethernetSegmentStatus( intf );
     switch ( random() % 14 ) {
     case 0:
@@ -305,13 +302,9 @@ TEST_F( FloodingEsiSmTest, AfterAnyEventsTheSwitchHasWhatTheInputsSay ) {
       random() % 4 ? hwIdIs( random() % 3 + 1, random() % 5 + 1 )
                    : mapping->tunnelIdToHwTunnelIdDel( tunnel( random() % 3 + 1 ) );
       break;
-    case 10: {
-      std::vector< Wire::IntfId > some;
-      std::copy_if( ports.begin(), ports.end(), std::back_inserter( some ),
-                    [ & ]( Wire::IntfId ) { return random() % 2; } );
-      lagIs( random() % 2 ? lag1 : lag2, some );
+    case 10:
+      lagIs( random() % 2 ? lag1 : lag2, somePorts( random ) );
       break;
-    }
     case 11:
       random() % 4 ? lagInfo->lagToPortDel( lag1 ) : evpnStatus->ethernetSegmentStatusDel( intf );
       break;

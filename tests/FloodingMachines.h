@@ -11,6 +11,7 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <map>
 #include <random>
 #include <set>
@@ -34,6 +35,19 @@ protected:
     hardware->faultIs( operation )->nextCallsIs( calls );
   }
   uint32_t calls( Operation operation ) const { return hardware->callCount( operation ); }
+
+  Wire::IntfId anyIntf( std::mt19937 & random ) const {
+    return std::array{ eth1, eth2, lag1, lag2 }[ random() % 4 ];
+  }
+  static std::vector< Wire::IntfId > somePorts( std::mt19937 & random ) {
+    std::vector< Wire::IntfId > some;
+    for ( const auto port : { "Ethernet1", "Ethernet2", "Ethernet3", "Ethernet4" } ) {
+      if ( random() % 2 ) {
+        some.emplace_back( port );
+      }
+    }
+    return some;
+  }
 
   // The ports behind an interface, as the machines are to see them.
   std::vector< Wire::IntfId > portsOf( Wire::IntfId intf ) const {
