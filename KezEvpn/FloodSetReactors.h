@@ -75,6 +75,9 @@ protected:
       }
       floodSetIs( floodSet );
     }
+    if ( sm->vlanFloodSet( vlan ) == this && this->markedForDeletion() ) {
+      floodSet_.delStrays( *sm, L2Rib::VlanFloodSet::floodSetEntities::of( *notifier ) );
+    }
   }
 
 private:

@@ -79,6 +79,7 @@ void EvpnFloodSetFecSm::VexMplsFloodSetFecResponse::onAttribute( Vex::AttrId id,
 void EvpnFloodSetFecSm::handleInitialized() {
   TRACE( 8, "handleInitialized" );
   clearOutputs();
+  clearCaches();
   numAllocatorConfig_ = Vex::makePtr< Loom::NumAllocatorConfig >( Loom::Range( 0, highestFecIndex ),
                                                                   restOfReleasedIndex );
   numAllocatorStatus_ = Vex::makePtr< Loom::NumAllocatorStatus >();
@@ -103,6 +104,30 @@ void EvpnFloodSetFecSm::clearOutputs() {
   hwInfoMapping()->mappingDelAll();
   mplsFloodSetFecRequest()->fecDelAll();
   mplsFloodSetFecRequest()->hwFecIdRequestDelAll();
+}
+
+// Their numbers are not those of the allocator to come.
+void EvpnFloodSetFecSm::clearCaches() {
+  fecIdCacheDelAll();
+  mplsFloodSetViaCacheDelAll();
+  floodSetEntryCacheDelAll();
+  floodSetStatusCacheDelAll();
+  tunnelInfoCacheDelAll();
+  programmedConfigDelAll();
+}
+
+void EvpnFloodSetFecSm::makeUpForZombieMark() {
+  for ( const auto & [ macVlanPair, config ] : programmedConfig() ) {
+    if ( !isMplsDestConfigProgrammed( macVlanPair, config ) ) {
+      handleMplsDestStatus( macVlanPair, config );
+    }
+  }
+  for ( const auto & [ via, entry ] : floodSetEntryCache() ) {
+    processDestsThatLeft( *entry );
+  }
+  for ( const auto & [ fecId, via ] : fecIdCache() ) {
+    handleFecResponse( fecId );
+  }
 }
 
 void EvpnFloodSetFecSm::handleVlanFloodSetStatusNotInitialized() {

@@ -92,7 +92,9 @@ public:
 
 private:
   void handleVlanFloodSetStatusNotInitialized() override;
+  void makeUpForZombieMark() override;
   void clearOutputs();
+  void clearCaches();
   void updateFloodSetStatusCache( const MplsFloodSetVia & via,
                                   const FloodSetMplsDestConfig & floodSetConfig, bool programmed );
 

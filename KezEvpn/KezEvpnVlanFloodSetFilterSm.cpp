@@ -55,6 +55,14 @@ void VlanFloodSetFilterSm::handleInitialized() {
   }
 }
 
+void VlanFloodSetFilterSm::vexDoZombieReactors( bool zombie ) {
+  InitializedSm::vexDoZombieReactors( zombie );
+  if ( !zombie && initialized() ) {
+    handleSource();
+    deleteStaleDests();
+  }
+}
+
 // What stays is not taken away and brought back: who watches the output need not know.
 void VlanFloodSetFilterSm::deleteStaleDests() {
   for ( const auto & [ vlanId, vlanFloodSet ] : outFloodSetOutput()->vlanFloodSet() ) {
@@ -64,6 +72,12 @@ void VlanFloodSetFilterSm::deleteStaleDests() {
           deleteDest( vlanId, mac, dest );
         }
       }
+      if ( floodSet->destSets() == 0 ) {
+        vlanFloodSet->floodSetDel( mac );
+      }
+    }
+    if ( vlanFloodSet->floodSets() == 0 ) {
+      outFloodSetOutput()->vlanFloodSetDel( vlanId );
     }
   }
 }

@@ -56,6 +56,7 @@ public:
                           const Vex::Ptr< L2Rib::FloodSetOutput > & outFloodSetOutput );
 
   void handleInitialized() override;
+  void vexDoZombieReactors( bool zombie ) override;
   void handleSource();
 
   void processVlanFloodSet( Bridging::VlanId vlanId );

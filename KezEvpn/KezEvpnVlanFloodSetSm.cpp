@@ -60,6 +60,12 @@ void EvpnVlanFloodSetSm::handleInitialized() {
   processEveryMplsDest();
 }
 
+void EvpnVlanFloodSetSm::makeUpForZombieMark() {
+  for ( const auto & [ via, entry ] : hwInfoMapKeyToFloodSetEntry() ) {
+    processDestsThatLeft( *entry );
+  }
+}
+
 void EvpnVlanFloodSetSm::handleHwTunnelIdMapping( TunnelId tunnelId ) {
   TRACE( 8, "handleHwTunnelIdMapping ", tunnelId );
   const auto entry = tunnelToFloodSetEntry( tunnelId );

@@ -64,6 +64,7 @@ public:
   void deleteMplsDestHwConfig( const VlanMacDest & vmd );
 
 private:
+  void makeUpForZombieMark() override;
   void publish( const FloodSetMplsDestConfig & floodSetConfig );
   void withdraw( const FloodSetMplsDestConfig & floodSetConfig );
   void furtherDestDrop( const FloodSetMplsDestConfig & floodSetConfig );

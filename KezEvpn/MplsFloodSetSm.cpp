@@ -50,6 +50,21 @@ void MplsFloodSetSm::handleEveryVlanFloodSetStatus() {
   }
 }
 
+void MplsFloodSetSm::vexDoZombieReactors( bool zombie ) {
+  InitializedSm::vexDoZombieReactors( zombie );
+  if ( !zombie && initialized() ) {
+    makeUpForZombieMark();
+  }
+}
+
+void MplsFloodSetSm::processDestsThatLeft( const MplsFloodSetViaToVlanMacDestSet & entry ) {
+  for ( const auto & vmd : entry.vlanMacDestSet() ) {
+    if ( !isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ) ) {
+      processMplsDest( vmd.vlanId, vmd.macAddr, vmd.dest );
+    }
+  }
+}
+
 void MplsFloodSetSm::VexFloodSet::handleFloodSet() {
   const auto sm = this->sm();
   if ( !sm->initialized() ) {
@@ -79,6 +94,9 @@ void MplsFloodSetSm::VexVlanFloodSetStatus::handleVlanFloodSetStatus() {
     sm->handleVlanFloodSetStatusNotInitialized();
     return;
   }
+  const auto & traceHandle = sm->traceHandle_;
+  TRACE( 8, "handleVlanFloodSetStatus vlan: ", macVlanPair().vlanId,
+         " mac: ", macVlanPair().macAddr );
   const auto status = notifier();
   for ( const auto & [ config, hwProgrammingStatus ] : status->mplsDestStatus() ) {
     handleMplsDestStatus( config );

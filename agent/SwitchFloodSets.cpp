@@ -54,10 +54,12 @@ void SwitchFloodSets::handleFecRequest( FecId fecId ) {
   FecWork work{ fecId, {}, fecRequest()->hwFecIdRequest( fecId ).hwTunnelId, false };
   if ( requested ) {
     // A withdrawal that has not come about need not.
-    std::erase_if( work_, [ & ]( const Work & each ) {
-      const auto * fec = std::get_if< FecWork >( &each.what );
-      return fec && fec->fecId == fecId && !fec->answer;
-    } );
+    if ( fecResponse()->hwFecIdResponseHas( fecId ) ) {
+      std::erase_if( work_, [ & ]( const Work & each ) {
+        const auto * fec = std::get_if< FecWork >( &each.what );
+        return fec && fec->fecId == fecId && !fec->answer;
+      } );
+    }
     work.answer.emplace( hwFecIdOf( fecId ), fecRequest()->fec( fecId ).via.front().intfId );
   }
   accept( work );
@@ -83,10 +85,7 @@ template< class T > void SwitchFloodSets::workLater( const T & work, double seco
 void SwitchFloodSets::doDueWork() {
   const double now = Vex::Clock::now();
   while ( !work_.empty() && work_.front().due <= now ) {
-    const auto end = std::find_if( work_.begin(), work_.end(),
-                                   [ & ]( const Work & each ) { return each.due > now; } );
-    const auto at =
-        work_.begin() + static_cast< ptrdiff_t >( nextWork( size_t( end - work_.begin() ) ) );
+    const auto at = work_.begin() + static_cast< ptrdiff_t >( nextWork( now ) );
     const auto work = at->what;
     work_.erase( at );
     std::visit( [ this ]( const auto & what ) { doWork( what ); }, work );
@@ -96,14 +95,16 @@ void SwitchFloodSets::doDueWork() {
   }
 }
 
-// Which of the first `due` is done next.
-size_t SwitchFloodSets::nextWork( size_t due ) {
+// Which of what is due, the first of all, is done next.
+size_t SwitchFloodSets::nextWork( double now ) {
   if ( shuffleSeed() == 0 ) {
     return 0;
   }
+  const auto end = std::find_if( work_.begin(), work_.end(),
+                                 [ & ]( const Work & each ) { return each.due > now; } );
   random_.seed( shuffleSeed() );
   shuffleSeedIs( random_() | 1 );
-  const size_t chosen = random_() % due;
+  const size_t chosen = random_() % size_t( end - work_.begin() );
   const auto isSame = [ & ]( const Work & each ) {
     const auto * fec = std::get_if< FecWork >( &each.what );
     const auto * chosenFec = std::get_if< FecWork >( &work_[ chosen ].what );

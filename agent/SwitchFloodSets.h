@@ -93,7 +93,7 @@ private:
   template< class T > void accept( const T & work );
   template< class T > void workLater( const T & work, double seconds );
   void doDueWork();
-  size_t nextWork( size_t due );
+  size_t nextWork( double now );
   void doWork( const FecWork & work );
   void doWork( const DestWork & work );
 

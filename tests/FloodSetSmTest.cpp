@@ -100,6 +100,52 @@ TEST_F( FloodSetSmTest, TracesADestinationsWayToHardwareAndBack ) {
                                           "1  no fecRequest associated with this tunnel " ) );
 }
 
+TEST_F( FloodSetSmTest, TracesHandlersOfWholeFloodSetsAndWhyAPathStays ) {
+  driver->answerDelayIs( 1 );
+  start();
+  const std::string set = "vlan: 10 mac: 00:00:00:00:00:01";
+  TraceCapture trace( "KezEvpnVlanFloodSetFilterSm" );
+  input->sourceIs( "rib" );
+  floodSet();
+  input->vlanFloodSetDel( 10 );
+  EXPECT_THAT( trace.take(),
+               ElementsAre( "8 handleSource source: rib", "8 handleVlanFloodSet vlan: 10",
+                            "8  processVlanFloodSet vlan: 10", "8  handleFloodSet " + set,
+                            "8   processFloodSet " + set, "8  handleFloodSet " + set,
+                            "8   processFloodSet " + set,
+                            "1    deleting floodSet with vlan 10 and mac 00:00:00:00:00:01",
+                            "8 handleVlanFloodSet vlan: 10", "8  processVlanFloodSet vlan: 10",
+                            "1   deleting vlanFloodSet with vlan: 10" ) );
+  const std::string dest = set + " dest: mpls(,100,5)";
+  const std::string path = "(tunnelId: 5 label: 100 vlanId: 0";
+  const std::string fecId = std::to_string( firstFecId );
+  Ringlog::traceIs( "KezEvpnFloodSetFecSm" );
+  floodSet()->destSetIs( mpls( 5 ) );
+  EXPECT_THAT( trace.take(),
+               ElementsAre( "8 handleFloodSet " + set, "8 handleDestSet " + dest,
+                            "8 processMplsDest " + dest, "8 processFecRequest " + path,
+                            "8 createOrUpdateFecRequest",
+                            "2      mplsFloodSetFecRequest created or updated: (tunnelId: 5 label: "
+                            "100 hwTunnelId:0:0 fecId: " +
+                                fecId ) );
+  advance( 3 );
+  EXPECT_THAT( trace.take(),
+               ElementsAre( "8 handleFecResponse " + fecId,
+                            "2  add or update hwInfo for tunnelId: 5 label: 100 vlanId: 0",
+                            "8 handleVlanFloodSetStatus " + set,
+                            "8 handleMplsDestStatus " + set + " tunnelId: 5 label: 100",
+                            "1   config is programmed in hardware" ) );
+  floodSet()->destSetDel( mpls( 5 ) );
+  EXPECT_THAT( trace.take(), ElementsAre( "8 handleDestSet " + dest, "8 processMplsDest " + dest,
+                                          "8 processFecRequest " + path,
+                                          "1     wait for hardware to unprogram the floodSet",
+                                          "8 handleFloodSet " + set ) );
+  advance( 3 ); // the path has gone; told once more that its destination has
+  Ringlog::traceIs( "KezEvpnFloodSetFecSm/2" );
+  fecSm->processMplsDest( 10, 1, mpls( 5 ) );
+  EXPECT_EQ( trace.take().back(), "2      fecId not found, fecRequest already removed" );
+}
+
 TEST_F( FloodSetSmTest, ANewHwTunnelIdReplacesTheConfigurationsOfItsTunnelAlone ) {
   hwTunnelIdIs( 5, 7 );
   start();

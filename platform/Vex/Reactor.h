@@ -74,10 +74,12 @@ public:
 
   bool hasNotificationActive() const { return active_; }
   void hasNotificationActiveIs( bool active );
-  void vexDoZombieReactors( bool zombie );
+  // An owner that can make up for what its reactors did not hear of under the mark does so when
+  // all of them are unmarked.
+  virtual void vexDoZombieReactors( bool zombie );
 
 protected:
-  ~ReactorOwner();
+  virtual ~ReactorOwner();
 
 private:
   friend class Reactor;

@@ -346,6 +346,19 @@ public:
     }
   }
 
+  // For a mark that is taken away: drops those whose keys left the collection unheard. They clean
+  // up first.
+  template< class Entities > void delStrays( const Entity & owner, const Entities & entities ) {
+    const Ptr< const Entity > held( &owner );
+    for ( auto walk = members_.range().begin(); walk.valid(); ++walk ) {
+      const Key key = walk.key();
+      if ( !entities.has( key ) ) {
+        get( key )->vexDoZombieReactors( false );
+        del( owner, key );
+      }
+    }
+  }
+
   // Follows the entity that now stands under the key: made or rebound when there is one,
   // dropped when there is none.
   template< class Sm >
@@ -381,6 +394,9 @@ protected:
     const auto sm = this->sm();
     const auto notifier = this->notifier();
     Reactors::of( *sm ).makeAll( *sm, Entities::of( *notifier ).range() );
+    if ( this->markedForDeletion() ) {
+      Reactors::of( *sm ).delStrays( *sm, Entities::of( *notifier ) );
+    }
   }
 };
 
