@@ -58,7 +58,8 @@ void TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdNotifyMountStatus() {
   }
 }
 
-Vex::Ptr< TunnelIdToHwTunnelIdMapping > tunnelIdToHwTunnelIdMappingFactory( Vex::String name ) {
+Vex::Ptr< TunnelIdToHwTunnelIdMapping >
+tunnelIdToHwTunnelIdMappingFactory( const Vex::String & name ) {
   return Vex::makePtr< TunnelIdToHwTunnelIdMapping >( name );
 }
 

@@ -52,6 +52,7 @@ private:
 };
 
 // Raises std::runtime_error as the constructor does.
-Vex::Ptr< TunnelIdToHwTunnelIdMapping > tunnelIdToHwTunnelIdMappingFactory( Vex::String name );
+Vex::Ptr< TunnelIdToHwTunnelIdMapping >
+tunnelIdToHwTunnelIdMappingFactory( const Vex::String & name );
 
 } // namespace Kez
