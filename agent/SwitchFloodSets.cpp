@@ -65,7 +65,21 @@ void SwitchFloodSets::handleFecRequest( FecId fecId ) {
   accept( work );
 }
 
-template< class T > void SwitchFloodSets::accept( const T & work ) {
+// No request overtakes an earlier one for the same FEC, even when the delay was made shorter since.
+void SwitchFloodSets::accept( const FecWork & work ) {
+  const double now = Vex::Clock::now();
+  const auto at = lastFecWork_.find( work.fecId );
+  const bool waits = at != lastFecWork_.end() && at->second >= now;
+  if ( !waits && !( answerDelay() > 0 ) ) {
+    doWork( work );
+    return;
+  }
+  const double due = std::max( now + answerDelay(), waits ? at->second : now );
+  lastFecWork_[ work.fecId ] = due;
+  workLater( work, due - now );
+}
+
+void SwitchFloodSets::accept( const DestWork & work ) {
   if ( answerDelay() > 0 ) {
     workLater( work, answerDelay() );
   } else {
@@ -130,8 +144,11 @@ void SwitchFloodSets::doWork( const FecWork & work ) {
       workLater( again, retryInterval() );
       return;
     }
-    TRACE( 5, "createFec ", fecId, " hwTunnelId ", work.hwTunnelId );
-    hardware.fecIs( fecId, work.hwTunnelId );
+    // It may have been requested with another hardware tunnel id since it was refused.
+    const auto hwTunnelId =
+        work.retry ? fecRequest()->hwFecIdRequest( fecId ).hwTunnelId : work.hwTunnelId;
+    TRACE( 5, "createFec ", fecId, " hwTunnelId ", hwTunnelId );
+    hardware.fecIs( fecId, hwTunnelId );
     fecResponse()->hwFecIdResponseIs( fecId, *work.answer );
     return;
   }

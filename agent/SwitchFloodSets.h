@@ -14,6 +14,7 @@
 #include "agent/SimulatedSwitch.h"
 
 #include <deque>
+#include <map>
 #include <random>
 #include <variant>
 
@@ -90,14 +91,16 @@ private:
   };
 
   void handleFecRequest( Rook::Fib::FecId fecId );
-  template< class T > void accept( const T & work );
+  void accept( const FecWork & work );
+  void accept( const DestWork & work );
   template< class T > void workLater( const T & work, double seconds );
   void doDueWork();
   size_t nextWork( double now );
   void doWork( const FecWork & work );
   void doWork( const DestWork & work );
 
-  std::deque< Work > work_; // by due time
+  std::deque< Work > work_;                          // by due time
+  std::map< Rook::Fib::FecId, double > lastFecWork_; // when the last that was accepted is due
   std::mt19937_64 random_;
   Delay delay_;
   VexFecRequest fecRequestReactor_;

@@ -191,6 +191,25 @@ TEST( VexCollection, BehavesAsItsModelUnderEveryMixtureOfChangesAndWalks ) {
   }
 }
 
+// A small index whose chunks have all been passed by a member that still stands: it happens to
+// collections of a dozen or two whose members come and go, and must not make a look-up endless.
+TEST( VexCollection, LookUpOfWhatIsNotThereEndsWhateverCameAndWent ) {
+  std::mt19937_64 random( 3 );
+  Vex::Collection< uint64_t, Vex::NoValue > collection;
+  std::vector< uint64_t > members;
+  for ( int step = 0; step < 100000; ++step ) {
+    if ( members.size() < 11 || ( members.size() < 20 && random() % 2 ) ) {
+      members.push_back( random() );
+      collection.add( members.back() );
+    } else {
+      std::swap( members[ random() % members.size() ], members.back() );
+      collection.erase( members.back() );
+      members.pop_back();
+    }
+    ASSERT_FALSE( collection.has( random() ) );
+  }
+}
+
 TEST( VexCollection, WalkOutlivesItsCollection ) {
   auto collection = std::make_unique< Vex::Collection< std::string > >();
   for ( const char * each : { "a", "b", "c" } ) {

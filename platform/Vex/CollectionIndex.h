@@ -86,10 +86,13 @@ public:
   // Makes an empty index with room for so many members.
   void makeFor( uint32_t members );
 
-  // The slot under `hash` for which `holdsKey( slot )` is true, or noSlot.
+  // The slot under `hash` for which `holdsKey( slot )` is true, or noSlot. As members come and go,
+  // every chunk can come to have one that passed it: what is not there ends after a round.
   template< class HoldsKey >
   uint32_t find( const ContainerHash & hash, HoldsKey && holdsKey ) const {
-    for ( Probe probe( hash, shift_ );; probe.advance() ) {
+    Probe probe( hash, shift_ );
+    const uint32_t first = probe.at;
+    do {
       const IndexChunk & chunk = chunks_[ probe.at ];
       for ( uint32_t found = chunk.match( probe.tag ); found; found &= found - 1 ) {
         const uint32_t slot = chunk.slots[ std::countr_zero( found ) ];
@@ -100,7 +103,9 @@ public:
       if ( chunk.overflow == 0 ) [[likely]] {
         return noSlot;
       }
-    }
+      probe.advance();
+    } while ( probe.at != first );
+    return noSlot;
   }
   void enter( const ContainerHash & hash, uint32_t slot ) {
     for ( Probe probe( hash, shift_ );; probe.advance() ) {
