@@ -1,5 +1,6 @@
 // Every value type reads any text without harm, and what it takes it prints and takes again. The
 // first byte chooses the type.
+#include "Evpn/EncapTypeLabel.h"
 #include "KezEvpn/FecRequests.h"
 #include "KezEvpn/FloodSets.h"
 #include "Mpls/Lfib.h"
