@@ -13,18 +13,6 @@ static constexpr ReviewTexts reviewTexts{ {},
 
 namespace {
 
-// None where there is no record, or a damaged one, of which the table's handler is told.
-template< auto keyField, class Key >
-auto lookUp( const Rook::Table< keyField > & table, const Key & key )
-    -> decltype( table.record( key ) ) {
-  try {
-    return table.record( key );
-  } catch ( const Rook::Corruption & corruption ) {
-    table.handleCorruption( corruption );
-    return std::nullopt;
-  }
-}
-
 // A place in the backlog.
 struct BacklogIter {
   const Mpls::LfibTrackingStatus & lfibTrackingStatus;
@@ -146,13 +134,13 @@ void EsiFilteringDecapSm::processRouteKeyBacklog( const RouteKey & routeKey ) {
 void EsiFilteringDecapSm::processRouteKey( const RouteKey & routeKey ) {
   TRACE( 8, "EsiFilteringDecapSm::processRouteKey route ", routeKey );
   VEX_ASSERT( initialized() );
-  const auto route = lookUp( lfibStatus()->routeTable(), routeKey );
+  const auto route = lfibStatus()->routeTable().safeRecord( routeKey );
   if ( !route ) {
     TRACE( 5, "route was deleted" );
     deleteEsiFilterVia( routeKey );
     return;
   }
-  const auto viaSet = lookUp( lfibStatus()->viaSetTable(), route->viaSetId );
+  const auto viaSet = lfibStatus()->viaSetTable().safeRecord( route->viaSetId );
   if ( !viaSet || viaSet->viaKeys.size() == 0 ) {
     TRACE( 5, "viaset was deleted" );
     deleteEsiFilterVia( routeKey );
@@ -167,7 +155,7 @@ void EsiFilteringDecapSm::processRouteKey( const RouteKey & routeKey ) {
     return;
   }
   deleteEsiFilterVia( routeKey );
-  if ( const auto via = lookUp( lfibStatus()->evpnEthernetSegmentFilterViaTable(), viaKey ) ) {
+  if ( const auto via = lfibStatus()->evpnEthernetSegmentFilterViaTable().safeRecord( viaKey ) ) {
     createEsiFilterVia( routeKey, *via );
   }
 }

@@ -99,6 +99,19 @@ void EvpnHwTunnelIdSm::VexRemoteInfo::onAttribute( Vex::AttrId id, const void * 
   }
 }
 
+void EvpnHwTunnelIdSm::VexRemoteInfo::handleNotifier() {
+  const auto sm = this->sm();
+  if ( !sm->initialized() ) {
+    return;
+  }
+  for ( const auto [ tunnelId, count ] : sm->remoteInfo()->remoteTunnelId() ) {
+    // Its count may have passed 1 unheard, under a zombie mark. Segments see to theirs.
+    if ( !sm->usedBySegment( tunnelId ) ) {
+      sm->publishHwTunnelId( tunnelId );
+    }
+  }
+}
+
 void EvpnHwTunnelIdSm::handleRemoteTunnelId( TunnelId tunnelId ) {
   if ( !initialized() ) {
     return;

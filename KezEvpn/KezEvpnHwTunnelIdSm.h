@@ -7,10 +7,10 @@
 // comes to use it, with an id of the shared-ESI type if one of its segments has the shared ESI
 // label configured and there is such an id, else of the default type. A tunnel that no segment
 // uses is a zombie: it keeps its id, and readers keep using it, until a segment's tunnel needs one
-// of that type and none is free. It has none then until its count comes to be 1 again, or a
-// segment uses it. A tunnel for which there is no id at all is parked in `unprogrammedTunnel`
-// until a tunnel's last segment leaves it or an id is given back; one that no segment uses takes
-// no zombie's id then either.
+// of that type and none is free. It has none then until its count comes to be 1 again, a segment
+// uses it, or all counts are read anew, after a zombie mark. A tunnel for which there is no id at
+// all is parked in `unprogrammedTunnel` until a tunnel's last segment leaves it or an id is given
+// back; one that no segment uses takes no zombie's id then either.
 //
 // The ids that are free and those that are mapped are all ids of the pools, each once. So
 // `handleInitialized()` is called once, on a helper whose ids are all free: it empties the
@@ -50,6 +50,7 @@ public:
 
   private:
     void onAttribute( Vex::AttrId id, const void * key ) override;
+    void handleNotifier() override;
   };
 
   VEX_ENTITY( EvpnHwTunnelIdSm, "Kez::EvpnHwTunnelIdSm", RetryingSm< TunnelId > )

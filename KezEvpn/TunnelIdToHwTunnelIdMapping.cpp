@@ -27,7 +27,7 @@ void TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdControlIs(
   }
   const auto left = tunnelIdToHwTunnelIdControl_;
   tunnelIdToHwTunnelIdControl_ = control;
-  if ( left ) {
+  if ( left && left->entity() == this ) {
     left->entityIs( nullptr );
   }
   if ( control ) {

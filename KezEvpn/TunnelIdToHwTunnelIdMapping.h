@@ -39,7 +39,8 @@ public:
   // be mounted.
   explicit TunnelIdToHwTunnelIdMapping( const Vex::String & name );
 
-  // The control that was there refers to this entity no more.
+  // The control that was there refers to this entity no more; one that another mapping has taken
+  // over goes on referring to that.
   void tunnelIdToHwTunnelIdControlIs( const Vex::Ptr< Rook::CollectionControl > & control );
   void tunnelIdToHwTunnelIdNotifyQuiesced( bool quiesced );
   void tunnelIdToHwTunnelIdNotifyMountStatus();

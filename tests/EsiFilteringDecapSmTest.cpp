@@ -210,6 +210,26 @@ TEST_F( EsiFilteringDecapSmTest, SecondRouteOfAnInterfaceWaitsForTheFirstToGo ) 
   EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
 }
 
+TEST_F( EsiFilteringDecapSmTest, TracesWhatBecomesOfARoute ) {
+  start();
+  TraceCapture trace( "KezEvpnEsiFilteringDecapSm/5" );
+  filterRoute( 1, 500, eth1 );
+  filterRoute( 2, 600, eth1 );
+  EXPECT_TRUE( settle() );
+  const auto * const noneToDelete = "5 No unprogrammed routes, nothing to delete";
+  EXPECT_THAT(
+      trace.take(),
+      ElementsAre( noneToDelete, "5 create 500 Ethernet1 rc: success", noneToDelete, noneToDelete,
+                   "5 intf Ethernet1 already associated with route 1, adding via to unprogrammed",
+                   "5 route 2 reason conflict", "5 next unprogrammed review at 5",
+                   "5 unprogrammed review already scheduled" ) ); // by the run for what was deleted
+  routeDel( 2 );
+  EXPECT_TRUE( settle() );
+  const auto * const noneToReview = "5 no unprogrammed routes, nothing to review";
+  EXPECT_THAT( trace.take(),
+               ElementsAre( "5 route was deleted", "5 route 2", noneToReview, noneToReview ) );
+}
+
 TEST_F( EsiFilteringDecapSmTest, RouteThatAsksForNothingAnyMoreIsNotParked ) {
   start();
   chip->refusals[ eth1 ] = Rc::notProgrammed;

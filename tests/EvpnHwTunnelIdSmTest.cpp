@@ -1,3 +1,4 @@
+#include "RookTestTypes.h"
 #include "TraceCapture.h"
 #include "VirtualTime.h"
 
@@ -235,6 +236,47 @@ TEST_F( EvpnHwTunnelIdSmTest, SharedEsiLabelRetypesFallsBackAndWakesWhatWaits ) 
   EXPECT_EQ( zombies( hwTunnelIdTypeDefault ), ( Tunnels{ 6, 7 } ) );
 }
 
+TEST_F( EvpnHwTunnelIdSmTest, IdChangesItsTypeWithWhatAllSegmentsNeed ) {
+  start( 1, 1 );
+  label( es1, 5 );
+  label( es2, 5 );
+  sharedEsi( es1, true );
+  TraceCapture trace( "KezEvpnHwTunnelIdSm" );
+  sharedEsi( es2, true );
+  EXPECT_THAT( trace.take(),
+               ElementsAre( "8 EvpnHwTunnelIdSm::VexSegmentStatus::handleSharedEsiLabel intfId "
+                            "Port-Channel2 sharedEsiLabelValid 1",
+                            "8  tunnelId 5 already has HwTunnelId allocated with type "
+                            "hwTunnelIdTypeSharedEsi" ) );
+  sharedEsi( es1, false );
+  EXPECT_EQ( state( 5 ), "1:1" ); // for es2
+  trace.take();
+  unlabel( es2, 5 );
+  EXPECT_EQ( state( 5 ), "0:1" );
+  EXPECT_EQ( trace.take().back(),
+             "8  tunnelId 5 oldHwTunnelId 1:1 oldHwTunnelIdType hwTunnelIdTypeSharedEsi "
+             "newHwTunnelId 0:1 newHwTunnelIdType hwTunnelIdTypeDefault hwTunnelIdValid 1" );
+  label( es2, 5 );
+  EXPECT_EQ( state( 5 ), "1:1" );
+  trace.take();
+  EXPECT_FALSE( sm->releaseOneZombieTunnelId( hwTunnelIdTypeDefault ) );
+  EXPECT_THAT( trace.take(), ElementsAre( "8 EvpnHwTunnelIdSm::releaseOneZombieTunnelId"
+                                          "hwTunnelIdTypeDefault collection empty " ) );
+}
+
+TEST_F( EvpnHwTunnelIdSmTest, MakesUpForWhatChangesUnderAZombieMark ) {
+  start( 3, 0 );
+  label( es1, 5 );
+  sm->vexDoZombieReactors( true );
+  unlabel( es1, 5 );
+  label( es1, 6 );
+  count( 7, 2 );
+  EXPECT_EQ( mapping->tunnelIdToHwTunnelIds(), 1u );
+  sm->vexDoZombieReactors( false );
+  EXPECT_EQ( mapping->tunnelIdToHwTunnelIds(), 3u );
+  EXPECT_EQ( zombies( hwTunnelIdTypeDefault ), ( Tunnels{ 5, 7 } ) );
+}
+
 TEST_F( EvpnHwTunnelIdSmTest, TracesWhatBecomesOfATunnel ) {
   start( 0, 0 );
   sharedEsi( es1, true );
@@ -286,6 +328,20 @@ TEST_F( EvpnHwTunnelIdSmTest, BrokenInvariantsAreFatalAndNothingHappensBeforeItS
   EXPECT_DEATH( sm->doReviewUnprogrammed(), "KezEvpnHwTunnelIdSm:[0-9]+: .*initialized\\(\\)" );
   start( 1, 0 );
   EXPECT_DEATH( sm->publishHwTunnelId( 7 ), "remoteInfo\\(\\)->remoteTunnelIdHas\\( tunnelId \\)" );
+}
+
+TEST_F( EvpnHwTunnelIdSmTest, DamagedRecordIsFatal ) {
+  const RookTest::MountDirectory directory;
+  mapping = Kez::tunnelIdToHwTunnelIdMappingFactory( "damaged" );
+  start( 1, 0 );
+  count( 5, 1 );
+  {
+    std::fstream file( directory.path( "damaged/tunnelIdToHwTunnelId" ),
+                       std::ios::in | std::ios::out );
+    file.seekp( 3 * 4096 + 16 + 24 + 8 ); // the hardware tunnel id, in the second cell
+    file.put( 7 );
+  }
+  EXPECT_DEATH( label( es1, 5 ), "slot 0 is damaged.*KezBaseHelper:[0-9]+: assertion failed: 0" );
 }
 
 // --- Random events, and what holds after each
@@ -343,12 +399,16 @@ void EvpnHwTunnelIdSmRandomTest::event() {
   case 10:
     advance( random() % 4 );
     break;
-  default: // takes no segment's tunnel its id, even for a moment
+  default: // by itself takes no segment's tunnel its id, even for a moment
     std::map< uint64_t, std::string > before;
     for ( const auto & [ used, segments ] : users ) {
       before[ used ] = state( used );
     }
     sm->vexDoZombieReactors( true );
+    if ( random() % 2 ) {
+      before.clear();
+      event();
+    }
     sm->vexDoZombieReactors( false );
     for ( const auto & [ used, was ] : before ) {
       EXPECT_TRUE( was == "parked" || state( used ) != "parked" ) << used;

@@ -377,7 +377,11 @@ TEST( TunnelIdToHwTunnelIdMapping, TellsOfEveryWriteAndKeepsItsControlInformed )
   EXPECT_EQ( other->entityName(), "mapping" );
   EXPECT_TRUE( other->quiesced() );
   watcher.reset();
+  auto successor = Kez::tunnelIdToHwTunnelIdMappingFactory( "successor" );
+  successor->tunnelIdToHwTunnelIdControlIs( other );
   mapping = nullptr;
+  EXPECT_EQ( other->entity(), successor.get() );
+  successor = nullptr;
   EXPECT_EQ( other->entity(), nullptr );
   EXPECT_EQ( other->refs(), 1u );
 }

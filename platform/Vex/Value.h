@@ -126,8 +126,9 @@ template< class T, size_t i > void parseField( TextCursor & in, T & value ) {
   if ( !in.skip( beforeField< T, i > ) ) [[unlikely]] {
     failBeforeField< T, i >( in );
   }
+  auto & member = value.*field.member;
   parseInField( field.name, [ & ] {
-    parseText( in, value.*field.member );
+    parseText( in, member );
     if constexpr ( i + 1 == std::tuple_size_v< decltype( T::vexFields() ) > ) {
       in.expect( "})" );
     }
