@@ -128,6 +128,12 @@ void EvpnFloodSetFecSm::makeUpForZombieMark() {
   for ( const auto & [ fecId, via ] : fecIdCache() ) {
     handleFecResponse( fecId );
   }
+  // An answer that went unheard may have left its path free to go first.
+  for ( const auto & [ via, hwInfo ] : hwInfoMapping()->mapping() ) {
+    if ( !mplsFloodSetViaCacheHas( via ) ) {
+      hwInfoMapping()->mappingDel( via );
+    }
+  }
 }
 
 void EvpnFloodSetFecSm::handleVlanFloodSetStatusNotInitialized() {

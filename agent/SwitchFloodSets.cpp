@@ -54,12 +54,10 @@ void SwitchFloodSets::handleFecRequest( FecId fecId ) {
   FecWork work{ fecId, {}, fecRequest()->hwFecIdRequest( fecId ).hwTunnelId, false };
   if ( requested ) {
     // A withdrawal that has not come about need not.
-    if ( fecResponse()->hwFecIdResponseHas( fecId ) ) {
-      std::erase_if( work_, [ & ]( const Work & each ) {
-        const auto * fec = std::get_if< FecWork >( &each.what );
-        return fec && fec->fecId == fecId && !fec->answer;
-      } );
-    }
+    std::erase_if( work_, [ & ]( const Work & each ) {
+      const auto * fec = std::get_if< FecWork >( &each.what );
+      return fec && fec->fecId == fecId && !fec->answer;
+    } );
     work.answer.emplace( hwFecIdOf( fecId ), fecRequest()->fec( fecId ).via.front().intfId );
   }
   accept( work );

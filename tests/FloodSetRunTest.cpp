@@ -260,20 +260,17 @@ protected:
     }
     response->hwFecIdResponseIs( fecId, answer );
   }
-  // Machines bear a zombie mark while their inputs change. The machine of FECs must hear no more
-  // than that of destinations, which has to stop using them first.
+  // Machines bear a zombie mark while their inputs change. The one of FECs and the one that uses
+  // them bear it together: else one of them may use what the other is through with.
   void changeUnheard() {
     const bool filterDeaf = upTo( 2 );
-    const bool floodSetSmDeaf = upTo( 2 );
-    const bool fecSmDeaf = floodSetSmDeaf || upTo( 2 );
+    const bool othersDeaf = !filterDeaf || upTo( 2 );
     const auto mark = [ & ]( bool zombie ) {
       if ( filterDeaf ) {
         filter->vexDoZombieReactors( zombie );
       }
-      if ( floodSetSmDeaf ) {
+      if ( othersDeaf ) {
         floodSetSm->vexDoZombieReactors( zombie );
-      }
-      if ( fecSmDeaf ) {
         fecSm->vexDoZombieReactors( zombie );
       }
     };
