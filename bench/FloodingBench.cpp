@@ -9,6 +9,7 @@
 
 #include <malloc.h>
 
+#include <algorithm>
 #include <memory>
 #include <unordered_map>
 #include <unordered_set>
@@ -372,7 +373,8 @@ void parkedReview( benchmark::State & state ) {
     turns.push_back( turn );
   }
   state.counters[ "parked" ] = double( sm->unprogrammedDot1qs() );
-  state.counters[ "ratio" ] = Bench::median( turns ) / scheduler->timeSlice();
+  state.counters[ "median" ] = Bench::median( turns ) / scheduler->timeSlice();
+  state.counters[ "ratio" ] = *std::ranges::max_element( turns ) / scheduler->timeSlice();
 }
 BENCHMARK( parkedReview )->UseManualTime()->Unit( benchmark::kMillisecond );
 

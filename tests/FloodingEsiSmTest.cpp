@@ -265,6 +265,31 @@ TEST_F( FloodingEsiSmTest, ForwardersThatChangeUnderAZombieMarkAreMadeUpFor ) {
   expectConsistent();
 }
 
+TEST_F( FloodingEsiSmTest, TunnelThatGoesAndComesConcernsItsOwnPairsAlone ) {
+  for ( const auto intf : { eth1, eth2, eth3 } ) {
+    for ( const uint16_t number : { 1, 2 } ) {
+      segment( intf )->designatedForwarderTepIs( number, tep( number ) );
+      segment( intf )->remoteEsiLabelIs( tep( number ), { 2, 100 } );
+    }
+    evpnStatus->localEsiLabelIs( intf, { 2, 50 } );
+  }
+  hwIdIs( 1, 7 );
+  hwIdIs( 2, 8 );
+  start();
+  TraceCapture trace( "KezEvpnFloodingEsiSm" );
+  const auto traced = [ & ]( const char * text ) {
+    const auto lines = trace.take();
+    return std::ranges::count_if(
+        lines, [ & ]( const auto & line ) { return line.find( text ) != std::string::npos; } );
+  };
+  mapping->tunnelIdToHwTunnelIdDel( tunnel( 1 ) );
+  EXPECT_EQ( traced( "unprogramEsi intfId" ), 3 );
+  EXPECT_EQ( inHardware().size(), 3u );
+  hwIdIs( 1, 7 );
+  EXPECT_EQ( traced( "processIntfVlan" ), 3 );
+  EXPECT_EQ( inHardware().size(), 6u );
+}
+
 // Whatever happens, in whatever order: once it is quiet the switch has an entry for exactly the
 // ports whose inputs are all there. History shows in what is kept as it is (the entry's tunnel
 // and label are those of the last call that succeeded), and while a forwarder or its label is not
