@@ -1,5 +1,7 @@
 #include "agent/Shell.h"
 
+#include "KezEvpn/Explain.h"
+#include "KezEvpn/StateMachine.h"
 #include "Ringlog/Setting.h"
 #include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"
@@ -49,6 +51,15 @@ const std::vector< Shell::Command > & Shell::commands() {
       "  expect no evpnVlanStatus.vlanStatus[10]\n"
       "  expect evpnVlanStatus.vlanStatus count 2\n",
       &Shell::expect },
+    { "explain", "SUBJECT", "tell why something is in hardware or what it waits for",
+      "Every machine that has to do with the subject tells how it stands there. SUBJECT is one of\n"
+      "  pair INTERFACE,VLAN\n"
+      "  vlan VLAN\n"
+      "  tunnel TUNNEL\n"
+      "  path TUNNEL,LABEL,VLAN    VLAN is 0 unless the tunnel's type has a path a VLAN\n"
+      "  route LABEL\n"
+      "  explain pair Ethernet1,10\n",
+      &Shell::explain },
     { "advance", "SECONDS", "let time pass, running the tasks that fall due",
       "Tasks run at their time. On the steady clock the time is waited for.\n"
       "  advance 5\n",
@@ -203,6 +214,25 @@ void Shell::expect( Vex::TextCursor & in ) {
                                ? "expected 'count' and a number"
                                : "expected nothing more, since " + path.text() + " has no value" );
   }
+}
+
+void Shell::explain( Vex::TextCursor & in ) {
+  const auto subject = Kez::parseSubject( in );
+  Vex::expectEnd( in );
+  std::vector< std::vector< String > > rows;
+  for ( const auto & [ role, entity ] : wiring_.roots ) {
+    if ( const auto * const machine = dynamic_cast< const Kez::StateMachine * >( entity.get() ) ) {
+      Kez::Explanation explanation;
+      machine->explain( subject, explanation );
+      if ( !explanation.text().empty() ) {
+        rows.push_back( { "  " + machine->name(), String( explanation.text() ) } );
+      }
+    }
+  }
+  if ( rows.empty() ) {
+    out_ << "no machine has to do with " << Kez::text( subject ) << '\n';
+  }
+  showTable( out_, rows );
 }
 
 void Shell::check( bool holds, const Path & path, const String & expected,

@@ -39,6 +39,7 @@ private:
   void del( Vex::TextCursor & in );
   void show( Vex::TextCursor & in );
   void expect( Vex::TextCursor & in );
+  void explain( Vex::TextCursor & in );
   void advance( Vex::TextCursor & in );
   void trace( Vex::TextCursor & in );
   void record( Vex::TextCursor & in );
