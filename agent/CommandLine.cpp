@@ -239,7 +239,7 @@ int dispatch( const std::vector< std::string > & arguments, const Input & input,
   }
   const MountedRing ring( options.ring );
   const MountDirectory tables( options.tables );
-  const auto wiring = wire();
+  auto wiring = wire();
   Shell shell( wiring, out, err );
   executeOptions( shell, options );
   Session session( shell, options.echo, out, err );

@@ -64,6 +64,11 @@ const std::vector< Shell::Command > & Shell::commands() {
       "Tasks run at their time. On the steady clock the time is waited for.\n"
       "  advance 5\n",
       &Shell::advance },
+    { "restart", "", "end the agent and start it anew",
+      "Machines, outputs and hardware are made anew over the inputs as they stand. Hardware is\n"
+      "empty then, as large as before, and behaves as it does at first.\n"
+      "  restart\n",
+      &Shell::restart },
     { "trace", "[SETTING | off]", "show or set what is traced",
       "SETTING is PATTERN[/LEVELS] entries separated by commas; * and ? stand for any characters\n"
       "and for one, LEVELS is like 5, 0-5 or 1+5+8-9.\n"
@@ -97,7 +102,7 @@ String Shell::commandNames() {
   return names;
 }
 
-Shell::Shell( const Wiring & wiring, std::ostream & out, std::ostream & err )
+Shell::Shell( Wiring & wiring, std::ostream & out, std::ostream & err )
     : wiring_( wiring ), out_( out ), err_( err ) {
   Ringlog::sinkIs( [ this ]( const Ringlog::TextRecord & record ) {
     Vex::TextBuffer line;
@@ -271,6 +276,14 @@ void Shell::runTasks( double seconds ) {
     reportFailure( "tasks are still ready after " + std::to_string( turnLimit ) +
                    " turns of the scheduler" );
   }
+}
+
+void Shell::restart( Vex::TextCursor & in ) {
+  Vex::expectEnd( in );
+  auto roots = std::move( wiring_.roots );
+  wiring_ = {};
+  wiring_ = wire( std::move( roots ) );
+  runTasks( 0 );
 }
 
 void Shell::trace( Vex::TextCursor & in ) {

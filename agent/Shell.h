@@ -16,7 +16,7 @@ namespace Agent {
 
 class Shell {
 public:
-  Shell( const Wiring & wiring, std::ostream & out, std::ostream & err );
+  Shell( Wiring & wiring, std::ostream & out, std::ostream & err );
   ~Shell();
   Shell( const Shell & ) = delete;
   Shell & operator=( const Shell & ) = delete;
@@ -41,6 +41,7 @@ private:
   void expect( Vex::TextCursor & in );
   void explain( Vex::TextCursor & in );
   void advance( Vex::TextCursor & in );
+  void restart( Vex::TextCursor & in );
   void trace( Vex::TextCursor & in );
   void record( Vex::TextCursor & in );
   void help( Vex::TextCursor & in );
@@ -51,7 +52,7 @@ private:
               const Reading & reading );
   void reportFailure( const Vex::String & text );
 
-  const Wiring & wiring_;
+  Wiring & wiring_;
   std::ostream & out_;
   std::ostream & err_;
   Recorder recorder_;

@@ -12,6 +12,8 @@ struct Wiring {
   Vex::Ptr< Loom::TaskScheduler > scheduler;
 };
 
-Wiring wire();
+// With the roots of an earlier agent, which ends: over its inputs as they stand, and a switch that
+// is empty and has the same sizes.
+Wiring wire( Roots earlier = {} );
 
 } // namespace Agent

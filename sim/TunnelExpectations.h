@@ -1,0 +1,16 @@
+// The part of the expectations that has to do with tunnels: hardware tunnel ids, and flood sets on
+// their way to hardware.
+#pragma once
+
+#include "sim/Expectations.h"
+#include "sim/Report.h"
+
+namespace Sim {
+
+void tunnelDifferences( const System & system, const History & history, Report & report );
+void floodSetDifferences( const System & system, Report & report );
+
+// Whether every tunnel that is used has an id of the type that it needs.
+bool tunnelsComplete( const System & system );
+
+} // namespace Sim
