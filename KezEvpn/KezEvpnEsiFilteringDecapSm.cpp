@@ -293,12 +293,16 @@ void EsiFilteringDecapSm::explainRoute( const RouteKey & routeKey, Explanation &
     out.say( "waiting for via ", decision.viaKey, ", none published" );
     break;
   case Lack::nothing:
-    out.say( "to have the port map of label ", decision.via.label, " and ", decision.via.intfId );
+    out.say( "port map of label ", decision.via.label, " and ", decision.via.intfId );
     break;
   }
   if ( routeEsiFilterViaHas( routeKey ) ) {
     const auto via = routeEsiFilterVia( routeKey );
-    out.say( "programmed with label ", via.label, " and ", via.intfId );
+    if ( via == decision.via ) {
+      out.say( "programmed" );
+    } else {
+      out.say( "programmed with label ", via.label, " and ", via.intfId );
+    }
   }
   const auto waiting = lfibHwStatus()->unprogrammedRouteTable().safeRecord( routeKey );
   if ( waiting && waiting->returnCode == LfibHwProgrammingReturnCode::conflict ) {

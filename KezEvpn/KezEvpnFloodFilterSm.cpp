@@ -215,10 +215,10 @@ void KezEvpnFloodFilterSm::explain( const Subject & subject, Explanation & out )
   }
   const auto vlanFloodStatus = evpnStatus()->evpnVlanFloodStatus( pair->vlanId );
   if ( isFloodFilterApplied( vlanFloodStatus, pair->intfId ) ) {
-    out.say( "to be filtered" );
+    out.say( "in the flood filter of VLAN ", pair->vlanId );
     explainMissingPorts( pair->intfId, out );
   } else {
-    out.say( "the flood filter of VLAN ", pair->vlanId, " does not have ", pair->intfId );
+    out.say( "not in the flood filter of VLAN ", pair->vlanId );
   }
   explainPorts( *pair, out );
 }

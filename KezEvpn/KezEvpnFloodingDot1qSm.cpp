@@ -460,7 +460,7 @@ void EvpnFloodingDot1qSm::explainPair( const IntfVlanKey & key, Explanation & ou
     explainRefusal( vlanLevelKey( key.vlanId ), out );
     break;
   case Lack::nothing:
-    out.say( "to be mapped to tag ", dot1qTagForVlan( key.vlanId ) );
+    out.say( "tag ", dot1qTagForVlan( key.vlanId ) );
     explainMissingPorts( key.intfId, out );
     break;
   }

@@ -487,7 +487,7 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
     break;
   }
   const auto tunnelId = srTeOrDynamicTunnelIntfIdToTunnelId( dfTepIntfId );
-  out.say( "to go to tunnel ", tunnelId, " with label ", remoteLabel.mplsLabel() );
+  out.say( "tunnel ", tunnelId, ", label ", remoteLabel.mplsLabel() );
   explainMissingPorts( key.intfId, out );
   switch ( portLackOf( key.intfId, mapped( tunnelId ).has_value() ) ) {
   case PortLack::hwTunnelId:
