@@ -35,6 +35,7 @@ private:
   void capacity();
   void timing();
   void time();
+  void unheard();
   void restart() { add( "restart" ); }
 
   uint64_t below( uint64_t n ) { return random_() % n; }
@@ -83,6 +84,7 @@ Generator::Generator( uint64_t seed ) : random_( seed ) {
   kind( &Generator::fault, 4 );
   kind( &Generator::capacity, 2 );
   kind( &Generator::timing, 4 );
+  kind( &Generator::unheard, 3 );
   kind( &Generator::restart, 1 );
   kinds_.push_back( { 12, &Generator::time } );
 }
@@ -275,6 +277,14 @@ void Generator::timing() {
   default:
     add( "set scheduler.workBudget " + any( { "1", "2", "1000" } ) );
   }
+}
+
+// Machines that make up for all that changes under a zombie mark. The one of FECs and the one that
+// uses them bear it together: else one of them may use what the other is through with.
+void Generator::unheard() {
+  add( oneIn( 2 ) ? String( heardLine )
+                  : String( unheardLine ) + any( { "evpnHwTunnelIdSm", "vlanFloodSetFilterSm",
+                                                   "evpnVlanFloodSetSm evpnFloodSetFecSm" } ) );
 }
 
 void Generator::time() {

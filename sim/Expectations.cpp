@@ -194,6 +194,11 @@ void esiPortMaps( const System & system, const History & history, Report & repor
     const auto at = history.told.find( routeKey );
     return at == history.told.end() ? std::nullopt : std::optional( at->second );
   };
+  // As the machine has it on record.
+  const auto ownerOf = [ & ]( IntfId intfId ) {
+    const Kez::EsiFilteringDecapSm & sm = *system.decapSm;
+    return sm.intfRouteHas( intfId ) ? std::optional( sm.intfRoute( intfId ) ) : std::nullopt;
+  };
   for ( const auto & [ routeKey, asked ] : history.told ) {
     const auto parked = system.lfibHwStatus->unprogrammedRoute( routeKey );
     const auto text = "route " + textOf( routeKey );
@@ -201,7 +206,7 @@ void esiPortMaps( const System & system, const History & history, Report & repor
       report.check( !parked, text + " is parked and asks for nothing" );
       continue;
     }
-    const auto owner = system.portMapOwner( asked.intfId );
+    const auto owner = ownerOf( asked.intfId );
     if ( !parked ) {
       report.check( owner == routeKey && hardware.esiPortMapHas( asked.intfId ),
                     text + " is neither programmed nor parked" );
@@ -212,7 +217,7 @@ void esiPortMaps( const System & system, const History & history, Report & repor
     }
   }
   for ( const auto & [ intfId, label ] : hardware.esiPortMap() ) {
-    const auto owner = system.portMapOwner( intfId );
+    const auto owner = ownerOf( intfId );
     const auto asked = owner ? told( *owner ) : std::nullopt;
     report.check( owner.has_value(), "the port map of " + textOf( intfId ) + " is nobody's" );
     report.check( !asked || asked->kind == Wish::other ||
@@ -224,11 +229,12 @@ void esiPortMaps( const System & system, const History & history, Report & repor
 // Hardware that has room leaves nothing waiting.
 void parked( const System & system, Report & report ) {
   const auto room = [ & ]( Table table ) { return system.hardware->hasRoom( table ); };
-  report.check( system.dot1q.size() == 0 || !room( Table::vlan ) || !room( Table::dot1qMapping ),
+  report.check( system.dot1qSm->unprogrammedDot1qs() == 0 || !room( Table::vlan ) ||
+                    !room( Table::dot1qMapping ),
                 "a VLAN or a mapping is parked with room for it" );
-  report.check( system.floodFilter.size() == 0 || !room( Table::nonDfPort ),
+  report.check( system.floodFilterSm->unprogrammedFilters() == 0 || !room( Table::nonDfPort ),
                 "a flood filter is parked with room for it" );
-  report.check( system.esi.size() == 0 || !room( Table::esiData ),
+  report.check( system.esiSm->unprogrammedEsis() == 0 || !room( Table::esiData ),
                 "ESI data is parked with room for it" );
   report.check( system.switchFloodSets->pendingAnswers() == 0 || !room( Table::fec ) ||
                     !room( Table::floodSetDest ),
@@ -302,8 +308,9 @@ bool complete( const System & system, const History & history ) {
   if ( !tunnelsComplete( system ) ) {
     return false;
   }
-  return system.dot1q.size() + system.floodFilter.size() + system.esi.size() +
-             system.routes.size() + system.tunnels.size() +
+  return system.dot1qSm->unprogrammedDot1qs() + system.floodFilterSm->unprogrammedFilters() +
+             system.esiSm->unprogrammedEsis() + system.lfibHwStatus->unprogrammedRoutes() +
+             system.hwTunnelIdSm->unprogrammedTunnels() +
              system.switchFloodSets->pendingAnswers() ==
          0;
 }

@@ -23,16 +23,16 @@ public:
   }
   // Both hold the same, but that what finds no room may be missing.
   template< class T >
-  void same( const char * what, const std::set< T > & expected, const std::set< T > & present,
-             bool room = true ) {
+  void same( const Vex::String & what, const std::set< T > & expected,
+             const std::set< T > & present, bool room = true ) {
     for ( const auto & each : expected ) {
       if ( room && !present.contains( each ) ) {
-        check( false, Vex::String( what ) + " lacks " + textOf( each ) );
+        check( false, what + " lacks " + textOf( each ) );
       }
     }
     for ( const auto & each : present ) {
       if ( !expected.contains( each ) ) {
-        check( false, Vex::String( what ) + " has " + textOf( each ) );
+        check( false, what + " has " + textOf( each ) );
       }
     }
   }

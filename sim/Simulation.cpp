@@ -1,6 +1,7 @@
 #include "sim/Simulation.h"
 
-#include "KezEvpn/StateMachine.h"
+#include "sim/PrivateState.h"
+
 #include "Vex/Clock.h"
 
 namespace Sim {
@@ -25,7 +26,13 @@ String Simulation::execute( const String & line ) {
     if ( line == compareLine ) {
       return compare();
     }
-    executeInAgent( line );
+    if ( line == heardLine ) {
+      hear();
+    } else if ( line.starts_with( unheardLine ) ) {
+      markUnheard( line );
+    } else {
+      executeInAgent( line );
+    }
   } catch ( const Agent::BadLine & error ) {
     return "bad line: " + String( error.what() );
   }
@@ -36,12 +43,13 @@ void Simulation::executeInAgent( const String & line ) {
   const bool restarts = line == "restart";
   if ( restarts ) {
     system_.reset(); // nothing of the earlier life may be held
+    unheard_.clear();
     history_ = {};
   }
   const bool sizes = line.find( "switch.capacity" ) != String::npos;
-  const bool inUse =
-      !restarts &&
-      system_->tunnelIdHwTunnelId->tunnelIdToHwTunnelIds() + system_->tunnels.size() > 0;
+  const bool inUse = !restarts && system_->tunnelIdHwTunnelId->tunnelIdToHwTunnelIds() +
+                                          system_->hwTunnelIdSm->unprogrammedTunnels() >
+                                      0;
   shell_.execute( line, line );
   if ( restarts ) {
     system_.emplace( wiring_ );
@@ -81,20 +89,47 @@ String Simulation::brokenPromises() const {
   if ( hardware.refusalCounts() > 0 ) {
     return "wrong call " + hardware.lastRefusal();
   }
-  for ( const auto * parked :
-        { &system_->dot1q, &system_->floodFilter, &system_->esi, &system_->routes } ) {
-    if ( parked->size() > 0 && !parked->due() ) {
-      return "something is parked and no retry is due";
-    }
+  const auto waits = []( size_t parked, const auto & sm ) {
+    return parked > 0 && !sm->reviewUnprogrammed()->isScheduled();
+  };
+  if ( waits( system_->dot1qSm->unprogrammedDot1qs(), system_->dot1qSm ) ||
+       waits( system_->floodFilterSm->unprogrammedFilters(), system_->floodFilterSm ) ||
+       waits( system_->esiSm->unprogrammedEsis(), system_->esiSm ) ||
+       waits( system_->lfibHwStatus->unprogrammedRoutes(), system_->decapSm ) ) {
+    return "something is parked and no retry is due";
   }
   return shell_.failures() ? errors_.str() : "";
 }
 
+template< class Do > void Simulation::forEachMachine( const Do & what ) const {
+  for ( const auto & root : wiring_.roots ) {
+    if ( auto * machine = dynamic_cast< Kez::StateMachine * >( root.entity.get() ) ) {
+      what( *machine );
+    }
+  }
+}
+
+void Simulation::markUnheard( const String & line ) {
+  forEachMachine( [ & ]( Kez::StateMachine & machine ) {
+    if ( line.find( machine.name() ) != String::npos && unheard_.insert( &machine ).second ) {
+      machine.vexDoZombieReactors( true );
+    }
+  } );
+}
+
+void Simulation::hear() {
+  for ( auto * machine : std::exchange( unheard_, {} ) ) {
+    machine->vexDoZombieReactors( false );
+  }
+}
+
 String Simulation::compare() {
+  hear();
+  auto wrong = brokenState( *system_ ); // while things are still due
   for ( const auto & line : settleLines ) {
     executeInAgent( line );
   }
-  auto wrong = brokenPromises() + differences( *system_, history_ );
+  wrong += brokenPromises() + differences( *system_, history_ ) + brokenState( *system_ );
   if ( !wrong.empty() || !complete( *system_, history_ ) ) {
     return wrong;
   }
@@ -107,12 +142,10 @@ String Simulation::compare() {
 // Every machine is made to look at all of its inputs again, and finds nothing to do.
 String Simulation::reviewEverything() {
   const auto before = hardwareCalls();
-  for ( const auto & root : wiring_.roots ) {
-    if ( auto * machine = dynamic_cast< Kez::StateMachine * >( root.entity.get() ) ) {
-      machine->vexDoZombieReactors( true );
-      machine->vexDoZombieReactors( false );
-    }
-  }
+  forEachMachine( []( Kez::StateMachine & machine ) {
+    machine.vexDoZombieReactors( true );
+    machine.vexDoZombieReactors( false );
+  } );
   executeInAgent( "advance 60" );
   if ( hardwareCalls() != before ) {
     return "a review of everything goes to hardware though nothing is parked";
@@ -146,12 +179,13 @@ namespace {
 
 void addLines( const Vex::Entity & entity, const String & path, Lines & lines ) {
   for ( const auto * attribute : entity.fwkType().attributes() ) {
-    const auto at = path + "." + String( attribute->name );
+    const auto at = ( path + "." ).append( attribute->name );
     if ( attribute->keyed() ) {
       attribute->forEach( entity, [ & ]( const Vex::ReflectedMember & member ) {
-        lines.push_back( "set " + at + "[" + member.key + "] " + member.value );
+        const auto one = ( at + "[" ).append( member.key ).append( "]" );
+        lines.push_back( ( "set " + one ).append( " " ).append( member.value ) );
         if ( member.entity ) {
-          addLines( *member.entity, at + "[" + member.key + "]", lines );
+          addLines( *member.entity, one, lines );
         }
       } );
     } else if ( const auto value = attribute->value( entity ); !value.empty() ) {

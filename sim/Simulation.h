@@ -14,6 +14,10 @@ using Lines = std::vector< Vex::String >;
 
 inline constexpr std::string_view compareLine = "# compare";
 
+// Two more: the named machines bear a zombie mark from the one to the other, or to the comparison.
+inline constexpr std::string_view unheardLine = "# unheard ";
+inline constexpr std::string_view heardLine = "# heard";
+
 // What ends all faults and lets all that is due be done.
 inline const Lines settleLines{ "del switch.fault", "set scheduler.workBudget 1000", "advance 60" };
 
@@ -31,6 +35,9 @@ private:
   Vex::String brokenPromises() const;
   Vex::String compare();
   Vex::String reviewEverything();
+  template< class Do > void forEachMachine( const Do & what ) const;
+  void markUnheard( const Vex::String & line );
+  void hear();
   uint64_t hardwareCalls() const;
 
   Agent::Wiring wiring_;
@@ -38,6 +45,7 @@ private:
   std::ostringstream errors_;
   Agent::Shell shell_;
   std::optional< System > system_;
+  std::set< Kez::StateMachine * > unheard_;
   History history_;
 };
 

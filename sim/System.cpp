@@ -4,29 +4,15 @@ namespace Sim {
 
 namespace {
 
-const Vex::Ptr< Vex::Entity > & entityAt( const Agent::Roots & roots, std::string_view name ) {
-  const auto * root = roots.root( name );
-  VEX_ASSERT( root );
-  return root->entity;
-}
-
 template< class T > Vex::Ptr< T > at( const Agent::Wiring & wiring, std::string_view name ) {
-  const auto entity = Vex::dynamicCast< T >( entityAt( wiring.roots, name ) );
+  const auto * root = wiring.roots.root( name );
+  VEX_ASSERT( root );
+  auto entity = Vex::dynamicCast< T >( root->entity );
   VEX_ASSERT( entity );
   return entity;
 }
 
 } // namespace
-
-Parked::Parked( const Agent::Roots & roots, const char * machine, const char * holder,
-                const char * collection )
-    : holder_( entityAt( roots, holder ).get() ),
-      collection_( holder_->fwkType().attribute( collection ) ) {
-  const auto & sm = *entityAt( roots, machine );
-  const auto task = sm.fwkType().attribute( "reviewUnprogrammed" )->target( sm );
-  review_ = dynamic_cast< const Loom::Task * >( task.get() );
-  VEX_ASSERT( collection_ && review_ );
-}
 
 System::System( const Agent::Wiring & wiring )
     : wiring( wiring ), lagConfigDir( at< Kez::LagCreatorConfigDir >( wiring, "lagConfigDir" ) ),
@@ -49,18 +35,14 @@ System::System( const Agent::Wiring & wiring )
       fecResponse( at< Kez::FecIdToHwFecIdResponse >( wiring, "mplsFloodSetFecResponse" ) ),
       hwStatus( at< Kez::EvpnVlanFloodSetHwStatus >( wiring, "vlanFloodSetHwStatus" ) ),
       switchFloodSets( at< Agent::SwitchFloodSets >( wiring, "switchFloodSets" ) ),
-      dot1q( wiring.roots, "evpnFloodingDot1qSm", "evpnFloodingDot1qSm", "unprogrammedDot1q" ),
-      floodFilter( wiring.roots, "kezEvpnFloodFilterSm", "kezEvpnFloodFilterSm",
-                   "unprogrammedFilter" ),
-      esi( wiring.roots, "evpnFloodingEsiSm", "evpnFloodingEsiSm", "unprogrammedEsi" ),
-      routes( wiring.roots, "esiFilteringDecapSm", "lfibHwStatus", "unprogrammedRoute" ),
-      tunnels( wiring.roots, "evpnHwTunnelIdSm", "evpnHwTunnelIdSm", "unprogrammedTunnel" ) {}
-
-std::optional< Mpls::RouteKey > System::portMapOwner( Wire::IntfId intfId ) const {
-  const auto & sm = *entityAt( wiring.roots, "esiFilteringDecapSm" );
-  const auto owner = sm.fwkType().attribute( "intfRoute" )->member( sm, Vex::text( intfId ) );
-  return owner ? std::optional( Vex::parseBriefly< Mpls::RouteKey >( owner->value ) )
-               : std::nullopt;
-}
+      membershipSm( at< Kez::KezEvpnVlanMembershipSm >( wiring, "kezEvpnVlanMembershipSm" ) ),
+      dot1qSm( at< Kez::EvpnFloodingDot1qSm >( wiring, "evpnFloodingDot1qSm" ) ),
+      floodFilterSm( at< Kez::KezEvpnFloodFilterSm >( wiring, "kezEvpnFloodFilterSm" ) ),
+      hwTunnelIdSm( at< Kez::EvpnHwTunnelIdSm >( wiring, "evpnHwTunnelIdSm" ) ),
+      esiSm( at< Kez::EvpnFloodingEsiSm >( wiring, "evpnFloodingEsiSm" ) ),
+      fecSm( at< Kez::EvpnFloodSetFecSm >( wiring, "evpnFloodSetFecSm" ) ),
+      floodSetSm( at< Kez::EvpnVlanFloodSetSm >( wiring, "evpnVlanFloodSetSm" ) ),
+      filterSm( at< Kez::VlanFloodSetFilterSm >( wiring, "vlanFloodSetFilterSm" ) ),
+      decapSm( at< Kez::EsiFilteringDecapSm >( wiring, "esiFilteringDecapSm" ) ) {}
 
 } // namespace Sim

@@ -1,37 +1,24 @@
-// The agent as the simulation sees it: its inputs, its outputs, the simulated switch, and of the
-// machines what reflection shows. Valid until the agent restarts.
+// The agent as the simulation sees it: its inputs, its outputs, the simulated switch, and the
+// machines, for the state that they keep. Valid until the agent restarts.
 #pragma once
 
 #include "Bridging/VlanConfig.h"
 #include "Evpn/EvpnStatus.h"
 #include "Kez/LagConfig.h"
-#include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
-#include "L2Rib/FloodSet.h"
-#include "Loom/Task.h"
-#include "Mpls/LfibStatus.h"
+#include "KezEvpn/KezEvpnEsiFilteringDecapSm.h"
+#include "KezEvpn/KezEvpnFloodFilterSm.h"
+#include "KezEvpn/KezEvpnFloodSetFecSm.h"
+#include "KezEvpn/KezEvpnFloodingDot1qSm.h"
+#include "KezEvpn/KezEvpnFloodingEsiSm.h"
+#include "KezEvpn/KezEvpnHwTunnelIdSm.h"
+#include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
+#include "KezEvpn/KezEvpnVlanFloodSetSm.h"
+#include "KezEvpn/KezEvpnVlanMembershipSm.h"
 #include "agent/SimulatedSwitch.h"
 #include "agent/SwitchFloodSets.h"
 #include "agent/Wiring.h"
 
 namespace Sim {
-
-// The keys that a machine keeps for another try, and the task that makes it.
-class Parked {
-public:
-  Parked( const Agent::Roots & roots, const char * machine, const char * holder,
-          const char * collection );
-
-  size_t size() const { return collection_->size( *holder_ ); }
-  bool has( const Vex::String & key ) const {
-    return collection_->member( *holder_, key ).has_value();
-  }
-  bool due() const { return review_->isScheduled(); }
-
-private:
-  const Vex::Entity * holder_;
-  const Vex::AttributeType * collection_;
-  const Loom::Task * review_;
-};
 
 struct System {
   explicit System( const Agent::Wiring & wiring );
@@ -61,11 +48,15 @@ struct System {
   const Vex::Ptr< Kez::EvpnVlanFloodSetHwStatus > hwStatus;
   const Vex::Ptr< Agent::SwitchFloodSets > switchFloodSets;
 
-  const Parked dot1q, floodFilter, esi, routes;
-  const Parked tunnels; // without a timer: what could help them wakes them
-
-  // The route that has an interface's port map, as the machine has it on record.
-  std::optional< Mpls::RouteKey > portMapOwner( Wire::IntfId intfId ) const;
+  const Vex::Ptr< Kez::KezEvpnVlanMembershipSm > membershipSm;
+  const Vex::Ptr< Kez::EvpnFloodingDot1qSm > dot1qSm;
+  const Vex::Ptr< Kez::KezEvpnFloodFilterSm > floodFilterSm;
+  const Vex::Ptr< Kez::EvpnHwTunnelIdSm > hwTunnelIdSm;
+  const Vex::Ptr< Kez::EvpnFloodingEsiSm > esiSm;
+  const Vex::Ptr< Kez::EvpnFloodSetFecSm > fecSm;
+  const Vex::Ptr< Kez::EvpnVlanFloodSetSm > floodSetSm;
+  const Vex::Ptr< Kez::VlanFloodSetFilterSm > filterSm;
+  const Vex::Ptr< Kez::EsiFilteringDecapSm > decapSm;
 };
 
 } // namespace Sim

@@ -87,6 +87,9 @@ void tunnelDifferences( const System & system, const History & history, Report &
   report.same( "remoteTunnelId", pairsOf< TunnelId, uint32_t >( counted ),
                pairsOf< TunnelId, uint32_t >( system.evpnRemoteInfo->remoteTunnelId() ) );
   const auto & mapping = *system.tunnelIdHwTunnelId;
+  const auto parkedHas = [ & ]( TunnelId tunnelId ) {
+    return system.hwTunnelIdSm->unprogrammedTunnelHas( tunnelId );
+  };
   std::map< Kez::HwTunnelIdType, bool > available; // to a tunnel that a segment uses
   for ( const auto type : types ) {
     available[ type ] = system.hardware->hasRoom( poolOf( type ) );
@@ -95,7 +98,6 @@ void tunnelDifferences( const System & system, const History & history, Report &
     if ( !users.contains( tunnelId ) ) {
       available[ id.hwTunnelIdType() ] = true;
     }
-    report.check( !system.tunnels.has( textOf( tunnelId ) ), "a mapped tunnel is parked" );
   }
   auto needed = counted;
   for ( const auto & [ tunnelId, use ] : users ) {
@@ -103,7 +105,7 @@ void tunnelDifferences( const System & system, const History & history, Report &
     const auto type = use.shared ? Kez::hwTunnelIdTypeSharedEsi : Kez::hwTunnelIdTypeDefault;
     const auto record = mapping.tunnelIdToHwTunnelId( tunnelId );
     const auto text = "tunnel " + textOf( tunnelId );
-    const bool parked = system.tunnels.has( textOf( tunnelId ) );
+    const bool parked = parkedHas( tunnelId );
     report.check( record || parked, text + " has no id and is not parked" );
     report.check( history.poolsLimited || !record || record->hwTunnelId.hwTunnelIdType() == type,
                   text + " has an id of the wrong type" );
@@ -115,15 +117,13 @@ void tunnelDifferences( const System & system, const History & history, Report &
     const auto text = "tunnel " + textOf( tunnelId );
     report.check( history.poolsLimited || mapping.tunnelIdToHwTunnelIdHas( tunnelId ),
                   text + " has no id though pools have no end" );
-    report.check( !system.tunnels.has( textOf( tunnelId ) ) || history.poolsDisturbed ||
+    report.check( !parkedHas( tunnelId ) || history.poolsDisturbed ||
                       !system.hardware->hasRoom( Table::hwTunnelIdTypeDefault ),
                   text + " is parked while an id is free" );
   }
 }
 
 // --- Flood sets
-
-namespace {
 
 std::set< Kez::VlanMacDest > mplsDests( const L2Rib::FloodSetOutput & output ) {
   std::set< Kez::VlanMacDest > all;
@@ -139,6 +139,8 @@ std::set< Kez::VlanMacDest > mplsDests( const L2Rib::FloodSetOutput & output ) {
   return all;
 }
 
+namespace {
+
 void mplsFloodSets( const System & system, Report & report ) {
   std::set< Kez::VlanMacDest > present;
   for ( const auto & [ vlanId, vlan ] : system.mplsFloodSetOutput->vlanFloodSet() ) {
@@ -153,15 +155,6 @@ void mplsFloodSets( const System & system, Report & report ) {
   report.same( "mplsFloodSetOutput", mplsDests( *system.floodSetOutput ), present );
   report.check( system.mplsFloodSetOutput->source() == system.floodSetOutput->source(),
                 "mplsFloodSetOutput has another source" );
-}
-
-Kez::MplsFloodSetVia pathOf( const Kez::VlanMacDest & dest ) {
-  const auto & mpls = dest.dest.mpls();
-  const auto tunnelId = Wire::FecIdIntfId::isSrTePolicyIntfId( mpls.intfId() )
-                            ? Wire::FecIdIntfId::tunnelId( mpls.intfId() )
-                            : mpls.tunnelId();
-  const bool perVlan = ( tunnelId.value() >> 44 ) == 14;
-  return { tunnelId, mpls.label(), perVlan ? VlanIdOrNone( dest.vlanId ) : VlanIdOrNone() };
 }
 
 Kez::HwTunnelId hwTunnelIdOf( const System & system, TunnelId tunnelId ) {
@@ -259,6 +252,15 @@ void floodSetDests( const System & system, Report & report ) {
 }
 
 } // namespace
+
+Kez::MplsFloodSetVia pathOf( const Kez::VlanMacDest & dest ) {
+  const auto & mpls = dest.dest.mpls();
+  const auto tunnelId = Wire::FecIdIntfId::isSrTePolicyIntfId( mpls.intfId() )
+                            ? Wire::FecIdIntfId::tunnelId( mpls.intfId() )
+                            : mpls.tunnelId();
+  const bool perVlan = ( tunnelId.value() >> 44 ) == 14;
+  return { tunnelId, mpls.label(), perVlan ? VlanIdOrNone( dest.vlanId ) : VlanIdOrNone() };
+}
 
 void floodSetDifferences( const System & system, Report & report ) {
   mplsFloodSets( system, report );

@@ -10,6 +10,11 @@ namespace Sim {
 void tunnelDifferences( const System & system, const History & history, Report & report );
 void floodSetDifferences( const System & system, Report & report );
 
+std::set< Kez::VlanMacDest > mplsDests( const L2Rib::FloodSetOutput & output );
+
+// What leads a destination out.
+Kez::MplsFloodSetVia pathOf( const Kez::VlanMacDest & dest );
+
 // Whether every tunnel that is used has an id of the type that it needs.
 bool tunnelsComplete( const System & system );
 

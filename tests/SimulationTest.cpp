@@ -17,7 +17,7 @@ using Sim::Simulation;
 const std::string compare( Sim::compareLine );
 
 TEST( SimulationTest, SeedsEndWhereTheInputsSay ) {
-  for ( uint64_t seed = 1; seed <= 60; ++seed ) {
+  for ( uint64_t seed = 1; seed <= 200; ++seed ) {
     const auto outcome = Sim::run( Sim::randomLines( seed, 500 ) );
     ASSERT_FALSE( outcome ) << "kez-sim --seeds " << seed << " --events 500: " << outcome->text;
   }
