@@ -3,8 +3,7 @@
 #include "Ringlog/Ring.h"
 #include "Rook/TableWriter.h"
 #include "Vex/Clock.h"
-#include "agent/Replay.h"
-#include "agent/Shell.h"
+#include "agent/Session.h"
 #include "agent/SteppedPace.h"
 
 #include <cerrno>
@@ -32,6 +31,8 @@ constexpr auto usage = R"(kez-agent hosts the KezEvpn machines over simulated in
                           without it they are private
   --record FILE           write the session's lines and what hardware answered to FILE, which
                           must not be there yet
+  --report FILE           write a page to FILE in the end, for a browser: machines, time line,
+                          failures, tables
   --echo                  print each line before it is executed
   --clock virtual|steady  time passes by advance alone, which is the default, or by itself
 
@@ -49,6 +50,7 @@ struct Options {
   std::vector< std::string > files;
   std::string trace;
   std::string record;
+  std::string report;
   std::string ring;
   std::string tables;
   bool echo = false;
@@ -95,6 +97,8 @@ Options parseOptions( const std::vector< std::string > & arguments ) {
       options.trace = value();
     } else if ( option == "--record" ) {
       options.record = value();
+    } else if ( option == "--report" ) {
+      options.report = value();
     } else if ( option == "--ring" ) {
       options.ring = value();
     } else if ( option == "--tables" ) {
@@ -106,19 +110,15 @@ Options parseOptions( const std::vector< std::string > & arguments ) {
       }
       options.clock = clock;
     } else if ( option != "-" && option.starts_with( "-" ) ) {
-      throw UsageError( "expected --trace, --ring, --tables, --record, --echo or --clock, found '" +
-                        option + "'" );
+      throw UsageError(
+          "expected --trace, --ring, --tables, --record, --report, --echo or --clock, found '" +
+          option + "'" );
     } else {
       options.files.push_back( option );
     }
   }
   return options;
 }
-
-struct Source {
-  std::string name;
-  std::unique_ptr< std::istream > file; // null for standard input
-};
 
 std::string contents( const std::string & name ) {
   std::ifstream file( name );
@@ -146,95 +146,56 @@ std::vector< Source > readFiles( const std::vector< std::string > & names ) {
   return sources;
 }
 
-// Feeds lines to a shell and tells what came of them.
-class Session {
+// The report that the options ask for, if they do: it hears the session, and is written to its file
+// when that is over.
+class ReportFile {
 public:
-  Session( Shell & shell, bool echo, std::ostream & out, std::ostream & err )
-      : shell_( shell ), echo_( echo ), out_( out ), err_( err ) {}
-
-  // The exit status.
-  int run( const std::vector< Source > & sources, const Input & input ) {
-    for ( const auto & source : sources ) {
-      out_ << ( echo_ && &source != &sources.front() ? "\n" : "" );
-      std::istream & stream = source.file ? *source.file : input.stream;
-      size_t number = 0;
-      for ( std::string line; std::getline( stream, line ); ) {
-        if ( !execute( line, source.name, ++number ) ) {
-          return 2;
-        }
-      }
+  ReportFile( const Options & options, const std::string & title, Wiring & wiring )
+      : name_( options.report ), wiring_( wiring ) {
+    if ( name_.empty() ) {
+      return;
     }
-    return verdict();
+    file_.open( name_ );
+    check();
+    wiring.hardware->listenerIs( report_.emplace( title, wiring.roots ) );
   }
-
-  // The same. `name` is the record's.
-  int replay( Replay & replay, const std::string & name ) {
-    for ( const RecordEntry * line; ( line = replay.nextLine() ) && !replay.difference(); ) {
-      if ( !execute( std::string( line->text ), name, line->number ) ) {
-        return 2;
-      }
+  ~ReportFile() {
+    if ( report_ ) {
+      wiring_.hardware->listenerDel( *report_ );
     }
-    shell_.catchUp();
-    if ( !replay.finished() ) {
-      out_.flush();
-      err_ << *replay.difference() << std::endl;
-      return 1;
-    }
-    const int status = verdict();
-    out_ << "replayed as recorded: " << replay.lines() << " lines, " << replay.calls()
-         << " calls of hardware\n";
-    return status;
   }
+  ReportFile( const ReportFile & ) = delete;
+  ReportFile & operator=( const ReportFile & ) = delete;
 
-  void converse( const Input & input ) {
-    const auto prompt = input.terminal ? "kez> " : "";
-    if ( input.terminal ) {
-      out_ << "help lists the commands; quit, or the end of input, ends the session\n";
+  Report * report() { return report_ ? &*report_ : nullptr; }
+  void write( const Session & session, bool isVirtual ) {
+    if ( report_ ) {
+      report_->write( file_, session.verdict(), isVirtual );
+      file_.flush();
+      check();
     }
-    size_t number = 0;
-    out_ << prompt << std::flush;
-    for ( std::string line; std::getline( input.stream, line ); ) {
-      if ( trimmed( line ) == "quit" || trimmed( line ) == "exit" ) {
-        return;
-      }
-      execute( line, "stdin", ++number );
-      out_ << prompt << std::flush;
-    }
-    out_ << ( input.terminal ? "\n" : "" );
   }
 
 private:
-  int verdict() {
-    if ( shell_.failures() ) {
-      out_ << shell_.failures() << " failed, " << shell_.expectations() << " expectations\n";
-    } else if ( shell_.expectations() ) {
-      out_ << "all " << shell_.expectations() << " expectations hold\n";
-    }
-    return shell_.failures() ? 1 : 0;
-  }
-
-  // Whether it was a good line.
-  bool execute( const std::string & line, const std::string & file, size_t number ) {
-    if ( echo_ ) {
-      const auto text = trimmed( line );
-      out_ << ( text.empty() || text.starts_with( '#' ) ? "" : "> " ) << text << '\n';
-    }
-    const auto place = file + ":" + std::to_string( number );
-    try {
-      shell_.execute( line, place );
-      return true;
-    } catch ( const BadLine & error ) {
-      out_.flush();
-      err_ << place << ':' << error.column << ": " << error.what() << std::endl;
-      return false;
+  void check() const {
+    if ( !file_ ) {
+      throw std::runtime_error( "cannot write " + name_ + ": " + std::strerror( errno ) );
     }
   }
 
-  Shell & shell_;
-  const bool echo_;
-  std::ostream & out_;
-  std::ostream & err_;
+  const std::string name_;
+  Wiring & wiring_;
+  std::ofstream file_;
+  std::optional< Report > report_;
 };
+
+std::string titleOf( const std::vector< Source > & sources ) {
+  std::string title;
+  for ( const auto & source : sources ) {
+    title += ( title.empty() ? "" : ", " ) + source.name;
+  }
+  return title.empty() ? "a session" : title;
+}
 
 void executeOption( Shell & shell, const std::string & command, const std::string & value ) {
   if ( value.empty() ) {
@@ -273,7 +234,11 @@ int replay( const Options & options, std::ostream & out, std::ostream & err ) {
   Shell shell( wiring, out, err );
   shell.paceIs( replay );
   executeOption( shell, "trace", options.trace );
-  return Session( shell, options.echo, out, err ).replay( replay, name );
+  ReportFile page( options, "replay of " + name, wiring );
+  Session session( shell, options.echo, page.report(), out, err );
+  const int status = session.replay( replay, name );
+  page.write( session, replay.isVirtual() );
+  return status;
 }
 
 int runOrConverse( const Options & options, const Input & input, std::ostream & out,
@@ -293,12 +258,16 @@ int runOrConverse( const Options & options, const Input & input, std::ostream & 
   }
   executeOption( shell, "record", options.record );
   executeOption( shell, "trace", options.trace );
-  Session session( shell, options.echo, out, err );
-  if ( !sources.empty() ) {
-    return session.run( sources, input );
+  ReportFile page( options, titleOf( sources ), wiring );
+  Session session( shell, options.echo, page.report(), out, err );
+  int status = 0;
+  if ( sources.empty() ) {
+    session.converse( input );
+  } else {
+    status = session.run( sources, input );
   }
-  session.converse( input );
-  return 0;
+  page.write( session, options.clock != "steady" );
+  return status;
 }
 
 int dispatch( const std::vector< std::string > & arguments, const Input & input, std::ostream & out,

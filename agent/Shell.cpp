@@ -271,6 +271,7 @@ void Shell::check( bool holds, const Path & path, const String & expected,
 
 void Shell::reportFailure( const String & text ) {
   ++failures_;
+  lastFailure_ = text;
   out_.flush();
   err_ << place_ << ": " << text << std::endl;
 }

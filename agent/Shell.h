@@ -34,6 +34,7 @@ public:
 
   size_t expectations() const { return expectations_; }
   size_t failures() const { return failures_; }
+  const Vex::String & lastFailure() const { return lastFailure_; }
 
 private:
   struct Command;
@@ -69,6 +70,7 @@ private:
   Vex::String place_; // of the line that is executed
   size_t expectations_ = 0;
   size_t failures_ = 0;
+  Vex::String lastFailure_;
 };
 
 } // namespace Agent

@@ -89,6 +89,10 @@ public:
   Ptr< const Entity > target( const Entity & entity ) const override {
     return Storage::of( entity );
   }
+  bool writesTarget() const override {
+    return !std::is_const_v<
+        std::remove_reference_t< decltype( *std::declval< typename Storage::Type >() ) > >;
+  }
 };
 
 // What the keyed kinds have alike.

@@ -77,6 +77,8 @@ public:
   virtual String value( const Entity & ) const { unsupported( "read" ); }
   virtual void valueIs( Entity &, std::string_view ) const { unsupported( "set" ); }
   virtual Ptr< const Entity > target( const Entity & ) const { unsupported( "followed" ); }
+  // Whether it is a reference through which the entity writes, not one to read alone.
+  virtual bool writesTarget() const { return false; }
 
   // Keyed attributes. A key that is not there reads as none.
   virtual size_t size( const Entity & ) const { unsupported( "counted" ); }

@@ -1,0 +1,47 @@
+// Feeds lines to a shell, and tells whoever started it what came of them: on standard output and
+// standard error, by the exit status, and to a report if there is one.
+#pragma once
+
+#include "agent/CommandLine.h"
+#include "agent/Replay.h"
+#include "agent/Report.h"
+#include "agent/Shell.h"
+
+namespace Agent {
+
+struct Source {
+  std::string name;
+  std::unique_ptr< std::istream > file; // null for standard input
+};
+
+class Session {
+public:
+  // `report` may be null.
+  Session( Shell & shell, bool echo, Report * report, std::ostream & out, std::ostream & err )
+      : shell_( shell ), echo_( echo ), report_( report ), out_( out ), err_( err ) {}
+
+  // The exit status.
+  int run( const std::vector< Source > & sources, const Input & input );
+  // The same. `name` is the record's.
+  int replay( Replay & replay, const std::string & name );
+  void converse( const Input & input );
+
+  // How it ended, in a few words.
+  std::string verdict() const;
+
+private:
+  // Tells it when anything was expected. The exit status.
+  int tellVerdict();
+  // Whether it was a good line.
+  bool execute( const std::string & line, const std::string & file, size_t number );
+  void executeReported( const std::string & line, const std::string & place );
+
+  Shell & shell_;
+  const bool echo_;
+  Report * const report_;
+  std::ostream & out_;
+  std::ostream & err_;
+  std::string end_; // of a session that something ended
+};
+
+} // namespace Agent
