@@ -266,7 +266,9 @@ TEST_F( AgentTest, LineThatEndsTheProcessIsInTheRecord ) {
   EXPECT_DEATH( line( "advance 9" ), "assertion failed: interval\\(\\) >= 0" );
   std::stringstream recorded;
   recorded << std::ifstream( name ).rdbuf();
-  EXPECT_EQ( recorded.str(), "set ticker.interval -1\nadvance 9\n" );
+  EXPECT_THAT( recorded.str(),
+               testing::MatchesRegex( "set ticker.interval -1\n#= record 1, virtual "
+                                      "clock at 0\nadvance 9\n+" ) );
   EXPECT_TRUE( std::filesystem::remove( name ) );
 }
 
