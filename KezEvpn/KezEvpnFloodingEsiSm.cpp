@@ -460,6 +460,7 @@ void EvpnFloodingEsiSm::explain( const Subject & subject, Explanation & out ) co
   if ( const auto * const pair = subject.get< IntfVlanKey >() ) {
     explainPair( *pair, out );
     explainPorts( *pair, out );
+    explainRefusal( *pair, out );
   } else if ( const auto * const tunnelId = subject.get< TunnelId >() ) {
     if ( const auto intfVlans = tunnelIntfVlanSet( *tunnelId ) ) {
       out.say( "leads to the designated forwarder of ", Members( intfVlans->intfVlan() ) );
@@ -471,7 +472,7 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
   const auto [ lack, dfTepIntfId, remoteLabel ] = decide( key );
   switch ( lack ) {
   case Lack::segment:
-    out.say( "waiting for the status of Ethernet segment ", key.intfId, ", none published" );
+    out.say( key.intfId, " is no Ethernet segment, no status of it published" );
     return;
   case Lack::designatedForwarder:
     out.say( "waiting for the designated forwarder of VLAN ", key.vlanId, ", none published" );
@@ -480,8 +481,11 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
     out.say( "waiting for the remote ESI label of TEP ", dfTepIntfId, ", none published" );
     return;
   case Lack::usableLabel:
-    out.say( "waiting for a usable remote ESI label of TEP ", dfTepIntfId, ", ", remoteLabel,
-             " published" );
+    out.say( "waiting for a remote ESI label of TEP ", dfTepIntfId,
+             " of the right encapsulation type, ", remoteLabel, " published" );
+    if ( intfVlanTunnelLabelHas( { key.intfId, key.vlanId, intfVlanTunnel( key ) } ) ) {
+      out.say( "what is programmed stays till then" );
+    }
     return;
   case Lack::nothing:
     break;

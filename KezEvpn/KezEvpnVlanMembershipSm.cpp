@@ -93,7 +93,7 @@ void KezEvpnVlanMembershipSm::processIntfVlan( Wire::IntfId intfId, Bridging::Vl
   } else {
     removeIntfVlanFromEvpnVlanStatus( intfId, vlanId );
   }
-  if ( configured ) {
+  if ( isConfigured( intfId, vlanId ) ) {
     intfVlanConfigSetIs( intfId )->vlanIdIs( vlanId, true );
   } else if ( const auto vlans = intfVlanConfigSet( intfId ) ) {
     vlans->vlanIdDel( vlanId );
@@ -193,6 +193,9 @@ void KezEvpnVlanMembershipSm::explainPair( const IntfVlanKey & key, Explanation 
   } else {
     out.say( isConfigured( key.intfId, key.vlanId ) ? "" : "not ",
              "configured in the VLAN, which decides while its BUM encapsulation is filtered" );
+  }
+  if ( member != isToBeMember( key.intfId, key.vlanId ) ) {
+    out.say( "decided anew when its port status or configuration in the VLAN changes" );
   }
 }
 
