@@ -92,7 +92,7 @@ const std::vector< Story > stories{
             "advance 2\nset switch.fault[createVlan].nextCalls 2\nset evpnStatus.vlanToDot1q[10] "
             "120\n"
             "advance 6.2\nexpect switch.dot1qMapping[Port-Channel1,Ethernet2,10] 110",
-        "waiting for VLAN 10 to be created in hardware; hardware refused twice, next try in 3.8 s; "
+        "waiting for VLAN 10 to be created in hardware; hardware refused twice, next try in 2.8 s; "
         "mapped to tag 110 till then; programmed on Ethernet2; not programmed on Ethernet1" } } },
   { "vlan 10",
     "evpnFloodingDot1qSm",

@@ -303,11 +303,21 @@ TEST( Rook, InspectorShowsAndFollowsTables ) {
 using Kez::HwTunnelId;
 using Kez::TunnelIdToHwTunnelId;
 
+} // namespace
+
+namespace RookTest {
+
 struct WithIntf {
   uint64_t key = 0;
   Wire::IntfId intfId;
   VEX_VALUE( WithIntf, "RookTest::WithIntf", key, intfId )
 };
+
+} // namespace RookTest
+
+namespace {
+
+using RookTest::WithIntf;
 
 class MappingWatcher : public Vex::Reactor {
 public:
