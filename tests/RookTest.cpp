@@ -265,7 +265,7 @@ TEST( Rook, StagedRecordsStandAndAreFinishedByTheNextWriter ) {
   const MountDirectory directory;
   const auto path = directory.path( "table" );
   const auto stage = [ & ] {
-    poke( path, slotsOffset, static_cast< char >( contentOf( path )[ slotsOffset ] | 1 ) );
+    poke( path, slotsOffset, static_cast< char >( contentOf( path )[ slotsOffset ] ^ 3 ) );
     poke( path, recordOffset + 8, 77 );
   };
   std::optional< EntryTable > writer( std::in_place );

@@ -109,17 +109,22 @@ struct StagingHead {
 };
 constexpr uint64_t stagingCells = 8;
 
-// A version counts from its third bit to its 32nd. Its upper half is the slot's checksum, as it is
-// when the version is final.
+// Of a record's version one of the two lowest bits is set: it is staged, or in place and so final.
+// The version counts from its third bit to its 32nd. Its upper half is the slot's checksum, as it
+// is when the version is final.
 constexpr uint64_t stagedBit = 1;
-constexpr uint64_t presentBit = 2;
+constexpr uint64_t placedBit = 2;
 constexpr unsigned checkShift = 32;
 constexpr uint64_t countOf( uint64_t version ) {
   return static_cast< uint32_t >( version ) >> 2;
 }
-// Without its checksum.
+// Final, without its checksum.
 constexpr uint64_t nextVersion( uint64_t version, bool present ) {
-  return static_cast< uint32_t >( ( countOf( version ) + 1 ) << 2 ) | ( present ? presentBit : 0 );
+  return static_cast< uint32_t >( ( countOf( version ) + 1 ) << 2 ) | ( present ? placedBit : 0 );
+}
+// The staged version to a final one, the final one to a staged.
+constexpr uint64_t counterpartOf( uint64_t version ) {
+  return version ^ ( placedBit | stagedBit );
 }
 // So that the cells take turns, whether one record or many are written.
 constexpr uint64_t stagingCellOf( uint32_t slot, uint64_t version ) {

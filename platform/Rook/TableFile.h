@@ -120,7 +120,7 @@ public:
     next = Format::withCheck( next, store( staging.image, words, record ) +
                                         Format::sumOf( next, birth ) );
     staging.image.version.store( next, std::memory_order_release );
-    headOf( slot, words ).version.store( next | Format::stagedBit, std::memory_order_release );
+    headOf( slot, words ).version.store( Format::counterpartOf( next ), std::memory_order_release );
     settleSlot( slot, words, next, record );
   }
   // or what is staged, as it was read, copied in place,
@@ -164,8 +164,7 @@ private:
           record[ i ] = from[ i ].load( std::memory_order_acquire );
           sum += Format::placed( record[ i ], i + 1 );
         } );
-    constexpr uint64_t bits = Format::presentBit | Format::stagedBit;
-    return ( state.version & bits ) == Format::presentBit &&
+    return ( state.version & Format::placedBit ) &&
            !Format::checkDifference( state.version, sum ) &&
            head.version.load( std::memory_order_relaxed ) == state.version;
   }
@@ -187,7 +186,7 @@ private:
     const uint64_t version = state.version;
     if ( version & Format::stagedBit ) {
       auto & staging = stagingOf( slot, words, version );
-      const uint64_t settled = version & ~Format::stagedBit;
+      const uint64_t settled = Format::counterpartOf( version );
       state.staged = copyFrom( staging.image, words, record, state ) && state.version == settled &&
                      staging.slot.load( std::memory_order_acquire ) == slot &&
                      staging.image.version.load( std::memory_order_relaxed ) == settled;
@@ -196,7 +195,7 @@ private:
       if ( state.present ) {
         return true;
       }
-    } else if ( !( version & Format::presentBit ) ) {
+    } else if ( !( version & Format::placedBit ) ) {
       const uint64_t sum = Format::sumOf( version, 0 );
       state.damaged = version != 0 && Format::checkDifference( version, sum ) != 0;
       return true;

@@ -40,31 +40,30 @@ private:
       : table_( table ), moment_( table.file().moment() ), at_( next( from, record_ ) ) {}
 
   uint32_t next( uint32_t from, Record & record ) const {
-    for ( uint32_t slot = from; slot < moment_.slots; ++slot ) {
-      typename Type::Words words;
-      SlotState state;
-      if ( table_.file().copySlot( slot, Type::words, words.data(), state ) &&
-           state.birth <= moment_.births ) [[likely]] {
-        record = Type::record( words );
-        return slot;
-      }
-      if ( const auto otherwise = recordOf( table_, slot, moment_.births ) ) {
-        record = *otherwise;
-        return slot;
-      }
-    }
-    return moment_.slots;
-  }
-  // A record that could not be copied at once, if one stands all the same.
-  [[gnu::noinline]] static std::optional< Record > recordOf( const Table & table, uint32_t slot,
-                                                             uint64_t births ) {
     typename Type::Words words;
-    const auto state = table.file().readSlot( slot, Type::words, words.data() );
-    if ( state.damaged ) {
-      table.handleDamagedSlot( slot );
+    SlotState state;
+    if ( from < moment_.slots && table_.file().copySlot( from, Type::words, words.data(), state ) &&
+         state.birth <= moment_.births ) [[likely]] {
+      record = Type::record( words );
+      return from;
     }
-    return state.present && state.birth <= births ? std::optional( Type::record( words ) )
-                                                  : std::nullopt;
+    const auto [ slot, found ] = search( table_, moment_, from );
+    record = found;
+    return slot;
+  }
+  // Slot by slot, from one whose record could not be copied at once.
+  [[gnu::noinline]] static std::pair< uint32_t, Record > search( const Table & table, Moment moment,
+                                                                 uint32_t from ) {
+    for ( uint32_t slot = from; slot < moment.slots; ++slot ) {
+      typename Type::Words words;
+      const auto state = table.file().readSlot( slot, Type::words, words.data() );
+      if ( state.damaged ) {
+        table.handleDamagedSlot( slot );
+      } else if ( state.present && state.birth <= moment.births ) {
+        return { slot, Type::record( words ) };
+      }
+    }
+    return { moment.slots, Record() };
   }
 
   const Table & table_;
