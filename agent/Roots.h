@@ -34,6 +34,16 @@ public:
     return at == roots_.end() ? nullptr : &*at;
   }
 
+  Roots ofRole( Role role ) const {
+    Roots some;
+    for ( const auto & each : roots_ ) {
+      if ( each.role == role ) {
+        some.roots_.push_back( each );
+      }
+    }
+    return some;
+  }
+
   auto begin() const { return roots_.begin(); }
   auto end() const { return roots_.end(); }
 

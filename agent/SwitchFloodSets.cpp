@@ -74,19 +74,18 @@ void SwitchFloodSets::accept( const FecWork & work ) {
   }
   const double due = std::max( now + answerDelay(), waits ? at->second : now );
   lastFecWork_[ work.fecId ] = due;
-  workLater( work, due - now );
+  workLater( work, due );
 }
 
 void SwitchFloodSets::accept( const DestWork & work ) {
   if ( answerDelay() > 0 ) {
-    workLater( work, answerDelay() );
+    workLater( work, Vex::Clock::now() + answerDelay() );
   } else {
     doWork( work );
   }
 }
 
-template< class T > void SwitchFloodSets::workLater( const T & work, double seconds ) {
-  const double due = Vex::Clock::now() + seconds;
+template< class T > void SwitchFloodSets::workLater( const T & work, double due ) {
   const auto at =
       std::upper_bound( work_.begin(), work_.end(), due,
                         []( double time, const Work & each ) { return time < each.due; } );
@@ -136,10 +135,11 @@ void SwitchFloodSets::doWork( const FecWork & work ) {
   const auto arguments = [ & ] { return Vex::text( fecId ); };
   if ( work.answer ) {
     const bool room = there || hardware.hasRoom( Table::fec );
-    if ( hardware.creation( FallibleOperation::createFec, room, std::nullopt, arguments ) ) {
+    const auto given = [ & ] { return Vex::briefText( *work.answer ); };
+    if ( hardware.creation( FallibleOperation::createFec, room, std::nullopt, arguments, given ) ) {
       auto again = work;
       again.retry = true;
-      workLater( again, retryInterval() );
+      workLater( again, Vex::Clock::now() + retryInterval() );
       return;
     }
     // It may have been requested with another hardware tunnel id since it was refused.
@@ -170,7 +170,7 @@ void SwitchFloodSets::doWork( const DestWork & work ) {
   if ( configured && !there ) {
     if ( hardware.creation( FallibleOperation::createFloodSetDest,
                             hardware.hasRoom( Table::floodSetDest ), std::nullopt, arguments ) ) {
-      workLater( work, retryInterval() );
+      workLater( work, Vex::Clock::now() + retryInterval() );
       hwStatus()
           ->statusIs( macVlanPair )
           ->mplsDestStatusIs( config, HwProgrammingStatus::notProgrammed );

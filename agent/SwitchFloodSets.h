@@ -93,7 +93,7 @@ private:
   void handleFecRequest( Rook::Fib::FecId fecId );
   void accept( const FecWork & work );
   void accept( const DestWork & work );
-  template< class T > void workLater( const T & work, double seconds );
+  template< class T > void workLater( const T & work, double due );
   void doDueWork();
   size_t nextWork( double now );
   void doWork( const FecWork & work );

@@ -18,25 +18,58 @@
 
 namespace Agent {
 
-Wiring wire() {
+namespace {
+
+// An entity that stands among the roots, or null.
+template< class T > Vex::Ptr< T > standing( const Roots & roots, const Vex::String & name ) {
+  const auto * root = roots.root( name );
+  return root ? Vex::dynamicCast< T >( root->entity ) : nullptr;
+}
+
+Vex::Ptr< SimulatedSwitch > emptySwitch( const Vex::Ptr< const SimulatedSwitch > & earlier ) {
+  auto hardware = Vex::makePtr< SimulatedSwitch >();
+  if ( earlier ) {
+    for ( const auto [ table, entries ] : earlier->capacity() ) {
+      hardware->capacityIs( table, entries );
+    }
+    hardware->listenersOf( *earlier );
+  }
+  return hardware;
+}
+
+// The inputs of an earlier agent, or new ones.
+class Inputs {
+public:
+  explicit Inputs( const Roots & earlier ) : earlier_( earlier.ofRole( Role::input ) ) {}
+
+  template< class T, class... Arguments >
+  Vex::Ptr< T > root( Roots & roots, const Vex::String & name,
+                      const Arguments &... arguments ) const {
+    const auto there = standing< T >( earlier_, name );
+    return roots.rootIs( Role::input, name, there ? there : Vex::makePtr< T >( arguments... ) );
+  }
+
+private:
+  const Roots earlier_;
+};
+
+} // namespace
+
+Wiring wire( Roots earlier ) {
   Roots roots;
-  const auto acsd = roots.rootIs( Role::input, "acsd", Vex::makePtr< Kez::KezCommonSmData >() );
-  const auto lagConfigDir =
-      roots.rootIs( Role::input, "lagConfigDir", Vex::makePtr< Kez::LagCreatorConfigDir >() );
-  const auto bridgingConfig =
-      roots.rootIs( Role::input, "bridgingConfig", Vex::makePtr< Bridging::Config >() );
-  const auto vlanStatusDir =
-      roots.rootIs( Role::input, "vlanStatusDir", Vex::makePtr< Bridging::VlanStatusDir >() );
-  const auto evpnStatus =
-      roots.rootIs( Role::input, "evpnStatus", Vex::makePtr< Evpn::EvpnStatus >() );
-  const auto evpnMplsConfig =
-      roots.rootIs( Role::input, "evpnMplsConfig", Vex::makePtr< Evpn::MplsConfig >() );
-  const auto floodSetOutput =
-      roots.rootIs( Role::input, "floodSetOutput", Vex::makePtr< L2Rib::FloodSetOutput >() );
-  const auto lfibStatus =
-      roots.rootIs( Role::input, "lfibStatus", Vex::makePtr< Mpls::LfibStatus >( "lfibStatus" ) );
+  const Inputs inputs( earlier );
+  const auto empty = emptySwitch( standing< SimulatedSwitch >( earlier, "switch" ) );
+  earlier = {};
+  const auto acsd = inputs.root< Kez::KezCommonSmData >( roots, "acsd" );
+  const auto lagConfigDir = inputs.root< Kez::LagCreatorConfigDir >( roots, "lagConfigDir" );
+  const auto bridgingConfig = inputs.root< Bridging::Config >( roots, "bridgingConfig" );
+  const auto vlanStatusDir = inputs.root< Bridging::VlanStatusDir >( roots, "vlanStatusDir" );
+  const auto evpnStatus = inputs.root< Evpn::EvpnStatus >( roots, "evpnStatus" );
+  const auto evpnMplsConfig = inputs.root< Evpn::MplsConfig >( roots, "evpnMplsConfig" );
+  const auto floodSetOutput = inputs.root< L2Rib::FloodSetOutput >( roots, "floodSetOutput" );
+  const auto lfibStatus = inputs.root< Mpls::LfibStatus >( roots, "lfibStatus", "lfibStatus" );
   const auto lfibTrackingStatus =
-      roots.rootIs( Role::input, "lfibTrackingStatus", Vex::makePtr< Mpls::LfibTrackingStatus >() );
+      inputs.root< Mpls::LfibTrackingStatus >( roots, "lfibTrackingStatus" );
 
   const auto evpnLagMemberInfo =
       roots.rootIs( Role::output, "evpnLagMemberInfo", Kez::evpnLagMemberInfoFactory() );
@@ -59,7 +92,7 @@ Wiring wire() {
   const auto vlanFloodSetHwConfig =
       roots.rootIs( Role::output, "vlanFloodSetHwConfig", Kez::evpnVlanFloodSetHwConfigFactory() );
 
-  const auto hardware = roots.rootIs( Role::hardware, "switch", Vex::makePtr< SimulatedSwitch >() );
+  const auto hardware = roots.rootIs( Role::hardware, "switch", empty );
   const auto floodingHelper =
       roots.rootIs( Role::hardware, "floodingHelper",
                     Vex::makePtr< SwitchFloodingHelper >( "floodingHelper", hardware ) );
@@ -130,7 +163,7 @@ Wiring wire() {
   roots.rootIs( Role::machine, "esiFilteringDecapSm",
                 Kez::esiFilteringDecapSmFactory( esiFilteringDecapHelper, lfibStatus, scheduler,
                                                  lfibTrackingStatus, lfibHwStatus ) );
-  return { std::move( roots ), scheduler };
+  return { std::move( roots ), scheduler, hardware };
 }
 
 } // namespace Agent

@@ -4,14 +4,18 @@
 
 #include "Loom/TaskScheduler.h"
 #include "agent/Roots.h"
+#include "agent/SimulatedSwitch.h"
 
 namespace Agent {
 
 struct Wiring {
   Roots roots;
   Vex::Ptr< Loom::TaskScheduler > scheduler;
+  Vex::Ptr< SimulatedSwitch > hardware;
 };
 
-Wiring wire();
+// With the roots of an earlier agent, which ends: over its inputs as they stand, and a switch that
+// is empty and has the same sizes and listeners.
+Wiring wire( Roots earlier = {} );
 
 } // namespace Agent

@@ -92,7 +92,7 @@ protected:
     return wiring;
   }
 
-  const Agent::Wiring wiring = wire();
+  Agent::Wiring wiring = wire();
   std::ostringstream out, err;
   Agent::Shell shell{ wiring, out, err };
 };
@@ -102,8 +102,9 @@ TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
   const auto before = dump();
   const std::string slot = "set rack.slot[Ethernet1,11]."; // not there: it must not be made
   const std::pair< std::string, const char * > lines[] = {
-    { "sett rack", "1: expected a command (set, del, show, expect, advance, trace, record, "
-                   "help), found 'sett'" },
+    { "sett rack",
+      "1: expected a command (set, del, show, expect, explain, advance, restart, trace, record, "
+      "help), found 'sett'" },
     { "set", "4: expected a root (rack, made, ticker), found nothing" },
     { "  set rak.slot 5", "7: expected a root (rack, made, ticker), found 'rak'" },
     { "set rack", "9: expected '.' and an attribute of Test::Rack" },
@@ -247,7 +248,7 @@ TEST_F( AgentTest, RecordReplaysToTheSameState ) {
   EXPECT_EQ( line( "record off" ), "" );
   EXPECT_EQ( line( "set rack.slot[Ethernet1,12]" ), "" );
 
-  const auto fresh = wire();
+  auto fresh = wire();
   Agent::Shell replayed( fresh, out, err );
   std::ifstream file( name );
   out.str( "" );
@@ -265,7 +266,9 @@ TEST_F( AgentTest, LineThatEndsTheProcessIsInTheRecord ) {
   EXPECT_DEATH( line( "advance 9" ), "assertion failed: interval\\(\\) >= 0" );
   std::stringstream recorded;
   recorded << std::ifstream( name ).rdbuf();
-  EXPECT_EQ( recorded.str(), "set ticker.interval -1\nadvance 9\n" );
+  EXPECT_THAT( recorded.str(),
+               testing::MatchesRegex( "set ticker.interval -1\n#= record 1, virtual "
+                                      "clock at 0\nadvance 9\n+" ) );
   EXPECT_TRUE( std::filesystem::remove( name ) );
 }
 

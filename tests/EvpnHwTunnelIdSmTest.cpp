@@ -8,7 +8,6 @@
 #include <gmock/gmock.h>
 
 #include <map>
-#include <random>
 #include <set>
 
 using testing::ElementsAre;
@@ -36,8 +35,6 @@ public:
 
 class EvpnHwTunnelIdSmTest : public VirtualTime {
 protected:
-  static constexpr auto types = { hwTunnelIdTypeDefault, hwTunnelIdTypeSharedEsi };
-
   // A machine over the inputs as they stand, and so many ids of each type.
   void start( uint32_t defaults, uint32_t shared ) {
     sm = nullptr;
@@ -337,178 +334,6 @@ TEST_F( EvpnHwTunnelIdSmTest, DamagedRecordIsFatal ) {
   count( 5, 1 );
   RookTest::poke( directory.path( "damaged/tunnelIdToHwTunnelId" ), RookTest::recordOffset + 8, 7 );
   EXPECT_DEATH( label( es1, 5 ), "slot 0 is damaged.*KezBaseHelper:[0-9]+: assertion failed: 0" );
-}
-
-// --- Random events, and what holds after each
-
-class EvpnHwTunnelIdSmRandomTest : public EvpnHwTunnelIdSmTest {
-protected:
-  using Users = std::map< uint64_t, std::set< Wire::IntfId > >;
-
-  // Both kinds of interface lead to the tunnel.
-  Wire::IntfId anyIntf() {
-    const uint64_t tunnelId = random() % 6 + 1;
-    return random() % 2 ? intf( tunnelId ) : Wire::FecIdIntfId::srTePolicyIntfId( tunnelId );
-  }
-  void event();
-  void expectStateOfInputs();
-  void expectIds();
-  void expectNothingLeftToGet();
-
-  std::mt19937 random;
-  Users users, sharedUsers; // by tunnel, as the segments' labels say
-};
-
-void EvpnHwTunnelIdSmRandomTest::event() {
-  const auto es = random() % 2 ? es1 : es2;
-  const uint64_t tunnelId = random() % 6 + 1;
-  switch ( random() % 12 ) {
-  case 0:
-  case 1:
-  case 2:
-    evpnStatus->ethernetSegmentStatusIs( es )->remoteEsiLabelIs( anyIntf(), {} );
-    break;
-  case 3:
-  case 4:
-    evpnStatus->ethernetSegmentStatusIs( es )->remoteEsiLabelDel( anyIntf() );
-    break;
-  case 5:
-    sharedEsi( es, random() % 2 );
-    break;
-  case 6:
-    evpnStatus->ethernetSegmentStatusDel( es );
-    break;
-  case 7: { // a segment comes with all that it has, in another's place perhaps
-    const auto status = Vex::makePtr< Evpn::EthernetSegmentStatus >( es );
-    for ( auto n = random() % 4; n > 0; --n ) {
-      status->remoteEsiLabelIs( anyIntf(), {} );
-    }
-    status->sharedEsiLabelIs( random() % 2 ? 50u : Wire::MplsLabel() );
-    evpnStatus->ethernetSegmentStatusIs( status );
-    break;
-  }
-  case 8:
-  case 9:
-    count( tunnelId, random() % 3 );
-    break;
-  case 10:
-    advance( random() % 4 );
-    break;
-  default: // by itself takes no segment's tunnel its id, even for a moment
-    std::map< uint64_t, std::string > before;
-    for ( const auto & [ used, segments ] : users ) {
-      before[ used ] = state( used );
-    }
-    sm->vexDoZombieReactors( true );
-    if ( random() % 2 ) {
-      before.clear();
-      event();
-    }
-    sm->vexDoZombieReactors( false );
-    for ( const auto & [ used, was ] : before ) {
-      EXPECT_TRUE( was == "parked" || state( used ) != "parked" ) << used;
-    }
-  }
-}
-
-void EvpnHwTunnelIdSmRandomTest::expectStateOfInputs() {
-  users.clear();
-  sharedUsers.clear();
-  for ( const auto & [ es, status ] : evpnStatus->ethernetSegmentStatus() ) {
-    for ( const auto & [ labelIntf, value ] : status->remoteEsiLabel() ) {
-      users[ labelIntf.tunnelId().value() ].insert( es );
-      if ( status->sharedEsiLabelValid() ) {
-        sharedUsers[ labelIntf.tunnelId().value() ].insert( es );
-      }
-    }
-  }
-  Users infoUsers, infoShared, setUsers;
-  for ( const auto & [ tunnelId, info ] : sm->tunnelInfo() ) {
-    infoUsers[ tunnelId.value() ];
-    for ( const auto es : info->intfId() ) {
-      infoUsers[ tunnelId.value() ].insert( es );
-    }
-    for ( const auto es : info->sharedEsiLabelConfiguredIntf() ) {
-      infoShared[ tunnelId.value() ].insert( es );
-    }
-  }
-  for ( const auto & [ es, tunnels ] : sm->intfTunnelSet() ) {
-    EXPECT_GT( tunnels->tunnelIds(), 0u );
-    for ( const auto tunnelId : tunnels->tunnelId() ) {
-      setUsers[ tunnelId.value() ].insert( es );
-    }
-  }
-  EXPECT_EQ( infoUsers, users );
-  EXPECT_EQ( infoShared, sharedUsers );
-  EXPECT_EQ( setUsers, users );
-}
-
-void EvpnHwTunnelIdSmRandomTest::expectIds() {
-  std::map< HwTunnelIdType, std::multiset< uint32_t > > all, numbers;
-  std::map< HwTunnelIdType, Tunnels > unused;
-  for ( const auto type : types ) {
-    for ( const auto & [ index, id ] : helper->freeHwTunnelId( type )->hwTunnelId() ) {
-      numbers[ type ].insert( id.number() );
-    }
-    for ( uint32_t number = 1; number <= poolSizes[ type ]; ++number ) {
-      all[ type ].insert( number );
-    }
-  }
-  for ( const auto & [ tunnelId, id ] : mapping->tunnelIdToHwTunnelId() ) {
-    numbers[ id.hwTunnelIdType() ].insert( id.number() );
-    EXPECT_FALSE( sm->unprogrammedTunnelHas( tunnelId ) );
-    if ( !users.contains( tunnelId.value() ) ) {
-      unused[ id.hwTunnelIdType() ].insert( tunnelId.value() );
-    }
-  }
-  EXPECT_EQ( numbers, all );
-  for ( const auto type : types ) {
-    EXPECT_EQ( zombies( type ), unused[ type ] );
-  }
-}
-
-// At rest no segment's tunnel waits while there is an id that it may have, or could reclaim.
-void EvpnHwTunnelIdSmRandomTest::expectNothingLeftToGet() {
-  for ( const auto & [ tunnelId, segments ] : users ) {
-    EXPECT_NE( state( tunnelId ), "none" );
-    for ( const auto type : types ) {
-      const bool usable = type == hwTunnelIdTypeDefault || sharedUsers.contains( tunnelId );
-      if ( state( tunnelId ) == "parked" && usable ) {
-        EXPECT_EQ( helper->freeHwTunnelId( type )->hwTunnelIds(), 0u );
-        EXPECT_EQ( zombies( type ), Tunnels() );
-      }
-    }
-  }
-  for ( const auto tunnelId : sm->unprogrammedTunnel() ) {
-    EXPECT_EQ( helper->freeHwTunnelId( hwTunnelIdTypeDefault )->hwTunnelIds(), 0u ) << tunnelId;
-  }
-}
-
-TEST_F( EvpnHwTunnelIdSmRandomTest, AfterAnyEventStateIdsAndZombiesAreExact ) {
-  std::map< std::string, int > seen;
-  for ( uint32_t seed = 1; seed <= 60; ++seed ) {
-    random.seed( seed );
-    evpnStatus->ethernetSegmentStatusDelAll();
-    remoteInfo->remoteTunnelIdDelAll();
-    start( seed % 5, seed % 3 );
-    scheduler->workBudgetIs( seed % 2 ? 1 : 1000 );
-    for ( int i = 0; i < 400; ++i ) {
-      event();
-      expectStateOfInputs();
-      expectIds();
-      if ( i % 16 == 0 ) {
-        settle();
-        expectIds();
-        expectNothingLeftToGet();
-        EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
-        for ( const auto & [ tunnelId, segments ] : users ) {
-          ++seen[ state( tunnelId ).substr( 0, 1 ) ];
-        }
-      }
-      ASSERT_FALSE( HasFailure() ) << "seed " << seed << " event " << i;
-    }
-  }
-  EXPECT_EQ( seen.size(), 3u ); // either type, and parked
 }
 
 } // namespace

@@ -4,8 +4,6 @@
 
 #include <gmock/gmock.h>
 
-#include <random>
-
 using testing::ElementsAre;
 
 namespace {
@@ -105,47 +103,6 @@ TEST_F( EvpnLagSmTest, ZombieMarksOfTheMachineSwitchItOffAndRebuildIt ) {
   EXPECT_EQ( ports( "Port-Channel1" ), ports( { "Ethernet1" } ) );
   sm->vexDoZombieReactors( false );
   EXPECT_EQ( ports( "Port-Channel1" ), ports( { "Ethernet1", "Ethernet2" } ) );
-}
-
-TEST_F( EvpnLagSmTest, AfterAnyEventTheTableIsTheConfiguration ) {
-  std::mt19937 random( 7 );
-  const auto pick = [ & ]( const char * prefix, unsigned n ) {
-    return Wire::IntfId( prefix + std::to_string( random() % n + 1 ) );
-  };
-  start();
-  for ( int event = 0; event < 5000; ++event ) {
-    const auto lag = pick( "Port-Channel", 4 );
-    const auto port = pick( "Ethernet", 6 );
-    switch ( random() % 6 ) {
-    case 0:
-      dir->lagConfigDel( lag );
-      break;
-    case 1:
-    case 2:
-      if ( const auto config = dir->lagConfig( lag ) ) {
-        config->memberDel( port );
-      }
-      break;
-    case 3: // a new machine over what stands published
-      sm = nullptr;
-      dir->lagConfigDel( lag );
-      start();
-      break;
-    default:
-      dir->lagConfigIs( lag )->memberIs( port, Hardware::Lag::PortProgType() );
-    }
-    size_t entries = 0;
-    for ( const auto [ lagIntfId, config ] : dir->lagConfig() ) {
-      Kez::KezPortList expected;
-      for ( const auto [ member, type ] : config->member() ) {
-        expected.portIs( member, true );
-      }
-      ASSERT_EQ( info->lagToPortHas( lagIntfId ), config->members() > 0 ) << "event " << event;
-      ASSERT_EQ( info->lagToPort( lagIntfId ), expected ) << "event " << event;
-      entries += config->members() > 0;
-    }
-    ASSERT_EQ( info->lagToPorts(), entries ) << "event " << event;
-  }
 }
 
 } // namespace

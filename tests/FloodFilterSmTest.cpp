@@ -26,11 +26,6 @@ protected:
     }
     return all;
   }
-  void expectConsistent() {
-    const Kez::KezEvpnFloodFilterSm & machine = *sm;
-    FloodingMachines::expectConsistent( machine, machine.programmedStatus(),
-                                        machine.unprogrammedFilter(), blocked() );
-  }
 
   Vex::Ptr< Kez::KezEvpnFloodFilterSm > sm;
 };
@@ -55,7 +50,6 @@ TEST_F( FloodFilterSmTest, BlocksEveryPortBehindWhatIsFiltered ) {
   lagInfo->lagToPortDel( lag1 );
   EXPECT_THAT( blocked(), IsEmpty() );
   EXPECT_TRUE( sm->intfVlanSetHas( lag1 ) );
-  expectConsistent();
 }
 
 TEST_F( FloodFilterSmTest, FreedHardwareIsOfferedToWhatIsParkedAtOnce ) {
@@ -99,7 +93,6 @@ TEST_F( FloodFilterSmTest, FiltersThatChangeUnderAZombieMarkAreMadeUpFor ) {
   EXPECT_THAT( blocked(), ElementsAre( Port( eth1, eth1, 10 ), Port( eth1, eth1, 20 ) ) );
   sm->vexDoZombieReactors( false );
   EXPECT_THAT( blocked(), ElementsAre( Port( eth2, eth2, 10 ) ) );
-  expectConsistent();
 }
 
 TEST_F( FloodFilterSmTest, TracesDecisionsAndCalls ) {
@@ -121,57 +114,6 @@ TEST_F( FloodFilterSmTest, TracesDecisionsAndCalls ) {
           "9 status notProgrammed",
           "9 KezEvpnFloodFilterSm::maybeScheduleUnprogrammedReview immediate 0",
           "5 next unprogrammed review at 5" ) );
-}
-
-TEST_F( FloodFilterSmTest, AfterAnyEventsTheSwitchBlocksWhatTheFiltersSay ) {
-  std::mt19937 random( 44 );
-  start();
-  for ( int event = 0; event < 6000 && !HasFailure(); ++event ) {
-    const auto vlan = static_cast< uint16_t >( random() % 4 + 1 );
-    switch ( random() % 8 ) {
-    case 0:
-    case 1:
-      filter( vlan, anyIntf( random ) );
-      break;
-    case 2:
-      if ( const auto status = evpnStatus->evpnVlanFloodStatus( vlan ) ) {
-        status->floodFilterDel( anyIntf( random ) );
-      }
-      break;
-    case 3:
-      evpnStatus->evpnVlanFloodStatusDel( vlan );
-      break;
-    case 4:
-    case 5:
-      lagIs( random() % 2 ? lag1 : lag2, somePorts( random ) );
-      break;
-    case 6:
-      lagInfo->lagToPortDel( lag1 );
-      break;
-    default:
-      failNext( FallibleOperation::createNonDfPort, random() % 4 );
-      scheduler->workBudgetIs( random() % 3 ? 1000 : 1 );
-    }
-    if ( random() % 3 == 0 ) {
-      advance( static_cast< double >( random() % 7 ) );
-    }
-    expectConsistent();
-    if ( random() % 20 != 0 ) {
-      continue;
-    }
-    failNext( FallibleOperation::createNonDfPort, 0 );
-    advance( 200 );
-    EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
-    std::set< Port > expected;
-    for ( const auto & [ filtered, status ] : evpnStatus->evpnVlanFloodStatus() ) {
-      for ( const auto intf : status->floodFilter() ) {
-        for ( const auto port : portsOf( intf ) ) {
-          expected.insert( { intf, port, filtered } );
-        }
-      }
-    }
-    EXPECT_EQ( blocked(), expected );
-  }
 }
 
 } // namespace

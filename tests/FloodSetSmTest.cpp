@@ -1,11 +1,28 @@
-#include "FloodSetMachines.h"
+#include "TraceCapture.h"
+#include "VirtualTime.h"
+
+#include "KezEvpn/KezEvpnFloodSetFecSm.h"
+#include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
+#include "KezEvpn/KezEvpnVlanFloodSetSm.h"
+#include "agent/SwitchFloodSets.h"
+
+#include <gmock/gmock.h>
+
+#include <set>
 
 using testing::ElementsAre;
 
 namespace {
 
-class FloodSetSmTest : public FloodSetMachines {
+// The machines in a row, the simulated switch below them.
+class FloodSetSmTest : public VirtualTime {
 protected:
+  using Dest = L2Rib::Dest;
+  using Pair = Bridging::MacVlanPair;
+  using Via = Kez::MplsFloodSetVia;
+  static constexpr uint64_t firstFecId = 0x0B00000000000000;
+  static constexpr uint64_t perVlanTunnel = uint64_t( 14 ) << 44 | 3;
+
   static constexpr uint64_t secondFecId = firstFecId + 1;
 
   // The answer to the first path of `start()`, whose tunnel is 5.
@@ -18,7 +35,60 @@ protected:
              Wire::DynamicTunnelIntfId::intfId( 5 ) };
   }
 
+  static Dest mpls( uint64_t tunnelId, uint32_t label = 100, Wire::IntfId intf = {} ) {
+    return Dest::ofMpls( { intf, label, tunnelId } );
+  }
+  Vex::Ptr< L2Rib::FloodSet > floodSet( Bridging::VlanId vlan = 10, Wire::EthAddr mac = 1 ) {
+    return input->vlanFloodSetIs( vlan )->floodSetIs( mac );
+  }
+  void hwTunnelIdIs( uint64_t tunnelId, uint32_t number ) {
+    mapping->tunnelIdToHwTunnelIdIs( { tunnelId, { Kez::hwTunnelIdTypeDefault, number } } );
+  }
+
+  void makeFilter() {
+    filter = Kez::vlanFloodSetFilterSmFactory( L2Rib::destTypeMpls_, input, mplsOnly );
+  }
+  void makeFloodSetSm() {
+    floodSetSm = Kez::evpnVlanFloodSetSmFactory( mplsOnly, mapping, hwInfo, config, status );
+  }
+  void makeFecSm() {
+    fecSm = Kez::evpnFloodSetFecSmFactory( mplsOnly, mapping, status, request, response, hwInfo,
+                                           scheduler->timerWheel() );
+  }
+  void start() {
+    makeFilter();
+    makeFloodSetSm();
+    makeFecSm();
+    filter->handleInitialized();
+    floodSetSm->handleInitialized();
+    fecSm->handleInitialized();
+  }
+  std::set< Kez::MplsDestConfig > configsOf( const Pair & pair ) const {
+    std::set< Kez::MplsDestConfig > all;
+    if ( const auto entry = config->config( pair ) ) {
+      for ( const auto & each : entry->mplsDestConfig() ) {
+        all.insert( each );
+      }
+    }
+    return all;
+  }
+
   const Pair pair{ 1, 10 };
+  Vex::Ptr< L2Rib::FloodSetOutput > input = Vex::makePtr< L2Rib::FloodSetOutput >();
+  Vex::Ptr< L2Rib::FloodSetOutput > mplsOnly = Vex::makePtr< L2Rib::FloodSetOutput >();
+  Vex::Ptr< Kez::TunnelIdToHwTunnelIdMapping > mapping =
+      Kez::tunnelIdToHwTunnelIdMappingFactory( "mapping" );
+  Vex::Ptr< Kez::HwInfoMapping > hwInfo = Kez::hwInfoMappingFactory();
+  Vex::Ptr< Kez::EvpnVlanFloodSetHwConfig > config = Kez::evpnVlanFloodSetHwConfigFactory();
+  Vex::Ptr< Kez::EvpnVlanFloodSetHwStatus > status = Kez::evpnVlanFloodSetHwStatusFactory();
+  Vex::Ptr< Kez::FecIdToHwFecIdRequest > request = Kez::fecIdToHwFecIdRequestFactory();
+  Vex::Ptr< Kez::FecIdToHwFecIdResponse > response = Kez::fecIdToHwFecIdResponseFactory();
+  Vex::Ptr< Agent::SimulatedSwitch > hardware = Vex::makePtr< Agent::SimulatedSwitch >();
+  Vex::Ptr< Agent::SwitchFloodSets > driver = Vex::makePtr< Agent::SwitchFloodSets >(
+      hardware, scheduler->timerWheel(), request, response, config, status );
+  Vex::Ptr< Kez::VlanFloodSetFilterSm > filter;
+  Vex::Ptr< Kez::EvpnVlanFloodSetSm > floodSetSm;
+  Vex::Ptr< Kez::EvpnFloodSetFecSm > fecSm;
 };
 
 // Runs what it is given, once, at the first change of a flood set's configurations.
@@ -282,6 +352,48 @@ TEST_F( FloodSetSmTest, FecIdsRestAndThoseWithAnAnswerArePassedOver ) {
   EXPECT_EQ( request->fecs(), 4u );
   EXPECT_FALSE( request->fecHas( secondFecId + 2 ) );
   EXPECT_TRUE( request->fecHas( secondFecId + 6 ) );
+}
+
+TEST_F( FloodSetSmTest, ConfigurationAndMappingFollowTheAnswer ) {
+  hwTunnelIdIs( 5, 7 );
+  start();
+  floodSet()->destSetIs( mpls( 5 ) );
+  const auto answer = response->hwFecIdResponse( firstFecId );
+  response->hwFecIdResponseIs( firstFecId, { answer.hwFecId, "Ethernet9" } );
+  auto other = answered( 7 );
+  other.l2IntfId = "Ethernet9";
+  EXPECT_EQ( configsOf( pair ), std::set{ other } );
+  response->hwFecIdResponseIs( firstFecId, { answer.hwFecId, "" } );
+  EXPECT_EQ( config->configs() + hwInfo->mappings(), 0u );
+  response->hwFecIdResponseIs( firstFecId, answer );
+  EXPECT_EQ( configsOf( pair ), std::set{ answered( 7 ) } );
+  // It goes, and what asked for it goes, and neither is heard of.
+  for ( const bool zombie : { true, false } ) {
+    floodSetSm->vexDoZombieReactors( zombie );
+    fecSm->vexDoZombieReactors( zombie );
+    response->hwFecIdResponseDel( firstFecId );
+    floodSet()->destSetDel( mpls( 5 ) );
+  }
+  EXPECT_EQ( hwInfo->mappings() + config->configs() + request->fecs(), 0u );
+}
+
+// The same machines begin again, and what an earlier beginning left is of no account.
+TEST_F( FloodSetSmTest, StartingAnewEndsWhereTheInputsSay ) {
+  hwTunnelIdIs( 5, 7 );
+  start();
+  floodSet()->destSetIs( mpls( 5 ) );
+  for ( int again = 1; again <= 3; ++again ) {
+    advance( 20 );
+    floodSetSm->handleInitialized();
+    fecSm->handleInitialized();
+    const uint64_t fecId = fecSm->mplsFloodSetViaCache( { 5, 100, 0u } ).value();
+    EXPECT_EQ( configsOf( pair ), std::set{ answered( 7, 100, fecId ) } );
+    EXPECT_EQ( request->fecs() + request->hwFecIdRequests() + hwInfo->mappings(), 3u );
+    EXPECT_EQ( fecSm->numAllocatorStatus()->counts().used, 1u );
+    EXPECT_EQ( hardware->floodSetDests() + hardware->fecs(), 2u );
+  }
+  input->vlanFloodSetDel( 10 );
+  EXPECT_EQ( request->fecs() + config->configs() + hwInfo->mappings() + hardware->fecs(), 0u );
 }
 
 TEST_F( FloodSetSmTest, WhatMayNotBeIsFatal ) {

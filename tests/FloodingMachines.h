@@ -1,5 +1,5 @@
 // What the tests of the machines that program ports through the flooding helper have in common:
-// their inputs, the simulated switch below them, and what they all promise of their pairs.
+// their inputs, and the simulated switch below them.
 #pragma once
 
 #include "TraceCapture.h"
@@ -11,9 +11,7 @@
 
 #include <gmock/gmock.h>
 
-#include <array>
 #include <map>
-#include <random>
 #include <set>
 
 using Agent::FallibleOperation;
@@ -35,76 +33,6 @@ protected:
     hardware->faultIs( operation )->nextCallsIs( calls );
   }
   uint32_t calls( Operation operation ) const { return hardware->callCount( operation ); }
-
-  Wire::IntfId anyIntf( std::mt19937 & random ) const {
-    return std::array{ eth1, eth2, lag1, lag2 }[ random() % 4 ];
-  }
-  static std::vector< Wire::IntfId > somePorts( std::mt19937 & random ) {
-    std::vector< Wire::IntfId > some;
-    for ( const auto port : { "Ethernet1", "Ethernet2", "Ethernet3", "Ethernet4" } ) {
-      if ( random() % 2 ) {
-        some.emplace_back( port );
-      }
-    }
-    return some;
-  }
-
-  // The ports behind an interface, as the machines are to see them.
-  std::vector< Wire::IntfId > portsOf( Wire::IntfId intf ) const {
-    if ( !Kez::isLag( intf ) ) {
-      return { intf };
-    }
-    const auto & list = lagInfo->lagToPort( intf );
-    return { list.begin(), list.end() };
-  }
-
-  // The indexes mirror each other and have no empty member; a pair is parked exactly while it has
-  // unprogrammed ports; what is programmed is what `inHardware` holds; a review is due while
-  // something is parked.
-  template< class Statuses, class Parked >
-  void expectConsistent( const Kez::PortProgrammingSm & sm, const Statuses & statuses,
-                         const Parked & parked,
-                         const std::set< Agent::PortVlanKey > & inHardware ) {
-    std::set< Kez::IntfVlanKey > byIntf;
-    std::set< Kez::IntfVlanKey > byVlan;
-    for ( const auto & [ intf, vlans ] : sm.intfVlanSet() ) {
-      EXPECT_GT( vlans->vlanIds(), 0u );
-      for ( const auto vlan : vlans->vlanId() ) {
-        byIntf.insert( { intf, vlan } );
-      }
-    }
-    for ( const auto & [ vlan, intfs ] : sm.vlanIntfSet() ) {
-      EXPECT_GT( intfs->intfIds(), 0u );
-      for ( const auto intf : intfs->intfId() ) {
-        byVlan.insert( { intf, vlan } );
-      }
-    }
-    EXPECT_EQ( byIntf, byVlan );
-
-    std::set< Kez::IntfVlanKey > unprogrammed;
-    std::set< Agent::PortVlanKey > programmed;
-    for ( const auto & [ key, status ] : statuses ) {
-      for ( const auto port : status->unprogrammed() ) {
-        EXPECT_TRUE( !status->programmedHas( port ) || status->forceReprogramHas( port ) );
-        unprogrammed.insert( key );
-      }
-      for ( const auto port : status->forceReprogram() ) {
-        EXPECT_TRUE( status->programmedHas( port ) );
-      }
-      for ( const auto port : status->programmed() ) {
-        programmed.insert( { key.intfId, port, key.vlanId } );
-      }
-    }
-    EXPECT_EQ( programmed, inHardware );
-    std::set< Kez::IntfVlanKey > waiting;
-    for ( const auto key : parked ) {
-      if ( key.intfId != Wire::IntfId() ) { // else a VLAN's own
-        waiting.insert( key );
-      }
-    }
-    EXPECT_EQ( waiting, unprogrammed );
-    EXPECT_TRUE( parked.size() == 0 || sm.reviewUnprogrammed()->isScheduled() );
-  }
 
   const Wire::IntfId eth1{ "Ethernet1" };
   const Wire::IntfId eth2{ "Ethernet2" };

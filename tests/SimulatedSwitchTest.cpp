@@ -230,7 +230,7 @@ TEST_F( SimulatedSwitchTest, EveryCallIsCountedAndTraced ) {
 // As a scenario writes them.
 TEST( SimulatedSwitchPaths, AgentHasSwitchAndHelperAtTheirRoots ) {
   Vex::Clock::virtualIs( 0 );
-  const auto wiring = Agent::wire();
+  auto wiring = Agent::wire();
   std::ostringstream out, err;
   Agent::Shell shell( wiring, out, err );
   const auto execute = [ & ]( const char * line ) { shell.execute( line, "test:1" ); };

@@ -4,10 +4,6 @@
 
 #include <gmock/gmock.h>
 
-#include <map>
-#include <random>
-#include <set>
-
 using testing::ElementsAre;
 
 namespace {
@@ -103,92 +99,6 @@ TEST_F( VlanMembershipSmTest, MissingInputIsFatalOnceAPairIsEvaluated ) {
       Kez::kezEvpnVlanMembershipSmFactory( nullptr, statusDir, evpnStatus, evpnVlanStatus ),
       "/src/KezEvpn/KezEvpnVlanMembershipSm:[0-9]+: assertion failed: "
       "bridgingConfig\\(\\)" );
-}
-
-// A plain account of the rule: a pair is judged when its configuration or port status changes,
-// and where it is configured when its interface's filter does.
-TEST_F( VlanMembershipSmTest, AfterAnyEventThePublishedPairsAreThoseOfTheRule ) {
-  using Pair = std::pair< int, std::string >;
-  std::set< Pair > inConfig;
-  std::set< Pair > inStatus;
-  std::set< std::string > filtered;
-  std::set< Pair > expected;
-  const auto judge = [ & ]( const Pair & pair ) {
-    const auto & source = filtered.contains( pair.second ) ? inConfig : inStatus;
-    if ( source.contains( pair ) ) {
-      expected.insert( pair );
-    } else {
-      expected.erase( pair );
-    }
-  };
-  const auto judgeVlan = [ & ]( std::set< Pair > & source, int vlan ) {
-    std::set< Pair > gone;
-    std::erase_if( source, [ & ]( const Pair & pair ) {
-      return pair.first == vlan && gone.insert( pair ).second;
-    } );
-    for ( const auto & pair : gone ) {
-      judge( pair );
-    }
-  };
-  std::mt19937 random( 11 );
-  start();
-  for ( int event = 0; event < 8000; ++event ) {
-    const int vlan = static_cast< int >( random() % 4 + 1 );
-    const std::string name = "Ethernet" + std::to_string( random() % 5 + 1 );
-    const Wire::IntfId intf( name );
-    const Pair pair( vlan, name );
-    switch ( random() % 9 ) {
-    case 0:
-    case 1:
-      configured( vlan, intf );
-      inConfig.insert( pair ).second ? judge( pair ) : void();
-      break;
-    case 2:
-    case 3:
-      operational( vlan, intf );
-      inStatus.insert( pair ).second ? judge( pair ) : void();
-      break;
-    case 4:
-      if ( const auto vlanConfig = config->vlanConfig( vlan ) ) {
-        vlanConfig->intfDel( intf );
-        inConfig.erase( pair ) ? judge( pair ) : void();
-      }
-      if ( const auto vlanStatus = statusDir->vlanStatus( vlan ) ) {
-        vlanStatus->vlanPortStatusDel( intf );
-        inStatus.erase( pair ) ? judge( pair ) : void();
-      }
-      break;
-    case 5:
-      config->vlanConfigDel( vlan );
-      judgeVlan( inConfig, vlan );
-      break;
-    case 6: // a new machine over what stands published: every pair is judged
-      sm = nullptr;
-      start();
-      expected.clear();
-      std::for_each( inConfig.begin(), inConfig.end(), judge );
-      std::for_each( inStatus.begin(), inStatus.end(), judge );
-      break;
-    case 7:
-      statusDir->vlanStatusDel( vlan );
-      judgeVlan( inStatus, vlan );
-      break;
-    default:
-      evpnStatus->encapBumFilterIs( intf, !filtered.contains( name ) );
-      filtered.contains( name ) ? void( filtered.erase( name ) ) : void( filtered.insert( name ) );
-      for ( const auto & each : inConfig ) {
-        each.second == name ? judge( each ) : void();
-      }
-    }
-    std::set< Pair > published;
-    for ( const auto [ vlanId, entry ] : evpnVlanStatus->vlanStatus() ) {
-      ASSERT_GT( entry->members(), 0u ) << "event " << event;
-      for ( const auto intfId : entry->member() ) {
-        published.emplace( vlanId.value(), Vex::text( intfId ) );
-      }
-    }
-    ASSERT_EQ( published, expected ) << "event " << event;
-  }
 }
 
 } // namespace

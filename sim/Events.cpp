@@ -1,0 +1,300 @@
+#include "sim/Events.h"
+
+#include <random>
+
+namespace Sim {
+
+using Vex::String;
+
+namespace {
+
+// Few names, so that events meet.
+class Generator {
+public:
+  explicit Generator( uint64_t seed );
+  Lines lines( size_t events );
+
+private:
+  struct Kind {
+    uint32_t weight;
+    void ( Generator::*happen )();
+  };
+
+  void lag();
+  void vlanConfig();
+  void vlanStatus();
+  void tag();
+  void floodFilter();
+  void segment();
+  void forwarder();
+  void remoteLabel();
+  void localLabel();
+  void floodSet();
+  void route();
+  void fault();
+  void capacity();
+  void timing();
+  void time();
+  void unheard();
+  void restart() { add( "restart" ); }
+
+  uint64_t below( uint64_t n ) { return random_() % n; }
+  bool oneIn( uint64_t n ) { return below( n ) == 0; }
+  String any( std::initializer_list< const char * > texts ) {
+    return texts.begin()[ below( texts.size() ) ];
+  }
+  String number( uint64_t from, uint64_t to ) {
+    return std::to_string( from + below( to - from + 1 ) );
+  }
+  String vlan() { return number( 1, 3 ); }
+  String port() { return "Ethernet" + number( 1, 4 ); }
+  String lagName() { return "Port-Channel" + number( 1, 2 ); }
+  String intf() { return oneIn( 2 ) ? lagName() : "Ethernet" + number( 1, 2 ); }
+  String tep() {
+    return any( { "DynamicTunnel0.1", "DynamicTunnel0.2", "DynamicTunnel0.3", "SrTePolicy0.1",
+                  "SrTePolicy0.4", "DynamicTunnel14.1" } );
+  }
+  void add( const String & line ) { lines_.push_back( line ); }
+  // Sets a member twice as often as it deletes it.
+  void setOrDelete( const String & path, const String & value ) {
+    oneIn( 3 ) ? add( "del " + path ) : add( "set " + path + ( value.empty() ? "" : " " + value ) );
+  }
+
+  std::mt19937_64 random_;
+  std::vector< Kind > kinds_;
+  Lines lines_;
+};
+
+Generator::Generator( uint64_t seed ) : random_( seed ) {
+  const auto kind = [ this ]( void ( Generator::*happen )(), uint32_t usual ) {
+    const uint32_t weights[] = { 0, usual, usual, usual, usual * 4 };
+    kinds_.push_back( { weights[ below( 5 ) ], happen } );
+  };
+  kind( &Generator::lag, 10 );
+  kind( &Generator::vlanConfig, 5 );
+  kind( &Generator::vlanStatus, 8 );
+  kind( &Generator::tag, 8 );
+  kind( &Generator::floodFilter, 6 );
+  kind( &Generator::segment, 3 );
+  kind( &Generator::forwarder, 8 );
+  kind( &Generator::remoteLabel, 10 );
+  kind( &Generator::localLabel, 4 );
+  kind( &Generator::floodSet, 14 );
+  kind( &Generator::route, 14 );
+  kind( &Generator::fault, 4 );
+  kind( &Generator::capacity, 2 );
+  kind( &Generator::timing, 4 );
+  kind( &Generator::unheard, 3 );
+  kind( &Generator::restart, 1 );
+  kinds_.push_back( { 12, &Generator::time } );
+}
+
+Lines Generator::lines( size_t events ) {
+  if ( oneIn( 2 ) ) { // pools that last for some of the tunnels
+    add( "set switch.capacity[hwTunnelIdTypeDefault] " + number( 0, 4 ) );
+    add( "set switch.capacity[hwTunnelIdTypeSharedEsi] " + number( 0, 2 ) );
+  }
+  uint64_t all = 0;
+  for ( const auto & kind : kinds_ ) {
+    all += kind.weight;
+  }
+  while ( lines_.size() < events ) {
+    auto chosen = below( all );
+    for ( const auto & kind : kinds_ ) {
+      if ( chosen < kind.weight ) {
+        ( this->*kind.happen )();
+        break;
+      }
+      chosen -= kind.weight;
+    }
+    if ( oneIn( 30 ) ) {
+      add( String( compareLine ) );
+    }
+  }
+  add( String( compareLine ) );
+  return std::move( lines_ );
+}
+
+void Generator::lag() {
+  const auto path = "lagConfigDir.lagConfig[" + lagName() + "]";
+  oneIn( 12 )
+      ? setOrDelete( path, "" )
+      : setOrDelete( path + ".member[" + port() + "]", any( { "portProgRxTx", "portProgRx" } ) );
+}
+
+void Generator::vlanConfig() {
+  const auto path = "bridgingConfig.vlanConfig[" + vlan() + "]";
+  if ( oneIn( 3 ) ) {
+    setOrDelete( "evpnStatus.encapBumFilter[" + intf() + "]", "" );
+  } else {
+    oneIn( 10 ) ? setOrDelete( path, "" )
+                : setOrDelete( path + ".intf[" + intf() + "]", any( { "tagged", "untagged" } ) );
+  }
+}
+
+void Generator::vlanStatus() {
+  const auto path = "vlanStatusDir.vlanStatus[" + vlan() + "]";
+  oneIn( 10 ) ? setOrDelete( path, "" )
+              : setOrDelete( path + ".vlanPortStatus[" + intf() + "]",
+                             any( { "forwarding", "blocking" } ) );
+}
+
+void Generator::tag() {
+  if ( oneIn( 6 ) ) {
+    add( "set evpnMplsConfig.vlanServiceDot1qEnabled " + any( { "true", "false" } ) );
+  } else {
+    setOrDelete( "evpnStatus.vlanToDot1q[" + vlan() + "]", any( { "0", "0", "100", "200" } ) );
+  }
+}
+
+void Generator::floodFilter() {
+  const auto path = "evpnStatus.evpnVlanFloodStatus[" + vlan() + "]";
+  oneIn( 8 ) ? setOrDelete( path, "" ) : setOrDelete( path + ".floodFilter[" + intf() + "]", "" );
+}
+
+void Generator::segment() {
+  const auto path = "evpnStatus.ethernetSegmentStatus[" + intf() + "]";
+  switch ( below( 4 ) ) {
+  case 0:
+    add( "del " + path + any( { "", ".remoteEsiLabel", ".designatedForwarderTep" } ) );
+    break;
+  case 1:
+    add( "set floodingHelper.updateSupportedOnCreateEsiData " + any( { "true", "false" } ) );
+    break;
+  default:
+    setOrDelete( path + ".sharedEsiLabel", number( 200, 201 ) );
+  }
+}
+
+void Generator::forwarder() {
+  setOrDelete( "evpnStatus.ethernetSegmentStatus[" + intf() + "].designatedForwarderTep[" + vlan() +
+                   "]",
+               tep() );
+}
+
+void Generator::remoteLabel() {
+  setOrDelete( "evpnStatus.ethernetSegmentStatus[" + intf() + "].remoteEsiLabel[" + tep() + "]",
+               any( { "2:100", "2:101", "3:100", "2:0", "1:100", "0:0" } ) );
+}
+
+void Generator::localLabel() {
+  setOrDelete( "evpnStatus.localEsiLabel[" + intf() + "]",
+               any( { "2:50", "2:51", "1:50", "0:0" } ) );
+}
+
+void Generator::floodSet() {
+  if ( oneIn( 20 ) ) {
+    add( "set floodSetOutput.source " + any( { "bgp", "static" } ) );
+    return;
+  }
+  const auto ofVlan = "floodSetOutput.vlanFloodSet[" + vlan() + "]";
+  const auto set =
+      ofVlan + ".floodSet[" + any( { "ff:ff:ff:ff:ff:ff", "00:00:00:00:00:01" } ) + "]";
+  if ( oneIn( 12 ) ) {
+    setOrDelete( any( { "v", "s" } ) == "v" ? ofVlan : set, "" );
+  } else if ( oneIn( 12 ) ) {
+    add( oneIn( 2 ) ? "del " + set + ".destSet"
+                    : "set " + set + ".floodSetType underlayMulticast" );
+  } else if ( oneIn( 8 ) ) {
+    setOrDelete( set + ".destSet[" + any( { "vxlan(10.0.0.1)", "intf(Ethernet1)", "tunnel(1)" } ) +
+                     "]",
+                 "" );
+  } else {
+    setOrDelete( set + ".destSet[mpls(" + any( { "", "", "Ethernet1", "SrTePolicy0.2" } ) + "," +
+                     number( 100, 101 ) + "," +
+                     any( { "1", "1", "2", "3", "4", "246290604621825", "0" } ) + ")]",
+                 "" );
+  }
+}
+
+// A publisher that tells of what it changed, most of the time.
+void Generator::route() {
+  const auto route = number( 1, 5 );
+  const auto set = number( 1, 3 );
+  const auto via = "evpnEthernetSegmentFilter:" + number( 1, 3 );
+  switch ( below( 5 ) ) {
+  case 0:
+    setOrDelete( "lfibStatus.route[" + route + "]", route + "," + set );
+    break;
+  case 1:
+    setOrDelete( "lfibStatus.viaSet[" + set + "]", set + "," + any( { "", "mpls:1," } ) + via );
+    break;
+  case 2:
+    add( "set lfibStatus.viaSet[" + set + "] " + set + "," + any( { "", "mpls:1" } ) );
+    break;
+  default:
+    setOrDelete( "lfibStatus.evpnEthernetSegmentFilterVia[" + via + "]",
+                 via + "," + number( 500, 501 ) + "," + intf() );
+  }
+  for ( int key = 1; key <= 5; ++key ) {
+    if ( !oneIn( 6 ) ) {
+      add( "set lfibTrackingStatus.routeKeyBacklog[" + std::to_string( key ) + "]" );
+    }
+  }
+}
+
+void Generator::fault() {
+  const auto path = "switch.fault[" +
+                    any( { "createVlan", "createNonDfPort", "createVlanToDot1qMapping",
+                           "createEsiData", "createEsiPortMap", "createFec", "createFloodSetDest",
+                           oneIn( 6 ) ? "getHwTunnelId" : "createEsiData" } ) +
+                    "]";
+  switch ( below( 6 ) ) {
+  case 0:
+    add( "set " + path + ".everyNth " + number( 1, 3 ) );
+    break;
+  case 1:
+    add( "set " + path + ".seed " + number( 1, 1000 ) );
+    add( "set " + path + ".probability " + any( { "0.2", "0.5", "0.9" } ) );
+    break;
+  case 2:
+    add( "set " + path + ".untilTime " + number( 1, 300 ) );
+    break;
+  case 3:
+    add( "set " + path + ".answer tableFull" );
+    break;
+  default:
+    add( "set " + path + ".nextCalls " + number( 1, 4 ) );
+  }
+}
+
+void Generator::capacity() {
+  setOrDelete( "switch.capacity[" +
+                   any( { "vlan", "dot1qMapping", "nonDfPort", "esiData", "esiPortMap", "fec",
+                          "floodSetDest", "hwTunnelIdTypeDefault", "hwTunnelIdTypeSharedEsi" } ) +
+                   "]",
+               number( 0, 5 ) );
+}
+
+void Generator::timing() {
+  switch ( below( 3 ) ) {
+  case 0:
+    add( "set switchFloodSets.answerDelay " + any( { "0", "0.5", "1.5" } ) );
+    break;
+  case 1:
+    add( "set switchFloodSets.shuffleSeed " + number( 0, 9 ) );
+    break;
+  default:
+    add( "set scheduler.workBudget " + any( { "1", "2", "1000" } ) );
+  }
+}
+
+// Machines that make up for all that changes under a zombie mark. The one of FECs and the one that
+// uses them bear it together: else one of them may use what the other is through with.
+void Generator::unheard() {
+  add( oneIn( 2 ) ? String( heardLine )
+                  : String( unheardLine ) + any( { "evpnHwTunnelIdSm", "vlanFloodSetFilterSm",
+                                                   "evpnVlanFloodSetSm evpnFloodSetFecSm" } ) );
+}
+
+void Generator::time() {
+  add( "advance " + any( { "0.1", "0.5", "1", "1", "3", "5", "7", "12" } ) );
+}
+
+} // namespace
+
+Lines randomLines( uint64_t seed, size_t events ) {
+  return Generator( seed ).lines( events );
+}
+
+} // namespace Sim

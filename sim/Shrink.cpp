@@ -1,0 +1,86 @@
+#include "sim/Shrink.h"
+
+#include <cstdio>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace Sim {
+
+namespace {
+
+// No run of a list takes so many seconds; what does never ends.
+constexpr unsigned longestRun = 3;
+
+[[noreturn]] void runHere( const Lines & lines, int output, volatile size_t * line ) {
+  dup2( output, STDERR_FILENO );
+  alarm( longestRun );
+  const auto outcome = run( lines, line );
+  if ( outcome ) {
+    std::fputs( outcome->text.c_str(), stderr );
+  }
+  std::fflush( stderr );
+  _exit( outcome ? 1 : 0 );
+}
+
+Vex::String readAll( int input ) {
+  Vex::String text;
+  char buffer[ 4096 ];
+  for ( ssize_t n; ( n = read( input, buffer, sizeof( buffer ) ) ) > 0; ) {
+    text.append( buffer, size_t( n ) );
+  }
+  close( input );
+  return text;
+}
+
+} // namespace
+
+std::optional< Outcome > runApart( const Lines & lines ) {
+  auto * const line = static_cast< size_t * >( mmap(
+      nullptr, sizeof( size_t ), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0 ) );
+  int ends[ 2 ];
+  VEX_ASSERT( line != MAP_FAILED && pipe( ends ) == 0 );
+  const pid_t child = fork();
+  VEX_ASSERT( child >= 0 );
+  if ( child == 0 ) {
+    runHere( lines, ends[ 1 ], line );
+  }
+  close( ends[ 1 ] );
+  Outcome outcome;
+  outcome.text = readAll( ends[ 0 ] );
+  int status = 0;
+  waitpid( child, &status, 0 );
+  outcome.line = *line;
+  munmap( line, sizeof( size_t ) );
+  if ( WIFEXITED( status ) && WEXITSTATUS( status ) == 0 ) {
+    return std::nullopt;
+  }
+  if ( WIFSIGNALED( status ) ) {
+    outcome.text += "ended by signal " + std::to_string( WTERMSIG( status ) );
+  }
+  return outcome;
+}
+
+Lines shrink( const Lines & lines, const Outcome & outcome ) {
+  Lines least( lines.begin(), lines.begin() + ptrdiff_t( outcome.line ) + 1 );
+  for ( size_t chunk = least.size(); chunk > 0; ) {
+    bool shorter = false;
+    for ( size_t from = 0; from < least.size(); ) {
+      const auto first = least.begin() + ptrdiff_t( from );
+      const auto last = least.begin() + ptrdiff_t( std::min( from + chunk, least.size() ) );
+      Lines fewer( least.begin(), first );
+      fewer.insert( fewer.end(), last, least.end() );
+      if ( const auto still = runApart( fewer ) ) {
+        fewer.resize( still->line + 1 );
+        least = std::move( fewer );
+        shorter = true;
+      } else {
+        from += chunk;
+      }
+    }
+    chunk = chunk > 1 ? chunk / 2 : shorter ? 1 : 0;
+  }
+  return least;
+}
+
+} // namespace Sim

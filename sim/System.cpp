@@ -1,0 +1,48 @@
+#include "sim/System.h"
+
+namespace Sim {
+
+namespace {
+
+template< class T > Vex::Ptr< T > at( const Agent::Wiring & wiring, std::string_view name ) {
+  const auto * root = wiring.roots.root( name );
+  VEX_ASSERT( root );
+  auto entity = Vex::dynamicCast< T >( root->entity );
+  VEX_ASSERT( entity );
+  return entity;
+}
+
+} // namespace
+
+System::System( const Agent::Wiring & wiring )
+    : wiring( wiring ), lagConfigDir( at< Kez::LagCreatorConfigDir >( wiring, "lagConfigDir" ) ),
+      bridgingConfig( at< Bridging::Config >( wiring, "bridgingConfig" ) ),
+      vlanStatusDir( at< Bridging::VlanStatusDir >( wiring, "vlanStatusDir" ) ),
+      evpnStatus( at< Evpn::EvpnStatus >( wiring, "evpnStatus" ) ),
+      evpnMplsConfig( at< Evpn::MplsConfig >( wiring, "evpnMplsConfig" ) ),
+      floodSetOutput( at< L2Rib::FloodSetOutput >( wiring, "floodSetOutput" ) ),
+      lfibStatus( at< Mpls::LfibStatus >( wiring, "lfibStatus" ) ),
+      evpnLagMemberInfo( at< Kez::EvpnLagMemberInfo >( wiring, "evpnLagMemberInfo" ) ),
+      evpnVlanStatus( at< Kez::EvpnVlanStatus >( wiring, "evpnVlanStatus" ) ),
+      evpnRemoteInfo( at< Kez::EvpnRemoteInfo >( wiring, "evpnRemoteInfo" ) ),
+      tunnelIdHwTunnelId( at< Kez::TunnelIdToHwTunnelIdMapping >( wiring, "tunnelIdHwTunnelId" ) ),
+      lfibHwStatus( at< Mpls::LfibHwStatus >( wiring, "lfibHwStatus" ) ),
+      mplsFloodSetOutput( at< L2Rib::FloodSetOutput >( wiring, "mplsFloodSetOutput" ) ),
+      fecRequest( at< Kez::FecIdToHwFecIdRequest >( wiring, "mplsFloodSetFecRequest" ) ),
+      hwInfoMapping( at< Kez::HwInfoMapping >( wiring, "hwInfoMapping" ) ),
+      hwConfig( at< Kez::EvpnVlanFloodSetHwConfig >( wiring, "vlanFloodSetHwConfig" ) ),
+      hardware( at< Agent::SimulatedSwitch >( wiring, "switch" ) ),
+      fecResponse( at< Kez::FecIdToHwFecIdResponse >( wiring, "mplsFloodSetFecResponse" ) ),
+      hwStatus( at< Kez::EvpnVlanFloodSetHwStatus >( wiring, "vlanFloodSetHwStatus" ) ),
+      switchFloodSets( at< Agent::SwitchFloodSets >( wiring, "switchFloodSets" ) ),
+      membershipSm( at< Kez::KezEvpnVlanMembershipSm >( wiring, "kezEvpnVlanMembershipSm" ) ),
+      dot1qSm( at< Kez::EvpnFloodingDot1qSm >( wiring, "evpnFloodingDot1qSm" ) ),
+      floodFilterSm( at< Kez::KezEvpnFloodFilterSm >( wiring, "kezEvpnFloodFilterSm" ) ),
+      hwTunnelIdSm( at< Kez::EvpnHwTunnelIdSm >( wiring, "evpnHwTunnelIdSm" ) ),
+      esiSm( at< Kez::EvpnFloodingEsiSm >( wiring, "evpnFloodingEsiSm" ) ),
+      fecSm( at< Kez::EvpnFloodSetFecSm >( wiring, "evpnFloodSetFecSm" ) ),
+      floodSetSm( at< Kez::EvpnVlanFloodSetSm >( wiring, "evpnVlanFloodSetSm" ) ),
+      filterSm( at< Kez::VlanFloodSetFilterSm >( wiring, "vlanFloodSetFilterSm" ) ),
+      decapSm( at< Kez::EsiFilteringDecapSm >( wiring, "esiFilteringDecapSm" ) ) {}
+
+} // namespace Sim

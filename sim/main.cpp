@@ -1,0 +1,148 @@
+// kez-sim: random lives of the whole agent against what its inputs say.
+//
+//   kez-sim --seeds A-B [--events N]   the lives of these seeds, N events each; the first that
+//                                      fails is cut down and printed as a scenario
+//   kez-sim --replay FILE              the lines of a scenario, compared at each "# compare"
+//
+// The exit status is 0, 1 when something failed, 2 for a bad command line.
+
+#include "sim/Events.h"
+#include "sim/Shrink.h"
+
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <iostream>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace Sim {
+
+namespace {
+
+// As a scenario that the agent runs too.
+void print( const Lines & lines ) {
+  for ( const auto & line : lines ) {
+    if ( line == compareLine ) {
+      for ( const auto & each : settleLines ) {
+        std::cout << each << '\n';
+      }
+    }
+    std::cout << line << '\n';
+  }
+}
+
+void printComment( const Vex::String & text ) {
+  std::istringstream in( text );
+  for ( Vex::String line; std::getline( in, line ); ) {
+    std::cout << "# " << line << '\n';
+  }
+}
+
+int replay( const Vex::String & name ) {
+  std::ifstream file( name );
+  if ( !file ) {
+    std::cerr << "kez-sim: cannot read " << name << '\n';
+    return 2;
+  }
+  Lines lines;
+  for ( Vex::String line; std::getline( file, line ); ) {
+    lines.push_back( line );
+  }
+  const auto outcome = runApart( lines );
+  if ( outcome ) {
+    std::cout << name << ':' << outcome->line + 1 << ": " << outcome->text << '\n';
+  } else {
+    std::cout << "nothing is wrong\n";
+  }
+  return outcome ? 1 : 0;
+}
+
+int cutDown( uint64_t seed, size_t events ) {
+  const auto lines = randomLines( seed, events );
+  const auto outcome = runApart( lines );
+  if ( !outcome ) {
+    std::cout << "# seed " << seed << " fails only after the seeds before it\n";
+    return 1;
+  }
+  std::cout << "# seed " << seed << ", " << events << " events, fails at line " << outcome->line + 1
+            << ":\n";
+  printComment( outcome->text );
+  std::cout << std::flush;
+  const auto least = shrink( lines, *outcome );
+  std::cout << "# cut down to " << least.size() << " lines, which fail so:\n";
+  const auto again = runApart( least );
+  printComment( again ? again->text : "not any more" );
+  print( least );
+  return 1;
+}
+
+// The seeds one after the other in one process, which a failure ends; `seed` follows them.
+bool runAll( uint64_t first, uint64_t last, size_t events, volatile uint64_t * seed ) {
+  const pid_t child = fork();
+  if ( child == 0 ) {
+    prctl( PR_SET_PDEATHSIG, SIGKILL );
+    for ( uint64_t each = first; each <= last; ++each ) {
+      *seed = each;
+      alarm( 60 );
+      if ( run( randomLines( each, events ) ) ) {
+        _exit( 1 );
+      }
+    }
+    _exit( 0 );
+  }
+  int status = 1;
+  waitpid( child, &status, 0 );
+  return status == 0;
+}
+
+int runSeeds( uint64_t first, uint64_t last, size_t events ) {
+  auto * const seed = static_cast< uint64_t * >( mmap(
+      nullptr, sizeof( uint64_t ), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0 ) );
+  VEX_ASSERT( seed != MAP_FAILED );
+  const auto begin = std::chrono::steady_clock::now();
+  if ( !runAll( first, last, events, seed ) ) {
+    return cutDown( *seed, events );
+  }
+  const std::chrono::duration< double > taken = std::chrono::steady_clock::now() - begin;
+  std::cout << "seeds " << first << " to " << last << ", " << events
+            << " events each: nothing is wrong; "
+            << size_t( double( ( last - first + 1 ) * events ) / taken.count() )
+            << " events a second\n";
+  return 0;
+}
+
+int main( const std::vector< Vex::String > & arguments ) {
+  size_t events = 1000;
+  try {
+    if ( arguments.size() == 2 && arguments[ 0 ] == "--replay" ) {
+      return replay( arguments[ 1 ] );
+    }
+    if ( arguments.size() == 4 && arguments[ 2 ] == "--events" ) {
+      events = Vex::parseBriefly< size_t >( arguments[ 3 ] );
+    }
+    if ( ( arguments.size() == 2 || arguments.size() == 4 ) && arguments[ 0 ] == "--seeds" ) {
+      const auto & range = arguments[ 1 ];
+      const auto dash = range.find( '-' );
+      const auto first = Vex::parseBriefly< uint64_t >( range.substr( 0, dash ) );
+      const auto last = dash == Vex::String::npos
+                            ? first
+                            : Vex::parseBriefly< uint64_t >( range.substr( dash + 1 ) );
+      return runSeeds( first, last, events );
+    }
+  } catch ( const Vex::ParseError & error ) {
+    std::cerr << "kez-sim: " << error.what() << '\n';
+  }
+  std::cerr << "usage: kez-sim --seeds A-B [--events N] | --replay FILE\n";
+  return 2;
+}
+
+} // namespace
+
+} // namespace Sim
+
+int main( int argc, char ** argv ) {
+  return Sim::main( { argv + 1, argv + argc } );
+}

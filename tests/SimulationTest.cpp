@@ -1,0 +1,192 @@
+// The simulation of the whole system: some of its seeds, every scenario with each of its hardware
+// calls failing once, inputs in shuffled orders, and the simulation itself.
+#include "sim/Events.h"
+#include "sim/Shrink.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+namespace {
+
+using Sim::Lines;
+using Sim::Simulation;
+
+const std::string compare( Sim::compareLine );
+
+TEST( SimulationTest, SeedsEndWhereTheInputsSay ) {
+  for ( uint64_t seed = 1; seed <= 200; ++seed ) {
+    const auto outcome = Sim::run( Sim::randomLines( seed, 500 ) );
+    ASSERT_FALSE( outcome ) << "kez-sim --seeds " << seed << " --events 500: " << outcome->text;
+  }
+}
+
+// A line that makes the switch or an input other than the machines know, and what must be said of
+// it. Nothing may pass unseen.
+TEST( SimulationTest, WhatDiffersIsSeen ) {
+  const Lines life{
+    "set lagConfigDir.lagConfig[Port-Channel1].member[Ethernet1] portProgRxTx",
+    "set vlanStatusDir.vlanStatus[1].vlanPortStatus[Port-Channel1] forwarding",
+    "set evpnStatus.vlanToDot1q[1] 100",
+    "set evpnStatus.evpnVlanFloodStatus[1].floodFilter[Port-Channel1]",
+    "set evpnStatus.localEsiLabel[Port-Channel1] 2:50",
+    "set evpnStatus.ethernetSegmentStatus[Port-Channel1].designatedForwarderTep[1] "
+    "DynamicTunnel0.1",
+    "set evpnStatus.ethernetSegmentStatus[Port-Channel1].remoteEsiLabel[DynamicTunnel0.1] 2:100",
+    "set floodSetOutput.vlanFloodSet[1].floodSet[ff:ff:ff:ff:ff:ff].destSet[mpls(,100,1)]",
+    "set lfibStatus.evpnEthernetSegmentFilterVia[evpnEthernetSegmentFilter:1] "
+    "evpnEthernetSegmentFilter:1,500,Ethernet1",
+    "set lfibStatus.viaSet[1] 1,evpnEthernetSegmentFilter:1",
+    "set lfibStatus.route[1] 1,1",
+    "set lfibTrackingStatus.routeKeyBacklog[1]",
+    compare,
+  };
+  ASSERT_FALSE( Sim::run( life ) );
+  const std::pair< const char *, const char * > tampering[] = {
+    { "del switch.vlan[1]", "switch.vlan lacks 1 -> 100" },
+    { "set switch.vlan[2] 7", "switch.vlan has 2 -> 7" },
+    { "del switch.dot1qMapping", "switch.dot1qMapping lacks Port-Channel1,Ethernet1,1 -> 100" },
+    { "set switch.nonDfPort[Ethernet9,Ethernet9,1]", "switch.nonDfPort has Ethernet9" },
+    { "del switch.esiData", "switch.esiData lacks Port-Channel1,Ethernet1,1" },
+    { "set switch.esiPortMap[Ethernet1] 501", "the port map of Ethernet1 is not what" },
+    { "del switch.esiPortMap[Ethernet1]", "route 1 is neither programmed nor parked" },
+    { "set switch.hwTunnelIdPool[hwTunnelIdTypeDefault].inUse[0:2]", "in use has 0:2" },
+    { "del switch.fec", "switch.fec lacks 792633534417207296 -> 0:1" },
+    { "del switch.floodSetDest", "switch.floodSetDest lacks" },
+    { "del mplsFloodSetFecResponse.hwFecIdResponse", "has no answer" },
+    { "del vlanFloodSetHwStatus.status", "vlanFloodSetHwStatus lacks" },
+    { "set switch.refusalCount[createVlan] 1", "wrong call" },
+  };
+  for ( const auto & [ line, expected ] : tampering ) {
+    auto lines = life;
+    lines.push_back( line );
+    lines.push_back( compare );
+    const auto outcome = Sim::run( lines );
+    ASSERT_TRUE( outcome ) << line;
+    EXPECT_THAT( outcome->text, testing::HasSubstr( expected ) ) << line;
+  }
+}
+
+TEST( SimulationTest, WhatFailsIsCutDown ) {
+  auto lines = Sim::randomLines( 3, 200 );
+  lines.insert( lines.begin() + 90, "set switch.vlan[9] 7" );
+  const auto outcome = Sim::runApart( lines );
+  ASSERT_TRUE( outcome );
+  EXPECT_THAT( Sim::shrink( lines, *outcome ),
+               testing::ElementsAre( "set switch.vlan[9] 7", compare ) );
+}
+
+// --- Each hardware call of each scenario fails once
+
+// Lets the n-th call that can fail do so, whatever operation it is of.
+class FailNth : public Vex::ReactorOwner {
+public:
+  FailNth( const Vex::Ptr< Agent::SimulatedSwitch > & hardware, size_t n )
+      : hardware_( hardware ), n_( n ), reactor_( *this ) {
+    reactor_.notifierIs( hardware );
+  }
+  size_t calls() const { return calls_; }
+
+private:
+  class Calls : public Vex::ReactorOf< FailNth, Agent::SimulatedSwitch > {
+  public:
+    using ReactorOf::notifierIs;
+    using ReactorOf::ReactorOf;
+
+  private:
+    void onAttribute( Vex::AttrId id, const void * key ) override {
+      auto & owner = static_cast< FailNth & >( this->owner() );
+      if ( id == Agent::SimulatedSwitch::callCountAttr ) {
+        owner.handleCall( Agent::SimulatedSwitch::callCountAttr.key( key ) );
+      }
+    }
+  };
+
+  void handleCall( Agent::Operation operation ) {
+    if ( operation < Agent::Operation::deleteVlan && ++calls_ == n_ ) {
+      hardware_->faultIs( static_cast< Agent::FallibleOperation >( operation ) )->nextCallsIs( 1 );
+    }
+  }
+
+  const Vex::Ptr< Agent::SimulatedSwitch > hardware_;
+  const size_t n_; // from 1
+  size_t calls_ = 0;
+  Calls reactor_;
+};
+
+// The lines that change something.
+Lines changesOf( const std::filesystem::path & scenario ) {
+  std::ifstream file( scenario );
+  Lines lines;
+  for ( std::string line; std::getline( file, line ); ) {
+    if ( line.starts_with( "set " ) || line.starts_with( "del " ) ||
+         line.starts_with( "advance " ) ) {
+      lines.push_back( line );
+    }
+  }
+  return lines;
+}
+
+TEST( SimulationTest, EveryScenarioSurvivesTheFailureOfEachOfItsHardwareCalls ) {
+  size_t scenarios = 0;
+  for ( const auto & entry : std::filesystem::directory_iterator( KEZ_SCENARIOS ) ) {
+    if ( entry.path().extension() != ".kez" ) {
+      continue;
+    }
+    ++scenarios;
+    const auto lines = changesOf( entry.path() );
+    size_t calls = 1;
+    for ( size_t n = 0; n <= calls; ++n ) { // 0: none fails
+      Simulation simulation;
+      const FailNth failure( simulation.system().hardware, n );
+      for ( const auto & line : lines ) {
+        ASSERT_EQ( simulation.execute( line ), "" ) << entry.path() << " call " << n << " " << line;
+      }
+      ASSERT_EQ( simulation.execute( compare ), "" ) << entry.path() << " call " << n;
+      calls = n == 0 ? failure.calls() : calls;
+    }
+  }
+  EXPECT_GT( scenarios, 10u );
+}
+
+// --- Order does not matter
+
+TEST( SimulationTest, InputsInAnyOrderEndInTheSameSwitch ) {
+  std::mt19937_64 random( 9 );
+  size_t entries = 0;
+  for ( uint64_t seed = 1; seed <= 40; ++seed ) {
+    Simulation simulation;
+    for ( const auto & line : Sim::randomLines( seed, 300 ) ) {
+      simulation.execute( line );
+    }
+    const auto inputs = Sim::inputLines( simulation.system() );
+    std::string first;
+    for ( int order = 0; order < 4; ++order ) {
+      auto lines = inputs;
+      std::shuffle( lines.begin(), lines.end(), random );
+      // History decides who is a member whose traffic comes to be filtered, and of two changes of a
+      // route: filters come first, and routes are told of when everything about them stands.
+      const auto rank = []( const std::string & line ) {
+        return line.starts_with( "set lfibTrackingStatus" )          ? 2
+               : line.starts_with( "set evpnStatus.encapBumFilter" ) ? 0
+                                                                     : 1;
+      };
+      std::stable_sort( lines.begin(), lines.end(),
+                        [ & ]( const auto & a, const auto & b ) { return rank( a ) < rank( b ); } );
+      lines.push_back( compare );
+      Simulation another;
+      for ( const auto & line : lines ) {
+        ASSERT_EQ( another.execute( line ), "" ) << line;
+      }
+      const auto contents = Sim::switchContents( another.system() );
+      first = order == 0 ? contents : first;
+      ASSERT_EQ( contents, first ) << "seed " << seed << "\n" << testing::PrintToString( lines );
+      entries += contents.size();
+    }
+  }
+  EXPECT_GT( entries, 0u );
+}
+
+} // namespace
