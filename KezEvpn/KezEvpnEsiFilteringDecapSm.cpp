@@ -131,33 +131,54 @@ void EsiFilteringDecapSm::processRouteKeyBacklog( const RouteKey & routeKey ) {
 
 // --- A route
 
-void EsiFilteringDecapSm::processRouteKey( const RouteKey & routeKey ) {
-  TRACE( 8, "EsiFilteringDecapSm::processRouteKey route ", routeKey );
-  VEX_ASSERT( initialized() );
+EsiFilteringDecapSm::Decision EsiFilteringDecapSm::decide( const RouteKey & routeKey ) const {
   const auto route = lfibStatus()->routeTable().safeRecord( routeKey );
   if ( !route ) {
-    TRACE( 5, "route was deleted" );
-    deleteEsiFilterVia( routeKey );
-    return;
+    return { Lack::route, {}, {}, {} };
   }
   const auto viaSet = lfibStatus()->viaSetTable().safeRecord( route->viaSetId );
   if ( !viaSet || viaSet->viaKeys.size() == 0 ) {
-    TRACE( 5, "viaset was deleted" );
-    deleteEsiFilterVia( routeKey );
-    return;
+    return { Lack::viaSet, route->viaSetId, {}, {} };
   }
   const auto viaKey = *viaSet->viaKeys.begin();
-  VEX_ASSERT( !!viaKey );
   if ( viaKey.viaType() != Mpls::LfibViaType::evpnEthernetSegmentFilter ) {
+    return { Lack::filterViaType, route->viaSetId, viaKey, {} };
+  }
+  const auto via = lfibStatus()->evpnEthernetSegmentFilterViaTable().safeRecord( viaKey );
+  return via ? Decision{ Lack::nothing, route->viaSetId, viaKey, *via }
+             : Decision{ Lack::via, route->viaSetId, viaKey, {} };
+}
+
+void EsiFilteringDecapSm::processRouteKey( const RouteKey & routeKey ) {
+  TRACE( 8, "EsiFilteringDecapSm::processRouteKey route ", routeKey );
+  VEX_ASSERT( initialized() );
+  const auto decision = decide( routeKey );
+  const auto viaKey = decision.viaKey;
+  switch ( decision.lack ) {
+  case Lack::route:
+    TRACE( 5, "route was deleted" );
+    deleteEsiFilterVia( routeKey );
+    break;
+  case Lack::viaSet:
+    TRACE( 5, "viaset was deleted" );
+    deleteEsiFilterVia( routeKey );
+    break;
+  case Lack::filterViaType:
+    VEX_ASSERT( !!viaKey );
     TRACE( 5, "Skipping viaType ", viaKey.viaType() );
     // It no longer asks for a port map; the one that it may have stays.
     deleteRouteFromUnprogrammed( routeKey );
-    return;
+    break;
+  case Lack::via:
+    deleteEsiFilterVia( routeKey );
+    break;
+  case Lack::nothing:
+    deleteEsiFilterVia( routeKey );
+    createEsiFilterVia( routeKey, decision.via );
+    break;
   }
-  deleteEsiFilterVia( routeKey );
-  if ( const auto via = lfibStatus()->evpnEthernetSegmentFilterViaTable().safeRecord( viaKey ) ) {
-    createEsiFilterVia( routeKey, *via );
-  }
+  attempted( routeKey, lfibHwStatus()->unprogrammedRoutes() > 0 &&
+                           lfibHwStatus()->unprogrammedRouteHas( routeKey ) );
 }
 
 void EsiFilteringDecapSm::createEsiFilterVia( const RouteKey & routeKey,
@@ -240,6 +261,59 @@ void EsiFilteringDecapSm::doReviewUnprogrammed() {
       defaultUnprogrammedRetryInterval() );
   if ( ended ) {
     maybeScheduleUnprogrammedReview();
+  }
+}
+
+// --- What an operator is told
+
+void EsiFilteringDecapSm::explain( const Subject & subject, Explanation & out ) const {
+  const auto * const routeKey = subject.get< RouteKey >();
+  if ( !routeKey ) {
+    return;
+  }
+  explainRoute( *routeKey, out );
+  if ( lfibTrackingStatus()->routeKeyBacklogHas( *routeKey ) ) {
+    out.say( "in the backlog, looked at ", Due( reviewRouteKeyBacklog()->nextRun(), "later" ) );
+  }
+}
+
+void EsiFilteringDecapSm::explainRoute( const RouteKey & routeKey, Explanation & out ) const {
+  const auto decision = decide( routeKey );
+  switch ( decision.lack ) {
+  case Lack::route:
+    out.say( "waiting for the route, none published" );
+    break;
+  case Lack::viaSet:
+    out.say( "waiting for a via in via set ", decision.viaSetId, ", none published" );
+    break;
+  case Lack::filterViaType:
+    out.say( "needs no port map, its first via being ", decision.viaKey );
+    break;
+  case Lack::via:
+    out.say( "waiting for via ", decision.viaKey, ", none published" );
+    break;
+  case Lack::nothing:
+    out.say( "port map of label ", decision.via.label, " and ", decision.via.intfId );
+    break;
+  }
+  if ( routeEsiFilterViaHas( routeKey ) ) {
+    const auto via = routeEsiFilterVia( routeKey );
+    if ( via == decision.via ) {
+      out.say( "programmed" );
+    } else {
+      out.say( "programmed with label ", via.label, " and ", via.intfId );
+    }
+  }
+  const auto waiting = lfibHwStatus()->unprogrammedRouteTable().safeRecord( routeKey );
+  if ( waiting && waiting->returnCode == LfibHwProgrammingReturnCode::conflict ) {
+    out.say( "waiting for ", decision.via.intfId, " to be no other route's" );
+    if ( intfRouteHas( decision.via.intfId ) ) {
+      out.say( "route ", intfRoute( decision.via.intfId ), " has it" );
+    }
+    out.say( "next try ", nextTry() );
+  } else if ( waiting ) {
+    out.say( "hardware refused ", Times( refusal( routeKey ) ), " (", waiting->returnCode,
+             "), next try ", nextTry() );
   }
 }
 

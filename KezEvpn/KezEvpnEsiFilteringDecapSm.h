@@ -74,8 +74,20 @@ public:
   void deleteRouteFromUnprogrammed( const Mpls::RouteKey & routeKey );
   void maybeScheduleUnprogrammedReview();
   void doReviewUnprogrammed() override;
+  void explain( const Subject & subject, Explanation & out ) const override;
 
 private:
+  // What a route lacks to have a port map, the first of it.
+  enum class Lack { nothing, route, viaSet, filterViaType, via };
+  struct Decision {
+    Lack lack = Lack::nothing;
+    uint32_t viaSetId = 0;
+    Mpls::LfibViaKey viaKey;
+    Mpls::LfibEvpnEthernetSegmentFilterVia via;
+  };
+  Decision decide( const Mpls::RouteKey & routeKey ) const;
+  void explainRoute( const Mpls::RouteKey & routeKey, Explanation & out ) const;
+
   void reviewRouteKeyBacklogIs( const Vex::Ptr< Loom::TaskScheduler > & scheduler,
                                 Loom::TaskPriority priority, const Vex::String & name );
 

@@ -108,10 +108,16 @@ void KezEvpnFloodFilterSm::handleLagPort( Wire::IntfId intfId ) {
   }
 }
 
+static bool
+isFloodFilterApplied( const Vex::Ptr< const Evpn::EvpnVlanFloodStatus > & vlanFloodStatus,
+                      Wire::IntfId intfId ) {
+  return vlanFloodStatus && vlanFloodStatus->floodFilterHas( intfId );
+}
+
 void KezEvpnFloodFilterSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   const auto vlanFloodStatus = evpnStatus()->evpnVlanFloodStatus( vlanId );
-  const bool floodFilterApplied = vlanFloodStatus && vlanFloodStatus->floodFilterHas( intfId );
+  const bool floodFilterApplied = isFloodFilterApplied( vlanFloodStatus, intfId );
   TRACE( 5, "KezEvpnFloodFilterSm::processIntfVlan intfId ", intfId, " vlanId ", vlanId,
          " vlanFloodStatus exists ", bool( vlanFloodStatus ), " floodFilterApplied ",
          floodFilterApplied );
@@ -148,9 +154,8 @@ void KezEvpnFloodFilterSm::programFloodFilter( Wire::IntfId intfId, Bridging::Vl
   if ( dropped ) {
     reviewParkedAtOnce();
   }
-  for ( const auto port : *ports ) {
-    programFloodFilterHelper( intfId, port, vlanId );
-  }
+  programPorts( { intfId, vlanId }, *ports,
+                [ & ]( Wire::IntfId port ) { programFloodFilterHelper( intfId, port, vlanId ); } );
 }
 
 void KezEvpnFloodFilterSm::programFloodFilterHelper( Wire::IntfId logIntfId, Wire::IntfId phyIntfId,
@@ -201,6 +206,21 @@ void KezEvpnFloodFilterSm::retry( const IntfVlanKey & key ) {
   VEX_ASSERT( intfVlanStatus );
   VEX_ASSERT( intfVlanStatus->unprogrammeds() );
   processIntfVlan( key.intfId, key.vlanId );
+}
+
+void KezEvpnFloodFilterSm::explain( const Subject & subject, Explanation & out ) const {
+  const auto * const pair = subject.get< IntfVlanKey >();
+  if ( !initialized() || !pair ) {
+    return;
+  }
+  const auto vlanFloodStatus = evpnStatus()->evpnVlanFloodStatus( pair->vlanId );
+  if ( isFloodFilterApplied( vlanFloodStatus, pair->intfId ) ) {
+    out.say( "in the flood filter of VLAN ", pair->vlanId );
+    explainMissingPorts( pair->intfId, out );
+  } else {
+    out.say( "not in the flood filter of VLAN ", pair->vlanId );
+  }
+  explainPorts( *pair, out );
 }
 
 } // namespace Kez

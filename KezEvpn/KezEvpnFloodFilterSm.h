@@ -49,6 +49,7 @@ public:
   void handleInitialized() override;
   void handleLagPort( Wire::IntfId intfId ) override;
   void maybeScheduleUnprogrammedReview( bool immediate ) override;
+  void explain( const Subject & subject, Explanation & out ) const override;
 
   void processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId );
   void addIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId );

@@ -1,5 +1,6 @@
 #include "KezEvpn/KezEvpnFloodSetFecSm.h"
 
+#include "KezEvpn/Explain.h"
 #include "Ringlog/Trace.h"
 
 namespace Kez {
@@ -175,15 +176,25 @@ void EvpnFloodSetFecSm::processMplsDest( Bridging::VlanId vlanId, const Wire::Et
   processFecRequest( via );
 }
 
+EvpnFloodSetFecSm::Use EvpnFloodSetFecSm::useOf( const MplsFloodSetVia & via ) const {
+  return floodSetEntryCacheHas( via )    ? Use::destinations
+         : floodSetStatusCacheHas( via ) ? Use::hardware
+                                         : Use::none;
+}
+
 void EvpnFloodSetFecSm::processFecRequest( const MplsFloodSetVia & via ) {
   TRACE( 8, "processFecRequest (tunnelId: ", via.tunnelId, " label: ", via.label,
          " vlanId: ", via.vlanId );
-  if ( floodSetEntryCacheHas( via ) ) {
+  switch ( useOf( via ) ) {
+  case Use::destinations:
     createOrUpdateFecRequest( via );
-  } else if ( floodSetStatusCacheHas( via ) ) {
+    break;
+  case Use::hardware:
     TRACE( 1, "    wait for hardware to unprogram the floodSet" );
-  } else {
+    break;
+  case Use::none:
     removeFecRequest( via );
+    break;
   }
 }
 
@@ -334,6 +345,54 @@ void EvpnFloodSetFecSm::updateFloodSetStatusCache( const MplsFloodSetVia & via,
     if ( entry->statuss() == 0 ) {
       floodSetStatusCacheDel( via );
     }
+  }
+}
+
+// --- What an operator is told
+
+void EvpnFloodSetFecSm::explain( const Subject & subject, Explanation & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  if ( const auto * const via = subject.get< MplsFloodSetVia >() ) {
+    explainPath( *via, out );
+  } else if ( const auto * const tunnelId = subject.get< Tunnel::TunnelTable::TunnelId >() ) {
+    if ( const auto tunnelInfo = tunnelInfoCache( *tunnelId ) ) {
+      out.say( "has paths ", Members( tunnelInfo->mplsFloodSetViaSet() ) );
+    }
+  }
+}
+
+void EvpnFloodSetFecSm::explainPath( const MplsFloodSetVia & via, Explanation & out ) const {
+  switch ( useOf( via ) ) {
+  case Use::destinations:
+    out.say( "used by ",
+             Count( floodSetEntryCache( via )->vlanMacDestSets(), "flood-set destination" ) );
+    break;
+  case Use::hardware:
+    out.say( "used by no destination any more, waiting for hardware to unprogram ",
+             Count( floodSetStatusCache( via )->statuss(), "flood set" ) );
+    break;
+  case Use::none:
+    break;
+  }
+  if ( !mplsFloodSetViaCacheHas( via ) ) {
+    return;
+  }
+  const auto fecId = mplsFloodSetViaCache( via );
+  if ( !mplsFloodSetFecRequest()->hwFecIdRequestHas( fecId ) ) {
+    out.say( "keeps FEC ", fecId, " until hardware takes its answer back" );
+    return;
+  }
+  if ( hasFecResponse( fecId ) ) {
+    const auto response = mplsFloodSetFecResponse()->hwFecIdResponse( fecId );
+    out.say( "hardware answered for FEC ", fecId, " with id ", response.hwFecId, " on ",
+             response.l2IntfId );
+  } else {
+    out.say( "waiting for hardware's answer for FEC ", fecId, ", none published" );
+  }
+  if ( !hwTunnelId( via.tunnelId ).valid() ) {
+    out.say( "its tunnel has no hardware tunnel id" );
   }
 }
 

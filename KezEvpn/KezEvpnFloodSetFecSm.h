@@ -76,6 +76,7 @@ public:
   void handleMplsDestStatus( const Bridging::MacVlanPair & macVlanPair,
                              const MplsDestConfig & config ) override;
   void handleFecResponse( Rook::Fib::FecId fecId );
+  void explain( const Subject & subject, Explanation & out ) const override;
 
   void processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
                         const L2Rib::Dest & dest ) override;
@@ -91,6 +92,11 @@ public:
   bool hasFecResponse( Rook::Fib::FecId fecId ) const;
 
 private:
+  // What keeps a path's request.
+  enum class Use { none, destinations, hardware };
+  Use useOf( const MplsFloodSetVia & via ) const;
+  void explainPath( const MplsFloodSetVia & via, Explanation & out ) const;
+
   void handleVlanFloodSetStatusNotInitialized() override;
   void makeUpForZombieMark() override;
   void clearOutputs();

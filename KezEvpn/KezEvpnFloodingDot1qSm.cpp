@@ -146,6 +146,7 @@ void EvpnFloodingDot1qSm::handleVlanDot1q( Bridging::VlanId vlanId ) {
   if ( programmed != published || programmedDot1q( vlanId ) != dot1q ) {
     reprogramVlan( vlanId, dot1q );
   }
+  attempted( vlanLevelKey( vlanId ), unprogrammedDot1qHas( vlanLevelKey( vlanId ) ) );
   // No mapping outlives its VLAN.
   if ( !published ) {
     reviewIntfsOf( vlanId );
@@ -289,34 +290,49 @@ void EvpnFloodingDot1qSm::retry( const IntfVlanKey & key ) {
 
 // --- Interfaces of VLANs
 
+EvpnFloodingDot1qSm::Lack EvpnFloodingDot1qSm::lackOf( const IntfVlanKey & key ) const {
+  const auto memberInfo = evpnVlanStatus()->vlanStatus( key.vlanId );
+  if ( !memberInfo ) {
+    return Lack::vlanStatus;
+  }
+  if ( !memberInfo->memberHas( key.intfId ) ) {
+    return Lack::membership;
+  }
+  if ( !evpnStatus()->vlanToDot1qHas( key.vlanId ) ) {
+    return Lack::publication;
+  }
+  return programmedDot1qHas( key.vlanId ) ? Lack::nothing : Lack::vlan;
+}
+
 void EvpnFloodingDot1qSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "EvpnFloodingDot1qSm::processIntfVlan intf ", intfId, " vlan ", vlanId );
   intfVlanQueueDel( { intfId, vlanId } );
-  const auto memberInfo = evpnVlanStatus()->vlanStatus( vlanId );
-  if ( !memberInfo ) {
+  switch ( lackOf( { intfId, vlanId } ) ) {
+  case Lack::vlanStatus:
     TRACE( 5, "no vlan status" );
     deleteIntfVlanMapping( intfId, vlanId );
-    return;
-  }
-  if ( !memberInfo->memberHas( intfId ) ) {
+    break;
+  case Lack::membership:
     TRACE( 5, "intf not a part of vlan" );
     deleteIntfVlanMapping( intfId, vlanId );
-    return;
-  }
-  addIntfVlanMapping( intfId, vlanId );
-  if ( !evpnStatus()->vlanToDot1qHas( vlanId ) ) {
+    break;
+  case Lack::publication:
+    addIntfVlanMapping( intfId, vlanId );
     TRACE( 5, "not in vlan-dot1q mapping" );
     deleteIntfVlanDot1qMapping( intfId, vlanId );
-    return;
-  }
-  if ( !programmedDot1qHas( vlanId ) ) {
+    break;
+  case Lack::vlan:
+    addIntfVlanMapping( intfId, vlanId );
     TRACE( 5, "dot1q is not programmed yet" );
-    return;
+    break;
+  case Lack::nothing:
+    addIntfVlanMapping( intfId, vlanId );
+    const auto dot1q = dot1qTagForVlan( vlanId );
+    VEX_ASSERT( programmedDot1q( vlanId ) == dot1q );
+    addOrUpdateIntfVlanDot1qMapping( intfId, vlanId, dot1q );
+    break;
   }
-  const auto dot1q = dot1qTagForVlan( vlanId );
-  VEX_ASSERT( programmedDot1q( vlanId ) == dot1q );
-  addOrUpdateIntfVlanDot1qMapping( intfId, vlanId, dot1q );
 }
 
 void EvpnFloodingDot1qSm::addIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
@@ -369,9 +385,8 @@ void EvpnFloodingDot1qSm::programDot1q( Wire::IntfId intfId, Bridging::VlanId vl
                     TRACE( 5, "staleMember ", port, " forceReprogram ", forceReprogram );
                     unprogramDot1qHelper( intfId, port, vlanId, dot1q );
                   } );
-  for ( const auto port : *ports ) {
-    programDot1qHelper( intfId, port, vlanId, dot1q );
-  }
+  programPorts( { intfId, vlanId }, *ports,
+                [ & ]( Wire::IntfId port ) { programDot1qHelper( intfId, port, vlanId, dot1q ); } );
 }
 
 void EvpnFloodingDot1qSm::programDot1qHelper( Wire::IntfId logIntfId, Wire::IntfId phyIntfId,
@@ -413,6 +428,56 @@ void EvpnFloodingDot1qSm::unprogramDot1qHelper( Wire::IntfId logIntfId, Wire::In
   } );
   if ( !programmed ) {
     TRACE( 5, "not programmed" );
+  }
+}
+
+// --- What an operator is told
+
+void EvpnFloodingDot1qSm::explain( const Subject & subject, Explanation & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  if ( const auto * const pair = subject.get< IntfVlanKey >() ) {
+    explainPair( *pair, out );
+  } else if ( const auto * const vlanId = subject.get< Bridging::VlanId >() ) {
+    explainVlan( *vlanId, out );
+  }
+}
+
+void EvpnFloodingDot1qSm::explainPair( const IntfVlanKey & key, Explanation & out ) const {
+  switch ( lackOf( key ) ) {
+  case Lack::vlanStatus:
+    out.say( "waiting for EVPN members of VLAN ", key.vlanId, ", none published" );
+    break;
+  case Lack::membership:
+    out.say( "waiting for ", key.intfId, " to be an EVPN member of VLAN ", key.vlanId );
+    break;
+  case Lack::publication:
+    out.say( "waiting for the dot1q tag of VLAN ", key.vlanId, ", none published" );
+    break;
+  case Lack::vlan:
+    out.say( "waiting for VLAN ", key.vlanId, " itself" );
+    explainRefusal( vlanLevelKey( key.vlanId ), out );
+    break;
+  case Lack::nothing:
+    out.say( "tag ", dot1qTagForVlan( key.vlanId ) );
+    explainMissingPorts( key.intfId, out );
+    break;
+  }
+  explainPorts( key, out );
+  if ( intfVlanQueueHas( key ) ) {
+    out.say( "looked at again ", Due( reviewIntfVlan()->nextRun(), "when an input changes" ) );
+  }
+}
+
+void EvpnFloodingDot1qSm::explainVlan( Bridging::VlanId vlanId, Explanation & out ) const {
+  if ( programmedDot1qHas( vlanId ) ) {
+    out.say( "programmed with tag ", programmedDot1q( vlanId ) );
+  } else if ( evpnStatus()->vlanToDot1qHas( vlanId ) ) {
+    out.say( "to be programmed with tag ", dot1qTagForVlan( vlanId ) );
+    explainRefusal( vlanLevelKey( vlanId ), out );
+  } else {
+    out.say( "waiting for the dot1q tag of VLAN ", vlanId, ", none published" );
   }
 }
 

@@ -86,6 +86,7 @@ public:
   void handleVlanDot1q( Bridging::VlanId vlanId );
   void handleVlanServiceDot1qEnabled();
   void handleLagPort( Wire::IntfId lagIntfId ) override;
+  void explain( const Subject & subject, Explanation & out ) const override;
 
   Bridging::VlanIdOrNone dot1qTagForVlan( Bridging::VlanId vlanId ) const;
   void processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId );
@@ -106,6 +107,12 @@ public:
   void doReviewIntfVlan();
 
 private:
+  // What a pair lacks to be mapped to a tag, the first of it.
+  enum class Lack { nothing, vlanStatus, membership, publication, vlan };
+  Lack lackOf( const IntfVlanKey & key ) const;
+  void explainPair( const IntfVlanKey & key, Explanation & out ) const;
+  void explainVlan( Bridging::VlanId vlanId, Explanation & out ) const;
+
   bool vlanServiceDot1qEnabled() const;
   void retry( const IntfVlanKey & key ) override;
   void reprogramVlan( Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q );

@@ -193,8 +193,7 @@ void EvpnFloodingEsiSm::handleTunnelIdMapping( const TunnelId & tunnelId ) {
   if ( !intfVlans ) {
     return;
   }
-  const bool published =
-      tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( tunnelId ).has_value();
+  const bool published = mapped( tunnelId ).has_value();
   for ( const auto [ intfId, vlanId ] : intfVlans->intfVlan() ) {
     if ( published ) {
       addIntfVlanMapping( intfId, vlanId );
@@ -227,35 +226,48 @@ void EvpnFloodingEsiSm::deleteIntfVlanMapping( Wire::IntfId intfId, Bridging::Vl
   processIntfVlan( intfId, vlanId );
 }
 
+EvpnFloodingEsiSm::Decision EvpnFloodingEsiSm::decide( const IntfVlanKey & key ) const {
+  const auto status = evpnStatus()->ethernetSegmentStatus( key.intfId );
+  if ( !status ) {
+    return { Lack::segment, {}, {} };
+  }
+  if ( !status->designatedForwarderTepHas( key.vlanId ) ) {
+    return { Lack::designatedForwarder, {}, {} };
+  }
+  const auto dfTepIntfId = status->designatedForwarderTep( key.vlanId );
+  if ( !status->remoteEsiLabelHas( dfTepIntfId ) ) {
+    return { Lack::remoteLabel, dfTepIntfId, {} };
+  }
+  const auto label = status->remoteEsiLabel( dfTepIntfId );
+  const bool usable = label.value() > lastUnusableLabel;
+  return { usable ? Lack::nothing : Lack::usableLabel, dfTepIntfId, label };
+}
+
 void EvpnFloodingEsiSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
   VEX_ASSERT( initialized() );
-  const auto status = evpnStatus()->ethernetSegmentStatus( intfId );
-  if ( !status ) {
+  const auto [ lack, dfTepIntfId, remoteLabel ] = decide( { intfId, vlanId } );
+  if ( lack == Lack::segment ) {
     TRACE( 5, "no segment status" );
     deleteIntfVlanTunnelMapping( intfId, vlanId );
     return;
   }
-  if ( !status->designatedForwarderTepHas( vlanId ) ) {
+  if ( lack == Lack::designatedForwarder ) {
     TRACE( 5, "no designated forwarder tep" );
     deleteIntfVlanTunnelMapping( intfId, vlanId );
     return;
   }
-  const auto dfTepIntfId = status->designatedForwarderTep( vlanId );
   const auto tunnelId = srTeOrDynamicTunnelIntfIdToTunnelId( dfTepIntfId );
   TRACE( 8, "processIntfVlan", " dfTepIntfId ", dfTepIntfId, ", tunnelId ", tunnelId );
   addOrUpdateIntfVlanTunnelMapping( intfId, vlanId, tunnelId );
-  if ( !status->remoteEsiLabelHas( dfTepIntfId ) ) {
+  if ( lack == Lack::remoteLabel ) {
     TRACE( 5, "no esi label" );
     deleteIntfVlanTunnelLabelMapping( intfId, vlanId, tunnelId );
-    return;
+  } else if ( lack == Lack::usableLabel ) {
+    TRACE( 5, "incorrect encap type", uint32_t( remoteLabel.encapType() ) );
+    waitForInput( { intfId, vlanId } );
+  } else {
+    addOrUpdateIntfVlanTunnelLabelMapping( intfId, vlanId, tunnelId, remoteLabel.mplsLabel() );
   }
-  const auto entry = status->remoteEsiLabel( dfTepIntfId );
-  if ( entry.value() > lastUnusableLabel ) {
-    addOrUpdateIntfVlanTunnelLabelMapping( intfId, vlanId, tunnelId, entry.mplsLabel() );
-    return;
-  }
-  TRACE( 5, "incorrect encap type", uint32_t( entry.encapType() ) );
-  waitForInput( { intfId, vlanId } );
 }
 
 // --- Its tunnel
@@ -358,9 +370,16 @@ void EvpnFloodingEsiSm::programEsi( Wire::IntfId intfId, Bridging::VlanId vlanId
   if ( dropped ) {
     reviewParkedAtOnce();
   }
-  for ( const auto port : *ports ) {
-    programEsiHelper( intfId, port, vlanId, label );
+  programPorts( { intfId, vlanId }, *ports,
+                [ & ]( Wire::IntfId port ) { programEsiHelper( intfId, port, vlanId, label ); } );
+}
+
+EvpnFloodingEsiSm::PortLack EvpnFloodingEsiSm::portLackOf( Wire::IntfId intfId,
+                                                           bool hwTunnelIdPublished ) const {
+  if ( !hwTunnelIdPublished ) {
+    return PortLack::hwTunnelId;
   }
+  return localEsiLabelPublished( intfId ) ? PortLack::nothing : PortLack::localLabel;
 }
 
 void EvpnFloodingEsiSm::programEsiHelper( Wire::IntfId logicalIntfId, Wire::IntfId phyIntfId,
@@ -371,14 +390,16 @@ void EvpnFloodingEsiSm::programEsiHelper( Wire::IntfId logicalIntfId, Wire::Intf
   const IntfVlanKey key{ logicalIntfId, vlanId };
   VEX_ASSERT( intfVlanTunnelHas( key ) );
   const auto tunnelId = intfVlanTunnel( key );
-  const auto mapping = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( tunnelId );
-  if ( !mapping ) {
+  const auto mapping = mapped( tunnelId );
+  switch ( portLackOf( logicalIntfId, mapping.has_value() ) ) {
+  case PortLack::hwTunnelId:
     TRACE( 5, "hw tunnel id not published" );
     return;
-  }
-  if ( !localEsiLabelPublished( logicalIntfId ) ) {
+  case PortLack::localLabel:
     TRACE( 5, "local label not published" );
     return;
+  case PortLack::nothing:
+    break;
   }
   const IntfVlanTunnelKey labelKey{ logicalIntfId, vlanId, tunnelId };
   VEX_ASSERT( intfVlanTunnelLabelHas( labelKey ) );
@@ -426,16 +447,58 @@ void EvpnFloodingEsiSm::forceReprogram( const IntfVlanKey & key ) {
   }
 }
 
-// Nothing is to be tried again until an input changes.
-void EvpnFloodingEsiSm::waitForInput( const IntfVlanKey & key ) {
-  unpark( key );
-  if ( const auto es = esiStatus( key ) ) {
-    es->unprogrammedDelAll();
+bool EvpnFloodingEsiSm::localEsiLabelPublished( Wire::IntfId intfId ) const {
+  return evpnStatus()->localEsiLabel( intfId ) != Evpn::EncapTypeLabel();
+}
+
+// --- What an operator is told
+
+void EvpnFloodingEsiSm::explain( const Subject & subject, Explanation & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  if ( const auto * const pair = subject.get< IntfVlanKey >() ) {
+    explainPair( *pair, out );
+    explainPorts( *pair, out );
+  } else if ( const auto * const tunnelId = subject.get< TunnelId >() ) {
+    if ( const auto intfVlans = tunnelIntfVlanSet( *tunnelId ) ) {
+      out.say( "leads to the designated forwarder of ", Members( intfVlans->intfVlan() ) );
+    }
   }
 }
 
-bool EvpnFloodingEsiSm::localEsiLabelPublished( Wire::IntfId intfId ) const {
-  return evpnStatus()->localEsiLabel( intfId ) != Evpn::EncapTypeLabel();
+void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out ) const {
+  const auto [ lack, dfTepIntfId, remoteLabel ] = decide( key );
+  switch ( lack ) {
+  case Lack::segment:
+    out.say( "waiting for the status of Ethernet segment ", key.intfId, ", none published" );
+    return;
+  case Lack::designatedForwarder:
+    out.say( "waiting for the designated forwarder of VLAN ", key.vlanId, ", none published" );
+    return;
+  case Lack::remoteLabel:
+    out.say( "waiting for the remote ESI label of TEP ", dfTepIntfId, ", none published" );
+    return;
+  case Lack::usableLabel:
+    out.say( "waiting for a usable remote ESI label of TEP ", dfTepIntfId, ", ", remoteLabel,
+             " published" );
+    return;
+  case Lack::nothing:
+    break;
+  }
+  const auto tunnelId = srTeOrDynamicTunnelIntfIdToTunnelId( dfTepIntfId );
+  out.say( "tunnel ", tunnelId, ", label ", remoteLabel.mplsLabel() );
+  explainMissingPorts( key.intfId, out );
+  switch ( portLackOf( key.intfId, mapped( tunnelId ).has_value() ) ) {
+  case PortLack::hwTunnelId:
+    out.say( "waiting for a hardware tunnel id of tunnel ", tunnelId, ", none published" );
+    break;
+  case PortLack::localLabel:
+    out.say( "waiting for the local ESI label of ", key.intfId, ", none published" );
+    break;
+  case PortLack::nothing:
+    break;
+  }
 }
 
 } // namespace Kez

@@ -88,6 +88,7 @@ public:
   void handleLocalEsiLabel( Wire::IntfId intfId );
   void handleLagPort( Wire::IntfId lagIntfId ) override;
   void handleTunnelIdMapping( const TunnelId & tunnelId );
+  void explain( const Subject & subject, Explanation & out ) const override;
 
   void addIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId );
   void deleteIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId );
@@ -110,7 +111,22 @@ private:
   void retry( const IntfVlanKey & key ) override;
   void deleteTriple( const IntfVlanKey & key, TunnelId tunnelId );
   void forceReprogram( const IntfVlanKey & key );
-  void waitForInput( const IntfVlanKey & key );
+
+  // What a pair lacks to have its data programmed, the first of it.
+  enum class Lack { nothing, segment, designatedForwarder, remoteLabel, usableLabel };
+  struct Decision {
+    Lack lack = Lack::nothing;
+    Wire::TepIntfId dfTepIntfId;
+    Evpn::EncapTypeLabel remoteLabel;
+  };
+  Decision decide( const IntfVlanKey & key ) const;
+  // And each of its ports, then.
+  enum class PortLack { nothing, hwTunnelId, localLabel };
+  PortLack portLackOf( Wire::IntfId intfId, bool hwTunnelIdPublished ) const;
+  void explainPair( const IntfVlanKey & key, Explanation & out ) const;
+  std::optional< TunnelIdToHwTunnelId > mapped( TunnelId tunnelId ) const {
+    return tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( tunnelId );
+  }
   bool localEsiLabelPublished( Wire::IntfId intfId ) const;
 
   VexEvpnStatus evpnStatusReactor_;

@@ -278,6 +278,7 @@ void EvpnHwTunnelIdSm::publishHwTunnelId( TunnelId tunnelId ) {
   if ( !hwTunnelId.valid() ) {
     TRACE( 5, "failed to program tunnel" );
     unprogrammedTunnelIs( tunnelId, true );
+    attempted( tunnelId, true );
     return;
   }
   tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdIs( { tunnelId, hwTunnelId } );
@@ -358,6 +359,7 @@ bool EvpnHwTunnelIdSm::releaseOneZombieTunnelId( HwTunnelIdType hwTunnelIdType )
 
 void EvpnHwTunnelIdSm::unpark( TunnelId tunnelId ) {
   unprogrammedTunnelDel( tunnelId );
+  attempted( tunnelId, false );
   reviewUnprogrammed()->keyLeft( tunnelId );
 }
 
@@ -388,6 +390,36 @@ void EvpnHwTunnelIdSm::doReviewUnprogrammed() {
         }
       },
       defaultUnprogrammedRetryInterval() );
+}
+
+// --- What an operator is told
+
+void EvpnHwTunnelIdSm::explain( const Subject & subject, Explanation & out ) const {
+  const auto * const tunnelId = subject.get< TunnelId >();
+  if ( !initialized() || !tunnelId ) {
+    return;
+  }
+  const bool used = usedBySegment( *tunnelId );
+  if ( used ) {
+    out.say( "used by segments ", Members( tunnelInfo( *tunnelId )->intfId() ) );
+  }
+  if ( const auto record =
+           tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( *tunnelId ) ) {
+    out.say( "has hardware tunnel id ", record->hwTunnelId );
+    if ( record->hwTunnelId.hwTunnelIdType() != neededType( *tunnelId ) ) {
+      out.say( "has found none of ", neededType( *tunnelId ), " free" );
+    }
+    if ( !used ) {
+      out.say( "gives it up when a segment's tunnel needs one" );
+    }
+  } else if ( unprogrammedTunnelHas( *tunnelId ) ) {
+    out.say( "waiting for a hardware tunnel id of ", neededType( *tunnelId ), ", none free ",
+             Times( refusal( *tunnelId ) ), ", next try ",
+             nextTry( "when an id is given back or a tunnel's last segment leaves it" ) );
+  } else if ( remoteInfo()->remoteTunnelIdHas( *tunnelId ) ) {
+    out.say( "gave its hardware tunnel id up to a segment's tunnel, and gets one when a segment "
+             "uses it or its count comes to be 1 again" );
+  }
 }
 
 } // namespace Kez

@@ -103,6 +103,7 @@ public:
 
   void maybeScheduleUnprogrammedReview( bool immediate );
   void doReviewUnprogrammed() override;
+  void explain( const Subject & subject, Explanation & out ) const override;
 
 private:
   bool usedBySegment( TunnelId tunnelId ) const { return tunnelInfoHas( tunnelId ); }

@@ -1,5 +1,6 @@
 #include "KezEvpn/KezEvpnRemoteInfoFinderSm.h"
 
+#include "KezEvpn/Explain.h"
 #include "Ringlog/Trace.h"
 
 namespace Kez {
@@ -74,6 +75,14 @@ void EvpnRemoteInfoFinderSm::processMplsDest( Bridging::VlanId vlanId, const Wir
     }
   }
   TRACE( 8, "New refcount of tunnel ", tunnelId, " is ", count );
+}
+
+void EvpnRemoteInfoFinderSm::explain( const Subject & subject, Explanation & out ) const {
+  const auto * const tunnelId = subject.get< TunnelId >();
+  if ( tunnelId && remoteInfo()->remoteTunnelIdHas( *tunnelId ) ) {
+    out.say( "used by ",
+             Count( remoteInfo()->remoteTunnelId( *tunnelId ), "flood-set destination" ) );
+  }
 }
 
 } // namespace Kez

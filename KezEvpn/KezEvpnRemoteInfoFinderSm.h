@@ -44,6 +44,7 @@ public:
   // Counts a destination that came or went, in or out as it stands in the input now.
   void processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
                         const L2Rib::Dest & dest );
+  void explain( const Subject & subject, Explanation & out ) const override;
 
 private:
   VexFloodSetOutput floodSetOutputReactor_;

@@ -62,8 +62,18 @@ public:
   MplsDestConfig createMplsDestConfig( const VlanMacDest & vmd ) const;
   void addOrUpdateMplsDestHwConfig( const VlanMacDest & vmd );
   void deleteMplsDestHwConfig( const VlanMacDest & vmd );
+  void explain( const Subject & subject, Explanation & out ) const override;
 
 private:
+  // Of destinations, how many stand where.
+  struct Tally {
+    size_t programmed = 0;
+    size_t refused = 0;
+    size_t unanswered = 0;
+    size_t withoutHwId = 0;
+  };
+  void count( const VlanMacDest & vmd, Tally & tally ) const;
+
   void makeUpForZombieMark() override;
   void publish( const FloodSetMplsDestConfig & floodSetConfig );
   void withdraw( const FloodSetMplsDestConfig & floodSetConfig );

@@ -1,5 +1,6 @@
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
 
+#include "KezEvpn/Explain.h"
 #include "Ringlog/Trace.h"
 
 namespace Kez {
@@ -69,18 +70,24 @@ void KezEvpnVlanMembershipSm::VexVlanStatus::onAttribute( Vex::AttrId id, const 
   }
 }
 
+bool KezEvpnVlanMembershipSm::isConfigured( Wire::IntfId intfId, Bridging::VlanId vlanId ) const {
+  const auto config = bridgingConfig()->vlanConfig( vlanId );
+  return config && config->intfHas( intfId );
+}
+
+bool KezEvpnVlanMembershipSm::isOperational( Wire::IntfId intfId, Bridging::VlanId vlanId ) const {
+  const auto status = vlanStatusDir()->vlanStatus( vlanId );
+  return status && status->vlanPortStatusHas( intfId );
+}
+
 void KezEvpnVlanMembershipSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
   TRACE( 5, "KezEvpnVlanMembershipSm::processIntfVlan vlanId ", vlanId, " intfId ", intfId );
   VEX_ASSERT( bridgingConfig() );
   VEX_ASSERT( vlanStatusDir() );
   VEX_ASSERT( evpnStatus() );
-  const auto config = bridgingConfig()->vlanConfig( vlanId );
-  const bool configured = config && config->intfHas( intfId );
-  bool member = configured;
-  if ( !evpnStatus()->encapBumFilterHas( intfId ) ) {
-    const auto status = vlanStatusDir()->vlanStatus( vlanId );
-    member = status && status->vlanPortStatusHas( intfId );
-  }
+  const bool configured = isConfigured( intfId, vlanId );
+  const bool member =
+      evpnStatus()->encapBumFilterHas( intfId ) ? configured : isOperational( intfId, vlanId );
   if ( member ) {
     addIntfToEvpnVlanStatus( intfId, vlanId );
   } else {
@@ -160,6 +167,32 @@ void KezEvpnVlanMembershipSm::handleEncapBumFilter( Wire::IntfId intfId ) {
   }
   for ( const auto vlanId : vlans->vlanId() ) {
     processIntfVlan( intfId, vlanId );
+  }
+}
+
+// --- What an operator is told
+
+void KezEvpnVlanMembershipSm::explain( const Subject & subject, Explanation & out ) const {
+  if ( const auto * const pair = subject.get< IntfVlanKey >() ) {
+    explainPair( *pair, out );
+  } else if ( const auto * const vlanId = subject.get< Bridging::VlanId >() ) {
+    if ( const auto memberInfo = evpnVlanStatus()->vlanStatus( *vlanId ) ) {
+      out.say( "has the EVPN members ", Members( memberInfo->member() ) );
+    } else {
+      out.say( "has no EVPN members" );
+    }
+  }
+}
+
+void KezEvpnVlanMembershipSm::explainPair( const IntfVlanKey & key, Explanation & out ) const {
+  const auto memberInfo = evpnVlanStatus()->vlanStatus( key.vlanId );
+  const bool member = memberInfo && memberInfo->memberHas( key.intfId );
+  out.say( member ? "an EVPN member" : "no EVPN member" );
+  if ( !evpnStatus()->encapBumFilterHas( key.intfId ) ) {
+    out.say( isOperational( key.intfId, key.vlanId ) ? "" : "not ", "operational in the VLAN" );
+  } else {
+    out.say( isConfigured( key.intfId, key.vlanId ) ? "" : "not ",
+             "configured in the VLAN, which decides while its BUM encapsulation is filtered" );
   }
 }
 

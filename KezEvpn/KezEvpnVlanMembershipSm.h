@@ -82,8 +82,13 @@ public:
   void addIntfToEvpnVlanStatus( Wire::IntfId intfId, Bridging::VlanId vlanId );
   void removeIntfVlanFromEvpnVlanStatus( Wire::IntfId intfId, Bridging::VlanId vlanId );
   void handleEncapBumFilter( Wire::IntfId intfId );
+  void explain( const Subject & subject, Explanation & out ) const override;
 
 private:
+  bool isConfigured( Wire::IntfId intfId, Bridging::VlanId vlanId ) const;
+  bool isOperational( Wire::IntfId intfId, Bridging::VlanId vlanId ) const;
+  void explainPair( const IntfVlanKey & key, Explanation & out ) const;
+
   VexBridgingConfig bridgingConfigReactor_;
   VexVlanStatusDir vlanStatusDirReactor_;
   VexEvpnStatus evpnStatusReactor_;

@@ -64,22 +64,33 @@ void PortProgrammingSm::removeFromIndex( Wire::IntfId intfId, Bridging::VlanId v
   }
 }
 
-std::optional< KezPortList > PortProgrammingSm::portsOf( Wire::IntfId intfId ) const {
+PortProgrammingSm::Lack PortProgrammingSm::lackOf( Wire::IntfId intfId ) const {
   if ( !isLag( intfId ) ) {
-    KezPortList itself;
-    itself.portIs( intfId, true );
-    return itself;
+    return Lack::nothing;
   }
   if ( !evpnLagMemberInfo()->lagToPortHas( intfId ) ) {
+    return Lack::configuration;
+  }
+  return evpnLagMemberInfo()->lagToPort( intfId ).ports() == 0 ? Lack::members : Lack::nothing;
+}
+
+std::optional< KezPortList > PortProgrammingSm::portsOf( Wire::IntfId intfId ) const {
+  switch ( lackOf( intfId ) ) {
+  case Lack::configuration:
     say( traits_.texts.noLagConfiguration );
     return std::nullopt;
-  }
-  const auto & ports = evpnLagMemberInfo()->lagToPort( intfId );
-  if ( ports.ports() == 0 ) {
+  case Lack::members:
     say( traits_.texts.noLagMembers );
     return std::nullopt;
+  case Lack::nothing:
+    break;
   }
-  return ports;
+  if ( isLag( intfId ) ) {
+    return evpnLagMemberInfo()->lagToPort( intfId );
+  }
+  KezPortList itself;
+  itself.portIs( intfId, true );
+  return itself;
 }
 
 void PortProgrammingSm::record( IntfVlanStatus & status, Wire::IntfId port,
@@ -109,6 +120,48 @@ void PortProgrammingSm::park( const IntfVlanKey & key ) {
 
 void PortProgrammingSm::unpark( const IntfVlanKey & key ) {
   traits_.unprogrammed.members.del( *this, traits_.unprogrammed.id, key );
+}
+
+void PortProgrammingSm::waitForInput( const IntfVlanKey & key ) {
+  unpark( key );
+  attempted( key, false );
+  if ( const auto status = traits_.status.members.get( key ) ) {
+    status->unprogrammedDelAll();
+  }
+}
+
+void PortProgrammingSm::explainMissingPorts( Wire::IntfId intfId, Explanation & out ) const {
+  switch ( lackOf( intfId ) ) {
+  case Lack::configuration:
+    out.say( "waiting for member ports of ", intfId, ", none published" );
+    break;
+  case Lack::members:
+    out.say( "waiting for member ports of ", intfId, ", an empty list published" );
+    break;
+  case Lack::nothing:
+    break;
+  }
+}
+
+void PortProgrammingSm::explainPorts( const IntfVlanKey & key, Explanation & out ) const {
+  const auto status = traits_.status.members.get( key );
+  if ( !status ) {
+    return;
+  }
+  if ( status->programmeds() > 0 ) {
+    out.say( "programmed on ", Members( status->programmed() ) );
+  }
+  if ( status->forceReprograms() > 0 ) {
+    out.say( "to be programmed anew on ", Members( status->forceReprogram() ) );
+  }
+  if ( status->unprogrammeds() > 0 ) {
+    out.say( "not programmed on ", Members( status->unprogrammed() ) );
+    explainRefusal( key, out );
+  }
+}
+
+void PortProgrammingSm::explainRefusal( const IntfVlanKey & key, Explanation & out ) const {
+  out.say( "hardware refused ", Times( refusal( key ) ), ", next try ", nextTry() );
 }
 
 void PortProgrammingSm::say( std::string_view text ) const {

@@ -85,6 +85,11 @@ protected:
 
   // The interface itself, or the ports of a LAG; nothing for a LAG that has none.
   std::optional< KezPortList > portsOf( Wire::IntfId intfId ) const;
+  // Says what the interface lacks to have ports.
+  void explainMissingPorts( Wire::IntfId intfId, Explanation & out ) const;
+  // Says which ports of a pair are in hardware, and which were refused.
+  void explainPorts( const IntfVlanKey & key, Explanation & out ) const;
+  void explainRefusal( const IntfVlanKey & key, Explanation & out ) const;
 
   // What comes before programming a pair's ports: it is parked no more, and `unprogram( port,
   // forceReprogram )` runs for every programmed port that is not in `ports` or, under
@@ -92,6 +97,10 @@ protected:
   template< class Unprogram >
   bool dropStalePorts( const IntfVlanKey & key, const KezPortList & ports, ForceMark forceMark,
                        Unprogram && unprogram );
+
+  // Runs `program( port )` for every port.
+  template< class Program >
+  void programPorts( const IntfVlanKey & key, const KezPortList & ports, Program && program );
 
   // Calls `create()` unless the port is programmed and unmarked, and records its answer: a port
   // that was refused is parked, and a review due; an invalid hardware id is fatal.
@@ -107,12 +116,18 @@ protected:
   template< class Remove >
   bool unprogramPort( const IntfVlanKey & key, Wire::IntfId port, Remove && remove );
 
-  void unpark( const IntfVlanKey & key );
+  // Nothing of the pair is to be tried again until an input changes.
+  void waitForInput( const IntfVlanKey & key );
   // After an unprogramming: freed hardware may do for what is parked.
   void reviewParkedAtOnce();
 
 private:
+  // What a LAG lacks to have ports.
+  enum class Lack { nothing, configuration, members };
+  Lack lackOf( Wire::IntfId intfId ) const;
+
   void park( const IntfVlanKey & key );
+  void unpark( const IntfVlanKey & key );
   bool anyParked() const { return traits_.unprogrammed.members.size() > 0; }
   void record( IntfVlanStatus & status, Wire::IntfId port, HwProgrammingStatus rc );
   void say( std::string_view text ) const;
@@ -141,6 +156,15 @@ bool PortProgrammingSm::dropStalePorts( const IntfVlanKey & key, const KezPortLi
   return dropped;
 }
 
+template< class Program >
+void PortProgrammingSm::programPorts( const IntfVlanKey & key, const KezPortList & ports,
+                                      Program && program ) {
+  for ( const auto port : ports ) {
+    program( port );
+  }
+  attempted( key, traits_.unprogrammed.members.has( key ) );
+}
+
 template< class Create >
 void PortProgrammingSm::programPort( const IntfVlanKey & key, Wire::IntfId port,
                                      Create && create ) {
@@ -159,6 +183,7 @@ void PortProgrammingSm::programPort( const IntfVlanKey & key, Wire::IntfId port,
 template< class Unprogram >
 bool PortProgrammingSm::unprogramPorts( const IntfVlanKey & key, Unprogram && unprogram ) {
   unpark( key );
+  attempted( key, false );
   const auto status = traits_.status.members.get( key );
   if ( !status ) {
     return false;

@@ -7,6 +7,7 @@
 // bookmark serves that one run.
 #pragma once
 
+#include "KezEvpn/Explain.h"
 #include "KezEvpn/StateMachine.h"
 #include "Loom/Task.h"
 #include "Loom/TaskScheduler.h"
@@ -138,7 +139,8 @@ private:
 };
 
 // A machine that programs hardware and retries what was refused from its task
-// `reviewUnprogrammed`.
+// `reviewUnprogrammed`. A key has a count in `refusal`, of its attempts that were refused in a row,
+// exactly while it waits to be tried again.
 template< class Key > class RetryingSm : public InitializedSm {
 public:
   using VexReviewUnprogrammed = ReviewTask< Key >;
@@ -146,7 +148,8 @@ public:
   VEX_ENTITY( RetryingSm, "Kez::RetryingSm", InitializedSm )
   VEX_TUNABLE( 61, defaultUnprogrammedRetryInterval, double, 5.0 ) // seconds
   VEX_OUTPUT( 62, reviewUnprogrammed, VexReviewUnprogrammed )
-  VEX_ATTRIBUTES( defaultUnprogrammedRetryInterval, reviewUnprogrammed )
+  VEX_COUNTER( 63, refusal, Key )
+  VEX_ATTRIBUTES( defaultUnprogrammedRetryInterval, reviewUnprogrammed, refusal )
 
   void reviewUnprogrammedIs( const Vex::Ptr< Loom::TaskScheduler > & scheduler,
                              Loom::TaskPriority priority, const Vex::String & name,
@@ -164,6 +167,20 @@ public:
   virtual void doReviewUnprogrammed() = 0;
 
 protected:
+  // An attempt has come to its end, or the key needs none any more.
+  void attempted( const Key & key, bool refused ) {
+    if ( refused ) {
+      refusalInc( key );
+    } else if ( refusals() > 0 ) {
+      refusalDel( key );
+    }
+  }
+
+  // The next run of the review; `otherwise` says when it will be due while none is.
+  Due nextTry( std::string_view otherwise = "when an input changes" ) const {
+    return { reviewUnprogrammed()->nextRun(), otherwise };
+  }
+
   explicit RetryingSm( Ringlog::Handle & traceHandle ) : traceHandle_( traceHandle ) {}
   ~RetryingSm() override { VexReviewUnprogrammed::drop( reviewUnprogrammed_ ); }
 

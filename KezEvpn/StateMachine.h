@@ -7,12 +7,15 @@
 // destructor drops reactors and tasks and leaves the outputs as they stand.
 //
 // `hasNotificationActiveIs` switches the notifications of all its reactors, `vexDoZombieReactors`
-// marks and unmarks all of them.
+// marks and unmarks all of them. `explain` tells an operator why something is in hardware or not.
 #pragma once
 
 #include "Vex/Attributes.h"
 
 namespace Kez {
+
+struct Subject;
+class Explanation;
 
 class StateMachine : public Vex::Entity, public Vex::ReactorOwner {
   VEX_ENTITY( StateMachine, "Kez::StateMachine" )
@@ -20,6 +23,9 @@ class StateMachine : public Vex::Entity, public Vex::ReactorOwner {
 
 public:
   static constexpr auto vexAccess = Vex::Access::readOnly;
+
+  // Says nothing of a subject that the machine has nothing to do with, nor before its start.
+  virtual void explain( const Subject &, Explanation & ) const {}
 };
 
 // A machine that starts when its host calls `handleInitialized()`: until that has set the flag,

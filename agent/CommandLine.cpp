@@ -3,7 +3,9 @@
 #include "Ringlog/Ring.h"
 #include "Rook/TableWriter.h"
 #include "Vex/Clock.h"
+#include "agent/Replay.h"
 #include "agent/Shell.h"
+#include "agent/SteppedPace.h"
 
 #include <cerrno>
 #include <cstring>
@@ -19,6 +21,7 @@ constexpr auto usage = R"(kez-agent hosts the KezEvpn machines over simulated in
 
   kez-agent run [OPTION]... FILE...   execute the lines of the files; - is standard input
   kez-agent shell [OPTION]...         execute lines as they are typed
+  kez-agent replay [OPTION]... FILE   execute a record again, with the answers that hardware gave
   kez-agent help                      this text; the command help tells about lines
   kez-agent --version
 
@@ -27,11 +30,15 @@ constexpr auto usage = R"(kez-agent hosts the KezEvpn machines over simulated in
                           the round, which kez-inspect ring FILE reads; an older ring is replaced
   --tables DIR            keep shared tables below DIR, where kez-inspect table FILE reads them;
                           without it they are private
-  --record FILE           write the session's lines to FILE, which must not be there yet
+  --record FILE           write the session's lines and what hardware answered to FILE, which
+                          must not be there yet
   --echo                  print each line before it is executed
   --clock virtual|steady  time passes by advance alone, which is the default, or by itself
 
-Exit status: 0; 1 an expectation failed; 2 a bad line of a run, a bad option or file.
+A replay goes by the record's clock and is not recorded itself.
+
+Exit status: 0; 1 an expectation failed or a replay differs; 2 a bad line of a run, a bad option or
+file.
 )";
 
 struct UsageError : std::runtime_error {
@@ -40,11 +47,12 @@ struct UsageError : std::runtime_error {
 
 struct Options {
   std::vector< std::string > files;
-  std::vector< std::string > lines; // that options stand for
+  std::string trace;
+  std::string record;
   std::string ring;
   std::string tables;
   bool echo = false;
-  bool steady = false;
+  std::optional< std::string > clock;
 };
 
 // Keeps the ring of the options mounted, if they have one.
@@ -83,8 +91,10 @@ Options parseOptions( const std::vector< std::string > & arguments ) {
     };
     if ( option == "--echo" ) {
       options.echo = true;
-    } else if ( option == "--trace" || option == "--record" ) {
-      options.lines.push_back( option.substr( 2 ) + " " + value() );
+    } else if ( option == "--trace" ) {
+      options.trace = value();
+    } else if ( option == "--record" ) {
+      options.record = value();
     } else if ( option == "--ring" ) {
       options.ring = value();
     } else if ( option == "--tables" ) {
@@ -94,7 +104,7 @@ Options parseOptions( const std::vector< std::string > & arguments ) {
       if ( clock != "virtual" && clock != "steady" ) {
         throw UsageError( "--clock: expected virtual or steady, found '" + clock + "'" );
       }
-      options.steady = clock == "steady";
+      options.clock = clock;
     } else if ( option != "-" && option.starts_with( "-" ) ) {
       throw UsageError( "expected --trace, --ring, --tables, --record, --echo or --clock, found '" +
                         option + "'" );
@@ -110,6 +120,18 @@ struct Source {
   std::unique_ptr< std::istream > file; // null for standard input
 };
 
+std::string contents( const std::string & name ) {
+  std::ifstream file( name );
+  std::stringstream text;
+  if ( file && file.peek() != std::ifstream::traits_type::eof() ) {
+    text << file.rdbuf();
+  }
+  if ( !file.is_open() || file.bad() ) {
+    throw std::runtime_error( "cannot read " + name + ": " + std::strerror( errno ) );
+  }
+  return std::move( text ).str();
+}
+
 // Files are read before the first line is executed, so that one that cannot be read is no
 // surprise halfway.
 std::vector< Source > readFiles( const std::vector< std::string > & names ) {
@@ -117,17 +139,9 @@ std::vector< Source > readFiles( const std::vector< std::string > & names ) {
   for ( const auto & name : names ) {
     if ( name == "-" ) {
       sources.push_back( { "stdin", nullptr } );
-      continue;
+    } else {
+      sources.push_back( { name, std::make_unique< std::istringstream >( contents( name ) ) } );
     }
-    std::ifstream file( name );
-    auto text = std::make_unique< std::stringstream >();
-    if ( file && file.peek() != std::ifstream::traits_type::eof() ) {
-      *text << file.rdbuf();
-    }
-    if ( !file.is_open() || file.bad() ) {
-      throw std::runtime_error( "cannot read " + name + ": " + std::strerror( errno ) );
-    }
-    sources.push_back( { name, std::move( text ) } );
   }
   return sources;
 }
@@ -150,12 +164,26 @@ public:
         }
       }
     }
-    if ( shell_.failures() ) {
-      out_ << shell_.failures() << " failed, " << shell_.expectations() << " expectations\n";
-    } else if ( shell_.expectations() ) {
-      out_ << "all " << shell_.expectations() << " expectations hold\n";
+    return verdict();
+  }
+
+  // The same. `name` is the record's.
+  int replay( Replay & replay, const std::string & name ) {
+    for ( const RecordEntry * line; ( line = replay.nextLine() ) && !replay.difference(); ) {
+      if ( !execute( std::string( line->text ), name, line->number ) ) {
+        return 2;
+      }
     }
-    return shell_.failures() ? 1 : 0;
+    shell_.catchUp();
+    if ( !replay.finished() ) {
+      out_.flush();
+      err_ << *replay.difference() << std::endl;
+      return 1;
+    }
+    const int status = verdict();
+    out_ << "replayed as recorded: " << replay.lines() << " lines, " << replay.calls()
+         << " calls of hardware\n";
+    return status;
   }
 
   void converse( const Input & input ) {
@@ -176,6 +204,15 @@ public:
   }
 
 private:
+  int verdict() {
+    if ( shell_.failures() ) {
+      out_ << shell_.failures() << " failed, " << shell_.expectations() << " expectations\n";
+    } else if ( shell_.expectations() ) {
+      out_ << "all " << shell_.expectations() << " expectations hold\n";
+    }
+    return shell_.failures() ? 1 : 0;
+  }
+
   // Whether it was a good line.
   bool execute( const std::string & line, const std::string & file, size_t number ) {
     if ( echo_ ) {
@@ -199,15 +236,69 @@ private:
   std::ostream & err_;
 };
 
-void executeOptions( Shell & shell, const Options & options ) {
-  for ( const auto & line : options.lines ) {
-    const auto option = "--" + line.substr( 0, line.find( ' ' ) );
-    try {
-      shell.execute( line, option );
-    } catch ( const BadLine & error ) {
-      throw UsageError( option + ": " + error.what() );
-    }
+void executeOption( Shell & shell, const std::string & command, const std::string & value ) {
+  if ( value.empty() ) {
+    return;
   }
+  const auto option = "--" + command;
+  try {
+    shell.execute( command + " " + value, option );
+  } catch ( const BadLine & error ) {
+    throw UsageError( option + ": " + error.what() );
+  }
+}
+
+void checkArguments( const std::string & command, const Options & options ) {
+  const auto expect = [ & ]( bool holds, const char * what ) {
+    if ( !holds ) {
+      throw UsageError( command + ": expected " + what );
+    }
+  };
+  if ( command == "run" ) {
+    expect( !options.files.empty(), "a file, or - for standard input" );
+  } else if ( command == "shell" ) {
+    expect( options.files.empty(), "no file; lines come from standard input" );
+  } else {
+    expect( options.files.size() == 1 && options.files[ 0 ] != "-", "a record, and one alone" );
+    expect( options.record.empty() && !options.clock, "neither --record nor --clock" );
+  }
+}
+
+int replay( const Options & options, std::ostream & out, std::ostream & err ) {
+  const auto & name = options.files[ 0 ];
+  Replay replay( name, std::make_unique< std::string >( contents( name ) ) );
+  Vex::Clock::virtualIs( replay.startTime() );
+  auto wiring = wire();
+  wiring.hardware->listenerIs( replay );
+  Shell shell( wiring, out, err );
+  shell.paceIs( replay );
+  executeOption( shell, "trace", options.trace );
+  return Session( shell, options.echo, out, err ).replay( replay, name );
+}
+
+int runOrConverse( const Options & options, const Input & input, std::ostream & out,
+                   std::ostream & err ) {
+  const auto sources = readFiles( options.files );
+  const bool stepped = options.clock == "steady" && !options.record.empty();
+  if ( options.clock == "steady" && !stepped ) {
+    Vex::Clock::steadyIs();
+  } else {
+    Vex::Clock::virtualIs( stepped ? SteppedPace::start() : 0 );
+  }
+  auto wiring = wire();
+  Shell shell( wiring, out, err );
+  std::optional< SteppedPace > pace;
+  if ( stepped ) {
+    shell.paceIs( pace.emplace( shell.recorder() ) );
+  }
+  executeOption( shell, "record", options.record );
+  executeOption( shell, "trace", options.trace );
+  Session session( shell, options.echo, out, err );
+  if ( !sources.empty() ) {
+    return session.run( sources, input );
+  }
+  session.converse( input );
+  return 0;
 }
 
 int dispatch( const std::vector< std::string > & arguments, const Input & input, std::ostream & out,
@@ -221,33 +312,16 @@ int dispatch( const std::vector< std::string > & arguments, const Input & input,
     out << "kez-agent " KEZ_VERSION "\n";
     return 0;
   }
-  if ( command != "run" && command != "shell" ) {
-    throw UsageError( "expected run, shell, help or --version, found " +
+  if ( command != "run" && command != "shell" && command != "replay" ) {
+    throw UsageError( "expected run, shell, replay, help or --version, found " +
                       ( command.empty() ? "nothing" : "'" + command + "'" ) );
   }
   const auto options = parseOptions( arguments );
-  if ( ( command == "run" ) == options.files.empty() ) {
-    throw UsageError( command == "run"
-                          ? "run: expected a file, or - for standard input"
-                          : "shell: expected no file; lines come from standard input" );
-  }
-  const auto sources = readFiles( options.files );
-  if ( options.steady ) {
-    Vex::Clock::steadyIs();
-  } else {
-    Vex::Clock::virtualIs( 0 );
-  }
+  checkArguments( command, options );
   const MountedRing ring( options.ring );
   const MountDirectory tables( options.tables );
-  auto wiring = wire();
-  Shell shell( wiring, out, err );
-  executeOptions( shell, options );
-  Session session( shell, options.echo, out, err );
-  if ( command == "run" ) {
-    return session.run( sources, input );
-  }
-  session.converse( input );
-  return 0;
+  return command == "replay" ? replay( options, out, err )
+                             : runOrConverse( options, input, out, err );
 }
 
 } // namespace

@@ -1,46 +1,114 @@
 #include "agent/Recorder.h"
 
-#include <filesystem>
+#include "Vex/Clock.h"
+#include "agent/RecordEntry.h"
 
 namespace Agent {
 
 void Recorder::fileIs( const Vex::String & name ) {
-  if ( std::filesystem::exists( name ) ) {
-    throw std::runtime_error( "cannot record to " + name + ": there is such a file already" );
-  }
-  std::ofstream file( name, std::ios::app );
-  if ( !file ) {
-    throw std::runtime_error( "cannot record to " + name + ": it cannot be made" );
-  }
-  file_ = std::move( file );
-  name_ = name;
+  file_ = std::make_unique< RecordFile >( name );
   for ( const auto & line : lines_ ) {
-    write( line );
+    file_->append( line );
+    file_->append( "\n" );
   }
-}
-
-void Recorder::fileDel() {
-  file_.close();
+  time_ = Vex::Clock::now();
+  latest_.clear();
+  failure_.clear();
+  entry_.clear();
+  entry_.append( entryMark );
+  entry_.append( steady_ ? steadyStart : virtualStart );
+  appendText( entry_, time_ );
+  writeEntry();
 }
 
 void Recorder::lineIs( std::string_view line ) {
   lines_.emplace_back( line );
-  if ( file_.is_open() ) {
-    write( line );
+  if ( !file_ ) {
+    return;
   }
+  if ( steady_ ) {
+    writeTime();
+  }
+  if ( failure_.empty() ) {
+    write( line );
+    write( "\n" );
+  }
+  if ( !failure_.empty() ) {
+    file_.reset();
+    throw std::runtime_error( failure_ );
+  }
+  latest_.clear();
 }
 
 void Recorder::lineDel() {
-  if ( file_.is_open() ) {
-    std::filesystem::resize_file( name_,
-                                  std::filesystem::file_size( name_ ) - lines_.back().size() - 1 );
+  if ( file_ ) {
+    file_->cut( file_->size() - lines_.back().size() - 1 );
   }
   lines_.pop_back();
 }
 
-void Recorder::write( std::string_view line ) {
-  if ( !( file_ << line << '\n' ).flush() ) {
-    throw std::runtime_error( "cannot write " + name_ );
+void Recorder::hear( SwitchCall & call ) {
+  if ( file_ ) {
+    writeTime();
+    entry_.clear();
+    entry_.append( entryMark );
+    appendText( entry_, call );
+    writeEntry();
+  }
+}
+
+void Recorder::turnIs() {
+  if ( file_ ) {
+    writeTime();
+    entry_.clear();
+    entry_.append( entryMark );
+    entry_.append( turnWord );
+    writeEntry();
+  }
+}
+
+void Recorder::yieldIs( const Vex::String & task, uint64_t run, uint64_t question ) {
+  if ( file_ ) {
+    entry_.clear();
+    entry_.append( entryMark );
+    entry_.append( yieldText( task, run, question ) );
+    writeEntry();
+  }
+}
+
+void Recorder::writeTime() {
+  if ( const double now = Vex::Clock::now(); now != time_ ) {
+    time_ = now;
+    entry_.clear();
+    entry_.append( entryMark );
+    entry_.append( timeWord );
+    appendText( entry_, now );
+    writeEntry();
+  }
+}
+
+void Recorder::writeEntry() {
+  if ( entry_.view() == latest_ ) {
+    ++times_;
+    file_->cut( latestAt_ );
+    write( entryMark );
+    write( Vex::text( times_ ) );
+    write( timesMark );
+    write( entry_.view().substr( entryMark.size() ) );
+  } else {
+    latest_ = entry_.view();
+    times_ = 1;
+    latestAt_ = file_->size();
+    write( entry_.view() );
+  }
+  write( "\n" );
+}
+
+void Recorder::write( std::string_view text ) {
+  try {
+    file_->append( text );
+  } catch ( const std::runtime_error & error ) {
+    failure_ = error.what();
   }
 }
 

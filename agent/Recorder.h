@@ -1,32 +1,51 @@
-// Keeps the lines of a session, and writes them to a file while it has one. A line is written
+// Keeps the lines of a session. While it has a file it writes them there, with what hardware is
+// called for and answers and, of a session on the steady clock, the times at which lines came and
+// turns of the scheduler ran: all that a replay takes (docs/record-format.md). A line is written
 // before it is executed, so that one that ends the process stands in the record.
 #pragma once
 
-#include "Vex/Text.h"
+#include "agent/RecordFile.h"
+#include "agent/SwitchCall.h"
 
-#include <fstream>
+#include <memory>
 #include <vector>
 
 namespace Agent {
 
-class Recorder {
+class Recorder : public SwitchListener {
 public:
-  // Writes the session's lines so far, and then each that comes. Raises std::runtime_error when
+  // Writes the session's lines so far, and then all that comes. Raises std::runtime_error when
   // there is a file of this name, or none can be made.
   void fileIs( const Vex::String & name );
-  void fileDel();
+  void fileDel() { file_.reset(); }
+  // Vex::Clock stands between the turns that it is told of.
+  void steadyIs() { steady_ = true; }
 
-  // Raises std::runtime_error when the line cannot be written.
+  // Raises std::runtime_error when the line cannot be written, or something before it.
   void lineIs( std::string_view line );
   // Takes the latest line back.
   void lineDel();
 
+  void hear( SwitchCall & call ) override;
+  void turnIs();
+  // The task's run that is under way ends since its time slice is over.
+  void yieldIs( const Vex::String & task, uint64_t run, uint64_t question );
+
 private:
-  void write( std::string_view line );
+  void writeTime();
+  // Writes entry_; one like the latest is counted there.
+  void writeEntry();
+  void write( std::string_view text );
 
   std::vector< Vex::String > lines_;
-  Vex::String name_;
-  std::ofstream file_;
+  bool steady_ = false;
+  std::unique_ptr< RecordFile > file_;
+  double time_ = 0; // that the file has told
+  Vex::TextBuffer entry_;
+  Vex::String latest_; // entry, while nothing follows it
+  size_t times_ = 0;
+  size_t latestAt_ = 0;
+  Vex::String failure_; // to write what was no line
 };
 
 } // namespace Agent

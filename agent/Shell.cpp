@@ -1,9 +1,11 @@
 #include "agent/Shell.h"
 
+#include "KezEvpn/Explain.h"
+#include "KezEvpn/StateMachine.h"
 #include "Ringlog/Setting.h"
 #include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"
-#include "agent/Loop.h"
+#include "agent/RecordEntry.h"
 #include "agent/Show.h"
 
 #include <cmath>
@@ -49,6 +51,15 @@ const std::vector< Shell::Command > & Shell::commands() {
       "  expect no evpnVlanStatus.vlanStatus[10]\n"
       "  expect evpnVlanStatus.vlanStatus count 2\n",
       &Shell::expect },
+    { "explain", "SUBJECT", "tell why something is in hardware or what it waits for",
+      "Every machine that has to do with the subject tells how it stands there. SUBJECT is one of\n"
+      "  pair INTERFACE,VLAN\n"
+      "  vlan VLAN\n"
+      "  tunnel TUNNEL\n"
+      "  path TUNNEL,LABEL,VLAN    VLAN is 0 unless the tunnel's type has a path a VLAN\n"
+      "  route LABEL\n"
+      "  explain pair Ethernet1,10\n",
+      &Shell::explain },
     { "advance", "SECONDS", "let time pass, running the tasks that fall due",
       "Tasks run at their time. On the steady clock the time is waited for.\n"
       "  advance 5\n",
@@ -65,7 +76,8 @@ const std::vector< Shell::Command > & Shell::commands() {
       &Shell::trace },
     { "record", "FILE | off", "write the lines of this session to a file",
       "FILE, which must not be there yet, gets every line that was accepted since the session\n"
-      "began, and each that comes; run again they lead to the same state.\n"
+      "began, and each that comes with what hardware answered. kez-agent replay FILE leads to\n"
+      "the same state.\n"
       "  record session.kez\n",
       &Shell::record },
     { "help", "[COMMAND | PATH]", "tell about a command, or what can stand at a path",
@@ -101,17 +113,25 @@ Shell::Shell( Wiring & wiring, std::ostream & out, std::ostream & err )
 }
 
 Shell::~Shell() {
+  recordingEnds();
   Ringlog::sinkIs( {} );
+}
+
+void Shell::paceIs( Pace & pace ) {
+  pace_ = &pace;
+  pace.schedulerIs( *wiring_.scheduler );
 }
 
 void Shell::execute( std::string_view line, const String & place ) {
   place_ = place;
   const auto text = trimmed( line );
   if ( text.empty() || text.starts_with( '#' ) ) {
-    recorder_.lineIs( text );
+    // The entries of a record that is run are none of this session's.
+    if ( !text.starts_with( entryMark ) ) {
+      lineIs( text );
+    }
     return;
   }
-  runTasks( 0 );
   inTextAt( 1, [ & ] {
     Vex::TextCursor in( line.data(), text.data() + text.size() );
     in.atIs( text.data() );
@@ -125,7 +145,8 @@ void Shell::execute( std::string_view line, const String & place ) {
       record( in );
       return;
     }
-    recorder_.lineIs( text );
+    runTasks( 0 );
+    lineIs( text );
     try {
       ( this->*found->run )( in );
     } catch ( ... ) {
@@ -133,6 +154,11 @@ void Shell::execute( std::string_view line, const String & place ) {
       throw;
     }
   } );
+}
+
+void Shell::lineIs( std::string_view text ) {
+  recorder_.lineIs( text );
+  pace_->lineIs( text );
 }
 
 void Shell::set( Vex::TextCursor & in ) {
@@ -174,7 +200,7 @@ void Shell::del( Vex::TextCursor & in ) {
 
 void Shell::show( Vex::TextCursor & in ) {
   if ( in.done() ) {
-    showOverview( out_, wiring_.roots );
+    showOverview( out_, wiring_.roots, pace_->isVirtual() );
     return;
   }
   const Path path( wiring_.roots, in );
@@ -210,6 +236,25 @@ void Shell::expect( Vex::TextCursor & in ) {
   }
 }
 
+void Shell::explain( Vex::TextCursor & in ) {
+  const auto subject = Kez::parseSubject( in );
+  Vex::expectEnd( in );
+  std::vector< std::vector< String > > rows;
+  for ( const auto & [ role, entity ] : wiring_.roots ) {
+    if ( const auto * const machine = dynamic_cast< const Kez::StateMachine * >( entity.get() ) ) {
+      Kez::Explanation explanation;
+      machine->explain( subject, explanation );
+      if ( !explanation.text().empty() ) {
+        rows.push_back( { "  " + machine->name(), String( explanation.text() ) } );
+      }
+    }
+  }
+  if ( rows.empty() ) {
+    out_ << "no machine has to do with " << Kez::text( subject ) << '\n';
+  }
+  showTable( out_, rows );
+}
+
 void Shell::check( bool holds, const Path & path, const String & expected,
                    const Reading & reading ) {
   ++expectations_;
@@ -242,7 +287,7 @@ void Shell::advance( Vex::TextCursor & in ) {
 }
 
 void Shell::runTasks( double seconds ) {
-  if ( !runUntil( *wiring_.scheduler, Vex::Clock::now() + seconds ) ) {
+  if ( !pace_->run( *wiring_.scheduler, seconds ) ) {
     reportFailure( "tasks are still ready after " + std::to_string( turnLimit ) +
                    " turns of the scheduler" );
   }
@@ -253,6 +298,7 @@ void Shell::restart( Vex::TextCursor & in ) {
   auto roots = std::move( wiring_.roots );
   wiring_ = {};
   wiring_ = wire( std::move( roots ) );
+  pace_->schedulerIs( *wiring_.scheduler );
   runTasks( 0 );
 }
 
@@ -291,13 +337,28 @@ void Shell::record( Vex::TextCursor & in ) {
     failAt( offset, "a file or off", name );
   }
   if ( name == "off" ) {
-    recorder_.fileDel();
+    recordingEnds();
     return;
+  }
+  if ( !Vex::Clock::isVirtual() ) {
+    throw BadLine( offset + 1, "expected the option --record: a session on the steady clock is "
+                               "recorded from its beginning" );
   }
   try {
     recorder_.fileIs( name );
+    if ( wiring_.hardware ) {
+      wiring_.hardware->listenerDel( recorder_ ); // of an earlier file
+      wiring_.hardware->listenerIs( recorder_ );
+    }
   } catch ( const std::runtime_error & error ) {
     throw BadLine( offset + 1, error.what() );
+  }
+}
+
+void Shell::recordingEnds() {
+  recorder_.fileDel();
+  if ( wiring_.hardware ) {
+    wiring_.hardware->listenerDel( recorder_ );
   }
 }
 

@@ -6,6 +6,7 @@
 // lives, what is traced goes to its output, in order with everything else.
 #pragma once
 
+#include "agent/Pace.h"
 #include "agent/Path.h"
 #include "agent/Recorder.h"
 #include "agent/Wiring.h"
@@ -24,6 +25,12 @@ public:
   // `place` is where the line stands, for reports: "<file>:<line>". Raises BadLine, and
   // std::runtime_error when the record cannot be written.
   void execute( std::string_view line, const Vex::String & place );
+  // Runs the tasks that are due.
+  void catchUp() { runTasks( 0 ); }
+
+  // Of the lines that are executed from now on.
+  void paceIs( Pace & pace );
+  Recorder & recorder() { return recorder_; }
 
   size_t expectations() const { return expectations_; }
   size_t failures() const { return failures_; }
@@ -34,17 +41,19 @@ private:
   static const Command * command( std::string_view name );
   static Vex::String commandNames();
 
-  void executeCommand( std::string_view text );
+  void lineIs( std::string_view text );
   void set( Vex::TextCursor & in );
   void del( Vex::TextCursor & in );
   void show( Vex::TextCursor & in );
   void expect( Vex::TextCursor & in );
+  void explain( Vex::TextCursor & in );
   void advance( Vex::TextCursor & in );
   void restart( Vex::TextCursor & in );
   void trace( Vex::TextCursor & in );
   void record( Vex::TextCursor & in );
   void help( Vex::TextCursor & in );
 
+  void recordingEnds();
   void runTasks( double seconds );
   // Counts an expectation, and reports it unless it holds.
   void check( bool holds, const Path & path, const Vex::String & expected,
@@ -55,6 +64,8 @@ private:
   std::ostream & out_;
   std::ostream & err_;
   Recorder recorder_;
+  Pace ordinaryPace_;
+  Pace * pace_ = &ordinaryPace_;
   Vex::String place_; // of the line that is executed
   size_t expectations_ = 0;
   size_t failures_ = 0;

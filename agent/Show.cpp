@@ -108,9 +108,9 @@ void showTable( std::ostream & out, const std::vector< std::vector< String > > &
   }
 }
 
-void showOverview( std::ostream & out, const Roots & roots ) {
-  out << "time " << Vex::text( Vex::Clock::now() ) << " s, "
-      << ( Vex::Clock::isVirtual() ? "virtual" : "steady" ) << '\n';
+void showOverview( std::ostream & out, const Roots & roots, bool isVirtual ) {
+  out << "time " << Vex::text( Vex::Clock::now() ) << " s, " << ( isVirtual ? "virtual" : "steady" )
+      << '\n';
   const size_t roleWidth = 10;
   size_t nameWidth = 0;
   size_t typeWidth = 0;

@@ -7,8 +7,8 @@
 
 namespace Agent {
 
-// The time and all roots, a line or two each: class and sizes of collections.
-void showOverview( std::ostream & out, const Roots & roots );
+// The time, of which kind it is, and all roots, a line or two each: class and sizes of collections.
+void showOverview( std::ostream & out, const Roots & roots, bool isVirtual );
 
 // What stands at the path: an entity or a collection as an indented tree down to the last
 // member, anything else on a line. References are named and not followed.

@@ -17,11 +17,18 @@ static_assert( std::equal( fallible.begin(), fallible.end(), vexNames( Operation
 
 } // namespace
 
-Kez::HwTunnelId HwTunnelIdPool::take() {
+Kez::HwTunnelId HwTunnelIdPool::next() const {
   // Without a released one those in use are 1 to their number.
-  const auto id = releaseds() > 0 ? releasedDeq()
-                                  : Kez::HwTunnelId( hwTunnelIdType(),
-                                                     static_cast< uint32_t >( inUses() + 1 ) );
+  return releaseds() > 0
+             ? ( *released().begin() ).value
+             : Kez::HwTunnelId( hwTunnelIdType(), static_cast< uint32_t >( inUses() + 1 ) );
+}
+
+Kez::HwTunnelId HwTunnelIdPool::take() {
+  const auto id = next();
+  if ( releaseds() > 0 ) {
+    releasedDeq();
+  }
   inUseIs( id );
   return id;
 }
@@ -42,18 +49,42 @@ bool SimulatedSwitch::refuses( Operation operation, const Vex::String & argument
   return strictness() == Strictness::refuse;
 }
 
-std::optional< Failure > SimulatedSwitch::failureOf( FallibleOperation operation, bool room ) {
+void SimulatedSwitch::decide( FallibleOperation operation, bool room, SwitchAnswer & answer ) {
   if ( const auto plan = fault( operation ); plan && plan->strikes() ) {
-    faultCountInc( operation );
+    answer.outcome = Outcome::planned;
+    answer.failure = plan->answer();
+  } else if ( !room ) {
+    answer.outcome = Outcome::full;
+    answer.failure = Failure::tableFull;
+  }
+}
+
+void SimulatedSwitch::tell( Operation operation, const Vex::String & arguments,
+                            SwitchAnswer & answer ) {
+  SwitchCall call{ operation, arguments, std::move( answer ) };
+  for ( auto * listener : listeners_ ) {
+    listener->hear( call );
+  }
+  answer = std::move( call.answer );
+}
+
+void SimulatedSwitch::count( Operation operation, Outcome outcome ) {
+  const auto fallibleOperation = static_cast< FallibleOperation >( operation );
+  switch ( outcome ) {
+  case Outcome::done:
+    successCountInc( operation );
+    break;
+  case Outcome::planned:
+    faultCountInc( fallibleOperation );
     TRACE( 2, operation, " fails as planned" );
-    return plan->answer();
-  }
-  if ( !room ) {
-    fullCountInc( operation );
+    break;
+  case Outcome::full:
+    fullCountInc( fallibleOperation );
     TRACE( 2, operation, " finds no room" );
-    return Failure::tableFull;
+    break;
+  case Outcome::refused:
+    break;
   }
-  return std::nullopt;
 }
 
 size_t SimulatedSwitch::entries( Table table ) const {

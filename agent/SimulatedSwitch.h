@@ -15,15 +15,11 @@
 #include "KezEvpn/FecRequests.h"
 #include "KezEvpn/FloodSets.h"
 #include "Wire/MplsLabel.h"
-#include "agent/FaultPlan.h"
+#include "agent/SwitchCall.h"
+
+#include <vector>
 
 namespace Agent {
-
-// The fallible operations, numbered as there, and after them those that cannot fail.
-VEX_ENUM( Operation, "Agent::Operation", createVlan, createNonDfPort, createVlanToDot1qMapping,
-          createEsiData, createEsiPortMap, getHwTunnelId, createFec, createFloodSetDest, deleteVlan,
-          deleteNonDfPort, deleteVlanToDot1qMapping, deleteEsiData, deleteEsiPortMap,
-          releaseHwTunnelId, deleteFec, deleteFloodSetDest )
 
 // The pools of hardware tunnel ids are the last, in the order of their types.
 VEX_ENUM( Table, "Agent::Table", vlan, dot1qMapping, nonDfPort, esiData, esiPortMap, fec,
@@ -59,6 +55,7 @@ class HwTunnelIdPool : public Vex::Entity {
   VEX_ATTRIBUTES( inUse, released )
 
 public:
+  Kez::HwTunnelId next() const;
   Kez::HwTunnelId take();
   void giveBack( Kez::HwTunnelId hwTunnelId );
 };
@@ -101,43 +98,74 @@ public:
     return !capacityHas( table ) || entries( table ) < capacity( table );
   }
 
+  // Of those that hear a call the later ones hear the answers of the earlier ones.
+  void listenerIs( SwitchListener & listener ) { listeners_.push_back( &listener ); }
+  void listenerDel( SwitchListener & listener ) { std::erase( listeners_, &listener ); }
+  // Those of a switch that this one takes the place of.
+  void listenersOf( const SimulatedSwitch & other ) { listeners_ = other.listeners_; }
+
   // Counts a call that adds or changes an entry; `room` is false when it adds one to a full table.
-  // The failure to answer, or none when the call is to be carried out. `arguments()` gives the
-  // call's arguments as text.
+  // The failure to answer, or none when the call is to be carried out. `arguments()` and `given()`
+  // are the texts of what the call says and of what it is given when it is carried out.
+  template< class Arguments, class Given >
+  std::optional< Failure > creation( FallibleOperation operation, bool room,
+                                     const std::optional< WrongCall > & wrong,
+                                     const Arguments & arguments, const Given & given ) {
+    const auto any = static_cast< Operation >( operation );
+    SwitchAnswer answer = begin( any, wrong, arguments );
+    if ( answer.outcome != Outcome::refused ) {
+      decide( operation, room, answer );
+    }
+    if ( !listeners_.empty() ) [[unlikely]] {
+      answer.given = given();
+      tell( any, arguments(), answer );
+    }
+    count( any, answer.outcome );
+    return answer.outcome == Outcome::done ? std::nullopt : std::optional( answer.failure );
+  }
   template< class Arguments >
   std::optional< Failure > creation( FallibleOperation operation, bool room,
                                      const std::optional< WrongCall > & wrong,
                                      const Arguments & arguments ) {
-    const auto any = static_cast< Operation >( operation );
-    callCountInc( any );
-    if ( wrong && refuses( any, arguments(), wrong->what ) ) [[unlikely]] {
-      return wrong->answer;
-    }
-    const auto failure = failureOf( operation, room );
-    if ( !failure ) {
-      successCountInc( any );
-    }
-    return failure;
+    return creation( operation, room, wrong, arguments, [] { return Vex::String(); } );
   }
 
   // The same for a call that deletes an entry: whether it is to be carried out.
   template< class Arguments >
   bool deletion( Operation operation, const std::optional< WrongCall > & wrong,
                  const Arguments & arguments ) {
-    callCountInc( operation );
-    if ( wrong && refuses( operation, arguments(), wrong->what ) ) [[unlikely]] {
-      return false;
+    SwitchAnswer answer = begin( operation, wrong, arguments );
+    if ( !listeners_.empty() ) [[unlikely]] {
+      tell( operation, arguments(), answer );
     }
-    successCountInc( operation );
-    return true;
+    count( operation, answer.outcome );
+    return answer.outcome == Outcome::done;
   }
 
 private:
+  template< class Arguments >
+  SwitchAnswer begin( Operation operation, const std::optional< WrongCall > & wrong,
+                      const Arguments & arguments ) {
+    callCountInc( operation );
+    SwitchAnswer answer;
+    if ( wrong ) [[unlikely]] {
+      answer.wrong = wrong->what;
+      answer.failure = wrong->answer;
+      if ( refuses( operation, arguments(), wrong->what ) ) {
+        answer.outcome = Outcome::refused;
+      }
+    }
+    return answer;
+  }
   // Counts a wrong call. Whether it is to be left undone.
   bool refuses( Operation operation, const Vex::String & arguments, const Vex::String & what );
-  // Of a call that is to be carried out.
-  std::optional< Failure > failureOf( FallibleOperation operation, bool room );
+  // Of a call that is not refused.
+  void decide( FallibleOperation operation, bool room, SwitchAnswer & answer );
+  void tell( Operation operation, const Vex::String & arguments, SwitchAnswer & answer );
+  void count( Operation operation, Outcome outcome );
   size_t entries( Table table ) const;
+
+  std::vector< SwitchListener * > listeners_;
 };
 
 } // namespace Agent

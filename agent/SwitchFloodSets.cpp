@@ -135,7 +135,8 @@ void SwitchFloodSets::doWork( const FecWork & work ) {
   const auto arguments = [ & ] { return Vex::text( fecId ); };
   if ( work.answer ) {
     const bool room = there || hardware.hasRoom( Table::fec );
-    if ( hardware.creation( FallibleOperation::createFec, room, std::nullopt, arguments ) ) {
+    const auto given = [ & ] { return Vex::briefText( *work.answer ); };
+    if ( hardware.creation( FallibleOperation::createFec, room, std::nullopt, arguments, given ) ) {
       auto again = work;
       again.retry = true;
       workLater( again, Vex::Clock::now() + retryInterval() );

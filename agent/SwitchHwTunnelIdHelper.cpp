@@ -10,11 +10,14 @@ Kez::HwTunnelId SwitchHwTunnelIdHelper::getHwTunnelId( Kez::HwTunnelIdType hwTun
   auto & hardware = *simulatedSwitch_;
   const auto table = static_cast< Table >( static_cast< uint32_t >( Table::hwTunnelIdTypeDefault ) +
                                            static_cast< uint32_t >( hwTunnelIdType ) );
+  const auto pool = hardware.hwTunnelIdPoolIs( hwTunnelIdType );
   const bool fails = hardware
-                         .creation( FallibleOperation::getHwTunnelId, hardware.hasRoom( table ),
-                                    std::nullopt, [ & ] { return stringValue( hwTunnelIdType ); } )
+                         .creation(
+                             FallibleOperation::getHwTunnelId, hardware.hasRoom( table ),
+                             std::nullopt, [ & ] { return stringValue( hwTunnelIdType ); },
+                             [ & ] { return Vex::briefText( pool->next() ); } )
                          .has_value();
-  const auto id = fails ? Kez::HwTunnelId() : hardware.hwTunnelIdPoolIs( hwTunnelIdType )->take();
+  const auto id = fails ? Kez::HwTunnelId() : pool->take();
   TRACE( 5, "getHwTunnelId ", hwTunnelIdType, ": ", id );
   return id;
 }

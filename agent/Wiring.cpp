@@ -32,6 +32,7 @@ Vex::Ptr< SimulatedSwitch > emptySwitch( const Vex::Ptr< const SimulatedSwitch >
     for ( const auto [ table, entries ] : earlier->capacity() ) {
       hardware->capacityIs( table, entries );
     }
+    hardware->listenersOf( *earlier );
   }
   return hardware;
 }
@@ -162,7 +163,7 @@ Wiring wire( Roots earlier ) {
   roots.rootIs( Role::machine, "esiFilteringDecapSm",
                 Kez::esiFilteringDecapSmFactory( esiFilteringDecapHelper, lfibStatus, scheduler,
                                                  lfibTrackingStatus, lfibHwStatus ) );
-  return { std::move( roots ), scheduler };
+  return { std::move( roots ), scheduler, hardware };
 }
 
 } // namespace Agent

@@ -4,16 +4,18 @@
 
 #include "Loom/TaskScheduler.h"
 #include "agent/Roots.h"
+#include "agent/SimulatedSwitch.h"
 
 namespace Agent {
 
 struct Wiring {
   Roots roots;
   Vex::Ptr< Loom::TaskScheduler > scheduler;
+  Vex::Ptr< SimulatedSwitch > hardware;
 };
 
 // With the roots of an earlier agent, which ends: over its inputs as they stand, and a switch that
-// is empty and has the same sizes.
+// is empty and has the same sizes and listeners.
 Wiring wire( Roots earlier = {} );
 
 } // namespace Agent

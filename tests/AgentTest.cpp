@@ -103,7 +103,7 @@ TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
   const std::string slot = "set rack.slot[Ethernet1,11]."; // not there: it must not be made
   const std::pair< std::string, const char * > lines[] = {
     { "sett rack",
-      "1: expected a command (set, del, show, expect, advance, restart, trace, record, "
+      "1: expected a command (set, del, show, expect, explain, advance, restart, trace, record, "
       "help), found 'sett'" },
     { "set", "4: expected a root (rack, made, ticker), found nothing" },
     { "  set rak.slot 5", "7: expected a root (rack, made, ticker), found 'rak'" },
@@ -266,7 +266,9 @@ TEST_F( AgentTest, LineThatEndsTheProcessIsInTheRecord ) {
   EXPECT_DEATH( line( "advance 9" ), "assertion failed: interval\\(\\) >= 0" );
   std::stringstream recorded;
   recorded << std::ifstream( name ).rdbuf();
-  EXPECT_EQ( recorded.str(), "set ticker.interval -1\nadvance 9\n" );
+  EXPECT_THAT( recorded.str(),
+               testing::MatchesRegex( "set ticker.interval -1\n#= record 1, virtual "
+                                      "clock at 0\nadvance 9\n+" ) );
   EXPECT_TRUE( std::filesystem::remove( name ) );
 }
 

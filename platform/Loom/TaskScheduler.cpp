@@ -53,18 +53,18 @@ bool TaskScheduler::anyReady() const {
 
 bool TaskScheduler::timeSliceOver() {
   constexpr uint64_t asksPerLook = 16; // reading the clock may cost more than a unit of work
-  if ( Vex::Clock::isVirtual() ) {
+  if ( Vex::Clock::isVirtual() && !sliceJudge_ ) {
     return false;
   }
   const auto asked = usage_.timesAsked++;
   if ( asked % asksPerLook == 0 ) {
-    const double now = Vex::Clock::now();
+    const double now = Vex::Clock::steadyNow();
     if ( asked == 0 ) {
       sliceEnd_ = now + timeSlice();
     }
     sliceOver_ = now >= sliceEnd_;
   }
-  return sliceOver_;
+  return sliceJudge_ ? sliceJudge_( *running_, asked, sliceOver_ ) : sliceOver_;
 }
 
 } // namespace Loom

@@ -23,6 +23,7 @@
 #include "Vex/Attributes.h"
 
 #include <array>
+#include <functional>
 #include <optional>
 
 namespace Loom {
@@ -49,6 +50,12 @@ public:
   // time of the wheel's first timer, which may have passed; none without either.
   std::optional< double > nextDeadline() const;
 
+  // Has the last word on whether a run's time slice is over, on virtual time too: of which task,
+  // at which of the run's questions (from 0), and whether the machine's clock says so. So that a
+  // host can keep where runs ended, and have them end there again.
+  using SliceJudge = std::function< bool( const Task & task, uint64_t question, bool over ) >;
+  void sliceJudgeIs( SliceJudge judge ) { sliceJudge_ = std::move( judge ); }
+
 private:
   friend class Task;
 
@@ -69,6 +76,7 @@ private:
   Usage usage_;
   double sliceEnd_ = 0; // this and the next are set when a run first asks
   bool sliceOver_ = false;
+  SliceJudge sliceJudge_;
 };
 
 } // namespace Loom

@@ -19,6 +19,10 @@ double Clock::now() {
   if ( virtualTime.load( std::memory_order_relaxed ) ) {
     return virtualNow.load( std::memory_order_relaxed );
   }
+  return steadyNow();
+}
+
+double Clock::steadyNow() {
   using Seconds = std::chrono::duration< double >;
   return Seconds( std::chrono::steady_clock::now().time_since_epoch() ).count();
 }

@@ -13,6 +13,8 @@ public:
   static void virtualIs( double seconds );
   static bool isVirtual();
   static void steadyIs();
+  // The machine's steady clock, also while time is virtual.
+  static double steadyNow();
 
   // Moves virtual time forward to `seconds`; an earlier time changes nothing. Fatal on the
   // steady clock.

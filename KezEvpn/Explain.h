@@ -1,0 +1,87 @@
+// Why something is in hardware or is not: what an operator asks of the machines, and their answers.
+//
+// A machine answers when it is asked, from the state that it acts on and by the decisions that it
+// acts by; an answer changes nothing and traces nothing. It is a line of clauses, empty when the
+// machine has nothing to do with the subject.
+#pragma once
+
+#include "KezEvpn/FloodSets.h"
+#include "Mpls/Lfib.h"
+
+#include <variant>
+
+namespace Kez {
+
+// An interface and VLAN, a VLAN, a tunnel, a path of flood-set destinations, or a route. Reads as a
+// word for which of them, and the key in its brief form: "pair Ethernet1,10", "vlan 10",
+// "tunnel 7", "path 7,100,0", "route 100".
+struct Subject {
+  std::variant< IntfVlanKey, Bridging::VlanId, Tunnel::TunnelTable::TunnelId, MplsFloodSetVia,
+                Mpls::RouteKey >
+      key;
+
+  // Null unless the subject is a `Key`.
+  template< class Key > const Key * get() const { return std::get_if< Key >( &key ); }
+};
+
+// Raises Vex::ParseError.
+Subject parseSubject( Vex::TextCursor & in );
+Vex::String text( const Subject & subject );
+
+class Explanation {
+public:
+  // Adds a clause.
+  template< class... Pieces > void say( const Pieces &... pieces ) {
+    text_.append( text_.view().empty() ? "" : "; " );
+    ( appendBriefText( text_, pieces ), ... );
+  }
+
+  std::string_view text() const { return text_.view(); }
+
+private:
+  Vex::TextBuffer text_;
+};
+
+// --- Pieces of clauses
+
+// When a run is due: "at once", "in 4.2 s", or `otherwise` when none is.
+struct Due {
+  std::optional< double > time;
+  std::string_view otherwise;
+};
+void appendText( Vex::TextBuffer & out, const Due & due );
+
+// So many of something: "1 port", "2 ports".
+struct Count {
+  size_t number;
+  std::string_view what;
+};
+void appendText( Vex::TextBuffer & out, const Count & count );
+
+// From 1: "once", "twice", "3 times".
+struct Times {
+  uint32_t number;
+};
+void appendText( Vex::TextBuffer & out, const Times & times );
+
+// The first few members of a set, and how many more there are.
+template< class Set > struct Members { const Set & set; };
+template< class Set > Members( const Set & ) -> Members< Set >;
+
+template< class Set > void appendText( Vex::TextBuffer & out, const Members< Set > & members ) {
+  constexpr size_t most = 8;
+  size_t number = 0;
+  for ( const auto & member : members.set ) {
+    if ( ++number <= most ) {
+      out.append( number > 1 ? ", " : "" );
+      appendBriefText( out, member );
+    }
+  }
+  if ( number > most ) {
+    out.append( " and " );
+    appendText( out, number - most );
+    out.append( " more" );
+  }
+}
+
+} // namespace Kez

@@ -1,0 +1,35 @@
+// How time passes for a session, and its lines with it. A session without a pace of another kind
+// has this one: virtual time moves from one deadline to the next, steady time is waited for.
+#pragma once
+
+#include "Loom/TaskScheduler.h"
+
+namespace Agent {
+
+// No host's work takes so many turns; what does reschedules itself for ever.
+constexpr size_t turnLimit = 1'000'000;
+
+class Pace {
+public:
+  virtual ~Pace() = default;
+
+  // Whether time passes by the session's lines alone.
+  virtual bool isVirtual() const;
+  // A scheduler that is run from now on.
+  virtual void schedulerIs( Loom::TaskScheduler & ) {}
+  // A line that is about to be executed.
+  virtual void lineIs( std::string_view ) {}
+  // Lets so many seconds pass and runs the tasks as they fall due, until none is ready. False when
+  // the turn limit is reached first.
+  virtual bool run( Loom::TaskScheduler & scheduler, double seconds );
+
+protected:
+  // The time that stands, in seconds of Vex::Clock, brought up to date where it does not move by
+  // itself.
+  virtual double now();
+  // A turn of the scheduler is about to be run.
+  virtual void turnIs() {}
+  virtual void waitUntil( double time );
+};
+
+} // namespace Agent

@@ -1,0 +1,251 @@
+// What machines tell an operator, at every stage that what they are asked about goes through. Each
+// stage is reached by input lines, and what is told is checked against the simulated switch too.
+#include "KezEvpn/Explain.h"
+#include "KezEvpn/StateMachine.h"
+#include "Vex/Clock.h"
+#include "agent/Shell.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace {
+
+struct Stage {
+  std::string lines;
+  std::string words; // of the story's machine
+};
+
+struct Story {
+  std::string subject;
+  std::string machine;
+  std::vector< Stage > stages;
+};
+
+void PrintTo( const Story & story, std::ostream * out ) {
+  *out << story.machine << ", " << story.subject;
+}
+
+const std::string segment = "evpnStatus.ethernetSegmentStatus[Port-Channel1]";
+const std::string lag = "lagConfigDir.lagConfig[Port-Channel1].member";
+const std::string broadcast = "floodSetOutput.vlanFloodSet[10].floodSet[ff:ff:ff:ff:ff:ff].destSet";
+const std::string filterVia = "lfibStatus.evpnEthernetSegmentFilterVia[evpnEthernetSegmentFilter:";
+const std::string via1 = filterVia + "1] evpnEthernetSegmentFilter:1,500,Port-Channel1\n";
+
+const std::vector< Story > stories{
+  { "pair Ethernet1,10",
+    "kezEvpnVlanMembershipSm",
+    { { "", "no EVPN member; not operational in the VLAN" },
+      { "set vlanStatusDir.vlanStatus[10].vlanPortStatus[Ethernet1] forwarding",
+        "an EVPN member; operational in the VLAN" },
+      { "set evpnStatus.encapBumFilter[Ethernet1]\n"
+        "set bridgingConfig.vlanConfig[10].intf[Ethernet2] tagged",
+        "an EVPN member; not configured in the VLAN, which decides while its BUM encapsulation is "
+        "filtered" },
+      { "set bridgingConfig.vlanConfig[10].intf[Ethernet1] tagged\n"
+        "expect evpnVlanStatus.vlanStatus[10].member[Ethernet1]",
+        "an EVPN member; configured in the VLAN, which decides while its BUM encapsulation is "
+        "filtered" } } },
+  { "vlan 10",
+    "kezEvpnVlanMembershipSm",
+    { { "", "has no EVPN members" },
+      { "set vlanStatusDir.vlanStatus[10].vlanPortStatus[Ethernet1] forwarding\n"
+        "set vlanStatusDir.vlanStatus[10].vlanPortStatus[Ethernet2] forwarding",
+        "has the EVPN members Ethernet1, Ethernet2" } } },
+  { "pair Port-Channel1,10",
+    "evpnFloodingDot1qSm",
+    { { "", "waiting for EVPN members of VLAN 10, none published" },
+      { "set vlanStatusDir.vlanStatus[10].vlanPortStatus[Ethernet9] forwarding",
+        "waiting for Port-Channel1 to be an EVPN member of VLAN 10" },
+      { "set vlanStatusDir.vlanStatus[10].vlanPortStatus[Port-Channel1] forwarding\n"
+        "del vlanStatusDir.vlanStatus[10].vlanPortStatus[Ethernet9]",
+        "waiting for the dot1q tag of VLAN 10, none published; looked at again in 1.0 s" },
+      { "advance 2\nset switch.fault[createVlan].nextCalls 2\nset evpnStatus.vlanToDot1q[10] 110\n"
+        "advance 4\nexpect no switch.vlan",
+        "waiting for VLAN 10 itself; hardware refused once, next try in 1.0 s" },
+      { "advance 1", "waiting for VLAN 10 itself; hardware refused twice, next try in 5.0 s" },
+      { "advance 5\nexpect switch.vlan[10] 110",
+        "tag 110; waiting for member ports of Port-Channel1, none published; "
+        "looked at again in 1.0 s" },
+      { "set switch.fault[createVlanToDot1qMapping].nextCalls 4\n"
+        "set " +
+            lag + "[Ethernet1] portProgRxTx\nset " + lag +
+            "[Ethernet2] portProgRxTx\n"
+            "advance 2\nexpect no switch.dot1qMapping",
+        "tag 110; not programmed on Ethernet1, Ethernet2; hardware refused once, "
+        "next try in 4.0 s" },
+      { "advance 4", "tag 110; not programmed on Ethernet1, Ethernet2; hardware "
+                     "refused twice, next try in 5.0 s" },
+      { "set switch.capacity[dot1qMapping] 1\nadvance 5\nexpect switch.dot1qMapping count 1",
+        "tag 110; programmed on Ethernet1; not programmed on Ethernet2; hardware "
+        "refused 3 times, next try in 5.0 s" },
+      { "del switch.capacity[dot1qMapping]\nadvance 5\nexpect switch.dot1qMapping count 2",
+        "tag 110; programmed on Ethernet1, Ethernet2" },
+      { "del " + lag + "[Ethernet1]",
+        "tag 110; programmed on Ethernet1, Ethernet2; to be programmed anew on "
+        "Ethernet1; looked at again in 1.0 s" } } },
+  { "vlan 10",
+    "evpnFloodingDot1qSm",
+    { { "", "waiting for the dot1q tag of VLAN 10, none published" },
+      { "set switch.fault[createVlan].nextCalls 1\nset evpnStatus.vlanToDot1q[10] 110",
+        "to be programmed with tag 110; hardware refused once, next try in 5.0 s" },
+      { "advance 5\nexpect switch.vlan[10] 110", "programmed with tag 110" } } },
+  { "pair Ethernet1,10",
+    "kezEvpnFloodFilterSm",
+    { { "", "not in the flood filter of VLAN 10" },
+      { "set switch.fault[createNonDfPort].nextCalls 1\n"
+        "set evpnStatus.evpnVlanFloodStatus[10].floodFilter[Ethernet1]",
+        "in the flood filter of VLAN 10; not programmed on Ethernet1; hardware refused once, next try in 5.0 s" },
+      { "advance 5\nexpect switch.nonDfPort count 1",
+        "in the flood filter of VLAN 10; programmed on Ethernet1" },
+      { "del evpnStatus.evpnVlanFloodStatus[10]\nexpect no switch.nonDfPort",
+        "not in the flood filter of VLAN 10" } } },
+  { "pair Port-Channel1,10",
+    "evpnFloodingEsiSm",
+    { { "", "waiting for the status of Ethernet segment Port-Channel1, none published" },
+      { "set " + segment, "waiting for the designated forwarder of VLAN 10, none published" },
+      { "set " + segment + ".designatedForwarderTep[10] DynamicTunnel0.1",
+        "waiting for the remote ESI label of TEP DynamicTunnel0.1, none published" },
+      { "set " + segment + ".remoteEsiLabel[DynamicTunnel0.1] 0:100",
+        "waiting for a usable remote ESI label of TEP DynamicTunnel0.1, 0:100 published" },
+      { "set switch.capacity[hwTunnelIdTypeDefault] 1\n"
+        "set evpnStatus.ethernetSegmentStatus[Port-Channel2].remoteEsiLabel[DynamicTunnel0.9] 2:1\n"
+        "del " +
+            segment +
+            ".remoteEsiLabel\n"
+            "del evpnStatus.ethernetSegmentStatus[Port-Channel2]\n"
+            "set evpnStatus.ethernetSegmentStatus[Port-Channel2].remoteEsiLabel[DynamicTunnel0.9] 2:1\n"
+            "set " +
+            segment + ".remoteEsiLabel[DynamicTunnel0.1] 2:100",
+        "tunnel 1, label 100; waiting for member ports of Port-Channel1, none "
+        "published; waiting for a hardware tunnel id of tunnel 1, none published" },
+      { "set " + lag +
+            "[Ethernet1] portProgRxTx\n"
+            "del evpnStatus.ethernetSegmentStatus[Port-Channel2]\nexpect no switch.esiData",
+        "tunnel 1, label 100; waiting for the local ESI label of Port-Channel1, none "
+        "published" },
+      { "set switch.fault[createEsiData].nextCalls 1\n"
+        "set evpnStatus.localEsiLabel[Port-Channel1] 2:50\nexpect no switch.esiData",
+        "tunnel 1, label 100; not programmed on Ethernet1; hardware refused once, "
+        "next try in 5.0 s" },
+      { "advance 5\nexpect switch.esiData count 1",
+        "tunnel 1, label 100; programmed on Ethernet1" } } },
+  { "tunnel 7",
+    "evpnHwTunnelIdSm",
+    { { "set switch.capacity[hwTunnelIdTypeDefault] 1\nset " + broadcast + "[mpls(,100,5)]", "" },
+      { "set " + broadcast + "[mpls(,100,7)]\nexpect evpnRemoteInfo.remoteTunnelId[7] 1",
+        "waiting for a hardware tunnel id of hwTunnelIdTypeDefault, none free once, next try when "
+        "an id is given back or a tunnel's last segment leaves it" },
+      { "set " + segment +
+            ".remoteEsiLabel[DynamicTunnel0.7] 2:100\n"
+            "expect tunnelIdHwTunnelId.tunnelIdToHwTunnelId[7] 7,0:1",
+        "used by segments Port-Channel1; has hardware tunnel id 0:1" },
+      { "set switch.capacity[hwTunnelIdTypeSharedEsi] 0\nset " + segment + ".sharedEsiLabel 200",
+        "used by segments Port-Channel1; has hardware tunnel id 0:1; has found none of "
+        "hwTunnelIdTypeSharedEsi free" },
+      { "del " + segment,
+        "has hardware tunnel id 0:1; gives it up when a segment's tunnel needs one" },
+      { "set " + segment +
+            ".remoteEsiLabel[DynamicTunnel0.8] 2:100\n"
+            "expect no tunnelIdHwTunnelId.tunnelIdToHwTunnelId[7]",
+        "gave its hardware tunnel id up to a segment's tunnel, and gets one when a segment uses it "
+        "or its count comes to be 1 again" } } },
+  { "tunnel 5",
+    "evpnRemoteInfoFinderSm",
+    { { "", "" },
+      { "set " + broadcast + "[mpls(,100,5)]", "used by 1 flood-set destination" },
+      { "set " + broadcast + "[mpls(,101,5)]", "used by 2 flood-set destinations" } } },
+  { "path 5,100,0",
+    "evpnFloodSetFecSm",
+    { { "set switchFloodSets.answerDelay 2\nset switch.capacity[hwTunnelIdTypeDefault] 0", "" },
+      { "set " + broadcast + "[mpls(,100,5)]",
+        "used by 1 flood-set destination; waiting for hardware's answer for FEC "
+        "792633534417207296, none published; its tunnel has no hardware tunnel id" },
+      { "set switch.capacity[hwTunnelIdTypeDefault] 1\n"
+        "set evpnStatus.ethernetSegmentStatus[Port-Channel1].remoteEsiLabel[DynamicTunnel0.5] 2:1\n"
+        "advance 2\nexpect switch.fec count 1",
+        "used by 1 flood-set destination; hardware answered for FEC 792633534417207296 with id 1 "
+        "on DynamicTunnel0.5" },
+      { "advance 2\nexpect switch.floodSetDest count 1\ndel " + broadcast,
+        "used by no destination any more, waiting for hardware to unprogram 1 flood set; hardware "
+        "answered for FEC 792633534417207296 with id 1 on DynamicTunnel0.5" },
+      { "advance 2\nexpect no switch.floodSetDest",
+        "keeps FEC 792633534417207296 until hardware takes its answer back" },
+      { "advance 2\nexpect no switch.fec", "" } } },
+  { "path 5,100,0",
+    "evpnVlanFloodSetSm",
+    { { "set switchFloodSets.answerDelay 2", "" },
+      { "set " + broadcast + "[mpls(,100,5)]",
+        "1 flood-set destination waiting for the hardware id of the path, none published" },
+      { "set switch.fault[createFloodSetDest].nextCalls 1\nadvance 2",
+        "1 flood-set destination waiting for hardware's answer" },
+      { "advance 2", "1 flood-set destination refused by hardware, which tries by itself" },
+      { "advance 10\nexpect switch.floodSetDest count 1",
+        "1 flood-set destination programmed" } } },
+  { "vlan 10",
+    "evpnVlanFloodSetSm",
+    { { "set switchFloodSets.answerDelay 2\nset " + broadcast + "[vxlan(10.0.0.1)]", "" },
+      { "set " + broadcast + "[mpls(,100,5)]\nadvance 10\nset " + broadcast + "[mpls(,101,5)]",
+        "1 flood-set destination programmed; 1 flood-set destination waiting for the hardware id "
+        "of the path, none published" } } },
+  { "route 100",
+    "esiFilteringDecapSm",
+    { { "", "waiting for the route, none published" },
+      { "set lfibStatus.route[100] 100,1", "waiting for a via in via set 1, none published" },
+      { "set lfibStatus.viaSet[1] 1,mpls:3", "needs no port map, its first via being mpls:3" },
+      { "set lfibStatus.viaSet[1] 1,evpnEthernetSegmentFilter:1",
+        "waiting for via evpnEthernetSegmentFilter:1, none published" },
+      { "set " + via1 +
+            "set switch.fault[createEsiPortMap].nextCalls 1\n"
+            "set lfibTrackingStatus.routeKeyBacklog[100]\nexpect no switch.esiPortMap",
+        "port map of label 500 and Port-Channel1; hardware refused once "
+        "(notProgrammed), next try in 5.0 s" },
+      { "advance 5\nexpect switch.esiPortMap[Port-Channel1] 500",
+        "port map of label 500 and Port-Channel1; programmed" },
+      { "set " + filterVia + "1] evpnEthernetSegmentFilter:1,501,Port-Channel1",
+        "port map of label 501 and Port-Channel1; programmed with label 500 and Port-Channel1" } } },
+  { "route 200",
+    "esiFilteringDecapSm",
+    { { "set " + via1 +
+            "set lfibStatus.viaSet[1] 1,evpnEthernetSegmentFilter:1\n"
+            "set lfibStatus.route[100] 100,1\nset lfibTrackingStatus.routeKeyBacklog[100]\n"
+            "set " +
+            filterVia +
+            "2] evpnEthernetSegmentFilter:2,600,Port-Channel1\n"
+            "set lfibStatus.viaSet[2] 2,evpnEthernetSegmentFilter:2\n"
+            "set lfibStatus.route[200] 200,2\nset lfibTrackingStatus.routeKeyBacklog[200]\n"
+            "expect switch.esiPortMap[Port-Channel1] 500",
+        "port map of label 600 and Port-Channel1; waiting for Port-Channel1 to be no "
+        "other route's; route 100 has it; next try in 5.0 s" },
+      { "del lfibStatus.route[100]\nset lfibTrackingStatus.routeKeyBacklog[100]\nadvance 5\n"
+        "expect switch.esiPortMap[Port-Channel1] 600",
+        "port map of label 600 and Port-Channel1; programmed" } } },
+};
+
+class ExplainTest : public testing::TestWithParam< Story > {};
+
+TEST_P( ExplainTest, EveryStageIsToldAsItIs ) {
+  Vex::Clock::virtualIs( 0 );
+  auto wiring = Agent::wire();
+  std::ostringstream out;
+  Agent::Shell shell( wiring, out, out );
+  Vex::TextCursor in( GetParam().subject );
+  const auto subject = Kez::parseSubject( in );
+  EXPECT_EQ( Kez::text( subject ), GetParam().subject );
+  const auto & root = *wiring.roots.root( GetParam().machine );
+  const auto & machine = dynamic_cast< const Kez::StateMachine & >( *root.entity );
+  for ( const auto & stage : GetParam().stages ) {
+    std::istringstream lines( stage.lines );
+    for ( std::string line; std::getline( lines, line ); ) {
+      shell.execute( line, line );
+    }
+    Kez::Explanation explanation;
+    machine.explain( subject, explanation );
+    EXPECT_EQ( explanation.text(), stage.words ) << "after\n" << stage.lines;
+  }
+  EXPECT_EQ( shell.failures(), 0u ) << out.str();
+}
+
+INSTANTIATE_TEST_SUITE_P( Stories, ExplainTest, testing::ValuesIn( stories ) );
+
+} // namespace
