@@ -391,15 +391,14 @@ void EvpnFloodingEsiSm::programEsiHelper( Wire::IntfId logicalIntfId, Wire::Intf
   VEX_ASSERT( intfVlanTunnelHas( key ) );
   const auto tunnelId = intfVlanTunnel( key );
   const auto mapping = mapped( tunnelId );
-  switch ( portLackOf( logicalIntfId, mapping.has_value() ) ) {
-  case PortLack::hwTunnelId:
+  const auto lack = portLackOf( logicalIntfId, mapping.has_value() );
+  if ( lack == PortLack::hwTunnelId ) {
     TRACE( 5, "hw tunnel id not published" );
     return;
-  case PortLack::localLabel:
+  }
+  if ( lack == PortLack::localLabel ) {
     TRACE( 5, "local label not published" );
     return;
-  case PortLack::nothing:
-    break;
   }
   const IntfVlanTunnelKey labelKey{ logicalIntfId, vlanId, tunnelId };
   VEX_ASSERT( intfVlanTunnelLabelHas( labelKey ) );
@@ -447,10 +446,6 @@ void EvpnFloodingEsiSm::forceReprogram( const IntfVlanKey & key ) {
   }
 }
 
-bool EvpnFloodingEsiSm::localEsiLabelPublished( Wire::IntfId intfId ) const {
-  return evpnStatus()->localEsiLabel( intfId ) != Evpn::EncapTypeLabel();
-}
-
 // --- What an operator is told
 
 void EvpnFloodingEsiSm::explain( const Subject & subject, Explanation & out ) const {
@@ -493,15 +488,11 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
   const auto tunnelId = srTeOrDynamicTunnelIntfIdToTunnelId( dfTepIntfId );
   out.say( "tunnel ", tunnelId, ", label ", remoteLabel.mplsLabel() );
   explainMissingPorts( key.intfId, out );
-  switch ( portLackOf( key.intfId, mapped( tunnelId ).has_value() ) ) {
-  case PortLack::hwTunnelId:
+  const auto portLack = portLackOf( key.intfId, mapped( tunnelId ).has_value() );
+  if ( portLack == PortLack::hwTunnelId ) {
     out.say( "waiting for a hardware tunnel id of tunnel ", tunnelId, ", none published" );
-    break;
-  case PortLack::localLabel:
+  } else if ( portLack == PortLack::localLabel ) {
     out.say( "waiting for the local ESI label of ", key.intfId, ", none published" );
-    break;
-  case PortLack::nothing:
-    break;
   }
 }
 
