@@ -284,7 +284,7 @@ void EsiFilteringDecapSm::explain( const Subject & subject, Explanation & out ) 
   const bool upToDate = explainProgrammed( *routeKey, decision, out );
   const bool waits = explainWait( *routeKey, decision, out );
   if ( lfibTrackingStatus()->routeKeyBacklogHas( *routeKey ) ) {
-    out.say( "in the backlog, next run ", Due( reviewRouteKeyBacklog()->nextRun(), "later" ) );
+    out.say( "in the backlog, next run ", Due{ reviewRouteKeyBacklog()->nextRun(), "later" } );
   } else if ( !upToDate && !waits ) {
     out.say( "not looked at before it comes into the backlog" );
   }
@@ -336,7 +336,7 @@ bool EsiFilteringDecapSm::explainWait( const RouteKey & routeKey, const Decision
   }
   if ( waiting->returnCode != LfibHwProgrammingReturnCode::conflict ) {
     out.say( "hardware refused ",
-             refusalHas( routeKey ) ? Vex::text( Times( refusal( routeKey ) ) )
+             refusalHas( routeKey ) ? Vex::text( Times{ refusal( routeKey ) } )
                                     : "before the start",
              " (", waiting->returnCode, ")" );
   } else if ( decision.lack == Lack::nothing && intfRouteHas( decision.via.intfId ) ) {

@@ -475,7 +475,7 @@ void EvpnFloodingDot1qSm::explainPair( const IntfVlanKey & key, Explanation & ou
     explainRefusal( key, out );
   }
   if ( intfVlanQueueHas( key ) ) {
-    out.say( "next look ", Due( reviewIntfVlan()->nextRun(), "when an input changes" ) );
+    out.say( "next look ", Due{ reviewIntfVlan()->nextRun(), "when an input changes" } );
   }
 }
 

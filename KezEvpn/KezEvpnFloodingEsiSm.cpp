@@ -458,7 +458,7 @@ void EvpnFloodingEsiSm::explain( const Subject & subject, Explanation & out ) co
     explainRefusal( *pair, out );
   } else if ( const auto * const tunnelId = subject.get< TunnelId >() ) {
     if ( const auto intfVlans = tunnelIntfVlanSet( *tunnelId ) ) {
-      out.say( "leads to the designated forwarder of ", Members( intfVlans->intfVlan() ) );
+      out.say( "leads to the designated forwarder of ", Members{ intfVlans->intfVlan() } );
     }
   }
 }

@@ -405,7 +405,7 @@ void EvpnHwTunnelIdSm::explain( const Subject & subject, Explanation & out ) con
   }
   const bool used = usedBySegment( *tunnelId );
   if ( used ) {
-    out.say( "used by segments ", Members( tunnelInfo( *tunnelId )->intfId() ) );
+    out.say( "used by segments ", Members{ tunnelInfo( *tunnelId )->intfId() } );
   }
   if ( const auto record =
            tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( *tunnelId ) ) {
@@ -419,7 +419,7 @@ void EvpnHwTunnelIdSm::explain( const Subject & subject, Explanation & out ) con
     out.say( "waited for a hardware tunnel id; nothing uses it any more" );
   } else if ( unprogrammedTunnelHas( *tunnelId ) ) {
     out.say( "waiting for a ", nameOf( neededType( *tunnelId ) ),
-             " hardware tunnel id, none was free, tried ", Times( refusal( *tunnelId ) ),
+             " hardware tunnel id, none was free, tried ", Times{ refusal( *tunnelId ) },
              ", next try ",
              nextTry( "when an id is given back or a tunnel's last segment leaves it" ) );
   } else if ( isWanted( *tunnelId ) ) {

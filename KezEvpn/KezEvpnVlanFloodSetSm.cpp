@@ -258,7 +258,7 @@ void EvpnVlanFloodSetSm::explain( const Subject & subject, Explanation & out ) c
   }
   const auto say = [ & ]( size_t number, std::string_view what ) {
     if ( number > 0 ) {
-      out.say( Count( number, "flood-set destination" ), what );
+      out.say( Count{ number, "flood-set destination" }, what );
     }
   };
   say( tally.programmed, " programmed" );

@@ -177,7 +177,7 @@ void KezEvpnVlanMembershipSm::explain( const Subject & subject, Explanation & ou
     explainPair( *pair, out );
   } else if ( const auto * const vlanId = subject.get< Bridging::VlanId >() ) {
     if ( const auto memberInfo = evpnVlanStatus()->vlanStatus( *vlanId ) ) {
-      out.say( "has the EVPN members ", Members( memberInfo->member() ) );
+      out.say( "has the EVPN members ", Members{ memberInfo->member() } );
     } else {
       out.say( "has no EVPN members" );
     }

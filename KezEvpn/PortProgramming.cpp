@@ -159,7 +159,7 @@ void PortProgrammingSm::explainPorts( const IntfVlanKey & key, Explanation & out
   }
   const auto say = [ & ]( std::string_view what, const auto & ports ) {
     if ( ports.begin() != ports.end() ) {
-      out.say( what, Members( ports ) );
+      out.say( what, Members{ ports } );
     }
   };
   say( "programmed on ", asWanted );
@@ -167,13 +167,13 @@ void PortProgrammingSm::explainPorts( const IntfVlanKey & key, Explanation & out
   say( "still programmed, though it is no port of it any more, on ", stale );
   if ( status->unprogrammeds() > 0 ) {
     out.say( anew.empty() ? "not programmed on " : "not programmed anew on ",
-             Members( status->unprogrammed() ) );
+             Members{ status->unprogrammed() } );
   }
 }
 
 void PortProgrammingSm::explainRefusal( const IntfVlanKey & key, Explanation & out ) const {
   if ( refusalHas( key ) ) {
-    out.say( "hardware refused ", Times( refusal( key ) ), ", next try ", nextTry() );
+    out.say( "hardware refused ", Times{ refusal( key ) }, ", next try ", nextTry() );
   }
 }
 
