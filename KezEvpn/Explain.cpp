@@ -26,6 +26,17 @@ bool readKey( std::string_view word, Vex::TextCursor & in, Subject & subject ) {
   }
 }
 
+void check( const Vex::TextCursor & in, IntfVlanKey & pair ) {
+  if ( pair.intfId == Wire::IntfId() ) {
+    in.fail( "an interface and a VLAN, separated by a comma" );
+  }
+}
+// Whose path is the same for all VLANs may be asked of with any.
+void check( const Vex::TextCursor &, MplsFloodSetVia & path ) {
+  path = mplsFloodSetVia( path.tunnelId, path.label, path.vlanId.value() );
+}
+template< class Key > void check( const Vex::TextCursor &, Key & ) {}
+
 } // namespace
 
 Subject parseSubject( Vex::TextCursor & in ) {
@@ -37,6 +48,7 @@ Subject parseSubject( Vex::TextCursor & in ) {
     in.fail( "pair, vlan, tunnel, path or route" );
   }
   in = ahead;
+  std::visit( [ & ]( auto & key ) { check( in, key ); }, subject.key );
   return subject;
 }
 
@@ -54,17 +66,20 @@ void appendText( Vex::TextBuffer & out, const Due & due ) {
     return;
   }
   // Tenths of a second, rounded up: what is not due yet is not said to be.
-  const auto tenths =
-      static_cast< uint64_t >( std::ceil( std::max( 0.0, *due.time - Vex::Clock::now() ) * 10 ) );
+  constexpr double noise = 1e-6;
+  constexpr double most = 1e15;
+  const auto tenths = static_cast< uint64_t >(
+      std::ceil( std::clamp( ( *due.time - Vex::Clock::now() ) * 10 - noise, 0.0, most ) ) );
   if ( tenths == 0 ) {
     out.append( "at once" );
-    return;
+  } else {
+    out.append( "in " );
+    appendText( out, tenths / 10 );
+    out.append( '.' );
+    appendText( out, tenths % 10 );
+    out.append( " s" );
   }
-  out.append( "in " );
-  appendText( out, tenths / 10 );
-  out.append( '.' );
-  appendText( out, tenths % 10 );
-  out.append( " s" );
+  out.append( due.orLater ? " or in a later run" : "" );
 }
 
 void appendText( Vex::TextBuffer & out, const Count & count ) {

@@ -44,10 +44,12 @@ private:
 
 // --- Pieces of clauses
 
-// When a run is due: "at once", "in 4.2 s", or `otherwise` when none is.
+// When a run is due: "at once", "in 4.2 s", or `otherwise` when none is. One that others of the
+// line take part in first may leave it to the next.
 struct Due {
   std::optional< double > time;
   std::string_view otherwise;
+  bool orLater = false;
 };
 void appendText( Vex::TextBuffer & out, const Due & due );
 

@@ -177,8 +177,16 @@ void EsiFilteringDecapSm::processRouteKey( const RouteKey & routeKey ) {
     createEsiFilterVia( routeKey, decision.via );
     break;
   }
-  attempted( routeKey, lfibHwStatus()->unprogrammedRoutes() > 0 &&
-                           lfibHwStatus()->unprogrammedRouteHas( routeKey ) );
+  attempted( routeKey, waitsForHardware( routeKey ) );
+}
+
+// What waits for another route's interface was not refused by hardware.
+bool EsiFilteringDecapSm::waitsForHardware( const RouteKey & routeKey ) const {
+  if ( lfibHwStatus()->unprogrammedRoutes() == 0 ) {
+    return false;
+  }
+  const auto waiting = lfibHwStatus()->unprogrammedRouteTable().safeRecord( routeKey );
+  return waiting && waiting->returnCode != LfibHwProgrammingReturnCode::conflict;
 }
 
 void EsiFilteringDecapSm::createEsiFilterVia( const RouteKey & routeKey,
@@ -271,14 +279,18 @@ void EsiFilteringDecapSm::explain( const Subject & subject, Explanation & out ) 
   if ( !routeKey ) {
     return;
   }
-  explainRoute( *routeKey, out );
+  const auto decision = decide( *routeKey );
+  explainLack( decision, out );
+  const bool upToDate = explainProgrammed( *routeKey, decision, out );
+  const bool waits = explainWait( *routeKey, decision, out );
   if ( lfibTrackingStatus()->routeKeyBacklogHas( *routeKey ) ) {
-    out.say( "in the backlog, looked at ", Due( reviewRouteKeyBacklog()->nextRun(), "later" ) );
+    out.say( "in the backlog, next run ", Due{ reviewRouteKeyBacklog()->nextRun(), "later" } );
+  } else if ( !upToDate && !waits ) {
+    out.say( "not looked at before it comes into the backlog" );
   }
 }
 
-void EsiFilteringDecapSm::explainRoute( const RouteKey & routeKey, Explanation & out ) const {
-  const auto decision = decide( routeKey );
+void EsiFilteringDecapSm::explainLack( const Decision & decision, Explanation & out ) const {
   switch ( decision.lack ) {
   case Lack::route:
     out.say( "waiting for the route, none published" );
@@ -296,25 +308,45 @@ void EsiFilteringDecapSm::explainRoute( const RouteKey & routeKey, Explanation &
     out.say( "port map of label ", decision.via.label, " and ", decision.via.intfId );
     break;
   }
-  if ( routeEsiFilterViaHas( routeKey ) ) {
-    const auto via = routeEsiFilterVia( routeKey );
-    if ( via == decision.via ) {
-      out.say( "programmed" );
-    } else {
-      out.say( "programmed with label ", via.label, " and ", via.intfId );
-    }
+}
+
+// Whether what is programmed is what the inputs say.
+bool EsiFilteringDecapSm::explainProgrammed( const RouteKey & routeKey, const Decision & decision,
+                                             Explanation & out ) const {
+  if ( !routeEsiFilterViaHas( routeKey ) ) {
+    return decision.lack != Lack::nothing;
   }
+  const auto via = routeEsiFilterVia( routeKey );
+  if ( decision.lack == Lack::nothing && via == decision.via ) {
+    out.say( "programmed" );
+    return true;
+  }
+  const bool keeps = decision.lack == Lack::filterViaType;
+  out.say( keeps ? "keeps" : "programmed is", " the port map of label ", via.label, " and ",
+           via.intfId );
+  return keeps;
+}
+
+// Whether the route waits for its next try.
+bool EsiFilteringDecapSm::explainWait( const RouteKey & routeKey, const Decision & decision,
+                                       Explanation & out ) const {
   const auto waiting = lfibHwStatus()->unprogrammedRouteTable().safeRecord( routeKey );
-  if ( waiting && waiting->returnCode == LfibHwProgrammingReturnCode::conflict ) {
-    out.say( "waiting for ", decision.via.intfId, " to be no other route's" );
-    if ( intfRouteHas( decision.via.intfId ) ) {
-      out.say( "route ", intfRoute( decision.via.intfId ), " has it" );
-    }
-    out.say( "next try ", nextTry() );
-  } else if ( waiting ) {
-    out.say( "hardware refused ", Times( refusal( routeKey ) ), " (", waiting->returnCode,
-             "), next try ", nextTry() );
+  if ( !waiting ) {
+    return false;
   }
+  if ( waiting->returnCode != LfibHwProgrammingReturnCode::conflict ) {
+    out.say( "hardware refused ",
+             refusalHas( routeKey ) ? Vex::text( Times{ refusal( routeKey ) } )
+                                    : "before the start",
+             " (", waiting->returnCode, ")" );
+  } else if ( decision.lack == Lack::nothing && intfRouteHas( decision.via.intfId ) ) {
+    out.say( "waiting for route ", intfRoute( decision.via.intfId ), " to give up ",
+             decision.via.intfId );
+  } else {
+    out.say( "another route had its interface when it was last tried" );
+  }
+  out.say( "next try ", nextTry() );
+  return true;
 }
 
 } // namespace Kez

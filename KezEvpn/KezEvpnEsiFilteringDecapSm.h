@@ -86,7 +86,12 @@ private:
     Mpls::LfibEvpnEthernetSegmentFilterVia via;
   };
   Decision decide( const Mpls::RouteKey & routeKey ) const;
-  void explainRoute( const Mpls::RouteKey & routeKey, Explanation & out ) const;
+  bool waitsForHardware( const Mpls::RouteKey & routeKey ) const;
+  void explainLack( const Decision & decision, Explanation & out ) const;
+  bool explainProgrammed( const Mpls::RouteKey & routeKey, const Decision & decision,
+                          Explanation & out ) const;
+  bool explainWait( const Mpls::RouteKey & routeKey, const Decision & decision,
+                    Explanation & out ) const;
 
   void reviewRouteKeyBacklogIs( const Vex::Ptr< Loom::TaskScheduler > & scheduler,
                                 Loom::TaskPriority priority, const Vex::String & name );

@@ -221,6 +221,7 @@ void KezEvpnFloodFilterSm::explain( const Subject & subject, Explanation & out )
     out.say( "not in the flood filter of VLAN ", pair->vlanId );
   }
   explainPorts( *pair, out );
+  explainRefusal( *pair, out );
 }
 
 } // namespace Kez

@@ -358,7 +358,7 @@ void EvpnFloodSetFecSm::explain( const Subject & subject, Explanation & out ) co
     explainPath( *via, out );
   } else if ( const auto * const tunnelId = subject.get< Tunnel::TunnelTable::TunnelId >() ) {
     if ( const auto tunnelInfo = tunnelInfoCache( *tunnelId ) ) {
-      out.say( "has paths ", Members( tunnelInfo->mplsFloodSetViaSet() ) );
+      out.say( "has paths ", Members{ tunnelInfo->mplsFloodSetViaSet() } );
     }
   }
 }
@@ -367,11 +367,11 @@ void EvpnFloodSetFecSm::explainPath( const MplsFloodSetVia & via, Explanation & 
   switch ( useOf( via ) ) {
   case Use::destinations:
     out.say( "used by ",
-             Count( floodSetEntryCache( via )->vlanMacDestSets(), "flood-set destination" ) );
+             Count{ floodSetEntryCache( via )->vlanMacDestSets(), "flood-set destination" } );
     break;
   case Use::hardware:
     out.say( "used by no destination any more, waiting for hardware to unprogram ",
-             Count( floodSetStatusCache( via )->statuss(), "flood set" ) );
+             Count{ floodSetStatusCache( via )->statuss(), "flood set" } );
     break;
   case Use::none:
     break;

@@ -445,7 +445,8 @@ void EvpnFloodingDot1qSm::explain( const Subject & subject, Explanation & out ) 
 }
 
 void EvpnFloodingDot1qSm::explainPair( const IntfVlanKey & key, Explanation & out ) const {
-  switch ( lackOf( key ) ) {
+  const auto lack = lackOf( key );
+  switch ( lack ) {
   case Lack::vlanStatus:
     out.say( "waiting for EVPN members of VLAN ", key.vlanId, ", none published" );
     break;
@@ -456,7 +457,7 @@ void EvpnFloodingDot1qSm::explainPair( const IntfVlanKey & key, Explanation & ou
     out.say( "waiting for the dot1q tag of VLAN ", key.vlanId, ", none published" );
     break;
   case Lack::vlan:
-    out.say( "waiting for VLAN ", key.vlanId, " itself" );
+    out.say( "waiting for VLAN ", key.vlanId, " to be created in hardware" );
     explainRefusal( vlanLevelKey( key.vlanId ), out );
     break;
   case Lack::nothing:
@@ -464,9 +465,17 @@ void EvpnFloodingDot1qSm::explainPair( const IntfVlanKey & key, Explanation & ou
     explainMissingPorts( key.intfId, out );
     break;
   }
+  const bool asWanted =
+      lack == Lack::nothing && intfVlanDot1q( key ) == dot1qTagForVlan( key.vlanId );
+  if ( intfVlanDot1qHas( key ) && !asWanted ) {
+    out.say( "mapped to tag ", intfVlanDot1q( key ), " till then" );
+  }
   explainPorts( key, out );
+  if ( lack == Lack::nothing ) {
+    explainRefusal( key, out );
+  }
   if ( intfVlanQueueHas( key ) ) {
-    out.say( "looked at again ", Due( reviewIntfVlan()->nextRun(), "when an input changes" ) );
+    out.say( "next look ", Due{ reviewIntfVlan()->nextRun(), "when an input changes" } );
   }
 }
 

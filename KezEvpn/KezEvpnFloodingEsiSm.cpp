@@ -391,15 +391,14 @@ void EvpnFloodingEsiSm::programEsiHelper( Wire::IntfId logicalIntfId, Wire::Intf
   VEX_ASSERT( intfVlanTunnelHas( key ) );
   const auto tunnelId = intfVlanTunnel( key );
   const auto mapping = mapped( tunnelId );
-  switch ( portLackOf( logicalIntfId, mapping.has_value() ) ) {
-  case PortLack::hwTunnelId:
+  const auto lack = portLackOf( logicalIntfId, mapping.has_value() );
+  if ( lack == PortLack::hwTunnelId ) {
     TRACE( 5, "hw tunnel id not published" );
     return;
-  case PortLack::localLabel:
+  }
+  if ( lack == PortLack::localLabel ) {
     TRACE( 5, "local label not published" );
     return;
-  case PortLack::nothing:
-    break;
   }
   const IntfVlanTunnelKey labelKey{ logicalIntfId, vlanId, tunnelId };
   VEX_ASSERT( intfVlanTunnelLabelHas( labelKey ) );
@@ -447,10 +446,6 @@ void EvpnFloodingEsiSm::forceReprogram( const IntfVlanKey & key ) {
   }
 }
 
-bool EvpnFloodingEsiSm::localEsiLabelPublished( Wire::IntfId intfId ) const {
-  return evpnStatus()->localEsiLabel( intfId ) != Evpn::EncapTypeLabel();
-}
-
 // --- What an operator is told
 
 void EvpnFloodingEsiSm::explain( const Subject & subject, Explanation & out ) const {
@@ -460,9 +455,10 @@ void EvpnFloodingEsiSm::explain( const Subject & subject, Explanation & out ) co
   if ( const auto * const pair = subject.get< IntfVlanKey >() ) {
     explainPair( *pair, out );
     explainPorts( *pair, out );
+    explainRefusal( *pair, out );
   } else if ( const auto * const tunnelId = subject.get< TunnelId >() ) {
     if ( const auto intfVlans = tunnelIntfVlanSet( *tunnelId ) ) {
-      out.say( "leads to the designated forwarder of ", Members( intfVlans->intfVlan() ) );
+      out.say( "leads to the designated forwarder of ", Members{ intfVlans->intfVlan() } );
     }
   }
 }
@@ -471,7 +467,7 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
   const auto [ lack, dfTepIntfId, remoteLabel ] = decide( key );
   switch ( lack ) {
   case Lack::segment:
-    out.say( "waiting for the status of Ethernet segment ", key.intfId, ", none published" );
+    out.say( key.intfId, " is no Ethernet segment, no status of it published" );
     return;
   case Lack::designatedForwarder:
     out.say( "waiting for the designated forwarder of VLAN ", key.vlanId, ", none published" );
@@ -480,8 +476,11 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
     out.say( "waiting for the remote ESI label of TEP ", dfTepIntfId, ", none published" );
     return;
   case Lack::usableLabel:
-    out.say( "waiting for a usable remote ESI label of TEP ", dfTepIntfId, ", ", remoteLabel,
-             " published" );
+    out.say( "waiting for a remote ESI label of TEP ", dfTepIntfId,
+             " of the right encapsulation type, ", remoteLabel, " published" );
+    if ( intfVlanTunnelLabelHas( { key.intfId, key.vlanId, intfVlanTunnel( key ) } ) ) {
+      out.say( "what is programmed stays till then" );
+    }
     return;
   case Lack::nothing:
     break;
@@ -489,15 +488,11 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
   const auto tunnelId = srTeOrDynamicTunnelIntfIdToTunnelId( dfTepIntfId );
   out.say( "tunnel ", tunnelId, ", label ", remoteLabel.mplsLabel() );
   explainMissingPorts( key.intfId, out );
-  switch ( portLackOf( key.intfId, mapped( tunnelId ).has_value() ) ) {
-  case PortLack::hwTunnelId:
+  const auto portLack = portLackOf( key.intfId, mapped( tunnelId ).has_value() );
+  if ( portLack == PortLack::hwTunnelId ) {
     out.say( "waiting for a hardware tunnel id of tunnel ", tunnelId, ", none published" );
-    break;
-  case PortLack::localLabel:
+  } else if ( portLack == PortLack::localLabel ) {
     out.say( "waiting for the local ESI label of ", key.intfId, ", none published" );
-    break;
-  case PortLack::nothing:
-    break;
   }
 }
 

@@ -127,7 +127,9 @@ private:
   std::optional< TunnelIdToHwTunnelId > mapped( TunnelId tunnelId ) const {
     return tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( tunnelId );
   }
-  bool localEsiLabelPublished( Wire::IntfId intfId ) const;
+  bool localEsiLabelPublished( Wire::IntfId intfId ) const {
+    return evpnStatus()->localEsiLabel( intfId ) != Evpn::EncapTypeLabel();
+  }
 
   VexEvpnStatus evpnStatusReactor_;
   VexTunnelIdHwTunnelId tunnelIdHwTunnelIdReactor_;

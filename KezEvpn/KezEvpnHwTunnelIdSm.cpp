@@ -383,7 +383,7 @@ void EvpnHwTunnelIdSm::doReviewUnprogrammed() {
   task->review(
       unprogrammedTunnel(),
       [ this ]( TunnelId tunnelId ) {
-        if ( usedBySegment( tunnelId ) || remoteInfo()->remoteTunnelIdHas( tunnelId ) ) {
+        if ( isWanted( tunnelId ) ) {
           publishHwTunnelId( tunnelId );
         } else {
           unpark( tunnelId );
@@ -394,6 +394,10 @@ void EvpnHwTunnelIdSm::doReviewUnprogrammed() {
 
 // --- What an operator is told
 
+static std::string_view nameOf( HwTunnelIdType type ) {
+  return type == hwTunnelIdTypeDefault ? "default" : "shared-ESI or default";
+}
+
 void EvpnHwTunnelIdSm::explain( const Subject & subject, Explanation & out ) const {
   const auto * const tunnelId = subject.get< TunnelId >();
   if ( !initialized() || !tunnelId ) {
@@ -401,24 +405,26 @@ void EvpnHwTunnelIdSm::explain( const Subject & subject, Explanation & out ) con
   }
   const bool used = usedBySegment( *tunnelId );
   if ( used ) {
-    out.say( "used by segments ", Members( tunnelInfo( *tunnelId )->intfId() ) );
+    out.say( "used by segments ", Members{ tunnelInfo( *tunnelId )->intfId() } );
   }
   if ( const auto record =
            tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( *tunnelId ) ) {
     out.say( "has hardware tunnel id ", record->hwTunnelId );
-    if ( record->hwTunnelId.hwTunnelIdType() != neededType( *tunnelId ) ) {
-      out.say( "has found none of ", neededType( *tunnelId ), " free" );
-    }
     if ( !used ) {
       out.say( "gives it up when a segment's tunnel needs one" );
+    } else if ( record->hwTunnelId.hwTunnelIdType() != neededType( *tunnelId ) ) {
+      out.say( "found no shared-ESI id free when its segments changed" );
     }
+  } else if ( unprogrammedTunnelHas( *tunnelId ) && !isWanted( *tunnelId ) ) {
+    out.say( "waited for a hardware tunnel id; nothing uses it any more" );
   } else if ( unprogrammedTunnelHas( *tunnelId ) ) {
-    out.say( "waiting for a hardware tunnel id of ", neededType( *tunnelId ), ", none free ",
-             Times( refusal( *tunnelId ) ), ", next try ",
+    out.say( "waiting for a ", nameOf( neededType( *tunnelId ) ),
+             " hardware tunnel id, none was free, tried ", Times{ refusal( *tunnelId ) },
+             ", next try ",
              nextTry( "when an id is given back or a tunnel's last segment leaves it" ) );
-  } else if ( remoteInfo()->remoteTunnelIdHas( *tunnelId ) ) {
+  } else if ( isWanted( *tunnelId ) ) {
     out.say( "gave its hardware tunnel id up to a segment's tunnel, and gets one when a segment "
-             "uses it or its count comes to be 1 again" );
+             "or a first flood-set destination uses it again" );
   }
 }
 

@@ -107,6 +107,9 @@ public:
 
 private:
   bool usedBySegment( TunnelId tunnelId ) const { return tunnelInfoHas( tunnelId ); }
+  bool isWanted( TunnelId tunnelId ) const {
+    return usedBySegment( tunnelId ) || remoteInfo()->remoteTunnelIdHas( tunnelId );
+  }
   bool labelled( Wire::IntfId esIntfId, TunnelId tunnelId ) const;
   bool sharedEsiLabelConfigured( Wire::IntfId esIntfId ) const;
   HwTunnelIdType neededType( TunnelId tunnelId ) const;

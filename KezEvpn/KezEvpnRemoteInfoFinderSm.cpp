@@ -81,7 +81,7 @@ void EvpnRemoteInfoFinderSm::explain( const Subject & subject, Explanation & out
   const auto * const tunnelId = subject.get< TunnelId >();
   if ( tunnelId && remoteInfo()->remoteTunnelIdHas( *tunnelId ) ) {
     out.say( "used by ",
-             Count( remoteInfo()->remoteTunnelId( *tunnelId ), "flood-set destination" ) );
+             Count{ remoteInfo()->remoteTunnelId( *tunnelId ), "flood-set destination" } );
   }
 }
 

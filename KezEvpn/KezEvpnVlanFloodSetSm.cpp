@@ -258,18 +258,20 @@ void EvpnVlanFloodSetSm::explain( const Subject & subject, Explanation & out ) c
   }
   const auto say = [ & ]( size_t number, std::string_view what ) {
     if ( number > 0 ) {
-      out.say( Count( number, "flood-set destination" ), what );
+      out.say( Count{ number, "flood-set destination" }, what );
     }
   };
   say( tally.programmed, " programmed" );
   say( tally.refused, " refused by hardware, which tries by itself" );
   say( tally.unanswered, " waiting for hardware's answer" );
   say( tally.withoutHwId, " waiting for the hardware id of the path, none published" );
+  say( tally.withoutTunnel, " of no valid tunnel, which is not supported" );
 }
 
 void EvpnVlanFloodSetSm::count( const VlanMacDest & vmd, Tally & tally ) const {
   if ( !mplsDestHwConfigHas( vmd ) ) {
-    ++tally.withoutHwId;
+    const bool isTunnel = destMplsTunnelId( vmd.dest ) != TunnelId::invalid();
+    ++( isTunnel ? tally.withoutHwId : tally.withoutTunnel );
     return;
   }
   const auto config = mplsDestHwConfig( vmd );

@@ -71,6 +71,7 @@ private:
     size_t refused = 0;
     size_t unanswered = 0;
     size_t withoutHwId = 0;
+    size_t withoutTunnel = 0;
   };
   void count( const VlanMacDest & vmd, Tally & tally ) const;
 

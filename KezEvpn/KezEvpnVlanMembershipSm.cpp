@@ -93,7 +93,7 @@ void KezEvpnVlanMembershipSm::processIntfVlan( Wire::IntfId intfId, Bridging::Vl
   } else {
     removeIntfVlanFromEvpnVlanStatus( intfId, vlanId );
   }
-  if ( configured ) {
+  if ( isConfigured( intfId, vlanId ) ) {
     intfVlanConfigSetIs( intfId )->vlanIdIs( vlanId, true );
   } else if ( const auto vlans = intfVlanConfigSet( intfId ) ) {
     vlans->vlanIdDel( vlanId );
@@ -177,7 +177,7 @@ void KezEvpnVlanMembershipSm::explain( const Subject & subject, Explanation & ou
     explainPair( *pair, out );
   } else if ( const auto * const vlanId = subject.get< Bridging::VlanId >() ) {
     if ( const auto memberInfo = evpnVlanStatus()->vlanStatus( *vlanId ) ) {
-      out.say( "has the EVPN members ", Members( memberInfo->member() ) );
+      out.say( "has the EVPN members ", Members{ memberInfo->member() } );
     } else {
       out.say( "has no EVPN members" );
     }
@@ -193,6 +193,9 @@ void KezEvpnVlanMembershipSm::explainPair( const IntfVlanKey & key, Explanation 
   } else {
     out.say( isConfigured( key.intfId, key.vlanId ) ? "" : "not ",
              "configured in the VLAN, which decides while its BUM encapsulation is filtered" );
+  }
+  if ( member != isToBeMember( key.intfId, key.vlanId ) ) {
+    out.say( "decided anew when its port status or configuration in the VLAN changes" );
   }
 }
 

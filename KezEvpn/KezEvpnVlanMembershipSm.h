@@ -87,6 +87,10 @@ public:
 private:
   bool isConfigured( Wire::IntfId intfId, Bridging::VlanId vlanId ) const;
   bool isOperational( Wire::IntfId intfId, Bridging::VlanId vlanId ) const;
+  bool isToBeMember( Wire::IntfId intfId, Bridging::VlanId vlanId ) const {
+    return evpnStatus()->encapBumFilterHas( intfId ) ? isConfigured( intfId, vlanId )
+                                                     : isOperational( intfId, vlanId );
+  }
   void explainPair( const IntfVlanKey & key, Explanation & out ) const;
 
   VexBridgingConfig bridgingConfigReactor_;

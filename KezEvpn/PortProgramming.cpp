@@ -148,20 +148,33 @@ void PortProgrammingSm::explainPorts( const IntfVlanKey & key, Explanation & out
   if ( !status ) {
     return;
   }
-  if ( status->programmeds() > 0 ) {
-    out.say( "programmed on ", Members( status->programmed() ) );
+  std::vector< Wire::IntfId > asWanted;
+  std::vector< Wire::IntfId > anew;
+  std::vector< Wire::IntfId > stale;
+  for ( const auto port : status->programmed() ) {
+    const bool isPort = isLag( key.intfId )
+                            ? evpnLagMemberInfo()->lagToPort( key.intfId ).portHas( port )
+                            : port == key.intfId;
+    ( !isPort ? stale : status->forceReprogramHas( port ) ? anew : asWanted ).push_back( port );
   }
-  if ( status->forceReprograms() > 0 ) {
-    out.say( "to be programmed anew on ", Members( status->forceReprogram() ) );
-  }
+  const auto say = [ & ]( std::string_view what, const auto & ports ) {
+    if ( ports.begin() != ports.end() ) {
+      out.say( what, Members{ ports } );
+    }
+  };
+  say( "programmed on ", asWanted );
+  say( "to be programmed anew, and as before till then, on ", anew );
+  say( "still programmed, though it is no port of it any more, on ", stale );
   if ( status->unprogrammeds() > 0 ) {
-    out.say( "not programmed on ", Members( status->unprogrammed() ) );
-    explainRefusal( key, out );
+    out.say( anew.empty() ? "not programmed on " : "not programmed anew on ",
+             Members{ status->unprogrammed() } );
   }
 }
 
 void PortProgrammingSm::explainRefusal( const IntfVlanKey & key, Explanation & out ) const {
-  out.say( "hardware refused ", Times( refusal( key ) ), ", next try ", nextTry() );
+  if ( refusalHas( key ) ) {
+    out.say( "hardware refused ", Times{ refusal( key ) }, ", next try ", nextTry() );
+  }
 }
 
 void PortProgrammingSm::say( std::string_view text ) const {

@@ -87,8 +87,9 @@ protected:
   std::optional< KezPortList > portsOf( Wire::IntfId intfId ) const;
   // Says what the interface lacks to have ports.
   void explainMissingPorts( Wire::IntfId intfId, Explanation & out ) const;
-  // Says which ports of a pair are in hardware, and which were refused.
+  // Says which ports of a pair are in hardware, and which are not.
   void explainPorts( const IntfVlanKey & key, Explanation & out ) const;
+  // Says how often hardware refused what is parked.
   void explainRefusal( const IntfVlanKey & key, Explanation & out ) const;
 
   // What comes before programming a pair's ports: it is parked no more, and `unprogram( port,

@@ -139,8 +139,8 @@ private:
 };
 
 // A machine that programs hardware and retries what was refused from its task
-// `reviewUnprogrammed`. A key has a count in `refusal`, of its attempts that were refused in a row,
-// exactly while it waits to be tried again.
+// `reviewUnprogrammed`. While a key waits for that, `refusal` counts how many of its attempts were
+// refused in a row since the machine started.
 template< class Key > class RetryingSm : public InitializedSm {
 public:
   using VexReviewUnprogrammed = ReviewTask< Key >;
@@ -178,7 +178,8 @@ protected:
 
   // The next run of the review; `otherwise` says when it will be due while none is.
   Due nextTry( std::string_view otherwise = "when an input changes" ) const {
-    return { reviewUnprogrammed()->nextRun(), otherwise };
+    const auto task = reviewUnprogrammed();
+    return { task->nextRun(), otherwise, task->bookmark().has_value() };
   }
 
   explicit RetryingSm( Ringlog::Handle & traceHandle ) : traceHandle_( traceHandle ) {}

@@ -118,6 +118,9 @@ private:
   SharedArray< Locked< Record > > slots_;
 };
 
+constexpr int64_t few = 1 << 16;
+constexpr int64_t many = 1 << 20;
+
 // Rounds are over a part of the keys, the next one each time: short enough to fit into the time
 // slices of a busy machine.
 constexpr size_t roundKeys = 4096;
@@ -222,6 +225,23 @@ private:
   pid_t child_;
 };
 
+// Of a round's look-ups, in ticks: the 99th percentile and the longest.
+struct Latency {
+  double p99;
+  double longest;
+};
+template< class Find > Latency latencyOf( const Find & find, std::span< const uint64_t > round ) {
+  std::vector< uint64_t > ticks;
+  for ( const uint64_t key : round ) {
+    const auto start = Ringlog::ticks();
+    find( key );
+    ticks.push_back( Ringlog::ticks() - start );
+  }
+  std::sort( ticks.begin(), ticks.end() );
+  return { static_cast< double >( ticks[ round.size() * 99 / 100 ] ),
+           static_cast< double >( ticks.back() ) };
+}
+
 // The middle of the rounds' ratios of the 99th percentiles stands beside that of the whole times.
 template< class Record > void lookUp( benchmark::State & state ) {
   Tables< Record > all( state.range( 0 ) );
@@ -236,22 +256,11 @@ template< class Record > void lookUp( benchmark::State & state ) {
     Record record;
     sum += all.floor.find( key, record ) ? record.value : 0;
   };
-  const auto p99 = [ & ]( const auto & find, std::span< const uint64_t > round ) {
-    std::vector< uint64_t > ticks;
-    for ( const uint64_t key : round ) {
-      const auto start = Ringlog::ticks();
-      find( key );
-      ticks.push_back( Ringlog::ticks() - start );
-    }
-    const auto at = ticks.begin() + roundKeys * 99 / 100;
-    std::nth_element( ticks.begin(), at, ticks.end() );
-    return static_cast< double >( *at );
-  };
   // The 99th percentile is of the round before the one that is timed as a whole.
   const auto rounds = [ & ]( auto target, const auto & find, std::vector< double > & p99s ) {
     return [ &, target, rounds = Rounds( keys ) ]() mutable {
       writer.writeTo( target );
-      p99s.push_back( p99( find, rounds.next() ) );
+      p99s.push_back( latencyOf( find, rounds.next() ).p99 );
       return [ &, round = rounds.next() ] {
         for ( const uint64_t key : round ) {
           find( key );
@@ -264,6 +273,43 @@ template< class Record > void lookUp( benchmark::State & state ) {
   Bench::compareWith( state, roundKeys, { "ratio" }, rounds( writer.table, inTable, tableP99s ),
                       rounds( writer.floor, inFloor, floorP99s ) );
   state.counters[ "p99_ratio" ] = Bench::median( tableP99s ) / Bench::median( floorP99s );
+  benchmark::DoNotOptimize( sum );
+}
+
+// Look-ups of a few records while the writer inserts many more and removes them, so that the table
+// grows and its index is made anew, against the same while the writer is stopped wherever it is.
+// The longest ones are the middle of the rounds'.
+template< class Record > void lookUpInGrowth( benchmark::State & state ) {
+  Tables< Record > all( few );
+  const pid_t writer = fork();
+  if ( writer == 0 ) {
+    while ( true ) {
+      for ( uint64_t key = 0; key < many; ++key ) {
+        all.table.put( recordOf< Record >( key, 1 ) );
+      }
+      for ( uint64_t key = 0; key < many; ++key ) {
+        all.table.del( key );
+      }
+    }
+  }
+  const Rook::Reader< &Record::key > reader( all.path );
+  uint64_t sum = 0;
+  Rounds rounds( all.keys );
+  std::vector< double > p99s[ 2 ];
+  std::vector< double > longest[ 2 ];
+  for ( auto _ : state ) {
+    for ( const bool growing : { false, true } ) {
+      kill( writer, growing ? SIGCONT : SIGSTOP );
+      const auto latency =
+          latencyOf( [ & ]( uint64_t key ) { sum += reader.record( key )->value; }, rounds.next() );
+      p99s[ growing ].push_back( latency.p99 );
+      longest[ growing ].push_back( latency.longest );
+    }
+  }
+  kill( writer, SIGKILL );
+  waitpid( writer, nullptr, 0 );
+  state.counters[ "p99_ratio" ] = Bench::median( p99s[ 1 ] ) / Bench::median( p99s[ 0 ] );
+  state.counters[ "longest_ratio" ] = Bench::median( longest[ 1 ] ) / Bench::median( longest[ 0 ] );
   benchmark::DoNotOptimize( sum );
 }
 
@@ -295,14 +341,12 @@ template< class Record > void walk( benchmark::State & state ) {
   Bench::compare( state, static_cast< double >( all.keys.size() ), subject, floor );
 }
 
-constexpr int64_t few = 1 << 16;
-constexpr int64_t many = 1 << 20;
-
 BENCHMARK( put< Small > )->Arg( few )->Arg( many )->UseManualTime();
 BENCHMARK( put< Large > )->Arg( few )->Arg( many )->UseManualTime();
 // Records, and whether the writer is busy.
 BENCHMARK( lookUp< Small > )->ArgsProduct( { { few, many }, { 0, 1 } } )->UseManualTime();
 BENCHMARK( lookUp< Large > )->ArgsProduct( { { few, many }, { 0, 1 } } )->UseManualTime();
+BENCHMARK( lookUpInGrowth< Small > );
 BENCHMARK( walk< Small > )->Arg( few )->Arg( many )->UseManualTime();
 BENCHMARK( walk< Large > )->Arg( few )->Arg( many )->UseManualTime();
 

@@ -21,7 +21,7 @@ bool isLeftOut( const std::string & line ) {
 
 extern "C" int LLVMFuzzerTestOneInput( const uint8_t * data, size_t size ) {
   Vex::Clock::virtualIs( 0 );
-  const auto wiring = Agent::wire();
+  auto wiring = Agent::wire();
   std::ostringstream out;
   Agent::Shell shell( wiring, out, out );
   std::istringstream lines( std::string( reinterpret_cast< const char * >( data ), size ) );

@@ -189,7 +189,7 @@ void addLines( const Vex::Entity & entity, const String & path, Lines & lines ) 
         }
       } );
     } else if ( const auto value = attribute->value( entity ); !value.empty() ) {
-      lines.push_back( "set " + at + " " + value );
+      lines.push_back( ( "set " + at ).append( " " ).append( value ) );
     }
   }
 }

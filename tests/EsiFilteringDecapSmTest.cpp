@@ -334,11 +334,7 @@ TEST_F( EsiFilteringDecapSmTest, DamagedRecordIsToldOfAndReadsAsNone ) {
   start();
   filterRoute( 1, 500, eth1 );
   EXPECT_TRUE( settle() );
-  {
-    std::fstream file( directory.path( "damaged/route" ), std::ios::in | std::ios::out );
-    file.seekp( 3 * 4096 + 8 + 24 + 4 ); // the via set's id, in the second cell
-    file.put( 7 );
-  }
+  RookTest::poke( directory.path( "damaged/route" ), RookTest::recordOffset + 4, 7 );
   tracking->routeKeyBacklogIs( RouteKey( 1 ) );
   EXPECT_TRUE( settle() );
   EXPECT_THAT( told, testing::HasSubstr( "the record in slot 0 is damaged" ) );

@@ -332,12 +332,7 @@ TEST_F( EvpnHwTunnelIdSmTest, DamagedRecordIsFatal ) {
   mapping = Kez::tunnelIdToHwTunnelIdMappingFactory( "damaged" );
   start( 1, 0 );
   count( 5, 1 );
-  {
-    std::fstream file( directory.path( "damaged/tunnelIdToHwTunnelId" ),
-                       std::ios::in | std::ios::out );
-    file.seekp( 3 * 4096 + 16 + 24 + 8 ); // the hardware tunnel id, in the second cell
-    file.put( 7 );
-  }
+  RookTest::poke( directory.path( "damaged/tunnelIdToHwTunnelId" ), RookTest::recordOffset + 8, 7 );
   EXPECT_DEATH( label( es1, 5 ), "slot 0 is damaged.*KezBaseHelper:[0-9]+: assertion failed: 0" );
 }
 

@@ -41,7 +41,7 @@ const std::vector< Story > stories{
       { "set evpnStatus.encapBumFilter[Ethernet1]\n"
         "set bridgingConfig.vlanConfig[10].intf[Ethernet2] tagged",
         "an EVPN member; not configured in the VLAN, which decides while its BUM encapsulation is "
-        "filtered" },
+        "filtered; decided anew when its port status or configuration in the VLAN changes" },
       { "set bridgingConfig.vlanConfig[10].intf[Ethernet1] tagged\n"
         "expect evpnVlanStatus.vlanStatus[10].member[Ethernet1]",
         "an EVPN member; configured in the VLAN, which decides while its BUM encapsulation is "
@@ -59,14 +59,16 @@ const std::vector< Story > stories{
         "waiting for Port-Channel1 to be an EVPN member of VLAN 10" },
       { "set vlanStatusDir.vlanStatus[10].vlanPortStatus[Port-Channel1] forwarding\n"
         "del vlanStatusDir.vlanStatus[10].vlanPortStatus[Ethernet9]",
-        "waiting for the dot1q tag of VLAN 10, none published; looked at again in 1.0 s" },
+        "waiting for the dot1q tag of VLAN 10, none published; next look in 1.0 s" },
       { "advance 2\nset switch.fault[createVlan].nextCalls 2\nset evpnStatus.vlanToDot1q[10] 110\n"
         "advance 4\nexpect no switch.vlan",
-        "waiting for VLAN 10 itself; hardware refused once, next try in 1.0 s" },
-      { "advance 1", "waiting for VLAN 10 itself; hardware refused twice, next try in 5.0 s" },
+        "waiting for VLAN 10 to be created in hardware; hardware refused once, next try in 1.0 s" },
+      { "advance 1",
+        "waiting for VLAN 10 to be created in hardware; hardware refused twice, next try in 5.0 "
+        "s" },
       { "advance 5\nexpect switch.vlan[10] 110",
         "tag 110; waiting for member ports of Port-Channel1, none published; "
-        "looked at again in 1.0 s" },
+        "next look in 1.0 s" },
       { "set switch.fault[createVlanToDot1qMapping].nextCalls 4\n"
         "set " +
             lag + "[Ethernet1] portProgRxTx\nset " + lag +
@@ -82,8 +84,16 @@ const std::vector< Story > stories{
       { "del switch.capacity[dot1qMapping]\nadvance 5\nexpect switch.dot1qMapping count 2",
         "tag 110; programmed on Ethernet1, Ethernet2" },
       { "del " + lag + "[Ethernet1]",
-        "tag 110; programmed on Ethernet1, Ethernet2; to be programmed anew on "
-        "Ethernet1; looked at again in 1.0 s" } } },
+        "tag 110; programmed on Ethernet2; still programmed, though it is no port of it any more, "
+        "on "
+        "Ethernet1; next look in 1.0 s" },
+      { "advance 2\nset switch.capacity[dot1qMapping] 1\nset " + lag +
+            "[Ethernet1] portProgRxTx\n"
+            "advance 2\nset switch.fault[createVlan].nextCalls 2\nset evpnStatus.vlanToDot1q[10] "
+            "120\n"
+            "advance 6.2\nexpect switch.dot1qMapping[Port-Channel1,Ethernet2,10] 110",
+        "waiting for VLAN 10 to be created in hardware; hardware refused twice, next try in 2.8 s; "
+        "mapped to tag 110 till then; programmed on Ethernet2; not programmed on Ethernet1" } } },
   { "vlan 10",
     "evpnFloodingDot1qSm",
     { { "", "waiting for the dot1q tag of VLAN 10, none published" },
@@ -95,26 +105,29 @@ const std::vector< Story > stories{
     { { "", "not in the flood filter of VLAN 10" },
       { "set switch.fault[createNonDfPort].nextCalls 1\n"
         "set evpnStatus.evpnVlanFloodStatus[10].floodFilter[Ethernet1]",
-        "in the flood filter of VLAN 10; not programmed on Ethernet1; hardware refused once, next try in 5.0 s" },
+        "in the flood filter of VLAN 10; not programmed on Ethernet1; hardware refused once, next "
+        "try in 5.0 s" },
       { "advance 5\nexpect switch.nonDfPort count 1",
         "in the flood filter of VLAN 10; programmed on Ethernet1" },
       { "del evpnStatus.evpnVlanFloodStatus[10]\nexpect no switch.nonDfPort",
         "not in the flood filter of VLAN 10" } } },
   { "pair Port-Channel1,10",
     "evpnFloodingEsiSm",
-    { { "", "waiting for the status of Ethernet segment Port-Channel1, none published" },
+    { { "", "Port-Channel1 is no Ethernet segment, no status of it published" },
       { "set " + segment, "waiting for the designated forwarder of VLAN 10, none published" },
       { "set " + segment + ".designatedForwarderTep[10] DynamicTunnel0.1",
         "waiting for the remote ESI label of TEP DynamicTunnel0.1, none published" },
       { "set " + segment + ".remoteEsiLabel[DynamicTunnel0.1] 0:100",
-        "waiting for a usable remote ESI label of TEP DynamicTunnel0.1, 0:100 published" },
+        "waiting for a remote ESI label of TEP DynamicTunnel0.1 of the right encapsulation type, "
+        "0:100 published" },
       { "set switch.capacity[hwTunnelIdTypeDefault] 1\n"
         "set evpnStatus.ethernetSegmentStatus[Port-Channel2].remoteEsiLabel[DynamicTunnel0.9] 2:1\n"
         "del " +
             segment +
             ".remoteEsiLabel\n"
             "del evpnStatus.ethernetSegmentStatus[Port-Channel2]\n"
-            "set evpnStatus.ethernetSegmentStatus[Port-Channel2].remoteEsiLabel[DynamicTunnel0.9] 2:1\n"
+            "set evpnStatus.ethernetSegmentStatus[Port-Channel2].remoteEsiLabel[DynamicTunnel0.9] "
+            "2:1\n"
             "set " +
             segment + ".remoteEsiLabel[DynamicTunnel0.1] 2:100",
         "tunnel 1, label 100; waiting for member ports of Port-Channel1, none "
@@ -129,27 +142,42 @@ const std::vector< Story > stories{
         "tunnel 1, label 100; not programmed on Ethernet1; hardware refused once, "
         "next try in 5.0 s" },
       { "advance 5\nexpect switch.esiData count 1",
-        "tunnel 1, label 100; programmed on Ethernet1" } } },
+        "tunnel 1, label 100; programmed on Ethernet1" },
+      { "set floodingHelper.updateSupportedOnCreateEsiData 1\n"
+        "set switch.fault[createEsiData].nextCalls 1\n"
+        "set " +
+            segment + ".remoteEsiLabel[DynamicTunnel0.1] 2:101\nexpect switch.esiData count 1",
+        "tunnel 1, label 101; to be programmed anew, and as before till then, on Ethernet1; not "
+        "programmed anew on Ethernet1; hardware refused once, next try in 5.0 s" },
+      { "advance 5\nset " + segment + ".remoteEsiLabel[DynamicTunnel0.1] 0:200",
+        "waiting for a remote ESI label of TEP DynamicTunnel0.1 of the right encapsulation type, "
+        "0:200 "
+        "published; what is programmed stays till then; programmed on Ethernet1" } } },
   { "tunnel 7",
     "evpnHwTunnelIdSm",
     { { "set switch.capacity[hwTunnelIdTypeDefault] 1\nset " + broadcast + "[mpls(,100,5)]", "" },
       { "set " + broadcast + "[mpls(,100,7)]\nexpect evpnRemoteInfo.remoteTunnelId[7] 1",
-        "waiting for a hardware tunnel id of hwTunnelIdTypeDefault, none free once, next try when "
-        "an id is given back or a tunnel's last segment leaves it" },
+        "waiting for a default hardware tunnel id, none was free, tried once, next try when an id "
+        "is given back or a tunnel's last segment leaves it" },
       { "set " + segment +
             ".remoteEsiLabel[DynamicTunnel0.7] 2:100\n"
             "expect tunnelIdHwTunnelId.tunnelIdToHwTunnelId[7] 7,0:1",
         "used by segments Port-Channel1; has hardware tunnel id 0:1" },
       { "set switch.capacity[hwTunnelIdTypeSharedEsi] 0\nset " + segment + ".sharedEsiLabel 200",
-        "used by segments Port-Channel1; has hardware tunnel id 0:1; has found none of "
-        "hwTunnelIdTypeSharedEsi free" },
+        "used by segments Port-Channel1; has hardware tunnel id 0:1; found no shared-ESI id free "
+        "when its segments changed" },
       { "del " + segment,
         "has hardware tunnel id 0:1; gives it up when a segment's tunnel needs one" },
       { "set " + segment +
             ".remoteEsiLabel[DynamicTunnel0.8] 2:100\n"
             "expect no tunnelIdHwTunnelId.tunnelIdToHwTunnelId[7]",
-        "gave its hardware tunnel id up to a segment's tunnel, and gets one when a segment uses it "
-        "or its count comes to be 1 again" } } },
+        "gave its hardware tunnel id up to a segment's tunnel, and gets one when a segment or a "
+        "first flood-set destination uses it again" } } },
+  { "tunnel 9",
+    "evpnHwTunnelIdSm",
+    { { "set switch.capacity[hwTunnelIdTypeDefault] 1\nset " + broadcast + "[mpls(,100,5)]\nset " +
+            broadcast + "[mpls(,100,9)]\ndel " + broadcast + "[mpls(,100,9)]",
+        "waited for a hardware tunnel id; nothing uses it any more" } } },
   { "tunnel 5",
     "evpnRemoteInfoFinderSm",
     { { "", "" },
@@ -195,15 +223,21 @@ const std::vector< Story > stories{
       { "set lfibStatus.viaSet[1] 1,mpls:3", "needs no port map, its first via being mpls:3" },
       { "set lfibStatus.viaSet[1] 1,evpnEthernetSegmentFilter:1",
         "waiting for via evpnEthernetSegmentFilter:1, none published" },
-      { "set " + via1 +
-            "set switch.fault[createEsiPortMap].nextCalls 1\n"
-            "set lfibTrackingStatus.routeKeyBacklog[100]\nexpect no switch.esiPortMap",
-        "port map of label 500 and Port-Channel1; hardware refused once "
-        "(notProgrammed), next try in 5.0 s" },
+      { "set " + via1 + "expect no switch.esiPortMap",
+        "port map of label 500 and Port-Channel1; not looked at before it comes into the backlog" },
+      { "set switch.fault[createEsiPortMap].nextCalls 1\n"
+        "set lfibTrackingStatus.routeKeyBacklog[100]\nexpect no switch.esiPortMap",
+        "port map of label 500 and Port-Channel1; hardware refused once (notProgrammed); next try "
+        "in 5.0 s" },
       { "advance 5\nexpect switch.esiPortMap[Port-Channel1] 500",
         "port map of label 500 and Port-Channel1; programmed" },
       { "set " + filterVia + "1] evpnEthernetSegmentFilter:1,501,Port-Channel1",
-        "port map of label 501 and Port-Channel1; programmed with label 500 and Port-Channel1" } } },
+        "port map of label 501 and Port-Channel1; programmed is the port map of label 500 and "
+        "Port-Channel1; not looked at before it comes into the backlog" },
+      { "set lfibStatus.viaSet[1] 1,mpls:3\nset lfibTrackingStatus.routeKeyBacklog[100]\n"
+        "expect switch.esiPortMap[Port-Channel1] 500",
+        "needs no port map, its first via being mpls:3; keeps the port map of label 500 and "
+        "Port-Channel1" } } },
   { "route 200",
     "esiFilteringDecapSm",
     { { "set " + via1 +
@@ -215,10 +249,15 @@ const std::vector< Story > stories{
             "set lfibStatus.viaSet[2] 2,evpnEthernetSegmentFilter:2\n"
             "set lfibStatus.route[200] 200,2\nset lfibTrackingStatus.routeKeyBacklog[200]\n"
             "expect switch.esiPortMap[Port-Channel1] 500",
-        "port map of label 600 and Port-Channel1; waiting for Port-Channel1 to be no "
-        "other route's; route 100 has it; next try in 5.0 s" },
-      { "del lfibStatus.route[100]\nset lfibTrackingStatus.routeKeyBacklog[100]\nadvance 5\n"
-        "expect switch.esiPortMap[Port-Channel1] 600",
+        "port map of label 600 and Port-Channel1; waiting for route 100 to give up Port-Channel1; "
+        "next try in 5.0 s" },
+      { "advance 10\ndel lfibStatus.route[100]\nset lfibTrackingStatus.routeKeyBacklog[100]",
+        "port map of label 600 and Port-Channel1; another route had its interface when it was last "
+        "tried; next try in 5.0 s" },
+      { "set switch.fault[createEsiPortMap].nextCalls 1\nadvance 5",
+        "port map of label 600 and Port-Channel1; hardware refused once (notProgrammed); next try "
+        "in 5.0 s" },
+      { "advance 5\nexpect switch.esiPortMap[Port-Channel1] 600",
         "port map of label 600 and Port-Channel1; programmed" } } },
 };
 
@@ -244,6 +283,19 @@ TEST_P( ExplainTest, EveryStageIsToldAsItIs ) {
     EXPECT_EQ( explanation.text(), stage.words ) << "after\n" << stage.lines;
   }
   EXPECT_EQ( shell.failures(), 0u ) << out.str();
+}
+
+TEST( ExplainSubjectTest, ReadsWhatIsAskedOfAndRefusesTheRest ) {
+  const auto read = []( std::string_view text ) {
+    Vex::TextCursor in( text );
+    return Kez::text( Kez::parseSubject( in ) );
+  };
+  EXPECT_EQ( read( "path 5,100,10" ), "path 5,100,0" ); // the same for every VLAN
+  EXPECT_EQ( read( "path 246290604621830,100,10" ), "path 246290604621830,100,10" );
+  for ( const auto * bad :
+        { "", "pear Ethernet1,10", "pair ,10", "pair Ethernet1,4095", "vlan" } ) {
+    EXPECT_THROW( read( bad ), Vex::ParseError ) << bad;
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P( Stories, ExplainTest, testing::ValuesIn( stories ) );

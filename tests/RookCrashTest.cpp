@@ -26,6 +26,10 @@ struct Journal {
   std::atomic< uint64_t > walks;
 };
 
+} // namespace
+
+namespace RookTest {
+
 struct Life {
   uint64_t key = 0;
   uint64_t write = 0;
@@ -35,6 +39,13 @@ struct Life {
   Life( uint64_t key, uint64_t write, uint64_t birth )
       : Life( key, write, birth, Vex::foldWord( Vex::foldWord( key + 1, write ), birth ) ) {}
 };
+
+} // namespace RookTest
+
+namespace {
+
+using RookTest::Life;
+
 using LifeTable = Rook::Table< &Life::key >;
 using LifeReader = Rook::Reader< &Life::key >;
 

@@ -158,7 +158,7 @@ TEST( Rook, SaysWhyATableIsRefused ) {
   const auto size = std::to_string( whole.size() );
   for ( const auto & [ content, message ] : {
             Case{ "a text of somebody's", "is no table: expected it to begin with ROOKTBL" },
-            Case{ changed( 8, 9 ), "has layout version 9, expected 1" },
+            Case{ changed( 8, 9 ), "has layout version 9, expected 2" },
             Case{ changed( 40, 'x' ), "is damaged: its header has not the checksum it says" },
             Case{ whole.substr( 0, 100 ),
                   "is cut short: it has 100 bytes, expected at least 4096" },
@@ -224,9 +224,8 @@ TEST( Rook, NoticesFlippedBits ) {
     // A free slot may be the damaged one.
     ASSERT_TRUE( left == 0 || left + 1 == 0 ) << left;
   };
-  const size_t slots = 3 * 4096;
-  const size_t end = ( slots + 41 * 72 ) * 8;
-  for ( size_t bit = 0; bit< end; bit += bit / 8 > 4096 && bit / 8 < slots ? 23 : 7 ) {
+  const size_t end = ( slotsOffset + 41 * 40 ) * 8;
+  for ( size_t bit = 0; bit< end; bit += bit / 8 > 4096 && bit / 8 < slotsOffset ? 23 : 7 ) {
     flip( bit );
     try {
       check();
@@ -244,11 +243,7 @@ TEST( Rook, DamageEndsAWriterThatMeetsIt ) {
   EntryTable table;
   table.mount( "table" );
   table.put( Entry( 1, 2 ) );
-  {
-    std::fstream file( directory.path( "table" ), std::ios::in | std::ios::out );
-    file.seekp( 3 * 4096 + 24 + 24 + 8 ); // the value, in the second cell
-    file.put( 7 );
-  }
+  poke( directory.path( "table" ), recordOffset + 8, 7 ); // the value
   EXPECT_THROW( (void)table.record( 1 ), Rook::Corruption );
   std::string told;
   table.corruptionHandlerIs( [ & ]( const auto & corruption ) { told = corruption.what(); } );
@@ -263,6 +258,39 @@ TEST( Rook, DamageEndsAWriterThatMeetsIt ) {
   EXPECT_THAT( messageOf< Rook::Corruption >( [ & ] { table.mount( "table" ); } ),
                HasSubstr( "the record in slot 0 is damaged" ) );
   EXPECT_DEATH( table.put( Entry( 1, 3 ) ), "assertion failed: writable\\(\\)" );
+}
+
+// As a writer leaves it that is killed while it copies a record in place.
+TEST( Rook, StagedRecordsStandAndAreFinishedByTheNextWriter ) {
+  const MountDirectory directory;
+  const auto path = directory.path( "table" );
+  const auto stage = [ & ] {
+    poke( path, slotsOffset, static_cast< char >( contentOf( path )[ slotsOffset ] ^ 3 ) );
+    poke( path, recordOffset + 8, 77 );
+  };
+  std::optional< EntryTable > writer( std::in_place );
+  writer->mount( "table" );
+  writer->put( Entry( 1, 2 ) );
+  writer->put( Entry( 1, 3 ) );
+  writer.reset();
+  const EntryReader reader( path );
+  stage();
+  EXPECT_EQ( reader.record( 1 ), Entry( 1, 3 ) );
+  EXPECT_EQ( walk( reader ).at( 1 ), Entry( 1, 3 ) );
+  writer.emplace().mount( "table" );
+  for ( const uint64_t value : { 3, 4 } ) {
+    EXPECT_EQ( writer->record( 1 ), Entry( 1, value ) );
+    EXPECT_EQ( reader.record( 1 ), Entry( 1, value ) );
+    EXPECT_EQ( contentOf( path )[ slotsOffset ] & 1, 0 );
+    writer->put( Entry( 1, 4 ) );
+  }
+  writer.reset();
+
+  // What another slot staged, in the cell of this one's fourth version.
+  stage();
+  poke( path, stagingOffset + 4 * 64, 5 );
+  EXPECT_THROW( (void)reader.record( 1 ), Rook::Corruption );
+  EXPECT_THROW( EntryTable().mount( "table" ), Rook::Corruption );
 }
 
 // The inspector knows no record types. It shows what it can, and follows until the file goes.
@@ -303,11 +331,21 @@ TEST( Rook, InspectorShowsAndFollowsTables ) {
 using Kez::HwTunnelId;
 using Kez::TunnelIdToHwTunnelId;
 
+} // namespace
+
+namespace RookTest {
+
 struct WithIntf {
   uint64_t key = 0;
   Wire::IntfId intfId;
   VEX_VALUE( WithIntf, "RookTest::WithIntf", key, intfId )
 };
+
+} // namespace RookTest
+
+namespace {
+
+using RookTest::WithIntf;
 
 class MappingWatcher : public Vex::Reactor {
 public:

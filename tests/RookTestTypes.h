@@ -40,6 +40,17 @@ private:
   const std::string directory_ = testing::TempDir() + "rook-" + std::to_string( getpid() );
 };
 
+// Where a small table's file has its staging cells, of 64 bytes, and its first slot's record.
+constexpr size_t stagingOffset = 4096;
+constexpr size_t slotsOffset = 4 * 4096;
+constexpr size_t recordOffset = slotsOffset + 16;
+
+inline void poke( const std::string & path, size_t offset, char byte ) {
+  std::fstream file( path, std::ios::in | std::ios::out | std::ios::binary );
+  file.seekp( static_cast< std::streamoff >( offset ) );
+  file.put( byte );
+}
+
 inline std::string contentOf( const std::string & path ) {
   std::ifstream file( path, std::ios::binary );
   return { std::istreambuf_iterator< char >( file ), {} };

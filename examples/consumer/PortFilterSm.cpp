@@ -53,11 +53,13 @@ void PortFilterSm::programFilter( Wire::IntfId intfId ) {
     unprogrammedIs( intfId );
     maybeScheduleUnprogrammedReview( false );
   }
+  attempted( intfId, unprogrammedHas( intfId ) );
 }
 
 void PortFilterSm::unprogramFilter( Wire::IntfId intfId ) {
   VEX_ASSERT( initialized() );
   unprogrammedDel( intfId );
+  attempted( intfId, false );
   if ( !programmedHas( intfId ) ) {
     return;
   }

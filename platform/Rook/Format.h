@@ -1,13 +1,20 @@
 // The layout of a table's file; docs/table-format.md describes it.
 //
 //   header   one page: what the table is, written once, and its state
+//   staging  a few cells for records that are being replaced
 //   levels   each an index, twice over, for all slots so far and the slots that it adds
 //
-// A slot has two cells and a version that selects one. What the order of stores rests on, the
-// writer's being releases and the readers' loads acquires throughout:
-//   - A write fills the other cell and stores the version, which commits it. A reader copies the
-//     selected cell and loads the version again: unmoved, no later write had begun on that cell.
-//   - A birth, the number of a record's insertion, stands in its slot; the insertion is committed
+// What the order of stores rests on, the writer's being releases and the readers' loads acquires
+// throughout:
+//   - A slot has a version and a record. A reader copies the record and loads the version again:
+//     unmoved, no later write had begun on it.
+//   - A replacement is staged: it fills a staging cell, stores the slot's version as staged, which
+//     commits it, copies the record in place and stores the version as final. Who finds a version
+//     staged copies the cell, which holds that slot's record of that version until the version is
+//     final, and loads the cell's own version again: unmoved, no later write had begun on it. What
+//     a killed writer left staged the next one finishes.
+//   - A removal is one store of the version. An insertion fills a slot without a record and stores
+//     its version; its birth, the number of the insertion, stands in the slot, and it is committed
 //     by storing the number in the state, after the version. A record with a higher one does not
 //     stand, which is also how a walk leaves out what came after it began.
 //   - The index leads to a slot before the record is there and after it has gone. A record's slot
@@ -16,7 +23,7 @@
 //     that stayed the current one throughout did not stand.
 //   - The state's slots cover a slot before it has a record, and its index a level only when the
 //     file has it.
-// Words of the state and buckets carry a check, cells a checksum over version, birth and record.
+// Words of the state and buckets carry a check, versions a checksum of all that their slot holds.
 #pragma once
 
 #include "Vex/Hash.h"
@@ -30,7 +37,7 @@
 namespace Rook::Format {
 
 constexpr uint64_t magic = 0x0A4C42544B4F4F52; // "ROOKTBL\n"
-constexpr uint64_t layoutVersion = 1;
+constexpr uint64_t layoutVersion = 2;
 
 using Word = std::atomic< uint64_t >;
 using Bucket = std::atomic< uint32_t >;
@@ -89,40 +96,69 @@ struct Current {
 
 // --- Slots
 
+// A record follows.
 struct SlotHead {
   Word version; // 0: never used
   Word birth;
-  std::atomic< uint32_t > checks[ 2 ];
 };
 
-// A version counts from its third bit on.
-constexpr uint64_t cellBit = 1;
-constexpr uint64_t presentBit = 2;
+// A slot as it is to be.
+struct StagingHead {
+  Word slot;
+  SlotHead image; // its version is 0 while it is filled
+};
+constexpr uint64_t stagingCells = 8;
+
+// Of a record's version one of the two lowest bits is set: it is staged, or in place and so final.
+// The version counts from its third bit to its 32nd. Its upper half is the slot's checksum, as it
+// is when the version is final.
+constexpr uint64_t stagedBit = 1;
+constexpr uint64_t placedBit = 2;
+constexpr unsigned checkShift = 32;
+constexpr uint64_t countOf( uint64_t version ) {
+  return static_cast< uint32_t >( version ) >> 2;
+}
+// Final, without its checksum.
 constexpr uint64_t nextVersion( uint64_t version, bool present ) {
-  return ( ( version >> 2 ) + 1 ) << 2 | ( present ? presentBit : 0 ) | ( ~version & cellBit );
+  return static_cast< uint32_t >( ( countOf( version ) + 1 ) << 2 ) | ( present ? placedBit : 0 );
+}
+// The staged version to a final one, the final one to a staged.
+constexpr uint64_t counterpartOf( uint64_t version ) {
+  return version ^ ( placedBit | stagedBit );
+}
+// So that the cells take turns, whether one record or many are written.
+constexpr uint64_t stagingCellOf( uint32_t slot, uint64_t version ) {
+  return ( slot + countOf( version ) ) % stagingCells;
 }
 
-// A sum of products: any one bit that differs changes it, and the products need not wait for
-// each other. Its upper half is the checksum.
-constexpr uint64_t weighted( uint64_t word, size_t place ) {
-  return word * ( Vex::goldenRatio * ( 2 * place + 1 ) );
+// A checksum is the upper half of the golden ratio times a sum, of words that are rotated each by
+// its place: any one bit that differs changes it.
+constexpr uint64_t placed( uint64_t word, size_t place ) {
+  return std::rotl( word, static_cast< int >( 11 * place % 64 ) );
 }
-constexpr uint64_t checkSeed = 0xD1342543DE82EF95;
-constexpr uint64_t checkSeedOf( uint64_t version ) {
-  return checkSeed + weighted( version, 0 );
+// Of a version and a birth, which is 0 where there is no record; its words have the places from 1.
+constexpr uint64_t sumOf( uint64_t version, uint64_t birth ) {
+  return static_cast< uint32_t >( version ) ^ std::rotl( birth, 32 );
+}
+constexpr uint64_t withCheck( uint64_t version, uint64_t sum ) {
+  return sum * Vex::goldenRatio >> checkShift << checkShift | version;
+}
+// 0 when it is sound.
+constexpr uint64_t checkDifference( uint64_t version, uint64_t sum ) {
+  return ( version ^ sum * Vex::goldenRatio ) >> checkShift;
 }
 
 // --- Sizes and places
 
 constexpr uint32_t firstSlots = 512; // of any size a multiple of 8, they are whole pages
-static_assert( firstSlots / 2 * sizeof( uint64_t ) * 2 % pageSize == 0 );
+static_assert( firstSlots * sizeof( uint64_t ) % pageSize == 0 );
 constexpr unsigned firstSlotBits = std::countr_zero( firstSlots );
 
 constexpr uint32_t capacityOf( uint32_t level ) {
   return firstSlots << level;
 }
 constexpr uint32_t bucketsOf( uint32_t level ) {
-  return capacityOf( level ) / 2 * 3;
+  return capacityOf( level ) * 2;
 }
 constexpr uint64_t wholePages( uint64_t bytes ) {
   return ( bytes + pageSize - 1 ) / pageSize * pageSize;
@@ -131,10 +167,36 @@ constexpr uint64_t wholePages( uint64_t bytes ) {
 constexpr size_t wordsOf( size_t recordSize ) {
   return ( recordSize + 7 ) / 8;
 }
-// Such that no slot of up to a cache line lies across two.
+// Unrolled already where compilers decide what is in registers, when the number is a constant.
+template< class Action >
+[[gnu::always_inline]] inline void forEachWord( size_t words, Action && action ) {
+  size_t at = 0;
+  for ( ; words - at >= 4; at += 4 ) {
+    action( at );
+    action( at + 1 );
+    action( at + 2 );
+    action( at + 3 );
+  }
+  if ( words & 2 ) {
+    action( at );
+    action( at + 1 );
+    at += 2;
+  }
+  if ( words & 1 ) {
+    action( at );
+  }
+}
 constexpr size_t slotSizeOf( size_t words ) {
-  const size_t size = 2 * words * sizeof( uint64_t ) + sizeof( SlotHead );
-  return size <= 64 ? std::bit_ceil( size ) : size;
+  return sizeof( SlotHead ) + words * sizeof( uint64_t );
+}
+constexpr size_t cacheLine = 64;
+constexpr size_t stagingSizeOf( size_t words ) {
+  const size_t size = sizeof( StagingHead ) + words * sizeof( uint64_t );
+  return ( size + cacheLine - 1 ) / cacheLine * cacheLine;
+}
+constexpr uint64_t stagingOffset = pageSize;
+constexpr uint64_t levelsOffset( size_t words ) {
+  return stagingOffset + wholePages( stagingCells * stagingSizeOf( words ) );
 }
 
 // Where the parts of a level lie in the file.

@@ -11,6 +11,7 @@ namespace Rook {
 // Of the records whose key is the field that `keyField` points to.
 template< auto keyField > class Reader : public CorruptionHandling {
   using Type = RecordOf< keyField >;
+  using Copy = typename Type::Copy;
 
 public:
   using Record = typename Type::Record;
@@ -22,13 +23,16 @@ public:
 
   // The record as it stands, or none. Raises Corruption; the reader serves on.
   std::optional< Record > record( Vex::Arg< Key > key ) const {
-    Record record;
-    return find( key, record ) ? std::optional( record ) : std::nullopt;
+    Copy copy;
+    // What an index leads to stands also where that is not the current one any more.
+    if ( Type::guess( file_, index_, Type::hash( key ), key, copy ) && copy.state.birth <= births_ )
+        [[likely]] {
+      return Type::record( copy.words );
+    }
+    const auto found = find( key );
+    return found ? std::optional( Type::record( found->words ) ) : std::nullopt;
   }
-  bool has( Vex::Arg< Key > key ) const {
-    Record record;
-    return find( key, record ).has_value();
-  }
+  bool has( Vex::Arg< Key > key ) const { return record( key ).has_value(); }
   auto range() const { return Range< keyField, Reader >( *this ); }
 
   // What the writer says of the table as a whole.
@@ -37,8 +41,8 @@ public:
   // --- For walks
   const TableFile & file() const { return file_; }
   std::optional< uint32_t > slotOf( const Key & key ) const {
-    Record record;
-    return find( key, record );
+    const auto found = find( key );
+    return found ? std::optional( found->slot ) : std::nullopt;
   }
   void handleDamagedSlot( uint32_t slot ) const { handleCorruption( file_.damageOfSlot( slot ) ); }
 
@@ -48,12 +52,12 @@ private:
     file_.moment();
   }
 
-  // The slot, with its record copied.
-  std::optional< uint32_t > find( const Key & key, Record & record ) const {
+  // Wherever it is.
+  [[gnu::noinline]] std::optional< Copy > find( const Key & key ) const {
     const uint64_t hash = Type::hash( key );
     while ( true ) {
       const uint64_t word = file_.state().index.load( std::memory_order_acquire );
-      if ( word != indexWord_ ) [[unlikely]] {
+      if ( word != indexWord_ ) {
         const auto current = file_.currentIndex( word );
         index_ = file_.index( current.level, current.half );
         indexWord_ = word;
@@ -61,17 +65,17 @@ private:
       if ( word == 0 ) {
         return std::nullopt;
       }
-      uint32_t at = 0;
+      Copy copy;
       const auto found = index_.find( hash, [ & ]( uint32_t slot ) {
-        at = slot;
-        return stands( slot, key, record );
+        copy.slot = slot;
+        return stands( copy, key );
       } );
       if ( found.found ) {
-        return at;
+        return copy;
       }
       // Else what is not in this index may have been in the one that took its place.
-      if ( file_.state().index.load( std::memory_order_acquire ) == word ) [[likely]] {
-        if ( found.damaged ) [[unlikely]] {
+      if ( file_.state().index.load( std::memory_order_acquire ) == word ) {
+        if ( found.damaged ) {
           throw file_.damageOfIndex();
         }
         return std::nullopt;
@@ -79,23 +83,21 @@ private:
     }
   }
 
-  bool stands( uint32_t slot, const Key & key, Record & record ) const {
-    typename Type::Words words;
-    const auto state = file_.readSlot( slot, Type::words, words.data() );
-    if ( state.damaged ) [[unlikely]] {
-      throw file_.damageOfSlot( slot );
+  bool stands( Copy & copy, const Key & key ) const {
+    copy.state = file_.readSlot( copy.slot, Type::words, copy.words.data() );
+    if ( copy.state.damaged ) {
+      throw file_.damageOfSlot( copy.slot );
     }
-    if ( !state.present ) {
+    if ( !copy.state.present ) {
       return false;
     }
-    if ( state.birth > births_ ) [[unlikely]] {
+    if ( copy.state.birth > births_ ) {
       births_ = file_.load( file_.state().births, "births" );
-      if ( state.birth > births_ ) {
+      if ( copy.state.birth > births_ ) {
         return false;
       }
     }
-    record = Type::record( words );
-    return Type::key( record ) == key;
+    return Type::key( Type::record( copy.words ) ) == key;
   }
 
   TableFile file_;

@@ -30,6 +30,10 @@ public:
   // The record as it stands, or none. Raises Corruption, which the caller may hand to the
   // corruption handler and go on.
   std::optional< Record > record( Vex::Arg< Key > key ) const {
+    Copy copy;
+    if ( Type::guess( file(), index(), Type::hash( key ), key, copy ) ) [[likely]] {
+      return Type::record( copy.words );
+    }
     const auto found = find( key );
     return found ? std::optional( Type::record( found->words ) ) : std::nullopt;
   }
@@ -42,7 +46,7 @@ public:
       return std::nullopt;
     }
   }
-  bool has( Vex::Arg< Key > key ) const { return find( key ).has_value(); }
+  bool has( Vex::Arg< Key > key ) const { return record( key ).has_value(); }
   static Key keyOf( const Record & record ) { return Type::key( record ); }
   // For reflection, which walks what a storage keeps.
   const Table & members() const { return *this; }
@@ -50,16 +54,14 @@ public:
 
   // Inserts or replaces.
   void put( const Record & record ) {
-    VEX_ASSERT( writable() );
-    const auto words = Type::wordsFrom( record );
-    change( [ & ] {
-      if ( const auto found = find( Type::key( record ) ) ) {
-        replace( found->slot, Type::words, found->state, words.data() );
-      } else {
-        insert( Type::hash( Type::key( record ) ), Type::words, words.data() );
-      }
-    } );
-    tell( written_, Type::key( record ) );
+    const auto & key = Type::key( record );
+    Copy copy;
+    if ( Type::guess( file(), index(), Type::hash( key ), key, copy ) ) [[likely]] {
+      replace( copy.slot, Type::words, copy.state, Type::wordsFrom( record ).data() );
+    } else {
+      putWherever( record );
+    }
+    tell( written_, key );
   }
   // Publishes a record that was looked up and changed in place.
   void commit( const Record & record ) {
@@ -86,7 +88,7 @@ public:
     VEX_ASSERT( writable() );
     const auto moment = file().moment();
     for ( uint32_t slot = 0; slot < moment.slots; ++slot ) {
-      typename Type::Words words;
+      typename Type::Words words{};
       const auto state = file().readSlot( slot, Type::words, words.data() );
       if ( state.damaged || ( state.present && state.birth <= moment.births ) ) {
         change( [ & ] {
@@ -106,12 +108,7 @@ public:
   }
 
 private:
-  struct Found {
-    uint32_t bucket;
-    uint32_t slot;
-    SlotState state;
-    typename Type::Words words;
-  };
+  using Copy = typename Type::Copy;
 
   static uint64_t hashOf( const uint64_t * record ) {
     typename Type::Words words;
@@ -119,12 +116,13 @@ private:
     return Type::hash( Type::key( Type::record( words ) ) );
   }
 
-  std::optional< Found > find( const Key & key ) const {
+  // Wherever it is.
+  [[gnu::noinline]] std::optional< Copy > find( const Key & key ) const {
     VEX_ASSERT( writable() );
     if ( !index().stands() ) {
       return std::nullopt;
     }
-    Found found;
+    Copy found;
     const auto at = index().find( Type::hash( key ), [ & ]( uint32_t slot ) {
       found.slot = slot;
       found.state = file().readSlot( slot, Type::words, found.words.data() );
@@ -138,6 +136,17 @@ private:
     }
     found.bucket = at.bucket;
     return at.found ? std::optional( found ) : std::nullopt;
+  }
+
+  [[gnu::noinline]] void putWherever( const Record & record ) {
+    const auto words = Type::wordsFrom( record );
+    change( [ & ] {
+      if ( const auto found = find( Type::key( record ) ) ) {
+        replace( found->slot, Type::words, found->state, words.data() );
+      } else {
+        insert( Type::hash( Type::key( record ) ), Type::words, words.data() );
+      }
+    } );
   }
 
   void tell( const KeyCallback & callback, Key key ) const {

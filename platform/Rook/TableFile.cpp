@@ -19,13 +19,13 @@ using Vex::throwSystemError;
 uint64_t Format::checkOf( const Header & header ) {
   uint64_t words[ sizeof( Header ) / sizeof( uint64_t ) ];
   std::memcpy( words, &header, sizeof( header ) );
-  uint64_t check = checkSeed;
+  uint64_t sum = 0;
   for ( size_t i = 0; i < std::size( words ); ++i ) {
     if ( i != offsetof( Header, check ) / sizeof( uint64_t ) ) {
-      check += weighted( words[ i ], i );
+      sum += placed( words[ i ], i );
     }
   }
-  return check;
+  return withCheck( 0, sum );
 }
 
 TableFile::TableFile( const String & path, Descriptor file )
@@ -136,8 +136,9 @@ void TableFile::checkHeader( const Description * expected ) {
 
 // Addresses for all that the table can become; what the file has not yet is not touched.
 void TableFile::map( int protection ) {
-  const size_t slotSize = Format::slotSizeOf( Format::wordsOf( description_.recordSize ) );
-  uint64_t end = Format::pageSize;
+  const size_t words = Format::wordsOf( description_.recordSize );
+  const size_t slotSize = Format::slotSizeOf( words );
+  uint64_t end = Format::levelsOffset( words );
   for ( uint32_t level = 0; level < Format::mostLevels && end < Format::mostBytes; ++level ) {
     levels_.push_back( Format::Level::after( end, level, slotSize ) );
     end = levels_.back().end;
@@ -227,6 +228,9 @@ void TableFile::makeLevel( uint32_t level ) {
     throw std::runtime_error( "the table " + path_ + " is full" );
   }
   const auto & made = levels_[ level ];
+  if ( level == 0 ) {
+    allocate( Format::stagingOffset, made.index - Format::stagingOffset );
+  }
   makeIndex( level, 0 );
   allocate( made.slots, made.end - made.slots );
 }

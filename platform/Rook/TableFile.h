@@ -27,6 +27,7 @@ struct SlotState {
   uint64_t version = 0;
   uint64_t birth = 0;
   bool present = false;
+  bool staged = false; // not in place yet
   bool damaged = false;
 };
 
@@ -84,57 +85,56 @@ public:
 
   // --- Slots. `words` is what the records have, a constant where their type is known.
 
+  // One attempt at a record that stands in place and is sound, as nearly all are: whether it has
+  // been copied. The state says then, or of what readOtherwise looks at, its version and birth.
+  [[gnu::always_inline]] bool copySlot( uint32_t slot, size_t words, uint64_t * record,
+                                        SlotState & state ) const {
+    return copyFrom( headOf( slot, words ), words, record, state );
+  }
   // The record is copied to `record` if there is one.
   SlotState readSlot( uint32_t slot, size_t words, uint64_t * record ) const {
-    const std::byte * const at = slotAt( slot, words );
-    const auto & head = headOf( at, words );
-    while ( true ) {
-      SlotState state;
-      state.version = head.version.load( std::memory_order_acquire );
-      const auto check =
-          head.checks[ state.version & Format::cellBit ].load( std::memory_order_acquire );
-      uint64_t sum = Format::checkSeedOf( state.version );
-      if ( state.version & Format::presentBit ) {
-        const auto * const cell = cellOf( at, words, state.version );
-        for ( size_t i = 0; i < words; ++i ) {
-          record[ i ] = cell[ i ].load( std::memory_order_acquire );
-          sum += Format::weighted( record[ i ], i + 2 );
-        }
-        state.birth = head.birth.load( std::memory_order_acquire );
-        sum += Format::weighted( state.birth, 1 );
-        state.present = true;
-      } else if ( state.version == 0 ) {
-        sum = 0;
-      }
-      if ( head.version.load( std::memory_order_relaxed ) == state.version ) [[likely]] {
-        state.damaged = check != static_cast< uint32_t >( sum >> 32 );
-        return state;
-      }
-    }
+    SlotState state;
+    do {
+      state.present = copySlot( slot, words, record, state );
+    } while ( !state.present && !readOtherwise( slot, words, record, state ) );
+    return state;
   }
 
-  // For the writer, who says what version stands. Null for `record` empties the slot; `birth`
-  // stays what it is while the slot has a record.
-  void writeSlot( uint32_t slot, size_t words, uint64_t version, uint64_t birth,
-                  const uint64_t * record ) const {
-    std::byte * const at = slotAt( slot, words );
-    auto & head = headOf( at, words );
-    const uint64_t next = Format::nextVersion( version, record );
-    uint64_t sum = Format::checkSeedOf( next );
-    if ( record ) {
-      auto * const cell = cellOf( at, words, next );
-      for ( size_t i = 0; i < words; ++i ) {
-        cell[ i ].store( record[ i ], std::memory_order_release );
-        sum += Format::weighted( record[ i ], i + 2 );
-      }
-      if ( !( version & Format::presentBit ) ) {
-        head.birth.store( birth, std::memory_order_release );
-      }
-      sum += Format::weighted( birth, 1 );
-    }
-    head.checks[ next & Format::cellBit ].store( static_cast< uint32_t >( sum >> 32 ),
-                                                 std::memory_order_release );
-    head.version.store( next, std::memory_order_release );
+  // For the writer, who says what stands. An empty slot gets a record,
+  void fillSlot( uint32_t slot, size_t words, uint64_t version, uint64_t birth,
+                 const uint64_t * record ) const {
+    auto & head = headOf( slot, words );
+    const uint64_t next = Format::nextVersion( version, true );
+    head.birth.store( birth, std::memory_order_release );
+    const uint64_t sum = store( head, words, record ) + Format::sumOf( next, birth );
+    head.version.store( Format::withCheck( next, sum ), std::memory_order_release );
+  }
+  // or one has its record replaced,
+  void replaceSlot( uint32_t slot, size_t words, uint64_t version, uint64_t birth,
+                    const uint64_t * record ) const {
+    uint64_t next = Format::nextVersion( version, true );
+    auto & staging = stagingOf( slot, words, next );
+    staging.image.version.store( 0, std::memory_order_release );
+    staging.slot.store( slot, std::memory_order_release );
+    staging.image.birth.store( birth, std::memory_order_release );
+    next = Format::withCheck( next, store( staging.image, words, record ) +
+                                        Format::sumOf( next, birth ) );
+    staging.image.version.store( next, std::memory_order_release );
+    headOf( slot, words ).version.store( Format::counterpartOf( next ), std::memory_order_release );
+    settleSlot( slot, words, next, record );
+  }
+  // or what is staged, as it was read, copied in place,
+  void settleSlot( uint32_t slot, size_t words, uint64_t version, const uint64_t * record ) const {
+    auto & head = headOf( slot, words );
+    store( head, words, record );
+    head.version.store( version, std::memory_order_release );
+  }
+  // or is emptied.
+  void emptySlot( uint32_t slot, size_t words, uint64_t version ) const {
+    const uint64_t next = Format::nextVersion( version, false );
+    headOf( slot, words )
+        .version.store( Format::withCheck( next, Format::sumOf( next, 0 ) ),
+                        std::memory_order_release );
   }
 
   Corruption damageOfSlot( uint32_t slot ) const;
@@ -144,18 +144,64 @@ private:
   Corruption damageOf( const Vex::String & what ) const;
   TableFile( const Vex::String & path, Vex::Descriptor file );
 
-  // The first cell, the head, the second cell.
-  std::byte * slotAt( uint32_t slot, size_t words ) const {
-    return slots_ + slot * Format::slotSizeOf( words );
+  Format::SlotHead & headOf( uint32_t slot, size_t words ) const {
+    return *reinterpret_cast< Format::SlotHead * >( slots_ + slot * Format::slotSizeOf( words ) );
   }
-  static Format::SlotHead & headOf( const std::byte * at, size_t words ) {
-    return *reinterpret_cast< Format::SlotHead * >( const_cast< std::byte * >( at ) +
-                                                    words * sizeof( uint64_t ) );
+  Format::StagingHead & stagingOf( uint32_t slot, size_t words, uint64_t version ) const {
+    return *reinterpret_cast< Format::StagingHead * >( memory_ + Format::stagingOffset +
+                                                       Format::stagingCellOf( slot, version ) *
+                                                           Format::stagingSizeOf( words ) );
   }
-  static Format::Word * cellOf( const std::byte * at, size_t words, uint64_t version ) {
-    const size_t second = words * sizeof( uint64_t ) + sizeof( Format::SlotHead );
-    return reinterpret_cast< Format::Word * >( const_cast< std::byte * >( at ) +
-                                               ( version & Format::cellBit ? second : 0 ) );
+
+  [[gnu::always_inline]] static bool copyFrom( Format::SlotHead & head, size_t words,
+                                               uint64_t * record, SlotState & state ) {
+    state.version = head.version.load( std::memory_order_acquire );
+    state.birth = head.birth.load( std::memory_order_acquire );
+    uint64_t sum = Format::sumOf( state.version, state.birth );
+    const auto * const from = reinterpret_cast< const Format::Word * >( &head + 1 );
+    Format::forEachWord(
+        words, [ & ]( size_t i ) __attribute__( ( always_inline ) ) {
+          record[ i ] = from[ i ].load( std::memory_order_acquire );
+          sum += Format::placed( record[ i ], i + 1 );
+        } );
+    return ( state.version & Format::placedBit ) &&
+           !Format::checkDifference( state.version, sum ) &&
+           head.version.load( std::memory_order_relaxed ) == state.version;
+  }
+  // What the record adds to its slot's sum.
+  [[gnu::always_inline]] static uint64_t store( Format::SlotHead & head, size_t words,
+                                                const uint64_t * record ) {
+    auto * const to = reinterpret_cast< Format::Word * >( &head + 1 );
+    uint64_t sum = 0;
+    Format::forEachWord(
+        words, [ & ]( size_t i ) __attribute__( ( always_inline ) ) {
+          to[ i ].store( record[ i ], std::memory_order_release );
+          sum += Format::placed( record[ i ], i + 1 );
+        } );
+    return sum;
+  }
+
+  // What a slot is whose record could not be copied from it. False if that has changed meanwhile.
+  bool readOtherwise( uint32_t slot, size_t words, uint64_t * record, SlotState & state ) const {
+    const uint64_t version = state.version;
+    if ( version & Format::stagedBit ) {
+      auto & staging = stagingOf( slot, words, version );
+      const uint64_t settled = Format::counterpartOf( version );
+      state.staged = copyFrom( staging.image, words, record, state ) && state.version == settled &&
+                     staging.slot.load( std::memory_order_acquire ) == slot &&
+                     staging.image.version.load( std::memory_order_relaxed ) == settled;
+      state.version = settled;
+      state.present = state.staged;
+      if ( state.present ) {
+        return true;
+      }
+    } else if ( !( version & Format::placedBit ) ) {
+      const uint64_t sum = Format::sumOf( version, 0 );
+      state.damaged = version != 0 && Format::checkDifference( version, sum ) != 0;
+      return true;
+    }
+    state.damaged = headOf( slot, words ).version.load( std::memory_order_acquire ) == version;
+    return state.damaged;
   }
 
   uint64_t valueOf( uint64_t word, const char * name ) const {

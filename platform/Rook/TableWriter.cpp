@@ -88,8 +88,9 @@ void TableWriter::notificationsSuppressedIs( bool suppressed ) {
   }
 }
 
-// What the last writer was at when it ended: an insertion that it had not committed is undone,
-// and the index made anew, so that it need not matter what it says.
+// What the last writer was at when it ended: a replacement that it had committed is finished, an
+// insertion that it had not is undone, and the index made anew, so that it need not matter what it
+// says.
 void TableWriter::takeOver() {
   auto & state = file_->state();
   const auto moment = file_->moment();
@@ -101,14 +102,17 @@ void TableWriter::takeOver() {
     if ( found.damaged ) {
       throw file_->damageOfSlot( slot );
     }
-    if ( found.present && found.birth > births_ ) {
-      file_->writeSlot( slot, scratch_.size(), found.version, 0, nullptr );
-    }
     if ( found.present && found.birth <= births_ ) {
+      if ( found.staged ) {
+        file_->settleSlot( slot, scratch_.size(), found.version, scratch_.data() );
+      }
       ++size_;
-    } else {
-      freeSlots_.push_back( slot );
+      continue;
     }
+    if ( found.present ) {
+      file_->emptySlot( slot, scratch_.size(), found.version );
+    }
+    freeSlots_.push_back( slot );
   }
   if ( const uint64_t word = state.index.load( std::memory_order_relaxed ) ) {
     current_ = file_->currentIndex( word );

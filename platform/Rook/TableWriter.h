@@ -69,17 +69,17 @@ protected:
     const uint32_t bucket = index_.place( hash );
     usedBuckets_ += index_.isEmpty( bucket );
     index_.enter( bucket, hash, slot );
-    file_->writeSlot( slot, words, state.version, ++births_, record );
+    file_->fillSlot( slot, words, state.version, ++births_, record );
     file_->state().births.store( Format::guarded( births_ ), std::memory_order_release );
     ++size_;
     countChange();
   }
   void replace( uint32_t slot, size_t words, const SlotState & state, const uint64_t * record ) {
-    file_->writeSlot( slot, words, state.version, state.birth, record );
+    file_->replaceSlot( slot, words, state.version, state.birth, record );
     countChange();
   }
   void remove( uint32_t bucket, uint32_t slot, size_t words, const SlotState & state ) {
-    file_->writeSlot( slot, words, state.version, 0, nullptr );
+    file_->emptySlot( slot, words, state.version );
     usedBuckets_ -= index_.leave( bucket );
     freeSlots_.push_back( slot );
     --size_;
@@ -105,7 +105,7 @@ private:
   // Room for one more record. The index is made anew when tombstones fill it.
   void makeRoom() {
     const bool full = freeSlots_.empty() && slots_ == index_.capacity();
-    if ( full || usedBuckets_ >= index_.buckets() / 6 * 5 ) [[unlikely]] {
+    if ( full || usedBuckets_ >= index_.buckets() / 4 * 3 ) [[unlikely]] {
       grow();
     }
   }

@@ -4,55 +4,11 @@
 // the table's corruption handler and stepped over.
 #pragma once
 
-#include "Rook/Fields.h"
-#include "Rook/TableFile.h"
-#include "Vex/Collection.h"
+#include "Rook/Record.h"
 
-#include <array>
-#include <cstring>
+#include <algorithm>
 
 namespace Rook {
-
-// A record type and the field that is its key, given as a pointer to member.
-template< auto keyField > struct RecordOf;
-template< Vex::Composite R, class K, K R::*keyField > struct RecordOf< keyField > {
-  static_assert( std::is_trivially_copyable_v< R > && alignof( R ) <= alignof( uint64_t ) );
-  using Record = R;
-  using Key = K;
-  static constexpr size_t words = Format::wordsOf( sizeof( R ) );
-  using Words = std::array< uint64_t, words >;
-
-  static Description description() {
-    std::string_view key;
-    std::apply(
-        [ & ]( const auto &... field ) {
-          ( ( isKey( field.member ) ? void( key = field.name ) : void() ), ... );
-        },
-        R::vexFields() );
-    return { sizeof( R ), fieldsOf< R >( key ) };
-  }
-
-  static uint64_t hash( const Key & key ) { return Vex::foldHash( 0, key ); }
-  static Record record( const Words & words ) {
-    Record record;
-    std::memcpy( static_cast< void * >( &record ), words.data(), sizeof( record ) );
-    return record;
-  }
-  static Words wordsFrom( const Record & record ) {
-    Words words{};
-    std::memcpy( words.data(), &record, sizeof( record ) );
-    return words;
-  }
-  static const Key & key( const Record & record ) { return record.*keyField; }
-
-private:
-  template< class F > static bool isKey( F R::*field ) {
-    if constexpr ( std::is_same_v< F, K > ) {
-      return field == keyField;
-    }
-    return false;
-  }
-};
 
 template< auto keyField, class Table > class Walk {
   using Type = RecordOf< keyField >;
@@ -84,17 +40,30 @@ private:
       : table_( table ), moment_( table.file().moment() ), at_( next( from, record_ ) ) {}
 
   uint32_t next( uint32_t from, Record & record ) const {
-    typename Type::Words words{};
-    for ( uint32_t slot = from; slot < moment_.slots; ++slot ) {
-      const auto state = table_.file().readSlot( slot, Type::words, words.data() );
-      if ( state.damaged ) [[unlikely]] {
-        table_.handleDamagedSlot( slot );
-      } else if ( state.present && state.birth <= moment_.births ) {
-        record = Type::record( words );
-        return slot;
+    typename Type::Words words;
+    SlotState state;
+    if ( from < moment_.slots && table_.file().copySlot( from, Type::words, words.data(), state ) &&
+         state.birth <= moment_.births ) [[likely]] {
+      record = Type::record( words );
+      return from;
+    }
+    const auto [ slot, found ] = search( table_, moment_, from );
+    record = found;
+    return slot;
+  }
+  // Slot by slot, from one whose record could not be copied at once.
+  [[gnu::noinline]] static std::pair< uint32_t, Record > search( const Table & table, Moment moment,
+                                                                 uint32_t from ) {
+    for ( uint32_t slot = from; slot < moment.slots; ++slot ) {
+      typename Type::Words words;
+      const auto state = table.file().readSlot( slot, Type::words, words.data() );
+      if ( state.damaged ) {
+        table.handleDamagedSlot( slot );
+      } else if ( state.present && state.birth <= moment.births ) {
+        return { slot, Type::record( words ) };
       }
     }
-    return moment_.slots;
+    return { moment.slots, Record() };
   }
 
   const Table & table_;
