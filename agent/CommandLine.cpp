@@ -36,7 +36,7 @@ constexpr auto usage = R"(kez-agent hosts the KezEvpn machines over simulated in
   --echo                  print each line before it is executed
   --clock virtual|steady  time passes by advance alone, which is the default, or by itself
 
-A replay goes by the record's clock and is not recorded itself.
+A replay goes by the record's clock, is not recorded itself and keeps its tables private.
 
 Exit status: 0; 1 an expectation failed or a replay differs; 2 a bad line of a run, a bad option or
 file.
@@ -221,7 +221,8 @@ void checkArguments( const std::string & command, const Options & options ) {
     expect( options.files.empty(), "no file; lines come from standard input" );
   } else {
     expect( options.files.size() == 1 && options.files[ 0 ] != "-", "a record, and one alone" );
-    expect( options.record.empty() && !options.clock, "neither --record nor --clock" );
+    expect( options.record.empty() && !options.clock && options.tables.empty(),
+            "none of --record, --clock and --tables" );
   }
 }
 

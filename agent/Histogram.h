@@ -4,6 +4,7 @@
 
 #include "Vex/Value.h"
 
+#include <algorithm>
 #include <array>
 #include <vector>
 

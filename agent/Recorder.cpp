@@ -29,14 +29,12 @@ void Recorder::lineIs( std::string_view line ) {
   if ( steady_ ) {
     writeTime();
   }
-  if ( failure_.empty() ) {
-    write( line );
-    write( "\n" );
-  }
   if ( !failure_.empty() ) {
     file_.reset();
     throw std::runtime_error( failure_ );
   }
+  file_->append( line );
+  file_->append( "\n" );
   latest_.clear();
 }
 
@@ -87,26 +85,23 @@ void Recorder::writeTime() {
   }
 }
 
+// What cannot be written in the midst of a call is told when the next line comes.
 void Recorder::writeEntry() {
-  if ( entry_.view() == latest_ ) {
-    ++times_;
-    file_->cut( latestAt_ );
-    write( entryMark );
-    write( Vex::text( times_ ) );
-    write( timesMark );
-    write( entry_.view().substr( entryMark.size() ) );
-  } else {
-    latest_ = entry_.view();
-    times_ = 1;
-    latestAt_ = file_->size();
-    write( entry_.view() );
-  }
-  write( "\n" );
-}
-
-void Recorder::write( std::string_view text ) {
   try {
-    file_->append( text );
+    if ( entry_.view() == latest_ ) {
+      ++times_;
+      file_->cut( latestAt_ );
+      file_->append( entryMark );
+      file_->append( Vex::text( times_ ) );
+      file_->append( timesMark );
+      file_->append( entry_.view().substr( entryMark.size() ) );
+    } else {
+      latest_ = entry_.view();
+      times_ = 1;
+      latestAt_ = file_->size();
+      file_->append( entry_.view() );
+    }
+    file_->append( "\n" );
   } catch ( const std::runtime_error & error ) {
     failure_ = error.what();
   }

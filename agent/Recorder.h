@@ -35,7 +35,6 @@ private:
   void writeTime();
   // Writes entry_; one like the latest is counted there.
   void writeEntry();
-  void write( std::string_view text );
 
   std::vector< Vex::String > lines_;
   bool steady_ = false;

@@ -2,6 +2,8 @@
 
 #include "agent/ReportTemplate.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace Agent {
