@@ -24,7 +24,7 @@ String summary( const Vex::Entity & entity ) {
     }
   };
   for ( const auto * attribute : entity.fwkType().attributes() ) {
-    const String name( attribute->name );
+    String name( attribute->name );
     if ( attribute->kind == AttributeKind::reference ||
          attribute->kind == AttributeKind::reactors ) {
       continue;
@@ -38,13 +38,19 @@ String summary( const Vex::Entity & entity ) {
     size_t shown = 0;
     attribute->forEach( entity, [ & ]( const Vex::ReflectedMember & member ) {
       if ( text.size() + members.size() < summaryLimit ) {
-        members += ( shown++ ? ", " : "" ) + member.key +
-                   ( member.value.empty() ? "" : " = " + member.value );
+        members += shown++ ? ", " : "";
+        members += member.key;
+        members += member.value.empty() ? "" : " = ";
+        members += member.value;
       }
     } );
     if ( size > 0 ) {
-      add( name + " (" + std::to_string( size ) + "): " + members +
-           ( shown < size ? ", ..." : "" ) );
+      members += shown < size ? ", ..." : "";
+      name += " (";
+      name += std::to_string( size );
+      name += "): ";
+      name += members;
+      add( name );
     }
   }
   return text;
