@@ -5,12 +5,27 @@
 
 namespace Agent {
 
-void Recorder::fileIs( const Vex::String & name ) {
-  file_ = std::make_unique< RecordFile >( name );
-  for ( const auto & line : lines_ ) {
-    file_->append( line );
-    file_->append( "\n" );
+Vex::String Recorder::sessionLines() const {
+  if ( !file_ ) {
+    return lines_;
   }
+  Vex::String lines;
+  const auto text = file_->text();
+  for ( size_t at = 0; at < text.size(); ) {
+    const auto line = std::string_view( text ).substr( at, text.find( '\n', at ) + 1 - at );
+    if ( !line.starts_with( entryMark ) ) {
+      lines += line;
+    }
+    at += line.size();
+  }
+  return lines;
+}
+
+void Recorder::fileIs( const Vex::String & name ) {
+  auto file = std::make_unique< RecordFile >( name );
+  file->append( sessionLines() );
+  file_ = std::move( file );
+  lines_ = {};
   time_ = Vex::Clock::now();
   latest_.clear();
   failure_.clear();
@@ -21,28 +36,45 @@ void Recorder::fileIs( const Vex::String & name ) {
   writeEntry();
 }
 
+void Recorder::fileDel() {
+  if ( file_ ) {
+    lines_ = sessionLines();
+    file_.reset();
+  }
+}
+
 void Recorder::lineIs( std::string_view line ) {
-  lines_.emplace_back( line );
   if ( !file_ ) {
+    lineAt_ = lines_.size();
+    lines_ += line;
+    lines_ += '\n';
     return;
   }
   if ( steady_ ) {
     writeTime();
   }
-  if ( !failure_.empty() ) {
-    file_.reset();
-    throw std::runtime_error( failure_ );
-  }
-  file_->append( line );
-  file_->append( "\n" );
+  lineAt_ = file_->size();
   latest_.clear();
+  try {
+    if ( !failure_.empty() ) {
+      throw std::runtime_error( failure_ );
+    }
+    file_->append( line );
+    file_->append( "\n" );
+  } catch ( const std::runtime_error & ) {
+    file_->cut( lineAt_ );
+    fileDel();
+    throw;
+  }
 }
 
 void Recorder::lineDel() {
   if ( file_ ) {
-    file_->cut( file_->size() - lines_.back().size() - 1 );
+    file_->cut( lineAt_ );
+    latest_.clear();
+  } else {
+    lines_.resize( lineAt_ );
   }
-  lines_.pop_back();
 }
 
 void Recorder::hear( SwitchCall & call ) {

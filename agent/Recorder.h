@@ -8,20 +8,21 @@
 #include "agent/SwitchCall.h"
 
 #include <memory>
-#include <vector>
 
 namespace Agent {
 
 class Recorder : public SwitchListener {
 public:
-  // Writes the session's lines so far, and then all that comes. Raises std::runtime_error when
-  // there is a file of this name, or none can be made.
+  // Writes the session's lines so far, and then all that comes, to this file and no other. Raises
+  // std::runtime_error when there is a file of this name, or none can be made.
   void fileIs( const Vex::String & name );
-  void fileDel() { file_.reset(); }
+  // Raises std::runtime_error when the file's lines cannot be had back.
+  void fileDel();
   // Vex::Clock stands between the turns that it is told of.
   void steadyIs() { steady_ = true; }
 
-  // Raises std::runtime_error when the line cannot be written, or something before it.
+  // Raises std::runtime_error when the line cannot be written, or something before it: then the
+  // file ends with the line before.
   void lineIs( std::string_view line );
   // Takes the latest line back.
   void lineDel();
@@ -32,11 +33,16 @@ public:
   void yieldIs( const Vex::String & task, uint64_t run, uint64_t question );
 
 private:
+  // Of the session, with a line end each.
+  Vex::String sessionLines() const;
   void writeTime();
   // Writes entry_; one like the latest is counted there.
   void writeEntry();
 
-  std::vector< Vex::String > lines_;
+  // With a line end each. While there is a file they stand there alone: two copies of them are
+  // what recording a million lines would cost most.
+  Vex::String lines_;
+  size_t lineAt_ = 0; // where the latest begins, in the file or lines_
   bool steady_ = false;
   std::unique_ptr< RecordFile > file_;
   double time_ = 0; // that the file has told

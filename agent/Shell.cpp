@@ -113,7 +113,9 @@ Shell::Shell( Wiring & wiring, std::ostream & out, std::ostream & err )
 }
 
 Shell::~Shell() {
-  recordingEnds();
+  if ( wiring_.hardware ) {
+    wiring_.hardware->listenerDel( recorder_ );
+  }
   Ringlog::sinkIs( {} );
 }
 
@@ -157,7 +159,11 @@ void Shell::execute( std::string_view line, const String & place ) {
 }
 
 void Shell::lineIs( std::string_view text ) {
-  recorder_.lineIs( text );
+  try {
+    recorder_.lineIs( text );
+  } catch ( const std::runtime_error & error ) {
+    throw BadLine( 1, String( error.what() ) + "; the record ends before this line" );
+  }
   pace_->lineIs( text );
 }
 
@@ -337,29 +343,24 @@ void Shell::record( Vex::TextCursor & in ) {
   if ( name.empty() ) {
     failAt( offset, "a file or off", name );
   }
-  if ( name == "off" ) {
-    recordingEnds();
-    return;
-  }
-  if ( !Vex::Clock::isVirtual() ) {
+  if ( name != "off" && !Vex::Clock::isVirtual() ) {
     throw BadLine( offset + 1, "expected the option --record: a session on the steady clock is "
                                "recorded from its beginning" );
   }
   try {
-    recorder_.fileIs( name );
+    if ( name == "off" ) {
+      recorder_.fileDel();
+    } else {
+      recorder_.fileIs( name );
+    }
     if ( wiring_.hardware ) {
-      wiring_.hardware->listenerDel( recorder_ ); // of an earlier file
-      wiring_.hardware->listenerIs( recorder_ );
+      wiring_.hardware->listenerDel( recorder_ );
+      if ( name != "off" ) {
+        wiring_.hardware->listenerIs( recorder_ );
+      }
     }
   } catch ( const std::runtime_error & error ) {
     throw BadLine( offset + 1, error.what() );
-  }
-}
-
-void Shell::recordingEnds() {
-  recorder_.fileDel();
-  if ( wiring_.hardware ) {
-    wiring_.hardware->listenerDel( recorder_ );
   }
 }
 

@@ -54,7 +54,6 @@ private:
   void record( Vex::TextCursor & in );
   void help( Vex::TextCursor & in );
 
-  void recordingEnds();
   void runTasks( double seconds );
   // Counts an expectation, and reports it unless it holds.
   void check( bool holds, const Path & path, const Vex::String & expected,

@@ -5,10 +5,12 @@
 
 #include <gmock/gmock.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -218,7 +220,7 @@ TEST_F( RecordTest, WhatDiffersOrIsNoRecordIsToldWithItsPlace ) {
 }
 
 TEST_F( RecordTest, FileHoldsWhatWasAcceptedAndCountsWhatRecurs ) {
-  const std::string line = "switch.lastRefusal " + std::string( 200'000, 'e' ) + "\n";
+  const std::string line = "switch.lastRefusal " + std::string( 300'000, 'e' ) + "\n";
   std::filesystem::remove( file );
   agent( { "shell", "--record", file }, "set " + line + "del " + line + "expect acsd\n" );
   EXPECT_TRUE( contents() == "#= record 1, virtual clock at 0\nset " + line + "expect acsd\n" )
@@ -238,6 +240,43 @@ TEST_F( RecordTest, FileHoldsWhatWasAcceptedAndCountsWhatRecurs ) {
   }
   EXPECT_EQ( contents(), "#= record 1, virtual clock at 0\n#= 12 x deleteVlan 10\nadvance 1\n"
                          "#= deleteVlan 10\n" );
+}
+
+TEST_F( RecordTest, LinesOfAnEndedRecordStandInTheNext ) {
+  const std::string second = directory + "/second.kez";
+  const std::string third = directory + "/third.kez";
+  const std::string filter = "set evpnStatus.evpnVlanFloodStatus[10].floodFilter[Ethernet1]\n";
+  const std::string call = "#= createNonDfPort Ethernet1,Ethernet1,10\n";
+  const std::string start = "#= record 1, virtual clock at 0\n";
+  agent( { "shell" }, "show\nrecord " + file + "\n" + filter + "record " + second +
+                          "\n# once more\nrecord off\nshow acl\nrecord " + third + "\nhelp\n" );
+  const auto textOf = [ & ]( const std::string & name ) {
+    std::filesystem::rename( name, file );
+    return contents();
+  };
+  EXPECT_EQ( contents(), "show\n" + start + filter + call );
+  EXPECT_EQ( textOf( second ), "show\n" + filter + start + "# once more\n" );
+  EXPECT_EQ( textOf( third ), "show\n" + filter + "# once more\n" + start + "help\n" );
+}
+
+TEST_F( RecordTest, FileThatCannotGrowEndsWithALineAndTheSessionGoesOn ) {
+  rlimit before{};
+  ASSERT_EQ( getrlimit( RLIMIT_FSIZE, &before ), 0 );
+  auto * const handler = std::signal( SIGXFSZ, SIG_IGN );
+  const rlimit room{ 600'000, before.rlim_max };
+  ASSERT_EQ( setrlimit( RLIMIT_FSIZE, &room ), 0 );
+  const std::string comment = "#" + std::string( 149'998, 'c' ) + "\n";
+  const std::string next = directory + "/next.kez";
+  const auto result = agent( { "shell" }, "record " + file + "\n" + comment + comment + comment +
+                                              comment + "help\nrecord " + next + "\nshow\n" );
+  setrlimit( RLIMIT_FSIZE, &before );
+  std::signal( SIGXFSZ, handler );
+  EXPECT_EQ( result.err, "stdin:5:1: cannot write " + file +
+                             ": File too large; the record ends before this line\n" );
+  const std::string start = "#= record 1, virtual clock at 0\n";
+  EXPECT_TRUE( contents() == start + comment + comment + comment );
+  std::filesystem::rename( next, file );
+  EXPECT_TRUE( contents() == comment + comment + comment + "help\n" + start + "show\n" );
 }
 
 } // namespace
