@@ -1,23 +1,11 @@
 // The agent takes any lines: a bad one is answered and changes nothing, a good one is carried out
-// by the machines. Left out is what ends the process by rule or writes files, and long times.
+// by the machines.
+#include "Lines.h"
 #include "Vex/Clock.h"
 #include "agent/Line.h"
 #include "agent/Shell.h"
 
 #include <sstream>
-
-namespace {
-
-bool isLeftOut( const std::string & line ) {
-  for ( const auto part : { "record", "fatal", "invalidHwId", "advance" } ) {
-    if ( line.find( part ) != std::string::npos ) {
-      return !line.starts_with( "advance " ) || line.size() > 10;
-    }
-  }
-  return false;
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput( const uint8_t * data, size_t size ) {
   Vex::Clock::virtualIs( 0 );
@@ -26,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput( const uint8_t * data, size_t size ) {
   Agent::Shell shell( wiring, out, out );
   std::istringstream lines( std::string( reinterpret_cast< const char * >( data ), size ) );
   for ( std::string line; std::getline( lines, line ); ) {
-    if ( isLeftOut( line ) ) {
+    if ( Fuzz::isLeftOut( line ) ) {
       continue;
     }
     try {
