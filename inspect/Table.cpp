@@ -43,16 +43,16 @@ void TableView::forEachSlot( std::string_view verb ) {
   const auto moment = table_.moment();
   shown_.resize( moment.slots );
   for ( uint32_t slot = 0; slot < moment.slots; ++slot ) {
-    update( slot, moment.births, verb );
+    update( slot, moment.latestBirth, verb );
   }
   out_.flush();
 }
 
-void TableView::update( uint32_t slot, uint64_t births, std::string_view verb ) {
+void TableView::update( uint32_t slot, uint64_t latestBirth, std::string_view verb ) {
   const auto state = table_.readSlot( slot, record_.size(), record_.data() );
   auto & shown = shown_[ slot ];
   // What is not committed yet is looked at again.
-  if ( state.version == shown.version || ( state.present && state.birth > births ) ) {
+  if ( state.version == shown.version || ( state.present && state.birth > latestBirth ) ) {
     return;
   }
   shown.version = state.version;

@@ -11,19 +11,20 @@
 //   - A replacement is staged: it fills a staging cell, stores the slot's version as staged, which
 //     commits it, copies the record in place and stores the version as final. Who finds a version
 //     staged copies the cell, which holds that slot's record of that version until the version is
-//     final, and loads the cell's own version again: unmoved, no later write had begun on it. What
-//     a killed writer left staged the next one finishes.
+//     final, and loads the cell's name again: unmoved, no later write had begun on it. What a
+//     killed writer left staged the next one finishes.
 //   - A removal is one store of the version. An insertion fills a slot without a record and stores
 //     its version; its birth, the number of the insertion, stands in the slot, and it is committed
 //     by storing the number in the state, after the version. A record with a higher one does not
 //     stand, which is also how a walk leaves out what came after it began.
 //   - The index leads to a slot before the record is there and after it has gone. A record's slot
-//     never changes, its bucket only from one index to the next, and no bucket between the one
-//     where its search begins and its own is ever empty: what a look-up does not find in an index
-//     that stayed the current one throughout did not stand.
+//     never changes, its bucket only from one index to the next, and no group between the one where
+//     its search begins and its own ever has an empty bucket: what a look-up does not find in an
+//     index that stayed the current one throughout did not stand. A bucket's tag is stored before
+//     its slot.
 //   - The state's slots cover a slot before it has a record, and its index a level only when the
 //     file has it.
-// Words of the state and buckets carry a check, versions a checksum of all that their slot holds.
+// Words of the state, births and buckets carry a check, versions a checksum of the record too.
 #pragma once
 
 #include "Vex/Hash.h"
@@ -37,7 +38,7 @@
 namespace Rook::Format {
 
 constexpr uint64_t magic = 0x0A4C42544B4F4F52; // "ROOKTBL\n"
-constexpr uint64_t layoutVersion = 2;
+constexpr uint64_t layoutVersion = 3;
 
 using Word = std::atomic< uint64_t >;
 using Bucket = std::atomic< uint32_t >;
@@ -102,10 +103,9 @@ struct SlotHead {
   Word birth;
 };
 
-// A slot as it is to be.
+// A record that a slot is to have follows.
 struct StagingHead {
-  Word slot;
-  SlotHead image; // its version is 0 while it is filled
+  Word name; // of the slot and version
 };
 constexpr uint64_t stagingCells = 8;
 
@@ -115,31 +115,56 @@ constexpr uint64_t stagingCells = 8;
 constexpr uint64_t stagedBit = 1;
 constexpr uint64_t placedBit = 2;
 constexpr unsigned checkShift = 32;
-constexpr uint64_t countOf( uint64_t version ) {
-  return static_cast< uint32_t >( version ) >> 2;
+constexpr unsigned countShift = 2;
+// Final ones, without their checksums: of the record that follows one, or nothing, of its
+// replacement, and of its removal.
+constexpr uint64_t replacedVersion( uint64_t version ) {
+  return static_cast< uint32_t >( version + ( 1 << countShift ) ) & ~stagedBit;
 }
-// Final, without its checksum.
-constexpr uint64_t nextVersion( uint64_t version, bool present ) {
-  return static_cast< uint32_t >( ( countOf( version ) + 1 ) << 2 ) | ( present ? placedBit : 0 );
+constexpr uint64_t filledVersion( uint64_t version ) {
+  return replacedVersion( version ) | placedBit;
 }
-// The staged version to a final one, the final one to a staged.
-constexpr uint64_t counterpartOf( uint64_t version ) {
-  return version ^ ( placedBit | stagedBit );
+constexpr uint64_t removedVersion( uint64_t version ) {
+  return replacedVersion( version ) & ~placedBit;
 }
-// So that the cells take turns, whether one record or many are written.
-constexpr uint64_t stagingCellOf( uint32_t slot, uint64_t version ) {
-  return ( slot + countOf( version ) ) % stagingCells;
+// The staged version to a final one, and back.
+constexpr uint64_t stagedVersion( uint64_t version ) {
+  return version - placedBit + stagedBit;
+}
+constexpr uint64_t settledVersion( uint64_t version ) {
+  return version - stagedBit + placedBit;
+}
+constexpr uint64_t stagingName( uint32_t slot, uint64_t version ) {
+  return uint64_t( slot ) << checkShift | static_cast< uint32_t >( version );
 }
 
-// A checksum is the upper half of the golden ratio times a sum, of words that are rotated each by
-// its place: any one bit that differs changes it.
-constexpr uint64_t placed( uint64_t word, size_t place ) {
-  return std::rotl( word, static_cast< int >( 11 * place % 64 ) );
+// A birth is shifted past its check, so that births can be compared as they are.
+constexpr unsigned birthShift = 64 - guardedBits;
+constexpr uint64_t birthOf( uint64_t number ) {
+  return number << birthShift | guarded( number ) >> guardedBits;
 }
-// Of a version and a birth, which is 0 where there is no record; its words have the places from 1.
-constexpr uint64_t sumOf( uint64_t version, uint64_t birth ) {
-  return static_cast< uint32_t >( version ) ^ std::rotl( birth, 32 );
+constexpr uint64_t numberOf( uint64_t birth ) {
+  return birth >> birthShift;
 }
+constexpr bool isBirth( uint64_t birth ) {
+  return birth == birthOf( numberOf( birth ) );
+}
+// Not below the birth with this number, below any later one.
+constexpr uint64_t latestBirth( uint64_t number ) {
+  return ( ( number + 1 ) << birthShift ) - 1;
+}
+
+// A checksum is the upper half of the golden ratio times a sum, of the version and every second
+// word of the record, and the other words, rotated: any one bit that differs changes it.
+struct Sum {
+  uint64_t even = 0;
+  uint64_t odd = 0;
+
+  constexpr void add( uint64_t word, size_t place ) { ( place % 2 ? odd : even ) += word; }
+  constexpr uint64_t with( uint64_t version ) const {
+    return even + static_cast< uint32_t >( version ) + std::rotl( odd, 11 );
+  }
+};
 constexpr uint64_t withCheck( uint64_t version, uint64_t sum ) {
   return sum * Vex::goldenRatio >> checkShift << checkShift | version;
 }
@@ -152,7 +177,6 @@ constexpr uint64_t checkDifference( uint64_t version, uint64_t sum ) {
 
 constexpr uint32_t firstSlots = 512; // of any size a multiple of 8, they are whole pages
 static_assert( firstSlots * sizeof( uint64_t ) % pageSize == 0 );
-constexpr unsigned firstSlotBits = std::countr_zero( firstSlots );
 
 constexpr uint32_t capacityOf( uint32_t level ) {
   return firstSlots << level;
@@ -194,9 +218,15 @@ constexpr size_t stagingSizeOf( size_t words ) {
   const size_t size = sizeof( StagingHead ) + words * sizeof( uint64_t );
   return ( size + cacheLine - 1 ) / cacheLine * cacheLine;
 }
-constexpr uint64_t stagingOffset = pageSize;
+constexpr uint64_t stagingStart = pageSize;
+// Of a cell. They take turns, whether one record or many are written.
+constexpr uint64_t stagingOffset( uint32_t slot, uint64_t version, size_t words ) {
+  constexpr uint32_t cells = ( stagingCells - 1 ) << countShift;
+  const uint32_t turn = ( ( slot << countShift ) + static_cast< uint32_t >( version ) ) & cells;
+  return stagingStart + turn * ( stagingSizeOf( words ) >> countShift );
+}
 constexpr uint64_t levelsOffset( size_t words ) {
-  return stagingOffset + wholePages( stagingCells * stagingSizeOf( words ) );
+  return stagingStart + wholePages( stagingCells * stagingSizeOf( words ) );
 }
 
 // Where the parts of a level lie in the file.

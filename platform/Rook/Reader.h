@@ -25,8 +25,8 @@ public:
   std::optional< Record > record( Vex::Arg< Key > key ) const {
     Copy copy;
     // What an index leads to stands also where that is not the current one any more.
-    if ( Type::guess( file_, index_, Type::hash( key ), key, copy ) && copy.state.birth <= births_ )
-        [[likely]] {
+    if ( Type::guess( file_, index_, Type::hash( key ), key, copy ) &&
+         copy.state.birth <= latestBirth_ ) [[likely]] {
       return Type::record( copy.words );
     }
     const auto found = find( key );
@@ -91,9 +91,9 @@ private:
     if ( !copy.state.present ) {
       return false;
     }
-    if ( copy.state.birth > births_ ) {
-      births_ = file_.load( file_.state().births, "births" );
-      if ( copy.state.birth > births_ ) {
+    if ( copy.state.birth > latestBirth_ ) {
+      latestBirth_ = Format::latestBirth( file_.load( file_.state().births, "births" ) );
+      if ( copy.state.birth > latestBirth_ ) {
         return false;
       }
     }
@@ -103,7 +103,7 @@ private:
   TableFile file_;
   mutable Index index_;
   mutable uint64_t indexWord_ = 0;
-  mutable uint64_t births_ = 0; // so many at least
+  mutable uint64_t latestBirth_ = 0; // or a later one
 };
 
 } // namespace Rook

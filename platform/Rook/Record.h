@@ -51,6 +51,16 @@ template< Vex::Composite R, class K, K R::*keyField > struct RecordOf< keyField 
     return words;
   }
   static const Key & key( const Record & record ) { return record.*keyField; }
+  // Of a record as it lies in memory.
+  static Key keyIn( const std::byte * record ) {
+    const Record any{};
+    Key key;
+    std::memcpy( &key,
+                 record + ( reinterpret_cast< const std::byte * >( &( any.*keyField ) ) -
+                            reinterpret_cast< const std::byte * >( &any ) ),
+                 sizeof( key ) );
+    return key;
+  }
 
   // A record as it was found.
   struct Copy {

@@ -25,6 +25,7 @@ public:
   void keyCallbacksIs( KeyCallback written, KeyCallback removed ) {
     written_ = std::move( written );
     removed_ = std::move( removed );
+    callbacksStandIs( written_ && removed_ );
   }
 
   // The record as it stands, or none. Raises Corruption, which the caller may hand to the
@@ -52,13 +53,11 @@ public:
   const Table & members() const { return *this; }
   auto range() const { return Range< keyField, Table >( *this ); }
 
-  // Inserts or replaces.
+  // Inserts or replaces. What is replaced is not looked at but for its key and version: damage in
+  // the rest of it ends with it.
   void put( const Record & record ) {
     const auto & key = Type::key( record );
-    Copy copy;
-    if ( Type::guess( file(), index(), Type::hash( key ), key, copy ) ) [[likely]] {
-      replace( copy.slot, Type::words, copy.state, Type::wordsFrom( record ).data() );
-    } else {
+    if ( !replaceGuessed( record ) ) [[unlikely]] {
       putWherever( record );
     }
     tell( written_, key );
@@ -90,7 +89,7 @@ public:
     for ( uint32_t slot = 0; slot < moment.slots; ++slot ) {
       typename Type::Words words{};
       const auto state = file().readSlot( slot, Type::words, words.data() );
-      if ( state.damaged || ( state.present && state.birth <= moment.births ) ) {
+      if ( state.damaged || ( state.present && state.birth <= moment.latestBirth ) ) {
         change( [ & ] {
           if ( state.damaged ) {
             throw file().damageOfSlot( slot );
@@ -138,20 +137,37 @@ private:
     return at.found ? std::optional( found ) : std::nullopt;
   }
 
-  [[gnu::noinline]] void putWherever( const Record & record ) {
+  // Where the record of its key nearly always is. Whether it was there: in the writer's own process
+  // the slot is read as it is.
+  [[gnu::always_inline]] bool replaceGuessed( const Record & record ) {
+    if ( !index().stands() ) {
+      return false;
+    }
+    const auto & key = Type::key( record );
+    const uint32_t slot = index().guess( Type::hash( key ) );
+    const uint64_t version = file().versionOf( slot, Type::words );
+    if ( !( version & Format::placedBit ) ||
+         Type::keyIn( file().recordOf( slot, Type::words ) ) != key ) [[unlikely]] {
+      return false;
+    }
+    replace( slot, Type::words, version, Type::wordsFrom( record ).data() );
+    return true;
+  }
+  [[gnu::noinline]] void putWherever( Record record ) {
     const auto words = Type::wordsFrom( record );
     change( [ & ] {
       if ( const auto found = find( Type::key( record ) ) ) {
-        replace( found->slot, Type::words, found->state, words.data() );
+        replace( found->slot, Type::words, found->state.version, words.data() );
       } else {
         insert( Type::hash( Type::key( record ) ), Type::words, words.data() );
       }
     } );
   }
 
-  void tell( const KeyCallback & callback, Key key ) const {
-    if ( callback && !notificationsSuppressed() ) {
-      callback( key );
+  void tell( const KeyCallback & callback, const Key & key ) const {
+    if ( tells() ) {
+      const Key told = key; // so that what is not told need not lie in memory
+      callback( told );
     }
   }
 

@@ -19,13 +19,13 @@ using Vex::throwSystemError;
 uint64_t Format::checkOf( const Header & header ) {
   uint64_t words[ sizeof( Header ) / sizeof( uint64_t ) ];
   std::memcpy( words, &header, sizeof( header ) );
-  uint64_t sum = 0;
+  Sum sum;
   for ( size_t i = 0; i < std::size( words ); ++i ) {
     if ( i != offsetof( Header, check ) / sizeof( uint64_t ) ) {
-      sum += placed( words[ i ], i );
+      sum.add( words[ i ], i );
     }
   }
-  return withCheck( 0, sum );
+  return withCheck( 0, sum.with( 0 ) );
 }
 
 TableFile::TableFile( const String & path, Descriptor file )
@@ -210,7 +210,7 @@ Moment TableFile::moment() const {
   if ( slots > ( index ? Format::capacityOf( currentIndex( index ).level ) : 0 ) ) {
     throw damageOf( "the word 'slots' of the state" );
   }
-  return { births, static_cast< uint32_t >( slots ) };
+  return { Format::latestBirth( births ), static_cast< uint32_t >( slots ) };
 }
 
 void TableFile::allocate( uint64_t offset, uint64_t size ) {
@@ -229,7 +229,7 @@ void TableFile::makeLevel( uint32_t level ) {
   }
   const auto & made = levels_[ level ];
   if ( level == 0 ) {
-    allocate( Format::stagingOffset, made.index - Format::stagingOffset );
+    allocate( Format::stagingStart, made.index - Format::stagingStart );
   }
   makeIndex( level, 0 );
   allocate( made.slots, made.end - made.slots );

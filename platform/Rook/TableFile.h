@@ -25,15 +25,15 @@ struct Description {
 
 struct SlotState {
   uint64_t version = 0;
-  uint64_t birth = 0;
+  uint64_t birth = 0; // in the form that Format has for it
   bool present = false;
   bool staged = false; // not in place yet
   bool damaged = false;
 };
 
-// What stood at one moment: the records born until then, in the first so many slots.
+// What stood at one moment: the records whose birth is not above this, in the first so many slots.
 struct Moment {
-  uint64_t births;
+  uint64_t latestBirth;
   uint32_t slots;
 };
 
@@ -86,10 +86,22 @@ public:
   // --- Slots. `words` is what the records have, a constant where their type is known.
 
   // One attempt at a record that stands in place and is sound, as nearly all are: whether it has
-  // been copied. The state says then, or of what readOtherwise looks at, its version and birth.
+  // been copied. The state says then, or of what readOtherwise looks at, its version and birth,
+  // which has not been checked.
   [[gnu::always_inline]] bool copySlot( uint32_t slot, size_t words, uint64_t * record,
                                         SlotState & state ) const {
-    return copyFrom( headOf( slot, words ), words, record, state );
+    auto & head = headOf( slot, words );
+    state.version = head.version.load( std::memory_order_acquire );
+    state.birth = head.birth.load( std::memory_order_acquire );
+    const uint64_t sum = copy( wordsAfter( head ), words, record ).with( state.version );
+    if ( !( state.version & Format::placedBit ) ||
+         Format::checkDifference( state.version, sum ) ) [[unlikely]] {
+      return false;
+    }
+    if ( head.version.load( std::memory_order_relaxed ) != state.version ) [[unlikely]] {
+      return false;
+    }
+    return true;
   }
   // The record is copied to `record` if there is one.
   SlotState readSlot( uint32_t slot, size_t words, uint64_t * record ) const {
@@ -97,44 +109,60 @@ public:
     do {
       state.present = copySlot( slot, words, record, state );
     } while ( !state.present && !readOtherwise( slot, words, record, state ) );
+    state.damaged |= state.present && !Format::isBirth( state.birth );
+    state.present &= !state.damaged;
     return state;
   }
 
-  // For the writer, who says what stands. An empty slot gets a record,
+  // For the writer, who says what stands: a slot's version and record, not copied, which is in
+  // place if the version says so.
+  uint64_t versionOf( uint32_t slot, size_t words ) const {
+    return headOf( slot, words ).version.load( std::memory_order_relaxed );
+  }
+  const std::byte * recordOf( uint32_t slot, size_t words ) const {
+    return reinterpret_cast< const std::byte * >( wordsAfter( headOf( slot, words ) ) );
+  }
+  // An empty slot gets a record,
   void fillSlot( uint32_t slot, size_t words, uint64_t version, uint64_t birth,
                  const uint64_t * record ) const {
     auto & head = headOf( slot, words );
-    const uint64_t next = Format::nextVersion( version, true );
+    const uint64_t next = Format::filledVersion( version );
     head.birth.store( birth, std::memory_order_release );
-    const uint64_t sum = store( head, words, record ) + Format::sumOf( next, birth );
+    const uint64_t sum = store( wordsAfter( head ), words, record ).with( next );
     head.version.store( Format::withCheck( next, sum ), std::memory_order_release );
+    countChange();
   }
   // or one has its record replaced,
-  void replaceSlot( uint32_t slot, size_t words, uint64_t version, uint64_t birth,
-                    const uint64_t * record ) const {
-    uint64_t next = Format::nextVersion( version, true );
+  [[gnu::always_inline]] void replaceSlot( uint32_t slot, size_t words, uint64_t version,
+                                           const uint64_t * record ) const {
+    auto & head = headOf( slot, words );
+    uint64_t next = Format::replacedVersion( version );
     auto & staging = stagingOf( slot, words, next );
-    staging.image.version.store( 0, std::memory_order_release );
-    staging.slot.store( slot, std::memory_order_release );
-    staging.image.birth.store( birth, std::memory_order_release );
-    next = Format::withCheck( next, store( staging.image, words, record ) +
-                                        Format::sumOf( next, birth ) );
-    staging.image.version.store( next, std::memory_order_release );
-    headOf( slot, words ).version.store( Format::counterpartOf( next ), std::memory_order_release );
-    settleSlot( slot, words, next, record );
+    staging.name.store( Format::stagingName( slot, next ), std::memory_order_release );
+    const uint64_t sum = store( wordsAfter( staging ), words, record ).with( next );
+    next = Format::withCheck( next, sum );
+    head.version.store( Format::stagedVersion( next ), std::memory_order_release );
+    store( wordsAfter( head ), words, record );
+    head.version.store( next, std::memory_order_release );
+    countChange();
   }
   // or what is staged, as it was read, copied in place,
   void settleSlot( uint32_t slot, size_t words, uint64_t version, const uint64_t * record ) const {
     auto & head = headOf( slot, words );
-    store( head, words, record );
+    store( wordsAfter( head ), words, record );
     head.version.store( version, std::memory_order_release );
   }
   // or is emptied.
   void emptySlot( uint32_t slot, size_t words, uint64_t version ) const {
-    const uint64_t next = Format::nextVersion( version, false );
+    const uint64_t next = Format::removedVersion( version );
     headOf( slot, words )
-        .version.store( Format::withCheck( next, Format::sumOf( next, 0 ) ),
+        .version.store( Format::withCheck( next, Format::Sum().with( next ) ),
                         std::memory_order_release );
+    countChange();
+  }
+  void countChange() const {
+    auto & changes = state().changes;
+    changes.store( changes.load( std::memory_order_relaxed ) + 1, std::memory_order_release );
   }
 
   Corruption damageOfSlot( uint32_t slot ) const;
@@ -148,35 +176,30 @@ private:
     return *reinterpret_cast< Format::SlotHead * >( slots_ + slot * Format::slotSizeOf( words ) );
   }
   Format::StagingHead & stagingOf( uint32_t slot, size_t words, uint64_t version ) const {
-    return *reinterpret_cast< Format::StagingHead * >( memory_ + Format::stagingOffset +
-                                                       Format::stagingCellOf( slot, version ) *
-                                                           Format::stagingSizeOf( words ) );
+    return *reinterpret_cast< Format::StagingHead * >(
+        memory_ + Format::stagingOffset( slot, version, words ) );
   }
-
-  [[gnu::always_inline]] static bool copyFrom( Format::SlotHead & head, size_t words,
-                                               uint64_t * record, SlotState & state ) {
-    state.version = head.version.load( std::memory_order_acquire );
-    state.birth = head.birth.load( std::memory_order_acquire );
-    uint64_t sum = Format::sumOf( state.version, state.birth );
-    const auto * const from = reinterpret_cast< const Format::Word * >( &head + 1 );
+  template< class Head > static Format::Word * wordsAfter( Head & head ) {
+    return reinterpret_cast< Format::Word * >( &head + 1 );
+  }
+  // Both return what the record adds to its slot's sum.
+  [[gnu::always_inline]] static Format::Sum copy( const Format::Word * from, size_t words,
+                                                  uint64_t * record ) {
+    Format::Sum sum;
     Format::forEachWord(
         words, [ & ]( size_t i ) __attribute__( ( always_inline ) ) {
           record[ i ] = from[ i ].load( std::memory_order_acquire );
-          sum += Format::placed( record[ i ], i + 1 );
+          sum.add( record[ i ], i );
         } );
-    return ( state.version & Format::placedBit ) &&
-           !Format::checkDifference( state.version, sum ) &&
-           head.version.load( std::memory_order_relaxed ) == state.version;
+    return sum;
   }
-  // What the record adds to its slot's sum.
-  [[gnu::always_inline]] static uint64_t store( Format::SlotHead & head, size_t words,
-                                                const uint64_t * record ) {
-    auto * const to = reinterpret_cast< Format::Word * >( &head + 1 );
-    uint64_t sum = 0;
+  [[gnu::always_inline]] static Format::Sum store( Format::Word * to, size_t words,
+                                                   const uint64_t * record ) {
+    Format::Sum sum;
     Format::forEachWord(
         words, [ & ]( size_t i ) __attribute__( ( always_inline ) ) {
           to[ i ].store( record[ i ], std::memory_order_release );
-          sum += Format::placed( record[ i ], i + 1 );
+          sum.add( record[ i ], i );
         } );
     return sum;
   }
@@ -185,19 +208,21 @@ private:
   bool readOtherwise( uint32_t slot, size_t words, uint64_t * record, SlotState & state ) const {
     const uint64_t version = state.version;
     if ( version & Format::stagedBit ) {
-      auto & staging = stagingOf( slot, words, version );
-      const uint64_t settled = Format::counterpartOf( version );
-      state.staged = copyFrom( staging.image, words, record, state ) && state.version == settled &&
-                     staging.slot.load( std::memory_order_acquire ) == slot &&
-                     staging.image.version.load( std::memory_order_relaxed ) == settled;
+      const uint64_t settled = Format::settledVersion( version );
+      auto & staging = stagingOf( slot, words, settled );
+      const uint64_t name = Format::stagingName( slot, settled );
+      const bool named = staging.name.load( std::memory_order_acquire ) == name;
+      const uint64_t sum = copy( wordsAfter( staging ), words, record ).with( settled );
       state.version = settled;
+      state.staged = named && !Format::checkDifference( settled, sum ) &&
+                     staging.name.load( std::memory_order_relaxed ) == name;
       state.present = state.staged;
       if ( state.present ) {
         return true;
       }
     } else if ( !( version & Format::placedBit ) ) {
-      const uint64_t sum = Format::sumOf( version, 0 );
-      state.damaged = version != 0 && Format::checkDifference( version, sum ) != 0;
+      state.damaged =
+          version != 0 && Format::checkDifference( version, Format::Sum().with( version ) ) != 0;
       return true;
     }
     state.damaged = headOf( slot, words ).version.load( std::memory_order_acquire ) == version;

@@ -66,7 +66,7 @@ void TableWriter::forget() {
   file_.reset();
   freeSlots_.clear();
   size_ = slots_ = usedBuckets_ = 0;
-  births_ = changes_ = 0;
+  births_ = 0;
   index_ = Index();
   current_ = {};
   quiesced_ = false;
@@ -84,6 +84,7 @@ void TableWriter::quiescedIs( bool quiesced ) {
 void TableWriter::notificationsSuppressedIs( bool suppressed ) {
   if ( suppressed != suppressed_ ) {
     suppressed_ = suppressed;
+    callbacksStandIs( callbacksStand_ );
     statusChanged_();
   }
 }
@@ -94,15 +95,14 @@ void TableWriter::notificationsSuppressedIs( bool suppressed ) {
 void TableWriter::takeOver() {
   auto & state = file_->state();
   const auto moment = file_->moment();
-  births_ = moment.births;
+  births_ = Format::numberOf( moment.latestBirth );
   slots_ = moment.slots;
-  changes_ = state.changes.load( std::memory_order_relaxed );
   for ( uint32_t slot = slots_; slot-- > 0; ) {
     const auto found = file_->readSlot( slot, scratch_.size(), scratch_.data() );
     if ( found.damaged ) {
       throw file_->damageOfSlot( slot );
     }
-    if ( found.present && found.birth <= births_ ) {
+    if ( found.present && found.birth <= moment.latestBirth ) {
       if ( found.staged ) {
         file_->settleSlot( slot, scratch_.size(), found.version, scratch_.data() );
       }
@@ -119,7 +119,7 @@ void TableWriter::takeOver() {
     makeIndex( current_.level, 1 - current_.half );
   }
   state.quiesced.store( guarded( false ), memory_order_release );
-  countChange();
+  file_->countChange();
 }
 
 void TableWriter::grow() {

@@ -54,6 +54,12 @@ protected:
   ~TableWriter() = default;
 
   bool writable() const { return file_.has_value(); }
+  // Whether there is somebody to be told of a change.
+  bool tells() const { return tells_; }
+  void callbacksStandIs( bool callbacksStand ) {
+    callbacksStand_ = callbacksStand;
+    tells_ = callbacksStand_ && !suppressed_;
+  }
   const Index & index() const { return index_; }
 
   // --- Changes; `words` is what the records have, a constant there.
@@ -69,21 +75,19 @@ protected:
     const uint32_t bucket = index_.place( hash );
     usedBuckets_ += index_.isEmpty( bucket );
     index_.enter( bucket, hash, slot );
-    file_->fillSlot( slot, words, state.version, ++births_, record );
+    file_->fillSlot( slot, words, state.version, Format::birthOf( ++births_ ), record );
     file_->state().births.store( Format::guarded( births_ ), std::memory_order_release );
     ++size_;
-    countChange();
   }
-  void replace( uint32_t slot, size_t words, const SlotState & state, const uint64_t * record ) {
-    file_->replaceSlot( slot, words, state.version, state.birth, record );
-    countChange();
+  [[gnu::always_inline]] void replace( uint32_t slot, size_t words, uint64_t version,
+                                       const uint64_t * record ) {
+    file_->replaceSlot( slot, words, version, record );
   }
   void remove( uint32_t bucket, uint32_t slot, size_t words, const SlotState & state ) {
     file_->emptySlot( slot, words, state.version );
     usedBuckets_ -= index_.leave( bucket );
     freeSlots_.push_back( slot );
     --size_;
-    countChange();
   }
 
   // Damage met by a write or a removal ends the process.
@@ -105,7 +109,7 @@ private:
   // Room for one more record. The index is made anew when tombstones fill it.
   void makeRoom() {
     const bool full = freeSlots_.empty() && slots_ == index_.capacity();
-    if ( full || usedBuckets_ >= index_.buckets() / 4 * 3 ) [[unlikely]] {
+    if ( !index_.stands() || full || usedBuckets_ >= index_.buckets() / 4 * 3 ) [[unlikely]] {
       grow();
     }
   }
@@ -118,7 +122,6 @@ private:
     freeSlots_.pop_back();
     return slot;
   }
-  void countChange() { file_->state().changes.store( ++changes_, std::memory_order_release ); }
 
   const Description description_;
   const bool shareable_;
@@ -127,12 +130,13 @@ private:
   MountStatus status_ = MountStatus::unmounted;
   bool quiesced_ = false;
   bool suppressed_ = false;
+  bool callbacksStand_ = false;
+  bool tells_ = false;
   std::function< void() > statusChanged_ = [] {};
 
   Index index_;
   Format::Current current_{};
   uint64_t births_ = 0;
-  uint64_t changes_ = 0;
   uint32_t slots_ = 0;
   uint32_t size_ = 0;
   uint32_t usedBuckets_ = 0; // tombstones among them

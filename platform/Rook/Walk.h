@@ -43,7 +43,7 @@ private:
     typename Type::Words words;
     SlotState state;
     if ( from < moment_.slots && table_.file().copySlot( from, Type::words, words.data(), state ) &&
-         state.birth <= moment_.births ) [[likely]] {
+         state.birth <= moment_.latestBirth ) [[likely]] {
       record = Type::record( words );
       return from;
     }
@@ -59,7 +59,7 @@ private:
       const auto state = table.file().readSlot( slot, Type::words, words.data() );
       if ( state.damaged ) {
         table.handleDamagedSlot( slot );
-      } else if ( state.present && state.birth <= moment.births ) {
+      } else if ( state.present && state.birth <= moment.latestBirth ) {
         return { slot, Type::record( words ) };
       }
     }
