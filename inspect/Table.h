@@ -27,7 +27,7 @@ private:
     uint64_t version = 0;
     std::optional< std::string > key;
   };
-  void update( uint32_t slot, uint64_t births, std::string_view verb );
+  void update( uint32_t slot, uint64_t latestBirth, std::string_view verb );
   void forEachSlot( std::string_view verb );
 
   const Rook::TableFile table_;

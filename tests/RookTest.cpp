@@ -242,23 +242,31 @@ TEST( Rook, DamageEndsAWriterThatMeetsIt ) {
   const MountDirectory directory;
   EntryTable table;
   table.mount( "table" );
+  table.put( Entry( 9, 9 ) );
   table.put( Entry( 1, 2 ) );
-  poke( directory.path( "table" ), recordOffset + 8, 7 ); // the value
+  const auto path = directory.path( "table" );
+  const size_t second = recordOffset + 40;
+  poke( path, second + 8, 7 ); // the value
   EXPECT_THROW( (void)table.record( 1 ), Rook::Corruption );
   std::string told;
   table.corruptionHandlerIs( [ & ]( const auto & corruption ) { told = corruption.what(); } );
-  EXPECT_EQ( walk( table ).size(), 0u );
-  EXPECT_THAT( told, HasSubstr( "table: the record in slot 0 is damaged" ) );
-  const char * const end = "cannot be written.*the record in slot 0 is damaged";
+  EXPECT_EQ( walk( table ).size(), 1u );
+  EXPECT_THAT( told, HasSubstr( "table: the record in slot 1 is damaged" ) );
+  const char * const end = "cannot be written.*the record in slot 1 is damaged";
   EXPECT_DEATH( table.del( 1 ), end );
-  EXPECT_DEATH( table.delAll(), end );
   table.put( Entry( 1, 3 ) ); // which does not look at the value that it replaces
   EXPECT_EQ( table.record( 1 ), Entry( 1, 3 ) );
-  poke( directory.path( "table" ), recordOffset, 2 ); // the key
-  EXPECT_DEATH( table.put( Entry( 1, 3 ) ), end );
+  poke( path, second, 3 ); // the key
+  EXPECT_DEATH( table.put( Entry( 1, 4 ) ), end );
+  // What nothing leads to is not taken for the record that it looks like.
+  poke( path, recordOffset, 2 );
+  table.put( Entry( 2, 3 ) );
+  EXPECT_EQ( table.record( 2 ), Entry( 2, 3 ) );
+  EXPECT_THROW( (void)table.record( 9 ), Rook::Corruption );
+  EXPECT_DEATH( table.delAll(), "cannot be written.*the record in slot 0 is damaged" );
   table.unmount();
   EXPECT_THAT( messageOf< Rook::Corruption >( [ & ] { table.mount( "table" ); } ),
-               HasSubstr( "the record in slot 0 is damaged" ) );
+               HasSubstr( "the record in slot 1 is damaged" ) );
   EXPECT_DEATH( table.put( Entry( 1, 3 ) ), "assertion failed: writable\\(\\)" );
 }
 
@@ -288,9 +296,10 @@ TEST( Rook, StagedRecordsStandAndAreFinishedByTheNextWriter ) {
   }
   writer.reset();
 
-  // What another slot staged, in the cell of this one's fourth version.
+  // What another slot staged, in this one's cell.
   stage();
-  poke( path, stagingOffset + 4 * 64 + 4, 5 );
+  const auto cell = static_cast< size_t >( contentOf( path )[ slotsOffset ] ) >> 2 & 7;
+  poke( path, stagingOffset + cell * 64 + 4, 5 );
   EXPECT_THROW( (void)reader.record( 1 ), Rook::Corruption );
   EXPECT_THROW( EntryTable().mount( "table" ), Rook::Corruption );
 }

@@ -18,10 +18,9 @@
 //     by storing the number in the state, after the version. A record with a higher one does not
 //     stand, which is also how a walk leaves out what came after it began.
 //   - The index leads to a slot before the record is there and after it has gone. A record's slot
-//     never changes, its bucket only from one index to the next, and no group between the one where
-//     its search begins and its own ever has an empty bucket: what a look-up does not find in an
-//     index that stayed the current one throughout did not stand. A bucket's tag is stored before
-//     its slot.
+//     never changes, its bucket only from one index to the next, and no bucket between the one
+//     where its search begins and its own is ever empty: what a look-up does not find in an index
+//     that stayed the current one throughout did not stand.
 //   - The state's slots cover a slot before it has a record, and its index a level only when the
 //     file has it.
 // Words of the state, births and buckets carry a check, versions a checksum of the record too.
@@ -59,7 +58,7 @@ struct State {
   Word quiesced;
   alignas( 64 ) Word births;
   Word slots;   // the first so many may have been used
-  Word changes; // writes and removals, for those who poll
+  Word changes; // writes, removals and take-overs, for those who poll
 };
 
 constexpr size_t pageSize = 4096;
@@ -110,22 +109,29 @@ struct StagingHead {
 constexpr uint64_t stagingCells = 8;
 
 // Of a record's version one of the two lowest bits is set: it is staged, or in place and so final.
-// The version counts from its third bit to its 32nd. Its upper half is the slot's checksum, as it
-// is when the version is final.
+// The next three say in which cell it is, or was, staged; from there to the 32nd it counts. Its
+// upper half is the slot's checksum, as it is when the version is final.
 constexpr uint64_t stagedBit = 1;
 constexpr uint64_t placedBit = 2;
+constexpr unsigned cellShift = 2;
+constexpr uint64_t cellMask = ( stagingCells - 1 ) << cellShift;
+constexpr unsigned countShift = 5;
+static_assert( cellMask >> countShift == 0 );
 constexpr unsigned checkShift = 32;
-constexpr unsigned countShift = 2;
-// Final ones, without their checksums: of the record that follows one, or nothing, of its
-// replacement, and of its removal.
-constexpr uint64_t replacedVersion( uint64_t version ) {
-  return static_cast< uint32_t >( version + ( 1 << countShift ) ) & ~stagedBit;
+// The final version after another, without its checksum: when a record is replaced by way of a
+// cell, when an empty slot gets one, when it loses it.
+constexpr uint64_t replacedVersion( uint64_t version, uint64_t cell ) {
+  const uint64_t next = static_cast< uint32_t >( version + ( 1 << countShift ) );
+  return ( next & ~( cellMask | stagedBit ) ) | cell << cellShift;
 }
 constexpr uint64_t filledVersion( uint64_t version ) {
-  return replacedVersion( version ) | placedBit;
+  return replacedVersion( version, 0 ) | placedBit;
 }
 constexpr uint64_t removedVersion( uint64_t version ) {
-  return replacedVersion( version ) & ~placedBit;
+  return replacedVersion( version, 0 ) & ~placedBit;
+}
+constexpr uint64_t cellOf( uint64_t version ) {
+  return ( version & cellMask ) >> cellShift;
 }
 // The staged version to a final one, and back.
 constexpr uint64_t stagedVersion( uint64_t version ) {
@@ -134,6 +140,7 @@ constexpr uint64_t stagedVersion( uint64_t version ) {
 constexpr uint64_t settledVersion( uint64_t version ) {
   return version - stagedBit + placedBit;
 }
+// Of a final version, whose checksum does not matter.
 constexpr uint64_t stagingName( uint32_t slot, uint64_t version ) {
   return uint64_t( slot ) << checkShift | static_cast< uint32_t >( version );
 }
@@ -155,7 +162,7 @@ constexpr uint64_t latestBirth( uint64_t number ) {
 }
 
 // A checksum is the upper half of the golden ratio times a sum, of the version and every second
-// word of the record, and the other words, rotated: any one bit that differs changes it.
+// word of the record, and the other words, rotated: any one bit of those that differs changes it.
 struct Sum {
   uint64_t even = 0;
   uint64_t odd = 0;
@@ -165,6 +172,10 @@ struct Sum {
     return even + static_cast< uint32_t >( version ) + std::rotl( odd, 11 );
   }
 };
+// Of no record, from a start that records hardly have for a sum.
+constexpr uint64_t removedSum( uint64_t version ) {
+  return Sum{ Vex::goldenRatio, 0 }.with( version );
+}
 constexpr uint64_t withCheck( uint64_t version, uint64_t sum ) {
   return sum * Vex::goldenRatio >> checkShift << checkShift | version;
 }
@@ -218,15 +229,9 @@ constexpr size_t stagingSizeOf( size_t words ) {
   const size_t size = sizeof( StagingHead ) + words * sizeof( uint64_t );
   return ( size + cacheLine - 1 ) / cacheLine * cacheLine;
 }
-constexpr uint64_t stagingStart = pageSize;
-// Of a cell. They take turns, whether one record or many are written.
-constexpr uint64_t stagingOffset( uint32_t slot, uint64_t version, size_t words ) {
-  constexpr uint32_t cells = ( stagingCells - 1 ) << countShift;
-  const uint32_t turn = ( ( slot << countShift ) + static_cast< uint32_t >( version ) ) & cells;
-  return stagingStart + turn * ( stagingSizeOf( words ) >> countShift );
-}
+constexpr uint64_t stagingOffset = pageSize;
 constexpr uint64_t levelsOffset( size_t words ) {
-  return stagingStart + wholePages( stagingCells * stagingSizeOf( words ) );
+  return stagingOffset + wholePages( stagingCells * stagingSizeOf( words ) );
 }
 
 // Where the parts of a level lie in the file.

@@ -18,7 +18,8 @@ public:
   Index() = default;
   Index( Format::Bucket * buckets, uint32_t level )
       : buckets_( buckets ), slotMask_( Format::capacityOf( level ) - 1 ),
-        groupMask_( ( Format::bucketsOf( level ) - 1 ) / group * group ) {
+        groupMask_( ( Format::bucketsOf( level ) - 1 ) / group * group ),
+        groupShift_( 64 - std::countr_zero( Format::bucketsOf( level ) / group ) ) {
     tagMasks_.fill( setBit - 1 - slotMask_ );
   }
 
@@ -29,7 +30,7 @@ public:
 
   // A guess at the slot of the record with this hash, the right one nearly always: that of the
   // bucket alike in the first eight. If there are none or several, it is any slot.
-  [[gnu::always_inline]] uint32_t guess( uint64_t hash ) const {
+  [[gnu::always_inline]] uint32_t guess( const auto & hash ) const {
     using Quad [[gnu::vector_size( 16 )]] = uint32_t;
     using Pair [[gnu::vector_size( 16 )]] = uint64_t;
     static_assert( group * sizeof( Format::Bucket ) == 2 * sizeof( Quad ) );
@@ -39,9 +40,10 @@ public:
       return quad;
     };
     const Format::Bucket * const at = buckets_ + begin( hash );
-    const Quad hashes = reinterpret_cast< Quad >( Pair{ hash } );
+    const Quad hashes = reinterpret_cast< Quad >( Pair{ tagWord( hash ) } );
     const Quad tags = __builtin_shufflevector( hashes, hashes, 1, 1, 1, 1 );
-    const auto alike = [ tags, masks = load( tagMasks_.data() ) ]( const Quad & buckets ) {
+    const Quad masks = load( tagMasks_.data() );
+    const auto alike = [ tags, masks ]( const Quad & buckets ) {
       return buckets & ( ( ( buckets ^ tags ) & masks ) == 0 );
     };
     Quad all = alike( load( at ) ) | alike( load( at + group / 2 ) );
@@ -56,7 +58,7 @@ public:
     bool damaged = false; // by what was passed
   };
   // `isIt( slot )` says whether a slot has the record looked for.
-  template< class IsIt > Found find( uint64_t hash, IsIt && isIt ) const {
+  template< class Hash, class IsIt > Found find( const Hash & hash, IsIt && isIt ) const {
     uint32_t at = begin( hash );
     uint32_t seen = 0;
     for ( uint32_t left = buckets(); left; --left ) {
@@ -77,7 +79,7 @@ public:
   // --- For the writer
 
   // The first bucket from where the search begins that has no slot.
-  uint32_t place( uint64_t hash ) const {
+  uint32_t place( const auto & hash ) const {
     uint32_t at = begin( hash );
     while ( load( at ) & setBit ) {
       at = after( at );
@@ -85,7 +87,7 @@ public:
     return at;
   }
   bool isEmpty( uint32_t at ) const { return load( at ) == 0; }
-  void enter( uint32_t at, uint64_t hash, uint32_t slot ) const {
+  void enter( uint32_t at, const auto & hash, uint32_t slot ) const {
     store( at, withParity( setBit | ( tagOf( hash ) & tagMask() ) | slot ) );
   }
   // How many buckets have become empty.
@@ -104,7 +106,7 @@ public:
   }
   void clear() const {
     for ( uint32_t at = 0; at < buckets(); ++at ) {
-      buckets_[ at ].store( 0, std::memory_order_relaxed );
+      store( at, 0 );
     }
   }
 
@@ -120,8 +122,16 @@ private:
   // Has a tag, but slot number 0, so that guesses need not make out whether the bit is set.
   static constexpr uint32_t tombstone = parityBit | setBit >> 1;
 
+  // Keys have a hash of one or the other kind.
   uint32_t begin( uint64_t hash ) const { return static_cast< uint32_t >( hash ) & groupMask_; }
-  static uint32_t tagOf( uint64_t hash ) { return static_cast< uint32_t >( hash >> 32 ); }
+  uint32_t begin( const Vex::ContainerHash & hash ) const {
+    return ( static_cast< uint32_t >( hash.spread >> groupShift_ ) ^ hash.neighbour() ) * group;
+  }
+  static uint64_t tagWord( uint64_t hash ) { return hash; }
+  static uint64_t tagWord( const Vex::ContainerHash & hash ) { return hash.mixed(); }
+  static uint32_t tagOf( const auto & hash ) {
+    return static_cast< uint32_t >( tagWord( hash ) >> 32 );
+  }
   uint32_t tagMask() const { return tagMasks_[ 0 ]; }
   uint32_t after( uint32_t at ) const { return ( at + 1 ) & ( buckets() - 1 ); }
   uint32_t load( uint32_t at ) const { return buckets_[ at ].load( std::memory_order_relaxed ); }
@@ -133,6 +143,7 @@ private:
   uint32_t slotMask_ = 0;
   uint32_t groupMask_ = 0;
   std::array< uint32_t, 4 > tagMasks_{}; // the same one
+  int groupShift_ = 0;
 };
 
 } // namespace Rook

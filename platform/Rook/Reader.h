@@ -54,7 +54,7 @@ private:
 
   // Wherever it is.
   [[gnu::noinline]] std::optional< Copy > find( const Key & key ) const {
-    const uint64_t hash = Type::hash( key );
+    const auto hash = Type::hash( key );
     while ( true ) {
       const uint64_t word = file_.state().index.load( std::memory_order_acquire );
       if ( word != indexWord_ ) {
@@ -84,26 +84,30 @@ private:
   }
 
   bool stands( Copy & copy, const Key & key ) const {
-    copy.state = file_.readSlot( copy.slot, Type::words, copy.words.data() );
-    if ( copy.state.damaged ) {
-      throw file_.damageOfSlot( copy.slot );
-    }
-    if ( !copy.state.present ) {
-      return false;
-    }
-    if ( copy.state.birth > latestBirth_ ) {
+    while ( true ) {
+      copy.state = file_.readSlot( copy.slot, Type::words, copy.words.data() );
+      if ( copy.state.damaged ) {
+        throw file_.damageOfSlot( copy.slot );
+      }
+      if ( !copy.state.present ) {
+        return false;
+      }
+      if ( copy.state.birth <= latestBirth_ ) {
+        return Type::key( Type::record( copy.words ) ) == key;
+      }
+      // Births that cover it may be a later writer's, which gave the number to another record: if
+      // so, that is seen when the slot is read again.
       latestBirth_ = Format::latestBirth( file_.load( file_.state().births, "births" ) );
       if ( copy.state.birth > latestBirth_ ) {
         return false;
       }
     }
-    return Type::key( Type::record( copy.words ) ) == key;
   }
 
   TableFile file_;
   mutable Index index_;
   mutable uint64_t indexWord_ = 0;
-  mutable uint64_t latestBirth_ = 0; // or a later one
+  mutable uint64_t latestBirth_ = 0; // not above the births that the state has
 };
 
 } // namespace Rook

@@ -30,7 +30,15 @@ template< Vex::Composite R, class K, K R::*keyField > struct RecordOf< keyField 
     return { sizeof( R ), fieldsOf< R >( key ) };
   }
 
-  static uint64_t hash( const Key & key ) { return Vex::foldHash( 0, key ); }
+  // Words of 32 bits are numbers that are handed out, and used, one after the other: what they
+  // lead to in an index lies together then.
+  static auto hash( const Key & key ) {
+    if constexpr ( Vex::HasWord< Key > && sizeof( Key ) <= sizeof( uint32_t ) ) {
+      return Vex::containerHash( key );
+    } else {
+      return Vex::foldHash( 0, key );
+    }
+  }
   // Word by word, so that they can be in registers.
   [[gnu::always_inline]] static Record record( const Words & words ) {
     Record record;
@@ -71,7 +79,7 @@ template< Vex::Composite R, class K, K R::*keyField > struct RecordOf< keyField 
   };
   // Whether the record of a key was where it nearly always is. When it was not nothing is said.
   [[gnu::always_inline]] static bool guess( const TableFile & file, const Index & index,
-                                            uint64_t hash, const Key & key, Copy & copy ) {
+                                            const auto & hash, const Key & key, Copy & copy ) {
     if ( !index.stands() ) {
       return false;
     }

@@ -20,8 +20,9 @@ public:
   using Key = typename Type::Key;
   using KeyCallback = std::function< void( const Key & ) >;
 
-  Table() : TableWriter( Type::description(), Shareable< Record >, hashOf ) {}
+  Table() : TableWriter( Type::description(), Shareable< Record >, enter ) {}
 
+  // Both, or two empty ones.
   void keyCallbacksIs( KeyCallback written, KeyCallback removed ) {
     written_ = std::move( written );
     removed_ = std::move( removed );
@@ -53,8 +54,8 @@ public:
   const Table & members() const { return *this; }
   auto range() const { return Range< keyField, Table >( *this ); }
 
-  // Inserts or replaces. What is replaced is not looked at but for its key and version: damage in
-  // the rest of it ends with it.
+  // Inserts or replaces. What is replaced is nearly always not looked at but for its key and
+  // version: damage in the rest of the record ends with it.
   void put( const Record & record ) {
     const auto & key = Type::key( record );
     if ( !replaceGuessed( record ) ) [[unlikely]] {
@@ -73,7 +74,7 @@ public:
     const bool present = change( [ & ] {
       const auto found = find( key );
       if ( found ) {
-        remove( found->bucket, found->slot, Type::words, found->state );
+        remove( found->bucket, found->slot, Type::words, found->state.version );
       }
       return found.has_value();
     } );
@@ -109,10 +110,11 @@ public:
 private:
   using Copy = typename Type::Copy;
 
-  static uint64_t hashOf( const uint64_t * record ) {
+  static void enter( const Index & index, const uint64_t * record, uint32_t slot ) {
     typename Type::Words words;
     std::copy_n( record, words.size(), words.begin() );
-    return Type::hash( Type::key( Type::record( words ) ) );
+    const auto hash = Type::hash( Type::key( Type::record( words ) ) );
+    index.enter( index.place( hash ), hash, slot );
   }
 
   // Wherever it is.
@@ -137,8 +139,9 @@ private:
     return at.found ? std::optional( found ) : std::nullopt;
   }
 
-  // Where the record of its key nearly always is. Whether it was there: in the writer's own process
-  // the slot is read as it is.
+  // Whether the record of its key was where it nearly always is. The slot is read without further
+  // ado, as nobody else writes to it. Slot 0 is also what is guessed when nothing is alike, and
+  // damage may make it look like the one.
   [[gnu::always_inline]] bool replaceGuessed( const Record & record ) {
     if ( !index().stands() ) {
       return false;
@@ -146,18 +149,18 @@ private:
     const auto & key = Type::key( record );
     const uint32_t slot = index().guess( Type::hash( key ) );
     const uint64_t version = file().versionOf( slot, Type::words );
-    if ( !( version & Format::placedBit ) ||
+    if ( slot == 0 || !( version & Format::placedBit ) ||
          Type::keyIn( file().recordOf( slot, Type::words ) ) != key ) [[unlikely]] {
       return false;
     }
-    replace( slot, Type::words, version, Type::wordsFrom( record ).data() );
+    file().replaceSlot( slot, Type::words, version, Type::wordsFrom( record ).data() );
     return true;
   }
   [[gnu::noinline]] void putWherever( Record record ) {
     const auto words = Type::wordsFrom( record );
     change( [ & ] {
       if ( const auto found = find( Type::key( record ) ) ) {
-        replace( found->slot, Type::words, found->state.version, words.data() );
+        file().replaceSlot( found->slot, Type::words, found->state.version, words.data() );
       } else {
         insert( Type::hash( Type::key( record ) ), Type::words, words.data() );
       }

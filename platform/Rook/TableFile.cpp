@@ -229,7 +229,7 @@ void TableFile::makeLevel( uint32_t level ) {
   }
   const auto & made = levels_[ level ];
   if ( level == 0 ) {
-    allocate( Format::stagingStart, made.index - Format::stagingStart );
+    allocate( Format::stagingOffset, made.index - Format::stagingOffset );
   }
   makeIndex( level, 0 );
   allocate( made.slots, made.end - made.slots );

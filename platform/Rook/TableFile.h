@@ -94,8 +94,8 @@ public:
     state.version = head.version.load( std::memory_order_acquire );
     state.birth = head.birth.load( std::memory_order_acquire );
     const uint64_t sum = copy( wordsAfter( head ), words, record ).with( state.version );
-    if ( !( state.version & Format::placedBit ) ||
-         Format::checkDifference( state.version, sum ) ) [[unlikely]] {
+    if ( !( state.version & Format::placedBit ) || Format::checkDifference( state.version, sum ) )
+        [[unlikely]] {
       return false;
     }
     if ( head.version.load( std::memory_order_relaxed ) != state.version ) [[unlikely]] {
@@ -122,7 +122,7 @@ public:
   const std::byte * recordOf( uint32_t slot, size_t words ) const {
     return reinterpret_cast< const std::byte * >( wordsAfter( headOf( slot, words ) ) );
   }
-  // An empty slot gets a record,
+  // An empty slot gets a record, whose birth is yet to be told,
   void fillSlot( uint32_t slot, size_t words, uint64_t version, uint64_t birth,
                  const uint64_t * record ) const {
     auto & head = headOf( slot, words );
@@ -130,21 +130,24 @@ public:
     head.birth.store( birth, std::memory_order_release );
     const uint64_t sum = store( wordsAfter( head ), words, record ).with( next );
     head.version.store( Format::withCheck( next, sum ), std::memory_order_release );
-    countChange();
   }
   // or one has its record replaced,
   [[gnu::always_inline]] void replaceSlot( uint32_t slot, size_t words, uint64_t version,
                                            const uint64_t * record ) const {
+    // Nothing up to the version waits for the slot to be read: the cells take turns by themselves.
+    auto & changes = state().changes;
+    const uint64_t change = changes.load( std::memory_order_relaxed ) + 1;
+    const uint64_t cell = change % Format::stagingCells;
+    auto & staging = stagingAt( cell, words );
     auto & head = headOf( slot, words );
-    uint64_t next = Format::replacedVersion( version );
-    auto & staging = stagingOf( slot, words, next );
+    uint64_t next = Format::replacedVersion( version, cell );
     staging.name.store( Format::stagingName( slot, next ), std::memory_order_release );
     const uint64_t sum = store( wordsAfter( staging ), words, record ).with( next );
     next = Format::withCheck( next, sum );
     head.version.store( Format::stagedVersion( next ), std::memory_order_release );
     store( wordsAfter( head ), words, record );
     head.version.store( next, std::memory_order_release );
-    countChange();
+    changes.store( change, std::memory_order_release );
   }
   // or what is staged, as it was read, copied in place,
   void settleSlot( uint32_t slot, size_t words, uint64_t version, const uint64_t * record ) const {
@@ -156,7 +159,7 @@ public:
   void emptySlot( uint32_t slot, size_t words, uint64_t version ) const {
     const uint64_t next = Format::removedVersion( version );
     headOf( slot, words )
-        .version.store( Format::withCheck( next, Format::Sum().with( next ) ),
+        .version.store( Format::withCheck( next, Format::removedSum( next ) ),
                         std::memory_order_release );
     countChange();
   }
@@ -175,9 +178,9 @@ private:
   Format::SlotHead & headOf( uint32_t slot, size_t words ) const {
     return *reinterpret_cast< Format::SlotHead * >( slots_ + slot * Format::slotSizeOf( words ) );
   }
-  Format::StagingHead & stagingOf( uint32_t slot, size_t words, uint64_t version ) const {
-    return *reinterpret_cast< Format::StagingHead * >(
-        memory_ + Format::stagingOffset( slot, version, words ) );
+  Format::StagingHead & stagingAt( uint64_t cell, size_t words ) const {
+    return *reinterpret_cast< Format::StagingHead * >( memory_ + Format::stagingOffset +
+                                                       cell * Format::stagingSizeOf( words ) );
   }
   template< class Head > static Format::Word * wordsAfter( Head & head ) {
     return reinterpret_cast< Format::Word * >( &head + 1 );
@@ -209,20 +212,20 @@ private:
     const uint64_t version = state.version;
     if ( version & Format::stagedBit ) {
       const uint64_t settled = Format::settledVersion( version );
-      auto & staging = stagingOf( slot, words, settled );
+      auto & staging = stagingAt( Format::cellOf( settled ), words );
       const uint64_t name = Format::stagingName( slot, settled );
       const bool named = staging.name.load( std::memory_order_acquire ) == name;
       const uint64_t sum = copy( wordsAfter( staging ), words, record ).with( settled );
       state.version = settled;
       state.staged = named && !Format::checkDifference( settled, sum ) &&
-                     staging.name.load( std::memory_order_relaxed ) == name;
+                     staging.name.load( std::memory_order_acquire ) == name;
       state.present = state.staged;
       if ( state.present ) {
         return true;
       }
     } else if ( !( version & Format::placedBit ) ) {
       state.damaged =
-          version != 0 && Format::checkDifference( version, Format::Sum().with( version ) ) != 0;
+          version != 0 && Format::checkDifference( version, Format::removedSum( version ) ) != 0;
       return true;
     }
     state.damaged = headOf( slot, words ).version.load( std::memory_order_acquire ) == version;

@@ -32,8 +32,8 @@ CorruptionHandling::CorruptionHandling()
         std::fprintf( stderr, "Rook: %s\n", corruption.what() );
       } ) {}
 
-TableWriter::TableWriter( const Description & description, bool shareable, HashOf hashOf )
-    : description_( description ), shareable_( shareable ), hashOf_( hashOf ),
+TableWriter::TableWriter( const Description & description, bool shareable, Enter enter )
+    : description_( description ), shareable_( shareable ), enter_( enter ),
       scratch_( Format::wordsOf( description.recordSize ) ) {}
 
 void TableWriter::mount( const String & name ) {
@@ -146,8 +146,7 @@ void TableWriter::makeIndex( uint32_t level, uint32_t half ) {
       throw file_->damageOfSlot( slot );
     }
     if ( found.present ) {
-      const uint64_t hash = hashOf_( scratch_.data() );
-      made.enter( made.place( hash ), hash, slot );
+      enter_( made, scratch_.data(), slot );
       ++usedBuckets_;
     }
   }

@@ -47,10 +47,11 @@ public:
   void handleDamagedSlot( uint32_t slot ) const { handleCorruption( file_->damageOfSlot( slot ) ); }
 
 protected:
-  using HashOf = uint64_t ( * )( const uint64_t * record );
+  // Enters the slot of a record in an index.
+  using Enter = void ( * )( const Index & index, const uint64_t * record, uint32_t slot );
 
   // Records of an unshareable type stay in private memory.
-  TableWriter( const Description & description, bool shareable, HashOf hashOf );
+  TableWriter( const Description & description, bool shareable, Enter enter );
   ~TableWriter() = default;
 
   bool writable() const { return file_.has_value(); }
@@ -65,7 +66,7 @@ protected:
   // --- Changes; `words` is what the records have, a constant there.
 
   // Of a record that does not stand.
-  void insert( uint64_t hash, size_t words, const uint64_t * record ) {
+  void insert( const auto & hash, size_t words, const uint64_t * record ) {
     makeRoom();
     const uint32_t slot = takeSlot();
     const auto state = file_->readSlot( slot, words, scratch_.data() );
@@ -77,14 +78,11 @@ protected:
     index_.enter( bucket, hash, slot );
     file_->fillSlot( slot, words, state.version, Format::birthOf( ++births_ ), record );
     file_->state().births.store( Format::guarded( births_ ), std::memory_order_release );
+    file_->countChange();
     ++size_;
   }
-  [[gnu::always_inline]] void replace( uint32_t slot, size_t words, uint64_t version,
-                                       const uint64_t * record ) {
-    file_->replaceSlot( slot, words, version, record );
-  }
-  void remove( uint32_t bucket, uint32_t slot, size_t words, const SlotState & state ) {
-    file_->emptySlot( slot, words, state.version );
+  void remove( uint32_t bucket, uint32_t slot, size_t words, uint64_t version ) {
+    file_->emptySlot( slot, words, version );
     usedBuckets_ -= index_.leave( bucket );
     freeSlots_.push_back( slot );
     --size_;
@@ -125,7 +123,7 @@ private:
 
   const Description description_;
   const bool shareable_;
-  const HashOf hashOf_;
+  const Enter enter_;
   std::optional< TableFile > file_;
   MountStatus status_ = MountStatus::unmounted;
   bool quiesced_ = false;

@@ -111,9 +111,11 @@ struct ContainerHash {
   uint64_t word;
 
   constexpr uint32_t neighbour() const { return ( word >> 2 ) & 15; }
+  // All of it, in the upper bits above all.
+  constexpr uint64_t mixed() const { return ( spread + word ) * 0xD1342543DE82EF95ull; }
   // From 1 to 255.
   constexpr uint32_t tag() const {
-    const auto tag = static_cast< uint32_t >( ( ( spread + word ) * 0xD1342543DE82EF95ull ) >> 56 );
+    const auto tag = static_cast< uint32_t >( mixed() >> 56 );
     return tag ? tag : 1;
   }
 };
