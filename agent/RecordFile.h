@@ -8,6 +8,7 @@
 #include "Vex/Text.h"
 
 #include <future>
+#include <memory>
 
 namespace Agent {
 
