@@ -219,11 +219,11 @@ void EsiFilteringDecapSm::createEsiFilterVia( const RouteKey & routeKey,
 
 void EsiFilteringDecapSm::deleteEsiFilterVia( const RouteKey & routeKey ) {
   TRACE( 8, "EsiFilteringDecapSm::deleteEsiFilterVia route ", routeKey );
-  if ( !routeEsiFilterViaHas( routeKey ) ) {
+  const auto via = routeEsiFilterVia( routeKey );
+  if ( via == Mpls::LfibEvpnEthernetSegmentFilterVia() ) {
     deleteRouteFromUnprogrammed( routeKey );
     return;
   }
-  const auto via = routeEsiFilterVia( routeKey );
   esiFilteringDecapHelper()->deleteEsiPortMap( via.label, via.intfId );
   routeEsiFilterViaDel( routeKey );
   intfRouteDel( via.intfId );

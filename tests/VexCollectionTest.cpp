@@ -251,6 +251,31 @@ TEST( VexCollection, ErasedValueMayUseItsCollectionWhileItEnds ) {
   EXPECT_TRUE( collection.has( 1 ) );
 }
 
+// As they grow through mappings of their own: moved whole, and member by member.
+TEST( VexCollection, MembersStayThroughGrowth ) {
+  const auto check = []( auto & collection, const auto & valueOf ) {
+    constexpr uint64_t count = 300000;
+    for ( uint64_t i = 0; i < count; ++i ) {
+      collection.findOrAdd( i, [ & ] { return valueOf( i ); } );
+    }
+    for ( uint64_t i = 0; i < count; i += 2 ) {
+      ASSERT_TRUE( collection.erase( i ) ) << i;
+    }
+    uint64_t next = 1;
+    for ( const auto & member : collection.range() ) {
+      ASSERT_EQ( member.key, next );
+      ASSERT_EQ( member.value, valueOf( next ) );
+      ASSERT_EQ( *collection.find( next ), valueOf( next ) );
+      next += 2;
+    }
+    EXPECT_EQ( next, count + 1 );
+  };
+  Vex::Collection< uint64_t, uint64_t > flat;
+  check( flat, []( uint64_t i ) { return i * i; } );
+  Vex::Collection< uint64_t, std::string > texts;
+  check( texts, []( uint64_t i ) { return std::to_string( i ); } );
+}
+
 TEST( VexCollection, MemoryStaysWithinItsBounds ) {
   struct Wide {
     uint64_t low, high;
@@ -260,7 +285,7 @@ TEST( VexCollection, MemoryStaysWithinItsBounds ) {
   constexpr size_t start = 32;
   Vex::Collection< uint64_t, Wide > collection;
   EXPECT_EQ( collection.memory(), 0u );
-  for ( uint64_t i = 1; i <= 100000; ++i ) {
+  for ( uint64_t i = 1; i <= 500000; ++i ) {
     collection.findOrAdd( i, [ & ] { return Wide{ i, i }; } );
     const size_t bound = i <= 8 ? start + std::bit_ceil( i + ( i == 1 ) ) * slot : 72 * i;
     ASSERT_LE( collection.memory(), bound ) << i;

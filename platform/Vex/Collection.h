@@ -186,12 +186,12 @@ public:
     return size_ == 0;
   }
   bool has( const Key & key ) const {
-    return findSlot( key ) != noSlot;
+    return look( key, hashOf( key ) ).member;
   }
 
   const Value * find( const Key & key ) const {
-    const uint32_t at = findSlot( key );
-    return at == noSlot ? nullptr : &slot( at ).value;
+    const Slot * const member = look( key, hashOf( key ) ).member;
+    return member ? &member->value : nullptr;
   }
   Value * find( const Key & key ) {
     return const_cast< Value * >( std::as_const( *this ).find( key ) );
@@ -206,16 +206,15 @@ public:
   // `make` must leave this collection alone.
   template< class Make > std::pair< Value *, bool > findOrAdd( const Key & key, Make && make ) {
     ContainerHash hash = hashOf( key );
-    uint32_t at = findSlot( key, hash );
-    if ( at != noSlot ) {
-      return { &slot( at ).value, false };
+    if ( const Found found = look( key, hash ); found.member ) {
+      return { &found.member->value, false };
     }
     Value value( make() );
     if ( size_ >= indexFrom - 1 && size_ >= index_.room() ) [[unlikely]] {
       makeIndexFor( size_ + 1 );
       hash = hashOf( key );
     }
-    at = takeSlot();
+    const uint32_t at = takeSlot();
     Slot & fresh = slot( at );
     new ( &fresh.key ) Key( key );
     new ( &fresh.value ) Value( std::move( value ) );
@@ -242,18 +241,19 @@ public:
 
   bool erase( const Key & key ) {
     const ContainerHash hash = hashOf( key );
-    const uint32_t at = findSlot( key, hash );
-    if ( at == noSlot ) {
+    const Found found = look( key, hash );
+    if ( !found.member ) {
       return false;
     }
-    if ( index_.stands() ) {
-      index_.erase( hash, at );
+    const uint32_t at = numberOf( found );
+    if ( found.place ) {
+      index_.erase( hash, found.place );
     }
     for ( Walk * walk = walks_; walk; walk = walk->outer_ ) {
       walk->leaveOut( at );
     }
-    unlink( at );
-    Slot & gone = slot( at );
+    Slot & gone = *found.member;
+    unlink( gone );
     // Destroying the value can run code that uses this collection: all is in place by then.
     std::optional< Value > value( std::move( gone.value ) );
     std::destroy_at( &gone.value );
@@ -311,6 +311,10 @@ private:
   static size_t bytesFor( uint32_t capacity ) {
     return sizeof( Header ) + capacity * sizeof( Slot );
   }
+  static uint32_t roomIn( size_t bytes ) {
+    return static_cast< uint32_t >( ( Detail::wholePages( bytes ) - sizeof( Header ) ) /
+                                    sizeof( Slot ) );
+  }
   static size_t bytesOf( const void * block ) {
     return bytesFor( static_cast< const Header * >( block )->capacity );
   }
@@ -329,22 +333,50 @@ private:
     return Detail::predicted( at + 1, slot( at ).next );
   }
 
-  uint32_t findSlot( const Key & key ) const {
-    return findSlot( key, hashOf( key ) );
+  // A member, and its place in the index if there is one.
+  struct Found {
+    Slot * member;
+    Detail::CollectionIndex::Place place;
+  };
+  uint32_t numberOf( const Found & found ) const {
+    return found.place ? found.place.slot()
+                       : static_cast< uint32_t >( found.member - slotsOf( block_ ) );
   }
-  uint32_t findSlot( const Key & key, const ContainerHash & hash ) const {
+  uint32_t findSlot( const Key & key ) const {
+    const Found found = look( key, hashOf( key ) );
+    return found.member ? numberOf( found ) : noSlot;
+  }
+  // Kept short, for among many members as many look-ups run at once as instructions of them fit
+  // what the processor looks ahead.
+  [[gnu::always_inline]] Found look( const Key & key, const ContainerHash & hash ) const {
     if ( !index_.stands() ) {
-      if ( size_ ) {
-        for ( uint32_t at = header().head; at != noSlot; at = slot( at ).next ) {
-          if ( slot( at ).key == key ) {
-            return at;
-          }
+      return lookAtAll( key );
+    }
+    if ( const auto sight = index_.look( hash ); sight.found ) [[likely]] {
+      const auto place = sight.place();
+      Slot & first = slot( place.slot() );
+      if ( first.key == key ) [[likely]] {
+        return { &first, place };
+      }
+    } else if ( sight.isAll() ) [[likely]] {
+      return {};
+    }
+    const auto place = lookFurther( key );
+    return place ? Found{ &slot( place.slot() ), place } : Found();
+  }
+  [[gnu::noinline]] Found lookAtAll( const Key & key ) const {
+    if ( size_ ) {
+      for ( uint32_t at = header().head; at != noSlot; at = slot( at ).next ) {
+        if ( slot( at ).key == key ) {
+          return { &slot( at ), {} };
         }
       }
-      return noSlot;
     }
-    const Slot * slots = slotsOf( block_ );
-    return index_.find( hash, [ & ]( uint32_t at ) { return slots[ at ].key == key; } );
+    return {};
+  }
+  [[gnu::noinline]] Detail::CollectionIndex::Place lookFurther( const Key & key ) const {
+    return index_.find( containerHash( key ),
+                        [ & ]( uint32_t at ) { return slot( at ).key == key; } );
   }
 
   uint32_t takeSlot() {
@@ -357,7 +389,7 @@ private:
       return at;
     }
     if ( const uint32_t capacity = header().capacity; size_ == capacity ) {
-      growSlots( capacity < 16 ? capacity * 2 : capacity + capacity / 2 );
+      growSlots( capacity < 16 ? capacity * 2 : roomIn( bytesFor( capacity + capacity / 2 ) ) );
     }
     return size_;
   }
@@ -369,9 +401,9 @@ private:
     ( all.tail == noSlot ? all.head : slot( all.tail ).next ) = at;
     all.tail = at;
   }
-  void unlink( uint32_t at ) {
+  void unlink( const Slot & gone ) {
     Header & all = header();
-    const auto [ next, prev ] = std::pair( slot( at ).next, slot( at ).prev );
+    const auto [ next, prev ] = std::pair( gone.next, gone.prev );
     ( prev == noSlot ? all.head : slot( prev ).next ) = next;
     ( next == noSlot ? all.tail : slot( next ).prev ) = prev;
   }

@@ -28,12 +28,11 @@ size_t mappedBytes( size_t bytes ) {
   return ( bytes + page - 1 ) / page * page;
 }
 
-// Zeroes, in a mapping of their own: what the allocator hands out anew may be in small pages
-// already, and then it stays in them.
-void * mapped( size_t bytes ) {
+// Zeroes, in a mapping of their own that begins with a huge page.
+char * aligned( size_t bytes, int protection ) {
   const size_t wanted = mappedBytes( bytes );
-  void * const memory = mmap( nullptr, wanted + hugePage, PROT_READ | PROT_WRITE,
-                              MAP_PRIVATE | MAP_ANONYMOUS, -1, 0 );
+  void * const memory =
+      mmap( nullptr, wanted + hugePage, protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0 );
   if ( memory == MAP_FAILED ) {
     throw std::bad_alloc();
   }
@@ -43,12 +42,29 @@ void * mapped( size_t bytes ) {
   if ( before < hugePage ) {
     munmap( begin + before + wanted, hugePage - before );
   }
-  madvise( begin + before, wanted, MADV_HUGEPAGE ); // else it does with small ones
   return begin + before;
+}
+
+// What the allocator hands out anew may be in small pages already, and then it stays in them.
+char * mapped( size_t bytes ) {
+  char * const memory = aligned( bytes, PROT_READ | PROT_WRITE );
+  madvise( memory, mappedBytes( bytes ), MADV_HUGEPAGE ); // else it does with small ones
+  return memory;
 }
 
 void unmap( void * memory, size_t bytes ) {
   munmap( memory, mappedBytes( bytes ) );
+}
+
+// The pages themselves move, not what is in them.
+char * grownMapping( char * old, size_t oldBytes, size_t bytes ) {
+  char * const to = aligned( bytes, PROT_NONE );
+  if ( mremap( old, mappedBytes( oldBytes ), mappedBytes( bytes ), MREMAP_MAYMOVE | MREMAP_FIXED,
+               to ) == MAP_FAILED ) {
+    unmap( to, bytes );
+    throw std::bad_alloc();
+  }
+  return to;
 }
 
 constexpr size_t beforeHead = alignof( IndexChunk ) - memoryHead;
@@ -56,10 +72,15 @@ constexpr size_t beforeHead = alignof( IndexChunk ) - memoryHead;
 } // namespace
 
 void * grownMemory( void * old, size_t used, size_t bytes ) {
-  if ( !isLarge( bytes ) ) {
+  if ( !isLarge( beforeHead + bytes ) ) {
     return checked( std::realloc( old, bytes ) );
   }
-  void * const memory = static_cast< char * >( mapped( beforeHead + bytes ) ) + beforeHead;
+  if ( old && isLarge( beforeHead + used ) ) {
+    return grownMapping( static_cast< char * >( old ) - beforeHead, beforeHead + used,
+                         beforeHead + bytes ) +
+           beforeHead;
+  }
+  void * const memory = mapped( beforeHead + bytes ) + beforeHead;
   if ( old ) {
     std::memcpy( memory, old, used );
     freeMemory( old, used );
@@ -68,11 +89,16 @@ void * grownMemory( void * old, size_t used, size_t bytes ) {
 }
 
 void freeMemory( void * memory, size_t bytes ) {
-  if ( isLarge( bytes ) ) {
+  if ( isLarge( beforeHead + bytes ) ) {
     unmap( static_cast< char * >( memory ) - beforeHead, beforeHead + bytes );
   } else {
     std::free( memory );
   }
+}
+
+size_t wholePages( size_t bytes ) {
+  const size_t mapping = beforeHead + bytes;
+  return isLarge( mapping ) ? ( mapping + hugePage / 2 ) / hugePage * hugePage - beforeHead : bytes;
 }
 
 void CollectionIndex::makeFor( uint32_t members ) {
@@ -80,13 +106,15 @@ void CollectionIndex::makeFor( uint32_t members ) {
   const size_t bytes = count * sizeof( IndexChunk );
   clear();
   if ( isLarge( bytes ) ) {
-    chunks_ = static_cast< IndexChunk * >( mapped( bytes ) );
+    chunks_ = reinterpret_cast< IndexChunk * >( mapped( bytes ) );
   } else {
     chunks_ = static_cast< IndexChunk * >(
         checked( std::aligned_alloc( alignof( IndexChunk ), bytes ) ) );
     std::memset( static_cast< void * >( chunks_ ), 0, bytes );
   }
-  shift_ = 32 - static_cast< uint32_t >( std::countr_zero( count ) );
+  shift_ =
+      static_cast< uint16_t >( shiftOfOne - static_cast< uint32_t >( std::countr_zero( count ) ) );
+  neighbours_ = static_cast< uint16_t >( bytes - sizeof( IndexChunk ) );
 }
 
 void CollectionIndex::clear() {

@@ -25,46 +25,81 @@ constexpr uint32_t noSlot = UINT32_MAX;
 constexpr size_t memoryHead = 16;
 void * grownMemory( void * old, size_t used, size_t bytes );
 void freeMemory( void * memory, size_t bytes );
+// About `bytes`, of whole huge pages where they lie in such.
+size_t wholePages( size_t bytes );
 
 struct alignas( 64 ) IndexChunk {
   static constexpr uint32_t width = 12;
   static constexpr uint32_t maxLoad = 10;
 
-  uint8_t tags[ width ];
-  uint32_t overflow; // members that belong here or passed here and stand in a later chunk
+  uint8_t tags[ width ]; // from 1 to 255; 0 is an empty place
+  uint32_t overflow;     // members that belong here or passed here and stand in a later chunk
   uint32_t slots[ width ];
 
 #ifdef __SSE2__
+  // One tag in every byte.
+  using Tag = __m128i;
+
+  static Tag tagOf( uint64_t lowByte ) {
+    const __m128i one = _mm_cvtsi64_si128( static_cast< int64_t >( lowByte ) );
+    const __m128i four = _mm_shufflelo_epi16( _mm_unpacklo_epi8( one, one ), 0 );
+    return _mm_max_epu8( _mm_shuffle_epi32( four, 0 ), _mm_set1_epi8( 1 ) );
+  }
+  static Tag emptyTag() {
+    return _mm_setzero_si128();
+  }
+  static uint32_t number( Tag tag ) {
+    return static_cast< uint32_t >( _mm_cvtsi128_si32( tag ) ) & 0xFFu;
+  }
   __m128i line() const {
     return _mm_load_si128( reinterpret_cast< const __m128i * >( tags ) );
   }
-  // A tag in every byte: of whole words, as a byte stored and loaded wider would be waited for.
-  static __m128i everywhere( uint32_t tag ) {
-    return _mm_set1_epi32( static_cast< int >( tag * 0x01010101u ) );
+  // A bit for each place.
+  uint32_t match( Tag tag ) const {
+    return static_cast< uint32_t >( _mm_movemask_epi8( _mm_cmpeq_epi8( line(), tag ) ) ) & 0xFFFu;
   }
-  uint32_t match( uint32_t tag ) const {
-    return static_cast< uint32_t >(
-               _mm_movemask_epi8( _mm_cmpeq_epi8( line(), everywhere( tag ) ) ) ) &
-           0xFFFu;
+  // Both store what is loaded, a whole line, for what is used next is often in the same chunk.
+  void enter( size_t i, Tag tag ) {
+    lineIs( _mm_or_si128( line(), _mm_and_si128( place( i ), tag ) ) );
   }
-  // Stored as it is loaded, for what is used next is often in the same chunk.
-  void put( uint32_t i, uint32_t tag ) {
-    const __m128i places = _mm_setr_epi8( 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15 );
-    const __m128i place = _mm_cmpeq_epi8( places, everywhere( i ) );
-    const __m128i changed = _mm_or_si128( _mm_andnot_si128( place, line() ),
-                                          _mm_and_si128( place, everywhere( tag ) ) );
-    _mm_store_si128( reinterpret_cast< __m128i * >( tags ), changed );
+  void clear( size_t i ) {
+    lineIs( _mm_andnot_si128( place( i ), line() ) );
+  }
+
+private:
+  static __m128i place( size_t i ) {
+    alignas( 32 ) static constexpr uint8_t places[ 32 ] = { 0, 0, 0, 0, 0, 0, 0, 0,
+                                                            0, 0, 0, 0, 0, 0, 0, 0xFF };
+    return _mm_loadu_si128( reinterpret_cast< const __m128i * >( places + 15 - i ) );
+  }
+  void lineIs( __m128i line ) {
+    _mm_store_si128( reinterpret_cast< __m128i * >( tags ), line );
   }
 #else
-  uint32_t match( uint32_t tag ) const {
+  using Tag = uint8_t;
+
+  static Tag tagOf( uint64_t lowByte ) {
+    const auto tag = static_cast< uint8_t >( lowByte );
+    return tag ? tag : 1;
+  }
+  static Tag emptyTag() {
+    return 0;
+  }
+  static uint32_t number( Tag tag ) {
+    return tag;
+  }
+  uint32_t match( Tag tag ) const {
     uint32_t found = 0;
     for ( uint32_t i = 0; i < width; ++i ) {
       found |= static_cast< uint32_t >( tags[ i ] == tag ) << i;
     }
     return found;
   }
-  void put( uint32_t i, uint32_t tag ) {
-    tags[ i ] = static_cast< uint8_t >( tag );
+  void enter( size_t i, Tag tag ) {
+    tags[ i ] = tag;
+  }
+  void clear( size_t i ) {
+    tags[ i ] = 0;
   }
 #endif
 };
@@ -86,77 +121,112 @@ public:
   // Makes an empty index with room for so many members.
   void makeFor( uint32_t members );
 
-  // The slot under `hash` for which `holdsKey( slot )` is true, or noSlot. As members come and go,
-  // every chunk can come to have one that passed it: what is not there ends after a round.
-  template< class HoldsKey >
-  uint32_t find( const ContainerHash & hash, HoldsKey && holdsKey ) const {
-    Probe probe( hash, shift_ );
-    const uint32_t first = probe.at;
+  // Where a slot's number stands; one word, so that it is handed over in a register.
+  class Place {
+  public:
+    Place() = default;
+    Place( IndexChunk & chunk, size_t i ) : number_( &chunk.slots[ i ] ) {}
+
+    explicit operator bool() const { return number_; }
+    uint32_t slot() const { return *number_; }
+    IndexChunk & chunk() const { return *reinterpret_cast< IndexChunk * >( word() - inChunk() ); }
+    size_t i() const { return ( inChunk() - offsetof( IndexChunk, slots ) ) / sizeof( *number_ ); }
+
+  private:
+    uintptr_t word() const { return reinterpret_cast< uintptr_t >( number_ ); }
+    uintptr_t inChunk() const { return word() % sizeof( IndexChunk ); }
+
+    uint32_t * number_ = nullptr;
+  };
+
+  // What a look-up sees first, which nearly always is all that there is to see: the candidates in
+  // the first chunk. Who needs more calls `find`.
+  struct Sight {
+    IndexChunk & chunk;
+    uint32_t found;
+
+    bool isAll() const { return chunk.overflow == 0; }
+    // The first candidate's.
+    Place place() const { return { chunk, static_cast< size_t >( std::countr_zero( found ) ) }; }
+  };
+  [[gnu::always_inline]] Sight look( const ContainerHash & hash ) const {
+    const Probe first = probe( hash );
+    IndexChunk & chunk = at( first );
+    return { chunk, chunk.match( first.tag ) };
+  }
+
+  // Where the slot under `hash` for which `holdsKey( slot )` is true stands. As members come and
+  // go, every chunk can come to have one that passed it: what is not there ends after a round.
+  template< class HoldsKey > Place find( const ContainerHash & hash, HoldsKey && holdsKey ) const {
+    Probe next = probe( hash );
+    const uint64_t first = next.offset;
     do {
-      const IndexChunk & chunk = chunks_[ probe.at ];
-      for ( uint32_t found = chunk.match( probe.tag ); found; found &= found - 1 ) {
-        const uint32_t slot = chunk.slots[ std::countr_zero( found ) ];
-        if ( holdsKey( slot ) ) [[likely]] {
-          return slot;
+      IndexChunk & chunk = at( next );
+      for ( uint32_t found = chunk.match( next.tag ); found; found &= found - 1 ) {
+        const Place place = Sight{ chunk, found }.place();
+        if ( holdsKey( place.slot() ) ) {
+          return place;
         }
       }
-      if ( chunk.overflow == 0 ) [[likely]] {
-        return noSlot;
+      if ( chunk.overflow == 0 ) {
+        break;
       }
-      probe.advance();
-    } while ( probe.at != first );
-    return noSlot;
+      advance( next );
+    } while ( next.offset != first );
+    return {};
   }
   void enter( const ContainerHash & hash, uint32_t slot ) {
-    for ( Probe probe( hash, shift_ );; probe.advance() ) {
-      IndexChunk & chunk = chunks_[ probe.at ];
-      if ( const uint32_t free = chunk.match( 0 ) ) [[likely]] {
-        const auto i = static_cast< uint32_t >( std::countr_zero( free ) );
-        chunk.put( i, probe.tag );
+    for ( Probe next = probe( hash );; advance( next ) ) {
+      IndexChunk & chunk = at( next );
+      if ( const uint32_t free = chunk.match( IndexChunk::emptyTag() ) ) [[likely]] {
+        const auto i = static_cast< size_t >( std::countr_zero( free ) );
+        chunk.enter( i, next.tag );
         chunk.slots[ i ] = slot;
         return;
       }
       ++chunk.overflow;
     }
   }
-  // `slot` must stand under `hash`.
-  void erase( const ContainerHash & hash, uint32_t slot ) {
-    for ( Probe probe( hash, shift_ );; probe.advance() ) {
-      IndexChunk & chunk = chunks_[ probe.at ];
-      for ( uint32_t found = chunk.match( probe.tag ); found; found &= found - 1 ) {
-        const auto i = static_cast< uint32_t >( std::countr_zero( found ) );
-        if ( chunk.slots[ i ] == slot ) [[likely]] {
-          chunk.put( i, 0 );
-          return;
-        }
-      }
-      --chunk.overflow;
+  // `place` is where `hash` led to.
+  void erase( const ContainerHash & hash, Place place ) {
+    for ( Probe next = probe( hash ); &at( next ) != &place.chunk(); advance( next ) ) {
+      --at( next ).overflow;
     }
+    place.chunk().clear( place.i() );
   }
   void prefetch( const ContainerHash & hash ) const {
-    __builtin_prefetch( &chunks_[ Probe( hash, shift_ ).at ], 1 );
+    __builtin_prefetch( &at( probe( hash ) ), 1 );
   }
 
 private:
   // The chunks that a hash leads to, one after the other.
   struct Probe {
-    Probe( const ContainerHash & hash, uint32_t shift )
-        : mask( static_cast< uint32_t >( uint64_t( UINT32_MAX ) >> shift ) ),
-          at( ( static_cast< uint32_t >( ( hash.spread >> 32 ) >> shift ) ^ hash.neighbour() ) &
-              mask ),
-          tag( hash.tag() ) {}
-    void advance() { at = ( at + 2 * tag + 1 ) & mask; }
-
-    uint32_t mask;
-    uint32_t at;
-    uint32_t tag;
+    uint64_t offset; // bytes
+    IndexChunk::Tag tag;
   };
+  // The tag is of bits well below the line's: those next to them are alike where keys follow each
+  // other in unlucky steps.
+  Probe probe( const ContainerHash & hash ) const {
+    const uint64_t line = ( hash.spread >> shift_ >> 8 ) & ~( sizeof( IndexChunk ) - 1 );
+    return { line ^ ( hash.neighbour() * sizeof( IndexChunk ) & neighbours_ ),
+             IndexChunk::tagOf( ( hash.spread >> shift_ ) + hash.word ) };
+  }
+  IndexChunk & at( const Probe & probe ) const {
+    return *reinterpret_cast< IndexChunk * >( reinterpret_cast< char * >( chunks_ ) +
+                                              probe.offset );
+  }
+  void advance( Probe & probe ) const {
+    const uint64_t step = ( 2 * IndexChunk::number( probe.tag ) + 1 ) * sizeof( IndexChunk );
+    probe.offset = ( probe.offset + step ) & ( memory() - 1 );
+  }
 
   // Of the index that stands.
-  size_t chunkCount() const { return ( uint64_t( UINT32_MAX ) >> shift_ ) + 1; }
+  size_t chunkCount() const { return size_t( 1 ) << ( shiftOfOne - shift_ ); }
 
+  static constexpr uint32_t shiftOfOne = 50; // chunk: its number has no bits, an offset 6, a tag 8
   IndexChunk * chunks_ = nullptr;
-  uint32_t shift_ = 0; // 32 less the binary logarithm of how many chunks there are
+  uint16_t shift_ = 0;      // what leaves the upper bits of a hash as a chunk, 6 bits, and a tag
+  uint16_t neighbours_ = 0; // the bits of an offset that a neighbour changes
 };
 
 } // namespace Vex::Detail

@@ -103,9 +103,11 @@ template< class T > constexpr uint64_t foldHash( uint64_t hash, const T & value 
 }
 
 // The hash of containers. What is used one after the other, such as VLANs and ports, has words
-// that follow each other: those that differ in their last words' two low bits alone share a
-// cache line of the index, and the next four bits choose among neighbouring lines. All else is
-// multiplied by the golden ratio, which spreads an arithmetic progression evenly.
+// that follow each other: those that differ in their two low bits alone share a cache line of the
+// index (of words after other fields, in the lowest bit alone, for there are many such rows), and
+// the next four bits choose among neighbouring lines. All else is multiplied, so that even steps
+// are spread evenly. A multiplier cannot do that for all steps; the two here were found by a search
+// over even steps, grids of ports and lanes, and VLANs on those.
 struct ContainerHash {
   uint64_t spread; // its upper bits choose the line
   uint64_t word;
@@ -113,36 +115,40 @@ struct ContainerHash {
   constexpr uint32_t neighbour() const { return ( word >> 2 ) & 15; }
   // All of it, in the upper bits above all.
   constexpr uint64_t mixed() const { return ( spread + word ) * 0xD1342543DE82EF95ull; }
-  // From 1 to 255.
-  constexpr uint32_t tag() const {
-    const auto tag = static_cast< uint32_t >( mixed() >> 56 );
-    return tag ? tag : 1;
-  }
 };
 
-// Of a field before the last. Multiplied as well, so that grids spread evenly too.
+// Of a field before the last.
 template< class T > constexpr uint64_t spreadHash( uint64_t hash, const T & value ) {
   if constexpr ( HasWord< T > ) {
-    return ( hash + wordOf( value ) ) * 0xC13FA9A902A6328Full;
+    return ( hash + wordOf( value ) ) * 0xFD2A016758B1E1E5ull;
   } else {
     return foldHash( hash, value );
   }
 }
 
-template< class T > constexpr ContainerHash containerHash( const T & value, uint64_t before = 0 ) {
+// Of the last field, or the only one.
+template< class T >
+constexpr ContainerHash lastHash( uint64_t before, const T & value, int shift ) {
   if constexpr ( HasWord< T > ) {
-    const uint64_t word = wordOf( value );
-    return { ( before + ( word >> 6 ) ) * goldenRatio, word };
-  } else if constexpr ( requires { T::vexFields(); } ) {
+    const uint64_t word = wordOf( value ) << shift;
+    return { ( before + ( word >> 6 ) ) * 0xB5DA07E359C47CA5ull, word };
+  } else {
+    return { foldHash( before, value ), 0 };
+  }
+}
+
+template< class T > constexpr ContainerHash containerHash( const T & value ) {
+  if constexpr ( !HasWord< T > && requires { T::vexFields(); } ) {
     constexpr auto fields = T::vexFields();
     constexpr size_t last = std::tuple_size_v< decltype( fields ) > - 1;
     return [ & ]< size_t... i >( std::index_sequence< i... > ) {
+      uint64_t before = 0;
       ( ( before = spreadHash( before, value.*std::get< i >( fields ).member ) ), ... );
-      return containerHash( value.*std::get< last >( fields ).member, before );
+      return lastHash( before, value.*std::get< last >( fields ).member, last ? 1 : 0 );
     }
     ( std::make_index_sequence< last >() );
   } else {
-    return { foldHash( before, value ), 0 };
+    return lastHash( 0, value, 0 );
   }
 }
 
