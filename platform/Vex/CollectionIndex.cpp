@@ -12,10 +12,6 @@ namespace {
 
 constexpr size_t hugePage = size_t( 2 ) << 20;
 
-bool isLarge( size_t bytes ) {
-  return bytes >= 2 * hugePage;
-}
-
 void * checked( void * memory ) {
   if ( !memory ) {
     throw std::bad_alloc();
@@ -26,6 +22,10 @@ void * checked( void * memory ) {
 size_t mappedBytes( size_t bytes ) {
   const auto page = static_cast< size_t >( getpagesize() );
   return ( bytes + page - 1 ) / page * page;
+}
+
+bool isLarge( size_t bytes ) {
+  return mappedBytes( bytes ) >= 2 * hugePage;
 }
 
 // Zeroes, in a mapping of their own that begins with a huge page.
@@ -61,8 +61,7 @@ char * grownMapping( char * old, size_t oldBytes, size_t bytes ) {
   char * const to = aligned( bytes, PROT_NONE );
   if ( mremap( old, mappedBytes( oldBytes ), mappedBytes( bytes ), MREMAP_MAYMOVE | MREMAP_FIXED,
                to ) == MAP_FAILED ) {
-    unmap( to, bytes );
-    throw std::bad_alloc();
+    throw std::bad_alloc(); // `to` may be another's by now: it is let go before all else
   }
   return to;
 }
