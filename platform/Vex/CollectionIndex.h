@@ -129,12 +129,15 @@ public:
 
     explicit operator bool() const { return number_; }
     uint32_t slot() const { return *number_; }
-    IndexChunk & chunk() const { return *reinterpret_cast< IndexChunk * >( word() - inChunk() ); }
+    IndexChunk & chunk() const {
+      return *reinterpret_cast< IndexChunk * >( reinterpret_cast< char * >( number_ ) - inChunk() );
+    }
     size_t i() const { return ( inChunk() - offsetof( IndexChunk, slots ) ) / sizeof( *number_ ); }
 
   private:
-    uintptr_t word() const { return reinterpret_cast< uintptr_t >( number_ ); }
-    uintptr_t inChunk() const { return word() % sizeof( IndexChunk ); }
+    uintptr_t inChunk() const {
+      return reinterpret_cast< uintptr_t >( number_ ) % sizeof( IndexChunk );
+    }
 
     uint32_t * number_ = nullptr;
   };
