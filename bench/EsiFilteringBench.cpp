@@ -9,6 +9,7 @@
 #include "KezHelper/EsiFilteringDecapHelperStub.h"
 
 #include <algorithm>
+#include <climits>
 #include <memory>
 #include <numeric>
 #include <optional>
@@ -16,7 +17,13 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include <malloc.h>
+
 namespace {
+
+// What a round frees stays with the process: else it is chance which rounds meet fresh pages.
+[[maybe_unused]] const bool memoryStays =
+    mallopt( M_MMAP_THRESHOLD, 32 << 20 ) && mallopt( M_TRIM_THRESHOLD, INT_MAX );
 
 using Rc = Mpls::LfibHwProgrammingReturnCode;
 template< class Value > using Dict = std::unordered_map< uint64_t, Value >;

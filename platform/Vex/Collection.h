@@ -59,8 +59,10 @@ template< class Key, class Value = NoValue > class Collection {
   static constexpr bool flat =
       std::is_trivially_copyable_v< Key > && std::is_trivially_copyable_v< Value >;
   static constexpr bool relocatable = Relocatable< Key > && Relocatable< Value >;
+  using Probe = Detail::CollectionIndex::Probe;
   static constexpr uint32_t noSlot = Detail::noSlot;
   static constexpr uint32_t indexFrom = 9;
+  static constexpr size_t smallBlock = size_t( 1 ) << 20; // bytes; up to there a block is doubled
 
 public:
   template< class Given > struct MemberOf {
@@ -186,11 +188,11 @@ public:
     return size_ == 0;
   }
   bool has( const Key & key ) const {
-    return look( key, hashOf( key ) ).member;
+    return look( key, probeOf( key ) ).member;
   }
 
   const Value * find( const Key & key ) const {
-    const Slot * const member = look( key, hashOf( key ) ).member;
+    const Slot * const member = look( key, probeOf( key ) ).member;
     return member ? &member->value : nullptr;
   }
   Value * find( const Key & key ) {
@@ -205,14 +207,14 @@ public:
   // The value under `key`, and whether it was added (with `make()` as its value) just now.
   // `make` must leave this collection alone.
   template< class Make > std::pair< Value *, bool > findOrAdd( const Key & key, Make && make ) {
-    ContainerHash hash = hashOf( key );
-    if ( const Found found = look( key, hash ); found.member ) {
+    Probe probe = probeOf( key );
+    if ( const Found found = look( key, probe ); found.member ) {
       return { &found.member->value, false };
     }
     Value value( make() );
     if ( size_ >= indexFrom - 1 && size_ >= index_.room() ) [[unlikely]] {
       makeIndexFor( size_ + 1 );
-      hash = hashOf( key );
+      probe = probeOf( key );
     }
     const uint32_t at = takeSlot();
     Slot & fresh = slot( at );
@@ -221,7 +223,7 @@ public:
     link( at );
     ++size_;
     if ( index_.stands() ) {
-      index_.enter( hash, at );
+      index_.enter( probe, at );
     }
     return { &fresh.value, true };
   }
@@ -240,14 +242,14 @@ public:
   }
 
   bool erase( const Key & key ) {
-    const ContainerHash hash = hashOf( key );
-    const Found found = look( key, hash );
+    const Probe probe = probeOf( key );
+    const Found found = look( key, probe );
     if ( !found.member ) {
       return false;
     }
     const uint32_t at = numberOf( found );
     if ( found.place ) {
-      index_.erase( hash, found.place );
+      index_.erase( probe, found.place );
     }
     for ( Walk * walk = walks_; walk; walk = walk->outer_ ) {
       walk->leaveOut( at );
@@ -301,9 +303,9 @@ public:
   }
 
 private:
-  // The index's; while there is none, it is not looked at.
-  ContainerHash hashOf( const Key & key ) const {
-    return index_.stands() ? containerHash( key ) : ContainerHash();
+  // Where the index has a key; while there is none, it is not looked at.
+  Probe probeOf( const Key & key ) const {
+    return index_.stands() ? index_.probe( containerHash( key ) ) : Probe();
   }
   static Slot * slotsOf( void * block ) {
     return reinterpret_cast< Slot * >( static_cast< char * >( block ) + sizeof( Header ) );
@@ -343,16 +345,16 @@ private:
                        : static_cast< uint32_t >( found.member - slotsOf( block_ ) );
   }
   uint32_t findSlot( const Key & key ) const {
-    const Found found = look( key, hashOf( key ) );
+    const Found found = look( key, probeOf( key ) );
     return found.member ? numberOf( found ) : noSlot;
   }
   // Kept short, for among many members as many look-ups run at once as instructions of them fit
   // what the processor looks ahead.
-  [[gnu::always_inline]] Found look( const Key & key, const ContainerHash & hash ) const {
+  [[gnu::always_inline]] Found look( const Key & key, const Probe & probe ) const {
     if ( !index_.stands() ) {
       return lookAtAll( key );
     }
-    if ( const auto sight = index_.look( hash ); sight.found ) [[likely]] {
+    if ( const auto sight = index_.look( probe ); sight.found ) [[likely]] {
       const auto place = sight.place();
       Slot & first = slot( place.slot() );
       if ( first.key == key ) [[likely]] {
@@ -375,8 +377,7 @@ private:
     return {};
   }
   [[gnu::noinline]] Detail::CollectionIndex::Place lookFurther( const Key & key ) const {
-    return index_.find( containerHash( key ),
-                        [ & ]( uint32_t at ) { return slot( at ).key == key; } );
+    return index_.find( probeOf( key ), [ & ]( uint32_t at ) { return slot( at ).key == key; } );
   }
 
   uint32_t takeSlot() {
@@ -389,7 +390,8 @@ private:
       return at;
     }
     if ( const uint32_t capacity = header().capacity; size_ == capacity ) {
-      growSlots( capacity < 16 ? capacity * 2 : roomIn( bytesFor( capacity + capacity / 2 ) ) );
+      const uint32_t more = bytesFor( capacity ) < smallBlock ? capacity : capacity / 2;
+      growSlots( roomIn( bytesFor( capacity + more ) ) );
     }
     return size_;
   }
@@ -443,25 +445,21 @@ private:
 
   void makeIndexFor( uint32_t members ) {
     index_.makeFor( members );
-    // Members are hashed some way ahead of being entered, so that their chunks arrive meanwhile.
-    struct Entry {
-      ContainerHash hash;
+    // Some members are hashed before they are entered, so that their chunks arrive together.
+    constexpr uint32_t together = 16;
+    struct {
+      Probe probe;
       uint32_t at;
-    };
-    constexpr uint32_t ahead = 16;
-    Entry entries[ ahead ];
-    uint32_t hashed = 0;
-    for ( uint32_t at = first(); at != noSlot; at = after( at ) ) {
-      Entry & entry = entries[ hashed % ahead ];
-      if ( hashed >= ahead ) {
-        index_.enter( entry.hash, entry.at );
+    } entries[ together ];
+    for ( uint32_t at = first(); at != noSlot; ) {
+      uint32_t count = 0;
+      for ( ; count < together && at != noSlot; at = after( at ) ) {
+        entries[ count ] = { index_.probe( containerHash( slot( at ).key ) ), at };
+        index_.prefetch( entries[ count++ ].probe );
       }
-      entry = { hashOf( slot( at ).key ), at };
-      index_.prefetch( entry.hash );
-      ++hashed;
-    }
-    for ( uint32_t i = 0; i < ahead && i < hashed; ++i ) {
-      index_.enter( entries[ i ].hash, entries[ i ].at );
+      for ( uint32_t i = 0; i < count; ++i ) {
+        index_.enter( entries[ i ].probe, entries[ i ].at );
+      }
     }
   }
   void leave( Walk * walk ) const {

@@ -116,6 +116,12 @@ void CollectionIndex::makeFor( uint32_t members ) {
   neighbours_ = static_cast< uint16_t >( bytes - sizeof( IndexChunk ) );
 }
 
+void CollectionIndex::enterFurther( Probe next, uint32_t slot ) {
+  do {
+    advance( next );
+  } while ( !enterChunk( next, slot ) );
+}
+
 void CollectionIndex::clear() {
   if ( !stands() ) {
     return;

@@ -121,6 +121,19 @@ public:
   // Makes an empty index with room for so many members.
   void makeFor( uint32_t members );
 
+  // The chunks that a hash leads to, one after the other.
+  struct Probe {
+    uint64_t offset; // bytes
+    IndexChunk::Tag tag;
+  };
+  // The tag is of bits well below the line's: those next to them are alike where keys follow each
+  // other in unlucky steps.
+  Probe probe( const ContainerHash & hash ) const {
+    const uint64_t line = ( hash.spread >> shift_ >> 8 ) & ~( sizeof( IndexChunk ) - 1 );
+    return { line ^ ( hash.neighbour() * sizeof( IndexChunk ) & neighbours_ ),
+             IndexChunk::tagOf( ( hash.spread >> shift_ ) + hash.word ) };
+  }
+
   // Where a slot's number stands; one word, so that it is handed over in a register.
   class Place {
   public:
@@ -152,17 +165,15 @@ public:
     // The first candidate's.
     Place place() const { return { chunk, static_cast< size_t >( std::countr_zero( found ) ) }; }
   };
-  [[gnu::always_inline]] Sight look( const ContainerHash & hash ) const {
-    const Probe first = probe( hash );
+  [[gnu::always_inline]] Sight look( const Probe & first ) const {
     IndexChunk & chunk = at( first );
     return { chunk, chunk.match( first.tag ) };
   }
 
-  // Where the slot under `hash` for which `holdsKey( slot )` is true stands. As members come and
-  // go, every chunk can come to have one that passed it: what is not there ends after a round.
-  template< class HoldsKey > Place find( const ContainerHash & hash, HoldsKey && holdsKey ) const {
-    Probe next = probe( hash );
-    const uint64_t first = next.offset;
+  // Where the slot for which `holdsKey( slot )` is true stands. As members come and go, every
+  // chunk can come to have one that passed it: what is not there ends after a round.
+  template< class HoldsKey > Place find( const Probe & first, HoldsKey && holdsKey ) const {
+    Probe next = first;
     do {
       IndexChunk & chunk = at( next );
       for ( uint32_t found = chunk.match( next.tag ); found; found &= found - 1 ) {
@@ -175,49 +186,41 @@ public:
         break;
       }
       advance( next );
-    } while ( next.offset != first );
+    } while ( next.offset != first.offset );
     return {};
   }
-  void enter( const ContainerHash & hash, uint32_t slot ) {
-    for ( Probe next = probe( hash );; advance( next ) ) {
-      IndexChunk & chunk = at( next );
-      if ( const uint32_t free = chunk.match( IndexChunk::emptyTag() ) ) [[likely]] {
-        const auto i = static_cast< size_t >( std::countr_zero( free ) );
-        chunk.enter( i, next.tag );
-        chunk.slots[ i ] = slot;
-        return;
-      }
-      ++chunk.overflow;
+  [[gnu::always_inline]] void enter( const Probe & first, uint32_t slot ) {
+    if ( !enterChunk( first, slot ) ) [[unlikely]] {
+      enterFurther( first, slot );
     }
   }
-  // `place` is where `hash` led to.
-  void erase( const ContainerHash & hash, Place place ) {
-    for ( Probe next = probe( hash ); &at( next ) != &place.chunk(); advance( next ) ) {
+  // `place` is where `first` led to.
+  void erase( const Probe & first, Place place ) {
+    for ( Probe next = first; &at( next ) != &place.chunk(); advance( next ) ) {
       --at( next ).overflow;
     }
     place.chunk().clear( place.i() );
   }
-  void prefetch( const ContainerHash & hash ) const {
-    __builtin_prefetch( &at( probe( hash ) ), 1 );
-  }
+  void prefetch( const Probe & first ) const { __builtin_prefetch( &at( first ), 1 ); }
 
 private:
-  // The chunks that a hash leads to, one after the other.
-  struct Probe {
-    uint64_t offset; // bytes
-    IndexChunk::Tag tag;
-  };
-  // The tag is of bits well below the line's: those next to them are alike where keys follow each
-  // other in unlucky steps.
-  Probe probe( const ContainerHash & hash ) const {
-    const uint64_t line = ( hash.spread >> shift_ >> 8 ) & ~( sizeof( IndexChunk ) - 1 );
-    return { line ^ ( hash.neighbour() * sizeof( IndexChunk ) & neighbours_ ),
-             IndexChunk::tagOf( ( hash.spread >> shift_ ) + hash.word ) };
-  }
   IndexChunk & at( const Probe & probe ) const {
     return *reinterpret_cast< IndexChunk * >( reinterpret_cast< char * >( chunks_ ) +
                                               probe.offset );
   }
+  [[gnu::always_inline]] bool enterChunk( const Probe & probe, uint32_t slot ) {
+    IndexChunk & chunk = at( probe );
+    const uint32_t free = chunk.match( IndexChunk::emptyTag() );
+    if ( !free ) {
+      ++chunk.overflow;
+      return false;
+    }
+    const auto i = static_cast< size_t >( std::countr_zero( free ) );
+    chunk.enter( i, probe.tag );
+    chunk.slots[ i ] = slot;
+    return true;
+  }
+  void enterFurther( Probe next, uint32_t slot );
   void advance( Probe & probe ) const {
     const uint64_t step = ( 2 * IndexChunk::number( probe.tag ) + 1 ) * sizeof( IndexChunk );
     probe.offset = ( probe.offset + step ) & ( memory() - 1 );

@@ -66,11 +66,14 @@ public:
     }
   }
 
-  template< class Visit > void forEach( Visit && visit ) const {
-    T * element = first_;
-    if ( !element ) {
-      return;
+  template< class Visit > [[gnu::always_inline]] void forEach( Visit && visit ) const {
+    if ( first_ ) {
+      forEachFrom( first_, visit );
     }
+  }
+
+private:
+  template< class Visit > void forEachFrom( T * element, Visit & visit ) const {
     T * last = ( element->*link ).prev;
     if ( element != last ) {
       Cursor cursor( this, nullptr, last );
@@ -86,8 +89,6 @@ public:
       visit( *element );
     }
   }
-
-private:
   void leaveWalks( T * element, T * next, T * prev ) const {
     for ( ListCursor * each = listCursors; each; each = each->outer ) {
       if ( each->list == this ) {

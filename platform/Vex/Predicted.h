@@ -4,11 +4,14 @@
 
 namespace Vex::Detail {
 
-// `actual`, which mostly is `guess`.
+// `actual`, which mostly is `guess`. The compiler must see neither that the two are the same where
+// they have been compared, nor that no branch is needed.
 template< class T > T predicted( T guess, T actual ) {
+  T unchecked = guess;
+  asm( "" : "+r"( unchecked ) );
   if ( actual == guess ) [[likely]] {
-    asm( "" : "+r"( guess ) ); // else the compiler sees that the two are the same
-    return guess;
+    asm( "" : "+r"( unchecked ) );
+    return unchecked;
   }
   return actual;
 }
