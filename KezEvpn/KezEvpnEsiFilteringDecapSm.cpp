@@ -1,5 +1,7 @@
 #include "KezEvpn/KezEvpnEsiFilteringDecapSm.h"
 
+#include <algorithm>
+
 namespace Kez {
 
 using Mpls::LfibHwProgrammingReturnCode;
@@ -112,6 +114,7 @@ void EsiFilteringDecapSm::doReviewRouteKeyBacklog() {
   VEX_ASSERT( initialized() );
   const auto task = reviewRouteKeyBacklog();
   VEX_ASSERT( task );
+  makeRoomForBacklog();
   // What is done leaves the backlog, so that the next run goes on at the first.
   task->review(
       lfibTrackingStatus()->routeKeyBacklog(),
@@ -119,6 +122,14 @@ void EsiFilteringDecapSm::doReviewRouteKeyBacklog() {
       Resume::atFirst );
   // After a yield too: a backlog that never runs dry must not stop retries.
   maybeScheduleUnprogrammedReview();
+}
+
+// For as many port maps as the backlog's routes can come to have, of which most nearly always do.
+void EsiFilteringDecapSm::makeRoomForBacklog() {
+  const size_t vias = lfibStatus()->evpnEthernetSegmentFilterViaTable().size();
+  const size_t routes = routeEsiFilterVias() + lfibTrackingStatus()->routeKeyBacklogs();
+  routeEsiFilterVia_.reserve( std::min( vias, routes ) );
+  intfRoute_.reserve( std::min( vias, routes ) );
 }
 
 void EsiFilteringDecapSm::processRouteKeyBacklog( const RouteKey & routeKey ) {

@@ -85,6 +85,7 @@ private:
     Mpls::LfibViaKey viaKey;
     Mpls::LfibEvpnEthernetSegmentFilterVia via;
   };
+  void makeRoomForBacklog();
   Decision decide( const Mpls::RouteKey & routeKey ) const;
   bool waitsForHardware( const Mpls::RouteKey & routeKey ) const;
   void explainLack( const Decision & decision, Explanation & out ) const;

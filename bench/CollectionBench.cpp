@@ -61,7 +61,7 @@ template<> struct Sets< Pair > {
   }
   // Every VLAN of one Ethernet interface after the other.
   static Pair sequential( uint64_t i ) {
-    constexpr unsigned interfaceShift = 36;
+    constexpr unsigned interfaceShift = 2 * Wire::IntfId::portBits;
     return Pair( Wire::IntfId( Wire::IntfId::Kind::ethernet, ( 1 + i / 4094 ) << interfaceShift ),
                  uint16_t( 1 + i % 4094 ) );
   }

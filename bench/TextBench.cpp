@@ -42,7 +42,7 @@ template<> std::vector< Numbers > values() {
   }
   return all;
 }
-constexpr unsigned interfaceShift = 36;
+constexpr unsigned interfaceShift = 2 * Wire::IntfId::portBits;
 template<> std::vector< Key > values() {
   std::mt19937_64 draw( 1 );
   std::vector< Key > all( count );

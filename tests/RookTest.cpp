@@ -158,7 +158,7 @@ TEST( Rook, SaysWhyATableIsRefused ) {
   const auto size = std::to_string( whole.size() );
   for ( const auto & [ content, message ] : {
             Case{ "a text of somebody's", "is no table: expected it to begin with ROOKTBL" },
-            Case{ changed( 8, 9 ), "has layout version 9, expected 4" },
+            Case{ changed( 8, 9 ), "has layout version 9, expected 5" },
             Case{ changed( 40, 'x' ), "is damaged: its header has not the checksum it says" },
             Case{ whole.substr( 0, 100 ),
                   "is cut short: it has 100 bytes, expected at least 4096" },

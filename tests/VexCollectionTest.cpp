@@ -292,4 +292,18 @@ TEST( VexCollection, MemoryStaysWithinItsBounds ) {
   }
 }
 
+TEST( VexCollection, RoomForOneMoreEachTimeIsMadeForMany ) {
+  Vex::Collection< uint64_t, uint64_t > collection;
+  size_t growths = 0;
+  for ( uint64_t i = 1; i <= 100000; ++i ) {
+    const size_t before = collection.memory();
+    collection.reserve( i );
+    growths += collection.memory() != before;
+    const size_t reserved = collection.memory();
+    collection.findOrAdd( i, [ & ] { return i; } );
+    ASSERT_EQ( collection.memory(), reserved ) << i;
+  }
+  EXPECT_LE( growths, 50u );
+}
+
 } // namespace

@@ -37,7 +37,7 @@
 namespace Rook::Format {
 
 constexpr uint64_t magic = 0x0A4C42544B4F4F52; // "ROOKTBL\n"
-constexpr uint64_t layoutVersion = 4;
+constexpr uint64_t layoutVersion = 5;
 
 using Word = std::atomic< uint64_t >;
 using Bucket = std::atomic< uint32_t >;

@@ -14,6 +14,7 @@
 #include "Vex/Hash.h"
 #include "Vex/Predicted.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -231,10 +232,11 @@ public:
     return findOrAdd( key, [] { return NoValue(); } ).second;
   }
 
-  // Makes room for so many members in all.
+  // Makes room for so many members in all, and when it grows for that at least as much as adding
+  // would make: who says more each time does not pay for it each time.
   void reserve( uint32_t members ) {
-    if ( members > ( block_ ? header().capacity : 0 ) ) {
-      growSlots( members );
+    if ( members > capacity() ) {
+      growSlots( std::max( members, grownCapacity() ) );
     }
     if ( members >= indexFrom && members > index_.room() ) {
       makeIndexFor( members );
@@ -389,11 +391,17 @@ private:
       header().free = slot( at ).next;
       return at;
     }
-    if ( const uint32_t capacity = header().capacity; size_ == capacity ) {
-      const uint32_t more = bytesFor( capacity ) < smallBlock ? capacity : capacity / 2;
-      growSlots( roomIn( bytesFor( capacity + more ) ) );
+    if ( size_ == capacity() ) {
+      growSlots( grownCapacity() );
     }
     return size_;
+  }
+  uint32_t capacity() const {
+    return block_ ? header().capacity : 0;
+  }
+  uint32_t grownCapacity() const {
+    const uint32_t more = bytesFor( capacity() ) < smallBlock ? capacity() : capacity() / 2;
+    return roomIn( bytesFor( capacity() + more ) );
   }
 
   void link( uint32_t at ) {

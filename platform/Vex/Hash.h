@@ -73,6 +73,16 @@ template< HasWord T > constexpr uint64_t wordOf( const T & value ) {
   }
 }
 
+// The word that containers hash, where a type has one of its own: with those that are used one
+// after the other next to each other.
+template< HasWord T > constexpr uint64_t neighbourWordOf( const T & value ) {
+  if constexpr ( requires { value.vexNeighbourWord(); } ) {
+    return value.vexNeighbourWord();
+  } else {
+    return wordOf( value );
+  }
+}
+
 constexpr uint64_t goldenRatio = 0x9E3779B97F4A7C15ull;
 
 constexpr uint64_t foldWord( uint64_t hash, uint64_t word ) {
@@ -120,7 +130,7 @@ struct ContainerHash {
 // Of a field before the last.
 template< class T > constexpr uint64_t spreadHash( uint64_t hash, const T & value ) {
   if constexpr ( HasWord< T > ) {
-    return ( hash + wordOf( value ) ) * 0xFD2A016758B1E1E5ull;
+    return ( hash + neighbourWordOf( value ) ) * 0xBA7C06E5E550A2AFull;
   } else {
     return foldHash( hash, value );
   }
@@ -130,8 +140,8 @@ template< class T > constexpr uint64_t spreadHash( uint64_t hash, const T & valu
 template< class T >
 constexpr ContainerHash lastHash( uint64_t before, const T & value, int shift ) {
   if constexpr ( HasWord< T > ) {
-    const uint64_t word = wordOf( value ) << shift;
-    return { ( before + ( word >> 6 ) ) * 0xB5DA07E359C47CA5ull, word };
+    const uint64_t word = neighbourWordOf( value ) << shift;
+    return { ( before + ( word >> 6 ) ) * 0x6408CBA6AB22F2C7ull, word };
   } else {
     return { foldHash( before, value ), 0 };
   }

@@ -40,6 +40,8 @@ public:
   size_t size() const { return members_.size(); }
   auto range() const { return members_.range(); }
   const Collection< K, V > & members() const { return members_; }
+  // Makes room for so many members in all.
+  void reserve( size_t members ) { members_.reserve( static_cast< uint32_t >( members ) ); }
 
   bool del( const Entity & owner, AttrId id, Arg< K > key ) {
     if ( !members_.erase( key ) ) {

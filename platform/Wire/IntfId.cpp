@@ -85,7 +85,7 @@ constexpr uint64_t lowBits( uint64_t value, unsigned bits ) {
 }
 
 // An Ethernet interface's first number, and one more than its second and third, 0 for none.
-constexpr unsigned portBits = 18;
+constexpr unsigned portBits = IntfId::portBits;
 constexpr unsigned firstBits = IntfId::numberBits - 2 * portBits;
 
 // A number as it is printed, of at most so many bits: false, and nothing read, when `in` stands

@@ -8,6 +8,8 @@
 
 #include "Tunnel/TunnelTable.h"
 
+#include <bit>
+
 namespace Wire {
 
 class IntfId {
@@ -23,6 +25,7 @@ public:
     other          // interned
   };
   static constexpr unsigned numberBits = 56;
+  static constexpr unsigned portBits = 16; // of an Ethernet interface's second and third number
 
   constexpr IntfId() = default;
   IntfId( const Vex::String & name ) : IntfId( std::string_view( name ) ) {}
@@ -38,6 +41,13 @@ public:
   // The same in every process; for an interned name, of the name.
   uint32_t hash( uint32_t seed ) const;
   constexpr uint64_t vexWord() const { return word_; }
+  // With the last number of an Ethernet interface's name lowest, whichever of its numbers that is.
+  constexpr uint64_t vexNeighbourWord() const {
+    constexpr uint64_t end = uint64_t( 1 ) << 63; // which no kind has
+    constexpr int multiplesOfPortBits = 64 - portBits;
+    static_assert( std::has_single_bit( portBits ) );
+    return std::rotr( word_, std::countr_zero( word_ | end ) & multiplesOfPortBits );
+  }
   static constexpr std::string_view vexTypeName() { return "Wire::IntfId"; }
 
   friend constexpr bool operator==( IntfId a, IntfId b ) { return a.word_ == b.word_; }
