@@ -73,8 +73,8 @@ template< HasWord T > constexpr uint64_t wordOf( const T & value ) {
   }
 }
 
-// The word that containers hash, where a type has one of its own: with those that are used one
-// after the other next to each other.
+// The word whose low bits tell those apart that are used one after the other, where it is not the
+// value's own.
 template< HasWord T > constexpr uint64_t neighbourWordOf( const T & value ) {
   if constexpr ( requires { value.vexNeighbourWord(); } ) {
     return value.vexNeighbourWord();
@@ -130,7 +130,7 @@ struct ContainerHash {
 // Of a field before the last.
 template< class T > constexpr uint64_t spreadHash( uint64_t hash, const T & value ) {
   if constexpr ( HasWord< T > ) {
-    return ( hash + neighbourWordOf( value ) ) * 0xBA7C06E5E550A2AFull;
+    return ( hash + wordOf( value ) ) * 0x50D9C93085B94C2Bull;
   } else {
     return foldHash( hash, value );
   }
