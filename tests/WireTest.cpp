@@ -120,6 +120,21 @@ TEST( KezPortList, keepsPortsInTheirOrderAtEverySize ) {
   EXPECT_THROW( Vex::parse< Kez::KezPortList >( "Ethernet1,,Ethernet2" ), Vex::ParseError );
 }
 
+// Whichever number of an Ethernet interface counts, those that follow each other do so in an index.
+TEST( IntfId, followsItsNeighbourInContainers ) {
+  const auto hashOf = []( const Vex::String & name ) {
+    return Vex::containerHash( IntfId( name ) );
+  };
+  for ( const Vex::String before : { "Ethernet", "Ethernet7/", "Ethernet7/2/", "Port-Channel" } ) {
+    for ( const int port : { 4, 32, 60 } ) {
+      const auto own = hashOf( before + std::to_string( port ) );
+      const auto next = hashOf( before + std::to_string( port + 1 ) );
+      EXPECT_EQ( next.word, own.word + 1 ) << before << port;
+      EXPECT_EQ( next.spread, own.spread ) << before << port;
+    }
+  }
+}
+
 TEST( IntfId, internsNamesFromSeveralThreads ) {
   constexpr int count = 2000;
   std::vector< IntfId > ids[ 2 ];
