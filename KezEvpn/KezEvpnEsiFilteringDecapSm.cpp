@@ -124,12 +124,14 @@ void EsiFilteringDecapSm::doReviewRouteKeyBacklog() {
   maybeScheduleUnprogrammedReview();
 }
 
-// For as many port maps as the backlog's routes can come to have, of which most nearly always do.
+// For the port maps that its routes can come to have, at most one a filter via, so that what keeps
+// them does not grow step by step.
 void EsiFilteringDecapSm::makeRoomForBacklog() {
-  const size_t vias = lfibStatus()->evpnEthernetSegmentFilterViaTable().size();
   const size_t routes = routeEsiFilterVias() + lfibTrackingStatus()->routeKeyBacklogs();
-  routeEsiFilterVia_.reserve( std::min( vias, routes ) );
-  intfRoute_.reserve( std::min( vias, routes ) );
+  const size_t portMaps =
+      std::min( routes, lfibStatus()->evpnEthernetSegmentFilterViaTable().size() );
+  routeEsiFilterVia_.reserve( portMaps );
+  intfRoute_.reserve( portMaps );
 }
 
 void EsiFilteringDecapSm::processRouteKeyBacklog( const RouteKey & routeKey ) {
