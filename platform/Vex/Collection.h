@@ -50,7 +50,7 @@ template< class Key, class Value = NoValue > class Collection {
     Key key;
     [[no_unique_address]] Value value;
   };
-  // What stands before the slots.
+  // What stands before the slots, in one block with them.
   struct Header {
     uint32_t head;
     uint32_t tail;
@@ -189,11 +189,11 @@ public:
     return size_ == 0;
   }
   bool has( const Key & key ) const {
-    return look( key, probeOf( key ) ).member;
+    return look( key, probeOf( key ) );
   }
 
   const Value * find( const Key & key ) const {
-    const Slot * const member = look( key, probeOf( key ) ).member;
+    const Slot * const member = look( key, probeOf( key ) );
     return member ? &member->value : nullptr;
   }
   Value * find( const Key & key ) {
@@ -209,8 +209,8 @@ public:
   // `make` must leave this collection alone.
   template< class Make > std::pair< Value *, bool > findOrAdd( const Key & key, Make && make ) {
     Probe probe = probeOf( key );
-    if ( const Found found = look( key, probe ); found.member ) {
-      return { &found.member->value, false };
+    if ( Slot * const member = look( key, probe ) ) {
+      return { &member->value, false };
     }
     Value value( make() );
     if ( size_ >= indexFrom - 1 && size_ >= index_.room() ) [[unlikely]] {
@@ -244,54 +244,40 @@ public:
   }
 
   bool erase( const Key & key ) {
-    const Probe probe = probeOf( key );
-    const Found found = look( key, probe );
-    if ( !found.member ) {
-      return false;
+    // Nearly every one is of the first candidate while no walk is under way.
+    if ( index_.stands() && !walks_ ) [[likely]] {
+      if ( const auto sight = index_.look( probeOf( key ) ); sight.found ) {
+        const size_t i = sight.first();
+        const uint32_t at = sight.chunk.slots[ i ];
+        if ( slot( at ).key == key ) [[likely]] {
+          sight.chunk.clear( i );
+          remove( at );
+          return true;
+        }
+      }
     }
-    const uint32_t at = numberOf( found );
-    if ( found.place ) {
-      index_.erase( probe, found.place );
-    }
-    for ( Walk * walk = walks_; walk; walk = walk->outer_ ) {
-      walk->leaveOut( at );
-    }
-    Slot & gone = *found.member;
-    unlink( gone );
-    // Destroying the value can run code that uses this collection: all is in place by then.
-    std::optional< Value > value( std::move( gone.value ) );
-    std::destroy_at( &gone.value );
-    std::destroy_at( &gone.key );
-    gone.next = header().free;
-    header().free = at;
-    --size_;
-    if ( size_ == 0 ) {
-      freeBlock( std::exchange( block_, nullptr ) );
-      index_.clear();
-    }
-    return true;
+    return eraseFurther( key );
   }
 
   void clear() {
     for ( Walk * walk = walks_; walk; walk = walk->outer_ ) {
       walk->next_ = noSlot;
     }
-    if ( !block_ ) {
+    if ( !slots_ ) {
       return;
     }
-    void * block = std::exchange( block_, nullptr );
+    Slot * const slots = std::exchange( slots_, nullptr );
     index_.clear();
     size_ = 0;
     if constexpr ( !flat ) {
-      auto * slots = slotsOf( block );
-      for ( uint32_t at = static_cast< Header * >( block )->head; at != noSlot; ) {
+      for ( uint32_t at = headerOf( slots ).head; at != noSlot; ) {
         Slot & gone = slots[ at ];
         at = gone.next;
         std::destroy_at( &gone.value );
         std::destroy_at( &gone.key );
       }
     }
-    freeBlock( block );
+    freeSlots( slots );
   }
 
   // Values are handed out as `Given`, e.g. as pointers to constant entities.
@@ -301,16 +287,13 @@ public:
 
   // Bytes allocated for members and index.
   size_t memory() const {
-    return !block_ ? 0 : bytesOf( block_ ) + index_.memory();
+    return !slots_ ? 0 : bytesFor( capacity() ) + index_.memory();
   }
 
 private:
   // Where the index has a key; while there is none, it is not looked at.
   Probe probeOf( const Key & key ) const {
     return index_.stands() ? index_.probe( containerHash( key ) ) : Probe();
-  }
-  static Slot * slotsOf( void * block ) {
-    return reinterpret_cast< Slot * >( static_cast< char * >( block ) + sizeof( Header ) );
   }
   static size_t bytesFor( uint32_t capacity ) {
     return sizeof( Header ) + capacity * sizeof( Slot );
@@ -319,14 +302,14 @@ private:
     return static_cast< uint32_t >( ( Detail::wholePages( bytes ) - sizeof( Header ) ) /
                                     sizeof( Slot ) );
   }
-  static size_t bytesOf( const void * block ) {
-    return bytesFor( static_cast< const Header * >( block )->capacity );
+  static Header & headerOf( Slot * slots ) {
+    return reinterpret_cast< Header * >( slots )[ -1 ];
   }
   Header & header() const {
-    return *static_cast< Header * >( block_ );
+    return headerOf( slots_ );
   }
   Slot & slot( uint32_t at ) const {
-    return slotsOf( block_ )[ at ];
+    return slots_[ at ];
   }
   uint32_t first() const {
     return size_ ? header().head : noSlot;
@@ -337,53 +320,89 @@ private:
     return Detail::predicted( at + 1, slot( at ).next );
   }
 
-  // A member, and its place in the index if there is one.
-  struct Found {
-    Slot * member;
-    Detail::CollectionIndex::Place place;
-  };
-  uint32_t numberOf( const Found & found ) const {
-    return found.place ? found.place.slot()
-                       : static_cast< uint32_t >( found.member - slotsOf( block_ ) );
-  }
   uint32_t findSlot( const Key & key ) const {
-    const Found found = look( key, probeOf( key ) );
-    return found.member ? numberOf( found ) : noSlot;
+    const Slot * const member = look( key, probeOf( key ) );
+    return member ? static_cast< uint32_t >( member - slots_ ) : noSlot;
   }
-  // Kept short, for among many members as many look-ups run at once as instructions of them fit
-  // what the processor looks ahead.
-  [[gnu::always_inline]] Found look( const Key & key, const Probe & probe ) const {
+  // Kept short, as `erase` is, for among many members as many calls run at once as instructions
+  // of them fit what the processor looks ahead.
+  [[gnu::always_inline]] Slot * look( const Key & key, const Probe & probe ) const {
     if ( !index_.stands() ) {
       return lookAtAll( key );
     }
     if ( const auto sight = index_.look( probe ); sight.found ) [[likely]] {
-      const auto place = sight.place();
-      Slot & first = slot( place.slot() );
+      Slot & first = slot( sight.chunk.slots[ sight.first() ] );
       if ( first.key == key ) [[likely]] {
-        return { &first, place };
+        return &first;
       }
     } else if ( sight.isAll() ) [[likely]] {
-      return {};
+      return nullptr;
     }
-    const auto place = lookFurther( key );
-    return place ? Found{ &slot( place.slot() ), place } : Found();
+    return lookFurther( key );
   }
-  [[gnu::noinline]] Found lookAtAll( const Key & key ) const {
+  [[gnu::noinline]] Slot * lookAtAll( const Key & key ) const {
     if ( size_ ) {
       for ( uint32_t at = header().head; at != noSlot; at = slot( at ).next ) {
         if ( slot( at ).key == key ) {
-          return { &slot( at ), {} };
+          return &slot( at );
         }
       }
     }
-    return {};
+    return nullptr;
   }
-  [[gnu::noinline]] Detail::CollectionIndex::Place lookFurther( const Key & key ) const {
-    return index_.find( probeOf( key ), [ & ]( uint32_t at ) { return slot( at ).key == key; } );
+  [[gnu::noinline]] Slot * lookFurther( const Key & key ) const {
+    const auto place = placeOf( key, probeOf( key ) );
+    return place ? &slot( place.slot() ) : nullptr;
+  }
+  Detail::CollectionIndex::Place placeOf( const Key & key, const Probe & probe ) const {
+    return index_.find( probe, [ & ]( uint32_t at ) { return slot( at ).key == key; } );
+  }
+
+  // What `erase` leaves: few members, further candidates, and walks.
+  [[gnu::noinline]] bool eraseFurther( const Key & key ) {
+    uint32_t at;
+    if ( index_.stands() ) {
+      const Probe probe = probeOf( key );
+      const auto place = placeOf( key, probe );
+      if ( !place ) {
+        return false;
+      }
+      at = place.slot();
+      index_.erase( probe, place );
+    } else {
+      at = findSlot( key );
+      if ( at == noSlot ) {
+        return false;
+      }
+    }
+    for ( Walk * walk = walks_; walk; walk = walk->outer_ ) {
+      walk->leaveOut( at );
+    }
+    remove( at );
+    return true;
+  }
+  // From all but the index.
+  [[gnu::always_inline]] void remove( uint32_t at ) {
+    Slot & gone = slot( at );
+    unlink( gone );
+    // Destroying the value can run code that uses this collection: all is in place by then.
+    std::optional< Value > value( std::move( gone.value ) );
+    std::destroy_at( &gone.value );
+    std::destroy_at( &gone.key );
+    gone.next = header().free;
+    header().free = at;
+    --size_;
+    if ( size_ == 0 ) [[unlikely]] {
+      freeAll();
+    }
+  }
+  [[gnu::noinline]] void freeAll() {
+    freeSlots( std::exchange( slots_, nullptr ) );
+    index_.clear();
   }
 
   uint32_t takeSlot() {
-    if ( !block_ ) {
+    if ( !slots_ ) {
       growSlots( 2 );
     }
     if ( header().free != noSlot ) {
@@ -397,7 +416,7 @@ private:
     return size_;
   }
   uint32_t capacity() const {
-    return block_ ? header().capacity : 0;
+    return slots_ ? header().capacity : 0;
   }
   uint32_t grownCapacity() const {
     const uint32_t more = bytesFor( capacity() ) < smallBlock ? capacity() : capacity() / 2;
@@ -418,9 +437,8 @@ private:
     ( next == noSlot ? all.tail : slot( next ).prev ) = prev;
   }
 
-  void moveSlots( void * block ) {
-    *static_cast< Header * >( block ) = header();
-    Slot * to = slotsOf( block );
+  void moveSlots( Slot * to ) {
+    headerOf( to ) = header();
     for ( uint32_t at = header().head; at != noSlot; at = slot( at ).next ) {
       Slot & from = slot( at );
       to[ at ].next = from.next;
@@ -434,19 +452,26 @@ private:
       to[ at ].next = slot( at ).next;
     }
   }
+  // `old` grown, or new ones when it is null.
+  static Slot * grown( Slot * old, uint32_t capacity ) {
+    void * const block =
+        old ? Detail::grownMemory( &headerOf( old ), bytesFor( headerOf( old ).capacity ),
+                                   bytesFor( capacity ) )
+            : Detail::grownMemory( nullptr, 0, bytesFor( capacity ) );
+    return reinterpret_cast< Slot * >( static_cast< Header * >( block ) + 1 );
+  }
   void growSlots( uint32_t capacity ) {
     static_assert( sizeof( Header ) == Detail::memoryHead &&
                    alignof( Slot ) <= Detail::memoryHead );
-    const size_t bytes = bytesFor( capacity );
-    if ( !block_ ) {
-      block_ = Detail::grownMemory( nullptr, 0, bytes );
-      new ( block_ ) Header{ noSlot, noSlot, noSlot, capacity };
+    if ( !slots_ ) {
+      slots_ = grown( nullptr, capacity );
+      new ( &header() ) Header{ noSlot, noSlot, noSlot, capacity };
     } else if constexpr ( relocatable ) {
-      block_ = Detail::grownMemory( block_, bytesOf( block_ ), bytes );
+      slots_ = grown( slots_, capacity );
     } else {
-      void * const block = Detail::grownMemory( nullptr, 0, bytes );
-      moveSlots( block );
-      freeBlock( std::exchange( block_, block ) );
+      Slot * const slots = grown( nullptr, capacity );
+      moveSlots( slots );
+      freeSlots( std::exchange( slots_, slots ) );
     }
     header().capacity = capacity;
   }
@@ -477,11 +502,11 @@ private:
     }
     *link = walk->outer_;
   }
-  static void freeBlock( void * block ) {
-    Detail::freeMemory( block, bytesOf( block ) );
+  static void freeSlots( Slot * slots ) {
+    Detail::freeMemory( &headerOf( slots ), bytesFor( headerOf( slots ).capacity ) );
   }
 
-  void * block_ = nullptr;
+  Slot * slots_ = nullptr; // after their header
   mutable Walk * walks_ = nullptr;
   [[no_unique_address]] Detail::CollectionIndex index_;
   uint32_t size_ = 0; // within the index's tail

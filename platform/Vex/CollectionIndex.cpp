@@ -111,9 +111,9 @@ void CollectionIndex::makeFor( uint32_t members ) {
         checked( std::aligned_alloc( alignof( IndexChunk ), bytes ) ) );
     std::memset( static_cast< void * >( chunks_ ), 0, bytes );
   }
-  shift_ =
-      static_cast< uint16_t >( shiftOfOne - static_cast< uint32_t >( std::countr_zero( count ) ) );
-  neighbours_ = static_cast< uint16_t >( bytes - sizeof( IndexChunk ) );
+  geometry_ =
+      ( shiftOfOne - static_cast< uint32_t >( std::countr_zero( count ) ) ) |
+      ( ( bytes - sizeof( IndexChunk ) ) & ( ContainerHash::neighbours * sizeof( IndexChunk ) ) );
 }
 
 void CollectionIndex::enterFurther( Probe next, uint32_t slot ) {

@@ -129,9 +129,10 @@ public:
   // The tag is of bits well below the line's: those next to them are alike where keys follow each
   // other in unlucky steps.
   Probe probe( const ContainerHash & hash ) const {
-    const uint64_t line = ( hash.spread >> shift_ >> 8 ) & ~( sizeof( IndexChunk ) - 1 );
-    return { line ^ ( hash.neighbour() * sizeof( IndexChunk ) & neighbours_ ),
-             IndexChunk::tagOf( ( hash.spread >> shift_ ) + hash.word ) };
+    const uint64_t upper = hash.spread >> shift();
+    const uint64_t line =
+        ( upper >> 8 ) ^ ( ( hash.word << ( 6 - ContainerHash::neighbourShift ) ) & geometry_ );
+    return { line & ~( sizeof( IndexChunk ) - 1 ), IndexChunk::tagOf( upper + hash.word ) };
   }
 
   // Where a slot's number stands; one word, so that it is handed over in a register.
@@ -162,8 +163,8 @@ public:
     uint32_t found;
 
     bool isAll() const { return chunk.overflow == 0; }
-    // The first candidate's.
-    Place place() const { return { chunk, static_cast< size_t >( std::countr_zero( found ) ) }; }
+    // The number of the first candidate's place.
+    size_t first() const { return static_cast< size_t >( std::countr_zero( found ) ); }
   };
   [[gnu::always_inline]] Sight look( const Probe & first ) const {
     IndexChunk & chunk = at( first );
@@ -177,7 +178,7 @@ public:
     do {
       IndexChunk & chunk = at( next );
       for ( uint32_t found = chunk.match( next.tag ); found; found &= found - 1 ) {
-        const Place place = Sight{ chunk, found }.place();
+        const Place place{ chunk, Sight{ chunk, found }.first() };
         if ( holdsKey( place.slot() ) ) {
           return place;
         }
@@ -227,12 +228,13 @@ private:
   }
 
   // Of the index that stands.
-  size_t chunkCount() const { return size_t( 1 ) << ( shiftOfOne - shift_ ); }
+  size_t chunkCount() const { return size_t( 1 ) << ( shiftOfOne - shift() ); }
+  // What leaves the upper bits of a hash as a chunk, 6 bits, and a tag.
+  uint32_t shift() const { return geometry_ & 63; }
 
   static constexpr uint32_t shiftOfOne = 50; // chunk: its number has no bits, an offset 6, a tag 8
   IndexChunk * chunks_ = nullptr;
-  uint16_t shift_ = 0;      // what leaves the upper bits of a hash as a chunk, 6 bits, and a tag
-  uint16_t neighbours_ = 0; // the bits of an offset that a neighbour changes
+  uint32_t geometry_ = 0; // the shift, and above it the bits of an offset that a neighbour changes
 };
 
 } // namespace Vex::Detail
