@@ -118,20 +118,24 @@ constexpr uint64_t cellMask = ( stagingCells - 1 ) << cellShift;
 constexpr unsigned countShift = 5;
 static_assert( cellMask >> countShift == 0 );
 constexpr unsigned checkShift = 32;
+// A cell is known by these bits.
+constexpr uint64_t cellFor( uint64_t change ) {
+  return change << cellShift & cellMask;
+}
+constexpr uint64_t cellOf( uint64_t version ) {
+  return version & cellMask;
+}
 // The final version after another, without its checksum: when a record is replaced by way of a
 // cell, when an empty slot gets one, when it loses it.
 constexpr uint64_t replacedVersion( uint64_t version, uint64_t cell ) {
   const uint64_t next = static_cast< uint32_t >( version + ( 1 << countShift ) );
-  return ( next & ~( cellMask | stagedBit ) ) | cell << cellShift;
+  return ( next & ~( cellMask | stagedBit ) ) | cell;
 }
 constexpr uint64_t filledVersion( uint64_t version ) {
   return replacedVersion( version, 0 ) | placedBit;
 }
 constexpr uint64_t removedVersion( uint64_t version ) {
   return replacedVersion( version, 0 ) & ~placedBit;
-}
-constexpr uint64_t cellOf( uint64_t version ) {
-  return ( version & cellMask ) >> cellShift;
 }
 // The staged version to a final one, and back.
 constexpr uint64_t stagedVersion( uint64_t version ) {
@@ -230,6 +234,9 @@ constexpr size_t stagingSizeOf( size_t words ) {
   return ( size + cacheLine - 1 ) / cacheLine * cacheLine;
 }
 constexpr uint64_t stagingOffset = pageSize;
+constexpr uint64_t stagingOffsetOf( uint64_t cell, size_t words ) {
+  return stagingOffset + cell * ( stagingSizeOf( words ) >> cellShift );
+}
 constexpr uint64_t levelsOffset( size_t words ) {
   return stagingOffset + wholePages( stagingCells * stagingSizeOf( words ) );
 }

@@ -137,7 +137,7 @@ public:
     // Nothing up to the version waits for the slot to be read: the cells take turns by themselves.
     auto & changes = state().changes;
     const uint64_t change = changes.load( std::memory_order_relaxed ) + 1;
-    const uint64_t cell = change % Format::stagingCells;
+    const uint64_t cell = Format::cellFor( change );
     auto & staging = stagingAt( cell, words );
     auto & head = headOf( slot, words );
     uint64_t next = Format::replacedVersion( version, cell );
@@ -179,8 +179,8 @@ private:
     return *reinterpret_cast< Format::SlotHead * >( slots_ + slot * Format::slotSizeOf( words ) );
   }
   Format::StagingHead & stagingAt( uint64_t cell, size_t words ) const {
-    return *reinterpret_cast< Format::StagingHead * >( memory_ + Format::stagingOffset +
-                                                       cell * Format::stagingSizeOf( words ) );
+    return *reinterpret_cast< Format::StagingHead * >( memory_ +
+                                                       Format::stagingOffsetOf( cell, words ) );
   }
   template< class Head > static Format::Word * wordsAfter( Head & head ) {
     return reinterpret_cast< Format::Word * >( &head + 1 );
