@@ -27,8 +27,13 @@ public:
 
   void run( int steps ) {
     for ( int i = 0; i < steps && !testing::Test::HasFailure(); ++i ) {
-      // It fills for a while, then empties for a while.
-      const unsigned adds = i / ( 5 * keys_ ) % 2 ? 25 : 60;
+      // It fills for a while, then empties for a while, at times with no walk under way.
+      const unsigned phase = i / ( 5 * keys_ );
+      const unsigned adds = phase % 2 ? 25 : 60;
+      const bool walked = phase % 4 < 2;
+      if ( !walked ) {
+        walks_.clear();
+      }
       const unsigned dice = random_() % 100;
       if ( dice < adds ) {
         add( random_() % keys_ );
@@ -38,7 +43,7 @@ public:
         const unsigned key = members_[ random_() % members_.size() ].key;
         erase( key );
         add( key );
-      } else if ( dice < 90 && walks_.size() < 8 ) {
+      } else if ( dice < 90 && walked && walks_.size() < 8 ) {
         begin();
       } else if ( dice < 91 && !walks_.empty() ) {
         walks_.erase( walks_.begin() + random_() % walks_.size() );
