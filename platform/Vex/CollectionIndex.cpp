@@ -111,9 +111,9 @@ void CollectionIndex::makeFor( uint32_t members ) {
         checked( std::aligned_alloc( alignof( IndexChunk ), bytes ) ) );
     std::memset( static_cast< void * >( chunks_ ), 0, bytes );
   }
-  geometry_ =
-      ( shiftOfOne - static_cast< uint32_t >( std::countr_zero( count ) ) ) |
-      ( ( bytes - sizeof( IndexChunk ) ) & ( ContainerHash::neighbours * sizeof( IndexChunk ) ) );
+  constexpr size_t neighbours = ContainerHash::neighbourMask * sizeof( IndexChunk );
+  const uint32_t shift = shiftOfOne - static_cast< uint32_t >( std::countr_zero( count ) );
+  geometry_ = shift | ( ( bytes - sizeof( IndexChunk ) ) & neighbours );
 }
 
 void CollectionIndex::enterFurther( Probe next, uint32_t slot ) {

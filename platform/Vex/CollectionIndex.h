@@ -32,6 +32,11 @@ struct alignas( 64 ) IndexChunk {
   static constexpr uint32_t width = 12;
   static constexpr uint32_t maxLoad = 10;
 
+  // The first of some places, a bit for each.
+  static size_t first( uint32_t places ) {
+    return static_cast< size_t >( std::countr_zero( places ) );
+  }
+
   uint8_t tags[ width ]; // from 1 to 255; 0 is an empty place
   uint32_t overflow;     // members that belong here or passed here and stand in a later chunk
   uint32_t slots[ width ];
@@ -130,6 +135,7 @@ public:
   // other in unlucky steps.
   Probe probe( const ContainerHash & hash ) const {
     const uint64_t upper = hash.spread >> shift();
+    // What is not of an offset, the shift among it, goes at last.
     const uint64_t line =
         ( upper >> 8 ) ^ ( ( hash.word << ( 6 - ContainerHash::neighbourShift ) ) & geometry_ );
     return { line & ~( sizeof( IndexChunk ) - 1 ), IndexChunk::tagOf( upper + hash.word ) };
@@ -164,7 +170,7 @@ public:
 
     bool isAll() const { return chunk.overflow == 0; }
     // The number of the first candidate's place.
-    size_t first() const { return static_cast< size_t >( std::countr_zero( found ) ); }
+    size_t first() const { return IndexChunk::first( found ); }
   };
   [[gnu::always_inline]] Sight look( const Probe & first ) const {
     IndexChunk & chunk = at( first );
@@ -178,7 +184,7 @@ public:
     do {
       IndexChunk & chunk = at( next );
       for ( uint32_t found = chunk.match( next.tag ); found; found &= found - 1 ) {
-        const Place place{ chunk, Sight{ chunk, found }.first() };
+        const Place place{ chunk, IndexChunk::first( found ) };
         if ( holdsKey( place.slot() ) ) {
           return place;
         }
@@ -216,7 +222,7 @@ private:
       ++chunk.overflow;
       return false;
     }
-    const auto i = static_cast< size_t >( std::countr_zero( free ) );
+    const size_t i = IndexChunk::first( free );
     chunk.enter( i, probe.tag );
     chunk.slots[ i ] = slot;
     return true;

@@ -122,10 +122,10 @@ struct ContainerHash {
   uint64_t spread; // its upper bits choose the line
   uint64_t word;
 
+  // The bits of the word that choose among neighbouring lines.
   static constexpr int neighbourShift = 2;
-  // As many lines, less one.
-  static constexpr uint32_t neighbours = 15;
-  constexpr uint32_t neighbour() const { return ( word >> neighbourShift ) & neighbours; }
+  static constexpr uint32_t neighbourMask = 15;
+  constexpr uint32_t neighbour() const { return ( word >> neighbourShift ) & neighbourMask; }
   // All of it, in the upper bits above all.
   constexpr uint64_t mixed() const { return ( spread + word ) * 0xD1342543DE82EF95ull; }
 };
