@@ -32,9 +32,11 @@ EsiFilteringDecapSm::EsiFilteringDecapSm(
     const Vex::Ptr< Loom::TaskScheduler > & scheduler,
     const Vex::Ptr< Mpls::LfibTrackingStatus > & lfibTrackingStatus,
     const Vex::Ptr< Mpls::LfibHwStatus > & lfibHwStatus )
-    : RetryingSm( traceHandle ), esiFilteringDecapHelper_( esiFilteringDecapHelper ),
-      lfibStatus_( lfibStatus ), scheduler_( scheduler ), lfibTrackingStatus_( lfibTrackingStatus ),
-      lfibHwStatus_( lfibHwStatus ), lfibTrackingStatusReactor_( *this ) {
+    : RetryingSm( traceHandle, { Retry::byMachine, Resume::behindBookmark, reviewTexts } ),
+      esiFilteringDecapHelper_( esiFilteringDecapHelper ), lfibStatus_( lfibStatus ),
+      scheduler_( scheduler ), lfibTrackingStatus_( lfibTrackingStatus ),
+      lfibHwStatus_( lfibHwStatus ), parking_( *this, *lfibHwStatus ),
+      lfibTrackingStatusReactor_( *this ) {
   lfibTrackingStatusReactor_.notifierIs( lfibTrackingStatus_ );
   EsiFilteringDecapSm::handleInitialized();
 }
@@ -71,7 +73,7 @@ void EsiFilteringDecapSm::handleInitialized() {
   VEX_ASSERT( lfibTrackingStatus() );
   VEX_ASSERT( lfibHwStatus() );
   reviewRouteKeyBacklogIs( scheduler(), 2, "reviewRouteKeyBacklog" );
-  reviewUnprogrammedIs( scheduler(), 2, "reviewUnprogrammed", reviewTexts );
+  reviewUnprogrammedIs( scheduler(), 2, "reviewUnprogrammed" );
   initializedIs( true );
   reviewRouteKeyBacklog()->scheduleNow();
 }
@@ -97,10 +99,11 @@ void EsiFilteringDecapSm::VexLfibTrackingStatus::handleNotifier() {
 }
 
 void EsiFilteringDecapSm::handleRouteKeyBacklog() {
-  TRACE( 8, "EsiFilteringDecapSm::handleRouteKeyBacklog" );
-  if ( initialized() ) {
-    reviewRouteKeyBacklog()->scheduleNow();
+  if ( !initialized() ) {
+    return;
   }
+  TRACE( 8, "EsiFilteringDecapSm::handleRouteKeyBacklog" );
+  reviewRouteKeyBacklog()->scheduleNow();
 }
 
 void EsiFilteringDecapSm::vex_handleReviewRouteKeyBacklog_taskRun() {
@@ -190,7 +193,7 @@ void EsiFilteringDecapSm::processRouteKey( const RouteKey & routeKey ) {
     createEsiFilterVia( routeKey, decision.via );
     break;
   }
-  attempted( routeKey, waitsForHardware( routeKey ) );
+  parking_.settle( routeKey, waitsForHardware( routeKey ) );
 }
 
 // What waits for another route's interface was not refused by hardware.
@@ -246,7 +249,7 @@ void EsiFilteringDecapSm::deleteEsiFilterVia( const RouteKey & routeKey ) {
 
 void EsiFilteringDecapSm::addRouteToUnprogrammed( const RouteKey & routeKey,
                                                   LfibHwProgrammingReturnCode rc ) {
-  lfibHwStatus()->unprogrammedRouteIs( { routeKey, rc } );
+  parking_.park( routeKey, rc );
   TRACE( 5, "route ", routeKey, " reason ", rc );
 }
 
@@ -255,8 +258,7 @@ void EsiFilteringDecapSm::deleteRouteFromUnprogrammed( const RouteKey & routeKey
     TRACE( 5, "No unprogrammed routes, nothing to delete" );
     return;
   }
-  reviewUnprogrammed()->keyLeaves( lfibHwStatus()->unprogrammedRoute(), routeKey );
-  lfibHwStatus()->unprogrammedRouteDel( routeKey );
+  parking_.unpark( routeKey );
   TRACE( 5, "route ", routeKey );
 }
 
@@ -273,13 +275,8 @@ void EsiFilteringDecapSm::maybeScheduleUnprogrammedReview() {
 
 void EsiFilteringDecapSm::doReviewUnprogrammed() {
   TRACE( 8, "EsiFilteringDecapSm::doReviewUnprogrammed" );
-  VEX_ASSERT( initialized() );
-  const auto task = reviewUnprogrammed();
-  VEX_ASSERT( task );
-  const bool ended = task->review(
-      lfibHwStatus()->unprogrammedRoute(),
-      [ this ]( const RouteKey & routeKey ) { processRouteKey( routeKey ); },
-      defaultUnprogrammedRetryInterval() );
+  const bool ended =
+      parking_.review( [ this ]( const RouteKey & routeKey ) { processRouteKey( routeKey ); } );
   if ( ended ) {
     maybeScheduleUnprogrammedReview();
   }
@@ -360,6 +357,24 @@ bool EsiFilteringDecapSm::explainWait( const RouteKey & routeKey, const Decision
   }
   out.say( "next try ", nextTry() );
   return true;
+}
+
+// --- What holds between events
+
+void EsiFilteringDecapSm::check( Findings & out ) const {
+  RetryingSm::check( out );
+  parking_.check( out );
+  out.expect( routeEsiFilterVias() == intfRoutes(), "routes and interfaces are not one to one" );
+  for ( const auto & [ routeKey, via ] : routeEsiFilterVia() ) {
+    out.expect( intfRoute( via.intfId ) == routeKey, "intfRoute lacks ", via.intfId, " of route ",
+                routeKey );
+    out.expect( !lfibHwStatus()->unprogrammedRouteHas( routeKey ), "route ", routeKey,
+                " is programmed and parked" );
+  }
+  out.expect( lfibTrackingStatus()->routeKeyBacklogs() == 0 || !hasNotificationActive() ||
+                  lfibTrackingStatusReactor_.markedForDeletion() ||
+                  reviewRouteKeyBacklog()->isScheduled(),
+              "routes are in the backlog and no run is due" );
 }
 
 } // namespace Kez

@@ -11,7 +11,7 @@
 // takes each when it has dealt with it. It starts by itself, at the end of its construction.
 #pragma once
 
-#include "KezEvpn/Review.h"
+#include "KezEvpn/frame/Parking.h"
 #include "KezHelper/EsiFilteringDecapHelper.h"
 #include "Mpls/LfibStatus.h"
 
@@ -75,8 +75,26 @@ public:
   void maybeScheduleUnprogrammedReview();
   void doReviewUnprogrammed() override;
   void explain( const Subject & subject, Explanation & out ) const override;
+  void check( Findings & out ) const override;
 
 private:
+  // The line of unprogrammed routes, in the hardware status.
+  struct UnprogrammedRoutes {
+    Mpls::LfibHwStatus & lfibHwStatus;
+
+    size_t size() const { return lfibHwStatus.unprogrammedRoutes(); }
+    bool has( const Mpls::RouteKey & routeKey ) const {
+      return lfibHwStatus.unprogrammedRouteHas( routeKey );
+    }
+    auto range() const { return lfibHwStatus.unprogrammedRoute(); }
+    void add( const Mpls::RouteKey & routeKey, Mpls::LfibHwProgrammingReturnCode rc ) {
+      lfibHwStatus.unprogrammedRouteIs( { routeKey, rc } );
+    }
+    void remove( const Mpls::RouteKey & routeKey ) {
+      lfibHwStatus.unprogrammedRouteDel( routeKey );
+    }
+  };
+
   // What a route lacks to have a port map, the first of it.
   enum class Lack { nothing, route, viaSet, filterViaType, via };
   struct Decision {
@@ -94,9 +112,11 @@ private:
   bool explainWait( const Mpls::RouteKey & routeKey, const Decision & decision,
                     Explanation & out ) const;
 
+  size_t parked() const override { return lfibHwStatus()->unprogrammedRoutes(); }
   void reviewRouteKeyBacklogIs( const Vex::Ptr< Loom::TaskScheduler > & scheduler,
                                 Loom::TaskPriority priority, const Vex::String & name );
 
+  Parking< Mpls::RouteKey, UnprogrammedRoutes > parking_;
   VexLfibTrackingStatus lfibTrackingStatusReactor_;
 };
 

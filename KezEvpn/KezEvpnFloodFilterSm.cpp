@@ -11,12 +11,11 @@ KezEvpnFloodFilterSm::KezEvpnFloodFilterSm(
     const Vex::Ptr< Loom::TaskScheduler > & scheduler,
     const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
     const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus )
-    : PortProgrammingSm( { { programmedStatus_, programmedStatusAttr },
-                           { unprogrammedFilter_, unprogrammedFilterAttr },
-                           portTexts,
-                           traceHandle,
-                           Resume::atBookmark },
-                         floodingHelper, scheduler, evpnLagMemberInfo, evpnStatus ),
+    : PortProgrammingSm( traceHandle, { Retry::afterRefusal, Resume::atBookmark }, floodingHelper,
+                         scheduler, evpnLagMemberInfo, evpnStatus ),
+      parking_( *this, *this, unprogrammedFilter_, unprogrammedFilterAttr ),
+      ports_( *this, programmedStatus_, programmedStatusAttr, parking_, this->evpnLagMemberInfo(),
+              portTexts, traceHandle ),
       evpnStatusReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );
   watchLagPorts();
@@ -41,7 +40,7 @@ kezEvpnFloodFilterSmFactory( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > &
 }
 
 void KezEvpnFloodFilterSm::VexEvpnVlanFloodStatus::handleNotifier() {
-  handleEvpnVlanFloodStatus();
+  sm()->vex_handleEvpnVlanFloodStatus( *this );
 }
 
 void KezEvpnFloodFilterSm::VexEvpnVlanFloodStatus::onAttribute( Vex::AttrId id, const void * key ) {
@@ -143,19 +142,22 @@ void KezEvpnFloodFilterSm::deleteIntfVlanMapping( Wire::IntfId intfId, Bridging:
 void KezEvpnFloodFilterSm::programFloodFilter( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   TRACE( 5, "KezEvpnFloodFilterSm::programFloodFilter intfId ", intfId, " vlanId ", vlanId );
-  const auto ports = portsOf( intfId );
+  const auto ports = ports_.portsOf( intfId );
   if ( !ports ) {
     unprogramFloodFilter( intfId, vlanId );
     return;
   }
-  const bool dropped = dropStalePorts(
-      { intfId, vlanId }, *ports, ForceMark::removeFirst,
-      [ & ]( Wire::IntfId port, bool ) { unprogramFloodFilterHelper( intfId, port, vlanId ); } );
+  const IntfVlanKey key{ intfId, vlanId };
+  const bool dropped =
+      ports_.dropStalePorts( key, *ports, ForceMark::removeFirst, [ & ]( Wire::IntfId port, bool ) {
+        unprogramFloodFilterHelper( intfId, port, vlanId );
+      } );
   if ( dropped ) {
-    reviewParkedAtOnce();
+    parking_.freed();
   }
-  programPorts( { intfId, vlanId }, *ports,
-                [ & ]( Wire::IntfId port ) { programFloodFilterHelper( intfId, port, vlanId ); } );
+  ports_.programPorts( key, *ports, [ & ]( Wire::IntfId port ) {
+    programFloodFilterHelper( intfId, port, vlanId );
+  } );
 }
 
 void KezEvpnFloodFilterSm::programFloodFilterHelper( Wire::IntfId logIntfId, Wire::IntfId phyIntfId,
@@ -163,7 +165,7 @@ void KezEvpnFloodFilterSm::programFloodFilterHelper( Wire::IntfId logIntfId, Wir
   VEX_ASSERT( initialized() );
   TRACE( 9, "KezEvpnFloodFilterSm::programFloodFilterHelper logIntfId ", logIntfId, " phyIntfId ",
          phyIntfId, " vlanId ", vlanId );
-  programPort( { logIntfId, vlanId }, phyIntfId, [ & ] {
+  ports_.programPort( { logIntfId, vlanId }, phyIntfId, [ & ] {
     const auto rc = floodingHelper()->createNonDfPort( logIntfId, phyIntfId, vlanId );
     TRACE( 9, "status ", rc );
     return rc;
@@ -173,11 +175,11 @@ void KezEvpnFloodFilterSm::programFloodFilterHelper( Wire::IntfId logIntfId, Wir
 void KezEvpnFloodFilterSm::unprogramFloodFilter( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   TRACE( 5, "KezEvpnFloodFilterSm::unprogramFloodFilter intfId ", intfId, " vlanId ", vlanId );
-  const bool any = unprogramPorts( { intfId, vlanId }, [ & ]( Wire::IntfId port ) {
+  const bool any = ports_.unprogramPorts( { intfId, vlanId }, [ & ]( Wire::IntfId port ) {
     unprogramFloodFilterHelper( intfId, port, vlanId );
   } );
   if ( any ) {
-    reviewParkedAtOnce();
+    parking_.freed();
   }
 }
 
@@ -187,7 +189,7 @@ void KezEvpnFloodFilterSm::unprogramFloodFilterHelper( Wire::IntfId logIntfId,
   VEX_ASSERT( initialized() );
   TRACE( 9, "KezEvpnFloodFilterSm::unprogramFloodFilterHelper logIntfId ", logIntfId, " phyIntfId ",
          phyIntfId, " vlanId ", vlanId );
-  const bool programmed = unprogramPort( { logIntfId, vlanId }, phyIntfId, [ & ] {
+  const bool programmed = ports_.unprogramPort( { logIntfId, vlanId }, phyIntfId, [ & ] {
     floodingHelper()->deleteNonDfPort( logIntfId, phyIntfId, vlanId );
   } );
   if ( !programmed ) {
@@ -197,15 +199,17 @@ void KezEvpnFloodFilterSm::unprogramFloodFilterHelper( Wire::IntfId logIntfId,
 
 void KezEvpnFloodFilterSm::maybeScheduleUnprogrammedReview( bool immediate ) {
   TRACE( 9, "KezEvpnFloodFilterSm::maybeScheduleUnprogrammedReview immediate ", immediate );
-  VEX_ASSERT( initialized() );
-  reviewUnprogrammed()->maybeSchedule( immediate, defaultUnprogrammedRetryInterval() );
+  scheduleUnprogrammedReview( immediate );
 }
 
-void KezEvpnFloodFilterSm::retry( const IntfVlanKey & key ) {
-  const auto intfVlanStatus = programmedStatus( key );
-  VEX_ASSERT( intfVlanStatus );
-  VEX_ASSERT( intfVlanStatus->unprogrammeds() );
-  processIntfVlan( key.intfId, key.vlanId );
+void KezEvpnFloodFilterSm::doReviewUnprogrammed() {
+  TRACE( 8, "doReviewUnprogrammed" );
+  parking_.review( [ this ]( const IntfVlanKey & key ) {
+    const auto intfVlanStatus = programmedStatus( key );
+    VEX_ASSERT( intfVlanStatus );
+    VEX_ASSERT( intfVlanStatus->unprogrammeds() );
+    processIntfVlan( key.intfId, key.vlanId );
+  } );
 }
 
 void KezEvpnFloodFilterSm::explain( const Subject & subject, Explanation & out ) const {
@@ -216,12 +220,18 @@ void KezEvpnFloodFilterSm::explain( const Subject & subject, Explanation & out )
   const auto vlanFloodStatus = evpnStatus()->evpnVlanFloodStatus( pair->vlanId );
   if ( isFloodFilterApplied( vlanFloodStatus, pair->intfId ) ) {
     out.say( "in the flood filter of VLAN ", pair->vlanId );
-    explainMissingPorts( pair->intfId, out );
+    explainMissingPorts( *evpnLagMemberInfo(), pair->intfId, out );
   } else {
     out.say( "not in the flood filter of VLAN ", pair->vlanId );
   }
-  explainPorts( *pair, out );
+  ports_.explain( *pair, out );
   explainRefusal( *pair, out );
+}
+
+void KezEvpnFloodFilterSm::check( Findings & out ) const {
+  PortProgrammingSm::check( out );
+  parking_.check( out );
+  ports_.check( out );
 }
 
 } // namespace Kez

@@ -6,7 +6,7 @@
 // after `defaultUnprogrammedRetryInterval`, and at once when a port was unprogrammed.
 #pragma once
 
-#include "KezEvpn/PortProgramming.h"
+#include "KezEvpn/frame/PortProgrammingSm.h"
 
 namespace Kez {
 
@@ -48,8 +48,13 @@ public:
 
   void handleInitialized() override;
   void handleLagPort( Wire::IntfId intfId ) override;
+  void vex_handleEvpnVlanFloodStatus( VexEvpnVlanFloodStatus & reactor ) {
+    reactor.handleEvpnVlanFloodStatus();
+  }
   void maybeScheduleUnprogrammedReview( bool immediate ) override;
+  void doReviewUnprogrammed() override;
   void explain( const Subject & subject, Explanation & out ) const override;
+  void check( Findings & out ) const override;
 
   void processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId );
   void addIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId );
@@ -62,8 +67,10 @@ public:
                                    Bridging::VlanId vlanId );
 
 private:
-  void retry( const IntfVlanKey & key ) override;
+  size_t parked() const override { return unprogrammedFilters(); }
 
+  Parking< IntfVlanKey > parking_;
+  PortStatus< IntfVlanStatus > ports_;
   VexEvpnStatus evpnStatusReactor_;
 };
 

@@ -1,6 +1,6 @@
 #include "KezEvpn/KezEvpnFloodSetFecSm.h"
 
-#include "KezEvpn/Explain.h"
+#include "KezEvpn/frame/Explain.h"
 #include "Ringlog/Trace.h"
 
 namespace Kez {
@@ -199,7 +199,9 @@ void EvpnFloodSetFecSm::processFecRequest( const MplsFloodSetVia & via ) {
 }
 
 void EvpnFloodSetFecSm::createOrUpdateFecRequest( const MplsFloodSetVia & via ) {
-  TRACE( 8, "createOrUpdateFecRequest" );
+  TRACE( 8, "createOrUpdateFecRequest tunnelId: ", via.tunnelId, " label: ", via.label,
+         " vlanId: ", via.vlanId );
+  VEX_ASSERT( initialized() );
   const auto hwTunnelId = this->hwTunnelId( via.tunnelId );
   const auto fecId = getOrAllocateFecId( via );
   const auto fec = buildFec( fecId, via );
@@ -212,7 +214,9 @@ void EvpnFloodSetFecSm::createOrUpdateFecRequest( const MplsFloodSetVia & via ) 
 }
 
 void EvpnFloodSetFecSm::removeFecRequest( const MplsFloodSetVia & via ) {
-  TRACE( 8, "removeFecRequest" );
+  TRACE( 8, "removeFecRequest tunnelId: ", via.tunnelId, " label: ", via.label,
+         " vlanId: ", via.vlanId );
+  VEX_ASSERT( initialized() );
   if ( !mplsFloodSetViaCacheHas( via ) ) {
     TRACE( 2, "     fecId not found, fecRequest already removed" );
     return;
@@ -229,6 +233,7 @@ void EvpnFloodSetFecSm::removeFecRequest( const MplsFloodSetVia & via ) {
 // A number that an answer stands for, or may come for from an earlier machine's request, is given
 // back at once: it rests, and then it is looked at again.
 FecId EvpnFloodSetFecSm::getOrAllocateFecId( const MplsFloodSetVia & via ) {
+  VEX_ASSERT( initialized() );
   if ( mplsFloodSetViaCacheHas( via ) ) {
     return mplsFloodSetViaCache( via );
   }

@@ -16,7 +16,7 @@
 #pragma once
 
 #include "KezEvpn/FecRequests.h"
-#include "KezEvpn/MplsFloodSetSm.h"
+#include "KezEvpn/frame/MplsFloodSetSm.h"
 #include "Loom/NumAllocator.h"
 
 namespace Kez {

@@ -29,13 +29,12 @@ EvpnFloodingDot1qSm::EvpnFloodingDot1qSm(
     const Vex::Ptr< const EvpnVlanStatus > & evpnVlanStatus,
     const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
     const Vex::Ptr< const Evpn::MplsConfig > & evpnMplsConfig )
-    : PortProgrammingSm( { { dot1qStatus_, dot1qStatusAttr },
-                           { unprogrammedDot1q_, unprogrammedDot1qAttr },
-                           portTexts,
-                           traceHandle,
-                           Resume::atBookmark },
-                         floodingHelper, scheduler, evpnLagMemberInfo, evpnStatus ),
+    : PortProgrammingSm( traceHandle, { Retry::afterRefusal, Resume::atBookmark }, floodingHelper,
+                         scheduler, evpnLagMemberInfo, evpnStatus ),
       evpnVlanStatus_( evpnVlanStatus ), evpnMplsConfig_( evpnMplsConfig ),
+      parking_( *this, *this, unprogrammedDot1q_, unprogrammedDot1qAttr ),
+      ports_( *this, dot1qStatus_, dot1qStatusAttr, parking_, this->evpnLagMemberInfo(), portTexts,
+              traceHandle ),
       evpnStatusReactor_( *this ), evpnMplsConfigReactor_( *this ),
       evpnVlanStatusReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );
@@ -85,7 +84,7 @@ void EvpnFloodingDot1qSm::VexEvpnMplsConfig::onAttribute( Vex::AttrId id, const 
 }
 
 void EvpnFloodingDot1qSm::VexVlanStatus::handleNotifier() {
-  handleVlanStatus();
+  sm()->vex_handleVlanStatus( *this );
 }
 
 void EvpnFloodingDot1qSm::VexVlanStatus::onAttribute( Vex::AttrId id, const void * key ) {
@@ -142,12 +141,12 @@ void EvpnFloodingDot1qSm::handleVlanDot1q( Bridging::VlanId vlanId ) {
   TRACE( 5, "EvpnFloodingDot1qSm::handleVlanDot1q vlanId ", vlanId, " programmedDot1qExists ",
          programmed, " programmedDot1q ", programmedDot1q( vlanId ), " publishedDot1qExists ",
          published, " publishedDot1q ", evpnStatus()->vlanToDot1q( vlanId ) );
-  unprogrammedDot1qDel( vlanLevelKey( vlanId ) );
+  parking_.unpark( vlanLevelKey( vlanId ) );
   const auto dot1q = published ? dot1qTagForVlan( vlanId ) : Bridging::VlanIdOrNone();
   if ( programmed != published || programmedDot1q( vlanId ) != dot1q ) {
     reprogramVlan( vlanId, dot1q );
   }
-  attempted( vlanLevelKey( vlanId ), unprogrammedDot1qHas( vlanLevelKey( vlanId ) ) );
+  parking_.settle( vlanLevelKey( vlanId ) );
   // No mapping outlives its VLAN.
   if ( !published ) {
     reviewIntfsOf( vlanId );
@@ -170,8 +169,7 @@ void EvpnFloodingDot1qSm::reprogramVlan( Bridging::VlanId vlanId, Bridging::Vlan
     break;
   case HwProgrammingStatus::notProgrammed:
     TRACE( 5, "failed to program vlan ", vlanId, " with dot1q ", dot1q );
-    unprogrammedDot1qIs( vlanLevelKey( vlanId ) );
-    maybeScheduleUnprogrammedReview( false );
+    parking_.park( vlanLevelKey( vlanId ) );
     break;
   default:
     VEX_ASSERT( 0 );
@@ -299,12 +297,15 @@ void EvpnFloodingDot1qSm::doReviewIntfVlan() {
   }
 }
 
-void EvpnFloodingDot1qSm::retry( const IntfVlanKey & key ) {
-  if ( key == vlanLevelKey( key.vlanId ) ) {
-    handleVlanDot1q( key.vlanId );
-  } else {
-    processIntfVlan( key.intfId, key.vlanId );
-  }
+void EvpnFloodingDot1qSm::doReviewUnprogrammed() {
+  TRACE( 8, "doReviewUnprogrammed" );
+  parking_.review( [ this ]( const IntfVlanKey & key ) {
+    if ( key == vlanLevelKey( key.vlanId ) ) {
+      handleVlanDot1q( key.vlanId );
+    } else {
+      processIntfVlan( key.intfId, key.vlanId );
+    }
+  } );
 }
 
 // --- Interfaces of VLANs
@@ -403,18 +404,20 @@ void EvpnFloodingDot1qSm::programDot1q( Wire::IntfId intfId, Bridging::VlanId vl
                                         Bridging::VlanIdOrNone dot1q ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "EvpnFloodingDot1qSm::programDot1q intf ", intfId, " vlan ", vlanId, " dot1q ", dot1q );
-  const auto ports = portsOf( intfId );
+  const auto ports = ports_.portsOf( intfId );
   if ( !ports ) {
     unprogramDot1q( intfId, vlanId, dot1q );
     return;
   }
-  dropStalePorts( { intfId, vlanId }, *ports, ForceMark::removeFirst,
-                  [ & ]( Wire::IntfId port, bool forceReprogram ) {
-                    TRACE( 5, "staleMember ", port, " forceReprogram ", forceReprogram );
-                    unprogramDot1qHelper( intfId, port, vlanId, dot1q );
-                  } );
-  programPorts( { intfId, vlanId }, *ports,
-                [ & ]( Wire::IntfId port ) { programDot1qHelper( intfId, port, vlanId, dot1q ); } );
+  const IntfVlanKey key{ intfId, vlanId };
+  ports_.dropStalePorts( key, *ports, ForceMark::removeFirst, [ & ]( Wire::IntfId port, bool ) {
+    TRACE( 5, "staleMember ", port, " forceReprogram ",
+           dot1qStatus( key )->forceReprogramHas( port ) );
+    unprogramDot1qHelper( intfId, port, vlanId, dot1q );
+  } );
+  ports_.programPorts( key, *ports, [ & ]( Wire::IntfId port ) {
+    programDot1qHelper( intfId, port, vlanId, dot1q );
+  } );
 }
 
 void EvpnFloodingDot1qSm::programDot1qHelper( Wire::IntfId logIntfId, Wire::IntfId phyIntfId,
@@ -423,7 +426,7 @@ void EvpnFloodingDot1qSm::programDot1qHelper( Wire::IntfId logIntfId, Wire::Intf
   VEX_ASSERT( initialized() );
   TRACE( 8, "programDot1qHelper logical intf ", logIntfId, " phy intf ", phyIntfId, " vlan ",
          vlanId, " dot1q ", dot1q );
-  programPort( { logIntfId, vlanId }, phyIntfId, [ & ] {
+  ports_.programPort( { logIntfId, vlanId }, phyIntfId, [ & ] {
     const auto rc =
         floodingHelper()->createVlanToDot1qMapping( logIntfId, phyIntfId, vlanId, dot1q );
     const bool failed =
@@ -440,7 +443,7 @@ void EvpnFloodingDot1qSm::unprogramDot1q( Wire::IntfId intfId, Bridging::VlanId 
   if ( !dot1qStatusHas( { intfId, vlanId } ) ) {
     TRACE( 5, "not programmed" );
   }
-  unprogramPorts( { intfId, vlanId }, [ & ]( Wire::IntfId port ) {
+  ports_.unprogramPorts( { intfId, vlanId }, [ & ]( Wire::IntfId port ) {
     unprogramDot1qHelper( intfId, port, vlanId, dot1q );
   } );
 }
@@ -451,7 +454,7 @@ void EvpnFloodingDot1qSm::unprogramDot1qHelper( Wire::IntfId logIntfId, Wire::In
   VEX_ASSERT( initialized() );
   TRACE( 8, "unprogramDot1qHelper logical intf ", logIntfId, " phy intf ", phyIntfId, " vlan ",
          vlanId, " dot1q ", dot1q );
-  const bool programmed = unprogramPort( { logIntfId, vlanId }, phyIntfId, [ & ] {
+  const bool programmed = ports_.unprogramPort( { logIntfId, vlanId }, phyIntfId, [ & ] {
     floodingHelper()->deleteVlanToDot1qMapping( logIntfId, phyIntfId, vlanId, dot1q );
   } );
   if ( !programmed ) {
@@ -490,7 +493,7 @@ void EvpnFloodingDot1qSm::explainPair( const IntfVlanKey & key, Explanation & ou
     break;
   case Lack::nothing:
     out.say( "tag ", dot1qTagForVlan( key.vlanId ) );
-    explainMissingPorts( key.intfId, out );
+    explainMissingPorts( *evpnLagMemberInfo(), key.intfId, out );
     break;
   }
   const bool asWanted =
@@ -498,7 +501,7 @@ void EvpnFloodingDot1qSm::explainPair( const IntfVlanKey & key, Explanation & ou
   if ( intfVlanDot1qHas( key ) && !asWanted ) {
     out.say( "mapped to tag ", intfVlanDot1q( key ), " till then" );
   }
-  explainPorts( key, out );
+  ports_.explain( key, out );
   if ( lack == Lack::nothing ) {
     explainRefusal( key, out );
   }
@@ -515,6 +518,19 @@ void EvpnFloodingDot1qSm::explainVlan( Bridging::VlanId vlanId, Explanation & ou
     explainRefusal( vlanLevelKey( vlanId ), out );
   } else {
     out.say( "waiting for the dot1q tag of VLAN ", vlanId, ", none published" );
+  }
+}
+
+// --- What holds between events
+
+void EvpnFloodingDot1qSm::check( Findings & out ) const {
+  PortProgrammingSm::check( out );
+  parking_.check( out );
+  ports_.check( out );
+  out.expect( intfVlanQueues() == 0 || !initialized() || reviewIntfVlan()->isScheduled(),
+              "pairs are queued and no review is due" );
+  for ( const auto & [ key, status ] : dot1qStatus() ) {
+    out.expect( intfVlanDot1qHas( key ), key, " has ports and no tag" );
   }
 }
 

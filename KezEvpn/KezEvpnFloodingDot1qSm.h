@@ -10,7 +10,7 @@
 // collections have a review due while they have members.
 #pragma once
 
-#include "KezEvpn/PortProgramming.h"
+#include "KezEvpn/frame/PortProgrammingSm.h"
 
 namespace Kez {
 
@@ -86,6 +86,7 @@ public:
   void handleVlanDot1q( Bridging::VlanId vlanId );
   void handleVlanServiceDot1qEnabled();
   void handleLagPort( Wire::IntfId lagIntfId ) override;
+  void vex_handleVlanStatus( VexVlanStatus & reactor ) { reactor.handleVlanStatus(); }
   void explain( const Subject & subject, Explanation & out ) const override;
 
   Bridging::VlanIdOrNone dot1qTagForVlan( Bridging::VlanId vlanId ) const;
@@ -102,9 +103,11 @@ public:
   void unprogramDot1qHelper( Wire::IntfId logIntfId, Wire::IntfId phyIntfId,
                              Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q );
 
+  void doReviewUnprogrammed() override;
   void maybeScheduleIntfVlanReview( Wire::IntfId intfId, Bridging::VlanId vlanId );
   void vex_handleReviewIntfVlan_taskRun();
   void doReviewIntfVlan();
+  void check( Findings & out ) const override;
 
 private:
   // What a pair lacks to be mapped to a tag, the first of it.
@@ -116,10 +119,12 @@ private:
 
   bool vlanServiceDot1qEnabled() const;
   void makeUpForZombieMark() override;
-  void retry( const IntfVlanKey & key ) override;
+  size_t parked() const override { return unprogrammedDot1qs(); }
   void reprogramVlan( Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q );
   void reviewIntfsOf( Bridging::VlanId vlanId );
 
+  Parking< IntfVlanKey > parking_;
+  PortStatus< IntfVlanStatus > ports_;
   VexEvpnStatus evpnStatusReactor_;
   VexEvpnMplsConfig evpnMplsConfigReactor_;
   VexEvpnVlanStatus evpnVlanStatusReactor_;

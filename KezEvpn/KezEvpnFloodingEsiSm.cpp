@@ -22,14 +22,13 @@ EvpnFloodingEsiSm::EvpnFloodingEsiSm(
     const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
     const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
     const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId )
-    : PortProgrammingSm( { { esiStatus_, esiStatusAttr },
-                           { unprogrammedEsi_, unprogrammedEsiAttr },
-                           portTexts,
-                           traceHandle,
-                           Resume::atFirst },
-                         floodingHelper, scheduler, evpnLagMemberInfo, evpnStatus ),
-      tunnelIdHwTunnelId_( tunnelIdHwTunnelId ), evpnStatusReactor_( *this ),
-      tunnelIdHwTunnelIdReactor_( *this ) {
+    : PortProgrammingSm( traceHandle, { Retry::afterRefusal, Resume::atFirst }, floodingHelper,
+                         scheduler, evpnLagMemberInfo, evpnStatus ),
+      tunnelIdHwTunnelId_( tunnelIdHwTunnelId ),
+      parking_( *this, *this, unprogrammedEsi_, unprogrammedEsiAttr ),
+      ports_( *this, esiStatus_, esiStatusAttr, parking_, this->evpnLagMemberInfo(), portTexts,
+              traceHandle ),
+      evpnStatusReactor_( *this ), tunnelIdHwTunnelIdReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );
   tunnelIdHwTunnelIdReactor_.notifierIs( tunnelIdHwTunnelId );
   watchLagPorts();
@@ -65,7 +64,7 @@ void EvpnFloodingEsiSm::VexEvpnStatus::onAttribute( Vex::AttrId id, const void *
 }
 
 void EvpnFloodingEsiSm::VexSegmentStatus::handleNotifier() {
-  handleSegmentStatus();
+  sm()->vex_handleSegmentStatus( *this );
 }
 
 void EvpnFloodingEsiSm::VexSegmentStatus::onAttribute( Vex::AttrId id, const void * key ) {
@@ -217,11 +216,14 @@ void EvpnFloodingEsiSm::makeUpForZombieMark() {
   }
 }
 
-void EvpnFloodingEsiSm::retry( const IntfVlanKey & key ) {
-  const auto es = esiStatus( key );
-  VEX_ASSERT( es );
-  VEX_ASSERT( es->unprogrammeds() );
-  processIntfVlan( key.intfId, key.vlanId );
+void EvpnFloodingEsiSm::doReviewUnprogrammed() {
+  TRACE( 8, "doReviewUnprogrammed" );
+  parking_.review( [ this ]( const IntfVlanKey & key ) {
+    const auto es = esiStatus( key );
+    VEX_ASSERT( es );
+    VEX_ASSERT( es->unprogrammeds() );
+    processIntfVlan( key.intfId, key.vlanId );
+  } );
 }
 
 // --- A pair
@@ -278,7 +280,7 @@ void EvpnFloodingEsiSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId v
     deleteIntfVlanTunnelLabelMapping( intfId, vlanId, tunnelId );
   } else if ( lack == Lack::usableLabel ) {
     TRACE( 5, "incorrect encap type", uint32_t( remoteLabel.encapType() ) );
-    waitForInput( { intfId, vlanId } );
+    ports_.waitForInput( { intfId, vlanId } );
   } else {
     addOrUpdateIntfVlanTunnelLabelMapping( intfId, vlanId, tunnelId, remoteLabel.mplsLabel() );
   }
@@ -296,7 +298,7 @@ void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping( Wire::IntfId intfId,
       const auto old = intfVlanTunnel( key );
       deleteTriple( key, old );
       intfVlanTunnelLabelDel( { intfId, vlanId, old } );
-      forceReprogram( key );
+      ports_.forceReprogram( key );
     } else {
       deleteIntfVlanTunnelMapping( intfId, vlanId );
     }
@@ -345,7 +347,7 @@ void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelLabelMapping( Wire::IntfId intf
   const IntfVlanTunnelKey key{ intfId, vlanId, tunnelId };
   if ( intfVlanTunnelLabelHas( key ) && intfVlanTunnelLabel( key ) != label ) {
     if ( floodingHelper()->updateSupportedOnCreateEsiData() ) {
-      forceReprogram( { intfId, vlanId } );
+      ports_.forceReprogram( { intfId, vlanId } );
     } else {
       deleteIntfVlanTunnelLabelMapping( intfId, vlanId, tunnelId );
     }
@@ -368,7 +370,7 @@ void EvpnFloodingEsiSm::programEsi( Wire::IntfId intfId, Bridging::VlanId vlanId
                                     Wire::MplsLabel label ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "programEsi intfId ", intfId, " vlanId ", vlanId, " label ", label );
-  const auto ports = portsOf( intfId );
+  const auto ports = ports_.portsOf( intfId );
   if ( !ports ) {
     unprogramEsi( intfId, vlanId );
     return;
@@ -376,16 +378,20 @@ void EvpnFloodingEsiSm::programEsi( Wire::IntfId intfId, Bridging::VlanId vlanId
   const auto forceMark = floodingHelper()->updateSupportedOnCreateEsiData()
                              ? ForceMark::programOver
                              : ForceMark::removeFirst;
+  const IntfVlanKey key{ intfId, vlanId };
   const bool dropped =
-      dropStalePorts( { intfId, vlanId }, *ports, forceMark, [ & ]( Wire::IntfId port, bool ) {
-        TRACE( 5, "stale lag member, delete" );
+      ports_.dropStalePorts( key, *ports, forceMark, [ & ]( Wire::IntfId port, bool isPort ) {
+        if ( !isPort ) {
+          TRACE( 5, "stale lag member, delete" );
+        }
         unprogramEsiHelper( intfId, port, vlanId );
       } );
   if ( dropped ) {
-    reviewParkedAtOnce();
+    parking_.freed();
   }
-  programPorts( { intfId, vlanId }, *ports,
-                [ & ]( Wire::IntfId port ) { programEsiHelper( intfId, port, vlanId, label ); } );
+  ports_.programPorts( key, *ports, [ & ]( Wire::IntfId port ) {
+    programEsiHelper( intfId, port, vlanId, label );
+  } );
 }
 
 EvpnFloodingEsiSm::PortLack EvpnFloodingEsiSm::portLackOf( Wire::IntfId intfId,
@@ -416,7 +422,7 @@ void EvpnFloodingEsiSm::programEsiHelper( Wire::IntfId logicalIntfId, Wire::Intf
   }
   const IntfVlanTunnelKey labelKey{ logicalIntfId, vlanId, tunnelId };
   VEX_ASSERT( intfVlanTunnelLabelHas( labelKey ) );
-  programPort( key, phyIntfId, [ & ] {
+  ports_.programPort( key, phyIntfId, [ & ] {
     return floodingHelper()->createEsiData(
         logicalIntfId, phyIntfId, vlanId, tunnelId, mapping->hwTunnelId, label,
         evpnStatus()->localEsiLabel( logicalIntfId ).mplsLabel() );
@@ -426,11 +432,11 @@ void EvpnFloodingEsiSm::programEsiHelper( Wire::IntfId logicalIntfId, Wire::Intf
 void EvpnFloodingEsiSm::unprogramEsi( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "unprogramEsi intfId ", intfId, " vlanId ", vlanId );
-  const bool any = unprogramPorts( { intfId, vlanId }, [ & ]( Wire::IntfId port ) {
+  const bool any = ports_.unprogramPorts( { intfId, vlanId }, [ & ]( Wire::IntfId port ) {
     unprogramEsiHelper( intfId, port, vlanId );
   } );
   if ( any ) {
-    reviewParkedAtOnce();
+    parking_.freed();
   } else {
     TRACE( 5, "not programmed" );
   }
@@ -441,22 +447,13 @@ void EvpnFloodingEsiSm::unprogramEsiHelper( Wire::IntfId logicalIntfId, Wire::In
   VEX_ASSERT( initialized() );
   TRACE( 8, "unprogramEsiHelper logicalIntfId ", logicalIntfId, " phyIntfId ", phyIntfId,
          " vlanId ", vlanId );
-  const bool programmed = unprogramPort( { logicalIntfId, vlanId }, phyIntfId, [ & ] {
+  const bool programmed = ports_.unprogramPort( { logicalIntfId, vlanId }, phyIntfId, [ & ] {
     // Hardware finds the entry by the ports and the VLAN.
     floodingHelper()->deleteEsiData( logicalIntfId, phyIntfId, vlanId, TunnelId::invalid(),
                                      HwTunnelId() );
   } );
   if ( !programmed ) {
     TRACE( 5, "not programmed" );
-  }
-}
-
-// What is programmed stays on record, to be programmed over or, if the pair ends first, deleted.
-void EvpnFloodingEsiSm::forceReprogram( const IntfVlanKey & key ) {
-  if ( const auto es = esiStatus( key ) ) {
-    for ( const auto port : es->programmed() ) {
-      es->forceReprogramIs( port );
-    }
   }
 }
 
@@ -468,7 +465,7 @@ void EvpnFloodingEsiSm::explain( const Subject & subject, Explanation & out ) co
   }
   if ( const auto * const pair = subject.get< IntfVlanKey >() ) {
     explainPair( *pair, out );
-    explainPorts( *pair, out );
+    ports_.explain( *pair, out );
     explainRefusal( *pair, out );
   } else if ( const auto * const tunnelId = subject.get< TunnelId >() ) {
     if ( const auto intfVlans = tunnelIntfVlanSet( *tunnelId ) ) {
@@ -501,12 +498,43 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
   }
   const auto tunnelId = srTeOrDynamicTunnelIntfIdToTunnelId( dfTepIntfId );
   out.say( "tunnel ", tunnelId, ", label ", remoteLabel.mplsLabel() );
-  explainMissingPorts( key.intfId, out );
+  explainMissingPorts( *evpnLagMemberInfo(), key.intfId, out );
   const auto portLack = portLackOf( key.intfId, mapped( tunnelId ).has_value() );
   if ( portLack == PortLack::hwTunnelId ) {
     out.say( "waiting for a hardware tunnel id of tunnel ", tunnelId, ", none published" );
   } else if ( portLack == PortLack::localLabel ) {
     out.say( "waiting for the local ESI label of ", key.intfId, ", none published" );
+  }
+}
+
+// --- What holds between events
+
+void EvpnFloodingEsiSm::check( Findings & out ) const {
+  PortProgrammingSm::check( out );
+  parking_.check( out );
+  ports_.check( out );
+  size_t byTunnel = 0, byIntfTunnel = 0;
+  for ( const auto & [ tunnelId, intfVlans ] : tunnelIntfVlanSet() ) {
+    out.expect( intfVlans->intfVlans() > 0, "tunnelIntfVlanSet has an empty tunnel ", tunnelId );
+    byTunnel += intfVlans->intfVlans();
+  }
+  for ( const auto & [ intfTunnel, vlans ] : intfTunnelVlanSet() ) {
+    out.expect( vlans->vlanIds() > 0, "intfTunnelVlanSet has an empty ", intfTunnel );
+    byIntfTunnel += vlans->vlanIds();
+  }
+  out.expect( byTunnel == intfVlanTunnels(), "tunnelIntfVlanSet has ", byTunnel, " triples of ",
+              intfVlanTunnels() );
+  out.expect( byIntfTunnel == intfVlanTunnels(), "intfTunnelVlanSet has ", byIntfTunnel,
+              " triples of ", intfVlanTunnels() );
+  for ( const auto [ key, tunnelId ] : intfVlanTunnel() ) {
+    const auto intfVlans = tunnelIntfVlanSet( tunnelId );
+    const auto vlans = intfTunnelVlanSet( { key.intfId, tunnelId } );
+    out.expect( intfVlans && intfVlans->intfVlanHas( key ), "tunnelIntfVlanSet lacks ", key );
+    out.expect( vlans && vlans->vlanIdHas( key.vlanId ), "intfTunnelVlanSet lacks ", key );
+  }
+  for ( const auto [ key, label ] : intfVlanTunnelLabel() ) {
+    out.expect( intfVlanTunnel( { key.intfId, key.vlanId } ) == key.tunnelId,
+                "a label is on record for ", key, ", whose tunnel is another" );
   }
 }
 

@@ -17,8 +17,8 @@
 // local label's value changes; a label of a wrong encapsulation type leaves what stands.
 #pragma once
 
-#include "KezEvpn/PortProgramming.h"
 #include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
+#include "KezEvpn/frame/PortProgrammingSm.h"
 
 namespace Kez {
 
@@ -88,7 +88,10 @@ public:
   void handleLocalEsiLabel( Wire::IntfId intfId );
   void handleLagPort( Wire::IntfId lagIntfId ) override;
   void handleTunnelIdMapping( const TunnelId & tunnelId );
+  void vex_handleSegmentStatus( VexSegmentStatus & reactor ) { reactor.handleSegmentStatus(); }
+  void doReviewUnprogrammed() override;
   void explain( const Subject & subject, Explanation & out ) const override;
+  void check( Findings & out ) const override;
 
   void addIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId );
   void deleteIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId );
@@ -109,9 +112,8 @@ public:
 
 private:
   void makeUpForZombieMark() override;
-  void retry( const IntfVlanKey & key ) override;
+  size_t parked() const override { return unprogrammedEsis(); }
   void deleteTriple( const IntfVlanKey & key, TunnelId tunnelId );
-  void forceReprogram( const IntfVlanKey & key );
 
   // What a pair lacks to have its data programmed, the first of it.
   enum class Lack { nothing, segment, designatedForwarder, remoteLabel, usableLabel };
@@ -132,6 +134,8 @@ private:
     return evpnStatus()->localEsiLabel( intfId ) != Evpn::EncapTypeLabel();
   }
 
+  Parking< IntfVlanKey > parking_;
+  PortStatus< IntfVlanStatus > ports_;
   VexEvpnStatus evpnStatusReactor_;
   VexTunnelIdHwTunnelId tunnelIdHwTunnelIdReactor_;
 };

@@ -13,10 +13,12 @@ EvpnHwTunnelIdSm::EvpnHwTunnelIdSm(
     const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
     const Vex::Ptr< const EvpnRemoteInfo > & remoteInfo,
     const Vex::Ptr< TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId )
-    : RetryingSm( traceHandle ), hwTunnelIdHelper_( hwTunnelIdHelper ), scheduler_( scheduler ),
-      acsd_( acsd ), evpnStatus_( evpnStatus ), remoteInfo_( remoteInfo ),
-      tunnelIdHwTunnelId_( tunnelIdHwTunnelId ), evpnStatusReactor_( *this ),
-      remoteInfoReactor_( *this ) {
+    : RetryingSm( traceHandle, { Retry::whenFreed, Resume::atBookmark } ),
+      hwTunnelIdHelper_( hwTunnelIdHelper ), scheduler_( scheduler ), acsd_( acsd ),
+      evpnStatus_( evpnStatus ), remoteInfo_( remoteInfo ),
+      tunnelIdHwTunnelId_( tunnelIdHwTunnelId ),
+      parking_( *this, *this, unprogrammedTunnel_, unprogrammedTunnelAttr ),
+      evpnStatusReactor_( *this ), remoteInfoReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );
   remoteInfoReactor_.notifierIs( remoteInfo );
 }
@@ -45,12 +47,17 @@ evpnHwTunnelIdSmFactory( const Vex::Ptr< KezHelper::EvpnHwTunnelIdSmHelper > & h
 
 // --- What the inputs and the state say
 
-// Over either of the two interfaces that lead to a tunnel.
+// Over either of the two interfaces that may lead to a tunnel.
 bool EvpnHwTunnelIdSm::labelled( Wire::IntfId esIntfId, TunnelId tunnelId ) const {
   const auto status = evpnStatus()->ethernetSegmentStatus( esIntfId );
-  return status &&
-         ( status->remoteEsiLabelHas( Wire::DynamicTunnelIntfId::intfId( tunnelId ) ) ||
-           status->remoteEsiLabelHas( Wire::FecIdIntfId::srTePolicyIntfId( tunnelId ) ) );
+  if ( !status ) {
+    return false;
+  }
+  const bool overDynamicTunnel =
+      tunnelId.value() <= TunnelId::maxValue &&
+      status->remoteEsiLabelHas( Wire::DynamicTunnelIntfId::intfId( tunnelId ) );
+  return overDynamicTunnel ||
+         status->remoteEsiLabelHas( Wire::FecIdIntfId::srTePolicyIntfId( tunnelId ) );
 }
 
 bool EvpnHwTunnelIdSm::sharedEsiLabelConfigured( Wire::IntfId esIntfId ) const {
@@ -130,6 +137,32 @@ void EvpnHwTunnelIdSm::VexSegmentStatus::onAttribute( Vex::AttrId id, const void
 
 void EvpnHwTunnelIdSm::VexSegmentStatus::handleNotifier() {
   sm()->vex_handleSegmentStatus( *this );
+}
+
+void EvpnHwTunnelIdSm::segmentStatusIs(
+    const Vex::Ptr< const Evpn::EthernetSegmentStatus > & status ) {
+  TRACE( 8, "EvpnHwTunnelIdSm::segmentStatusIs intfId ", status->intfId() );
+  segmentStatus_.make( *this, status );
+}
+
+void EvpnHwTunnelIdSm::segmentStatusDel( Wire::IntfId esIntfId ) {
+  TRACE( 8, "EvpnHwTunnelIdSm::segmentStatusDel intfId ", esIntfId );
+  const Vex::Ptr< EvpnHwTunnelIdSm > held( this );
+  segmentStatus_.del( *this, esIntfId );
+  const auto tunnels = intfTunnelSet( esIntfId );
+  if ( tunnels && !segmentStatusHas( esIntfId ) ) {
+    for ( const auto tunnelId : tunnels->tunnelId() ) {
+      unProgramHwTunnelId( esIntfId, tunnelId );
+    }
+  }
+}
+
+void EvpnHwTunnelIdSm::segmentStatusDelAll() {
+  TRACE( 8, "EvpnHwTunnelIdSm::segmentStatusDelAll" );
+  const Vex::Ptr< EvpnHwTunnelIdSm > held( this );
+  for ( const auto & [ esIntfId, reactor ] : segmentStatus() ) {
+    segmentStatusDel( esIntfId );
+  }
 }
 
 void EvpnHwTunnelIdSm::vex_handleSegmentStatus( VexSegmentStatus & reactor ) {
@@ -232,7 +265,7 @@ void EvpnHwTunnelIdSm::unProgramHwTunnelId( Wire::IntfId esIntfId, TunnelId tunn
   tunnelInfoDel( tunnelId );
   // Remote destinations that still count it keep a parked tunnel waiting.
   if ( !remoteInfo()->remoteTunnelIdHas( tunnelId ) ) {
-    unpark( tunnelId );
+    parking_.release( tunnelId );
   }
   const auto tidHwTid = mapped( tunnelId );
   if ( !tidHwTid ) {
@@ -242,7 +275,7 @@ void EvpnHwTunnelIdSm::unProgramHwTunnelId( Wire::IntfId esIntfId, TunnelId tunn
   const auto hwTunnelIdType = tidHwTid->hwTunnelId.hwTunnelIdType();
   VEX_ASSERT( !zombieTunnelIdIs( hwTunnelIdType )->tunnelIdHas( tunnelId ) );
   zombieTunnelIdIs( hwTunnelIdType )->tunnelIdIs( tunnelId );
-  reviewParkedAtOnce();
+  parking_.freed();
 }
 
 // --- Tunnels get ids
@@ -274,8 +307,8 @@ void EvpnHwTunnelIdSm::publishHwTunnelId( TunnelId tunnelId ) {
   }
   if ( !hwTunnelId.valid() ) {
     TRACE( 5, "failed to program tunnel" );
-    unprogrammedTunnelIs( tunnelId, true );
-    attempted( tunnelId, true );
+    parking_.park( tunnelId );
+    parking_.settle( tunnelId );
     return;
   }
   tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdIs( { tunnelId, hwTunnelId } );
@@ -283,7 +316,7 @@ void EvpnHwTunnelIdSm::publishHwTunnelId( TunnelId tunnelId ) {
   if ( !used ) {
     zombieTunnelIdIs( hwTunnelId.hwTunnelIdType() )->tunnelIdIs( tunnelId );
   }
-  unpark( tunnelId );
+  parking_.release( tunnelId );
 }
 
 void EvpnHwTunnelIdSm::maybeReprogramHwTunnelId( TunnelId tunnelId ) {
@@ -316,7 +349,7 @@ void EvpnHwTunnelIdSm::maybeReprogramHwTunnelId( TunnelId tunnelId ) {
     zombieTunnelIdIs( oldId.hwTunnelIdType() )->tunnelIdDel( tunnelId );
     zombieTunnelIdIs( hwTunnelIdType )->tunnelIdIs( tunnelId );
   }
-  reviewParkedAtOnce();
+  parking_.freed();
 }
 
 HwTunnelId EvpnHwTunnelIdSm::getHwTunnelId( HwTunnelIdType hwTunnelIdType,
@@ -357,39 +390,15 @@ bool EvpnHwTunnelIdSm::releaseOneZombieTunnelId( HwTunnelIdType hwTunnelIdType )
 
 // --- Tunnels that wait for an id
 
-void EvpnHwTunnelIdSm::unpark( TunnelId tunnelId ) {
-  unprogrammedTunnelDel( tunnelId );
-  attempted( tunnelId, false );
-  reviewUnprogrammed()->keyLeft( tunnelId );
-}
-
-void EvpnHwTunnelIdSm::reviewParkedAtOnce() {
-  if ( unprogrammedTunnels() > 0 ) {
-    maybeScheduleUnprogrammedReview( true );
-  }
-}
-
-void EvpnHwTunnelIdSm::maybeScheduleUnprogrammedReview( bool immediate ) {
-  TRACE( 8, "maybeScheduleUnprogrammedReview" );
-  VEX_ASSERT( initialized() );
-  reviewUnprogrammed()->maybeSchedule( immediate, defaultUnprogrammedRetryInterval() );
-}
-
 void EvpnHwTunnelIdSm::doReviewUnprogrammed() {
   TRACE( 8, "doReviewUnprogrammed" );
-  VEX_ASSERT( initialized() );
-  const auto task = reviewUnprogrammed();
-  VEX_ASSERT( task );
-  task->review(
-      unprogrammedTunnel(),
-      [ this ]( TunnelId tunnelId ) {
-        if ( isWanted( tunnelId ) ) {
-          publishHwTunnelId( tunnelId );
-        } else {
-          unpark( tunnelId );
-        }
-      },
-      defaultUnprogrammedRetryInterval() );
+  parking_.review( [ this ]( TunnelId tunnelId ) {
+    if ( isWanted( tunnelId ) ) {
+      publishHwTunnelId( tunnelId );
+    } else {
+      parking_.release( tunnelId );
+    }
+  } );
 }
 
 // --- What an operator is told
@@ -427,6 +436,50 @@ void EvpnHwTunnelIdSm::explain( const Subject & subject, Explanation & out ) con
   } else if ( isWanted( *tunnelId ) ) {
     out.say( "gave its hardware tunnel id up to a segment's tunnel, and gets one when a segment "
              "or a first flood-set destination uses it again" );
+  }
+}
+
+// --- What holds between events
+
+void EvpnHwTunnelIdSm::check( Findings & out ) const {
+  RetryingSm::check( out );
+  parking_.check( out );
+  size_t uses = 0, zombies = 0, usedAndMapped = 0;
+  for ( const auto & [ esIntfId, tunnels ] : intfTunnelSet() ) {
+    out.expect( tunnels->tunnelIds() > 0, "intfTunnelSet has an empty segment ", esIntfId );
+    uses += tunnels->tunnelIds();
+    for ( const auto tunnelId : tunnels->tunnelId() ) {
+      const auto info = tunnelInfo( tunnelId );
+      out.expect( info && info->intfIdHas( esIntfId ), "tunnelInfo of ", tunnelId, " lacks ",
+                  esIntfId );
+    }
+  }
+  for ( const auto & [ tunnelId, info ] : tunnelInfo() ) {
+    out.expect( info->intfIds() > 0, "tunnelInfo has an unused tunnel ", tunnelId );
+    uses -= info->intfIds();
+    for ( const auto esIntfId : info->sharedEsiLabelConfiguredIntf() ) {
+      out.expect( info->intfIdHas( esIntfId ), esIntfId, " does not use tunnel ", tunnelId );
+    }
+    usedAndMapped +=
+        tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( tunnelId ) ? 1 : 0;
+  }
+  out.expect( uses == 0, "tunnelInfo and intfTunnelSet differ" );
+  for ( const auto & [ type, tunnels ] : zombieTunnelId() ) {
+    for ( const auto tunnelId : tunnels->tunnelId() ) {
+      const auto record = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( tunnelId );
+      out.expect( record && record->hwTunnelId.hwTunnelIdType() == type, "zombie ", tunnelId,
+                  " has no id of type ", type );
+      out.expect( !usedBySegment( tunnelId ), "zombie ", tunnelId, " is used by a segment" );
+    }
+    zombies += tunnels->tunnelIds();
+  }
+  if ( initialized() ) {
+    out.expect( zombies + usedAndMapped == tunnelIdHwTunnelId()->tunnelIdToHwTunnelIds(),
+                "a mapped tunnel is neither used by a segment nor a zombie" );
+  }
+  for ( const auto tunnelId : unprogrammedTunnel() ) {
+    out.expect( !tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( tunnelId ),
+                "tunnel ", tunnelId, " is parked and mapped" );
   }
 }
 

@@ -19,8 +19,8 @@
 
 #include "Evpn/EvpnStatus.h"
 #include "Kez/KezCommonSmData.h"
-#include "KezEvpn/Review.h"
 #include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
+#include "KezEvpn/frame/Parking.h"
 #include "KezHelper/EvpnHwTunnelIdSmHelper.h"
 
 namespace Kez {
@@ -60,7 +60,7 @@ public:
   VEX_INPUT( 4, evpnStatus, Evpn::EvpnStatus )
   VEX_INPUT( 5, remoteInfo, EvpnRemoteInfo )
   VEX_OUTPUT( 6, tunnelIdHwTunnelId, TunnelIdToHwTunnelIdMapping )
-  VEX_REACTORS( 7, segmentStatus, VexSegmentStatus )
+  VEX_OWN_REACTORS( 7, segmentStatus, VexSegmentStatus )
   // The tunnels that a segment's remote ESI labels lead to; no entry when there is none.
   VEX_ENTITIES( 8, intfTunnelSet, IntfTunnelSet )
   // The segments that use a tunnel; no entry when there is none.
@@ -93,6 +93,11 @@ public:
   void handleRemoteTunnelId( TunnelId tunnelId );
   void vex_handleSegmentStatus( VexSegmentStatus & reactor );
 
+  void segmentStatusIs( const Vex::Ptr< const Evpn::EthernetSegmentStatus > & status );
+  // A segment without a reactor uses no tunnel, also while it stands in the input.
+  void segmentStatusDel( Wire::IntfId esIntfId );
+  void segmentStatusDelAll();
+
   void programHwTunnelId( Wire::IntfId esIntfId, TunnelId tunnelId );
   void unProgramHwTunnelId( Wire::IntfId esIntfId, TunnelId tunnelId );
   void publishHwTunnelId( TunnelId tunnelId );
@@ -101,9 +106,9 @@ public:
   HwTunnelId getHwTunnelId( HwTunnelIdType hwTunnelIdType, bool attemptZombieRelease );
   bool releaseOneZombieTunnelId( HwTunnelIdType hwTunnelIdType );
 
-  void maybeScheduleUnprogrammedReview( bool immediate );
   void doReviewUnprogrammed() override;
   void explain( const Subject & subject, Explanation & out ) const override;
+  void check( Findings & out ) const override;
 
 private:
   bool usedBySegment( TunnelId tunnelId ) const { return tunnelInfoHas( tunnelId ); }
@@ -114,9 +119,9 @@ private:
   bool sharedEsiLabelConfigured( Wire::IntfId esIntfId ) const;
   HwTunnelIdType neededType( TunnelId tunnelId ) const;
   std::optional< TunnelIdToHwTunnelId > mapped( TunnelId tunnelId ) const;
-  void unpark( TunnelId tunnelId );
-  void reviewParkedAtOnce();
+  size_t parked() const override { return unprogrammedTunnels(); }
 
+  Parking< TunnelId > parking_;
   VexEvpnStatus evpnStatusReactor_;
   VexRemoteInfo remoteInfoReactor_;
 };

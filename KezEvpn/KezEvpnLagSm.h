@@ -9,7 +9,7 @@
 #include "Kez/KezCommonSmData.h"
 #include "Kez/LagConfig.h"
 #include "KezEvpn/KezEvpn.h"
-#include "KezEvpn/StateMachine.h"
+#include "KezEvpn/frame/StateMachine.h"
 
 namespace Kez {
 

@@ -1,6 +1,6 @@
 #include "KezEvpn/KezEvpnRemoteInfoFinderSm.h"
 
-#include "KezEvpn/Explain.h"
+#include "KezEvpn/frame/Explain.h"
 #include "Ringlog/Trace.h"
 
 namespace Kez {
@@ -82,15 +82,16 @@ void EvpnRemoteInfoFinderSm::processMplsDest( Bridging::VlanId vlanId, const Wir
   TRACE( 8, "New refcount of tunnel ", tunnelId, " is ", count );
 }
 
-// Counts all that stands anew. A tunnel that has come into use passes through 1, which is what tells
-// of its first destination.
+// Counts all that stands anew. A tunnel that has come into use passes through 1, which is what
+// tells of its first destination.
 void EvpnRemoteInfoFinderSm::makeUpForZombieMark() {
   Vex::Collection< TunnelId, uint32_t > counts;
-  forEachDest( *floodSetOutput(), [ & ]( Bridging::VlanId, Wire::EthAddr, const L2Rib::Dest & dest ) {
-    if ( const auto tunnelId = tunnelOf( dest ); tunnelId != TunnelId::invalid() ) {
-      ++*counts.findOrAdd( tunnelId, [] { return 0u; } ).first;
-    }
-  } );
+  forEachDest( *floodSetOutput(),
+               [ & ]( Bridging::VlanId, Wire::EthAddr, const L2Rib::Dest & dest ) {
+                 if ( const auto tunnelId = tunnelOf( dest ); tunnelId != TunnelId::invalid() ) {
+                   ++*counts.findOrAdd( tunnelId, [] { return 0u; } ).first;
+                 }
+               } );
   for ( const auto [ tunnelId, count ] : remoteInfo()->remoteTunnelId() ) {
     if ( !counts.has( tunnelId ) ) {
       remoteInfo()->remoteTunnelIdDel( tunnelId );

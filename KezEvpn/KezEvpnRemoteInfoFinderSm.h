@@ -8,8 +8,8 @@
 // is done within the notification; one that would count below zero is fatal.
 #pragma once
 
-#include "KezEvpn/FloodSetReactors.h"
 #include "KezEvpn/KezEvpn.h"
+#include "KezEvpn/frame/FloodSetReactors.h"
 
 namespace Kez {
 
@@ -41,6 +41,9 @@ public:
   EvpnRemoteInfoFinderSmIs( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
                             const Vex::Ptr< EvpnRemoteInfo > & remoteInfo );
 
+  void vex_handleFloodSet( FloodSetReactor< EvpnRemoteInfoFinderSm > & reactor ) {
+    reactor.handleFloodSet();
+  }
   // Counts a destination that came or went, in or out as it stands in the input now.
   void processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
                         const L2Rib::Dest & dest );

@@ -39,7 +39,7 @@ void VlanFloodSetFilterSm::VexInFloodSetOutput::onAttribute( Vex::AttrId id, con
 void VlanFloodSetFilterSm::VexVlanFloodSet::handleNotifier() {
   const auto sm = this->sm();
   const auto vlan = vlanId();
-  handleVlanFloodSet();
+  sm->vex_handleVlanFloodSet( *this );
   if ( sm->vlanFloodSet( vlan ) == this ) {
     VlanFloodSetReactor::handleNotifier();
   }

@@ -7,7 +7,7 @@
 // everything is done within the notification.
 #pragma once
 
-#include "KezEvpn/FloodSetReactors.h"
+#include "KezEvpn/frame/FloodSetReactors.h"
 
 namespace Kez {
 
@@ -56,6 +56,10 @@ public:
                           const Vex::Ptr< L2Rib::FloodSetOutput > & outFloodSetOutput );
 
   void handleInitialized() override;
+  void vex_handleFloodSet( FloodSetReactor< VlanFloodSetFilterSm > & reactor ) {
+    reactor.handleFloodSet();
+  }
+  void vex_handleVlanFloodSet( VexVlanFloodSet & reactor ) { reactor.handleVlanFloodSet(); }
   void handleSource();
 
   void processVlanFloodSet( Bridging::VlanId vlanId );

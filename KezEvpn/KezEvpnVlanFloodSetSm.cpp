@@ -1,6 +1,6 @@
 #include "KezEvpn/KezEvpnVlanFloodSetSm.h"
 
-#include "KezEvpn/Explain.h"
+#include "KezEvpn/frame/Explain.h"
 #include "Ringlog/Trace.h"
 
 namespace Kez {

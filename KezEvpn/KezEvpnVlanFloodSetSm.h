@@ -10,7 +10,7 @@
 // made of a configuration is traced, no more.
 #pragma once
 
-#include "KezEvpn/MplsFloodSetSm.h"
+#include "KezEvpn/frame/MplsFloodSetSm.h"
 
 namespace Kez {
 

@@ -1,6 +1,7 @@
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
 
-#include "KezEvpn/Explain.h"
+#include "KezEvpn/frame/Explain.h"
+#include "KezEvpn/frame/Findings.h"
 #include "Ringlog/Trace.h"
 
 namespace Kez {
@@ -47,7 +48,7 @@ void KezEvpnVlanMembershipSm::VexEvpnStatus::onAttribute( Vex::AttrId id, const 
 }
 
 void KezEvpnVlanMembershipSm::VexVlanConfig::handleNotifier() {
-  handleVlanConfig();
+  sm()->vex_handleVlanConfig( *this );
 }
 
 void KezEvpnVlanMembershipSm::VexVlanConfig::onAttribute( Vex::AttrId id, const void * key ) {
@@ -57,7 +58,7 @@ void KezEvpnVlanMembershipSm::VexVlanConfig::onAttribute( Vex::AttrId id, const 
 }
 
 void KezEvpnVlanMembershipSm::VexVlanStatus::handleNotifier() {
-  handleVlanStatus();
+  sm()->vex_handleVlanStatus( *this );
 }
 
 void KezEvpnVlanMembershipSm::VexVlanStatus::onAttribute( Vex::AttrId id, const void * key ) {
@@ -94,12 +95,19 @@ bool KezEvpnVlanMembershipSm::isOperational( Wire::IntfId intfId, Bridging::Vlan
   return status && status->vlanPortStatusHas( intfId );
 }
 
+KezEvpnVlanMembershipSm::Decision KezEvpnVlanMembershipSm::decide( Wire::IntfId intfId,
+                                                                   Bridging::VlanId vlanId ) const {
+  const bool byConfiguration = evpnStatus()->encapBumFilterHas( intfId );
+  return { byConfiguration,
+           byConfiguration ? isConfigured( intfId, vlanId ) : isOperational( intfId, vlanId ) };
+}
+
 void KezEvpnVlanMembershipSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
   TRACE( 5, "KezEvpnVlanMembershipSm::processIntfVlan vlanId ", vlanId, " intfId ", intfId );
   VEX_ASSERT( bridgingConfig() );
   VEX_ASSERT( vlanStatusDir() );
   VEX_ASSERT( evpnStatus() );
-  if ( isToBeMember( intfId, vlanId ) ) {
+  if ( decide( intfId, vlanId ).member ) {
     addIntfToEvpnVlanStatus( intfId, vlanId );
   } else {
     removeIntfVlanFromEvpnVlanStatus( intfId, vlanId );
@@ -199,14 +207,24 @@ void KezEvpnVlanMembershipSm::explainPair( const IntfVlanKey & key, Explanation 
   const auto memberInfo = evpnVlanStatus()->vlanStatus( key.vlanId );
   const bool member = memberInfo && memberInfo->memberHas( key.intfId );
   out.say( member ? "an EVPN member" : "no EVPN member" );
-  if ( !evpnStatus()->encapBumFilterHas( key.intfId ) ) {
-    out.say( isOperational( key.intfId, key.vlanId ) ? "" : "not ", "operational in the VLAN" );
-  } else {
-    out.say( isConfigured( key.intfId, key.vlanId ) ? "" : "not ",
-             "configured in the VLAN, which decides while its BUM encapsulation is filtered" );
-  }
-  if ( member != isToBeMember( key.intfId, key.vlanId ) ) {
+  const auto decision = decide( key.intfId, key.vlanId );
+  out.say( decision.member ? "" : "not ",
+           decision.byConfiguration
+               ? "configured in the VLAN, which decides while its BUM encapsulation is filtered"
+               : "operational in the VLAN" );
+  if ( member != decision.member ) {
     out.say( "decided anew when its port status or configuration in the VLAN changes" );
+  }
+}
+
+// --- What holds between events
+
+void KezEvpnVlanMembershipSm::check( Findings & out ) const {
+  for ( const auto & [ vlanId, memberInfo ] : evpnVlanStatus()->vlanStatus() ) {
+    out.expect( memberInfo->members() > 0, "VLAN ", vlanId, " is published without a member" );
+  }
+  for ( const auto & [ intfId, vlans ] : intfVlanConfigSet() ) {
+    out.expect( vlans->vlanIds() > 0, "intfVlanConfigSet has an empty interface ", intfId );
   }
 }
 

@@ -11,7 +11,7 @@
 #include "Bridging/VlanConfig.h"
 #include "Evpn/EvpnStatus.h"
 #include "KezEvpn/KezEvpn.h"
-#include "KezEvpn/StateMachine.h"
+#include "KezEvpn/frame/StateMachine.h"
 
 namespace Kez {
 
@@ -82,15 +82,20 @@ public:
   void addIntfToEvpnVlanStatus( Wire::IntfId intfId, Bridging::VlanId vlanId );
   void removeIntfVlanFromEvpnVlanStatus( Wire::IntfId intfId, Bridging::VlanId vlanId );
   void handleEncapBumFilter( Wire::IntfId intfId );
+  void vex_handleVlanConfig( VexVlanConfig & reactor ) { reactor.handleVlanConfig(); }
+  void vex_handleVlanStatus( VexVlanStatus & reactor ) { reactor.handleVlanStatus(); }
   void explain( const Subject & subject, Explanation & out ) const override;
+  void check( Findings & out ) const override;
 
 private:
   bool isConfigured( Wire::IntfId intfId, Bridging::VlanId vlanId ) const;
   bool isOperational( Wire::IntfId intfId, Bridging::VlanId vlanId ) const;
-  bool isToBeMember( Wire::IntfId intfId, Bridging::VlanId vlanId ) const {
-    return evpnStatus()->encapBumFilterHas( intfId ) ? isConfigured( intfId, vlanId )
-                                                     : isOperational( intfId, vlanId );
-  }
+  // Whether the pair is to be a member, and by what.
+  struct Decision {
+    bool byConfiguration;
+    bool member;
+  };
+  Decision decide( Wire::IntfId intfId, Bridging::VlanId vlanId ) const;
   void makeUpForZombieMark() override;
   void processPublished();
   void explainPair( const IntfVlanKey & key, Explanation & out ) const;

@@ -1,7 +1,7 @@
 #include "agent/Shell.h"
 
-#include "KezEvpn/Explain.h"
-#include "KezEvpn/StateMachine.h"
+#include "KezEvpn/frame/Explain.h"
+#include "KezEvpn/frame/StateMachine.h"
 #include "Ringlog/Setting.h"
 #include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"

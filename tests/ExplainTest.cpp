@@ -1,7 +1,7 @@
 // What machines tell an operator, at every stage that what they are asked about goes through. Each
 // stage is reached by input lines, and what is told is checked against the simulated switch too.
-#include "KezEvpn/Explain.h"
-#include "KezEvpn/StateMachine.h"
+#include "KezEvpn/frame/Explain.h"
+#include "KezEvpn/frame/StateMachine.h"
 #include "Vex/Clock.h"
 #include "agent/Shell.h"
 

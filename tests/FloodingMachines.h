@@ -5,7 +5,7 @@
 #include "TraceCapture.h"
 #include "VirtualTime.h"
 
-#include "KezEvpn/PortProgramming.h"
+#include "KezEvpn/frame/PortProgrammingSm.h"
 #include "KezHelper/EvpnFloodingSmHelperStub.h"
 #include "agent/SwitchFloodingHelper.h"
 

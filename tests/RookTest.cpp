@@ -1,5 +1,5 @@
-#include "KezEvpn/Review.h"
 #include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
+#include "KezEvpn/frame/Review.h"
 #include "RookTestTypes.h"
 #include "inspect/Inspect.h"
 
@@ -112,8 +112,9 @@ TEST( Rook, ReviewsWalkTables ) {
     table.put( Entry( key, 1 ) );
   };
   Kez::ReviewTask< uint64_t >::replace(
-      task, scheduler, 2, "review", *scheduler, [ & ] { task->review( table.range(), step, 0 ); },
-      handle, Kez::unprogrammedReviewTexts );
+      task, scheduler, 2, "review", *scheduler,
+      [ & ] { task->review( table.range(), step, 0, Kez::Resume::atBookmark ); }, handle,
+      Kez::unprogrammedReviewTexts );
   task->scheduleNow();
   for ( int run = 0; run < 3; ++run ) {
     EXPECT_EQ( scheduler->runReady(), 1u );

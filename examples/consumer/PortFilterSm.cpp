@@ -7,8 +7,9 @@ static Ringlog::Handle traceHandle( "PortFilterSm" );
 PortFilterSm::PortFilterSm( const Vex::Ptr< PortFilterHelper > & helper,
                             const Vex::Ptr< Loom::TaskScheduler > & scheduler,
                             const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus )
-    : RetryingSm( traceHandle ), helper_( helper ), scheduler_( scheduler ),
-      evpnStatus_( evpnStatus ), evpnStatusReactor_( *this ) {
+    : RetryingSm( traceHandle, { Kez::Retry::afterRefusal, Kez::Resume::atBookmark } ),
+      helper_( helper ), scheduler_( scheduler ), evpnStatus_( evpnStatus ),
+      parking_( *this, *this, unprogrammed_, unprogrammedAttr ), evpnStatusReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );
 }
 
@@ -44,49 +45,31 @@ void PortFilterSm::programFilter( Wire::IntfId intfId ) {
   if ( programmedHas( intfId ) ) {
     return;
   }
-  unprogrammedDel( intfId );
+  parking_.unpark( intfId );
   const auto rc = helper()->createFilter( intfId );
   TRACE( 5, "createFilter ", intfId, " ", rc );
   if ( rc == Kez::HwProgrammingStatus::programmed ) {
     programmedIs( intfId );
   } else {
-    unprogrammedIs( intfId );
-    maybeScheduleUnprogrammedReview( false );
+    parking_.park( intfId );
   }
-  attempted( intfId, unprogrammedHas( intfId ) );
+  parking_.settle( intfId );
 }
 
 void PortFilterSm::unprogramFilter( Wire::IntfId intfId ) {
   VEX_ASSERT( initialized() );
-  unprogrammedDel( intfId );
-  attempted( intfId, false );
+  parking_.release( intfId );
   if ( !programmedHas( intfId ) ) {
     return;
   }
   helper()->deleteFilter( intfId );
   programmedDel( intfId );
-  if ( unprogrammeds() > 0 ) {
-    maybeScheduleUnprogrammedReview( true );
-  }
-}
-
-void PortFilterSm::maybeScheduleUnprogrammedReview( bool immediate ) {
-  TRACE( 8, "maybeScheduleUnprogrammedReview" );
-  VEX_ASSERT( initialized() );
-  reviewUnprogrammed()->maybeSchedule( immediate, defaultUnprogrammedRetryInterval() );
+  parking_.freed();
 }
 
 void PortFilterSm::doReviewUnprogrammed() {
   TRACE( 8, "doReviewUnprogrammed" );
-  VEX_ASSERT( initialized() );
-  const auto task = reviewUnprogrammed();
-  VEX_ASSERT( task );
-  const bool ended = task->review(
-      unprogrammed(), [ this ]( Wire::IntfId intfId ) { programFilter( intfId ); },
-      defaultUnprogrammedRetryInterval() );
-  if ( ended && unprogrammeds() > 0 && !task->isScheduled() ) {
-    maybeScheduleUnprogrammedReview( false );
-  }
+  parking_.review( [ this ]( Wire::IntfId intfId ) { programFilter( intfId ); } );
 }
 
 } // namespace Example

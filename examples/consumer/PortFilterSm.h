@@ -8,7 +8,7 @@
 
 #include "Evpn/EvpnStatus.h"
 #include "KezEvpn/KezEvpn.h"
-#include "KezEvpn/Review.h"
+#include "KezEvpn/frame/Parking.h"
 #include "KezHelper/KezBaseHelper.h"
 
 namespace Example {
@@ -50,10 +50,12 @@ public:
   void handleEncapBumFilter( Wire::IntfId intfId );
   void programFilter( Wire::IntfId intfId );
   void unprogramFilter( Wire::IntfId intfId );
-  void maybeScheduleUnprogrammedReview( bool immediate );
   void doReviewUnprogrammed() override;
 
 private:
+  size_t parked() const override { return unprogrammeds(); }
+
+  Kez::Parking< Wire::IntfId > parking_;
   VexEvpnStatus evpnStatusReactor_;
 };
 

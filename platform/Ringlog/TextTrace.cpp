@@ -139,7 +139,8 @@ void appendBlanks( Vex::TextBuffer & out, size_t width, size_t used ) {
 
 } // namespace
 
-Handle::Handle( std::string_view name ) : number_( nextHandleNumber() ), name_( name ) {
+Handle::Handle( std::string_view name, const char * source )
+    : number_( nextHandleNumber() ), name_( name ), source_( source ) {
   Registry::instance().handleIs( *this );
 }
 

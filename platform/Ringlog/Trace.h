@@ -34,13 +34,15 @@ constexpr int highestLevel = 9;
 // may be used by any thread.
 class Handle {
 public:
-  // `name` is of letters, digits and '_', and outlives the handle.
-  explicit Handle( std::string_view name );
+  // `name` is of letters, digits and '_', and outlives the handle. `source` is the file that the
+  // handle is of.
+  explicit Handle( std::string_view name, const char * source = __builtin_FILE() );
   ~Handle();
   Handle( const Handle & ) = delete;
   Handle & operator=( const Handle & ) = delete;
 
   std::string_view name() const { return name_; }
+  const char * source() const { return source_; }
   bool isOn( int level ) const { return isBitOn( level ); }
   // Whether the level is on for the text, which it may be beside the ring.
   bool isTextOn( int level ) const { return isBitOn( level + textBit ); }
@@ -61,7 +63,8 @@ private:
 
   std::atomic< uint32_t > levels_{ 0 };
   const uint32_t number_;
-  std::string_view name_;
+  const std::string_view name_;
+  const char * const source_;
 };
 
 // What of a statement is the same each time it runs, but for the handle.

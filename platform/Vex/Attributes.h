@@ -20,6 +20,7 @@
 //   VEX_INPUT( id, foo, T )              foo(): Ptr< const T >, set by the constructor through foo_
 //   VEX_OUTPUT( id, foo, T )             foo(): Ptr< T >, likewise
 //   VEX_REACTORS( id, foo, Reactor )     foo( key ), fooIs( entity )
+//   VEX_OWN_REACTORS( id, foo, Reactor ) foo( key ); the class writes fooIs, fooDel and fooDelAll
 //   VEX_ATTRIBUTES( foo, ... )           closes the list, naming every attribute of the class
 //
 // Every collection also has foo() (a range to walk), fooHas( key ), fooDel( key ), fooDelAll()
@@ -291,7 +292,7 @@ public:                                                                         
 #define VEX_INPUT( ID, foo, T ) VEX_REFERENCE( ID, foo, const T )
 #define VEX_OUTPUT( ID, foo, T ) VEX_REFERENCE( ID, foo, T )
 
-#define VEX_REACTORS( ID, foo, R )                                                                 \
+#define VEX_OWN_REACTORS( ID, foo, R )                                                             \
   VEX_DECLARE( ID, foo, R::Key, ReactorsType, ( Vex::Access::readOnly ),                           \
                Vex::ReactorStorage< R > foo##_ )                                                   \
   R * foo( Vex::Arg< R::Key > key ) const {                                                        \
@@ -299,15 +300,6 @@ public:                                                                         
   }                                                                                                \
   bool foo##Has( Vex::Arg< R::Key > key ) const {                                                  \
     return foo##_.has( key );                                                                      \
-  }                                                                                                \
-  void foo##Is( const Vex::Ptr< const R::NotifierType > & entity ) {                               \
-    foo##_.make( *this, entity );                                                                  \
-  }                                                                                                \
-  void foo##Del( Vex::Arg< R::Key > key ) {                                                        \
-    foo##_.del( *this, key );                                                                      \
-  }                                                                                                \
-  void foo##DelAll() {                                                                             \
-    foo##_.delAll( *this );                                                                        \
   }                                                                                                \
   auto foo() const {                                                                               \
     return foo##_.members().range();                                                               \
@@ -318,4 +310,20 @@ public:                                                                         
   struct foo##Reactors {                                                                           \
     using Sm = VexSelf;                                                                            \
     static Vex::ReactorStorage< R > & of( Sm & sm ) { return sm.foo##_; }                          \
+    static void is( Sm & sm, const Vex::Ptr< const R::NotifierType > & entity ) {                  \
+      sm.foo##Is( entity );                                                                        \
+    }                                                                                              \
+    static void del( Sm & sm, Vex::Arg< R::Key > key ) { sm.foo##Del( key ); }                     \
   };
+
+#define VEX_REACTORS( ID, foo, R )                                                                 \
+  VEX_OWN_REACTORS( ID, foo, R )                                                                   \
+  void foo##Is( const Vex::Ptr< const R::NotifierType > & entity ) {                               \
+    foo##_.make( *this, entity );                                                                  \
+  }                                                                                                \
+  void foo##Del( Vex::Arg< R::Key > key ) {                                                        \
+    foo##_.del( *this, key );                                                                      \
+  }                                                                                                \
+  void foo##DelAll() {                                                                             \
+    foo##_.delAll( *this );                                                                        \
+  }

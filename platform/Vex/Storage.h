@@ -318,14 +318,8 @@ public:
     }
   }
 
-  // All of a collection of entities at once.
-  template< class Sm, class Range > void makeAll( Sm & sm, const Range & entities ) {
-    const Ptr< Sm > held( &sm );
-    members_.reserve( entities.size() );
-    for ( const auto & [ key, entity ] : entities ) {
-      make( sm, entity );
-    }
-  }
+  // Makes room for so many reactors in all.
+  void reserve( size_t reactors ) { members_.reserve( static_cast< uint32_t >( reactors ) ); }
 
   // A reactor that goes cleans up first, as for a zombie mark, unless it bears one.
   void del( const Entity & owner, Key key ) {
@@ -361,17 +355,6 @@ public:
     }
   }
 
-  // Follows the entity that now stands under the key: made or rebound when there is one,
-  // dropped when there is none.
-  template< class Sm >
-  void mirror( Sm & sm, Arg< Key > key, const Ptr< const Notifier > & entity ) {
-    if ( entity ) {
-      make( sm, entity );
-    } else {
-      del( sm, key );
-    }
-  }
-
 private:
   Collection< Key, R * > members_;
 };
@@ -389,13 +372,21 @@ protected:
     if ( id == Entities::id ) {
       const auto member = Entities::id.key( key );
       const auto sm = this->sm();
-      Reactors::of( *sm ).mirror( *sm, member, Entities::of( *this->notifier() ).get( member ) );
+      if ( const auto entity = Entities::of( *this->notifier() ).get( member ) ) {
+        Reactors::is( *sm, entity );
+      } else {
+        Reactors::del( *sm, member );
+      }
     }
   }
   void handleNotifier() override {
     const auto sm = this->sm();
     const auto notifier = this->notifier();
-    Reactors::of( *sm ).makeAll( *sm, Entities::of( *notifier ).range() );
+    const auto entities = Entities::of( *notifier ).range();
+    Reactors::of( *sm ).reserve( entities.size() );
+    for ( const auto & [ key, entity ] : entities ) {
+      Reactors::is( *sm, entity );
+    }
     if ( this->markedForDeletion() ) {
       Reactors::of( *sm ).delStrays( *sm, Entities::of( *notifier ) );
     }

@@ -1,4 +1,4 @@
-#include "KezEvpn/MplsFloodSetSm.h"
+#include "KezEvpn/frame/MplsFloodSetSm.h"
 
 namespace Kez {
 
@@ -31,7 +31,7 @@ void MplsFloodSetSm::VexVlanFloodSetStatus::onAttribute( Vex::AttrId id, const v
 }
 
 void MplsFloodSetSm::VexVlanFloodSetStatus::handleNotifier() {
-  handleVlanFloodSetStatus();
+  sm()->vex_handleVlanFloodSetStatus( *this );
 }
 
 void MplsFloodSetSm::processEveryMplsDest() {

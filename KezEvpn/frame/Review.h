@@ -7,8 +7,9 @@
 // bookmark serves that one run.
 #pragma once
 
-#include "KezEvpn/Explain.h"
-#include "KezEvpn/StateMachine.h"
+#include "KezEvpn/frame/Explain.h"
+#include "KezEvpn/frame/Findings.h"
+#include "KezEvpn/frame/StateMachine.h"
 #include "Loom/Task.h"
 #include "Loom/TaskScheduler.h"
 #include "Ringlog/Trace.h"
@@ -31,7 +32,11 @@ inline constexpr ReviewTexts unprogrammedReviewTexts{ "schedule immediate unprog
                                                       "next unprogrammed review at " };
 
 // Where a run that follows a yield begins.
-enum class Resume { atBookmark, atFirst };
+enum class Resume {
+  atFirst,
+  atBookmark,    // at the key whose turn it was, or at the first if that has left since
+  behindBookmark // likewise, but behind it if it has left
+};
 
 template< class Key > class ReviewTask : public Loom::Task {
   VEX_ENTITY( ReviewTask, "Kez::ReviewTask", Loom::Task )
@@ -43,10 +48,11 @@ public:
   ReviewTask( const Vex::Ptr< Loom::TaskScheduler > & scheduler, Loom::TaskPriority priority,
               const Vex::String & name, const Vex::Entity & owner, std::function< void() > entry,
               Ringlog::Handle & traceHandle, const ReviewTexts & texts )
-      : Task( scheduler, priority, name ), owner_( owner ), entry_( std::move( entry ) ),
+      : Task( scheduler, priority, name ), owner_( &owner ), entry_( std::move( entry ) ),
         traceHandle( traceHandle ), texts_( texts ) {}
 
-  // Keeps `task` if it has these parameters, puts a new one in its place otherwise.
+  // Keeps `task` if it has these parameters, puts a new one in its place otherwise, which takes
+  // over the run that is due and its bookmark.
   static void replace( Vex::Ptr< ReviewTask > & task,
                        const Vex::Ptr< Loom::TaskScheduler > & scheduler,
                        Loom::TaskPriority priority, const Vex::String & name,
@@ -54,16 +60,22 @@ public:
                        Ringlog::Handle & traceHandle, const ReviewTexts & texts ) {
     if ( !task || task->taskScheduler() != scheduler || task->taskPriority() != priority ||
          task->taskName() != name ) {
-      drop( task );
+      const auto replaced = task;
       task = Vex::makePtr< ReviewTask >( scheduler, priority, name, owner, std::move( entry ),
                                          traceHandle, texts );
+      if ( const auto due = replaced ? replaced->nextRun() : std::nullopt ) {
+        task->scheduleAfter( *due - Vex::Clock::now() );
+        task->bookmarkIs( replaced->bookmark() );
+      }
+      drop( replaced );
     }
   }
 
-  // What is due of a task that its machine gives up never runs, whoever holds the task.
+  // A task that its machine gives up calls it no more, whoever holds and schedules the task.
   static void drop( const Vex::Ptr< ReviewTask > & task ) {
     if ( task ) {
       task->cancel();
+      task->owner_ = nullptr;
     }
   }
 
@@ -92,15 +104,14 @@ public:
   // run is scheduled `resumeDelay` seconds ahead (0: at once) and false returned; true says that
   // the walk came to its end, whatever is parked again by then.
   template< class Range, class Step >
-  bool review( const Range & keys, Step && step, double resumeDelay,
-               Resume resume = Resume::atBookmark ) {
+  bool review( const Range & keys, Step && step, double resumeDelay, Resume resume ) {
     const auto from = bookmark();
     bookmarkDel();
     for ( auto walk = keys.from( from ).begin(); walk.valid(); ++walk ) {
       step( walk.key() );
       taskWorkInc();
       if ( walk.more() && taskShouldYield() ) {
-        if ( resume == Resume::atBookmark ) {
+        if ( resume != Resume::atFirst ) {
           bookmarkIs( walk.nextKey() );
         }
         scheduleAfter( resumeDelay );
@@ -110,83 +121,17 @@ public:
     return true;
   }
 
-  // A key stands in the line no more, or elsewhere in it: a run that was to go on there begins at
-  // the first. For machines that do not schedule a run when keys are left.
-  void keyLeft( const Key & key ) {
-    if ( bookmark() == key ) {
-      bookmarkDel();
-    }
-  }
-
-  // A key is about to leave the line `keys`: a run that was to go on there goes on behind it.
-  template< class Range > void keyLeaves( const Range & keys, const Key & key ) {
-    if ( bookmark() == key ) {
-      const auto walk = keys.from( key ).begin();
-      bookmarkIs( walk.more() ? std::optional( walk.nextKey() ) : std::nullopt );
-    }
-  }
-
 private:
   void run() override {
-    const Vex::Ptr< const Vex::Entity > alive( &owner_ );
-    entry_();
+    if ( const Vex::Ptr< const Vex::Entity > alive = owner_ ) {
+      entry_();
+    }
   }
 
-  const Vex::Entity & owner_;
+  const Vex::Entity * owner_; // null once it has given the task up
   const std::function< void() > entry_;
   Ringlog::Handle & traceHandle; // the machine's; the name is what TRACE looks for
   const ReviewTexts texts_;
-};
-
-// A machine that programs hardware and retries what was refused from its task
-// `reviewUnprogrammed`. While a key waits for that, `refusal` counts how many of its attempts were
-// refused in a row since the machine started.
-template< class Key > class RetryingSm : public InitializedSm {
-public:
-  using VexReviewUnprogrammed = ReviewTask< Key >;
-
-  VEX_ENTITY( RetryingSm, "Kez::RetryingSm", InitializedSm )
-  VEX_TUNABLE( 61, defaultUnprogrammedRetryInterval, double, 5.0 ) // seconds
-  VEX_OUTPUT( 62, reviewUnprogrammed, VexReviewUnprogrammed )
-  VEX_COUNTER( 63, refusal, Key )
-  VEX_ATTRIBUTES( defaultUnprogrammedRetryInterval, reviewUnprogrammed, refusal )
-
-  void reviewUnprogrammedIs( const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                             Loom::TaskPriority priority, const Vex::String & name,
-                             const ReviewTexts & texts = unprogrammedReviewTexts ) {
-    VexReviewUnprogrammed::replace(
-        reviewUnprogrammed_, scheduler, priority, name, *this,
-        [ this ] { vex_handleReviewUnprogrammed_taskRun(); }, traceHandle_, texts );
-  }
-
-  void vex_handleReviewUnprogrammed_taskRun() {
-    if ( initialized() ) {
-      doReviewUnprogrammed();
-    }
-  }
-  virtual void doReviewUnprogrammed() = 0;
-
-protected:
-  // An attempt has come to its end, or the key needs none any more.
-  void attempted( const Key & key, bool refused ) {
-    if ( refused ) {
-      refusalInc( key );
-    } else if ( refusals() > 0 ) {
-      refusalDel( key );
-    }
-  }
-
-  // The next run of the review; `otherwise` says when it will be due while none is.
-  Due nextTry( std::string_view otherwise = "when an input changes" ) const {
-    const auto task = reviewUnprogrammed();
-    return { task->nextRun(), otherwise, task->bookmark().has_value() };
-  }
-
-  explicit RetryingSm( Ringlog::Handle & traceHandle ) : traceHandle_( traceHandle ) {}
-  ~RetryingSm() override { VexReviewUnprogrammed::drop( reviewUnprogrammed_ ); }
-
-private:
-  Ringlog::Handle & traceHandle_;
 };
 
 } // namespace Kez

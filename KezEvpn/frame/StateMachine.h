@@ -7,9 +7,9 @@
 // destructor drops reactors and tasks and leaves the outputs as they stand.
 //
 // `hasNotificationActiveIs` switches the notifications of all its reactors, and replays nothing.
-// `vexDoZombieReactors` marks and unmarks all of them; when the mark is taken away, the machine makes
-// up for everything that it did not hear under it. `explain` tells an operator why something is in
-// hardware or not.
+// `vexDoZombieReactors` marks and unmarks all of them; when the mark is taken away, the machine
+// makes up for everything that it did not hear under it. `explain` tells an operator why something
+// is in hardware or not; `check` proves the machine's invariants, which its header states.
 #pragma once
 
 #include "Vex/Attributes.h"
@@ -18,6 +18,7 @@ namespace Kez {
 
 struct Subject;
 class Explanation;
+class Findings;
 
 class StateMachine : public Vex::Entity, public Vex::ReactorOwner {
   VEX_ENTITY( StateMachine, "Kez::StateMachine" )
@@ -36,6 +37,9 @@ public:
 
   // Says nothing of a subject that the machine has nothing to do with, nor before its start.
   virtual void explain( const Subject &, Explanation & ) const {}
+
+  // Says what of its invariants does not hold. To be asked between events.
+  virtual void check( Findings & ) const {}
 
 protected:
   virtual bool started() const { return true; }

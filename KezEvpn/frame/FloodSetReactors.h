@@ -3,6 +3,7 @@
 // `vlanFloodSet`), below it one a VLAN, and below that one a flood set. A machine says
 //
 //   class VexFloodSet : public FloodSetReactor< Sm > { ... };   what becomes of the destinations
+//   void vex_handleFloodSet( FloodSetReactor< Sm > & );         entered with a whole flood set
 //   using VexVlanFloodSet = VlanFloodSetReactor< Sm, VexFloodSet >;
 //   VEX_REACTORS( id, vlanFloodSet, VexVlanFloodSet )
 //   using VexFloodSetOutput = Vex::MirrorReactor< L2Rib::FloodSetOutput::vlanFloodSetEntities,
@@ -12,7 +13,7 @@
 // empties itself first, so that each of its destinations is told of as it goes.
 #pragma once
 
-#include "KezEvpn/StateMachine.h"
+#include "KezEvpn/frame/StateMachine.h"
 #include "L2Rib/FloodSet.h"
 
 namespace Kez {
@@ -36,7 +37,7 @@ private:
       handleDestSet( L2Rib::FloodSet::destSetAttr.key( key ) );
     }
   }
-  void handleNotifier() override { handleFloodSet(); }
+  void handleNotifier() override { this->sm()->vex_handleFloodSet( *this ); }
 
   const Bridging::VlanId vlanId_;
 };

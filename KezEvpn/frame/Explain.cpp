@@ -1,4 +1,4 @@
-#include "KezEvpn/Explain.h"
+#include "KezEvpn/frame/Explain.h"
 
 #include "Vex/Clock.h"
 

@@ -3,9 +3,9 @@
 // in them. Nothing is handled before `initialized`.
 #pragma once
 
-#include "KezEvpn/FloodSetReactors.h"
 #include "KezEvpn/FloodSets.h"
 #include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
+#include "KezEvpn/frame/FloodSetReactors.h"
 #include "Ringlog/Trace.h"
 
 namespace Kez {
@@ -63,6 +63,12 @@ public:
   virtual void handleMplsDestStatus( const Bridging::MacVlanPair & macVlanPair,
                                      const MplsDestConfig & config ) = 0;
 
+  void vex_handleFloodSet( FloodSetReactor< MplsFloodSetSm > & reactor ) {
+    reactor.handleFloodSet();
+  }
+  void vex_handleVlanFloodSetStatus( VexVlanFloodSetStatus & reactor ) {
+    reactor.handleVlanFloodSetStatus();
+  }
   bool isDestInFloodSet( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
                          const L2Rib::Dest & dest ) const;
   bool isMplsDestConfigProgrammed( const Bridging::MacVlanPair & macVlanPair,

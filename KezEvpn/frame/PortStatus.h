@@ -1,0 +1,257 @@
+// What hardware has of entries that are programmed port by port: for each key, on which ports of
+// its interface the entry is programmed, and which ports wait to be tried again.
+//
+// A machine owns one PortStatus, over the collection of its status entities and its Parking. A
+// status is there from the first try of a key until the key is unprogrammed. `programmed` holds
+// exactly the ports that hardware has; a key is parked exactly while its status has unprogrammed
+// ports. A port is in both only when it bears a force mark, by which it is to be programmed again.
+//
+// `Status` is a member entity with the sets of ports `programmed`, `unprogrammed` and
+// `forceReprogram`; its key names its interface by a field `intfId`. What an entry consists of is
+// the machine's own: it hands in the calls that create and remove one.
+#pragma once
+
+#include "KezEvpn/KezEvpn.h"
+#include "KezEvpn/frame/Parking.h"
+
+#include <optional>
+#include <vector>
+
+namespace Kez {
+
+// What becomes of a programmed port that bears a force mark: it is removed and programmed anew, or
+// programmed over what hardware has.
+enum class ForceMark { removeFirst, programOver };
+
+// What is traced of ports, at level 5; nothing where a text is empty.
+struct PortTexts {
+  std::string_view noLagConfiguration;
+  std::string_view noLagMembers;
+  std::string_view alreadyProgrammed;
+  std::string_view programmed;
+  std::string_view failed;
+  std::string_view invalidHwId;
+};
+
+// What a LAG lacks to have ports.
+enum class LagLack { nothing, configuration, members };
+LagLack lagLack( const EvpnLagMemberInfo & lags, Wire::IntfId intfId );
+// Says it.
+void explainMissingPorts( const EvpnLagMemberInfo & lags, Wire::IntfId intfId, Explanation & out );
+
+// The interface itself, or the ports of a LAG.
+KezPortList portsNow( const EvpnLagMemberInfo & lags, Wire::IntfId intfId );
+
+template< class Status > class PortStatus {
+public:
+  using Key = typename Status::FwkKey;
+
+  PortStatus( Vex::Entity & owner, Vex::EntityStorage< Status > & statuses, Vex::AttrId id,
+              Parking< Key > & parking, const Vex::Ptr< const EvpnLagMemberInfo > & lags,
+              const PortTexts & texts, Ringlog::Handle & traceHandle )
+      : owner_( owner ), statuses_( statuses ), id_( id ), parking_( parking ), lags_( lags ),
+        texts_( texts ), traceHandle_( traceHandle ) {}
+
+  // The ports to program; nothing for a LAG that has none.
+  std::optional< KezPortList > portsOf( Wire::IntfId intfId ) const {
+    switch ( lagLack( *lags_, intfId ) ) {
+    case LagLack::configuration:
+      say( texts_.noLagConfiguration );
+      return std::nullopt;
+    case LagLack::members:
+      say( texts_.noLagMembers );
+      return std::nullopt;
+    case LagLack::nothing:
+      break;
+    }
+    return portsNow( *lags_, intfId );
+  }
+
+  // What comes before programming a key's ports: it is parked no more, and `unprogram( port, isPort
+  // )` runs for every programmed port that is not in `ports` or, under ForceMark::removeFirst,
+  // bears a mark. True if there was one.
+  template< class Unprogram >
+  bool dropStalePorts( const Key & key, const KezPortList & ports, ForceMark forceMark,
+                       Unprogram && unprogram ) {
+    parking_.unpark( key );
+    const auto status = statuses_.get( key );
+    if ( !status ) {
+      return false;
+    }
+    status->unprogrammedDelAll();
+    bool dropped = false;
+    for ( const auto port : status->programmed() ) {
+      const bool isPort = ports.portHas( port );
+      if ( !isPort ||
+           ( forceMark == ForceMark::removeFirst && status->forceReprogramHas( port ) ) ) {
+        unprogram( port, isPort );
+        dropped = true;
+      }
+    }
+    return dropped;
+  }
+
+  // Runs `program( port )` for every port.
+  template< class Program >
+  void programPorts( const Key & key, const KezPortList & ports, Program && program ) {
+    for ( const auto port : ports ) {
+      program( port );
+    }
+    parking_.settle( key );
+  }
+
+  // Calls `create()` unless the port is programmed and unmarked, and records its answer: a port
+  // that was refused is parked; an invalid hardware id is fatal.
+  template< class Create >
+  void programPort( const Key & key, Wire::IntfId port, Create && create ) {
+    const auto status = statuses_.make( owner_, id_, key );
+    if ( status->programmedHas( port ) && !status->forceReprogramHas( port ) ) {
+      say( texts_.alreadyProgrammed );
+      return;
+    }
+    status->unprogrammedDel( port );
+    if ( status->unprogrammeds() == 0 ) {
+      parking_.unpark( key );
+    }
+    record( *status, port, create() );
+  }
+
+  // Runs `unprogram( port )` for every programmed port; then the key has no status and is parked no
+  // more. True if there was a port.
+  template< class Unprogram > bool unprogramPorts( const Key & key, Unprogram && unprogram ) {
+    parking_.release( key );
+    const auto status = statuses_.get( key );
+    if ( !status ) {
+      return false;
+    }
+    const bool any = status->programmeds() > 0;
+    for ( const auto port : status->programmed() ) {
+      unprogram( port );
+    }
+    statuses_.del( owner_, id_, key );
+    return any;
+  }
+
+  // Calls `remove()` if the port is programmed, and forgets the port. True if it was.
+  template< class Remove >
+  bool unprogramPort( const Key & key, Wire::IntfId port, Remove && remove ) {
+    const auto status = statuses_.get( key );
+    if ( !status ) {
+      return false;
+    }
+    const bool programmed = status->programmedHas( port );
+    if ( programmed ) {
+      remove();
+    }
+    status->unprogrammedDel( port );
+    status->forceReprogramDel( port );
+    status->programmedDel( port );
+    return programmed;
+  }
+
+  // What is programmed stays on record, to be programmed again or, if the key ends first, deleted.
+  void forceReprogram( const Key & key ) {
+    if ( const auto status = statuses_.get( key ) ) {
+      for ( const auto port : status->programmed() ) {
+        status->forceReprogramIs( port );
+      }
+    }
+  }
+
+  // Nothing of the key is to be tried again until an input changes.
+  void waitForInput( const Key & key ) {
+    parking_.release( key );
+    if ( const auto status = statuses_.get( key ) ) {
+      status->unprogrammedDelAll();
+    }
+  }
+
+  // Says on which ports the key is in hardware, and on which it is not.
+  void explain( const Key & key, Explanation & out ) const;
+
+  void check( Findings & out ) const;
+
+private:
+  void record( Status & status, Wire::IntfId port, HwProgrammingStatus rc );
+  void say( std::string_view text ) const {
+    if ( !text.empty() ) {
+      const auto & traceHandle = traceHandle_;
+      TRACE( 5, text );
+    }
+  }
+
+  Vex::Entity & owner_;
+  Vex::EntityStorage< Status > & statuses_;
+  const Vex::AttrId id_;
+  Parking< Key > & parking_;
+  const Vex::Ptr< const EvpnLagMemberInfo > & lags_;
+  const PortTexts & texts_;
+  Ringlog::Handle & traceHandle_;
+};
+
+template< class Status >
+void PortStatus< Status >::record( Status & status, Wire::IntfId port, HwProgrammingStatus rc ) {
+  switch ( rc ) {
+  case HwProgrammingStatus::programmed:
+    say( texts_.programmed );
+    status.programmedIs( port );
+    status.forceReprogramDel( port );
+    break;
+  case HwProgrammingStatus::notProgrammed:
+    say( texts_.failed );
+    status.unprogrammedIs( port );
+    parking_.park( status.fwkKey() );
+    break;
+  case HwProgrammingStatus::invalidHwId:
+    say( texts_.invalidHwId );
+    VEX_ASSERT_IN( traceHandle_.source(), 0 );
+    break;
+  }
+}
+
+template< class Status >
+void PortStatus< Status >::explain( const Key & key, Explanation & out ) const {
+  const auto status = statuses_.get( key );
+  if ( !status ) {
+    return;
+  }
+  const auto ports = portsNow( *lags_, key.intfId );
+  std::vector< Wire::IntfId > asWanted;
+  std::vector< Wire::IntfId > anew;
+  std::vector< Wire::IntfId > stale;
+  for ( const auto port : status->programmed() ) {
+    auto & which = !ports.portHas( port )              ? stale
+                   : status->forceReprogramHas( port ) ? anew
+                                                       : asWanted;
+    which.push_back( port );
+  }
+  const auto say = [ & ]( std::string_view what, const auto & some ) {
+    if ( !some.empty() ) {
+      out.say( what, Members{ some } );
+    }
+  };
+  say( "programmed on ", asWanted );
+  say( "to be programmed anew, and as before till then, on ", anew );
+  say( "still programmed, though it is no port of it any more, on ", stale );
+  if ( status->unprogrammeds() > 0 ) {
+    out.say( anew.empty() ? "not programmed on " : "not programmed anew on ",
+             Members{ status->unprogrammed() } );
+  }
+}
+
+template< class Status > void PortStatus< Status >::check( Findings & out ) const {
+  for ( const auto & [ key, status ] : statuses_.range() ) {
+    out.expect( parking_.has( key ) == ( status->unprogrammeds() > 0 ), key,
+                " is parked, or has ports that wait, but not both" );
+    for ( const auto port : status->unprogrammed() ) {
+      out.expect( !status->programmedHas( port ) || status->forceReprogramHas( port ), key,
+                  " waits for port ", port, ", which is programmed" );
+    }
+    for ( const auto port : status->forceReprogram() ) {
+      out.expect( status->programmedHas( port ), key, " bears a mark on port ", port,
+                  ", which is not programmed" );
+    }
+  }
+}
+
+} // namespace Kez
