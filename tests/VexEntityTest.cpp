@@ -237,6 +237,52 @@ TEST_F( VexEntity, MirrorMakesDropsAndRebindsItsReactors ) {
   EXPECT_THAT( take(), IsEmpty() );
 }
 
+TEST_F( VexEntity, AMemberEntityGoesWithTheLastThatItHolds ) {
+  const auto branch = tree->branchIs( 1 );
+  const auto leaf = branch->leafIs( 2 );
+  leaf->veinIs( 20 );
+  leaf->veinIs( 21 );
+  const auto onBranch = watch( "branch", branch.get() );
+  const auto onLeaf = watch( "leaf", leaf.get() );
+  EXPECT_FALSE( branch->leafMemberDel( 3, 20 ) );
+  EXPECT_FALSE( branch->leafMemberDel( 2, 20 ) );
+  EXPECT_FALSE( branch->leafDelIfEmpty( 2 ) );
+  EXPECT_TRUE( branch->leafMemberDel( 2, 21 ) );
+  EXPECT_THAT( take(),
+               ElementsAre( "leaf vein[20]", "leaf vein[21]", "leaf zombie", "branch leaf[2]" ) );
+
+  // What a handler of the last member's deletion leaves is what counts.
+  const std::tuple< std::function< void() >, bool, bool > cases[] = {
+    { [ & ] { branch->leaf( 2 )->veinIs( 5 ); }, false, true },
+    { [ & ] { branch->leafDel( 2 ); }, false, false },
+    { [ & ] { branch->leafDel( 2 ), branch->leafIs( 2 ); }, false, true },
+    { [] {}, true, false },
+  };
+  for ( const auto & [ act, gone, there ] : cases ) {
+    branch->leafDel( 2 );
+    branch->leafIs( 2 )->veinIs( 20 );
+    const auto onVein = watch( "leaf", branch->leaf( 2 ).get() );
+    onVein->then = [ &, act = act ] {
+      onVein->then = [] {};
+      act();
+    };
+    EXPECT_EQ( branch->leafMemberDel( 2, 20 ), gone );
+    EXPECT_EQ( branch->leafHas( 2 ), there );
+  }
+
+  // Empty is what holds nothing in any of its collections.
+  tree->branch( 1 )->budIs( 10 );
+  EXPECT_FALSE( tree->branchDelIfEmpty( 1 ) );
+  branch->budDel( 10 );
+  branch->leafIs( 3 );
+  EXPECT_FALSE( tree->branchDelIfEmpty( 1 ) );
+  branch->leafDel( 3 );
+  EXPECT_TRUE( tree->branchDelIfEmpty( 1 ) );
+  EXPECT_FALSE( tree->branchDelIfEmpty( 1 ) );
+}
+static_assert( Vex::collectionCount< Tree >() == 4 && Vex::collectionCount< Plant >() == 0 &&
+               Vex::collectionCount< Gardener >() == 0 );
+
 TEST_F( VexEntity, OwnerSwitchesAndMarksAllItsReactors ) {
   const auto other = Vex::makePtr< Tree >();
   const auto a = watch( "a", tree.get() );

@@ -23,6 +23,10 @@
 //   VEX_OWN_REACTORS( id, foo, Reactor ) foo( key ); the class writes fooIs, fooDel and fooDelAll
 //   VEX_ATTRIBUTES( foo, ... )           closes the list, naming every attribute of the class
 //
+// Member entities that stand only while they hold something are taken from by
+// fooMemberDel( key, member ), for those with one collection, which deletes the entity with its
+// last member, and by fooDelIfEmpty( key ) after any other change; both say whether it went.
+//
 // Every collection also has foo() (a range to walk), fooHas( key ), fooDel( key ), fooDelAll()
 // and foos() (the count), and each attribute its id `fooAttr`, whose key( pointer ) types what
 // onAttribute is given. A machine's reactors `foo` follow an input's entities `bar` by a
@@ -30,6 +34,7 @@
 // bases.
 #pragma once
 
+#include "Vex/Declared.h"
 #include "Vex/Describe.h"
 #include "Vex/ForEach.h"
 #include "Vex/Storage.h"
@@ -47,45 +52,6 @@ template<> struct AttrRef< void > {
   AttrId id;
   constexpr operator AttrId() const { return id; }
 };
-
-template< AttrId id > struct AttrTag { static_assert( id < 64, "attribute ids are 0 to 63" ); };
-struct NoAttr {};
-
-template< class Base = Entity > struct EntityBase { using type = Base; };
-
-template< class C, AttrId id > constexpr bool declaresAttribute() {
-  return requires {
-    C::vexDeclared( AttrTag< id >() );
-  };
-}
-
-template< class C, AttrId id > constexpr bool anyDeclaresAttribute() {
-  if constexpr ( std::is_same_v< C, Entity > ) {
-    return false;
-  } else {
-    return declaresAttribute< C, id >() || anyDeclaresAttribute< typename C::VexBase, id >();
-  }
-}
-
-// How many attributes class C itself declares; none when one has an id of its bases.
-template< class C > constexpr size_t declaredAttributes() {
-  return []< size_t... id >( std::index_sequence< id... > )->size_t {
-    if ( ( ( declaresAttribute< C, id >() && anyDeclaresAttribute< typename C::VexBase, id >() ) ||
-           ... ) ) {
-      return SIZE_MAX;
-    }
-    return ( size_t( declaresAttribute< C, id >() ) + ... );
-  }
-  ( std::make_index_sequence< 64 >() );
-}
-
-// Whether no base of C other than its VexBase and that one's bases declares attributes: each
-// class marks its depth, and a class that leaves one out shares its own depth with it.
-template< class C > constexpr bool namesItsBase() {
-  return std::is_base_of_v< typename C::VexBase, C > && requires( const C * c ) {
-    vexMark( c, std::integral_constant< int, C::vexDepth >() );
-  };
-}
 
 template< class... Each > constexpr size_t countOf( Each... ) {
   return sizeof...( Each );
@@ -149,6 +115,9 @@ public:
 public:                                                                                            \
   [[maybe_unused]] static constexpr Vex::AttrRef< Key > foo##Attr{ ID };                           \
   static void vexDeclared( Vex::AttrTag< ID > );                                                   \
+  static constexpr auto vexStorage( Vex::AttrTag< ID > ) {                                         \
+    return &VexSelf::foo##_;                                                                       \
+  }                                                                                                \
   static const Vex::AttributeType & vexTypeOf_##foo() {                                            \
     static const Vex::Description< VexSelf, &VexSelf::foo##_ > type( #foo, ID,                     \
                                                                      VEX_UNPACK arguments );       \
@@ -277,6 +246,13 @@ public:                                                                         
   }                                                                                                \
   void foo##Is( const Vex::Ptr< T > & member ) {                                                   \
     foo##_.put( *this, ID, member );                                                               \
+  }                                                                                                \
+  template< class Of = T >                                                                         \
+  bool foo##MemberDel( Vex::Arg< T::FwkKey > key, Vex::Arg< Vex::OnlyKeyOf< Of > > member ) {      \
+    return foo##_.memberDel( *this, ID, key, member );                                             \
+  }                                                                                                \
+  bool foo##DelIfEmpty( Vex::Arg< T::FwkKey > key ) {                                              \
+    return foo##_.delIfEmpty( *this, ID, key );                                                    \
   }                                                                                                \
   struct foo##Entities {                                                                           \
     using Owner = VexSelf;                                                                         \

@@ -5,6 +5,7 @@
 
 #include "Vex/Assert.h"
 #include "Vex/Collection.h"
+#include "Vex/Declared.h"
 #include "Vex/Entity.h"
 
 #include <algorithm>
@@ -257,6 +258,26 @@ public:
       const Key key = walk.key();
       del( owner, id, key );
     }
+  }
+
+  // Whether it was deleted.
+  bool delIfEmpty( Entity & owner, AttrId id, Arg< Key > key ) {
+    const auto * at = members_.find( key );
+    return at && isEmpty( **at ) && del( owner, id, key );
+  }
+
+  // Takes `member` from the only collection of the entity under `key`, and deletes the entity if
+  // nothing is left in it. Handlers may delete the entity, or put another in its place, or add to
+  // it: what they left is what counts. Whether this call deleted it.
+  template< class Member >
+  bool memberDel( Entity & owner, AttrId id, Arg< Key > key, const Member & member ) {
+    const auto entity = get( key );
+    if ( !entity ) {
+      return false;
+    }
+    constexpr auto only = onlyCollectionOf< T >;
+    ( ( *entity ).*only.storage ).del( *entity, only.id, member );
+    return get( key ) == entity && delIfEmpty( owner, id, key );
   }
 
 private:
