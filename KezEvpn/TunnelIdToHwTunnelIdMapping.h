@@ -2,7 +2,8 @@
 // watch, and that other processes read from the shared table "tunnelIdToHwTunnelId".
 //
 // One machine writes it. Each write of a record tells its key, also when nothing in it differs.
-// A table that is damaged ends its writer.
+// A table that is damaged ends its writer. One that cannot grow refuses new records with
+// Rook::NoRoom; who asks tunnelIdToHwTunnelIdMakeRoom() first never meets that.
 #pragma once
 
 #include "KezEvpn/KezEvpn.h"

@@ -251,10 +251,19 @@ TEST( Rook, DamageEndsAWriterThatMeetsIt ) {
   EXPECT_THROW( (void)table.record( 1 ), Rook::Corruption );
   std::string told;
   table.corruptionHandlerIs( [ & ]( const auto & corruption ) { told = corruption.what(); } );
+  EXPECT_EQ( table.examine( 9 ).record, Entry( 9, 9 ) );
+  EXPECT_FALSE( table.examine( 2 ).record || table.examine( 2 ).damage );
+  const auto examined = table.examine( 1 );
+  EXPECT_FALSE( examined.record );
+  EXPECT_THAT( examined.damage.value().what(), HasSubstr( "the record in slot 1 is damaged" ) );
+  EXPECT_EQ( told, "" );
+  EXPECT_EQ( table.safeRecord( 1 ), std::nullopt );
+  EXPECT_EQ( std::exchange( told, "" ), examined.damage->what() );
   EXPECT_EQ( walk( table ).size(), 1u );
   EXPECT_THAT( told, HasSubstr( "table: the record in slot 1 is damaged" ) );
   const char * const end = "cannot be written.*the record in slot 1 is damaged";
   EXPECT_DEATH( table.del( 1 ), end );
+  EXPECT_DEATH( table.commit( Entry( 1, 4 ) ), end );
   table.put( Entry( 1, 3 ) ); // which does not look at the value that it replaces
   EXPECT_EQ( table.record( 1 ), Entry( 1, 3 ) );
   poke( path, second, 3 ); // the key
@@ -265,6 +274,10 @@ TEST( Rook, DamageEndsAWriterThatMeetsIt ) {
   EXPECT_EQ( table.record( 2 ), Entry( 2, 3 ) );
   EXPECT_THROW( (void)table.record( 9 ), Rook::Corruption );
   EXPECT_DEATH( table.delAll(), "cannot be written.*the record in slot 0 is damaged" );
+  const char check = contentOf( path )[ birthsOffset + 7 ];
+  poke( path, birthsOffset + 7, static_cast< char >( ~check ) );
+  EXPECT_DEATH( table.delAll(), "cannot be written.*the word 'births' of the state is damaged" );
+  poke( path, birthsOffset + 7, check );
   table.unmount();
   EXPECT_THAT( messageOf< Rook::Corruption >( [ & ] { table.mount( "table" ); } ),
                HasSubstr( "the record in slot 1 is damaged" ) );
@@ -434,6 +447,54 @@ TEST( TunnelIdToHwTunnelIdMapping, TellsOfEveryWriteAndKeepsItsControlInformed )
   successor = nullptr;
   EXPECT_EQ( other->entity(), nullptr );
   EXPECT_EQ( other->refs(), 1u );
+}
+
+// A table of 512 records that cannot become longer, in a file or in private memory.
+TEST( TunnelIdToHwTunnelIdMapping, WithoutRoomNothingChangesAndWhatStandsGoesOn ) {
+  for ( const bool shared : { true, false } ) {
+    const MountDirectory directory;
+    if ( !shared ) {
+      Rook::mountDirectoryIs( "" );
+    }
+    const auto mapping = Kez::tunnelIdToHwTunnelIdMappingFactory( "mapping" );
+    struct Owner : Vex::ReactorOwner {
+    } owner;
+    MappingWatcher watcher( owner, mapping.get() );
+    const auto take = [ & ] { return std::exchange( watcher.story, {} ); };
+    const auto record = [ & ]( uint32_t tunnel ) {
+      return TunnelIdToHwTunnelId( tunnel, HwTunnelId( Kez::hwTunnelIdTypeDefault, tunnel ) );
+    };
+    const LongestFile longest( 64 * 1024 );
+    uint32_t next = 0;
+    while ( mapping->tunnelIdToHwTunnelIdMakeRoom() ) {
+      ASSERT_NO_THROW( mapping->tunnelIdToHwTunnelIdIs( record( ++next ) ) );
+    }
+    ASSERT_EQ( take().size(), next );
+    const auto lack = ( shared ? "no room for " + directory.path( "mapping/tunnelIdToHwTunnelId" )
+                               : "no room for private table 'mapping/tunnelIdToHwTunnelId'" ) +
+                      ": File too large";
+    EXPECT_EQ( mapping->tunnelIdToHwTunnelIdLack(), lack );
+    EXPECT_EQ( messageOf< Rook::NoRoom >(
+                   [ & ] { mapping->tunnelIdToHwTunnelIdIs( record( next + 1 ) ); } ),
+               lack );
+    EXPECT_THAT( take(), ElementsAre() );
+    EXPECT_EQ( mapping->tunnelIdToHwTunnelIds(), next );
+    EXPECT_FALSE( mapping->tunnelIdToHwTunnelIdHas( next + 1 ) );
+
+    mapping->tunnelIdToHwTunnelIdIs( record( 1 ) );
+    mapping->tunnelIdToHwTunnelIdDel( 2 );
+    EXPECT_TRUE( mapping->tunnelIdToHwTunnelIdMakeRoom() );
+    EXPECT_EQ( mapping->tunnelIdToHwTunnelIdLack(), "" );
+    mapping->tunnelIdToHwTunnelIdIs( record( 2 ) );
+    EXPECT_THAT( take(), ElementsAre( "1 1", "1 2", "1 2" ) );
+    EXPECT_FALSE( mapping->tunnelIdToHwTunnelIdMakeRoom() );
+    {
+      const LongestFile more( 1024 * 1024 );
+      EXPECT_TRUE( mapping->tunnelIdToHwTunnelIdMakeRoom() );
+    }
+    mapping->tunnelIdToHwTunnelIdIs( record( next + 1 ) );
+    EXPECT_EQ( mapping->tunnelIdToHwTunnelId( next + 1 ), record( next + 1 ) );
+  }
 }
 
 TEST( Rook, InterfacesStayInPrivateMemory ) {

@@ -4,11 +4,13 @@
 #include "Rook/Reader.h"
 #include "Rook/Table.h"
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <map>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace RookTest {
@@ -40,10 +42,31 @@ private:
   const std::string directory_ = testing::TempDir() + "rook-" + std::to_string( getpid() );
 };
 
+// No file becomes longer than so many bytes while it stands.
+class LongestFile {
+public:
+  explicit LongestFile( rlim_t bytes ) {
+    getrlimit( RLIMIT_FSIZE, &before_ );
+    const rlimit limit{ bytes, before_.rlim_max };
+    setrlimit( RLIMIT_FSIZE, &limit );
+  }
+  ~LongestFile() {
+    setrlimit( RLIMIT_FSIZE, &before_ );
+    std::signal( SIGXFSZ, handler_ );
+  }
+  LongestFile( const LongestFile & ) = delete;
+  LongestFile & operator=( const LongestFile & ) = delete;
+
+private:
+  void ( *const handler_ )( int ) = std::signal( SIGXFSZ, SIG_IGN );
+  rlimit before_{};
+};
+
 // Where a small table's file has its staging cells, of 64 bytes, and its first slot's record.
 constexpr size_t stagingOffset = 4096;
 constexpr size_t slotsOffset = 4 * 4096;
 constexpr size_t recordOffset = slotsOffset + 16;
+constexpr size_t birthsOffset = Rook::Format::stateOffset + offsetof( Rook::Format::State, births );
 
 inline void poke( const std::string & path, size_t offset, char byte ) {
   std::fstream file( path, std::ios::in | std::ios::out | std::ios::binary );

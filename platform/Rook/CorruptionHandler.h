@@ -1,6 +1,6 @@
-// What becomes of damage that is met in a table: its corruption handler is told. Walks then go
-// on, a safe look-up leaves it to its caller to tell the handler, and a writer that met it in a
-// write or a removal ends.
+// What becomes of damage that is met in a table: its corruption handler is told, on the thread that
+// met it. A walk that it was met by then goes on, a look-up leaves it to its caller to tell the
+// handler, and a writer that met it in a write or a removal ends.
 #pragma once
 
 #include "Rook/TableFile.h"
@@ -13,7 +13,8 @@ class CorruptionHandling {
 public:
   using CorruptionHandler = std::function< void( const Corruption & ) >;
 
-  // The handler at first writes a line to standard error.
+  // The handler at first writes a line to standard error. What one raises leaves the walk or the
+  // look-up by which it was called, and ends a writer no less.
   void corruptionHandlerIs( CorruptionHandler handler ) { handler_ = std::move( handler ); }
   void handleCorruption( const Corruption & corruption ) const { handler_( corruption ); }
 

@@ -5,6 +5,12 @@
 // Every write and removal calls the key's callback, on the caller's thread and after the change
 // is in place, also when a record is written as it stands, unless notifications are suppressed.
 // Writing while nothing is mounted is an assertion. One table is for one thread.
+//
+// What is raised, and nothing has changed then:
+//   - by mount, std::runtime_error, which Corruption and NoRoom are;
+//   - by put, NoRoom, for a record that is new;
+//   - by look-ups and by the beginning of a walk, Corruption.
+// Damage that a write or a removal meets is told to the corruption handler and ends the process.
 #pragma once
 
 #include "Rook/TableWriter.h"
@@ -39,14 +45,25 @@ public:
     const auto found = find( key );
     return found ? std::optional( Type::record( found->words ) ) : std::nullopt;
   }
+  // The record, or none, and what damage kept it from being looked up, which nobody is told of.
+  struct Examined {
+    std::optional< Record > record;
+    std::optional< Corruption > damage;
+  };
+  Examined examine( Vex::Arg< Key > key ) const {
+    try {
+      return { record( key ), std::nullopt };
+    } catch ( const Corruption & damage ) {
+      return { std::nullopt, damage };
+    }
+  }
   // The record, or none, also where damage was met and handed to the corruption handler.
   std::optional< Record > safeRecord( Vex::Arg< Key > key ) const {
-    try {
-      return record( key );
-    } catch ( const Corruption & corruption ) {
-      handleCorruption( corruption );
-      return std::nullopt;
+    const auto examined = examine( key );
+    if ( examined.damage ) {
+      handleCorruption( *examined.damage );
     }
+    return examined.record;
   }
   bool has( Vex::Arg< Key > key ) const { return record( key ).has_value(); }
   static Key keyOf( const Record & record ) { return Type::key( record ); }
@@ -54,7 +71,9 @@ public:
   const Table & members() const { return *this; }
   auto range() const { return Range< keyField, Table >( *this ); }
 
-  // Inserts or replaces. What is replaced is nearly always not looked at but for its key and
+  // Inserts or replaces. Raises NoRoom when the record is a new one and there is no room for it, as
+  // never after makeRoom returned true; nothing has changed then, and nobody is told. What is
+  // replaced is nearly always not looked at but for its key and
   // version: damage in the rest of the record ends with it. In line, for among many records as many
   // puts run at once as instructions of them fit what the processor looks ahead.
   [[gnu::always_inline]] void put( const Record & record ) {
@@ -66,7 +85,8 @@ public:
   }
   // Publishes a record that was looked up and changed in place.
   void commit( const Record & record ) {
-    VEX_ASSERT( has( Type::key( record ) ) );
+    const bool stands = change( [ & ] { return has( Type::key( record ) ); } );
+    VEX_ASSERT( stands );
     put( record );
   }
   // Whether there was one.
@@ -87,16 +107,17 @@ public:
   // Record by record; what callbacks insert meanwhile stays.
   void delAll() {
     VEX_ASSERT( writable() );
-    const auto moment = file().moment();
+    const auto moment = change( [ this ] { return file().moment(); } );
     for ( uint32_t slot = 0; slot < moment.slots; ++slot ) {
       typename Type::Words words{};
-      const auto state = file().readSlot( slot, Type::words, words.data() );
-      if ( state.damaged || ( state.present && state.birth <= moment.latestBirth ) ) {
-        change( [ & ] {
-          if ( state.damaged ) {
-            throw file().damageOfSlot( slot );
-          }
-        } );
+      const auto state = change( [ & ] {
+        const auto found = file().readSlot( slot, Type::words, words.data() );
+        if ( found.damaged ) {
+          throw file().damageOfSlot( slot );
+        }
+        return found;
+      } );
+      if ( state.present && state.birth <= moment.latestBirth ) {
         del( Type::key( Type::record( words ) ) );
       }
     }

@@ -4,6 +4,8 @@
 //
 // gives it foo( key ), the record or none; fooIs( record ); fooCommit( record ), of one that was
 // changed in place; fooDel( key ), fooDelAll(), fooHas( key ), foos() and foo(), a range to walk;
+// fooMakeRoom(), whether there is room for one more record, made where it must be, and fooLack(),
+// why there is none (a fooIs without room raises Rook::NoRoom, and nothing has changed then);
 // fooNotify( key ), through which all of its notifications go, and how many those were; and
 // fooTable(), the table itself. The entity's constructor mounts it, below the entity's name, by
 // fooMount().
@@ -38,6 +40,12 @@ public:
   }                                                                                                \
   void foo##Is( const Record & record ) {                                                          \
     foo##_.put( record );                                                                          \
+  }                                                                                                \
+  [[nodiscard]] bool foo##MakeRoom() noexcept {                                                    \
+    return foo##_.makeRoom();                                                                      \
+  }                                                                                                \
+  const Vex::String & foo##Lack() const {                                                          \
+    return foo##_.lack();                                                                          \
   }                                                                                                \
   void foo##Commit( const Record & record ) {                                                      \
     foo##_.commit( record );                                                                       \

@@ -31,10 +31,11 @@ uint64_t Format::checkOf( const Header & header ) {
 TableFile::TableFile( const String & path, Descriptor file )
     : path_( path ), file_( std::move( file ) ) {}
 
-TableFile::TableFile( const Description & description )
-    : TableFile( String(), Descriptor( memfd_create( "Rook", MFD_CLOEXEC ) ) ) {
+TableFile::TableFile( const String & name, const Description & description )
+    : TableFile( "private table '" + name + "'",
+                 Descriptor( memfd_create( "Rook", MFD_CLOEXEC ) ) ) {
   if ( file_.number() < 0 ) {
-    throwSystemError( "cannot make a table in private memory" );
+    throwSystemError( "cannot make " + path_ );
   }
   description_ = description;
   makeHeader();
@@ -219,13 +220,13 @@ void TableFile::allocate( uint64_t offset, uint64_t size ) {
                              static_cast< off_t >( size ) );
   } while ( errno == EINTR );
   if ( errno != 0 ) {
-    throwSystemError( "no room for the table " + path_ );
+    throw NoRoom( "no room for " + path_ + ": " + std::strerror( errno ) );
   }
 }
 
 void TableFile::makeLevel( uint32_t level ) {
   if ( level >= levels_.size() ) {
-    throw std::runtime_error( "the table " + path_ + " is full" );
+    throw NoRoom( path_ + " is full" );
   }
   const auto & made = levels_[ level ];
   if ( level == 0 ) {
@@ -248,8 +249,7 @@ void TableFile::dropIndices( uint32_t level ) {
 }
 
 Corruption TableFile::damageOf( const String & what ) const {
-  return Corruption( ( path_.empty() ? "a table in private memory" : path_ ) + ": " + what +
-                     " is damaged" );
+  return Corruption( path_ + ": " + what + " is damaged" );
 }
 
 Corruption TableFile::damageOfSlot( uint32_t slot ) const {

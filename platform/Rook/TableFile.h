@@ -17,6 +17,13 @@ public:
   using std::runtime_error::runtime_error;
 };
 
+// A table cannot be made larger: its file system, or this process, has no more, or it is as large
+// as tables become. Says which table.
+class NoRoom : public std::runtime_error {
+public:
+  using std::runtime_error::runtime_error;
+};
+
 // What the records of a table are: their size, and their fields as fieldsOf has them.
 struct Description {
   size_t recordSize = 0;
@@ -39,8 +46,8 @@ struct Moment {
 
 class TableFile {
 public:
-  // Private memory.
-  explicit TableFile( const Description & description );
+  // Private memory; the name is for messages.
+  TableFile( const Vex::String & name, const Description & description );
   // The file of a writer, which has it for itself and makes it if it is not there.
   static TableFile write( const Vex::String & path, const Description & description );
   // The file of a reader: of any records, unless they are described. Both raise
@@ -51,7 +58,7 @@ public:
   TableFile( TableFile && other ) noexcept;
   TableFile & operator=( TableFile && ) = delete;
 
-  const Vex::String & path() const { return path_; } // empty for private memory
+  const Vex::String & path() const { return path_; } // of private memory "private table 'name'"
   const Description & description() const { return description_; }
   // Whether the file has lost its name, or another one has it.
   bool isReplaced() const;
@@ -76,8 +83,8 @@ public:
   // Now. Whatever slot it covers can be read.
   Moment moment() const;
 
-  // For the writer: makes the file have a level, or one of its indices. Raises
-  // std::runtime_error when there is no room.
+  // For the writer: makes the file have a level, or one of its indices. Raises NoRoom; what the
+  // state says of then stands as it did.
   void makeLevel( uint32_t level );
   void makeIndex( uint32_t level, uint32_t half );
   // Gives the memory of a level's indices back; who still reads them finds them empty.

@@ -39,7 +39,7 @@ TableWriter::TableWriter( const Description & description, bool shareable, Enter
 void TableWriter::mount( const String & name ) {
   VEX_ASSERT( !writable() );
   if ( mountDirectory().empty() || !shareable_ ) {
-    file_.emplace( description_ );
+    file_.emplace( name, description_ );
     status_ = MountStatus::privateMemory;
   } else {
     const auto path = std::filesystem::path( mountDirectory() + "/" + name );
@@ -87,6 +87,17 @@ void TableWriter::notificationsSuppressedIs( bool suppressed ) {
     callbacksStandIs( callbacksStand_ );
     statusChanged_();
   }
+}
+
+bool TableWriter::makeRoom() noexcept {
+  VEX_ASSERT( writable() );
+  lack_.clear();
+  try {
+    change( [ this ] { ensureRoom(); } );
+  } catch ( const std::exception & none ) {
+    lack_ = none.what();
+  }
+  return lack_.empty();
 }
 
 // What the last writer was at when it ended: a replacement that it had committed is finished, an
@@ -159,7 +170,7 @@ void TableWriter::makeIndex( uint32_t level, uint32_t half ) {
   }
 }
 
-void TableWriter::fatal( const Corruption & corruption ) const {
+void TableWriter::fatal( const Corruption & corruption ) const noexcept {
   handleCorruption( corruption );
   std::fprintf( stderr, "Rook: a table that is damaged cannot be written: %s\n",
                 corruption.what() );

@@ -1,5 +1,5 @@
 // What the writer of a table does whatever its records are: mounting, taking a table over,
-// handing out slots, growth and the index. Table is what is used.
+// handing out slots, growth and the index. Table is what is used, and says what is raised.
 #pragma once
 
 #include "Rook/CorruptionHandler.h"
@@ -42,6 +42,13 @@ public:
 
   size_t size() const { return size_; }
 
+  // Makes room for one more record, so that the next insertion needs none. When there is none it
+  // returns false, `lack` says why, nothing has changed, and what needs no room goes on: records
+  // that stand are replaced and removed. Damage met on the way ends the writer, as in a write.
+  [[nodiscard]] bool makeRoom() noexcept;
+  // Why makeRoom returned false when it was last called; empty when it returned true.
+  const Vex::String & lack() const { return lack_; }
+
   // --- For walks
   const TableFile & file() const { return *file_; }
   void handleDamagedSlot( uint32_t slot ) const { handleCorruption( file_->damageOfSlot( slot ) ); }
@@ -65,9 +72,9 @@ protected:
 
   // --- Changes; `words` is what the records have, a constant there.
 
-  // Of a record that does not stand.
+  // Of a record that does not stand. Raises NoRoom, and nothing has changed then.
   void insert( const auto & hash, size_t words, const uint64_t * record ) {
-    makeRoom();
+    ensureRoom();
     const uint32_t slot = takeSlot();
     const auto state = file_->readSlot( slot, words, scratch_.data() );
     if ( state.damaged ) [[unlikely]] {
@@ -98,14 +105,14 @@ protected:
   }
 
 private:
-  [[noreturn]] void fatal( const Corruption & corruption ) const;
+  [[noreturn]] void fatal( const Corruption & corruption ) const noexcept;
   void takeOver();
   void forget();
   void makeIndex( uint32_t level, uint32_t half );
   void grow();
 
-  // Room for one more record. The index is made anew when tombstones fill it.
-  void makeRoom() {
+  // Room for one more record, or NoRoom. The index is made anew when tombstones fill it.
+  void ensureRoom() {
     const bool full = freeSlots_.empty() && slots_ == index_.capacity();
     if ( !index_.stands() || full || usedBuckets_ >= index_.buckets() / 4 * 3 ) [[unlikely]] {
       grow();
@@ -131,6 +138,7 @@ private:
   bool callbacksStand_ = false;
   bool tells_ = false;
   std::function< void() > statusChanged_ = [] {};
+  Vex::String lack_;
 
   Index index_;
   Format::Current current_{};
