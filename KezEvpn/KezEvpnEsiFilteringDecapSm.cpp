@@ -27,11 +27,9 @@ struct BacklogIter {
 } // namespace
 
 EsiFilteringDecapSm::EsiFilteringDecapSm(
-    const Vex::Ptr< KezHelper::EsiFilteringDecapHelper > & esiFilteringDecapHelper,
-    const Vex::Ptr< const Mpls::LfibStatus > & lfibStatus,
-    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-    const Vex::Ptr< Mpls::LfibTrackingStatus > & lfibTrackingStatus,
-    const Vex::Ptr< Mpls::LfibHwStatus > & lfibHwStatus )
+    Out< KezHelper::EsiFilteringDecapHelper > esiFilteringDecapHelper,
+    In< Mpls::LfibStatus > lfibStatus, Out< Loom::TaskScheduler > scheduler,
+    Out< Mpls::LfibTrackingStatus > lfibTrackingStatus, Out< Mpls::LfibHwStatus > lfibHwStatus )
     : RetryingSm( traceHandle, { Retry::byMachine, Resume::behindBookmark, reviewTexts } ),
       esiFilteringDecapHelper_( esiFilteringDecapHelper ), lfibStatus_( lfibStatus ),
       scheduler_( scheduler ), lfibTrackingStatus_( lfibTrackingStatus ),
@@ -45,24 +43,13 @@ EsiFilteringDecapSm::~EsiFilteringDecapSm() {
   VexReviewRouteKeyBacklog::drop( reviewRouteKeyBacklog_ );
 }
 
-Vex::Ptr< EsiFilteringDecapSm > EsiFilteringDecapSm::EsiFilteringDecapSmIs(
-    const Vex::Ptr< KezHelper::EsiFilteringDecapHelper > & esiFilteringDecapHelper,
-    const Vex::Ptr< const Mpls::LfibStatus > & lfibStatus,
-    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-    const Vex::Ptr< Mpls::LfibTrackingStatus > & lfibTrackingStatus,
-    const Vex::Ptr< Mpls::LfibHwStatus > & lfibHwStatus ) {
+Vex::Ptr< EsiFilteringDecapSm >
+esiFilteringDecapSmFactory( Out< KezHelper::EsiFilteringDecapHelper > esiFilteringDecapHelper,
+                            In< Mpls::LfibStatus > lfibStatus, Out< Loom::TaskScheduler > scheduler,
+                            Out< Mpls::LfibTrackingStatus > lfibTrackingStatus,
+                            Out< Mpls::LfibHwStatus > lfibHwStatus ) {
   return Vex::makePtr< EsiFilteringDecapSm >( esiFilteringDecapHelper, lfibStatus, scheduler,
                                               lfibTrackingStatus, lfibHwStatus );
-}
-
-Vex::Ptr< EsiFilteringDecapSm > esiFilteringDecapSmFactory(
-    const Vex::Ptr< KezHelper::EsiFilteringDecapHelper > & esiFilteringDecapHelper,
-    const Vex::Ptr< const Mpls::LfibStatus > & lfibStatus,
-    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-    const Vex::Ptr< Mpls::LfibTrackingStatus > & lfibTrackingStatus,
-    const Vex::Ptr< Mpls::LfibHwStatus > & lfibHwStatus ) {
-  return EsiFilteringDecapSm::EsiFilteringDecapSmIs( esiFilteringDecapHelper, lfibStatus, scheduler,
-                                                     lfibTrackingStatus, lfibHwStatus );
 }
 
 void EsiFilteringDecapSm::handleInitialized() {
@@ -78,9 +65,9 @@ void EsiFilteringDecapSm::handleInitialized() {
   reviewRouteKeyBacklog()->scheduleNow();
 }
 
-void EsiFilteringDecapSm::reviewRouteKeyBacklogIs(
-    const Vex::Ptr< Loom::TaskScheduler > & scheduler, Loom::TaskPriority priority,
-    const Vex::String & name ) {
+void EsiFilteringDecapSm::reviewRouteKeyBacklogIs( Out< Loom::TaskScheduler > scheduler,
+                                                   Loom::TaskPriority priority,
+                                                   const Vex::String & name ) {
   VexReviewRouteKeyBacklog::replace(
       reviewRouteKeyBacklog_, scheduler, priority, name, *this,
       [ this ] { vex_handleReviewRouteKeyBacklog_taskRun(); }, traceHandle, reviewTexts );
@@ -147,12 +134,16 @@ void EsiFilteringDecapSm::processRouteKeyBacklog( const RouteKey & routeKey ) {
 
 // --- A route
 
-EsiFilteringDecapSm::Decision EsiFilteringDecapSm::decide( const RouteKey & routeKey ) const {
-  const auto route = lfibStatus()->routeTable().safeRecord( routeKey );
+EsiFilteringDecapSm::Decision EsiFilteringDecapSm::decide( const RouteKey & routeKey,
+                                                           Explanation * asked ) const {
+  const auto lookUp = [ & ]( const auto & table, const auto & key ) {
+    return asked ? examine( table, key, *asked ) : table.safeRecord( key );
+  };
+  const auto route = lookUp( lfibStatus()->routeTable(), routeKey );
   if ( !route ) {
     return { Lack::route, {}, {}, {} };
   }
-  const auto viaSet = lfibStatus()->viaSetTable().safeRecord( route->viaSetId );
+  const auto viaSet = lookUp( lfibStatus()->viaSetTable(), route->viaSetId );
   if ( !viaSet || viaSet->viaKeys.size() == 0 ) {
     return { Lack::viaSet, route->viaSetId, {}, {} };
   }
@@ -160,7 +151,7 @@ EsiFilteringDecapSm::Decision EsiFilteringDecapSm::decide( const RouteKey & rout
   if ( viaKey.viaType() != Mpls::LfibViaType::evpnEthernetSegmentFilter ) {
     return { Lack::filterViaType, route->viaSetId, viaKey, {} };
   }
-  const auto via = lfibStatus()->evpnEthernetSegmentFilterViaTable().safeRecord( viaKey );
+  const auto via = lookUp( lfibStatus()->evpnEthernetSegmentFilterViaTable(), viaKey );
   return via ? Decision{ Lack::nothing, route->viaSetId, viaKey, *via }
              : Decision{ Lack::via, route->viaSetId, viaKey, {} };
 }
@@ -280,101 +271,6 @@ void EsiFilteringDecapSm::doReviewUnprogrammed() {
   if ( ended ) {
     maybeScheduleUnprogrammedReview();
   }
-}
-
-// --- What an operator is told
-
-void EsiFilteringDecapSm::explain( const Subject & subject, Explanation & out ) const {
-  const auto * const routeKey = subject.get< RouteKey >();
-  if ( !routeKey ) {
-    return;
-  }
-  const auto decision = decide( *routeKey );
-  explainLack( decision, out );
-  const bool upToDate = explainProgrammed( *routeKey, decision, out );
-  const bool waits = explainWait( *routeKey, decision, out );
-  if ( lfibTrackingStatus()->routeKeyBacklogHas( *routeKey ) ) {
-    out.say( "in the backlog, next run ", Due{ reviewRouteKeyBacklog()->nextRun(), "later" } );
-  } else if ( !upToDate && !waits ) {
-    out.say( "not looked at before it comes into the backlog" );
-  }
-}
-
-void EsiFilteringDecapSm::explainLack( const Decision & decision, Explanation & out ) const {
-  switch ( decision.lack ) {
-  case Lack::route:
-    out.say( "waiting for the route, none published" );
-    break;
-  case Lack::viaSet:
-    out.say( "waiting for a via in via set ", decision.viaSetId, ", none published" );
-    break;
-  case Lack::filterViaType:
-    out.say( "needs no port map, its first via being ", decision.viaKey );
-    break;
-  case Lack::via:
-    out.say( "waiting for via ", decision.viaKey, ", none published" );
-    break;
-  case Lack::nothing:
-    out.say( "port map of label ", decision.via.label, " and ", decision.via.intfId );
-    break;
-  }
-}
-
-// Whether what is programmed is what the inputs say.
-bool EsiFilteringDecapSm::explainProgrammed( const RouteKey & routeKey, const Decision & decision,
-                                             Explanation & out ) const {
-  if ( !routeEsiFilterViaHas( routeKey ) ) {
-    return decision.lack != Lack::nothing;
-  }
-  const auto via = routeEsiFilterVia( routeKey );
-  if ( decision.lack == Lack::nothing && via == decision.via ) {
-    out.say( "programmed" );
-    return true;
-  }
-  const bool keeps = decision.lack == Lack::filterViaType;
-  out.say( keeps ? "keeps" : "programmed is", " the port map of label ", via.label, " and ",
-           via.intfId );
-  return keeps;
-}
-
-// Whether the route waits for its next try.
-bool EsiFilteringDecapSm::explainWait( const RouteKey & routeKey, const Decision & decision,
-                                       Explanation & out ) const {
-  const auto waiting = lfibHwStatus()->unprogrammedRouteTable().safeRecord( routeKey );
-  if ( !waiting ) {
-    return false;
-  }
-  if ( waiting->returnCode != LfibHwProgrammingReturnCode::conflict ) {
-    out.say( "hardware refused ",
-             refusalHas( routeKey ) ? Vex::text( Times{ refusal( routeKey ) } )
-                                    : "before the start",
-             " (", waiting->returnCode, ")" );
-  } else if ( decision.lack == Lack::nothing && intfRouteHas( decision.via.intfId ) ) {
-    out.say( "waiting for route ", intfRoute( decision.via.intfId ), " to give up ",
-             decision.via.intfId );
-  } else {
-    out.say( "another route had its interface when it was last tried" );
-  }
-  out.say( "next try ", nextTry() );
-  return true;
-}
-
-// --- What holds between events
-
-void EsiFilteringDecapSm::check( Findings & out ) const {
-  RetryingSm::check( out );
-  parking_.check( out );
-  out.expect( routeEsiFilterVias() == intfRoutes(), "routes and interfaces are not one to one" );
-  for ( const auto & [ routeKey, via ] : routeEsiFilterVia() ) {
-    out.expect( intfRoute( via.intfId ) == routeKey, "intfRoute lacks ", via.intfId, " of route ",
-                routeKey );
-    out.expect( !lfibHwStatus()->unprogrammedRouteHas( routeKey ), "route ", routeKey,
-                " is programmed and parked" );
-  }
-  out.expect( lfibTrackingStatus()->routeKeyBacklogs() == 0 || !hasNotificationActive() ||
-                  lfibTrackingStatusReactor_.markedForDeletion() ||
-                  reviewRouteKeyBacklog()->isScheduled(),
-              "routes are in the backlog and no run is due" );
 }
 
 } // namespace Kez

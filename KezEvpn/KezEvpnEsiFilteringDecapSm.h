@@ -45,19 +45,16 @@ public:
   VEX_ATTRIBUTES( esiFilteringDecapHelper, lfibStatus, scheduler, lfibTrackingStatus, lfibHwStatus,
                   routeEsiFilterVia, intfRoute, reviewRouteKeyBacklog )
 
-  EsiFilteringDecapSm(
-      const Vex::Ptr< KezHelper::EsiFilteringDecapHelper > & esiFilteringDecapHelper,
-      const Vex::Ptr< const Mpls::LfibStatus > & lfibStatus,
-      const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-      const Vex::Ptr< Mpls::LfibTrackingStatus > & lfibTrackingStatus,
-      const Vex::Ptr< Mpls::LfibHwStatus > & lfibHwStatus );
+  EsiFilteringDecapSm( Out< KezHelper::EsiFilteringDecapHelper > esiFilteringDecapHelper,
+                       In< Mpls::LfibStatus > lfibStatus, Out< Loom::TaskScheduler > scheduler,
+                       Out< Mpls::LfibTrackingStatus > lfibTrackingStatus,
+                       Out< Mpls::LfibHwStatus > lfibHwStatus );
   ~EsiFilteringDecapSm() override;
-  static Vex::Ptr< EsiFilteringDecapSm > EsiFilteringDecapSmIs(
-      const Vex::Ptr< KezHelper::EsiFilteringDecapHelper > & esiFilteringDecapHelper,
-      const Vex::Ptr< const Mpls::LfibStatus > & lfibStatus,
-      const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-      const Vex::Ptr< Mpls::LfibTrackingStatus > & lfibTrackingStatus,
-      const Vex::Ptr< Mpls::LfibHwStatus > & lfibHwStatus );
+  // Takes what the constructor takes.
+  template< class... Arguments >
+  static Vex::Ptr< EsiFilteringDecapSm > EsiFilteringDecapSmIs( const Arguments &... arguments ) {
+    return Vex::makePtr< EsiFilteringDecapSm >( arguments... );
+  }
 
   // The constructor's last step: its host has nothing to call.
   void handleInitialized() override;
@@ -104,7 +101,8 @@ private:
     Mpls::LfibEvpnEthernetSegmentFilterVia via;
   };
   void makeRoomForBacklog();
-  Decision decide( const Mpls::RouteKey & routeKey ) const;
+  // Damage that is met is said to who asked, else handed to the table's corruption handler.
+  Decision decide( const Mpls::RouteKey & routeKey, Explanation * asked = nullptr ) const;
   bool waitsForHardware( const Mpls::RouteKey & routeKey ) const;
   void explainLack( const Decision & decision, Explanation & out ) const;
   bool explainProgrammed( const Mpls::RouteKey & routeKey, const Decision & decision,
@@ -113,18 +111,17 @@ private:
                     Explanation & out ) const;
 
   size_t parked() const override { return lfibHwStatus()->unprogrammedRoutes(); }
-  void reviewRouteKeyBacklogIs( const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                                Loom::TaskPriority priority, const Vex::String & name );
+  void reviewRouteKeyBacklogIs( Out< Loom::TaskScheduler > scheduler, Loom::TaskPriority priority,
+                                const Vex::String & name );
 
   Parking< Mpls::RouteKey, UnprogrammedRoutes > parking_;
   VexLfibTrackingStatus lfibTrackingStatusReactor_;
 };
 
-Vex::Ptr< EsiFilteringDecapSm > esiFilteringDecapSmFactory(
-    const Vex::Ptr< KezHelper::EsiFilteringDecapHelper > & esiFilteringDecapHelper,
-    const Vex::Ptr< const Mpls::LfibStatus > & lfibStatus,
-    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-    const Vex::Ptr< Mpls::LfibTrackingStatus > & lfibTrackingStatus,
-    const Vex::Ptr< Mpls::LfibHwStatus > & lfibHwStatus );
+Vex::Ptr< EsiFilteringDecapSm >
+esiFilteringDecapSmFactory( Out< KezHelper::EsiFilteringDecapHelper > esiFilteringDecapHelper,
+                            In< Mpls::LfibStatus > lfibStatus, Out< Loom::TaskScheduler > scheduler,
+                            Out< Mpls::LfibTrackingStatus > lfibTrackingStatus,
+                            Out< Mpls::LfibHwStatus > lfibHwStatus );
 
 } // namespace Kez

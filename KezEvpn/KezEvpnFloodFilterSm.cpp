@@ -6,11 +6,10 @@ static Ringlog::Handle traceHandle( "KezEvpnFloodFilterSm" );
 
 static constexpr PortTexts portTexts{};
 
-KezEvpnFloodFilterSm::KezEvpnFloodFilterSm(
-    const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
-    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-    const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
-    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus )
+KezEvpnFloodFilterSm::KezEvpnFloodFilterSm( Out< KezHelper::EvpnFloodingSmHelper > floodingHelper,
+                                            Out< Loom::TaskScheduler > scheduler,
+                                            In< EvpnLagMemberInfo > evpnLagMemberInfo,
+                                            In< Evpn::EvpnStatus > evpnStatus )
     : PortProgrammingSm( traceHandle, { Retry::afterRefusal, Resume::atBookmark }, floodingHelper,
                          scheduler, evpnLagMemberInfo, evpnStatus ),
       parking_( *this, *this, unprogrammedFilter_, unprogrammedFilterAttr ),
@@ -21,22 +20,11 @@ KezEvpnFloodFilterSm::KezEvpnFloodFilterSm(
   watchLagPorts();
 }
 
-Vex::Ptr< KezEvpnFloodFilterSm > KezEvpnFloodFilterSm::KezEvpnFloodFilterSmIs(
-    const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
-    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-    const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
-    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus ) {
+Vex::Ptr< KezEvpnFloodFilterSm > kezEvpnFloodFilterSmFactory(
+    Out< KezHelper::EvpnFloodingSmHelper > floodingHelper, Out< Loom::TaskScheduler > scheduler,
+    In< EvpnLagMemberInfo > evpnLagMemberInfo, In< Evpn::EvpnStatus > evpnStatus ) {
   return Vex::makePtr< KezEvpnFloodFilterSm >( floodingHelper, scheduler, evpnLagMemberInfo,
                                                evpnStatus );
-}
-
-Vex::Ptr< KezEvpnFloodFilterSm >
-kezEvpnFloodFilterSmFactory( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
-                             const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                             const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
-                             const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus ) {
-  return KezEvpnFloodFilterSm::KezEvpnFloodFilterSmIs( floodingHelper, scheduler, evpnLagMemberInfo,
-                                                       evpnStatus );
 }
 
 void KezEvpnFloodFilterSm::VexEvpnVlanFloodStatus::handleNotifier() {
@@ -107,16 +95,10 @@ void KezEvpnFloodFilterSm::handleLagPort( Wire::IntfId intfId ) {
   }
 }
 
-static bool
-isFloodFilterApplied( const Vex::Ptr< const Evpn::EvpnVlanFloodStatus > & vlanFloodStatus,
-                      Wire::IntfId intfId ) {
-  return vlanFloodStatus && vlanFloodStatus->floodFilterHas( intfId );
-}
-
 void KezEvpnFloodFilterSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   const auto vlanFloodStatus = evpnStatus()->evpnVlanFloodStatus( vlanId );
-  const bool floodFilterApplied = isFloodFilterApplied( vlanFloodStatus, intfId );
+  const bool floodFilterApplied = isFloodFilterApplied( intfId, vlanId );
   TRACE( 5, "KezEvpnFloodFilterSm::processIntfVlan intfId ", intfId, " vlanId ", vlanId,
          " vlanFloodStatus exists ", bool( vlanFloodStatus ), " floodFilterApplied ",
          floodFilterApplied );
@@ -210,28 +192,6 @@ void KezEvpnFloodFilterSm::doReviewUnprogrammed() {
     VEX_ASSERT( intfVlanStatus->unprogrammeds() );
     processIntfVlan( key.intfId, key.vlanId );
   } );
-}
-
-void KezEvpnFloodFilterSm::explain( const Subject & subject, Explanation & out ) const {
-  const auto * const pair = subject.get< IntfVlanKey >();
-  if ( !initialized() || !pair ) {
-    return;
-  }
-  const auto vlanFloodStatus = evpnStatus()->evpnVlanFloodStatus( pair->vlanId );
-  if ( isFloodFilterApplied( vlanFloodStatus, pair->intfId ) ) {
-    out.say( "in the flood filter of VLAN ", pair->vlanId );
-    explainMissingPorts( *evpnLagMemberInfo(), pair->intfId, out );
-  } else {
-    out.say( "not in the flood filter of VLAN ", pair->vlanId );
-  }
-  ports_.explain( *pair, out );
-  explainRefusal( *pair, out );
-}
-
-void KezEvpnFloodFilterSm::check( Findings & out ) const {
-  PortProgrammingSm::check( out );
-  parking_.check( out );
-  ports_.check( out );
 }
 
 } // namespace Kez

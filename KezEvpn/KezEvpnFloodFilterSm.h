@@ -36,15 +36,15 @@ public:
   using VexEvpnStatus = Vex::MirrorReactor< Evpn::EvpnStatus::evpnVlanFloodStatusEntities,
                                             evpnVlanFloodStatusReactors >;
 
-  KezEvpnFloodFilterSm( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
-                        const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                        const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
-                        const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus );
-  static Vex::Ptr< KezEvpnFloodFilterSm >
-  KezEvpnFloodFilterSmIs( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
-                          const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                          const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
-                          const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus );
+  KezEvpnFloodFilterSm( Out< KezHelper::EvpnFloodingSmHelper > floodingHelper,
+                        Out< Loom::TaskScheduler > scheduler,
+                        In< EvpnLagMemberInfo > evpnLagMemberInfo,
+                        In< Evpn::EvpnStatus > evpnStatus );
+  // Takes what the constructor takes.
+  template< class... Arguments >
+  static Vex::Ptr< KezEvpnFloodFilterSm > KezEvpnFloodFilterSmIs( const Arguments &... arguments ) {
+    return Vex::makePtr< KezEvpnFloodFilterSm >( arguments... );
+  }
 
   void handleInitialized() override;
   void handleLagPort( Wire::IntfId intfId ) override;
@@ -68,16 +68,18 @@ public:
 
 private:
   size_t parked() const override { return unprogrammedFilters(); }
+  bool isFloodFilterApplied( Wire::IntfId intfId, Bridging::VlanId vlanId ) const {
+    const auto vlanFloodStatus = evpnStatus()->evpnVlanFloodStatus( vlanId );
+    return vlanFloodStatus && vlanFloodStatus->floodFilterHas( intfId );
+  }
 
   Parking< IntfVlanKey > parking_;
   PortStatus< IntfVlanStatus > ports_;
   VexEvpnStatus evpnStatusReactor_;
 };
 
-Vex::Ptr< KezEvpnFloodFilterSm >
-kezEvpnFloodFilterSmFactory( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
-                             const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                             const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
-                             const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus );
+Vex::Ptr< KezEvpnFloodFilterSm > kezEvpnFloodFilterSmFactory(
+    Out< KezHelper::EvpnFloodingSmHelper > floodingHelper, Out< Loom::TaskScheduler > scheduler,
+    In< EvpnLagMemberInfo > evpnLagMemberInfo, In< Evpn::EvpnStatus > evpnStatus );
 
 } // namespace Kez

@@ -27,14 +27,13 @@ FecId indexToFecId( int64_t index ) {
   return static_cast< uint64_t >( index ) | fecKind;
 }
 
-EvpnFloodSetFecSm::EvpnFloodSetFecSm(
-    const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
-    const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus,
-    const Vex::Ptr< FecIdToHwFecIdRequest > & mplsFloodSetFecRequest,
-    const Vex::Ptr< const FecIdToHwFecIdResponse > & mplsFloodSetFecResponse,
-    const Vex::Ptr< HwInfoMapping > & hwInfoMapping,
-    const Vex::Ptr< Loom::TimerWheel > & timerWheel )
+EvpnFloodSetFecSm::EvpnFloodSetFecSm( In< L2Rib::FloodSetOutput > floodSetOutput,
+                                      In< TunnelIdToHwTunnelIdMapping > hwTunnelIdMapping,
+                                      In< EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus,
+                                      Out< FecIdToHwFecIdRequest > mplsFloodSetFecRequest,
+                                      In< FecIdToHwFecIdResponse > mplsFloodSetFecResponse,
+                                      Out< HwInfoMapping > hwInfoMapping,
+                                      Out< Loom::TimerWheel > timerWheel )
     : MplsFloodSetSm( traceHandle, floodSetOutput, hwTunnelIdMapping, vlanFloodSetHwStatus ),
       mplsFloodSetFecRequest_( mplsFloodSetFecRequest ),
       mplsFloodSetFecResponse_( mplsFloodSetFecResponse ), hwInfoMapping_( hwInfoMapping ),
@@ -43,30 +42,16 @@ EvpnFloodSetFecSm::EvpnFloodSetFecSm(
   mplsFloodSetFecResponseReactor_.notifierIs( mplsFloodSetFecResponse );
 }
 
-Vex::Ptr< EvpnFloodSetFecSm > EvpnFloodSetFecSm::EvpnFloodSetFecSmIs(
-    const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
-    const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus,
-    const Vex::Ptr< FecIdToHwFecIdRequest > & mplsFloodSetFecRequest,
-    const Vex::Ptr< const FecIdToHwFecIdResponse > & mplsFloodSetFecResponse,
-    const Vex::Ptr< HwInfoMapping > & hwInfoMapping,
-    const Vex::Ptr< Loom::TimerWheel > & timerWheel ) {
+Vex::Ptr< EvpnFloodSetFecSm >
+evpnFloodSetFecSmFactory( In< L2Rib::FloodSetOutput > floodSetOutput,
+                          In< TunnelIdToHwTunnelIdMapping > hwTunnelIdMapping,
+                          In< EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus,
+                          Out< FecIdToHwFecIdRequest > mplsFloodSetFecRequest,
+                          In< FecIdToHwFecIdResponse > mplsFloodSetFecResponse,
+                          Out< HwInfoMapping > hwInfoMapping, Out< Loom::TimerWheel > timerWheel ) {
   return Vex::makePtr< EvpnFloodSetFecSm >( floodSetOutput, hwTunnelIdMapping, vlanFloodSetHwStatus,
                                             mplsFloodSetFecRequest, mplsFloodSetFecResponse,
                                             hwInfoMapping, timerWheel );
-}
-
-Vex::Ptr< EvpnFloodSetFecSm >
-evpnFloodSetFecSmFactory( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-                          const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
-                          const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus,
-                          const Vex::Ptr< FecIdToHwFecIdRequest > & mplsFloodSetFecRequest,
-                          const Vex::Ptr< const FecIdToHwFecIdResponse > & mplsFloodSetFecResponse,
-                          const Vex::Ptr< HwInfoMapping > & hwInfoMapping,
-                          const Vex::Ptr< Loom::TimerWheel > & timerWheel ) {
-  return EvpnFloodSetFecSm::EvpnFloodSetFecSmIs(
-      floodSetOutput, hwTunnelIdMapping, vlanFloodSetHwStatus, mplsFloodSetFecRequest,
-      mplsFloodSetFecResponse, hwInfoMapping, timerWheel );
 }
 
 void EvpnFloodSetFecSm::VexMplsFloodSetFecResponse::onAttribute( Vex::AttrId id,
@@ -167,11 +152,8 @@ void EvpnFloodSetFecSm::processMplsDest( Bridging::VlanId vlanId, const Wire::Et
   const auto via = mplsFloodSetVia( tunnelId, dest.mpls().label(), vlanId );
   if ( isDestInFloodSet( vlanId, mac, dest ) ) {
     floodSetEntryCacheIs( via )->vlanMacDestSetIs( vmd, true );
-  } else if ( const auto entry = floodSetEntryCache( via ) ) {
-    entry->vlanMacDestSetDel( vmd );
-    if ( entry->vlanMacDestSets() == 0 ) {
-      floodSetEntryCacheDel( via );
-    }
+  } else {
+    floodSetEntryCacheMemberDel( via, vmd );
   }
   processFecRequest( via );
 }
@@ -267,11 +249,8 @@ void EvpnFloodSetFecSm::updateCachesForFecId( FecId fecId, const MplsFloodSetVia
 void EvpnFloodSetFecSm::updateTunnelInfoCache( const MplsFloodSetVia & via, bool deleted ) {
   if ( !deleted ) {
     tunnelInfoCacheIs( via.tunnelId )->mplsFloodSetViaSetIs( via, true );
-  } else if ( const auto tunnelInfo = tunnelInfoCache( via.tunnelId ) ) {
-    tunnelInfo->mplsFloodSetViaSetDel( via );
-    if ( tunnelInfo->mplsFloodSetViaSets() == 0 ) {
-      tunnelInfoCacheDel( via.tunnelId );
-    }
+  } else {
+    tunnelInfoCacheMemberDel( via.tunnelId, via );
   }
 }
 
@@ -347,57 +326,7 @@ void EvpnFloodSetFecSm::updateFloodSetStatusCache( const MplsFloodSetVia & via,
     entry->furtherConfigDel( macVlanPair );
   } else {
     entry->statusDel( macVlanPair );
-    if ( entry->statuss() == 0 ) {
-      floodSetStatusCacheDel( via );
-    }
-  }
-}
-
-// --- What an operator is told
-
-void EvpnFloodSetFecSm::explain( const Subject & subject, Explanation & out ) const {
-  if ( !initialized() ) {
-    return;
-  }
-  if ( const auto * const via = subject.get< MplsFloodSetVia >() ) {
-    explainPath( *via, out );
-  } else if ( const auto * const tunnelId = subject.get< Tunnel::TunnelTable::TunnelId >() ) {
-    if ( const auto tunnelInfo = tunnelInfoCache( *tunnelId ) ) {
-      out.say( "has paths ", Members{ tunnelInfo->mplsFloodSetViaSet() } );
-    }
-  }
-}
-
-void EvpnFloodSetFecSm::explainPath( const MplsFloodSetVia & via, Explanation & out ) const {
-  switch ( useOf( via ) ) {
-  case Use::destinations:
-    out.say( "used by ",
-             Count{ floodSetEntryCache( via )->vlanMacDestSets(), "flood-set destination" } );
-    break;
-  case Use::hardware:
-    out.say( "used by no destination any more, waiting for hardware to unprogram ",
-             Count{ floodSetStatusCache( via )->statuss(), "flood set" } );
-    break;
-  case Use::none:
-    break;
-  }
-  if ( !mplsFloodSetViaCacheHas( via ) ) {
-    return;
-  }
-  const auto fecId = mplsFloodSetViaCache( via );
-  if ( !mplsFloodSetFecRequest()->hwFecIdRequestHas( fecId ) ) {
-    out.say( "keeps FEC ", fecId, " until hardware takes its answer back" );
-    return;
-  }
-  if ( hasFecResponse( fecId ) ) {
-    const auto response = mplsFloodSetFecResponse()->hwFecIdResponse( fecId );
-    out.say( "hardware answered for FEC ", fecId, " with id ", response.hwFecId, " on ",
-             response.l2IntfId );
-  } else {
-    out.say( "waiting for hardware's answer for FEC ", fecId, ", none published" );
-  }
-  if ( !hwTunnelId( via.tunnelId ).valid() ) {
-    out.say( "its tunnel has no hardware tunnel id" );
+    floodSetStatusCacheDelIfEmpty( via );
   }
 }
 

@@ -55,21 +55,17 @@ public:
                   mplsFloodSetViaCache, floodSetEntryCache, floodSetStatusCache, tunnelInfoCache,
                   programmedConfig, earlierFecId )
 
-  EvpnFloodSetFecSm( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-                     const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
-                     const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus,
-                     const Vex::Ptr< FecIdToHwFecIdRequest > & mplsFloodSetFecRequest,
-                     const Vex::Ptr< const FecIdToHwFecIdResponse > & mplsFloodSetFecResponse,
-                     const Vex::Ptr< HwInfoMapping > & hwInfoMapping,
-                     const Vex::Ptr< Loom::TimerWheel > & timerWheel );
-  static Vex::Ptr< EvpnFloodSetFecSm >
-  EvpnFloodSetFecSmIs( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-                       const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
-                       const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus,
-                       const Vex::Ptr< FecIdToHwFecIdRequest > & mplsFloodSetFecRequest,
-                       const Vex::Ptr< const FecIdToHwFecIdResponse > & mplsFloodSetFecResponse,
-                       const Vex::Ptr< HwInfoMapping > & hwInfoMapping,
-                       const Vex::Ptr< Loom::TimerWheel > & timerWheel );
+  EvpnFloodSetFecSm( In< L2Rib::FloodSetOutput > floodSetOutput,
+                     In< TunnelIdToHwTunnelIdMapping > hwTunnelIdMapping,
+                     In< EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus,
+                     Out< FecIdToHwFecIdRequest > mplsFloodSetFecRequest,
+                     In< FecIdToHwFecIdResponse > mplsFloodSetFecResponse,
+                     Out< HwInfoMapping > hwInfoMapping, Out< Loom::TimerWheel > timerWheel );
+  // Takes what the constructor takes.
+  template< class... Arguments >
+  static Vex::Ptr< EvpnFloodSetFecSm > EvpnFloodSetFecSmIs( const Arguments &... arguments ) {
+    return Vex::makePtr< EvpnFloodSetFecSm >( arguments... );
+  }
 
   void handleInitialized() override;
   void handleHwTunnelIdMapping( Tunnel::TunnelTable::TunnelId tunnelId ) override;
@@ -111,12 +107,11 @@ private:
 Rook::Fib::FecId indexToFecId( int64_t index );
 
 Vex::Ptr< EvpnFloodSetFecSm >
-evpnFloodSetFecSmFactory( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-                          const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
-                          const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus,
-                          const Vex::Ptr< FecIdToHwFecIdRequest > & mplsFloodSetFecRequest,
-                          const Vex::Ptr< const FecIdToHwFecIdResponse > & mplsFloodSetFecResponse,
-                          const Vex::Ptr< HwInfoMapping > & hwInfoMapping,
-                          const Vex::Ptr< Loom::TimerWheel > & timerWheel );
+evpnFloodSetFecSmFactory( In< L2Rib::FloodSetOutput > floodSetOutput,
+                          In< TunnelIdToHwTunnelIdMapping > hwTunnelIdMapping,
+                          In< EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus,
+                          Out< FecIdToHwFecIdRequest > mplsFloodSetFecRequest,
+                          In< FecIdToHwFecIdResponse > mplsFloodSetFecResponse,
+                          Out< HwInfoMapping > hwInfoMapping, Out< Loom::TimerWheel > timerWheel );
 
 } // namespace Kez

@@ -67,20 +67,17 @@ public:
   using VexEvpnVlanStatus =
       Vex::MirrorReactor< EvpnVlanStatus::vlanStatusEntities, vlanStatusReactors >;
 
-  EvpnFloodingDot1qSm( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
-                       const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                       const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
-                       const Vex::Ptr< const EvpnVlanStatus > & evpnVlanStatus,
-                       const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-                       const Vex::Ptr< const Evpn::MplsConfig > & evpnMplsConfig );
+  EvpnFloodingDot1qSm( Out< KezHelper::EvpnFloodingSmHelper > floodingHelper,
+                       Out< Loom::TaskScheduler > scheduler,
+                       In< EvpnLagMemberInfo > evpnLagMemberInfo,
+                       In< EvpnVlanStatus > evpnVlanStatus, In< Evpn::EvpnStatus > evpnStatus,
+                       In< Evpn::MplsConfig > evpnMplsConfig );
   ~EvpnFloodingDot1qSm() override;
-  static Vex::Ptr< EvpnFloodingDot1qSm >
-  EvpnFloodingDot1qSmIs( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
-                         const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                         const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
-                         const Vex::Ptr< const EvpnVlanStatus > & evpnVlanStatus,
-                         const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-                         const Vex::Ptr< const Evpn::MplsConfig > & evpnMplsConfig );
+  // Takes what the constructor takes.
+  template< class... Arguments >
+  static Vex::Ptr< EvpnFloodingDot1qSm > EvpnFloodingDot1qSmIs( const Arguments &... arguments ) {
+    return Vex::makePtr< EvpnFloodingDot1qSm >( arguments... );
+  }
 
   void handleInitialized() override;
   void handleVlanDot1q( Bridging::VlanId vlanId );
@@ -118,6 +115,8 @@ private:
   void explainVlan( Bridging::VlanId vlanId, Explanation & out ) const;
 
   bool vlanServiceDot1qEnabled() const;
+  // Under which the VLAN itself waits to be tried again.
+  static IntfVlanKey vlanLevelKey( Bridging::VlanId vlanId ) { return { Wire::IntfId(), vlanId }; }
   void makeUpForZombieMark() override;
   size_t parked() const override { return unprogrammedDot1qs(); }
   void reprogramVlan( Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q );
@@ -130,12 +129,9 @@ private:
   VexEvpnVlanStatus evpnVlanStatusReactor_;
 };
 
-Vex::Ptr< EvpnFloodingDot1qSm >
-evpnFloodingDot1qSmFactory( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
-                            const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                            const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
-                            const Vex::Ptr< const EvpnVlanStatus > & evpnVlanStatus,
-                            const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-                            const Vex::Ptr< const Evpn::MplsConfig > & evpnMplsConfig );
+Vex::Ptr< EvpnFloodingDot1qSm > evpnFloodingDot1qSmFactory(
+    Out< KezHelper::EvpnFloodingSmHelper > floodingHelper, Out< Loom::TaskScheduler > scheduler,
+    In< EvpnLagMemberInfo > evpnLagMemberInfo, In< EvpnVlanStatus > evpnVlanStatus,
+    In< Evpn::EvpnStatus > evpnStatus, In< Evpn::MplsConfig > evpnMplsConfig );
 
 } // namespace Kez

@@ -72,17 +72,15 @@ public:
     void onAttribute( Vex::AttrId id, const void * key ) override;
   };
 
-  EvpnFloodingEsiSm( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
-                     const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                     const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
-                     const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-                     const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId );
-  static Vex::Ptr< EvpnFloodingEsiSm >
-  EvpnFloodingEsiSmIs( const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
-                       const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                       const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
-                       const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-                       const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId );
+  EvpnFloodingEsiSm( Out< KezHelper::EvpnFloodingSmHelper > floodingHelper,
+                     Out< Loom::TaskScheduler > scheduler,
+                     In< EvpnLagMemberInfo > evpnLagMemberInfo, In< Evpn::EvpnStatus > evpnStatus,
+                     In< TunnelIdToHwTunnelIdMapping > tunnelIdHwTunnelId );
+  // Takes what the constructor takes.
+  template< class... Arguments >
+  static Vex::Ptr< EvpnFloodingEsiSm > EvpnFloodingEsiSmIs( const Arguments &... arguments ) {
+    return Vex::makePtr< EvpnFloodingEsiSm >( arguments... );
+  }
 
   void handleInitialized() override;
   void handleLocalEsiLabel( Wire::IntfId intfId );
@@ -141,10 +139,8 @@ private:
 };
 
 Vex::Ptr< EvpnFloodingEsiSm > evpnFloodingEsiSmFactory(
-    const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
-    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-    const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
-    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId );
+    Out< KezHelper::EvpnFloodingSmHelper > floodingHelper, Out< Loom::TaskScheduler > scheduler,
+    In< EvpnLagMemberInfo > evpnLagMemberInfo, In< Evpn::EvpnStatus > evpnStatus,
+    In< TunnelIdToHwTunnelIdMapping > tunnelIdHwTunnelId );
 
 } // namespace Kez

@@ -6,13 +6,11 @@ static Ringlog::Handle traceHandle( "KezEvpnHwTunnelIdSm" );
 
 using Tunnel::TunnelTable::TunnelId;
 
-EvpnHwTunnelIdSm::EvpnHwTunnelIdSm(
-    const Vex::Ptr< KezHelper::EvpnHwTunnelIdSmHelper > & hwTunnelIdHelper,
-    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-    const Vex::Ptr< const KezCommonSmData > & acsd,
-    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-    const Vex::Ptr< const EvpnRemoteInfo > & remoteInfo,
-    const Vex::Ptr< TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId )
+EvpnHwTunnelIdSm::EvpnHwTunnelIdSm( Out< KezHelper::EvpnHwTunnelIdSmHelper > hwTunnelIdHelper,
+                                    Out< Loom::TaskScheduler > scheduler,
+                                    In< KezCommonSmData > acsd, In< Evpn::EvpnStatus > evpnStatus,
+                                    In< EvpnRemoteInfo > remoteInfo,
+                                    Out< TunnelIdToHwTunnelIdMapping > tunnelIdHwTunnelId )
     : RetryingSm( traceHandle, { Retry::whenFreed, Resume::atBookmark } ),
       hwTunnelIdHelper_( hwTunnelIdHelper ), scheduler_( scheduler ), acsd_( acsd ),
       evpnStatus_( evpnStatus ), remoteInfo_( remoteInfo ),
@@ -23,26 +21,13 @@ EvpnHwTunnelIdSm::EvpnHwTunnelIdSm(
   remoteInfoReactor_.notifierIs( remoteInfo );
 }
 
-Vex::Ptr< EvpnHwTunnelIdSm > EvpnHwTunnelIdSm::EvpnHwTunnelIdSmIs(
-    const Vex::Ptr< KezHelper::EvpnHwTunnelIdSmHelper > & hwTunnelIdHelper,
-    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-    const Vex::Ptr< const KezCommonSmData > & acsd,
-    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-    const Vex::Ptr< const EvpnRemoteInfo > & remoteInfo,
-    const Vex::Ptr< TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId ) {
+Vex::Ptr< EvpnHwTunnelIdSm >
+evpnHwTunnelIdSmFactory( Out< KezHelper::EvpnHwTunnelIdSmHelper > hwTunnelIdHelper,
+                         Out< Loom::TaskScheduler > scheduler, In< KezCommonSmData > acsd,
+                         In< Evpn::EvpnStatus > evpnStatus, In< EvpnRemoteInfo > remoteInfo,
+                         Out< TunnelIdToHwTunnelIdMapping > tunnelIdHwTunnelId ) {
   return Vex::makePtr< EvpnHwTunnelIdSm >( hwTunnelIdHelper, scheduler, acsd, evpnStatus,
                                            remoteInfo, tunnelIdHwTunnelId );
-}
-
-Vex::Ptr< EvpnHwTunnelIdSm >
-evpnHwTunnelIdSmFactory( const Vex::Ptr< KezHelper::EvpnHwTunnelIdSmHelper > & hwTunnelIdHelper,
-                         const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                         const Vex::Ptr< const KezCommonSmData > & acsd,
-                         const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-                         const Vex::Ptr< const EvpnRemoteInfo > & remoteInfo,
-                         const Vex::Ptr< TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId ) {
-  return EvpnHwTunnelIdSm::EvpnHwTunnelIdSmIs( hwTunnelIdHelper, scheduler, acsd, evpnStatus,
-                                               remoteInfo, tunnelIdHwTunnelId );
 }
 
 // --- What the inputs and the state say
@@ -139,8 +124,7 @@ void EvpnHwTunnelIdSm::VexSegmentStatus::handleNotifier() {
   sm()->vex_handleSegmentStatus( *this );
 }
 
-void EvpnHwTunnelIdSm::segmentStatusIs(
-    const Vex::Ptr< const Evpn::EthernetSegmentStatus > & status ) {
+void EvpnHwTunnelIdSm::segmentStatusIs( In< Evpn::EthernetSegmentStatus > status ) {
   TRACE( 8, "EvpnHwTunnelIdSm::segmentStatusIs intfId ", status->intfId() );
   segmentStatus_.make( *this, status );
 }
@@ -253,10 +237,7 @@ void EvpnHwTunnelIdSm::unProgramHwTunnelId( Wire::IntfId esIntfId, TunnelId tunn
   const auto info = tunnelInfo( tunnelId );
   info->sharedEsiLabelConfiguredIntfDel( esIntfId );
   info->intfIdDel( esIntfId );
-  tunnels->tunnelIdDel( tunnelId );
-  if ( tunnels->tunnelIds() == 0 ) {
-    intfTunnelSetDel( esIntfId );
-  }
+  intfTunnelSetMemberDel( esIntfId, tunnelId );
   if ( info->intfIds() > 0 ) {
     TRACE( 5, info->intfIds(), " ethernet segments still using tunnelId ", tunnelId );
     maybeReprogramHwTunnelId( tunnelId );
@@ -294,6 +275,15 @@ void EvpnHwTunnelIdSm::publishHwTunnelId( TunnelId tunnelId ) {
   TRACE( 8, " hwTunnelIdType ", hwTunnelIdType );
   if ( tidHwTid ) {
     maybeReprogramHwTunnelId( tunnelId );
+    return;
+  }
+  if ( !tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdMakeRoom() ) {
+    TRACE( 1, " no room to publish a hardware tunnel id: ",
+           tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdLack() );
+    parking_.park( tunnelId );
+    parking_.settle( tunnelId, false );
+    // Nobody tells when there is room.
+    maybeScheduleUnprogrammedReview( false );
     return;
   }
   auto hwTunnelId = getHwTunnelId( hwTunnelIdType, used );
@@ -399,88 +389,6 @@ void EvpnHwTunnelIdSm::doReviewUnprogrammed() {
       parking_.release( tunnelId );
     }
   } );
-}
-
-// --- What an operator is told
-
-static std::string_view nameOf( HwTunnelIdType type ) {
-  return type == hwTunnelIdTypeDefault ? "default" : "shared-ESI or default";
-}
-
-void EvpnHwTunnelIdSm::explain( const Subject & subject, Explanation & out ) const {
-  const auto * const tunnelId = subject.get< TunnelId >();
-  if ( !initialized() || !tunnelId ) {
-    return;
-  }
-  const bool used = usedBySegment( *tunnelId );
-  if ( used ) {
-    out.say( "used by segments ", Members{ tunnelInfo( *tunnelId )->intfId() } );
-  }
-  if ( const auto record =
-           tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( *tunnelId ) ) {
-    out.say( "has hardware tunnel id ", record->hwTunnelId );
-    if ( !used ) {
-      out.say( "gives it up when a segment's tunnel needs one" );
-    } else if ( record->hwTunnelId.hwTunnelIdType() != neededType( *tunnelId ) ) {
-      out.say( "found no ",
-               neededType( *tunnelId ) == hwTunnelIdTypeSharedEsi ? "shared-ESI" : "default",
-               " id free when its segments changed" );
-    }
-  } else if ( unprogrammedTunnelHas( *tunnelId ) && !isWanted( *tunnelId ) ) {
-    out.say( "waited for a hardware tunnel id; nothing uses it any more" );
-  } else if ( unprogrammedTunnelHas( *tunnelId ) ) {
-    out.say( "waiting for a ", nameOf( neededType( *tunnelId ) ),
-             " hardware tunnel id, none was free, tried ", Times{ refusal( *tunnelId ) },
-             ", next try ",
-             nextTry( "when an id is given back or a tunnel's last segment leaves it" ) );
-  } else if ( isWanted( *tunnelId ) ) {
-    out.say( "gave its hardware tunnel id up to a segment's tunnel, and gets one when a segment "
-             "or a first flood-set destination uses it again" );
-  }
-}
-
-// --- What holds between events
-
-void EvpnHwTunnelIdSm::check( Findings & out ) const {
-  RetryingSm::check( out );
-  parking_.check( out );
-  size_t uses = 0, zombies = 0, usedAndMapped = 0;
-  for ( const auto & [ esIntfId, tunnels ] : intfTunnelSet() ) {
-    out.expect( tunnels->tunnelIds() > 0, "intfTunnelSet has an empty segment ", esIntfId );
-    uses += tunnels->tunnelIds();
-    for ( const auto tunnelId : tunnels->tunnelId() ) {
-      const auto info = tunnelInfo( tunnelId );
-      out.expect( info && info->intfIdHas( esIntfId ), "tunnelInfo of ", tunnelId, " lacks ",
-                  esIntfId );
-    }
-  }
-  for ( const auto & [ tunnelId, info ] : tunnelInfo() ) {
-    out.expect( info->intfIds() > 0, "tunnelInfo has an unused tunnel ", tunnelId );
-    uses -= info->intfIds();
-    for ( const auto esIntfId : info->sharedEsiLabelConfiguredIntf() ) {
-      out.expect( info->intfIdHas( esIntfId ), esIntfId, " does not use tunnel ", tunnelId );
-    }
-    usedAndMapped +=
-        tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( tunnelId ) ? 1 : 0;
-  }
-  out.expect( uses == 0, "tunnelInfo and intfTunnelSet differ" );
-  for ( const auto & [ type, tunnels ] : zombieTunnelId() ) {
-    for ( const auto tunnelId : tunnels->tunnelId() ) {
-      const auto record = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( tunnelId );
-      out.expect( record && record->hwTunnelId.hwTunnelIdType() == type, "zombie ", tunnelId,
-                  " has no id of type ", type );
-      out.expect( !usedBySegment( tunnelId ), "zombie ", tunnelId, " is used by a segment" );
-    }
-    zombies += tunnels->tunnelIds();
-  }
-  if ( initialized() ) {
-    out.expect( zombies + usedAndMapped == tunnelIdHwTunnelId()->tunnelIdToHwTunnelIds(),
-                "a mapped tunnel is neither used by a segment nor a zombie" );
-  }
-  for ( const auto tunnelId : unprogrammedTunnel() ) {
-    out.expect( !tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( tunnelId ),
-                "tunnel ", tunnelId, " is parked and mapped" );
-  }
 }
 
 } // namespace Kez

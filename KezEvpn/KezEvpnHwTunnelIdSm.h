@@ -75,25 +75,21 @@ public:
   using VexEvpnStatus =
       Vex::MirrorReactor< Evpn::EvpnStatus::ethernetSegmentStatusEntities, segmentStatusReactors >;
 
-  EvpnHwTunnelIdSm( const Vex::Ptr< KezHelper::EvpnHwTunnelIdSmHelper > & hwTunnelIdHelper,
-                    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                    const Vex::Ptr< const KezCommonSmData > & acsd,
-                    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-                    const Vex::Ptr< const EvpnRemoteInfo > & remoteInfo,
-                    const Vex::Ptr< TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId );
-  static Vex::Ptr< EvpnHwTunnelIdSm >
-  EvpnHwTunnelIdSmIs( const Vex::Ptr< KezHelper::EvpnHwTunnelIdSmHelper > & hwTunnelIdHelper,
-                      const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                      const Vex::Ptr< const KezCommonSmData > & acsd,
-                      const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-                      const Vex::Ptr< const EvpnRemoteInfo > & remoteInfo,
-                      const Vex::Ptr< TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId );
+  EvpnHwTunnelIdSm( Out< KezHelper::EvpnHwTunnelIdSmHelper > hwTunnelIdHelper,
+                    Out< Loom::TaskScheduler > scheduler, In< KezCommonSmData > acsd,
+                    In< Evpn::EvpnStatus > evpnStatus, In< EvpnRemoteInfo > remoteInfo,
+                    Out< TunnelIdToHwTunnelIdMapping > tunnelIdHwTunnelId );
+  // Takes what the constructor takes.
+  template< class... Arguments >
+  static Vex::Ptr< EvpnHwTunnelIdSm > EvpnHwTunnelIdSmIs( const Arguments &... arguments ) {
+    return Vex::makePtr< EvpnHwTunnelIdSm >( arguments... );
+  }
 
   void handleInitialized() override;
   void handleRemoteTunnelId( TunnelId tunnelId );
   void vex_handleSegmentStatus( VexSegmentStatus & reactor );
 
-  void segmentStatusIs( const Vex::Ptr< const Evpn::EthernetSegmentStatus > & status );
+  void segmentStatusIs( In< Evpn::EthernetSegmentStatus > status );
   // A segment without a reactor uses no tunnel, also while it stands in the input.
   void segmentStatusDel( Wire::IntfId esIntfId );
   void segmentStatusDelAll();
@@ -127,11 +123,9 @@ private:
 };
 
 Vex::Ptr< EvpnHwTunnelIdSm >
-evpnHwTunnelIdSmFactory( const Vex::Ptr< KezHelper::EvpnHwTunnelIdSmHelper > & hwTunnelIdHelper,
-                         const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                         const Vex::Ptr< const KezCommonSmData > & acsd,
-                         const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-                         const Vex::Ptr< const EvpnRemoteInfo > & remoteInfo,
-                         const Vex::Ptr< TunnelIdToHwTunnelIdMapping > & tunnelIdHwTunnelId );
+evpnHwTunnelIdSmFactory( Out< KezHelper::EvpnHwTunnelIdSmHelper > hwTunnelIdHelper,
+                         Out< Loom::TaskScheduler > scheduler, In< KezCommonSmData > acsd,
+                         In< Evpn::EvpnStatus > evpnStatus, In< EvpnRemoteInfo > remoteInfo,
+                         Out< TunnelIdToHwTunnelIdMapping > tunnelIdHwTunnelId );
 
 } // namespace Kez

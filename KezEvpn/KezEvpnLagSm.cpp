@@ -6,9 +6,8 @@ namespace Kez {
 
 static Ringlog::Handle traceHandle( "KezEvpnLagSm" );
 
-EvpnLagSm::EvpnLagSm( const Vex::Ptr< const KezCommonSmData > & acsd,
-                      const Vex::Ptr< const LagCreatorConfigDir > & lagConfigDir,
-                      const Vex::Ptr< EvpnLagMemberInfo > & evpnLagMemberInfo )
+EvpnLagSm::EvpnLagSm( In< KezCommonSmData > acsd, In< LagCreatorConfigDir > lagConfigDir,
+                      Out< EvpnLagMemberInfo > evpnLagMemberInfo )
     : acsd_( acsd ), lagConfigDir_( lagConfigDir ), evpnLagMemberInfo_( evpnLagMemberInfo ),
       lagConfigDirReactor_( *this ) {
   lagConfigDirReactor_.notifierIs( lagConfigDir );
@@ -20,17 +19,10 @@ EvpnLagSm::EvpnLagSm( const Vex::Ptr< const KezCommonSmData > & acsd,
   }
 }
 
-Vex::Ptr< EvpnLagSm >
-EvpnLagSm::EvpnLagSmIs( const Vex::Ptr< const KezCommonSmData > & acsd,
-                        const Vex::Ptr< const LagCreatorConfigDir > & lagConfigDir,
-                        const Vex::Ptr< EvpnLagMemberInfo > & evpnLagMemberInfo ) {
+Vex::Ptr< EvpnLagSm > evpnLagSmFactory( In< KezCommonSmData > acsd,
+                                        In< LagCreatorConfigDir > lagConfigDir,
+                                        Out< EvpnLagMemberInfo > evpnLagMemberInfo ) {
   return Vex::makePtr< EvpnLagSm >( acsd, lagConfigDir, evpnLagMemberInfo );
-}
-
-Vex::Ptr< EvpnLagSm > evpnLagSmFactory( const Vex::Ptr< const KezCommonSmData > & acsd,
-                                        const Vex::Ptr< const LagCreatorConfigDir > & lagConfigDir,
-                                        const Vex::Ptr< EvpnLagMemberInfo > & evpnLagMemberInfo ) {
-  return EvpnLagSm::EvpnLagSmIs( acsd, lagConfigDir, evpnLagMemberInfo );
 }
 
 void EvpnLagSm::lagConfigDirDel() {

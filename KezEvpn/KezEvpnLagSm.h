@@ -38,13 +38,13 @@ public:
   using VexLagConfigDir =
       Vex::MirrorReactor< LagCreatorConfigDir::lagConfigEntities, lagConfigReactors >;
 
-  EvpnLagSm( const Vex::Ptr< const KezCommonSmData > & acsd,
-             const Vex::Ptr< const LagCreatorConfigDir > & lagConfigDir,
-             const Vex::Ptr< EvpnLagMemberInfo > & evpnLagMemberInfo );
-  static Vex::Ptr< EvpnLagSm >
-  EvpnLagSmIs( const Vex::Ptr< const KezCommonSmData > & acsd,
-               const Vex::Ptr< const LagCreatorConfigDir > & lagConfigDir,
-               const Vex::Ptr< EvpnLagMemberInfo > & evpnLagMemberInfo );
+  EvpnLagSm( In< KezCommonSmData > acsd, In< LagCreatorConfigDir > lagConfigDir,
+             Out< EvpnLagMemberInfo > evpnLagMemberInfo );
+  // Takes what the constructor takes.
+  template< class... Arguments >
+  static Vex::Ptr< EvpnLagSm > EvpnLagSmIs( const Arguments &... arguments ) {
+    return Vex::makePtr< EvpnLagSm >( arguments... );
+  }
 
   // LAGs that come or go from now on are not heard of; those that are known still are.
   void lagConfigDirDel();
@@ -59,8 +59,8 @@ private:
 void processMemberIntf( Wire::IntfId lagIntfId, Wire::IntfId memberIntfId, KezPortList & portList,
                         const Vex::Ptr< EvpnLagSm > & sm );
 
-Vex::Ptr< EvpnLagSm > evpnLagSmFactory( const Vex::Ptr< const KezCommonSmData > & acsd,
-                                        const Vex::Ptr< const LagCreatorConfigDir > & lagConfigDir,
-                                        const Vex::Ptr< EvpnLagMemberInfo > & evpnLagMemberInfo );
+Vex::Ptr< EvpnLagSm > evpnLagSmFactory( In< KezCommonSmData > acsd,
+                                        In< LagCreatorConfigDir > lagConfigDir,
+                                        Out< EvpnLagMemberInfo > evpnLagMemberInfo );
 
 } // namespace Kez

@@ -15,24 +15,17 @@ static TunnelId tunnelOf( const L2Rib::Dest & dest ) {
   return dest.destType() == L2Rib::destTypeMpls_ ? dest.mpls().tunnelId() : TunnelId::invalid();
 }
 
-EvpnRemoteInfoFinderSm::EvpnRemoteInfoFinderSm(
-    const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-    const Vex::Ptr< EvpnRemoteInfo > & remoteInfo )
+EvpnRemoteInfoFinderSm::EvpnRemoteInfoFinderSm( In< L2Rib::FloodSetOutput > floodSetOutput,
+                                                Out< EvpnRemoteInfo > remoteInfo )
     : floodSetOutput_( floodSetOutput ), remoteInfo_( remoteInfo ),
       floodSetOutputReactor_( *this ) {
   floodSetOutputReactor_.notifierIs( floodSetOutput );
 }
 
-Vex::Ptr< EvpnRemoteInfoFinderSm > EvpnRemoteInfoFinderSm::EvpnRemoteInfoFinderSmIs(
-    const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-    const Vex::Ptr< EvpnRemoteInfo > & remoteInfo ) {
-  return Vex::makePtr< EvpnRemoteInfoFinderSm >( floodSetOutput, remoteInfo );
-}
-
 Vex::Ptr< EvpnRemoteInfoFinderSm >
-evpnRemoteInfoFinderSmFactory( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-                               const Vex::Ptr< EvpnRemoteInfo > & remoteInfo ) {
-  return EvpnRemoteInfoFinderSm::EvpnRemoteInfoFinderSmIs( floodSetOutput, remoteInfo );
+evpnRemoteInfoFinderSmFactory( In< L2Rib::FloodSetOutput > floodSetOutput,
+                               Out< EvpnRemoteInfo > remoteInfo ) {
+  return Vex::makePtr< EvpnRemoteInfoFinderSm >( floodSetOutput, remoteInfo );
 }
 
 void EvpnRemoteInfoFinderSm::VexFloodSet::handleFloodSet() {
@@ -102,14 +95,6 @@ void EvpnRemoteInfoFinderSm::makeUpForZombieMark() {
       remoteInfo()->remoteTunnelIdInc( tunnelId, 1 );
     }
     remoteInfo()->remoteTunnelIdIs( tunnelId, count );
-  }
-}
-
-void EvpnRemoteInfoFinderSm::explain( const Subject & subject, Explanation & out ) const {
-  const auto * const tunnelId = subject.get< TunnelId >();
-  if ( tunnelId && remoteInfo()->remoteTunnelIdHas( *tunnelId ) ) {
-    out.say( "used by ",
-             Count{ remoteInfo()->remoteTunnelId( *tunnelId ), "flood-set destination" } );
   }
 }
 

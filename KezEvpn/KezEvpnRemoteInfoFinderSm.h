@@ -35,11 +35,14 @@ public:
   using VexFloodSetOutput =
       Vex::MirrorReactor< L2Rib::FloodSetOutput::vlanFloodSetEntities, vlanFloodSetReactors >;
 
-  EvpnRemoteInfoFinderSm( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-                          const Vex::Ptr< EvpnRemoteInfo > & remoteInfo );
+  EvpnRemoteInfoFinderSm( In< L2Rib::FloodSetOutput > floodSetOutput,
+                          Out< EvpnRemoteInfo > remoteInfo );
+  // Takes what the constructor takes.
+  template< class... Arguments >
   static Vex::Ptr< EvpnRemoteInfoFinderSm >
-  EvpnRemoteInfoFinderSmIs( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-                            const Vex::Ptr< EvpnRemoteInfo > & remoteInfo );
+  EvpnRemoteInfoFinderSmIs( const Arguments &... arguments ) {
+    return Vex::makePtr< EvpnRemoteInfoFinderSm >( arguments... );
+  }
 
   void vex_handleFloodSet( FloodSetReactor< EvpnRemoteInfoFinderSm > & reactor ) {
     reactor.handleFloodSet();
@@ -56,7 +59,7 @@ private:
 };
 
 Vex::Ptr< EvpnRemoteInfoFinderSm >
-evpnRemoteInfoFinderSmFactory( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-                               const Vex::Ptr< EvpnRemoteInfo > & remoteInfo );
+evpnRemoteInfoFinderSmFactory( In< L2Rib::FloodSetOutput > floodSetOutput,
+                               Out< EvpnRemoteInfo > remoteInfo );
 
 } // namespace Kez

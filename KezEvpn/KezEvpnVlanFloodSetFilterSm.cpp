@@ -6,26 +6,18 @@ namespace Kez {
 
 static Ringlog::Handle traceHandle( "KezEvpnVlanFloodSetFilterSm" );
 
-VlanFloodSetFilterSm::VlanFloodSetFilterSm(
-    L2Rib::DestType destType, const Vex::Ptr< const L2Rib::FloodSetOutput > & inFloodSetOutput,
-    const Vex::Ptr< L2Rib::FloodSetOutput > & outFloodSetOutput )
+VlanFloodSetFilterSm::VlanFloodSetFilterSm( L2Rib::DestType destType,
+                                            In< L2Rib::FloodSetOutput > inFloodSetOutput,
+                                            Out< L2Rib::FloodSetOutput > outFloodSetOutput )
     : destType_( destType ), inFloodSetOutput_( inFloodSetOutput ),
       outFloodSetOutput_( outFloodSetOutput ), inFloodSetOutputReactor_( *this ) {
   inFloodSetOutputReactor_.notifierIs( inFloodSetOutput );
 }
 
-Vex::Ptr< VlanFloodSetFilterSm > VlanFloodSetFilterSm::VlanFloodSetFilterSmIs(
-    L2Rib::DestType destType, const Vex::Ptr< const L2Rib::FloodSetOutput > & inFloodSetOutput,
-    const Vex::Ptr< L2Rib::FloodSetOutput > & outFloodSetOutput ) {
-  return Vex::makePtr< VlanFloodSetFilterSm >( destType, inFloodSetOutput, outFloodSetOutput );
-}
-
 Vex::Ptr< VlanFloodSetFilterSm >
-vlanFloodSetFilterSmFactory( L2Rib::DestType destType,
-                             const Vex::Ptr< const L2Rib::FloodSetOutput > & inFloodSetOutput,
-                             const Vex::Ptr< L2Rib::FloodSetOutput > & outFloodSetOutput ) {
-  return VlanFloodSetFilterSm::VlanFloodSetFilterSmIs( destType, inFloodSetOutput,
-                                                       outFloodSetOutput );
+vlanFloodSetFilterSmFactory( L2Rib::DestType destType, In< L2Rib::FloodSetOutput > inFloodSetOutput,
+                             Out< L2Rib::FloodSetOutput > outFloodSetOutput ) {
+  return Vex::makePtr< VlanFloodSetFilterSm >( destType, inFloodSetOutput, outFloodSetOutput );
 }
 
 void VlanFloodSetFilterSm::VexInFloodSetOutput::onAttribute( Vex::AttrId id, const void * key ) {

@@ -47,13 +47,13 @@ public:
     void onAttribute( Vex::AttrId id, const void * key ) override;
   };
 
-  VlanFloodSetFilterSm( L2Rib::DestType destType,
-                        const Vex::Ptr< const L2Rib::FloodSetOutput > & inFloodSetOutput,
-                        const Vex::Ptr< L2Rib::FloodSetOutput > & outFloodSetOutput );
-  static Vex::Ptr< VlanFloodSetFilterSm >
-  VlanFloodSetFilterSmIs( L2Rib::DestType destType,
-                          const Vex::Ptr< const L2Rib::FloodSetOutput > & inFloodSetOutput,
-                          const Vex::Ptr< L2Rib::FloodSetOutput > & outFloodSetOutput );
+  VlanFloodSetFilterSm( L2Rib::DestType destType, In< L2Rib::FloodSetOutput > inFloodSetOutput,
+                        Out< L2Rib::FloodSetOutput > outFloodSetOutput );
+  // Takes what the constructor takes.
+  template< class... Arguments >
+  static Vex::Ptr< VlanFloodSetFilterSm > VlanFloodSetFilterSmIs( const Arguments &... arguments ) {
+    return Vex::makePtr< VlanFloodSetFilterSm >( arguments... );
+  }
 
   void handleInitialized() override;
   void vex_handleFloodSet( FloodSetReactor< VlanFloodSetFilterSm > & reactor ) {
@@ -78,8 +78,7 @@ private:
 };
 
 Vex::Ptr< VlanFloodSetFilterSm >
-vlanFloodSetFilterSmFactory( L2Rib::DestType destType,
-                             const Vex::Ptr< const L2Rib::FloodSetOutput > & inFloodSetOutput,
-                             const Vex::Ptr< L2Rib::FloodSetOutput > & outFloodSetOutput );
+vlanFloodSetFilterSmFactory( L2Rib::DestType destType, In< L2Rib::FloodSetOutput > inFloodSetOutput,
+                             Out< L2Rib::FloodSetOutput > outFloodSetOutput );
 
 } // namespace Kez

@@ -10,12 +10,11 @@ static Ringlog::Handle traceHandle( "KezEvpnVlanFloodSetSm" );
 using Ringlog::either;
 using Tunnel::TunnelTable::TunnelId;
 
-EvpnVlanFloodSetSm::EvpnVlanFloodSetSm(
-    const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
-    const Vex::Ptr< const HwInfoMapping > & hwInfoMapping,
-    const Vex::Ptr< EvpnVlanFloodSetHwConfig > & vlanFloodSetHwConfig,
-    const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus )
+EvpnVlanFloodSetSm::EvpnVlanFloodSetSm( In< L2Rib::FloodSetOutput > floodSetOutput,
+                                        In< TunnelIdToHwTunnelIdMapping > hwTunnelIdMapping,
+                                        In< HwInfoMapping > hwInfoMapping,
+                                        Out< EvpnVlanFloodSetHwConfig > vlanFloodSetHwConfig,
+                                        In< EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus )
     : MplsFloodSetSm( traceHandle, floodSetOutput, hwTunnelIdMapping, vlanFloodSetHwStatus ),
       hwInfoMapping_( hwInfoMapping ), vlanFloodSetHwConfig_( vlanFloodSetHwConfig ),
       hwInfoMappingReactor_( *this ) {
@@ -23,24 +22,12 @@ EvpnVlanFloodSetSm::EvpnVlanFloodSetSm(
   hwInfoMappingReactor_.notifierIs( hwInfoMapping );
 }
 
-Vex::Ptr< EvpnVlanFloodSetSm > EvpnVlanFloodSetSm::EvpnVlanFloodSetSmIs(
-    const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
-    const Vex::Ptr< const HwInfoMapping > & hwInfoMapping,
-    const Vex::Ptr< EvpnVlanFloodSetHwConfig > & vlanFloodSetHwConfig,
-    const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus ) {
+Vex::Ptr< EvpnVlanFloodSetSm > evpnVlanFloodSetSmFactory(
+    In< L2Rib::FloodSetOutput > floodSetOutput, In< TunnelIdToHwTunnelIdMapping > hwTunnelIdMapping,
+    In< HwInfoMapping > hwInfoMapping, Out< EvpnVlanFloodSetHwConfig > vlanFloodSetHwConfig,
+    In< EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus ) {
   return Vex::makePtr< EvpnVlanFloodSetSm >( floodSetOutput, hwTunnelIdMapping, hwInfoMapping,
                                              vlanFloodSetHwConfig, vlanFloodSetHwStatus );
-}
-
-Vex::Ptr< EvpnVlanFloodSetSm > evpnVlanFloodSetSmFactory(
-    const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
-    const Vex::Ptr< const HwInfoMapping > & hwInfoMapping,
-    const Vex::Ptr< EvpnVlanFloodSetHwConfig > & vlanFloodSetHwConfig,
-    const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus ) {
-  return EvpnVlanFloodSetSm::EvpnVlanFloodSetSmIs( floodSetOutput, hwTunnelIdMapping, hwInfoMapping,
-                                                   vlanFloodSetHwConfig, vlanFloodSetHwStatus );
 }
 
 void EvpnVlanFloodSetSm::VexHwInfoMapping::onAttribute( Vex::AttrId id, const void * key ) {
@@ -124,18 +111,8 @@ void EvpnVlanFloodSetSm::updateInternalMapping( const VlanMacDest & vmd ) {
     return;
   }
   TRACE( 1, "   remove entry from internal mappings" );
-  if ( const auto entry = tunnelToFloodSetEntry( via.tunnelId ) ) {
-    entry->vlanMacDestSetDel( vmd );
-    if ( entry->vlanMacDestSets() == 0 ) {
-      tunnelToFloodSetEntryDel( via.tunnelId );
-    }
-  }
-  if ( const auto entry = hwInfoMapKeyToFloodSetEntry( via ) ) {
-    entry->vlanMacDestSetDel( vmd );
-    if ( entry->vlanMacDestSets() == 0 ) {
-      hwInfoMapKeyToFloodSetEntryDel( via );
-    }
-  }
+  tunnelToFloodSetEntryMemberDel( via.tunnelId, vmd );
+  hwInfoMapKeyToFloodSetEntryMemberDel( via, vmd );
 }
 
 void EvpnVlanFloodSetSm::processMplsDestConfig( const VlanMacDest & vmd ) {
@@ -228,61 +205,7 @@ void EvpnVlanFloodSetSm::deleteMplsDestHwConfig( const VlanMacDest & vmd ) {
   const auto macVlanPair = vmd.macVlanPair();
   mplsDestHwConfigDel( vmd );
   withdraw( { macVlanPair, config } );
-  const auto floodSet = vlanFloodSetHwConfig()->config( macVlanPair );
-  if ( floodSet && floodSet->mplsDestConfigs() == 0 ) {
-    vlanFloodSetHwConfig()->configDel( macVlanPair );
-  }
-}
-
-// --- What an operator is told
-
-void EvpnVlanFloodSetSm::explain( const Subject & subject, Explanation & out ) const {
-  if ( !initialized() ) {
-    return;
-  }
-  Tally tally;
-  if ( const auto * const via = subject.get< MplsFloodSetVia >() ) {
-    if ( const auto entry = hwInfoMapKeyToFloodSetEntry( *via ) ) {
-      for ( const auto & vmd : entry->vlanMacDestSet() ) {
-        count( vmd, tally );
-      }
-    }
-  } else if ( const auto * const vlanId = subject.get< Bridging::VlanId >() ) {
-    if ( const auto vlanFloodSet = floodSetOutput()->vlanFloodSet( *vlanId ) ) {
-      for ( const auto & [ mac, floodSet ] : vlanFloodSet->floodSet() ) {
-        for ( const auto & dest : floodSet->destSet() ) {
-          count( { *vlanId, mac, dest }, tally );
-        }
-      }
-    }
-  }
-  const auto say = [ & ]( size_t number, std::string_view what ) {
-    if ( number > 0 ) {
-      out.say( Count{ number, "flood-set destination" }, what );
-    }
-  };
-  say( tally.programmed, " programmed" );
-  say( tally.refused, " refused by hardware, which tries by itself" );
-  say( tally.unanswered, " waiting for hardware's answer" );
-  say( tally.withoutHwId, " waiting for the hardware id of the path, none published" );
-  say( tally.withoutTunnel, " of no valid tunnel, which is not supported" );
-}
-
-void EvpnVlanFloodSetSm::count( const VlanMacDest & vmd, Tally & tally ) const {
-  if ( !mplsDestHwConfigHas( vmd ) ) {
-    const bool isTunnel = destMplsTunnelId( vmd.dest ) != TunnelId::invalid();
-    ++( isTunnel ? tally.withoutHwId : tally.withoutTunnel );
-    return;
-  }
-  const auto config = mplsDestHwConfig( vmd );
-  const auto status = vlanFloodSetHwStatus()->status( vmd.macVlanPair() );
-  if ( isMplsDestConfigProgrammed( vmd.macVlanPair(), config ) ) {
-    ++tally.programmed;
-  } else if ( status && status->mplsDestStatusHas( config ) ) {
-    ++tally.refused;
-  } else {
-    ++tally.unanswered;
-  }
+  vlanFloodSetHwConfig()->configDelIfEmpty( macVlanPair );
 }
 
 } // namespace Kez

@@ -37,17 +37,16 @@ public:
   VEX_ATTRIBUTES( hwInfoMapping, vlanFloodSetHwConfig, mplsDestHwConfig, tunnelToFloodSetEntry,
                   hwInfoMapKeyToFloodSetEntry, furtherDest )
 
-  EvpnVlanFloodSetSm( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-                      const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
-                      const Vex::Ptr< const HwInfoMapping > & hwInfoMapping,
-                      const Vex::Ptr< EvpnVlanFloodSetHwConfig > & vlanFloodSetHwConfig,
-                      const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus );
-  static Vex::Ptr< EvpnVlanFloodSetSm >
-  EvpnVlanFloodSetSmIs( const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-                        const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
-                        const Vex::Ptr< const HwInfoMapping > & hwInfoMapping,
-                        const Vex::Ptr< EvpnVlanFloodSetHwConfig > & vlanFloodSetHwConfig,
-                        const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus );
+  EvpnVlanFloodSetSm( In< L2Rib::FloodSetOutput > floodSetOutput,
+                      In< TunnelIdToHwTunnelIdMapping > hwTunnelIdMapping,
+                      In< HwInfoMapping > hwInfoMapping,
+                      Out< EvpnVlanFloodSetHwConfig > vlanFloodSetHwConfig,
+                      In< EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus );
+  // Takes what the constructor takes.
+  template< class... Arguments >
+  static Vex::Ptr< EvpnVlanFloodSetSm > EvpnVlanFloodSetSmIs( const Arguments &... arguments ) {
+    return Vex::makePtr< EvpnVlanFloodSetSm >( arguments... );
+  }
 
   void handleInitialized() override;
   void handleHwTunnelIdMapping( Tunnel::TunnelTable::TunnelId tunnelId ) override;
@@ -84,10 +83,8 @@ private:
 };
 
 Vex::Ptr< EvpnVlanFloodSetSm > evpnVlanFloodSetSmFactory(
-    const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
-    const Vex::Ptr< const HwInfoMapping > & hwInfoMapping,
-    const Vex::Ptr< EvpnVlanFloodSetHwConfig > & vlanFloodSetHwConfig,
-    const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus );
+    In< L2Rib::FloodSetOutput > floodSetOutput, In< TunnelIdToHwTunnelIdMapping > hwTunnelIdMapping,
+    In< HwInfoMapping > hwInfoMapping, Out< EvpnVlanFloodSetHwConfig > vlanFloodSetHwConfig,
+    In< EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus );
 
 } // namespace Kez

@@ -8,11 +8,10 @@ namespace Kez {
 
 static Ringlog::Handle traceHandle( "KezEvpnVlanMembershipSm" );
 
-KezEvpnVlanMembershipSm::KezEvpnVlanMembershipSm(
-    const Vex::Ptr< const Bridging::Config > & bridgingConfig,
-    const Vex::Ptr< const Bridging::VlanStatusDir > & vlanStatusDir,
-    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-    const Vex::Ptr< EvpnVlanStatus > & evpnVlanStatus )
+KezEvpnVlanMembershipSm::KezEvpnVlanMembershipSm( In< Bridging::Config > bridgingConfig,
+                                                  In< Bridging::VlanStatusDir > vlanStatusDir,
+                                                  In< Evpn::EvpnStatus > evpnStatus,
+                                                  Out< EvpnVlanStatus > evpnVlanStatus )
     : bridgingConfig_( bridgingConfig ), vlanStatusDir_( vlanStatusDir ), evpnStatus_( evpnStatus ),
       evpnVlanStatus_( evpnVlanStatus ), bridgingConfigReactor_( *this ),
       vlanStatusDirReactor_( *this ), evpnStatusReactor_( *this ) {
@@ -23,22 +22,11 @@ KezEvpnVlanMembershipSm::KezEvpnVlanMembershipSm(
   evpnStatusReactor_.notifierIs( evpnStatus );
 }
 
-Vex::Ptr< KezEvpnVlanMembershipSm > KezEvpnVlanMembershipSm::KezEvpnVlanMembershipSmIs(
-    const Vex::Ptr< const Bridging::Config > & bridgingConfig,
-    const Vex::Ptr< const Bridging::VlanStatusDir > & vlanStatusDir,
-    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-    const Vex::Ptr< EvpnVlanStatus > & evpnVlanStatus ) {
+Vex::Ptr< KezEvpnVlanMembershipSm > kezEvpnVlanMembershipSmFactory(
+    In< Bridging::Config > bridgingConfig, In< Bridging::VlanStatusDir > vlanStatusDir,
+    In< Evpn::EvpnStatus > evpnStatus, Out< EvpnVlanStatus > evpnVlanStatus ) {
   return Vex::makePtr< KezEvpnVlanMembershipSm >( bridgingConfig, vlanStatusDir, evpnStatus,
                                                   evpnVlanStatus );
-}
-
-Vex::Ptr< KezEvpnVlanMembershipSm >
-kezEvpnVlanMembershipSmFactory( const Vex::Ptr< const Bridging::Config > & bridgingConfig,
-                                const Vex::Ptr< const Bridging::VlanStatusDir > & vlanStatusDir,
-                                const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-                                const Vex::Ptr< EvpnVlanStatus > & evpnVlanStatus ) {
-  return KezEvpnVlanMembershipSm::KezEvpnVlanMembershipSmIs( bridgingConfig, vlanStatusDir,
-                                                             evpnStatus, evpnVlanStatus );
 }
 
 void KezEvpnVlanMembershipSm::VexEvpnStatus::onAttribute( Vex::AttrId id, const void * key ) {
@@ -114,11 +102,8 @@ void KezEvpnVlanMembershipSm::processIntfVlan( Wire::IntfId intfId, Bridging::Vl
   }
   if ( isConfigured( intfId, vlanId ) ) {
     intfVlanConfigSetIs( intfId )->vlanIdIs( vlanId, true );
-  } else if ( const auto vlans = intfVlanConfigSet( intfId ) ) {
-    vlans->vlanIdDel( vlanId );
-    if ( vlans->vlanIds() == 0 ) {
-      intfVlanConfigSetDel( intfId );
-    }
+  } else {
+    intfVlanConfigSetMemberDel( intfId, vlanId );
   }
 }
 
@@ -133,14 +118,7 @@ void KezEvpnVlanMembershipSm::removeIntfVlanFromEvpnVlanStatus( Wire::IntfId int
                                                                 Bridging::VlanId vlanId ) {
   TRACE( 9, "KezEvpnVlanMembershipSm::removeIntfVlanFromEvpnVlanStatus intfId ", intfId, " vlanId ",
          vlanId );
-  const auto memberInfo = evpnVlanStatus()->vlanStatus( vlanId );
-  if ( !memberInfo ) {
-    return;
-  }
-  memberInfo->memberDel( intfId );
-  if ( memberInfo->members() == 0 ) {
-    evpnVlanStatus()->vlanStatusDel( vlanId );
-  }
+  evpnVlanStatus()->vlanStatusMemberDel( vlanId, intfId );
 }
 
 void KezEvpnVlanMembershipSm::VexVlanConfig::handleVlanConfig() {
@@ -186,45 +164,6 @@ void KezEvpnVlanMembershipSm::handleEncapBumFilter( Wire::IntfId intfId ) {
   }
   for ( const auto vlanId : vlans->vlanId() ) {
     processIntfVlan( intfId, vlanId );
-  }
-}
-
-// --- What an operator is told
-
-void KezEvpnVlanMembershipSm::explain( const Subject & subject, Explanation & out ) const {
-  if ( const auto * const pair = subject.get< IntfVlanKey >() ) {
-    explainPair( *pair, out );
-  } else if ( const auto * const vlanId = subject.get< Bridging::VlanId >() ) {
-    if ( const auto memberInfo = evpnVlanStatus()->vlanStatus( *vlanId ) ) {
-      out.say( "has the EVPN members ", Members{ memberInfo->member() } );
-    } else {
-      out.say( "has no EVPN members" );
-    }
-  }
-}
-
-void KezEvpnVlanMembershipSm::explainPair( const IntfVlanKey & key, Explanation & out ) const {
-  const auto memberInfo = evpnVlanStatus()->vlanStatus( key.vlanId );
-  const bool member = memberInfo && memberInfo->memberHas( key.intfId );
-  out.say( member ? "an EVPN member" : "no EVPN member" );
-  const auto decision = decide( key.intfId, key.vlanId );
-  out.say( decision.member ? "" : "not ",
-           decision.byConfiguration
-               ? "configured in the VLAN, which decides while its BUM encapsulation is filtered"
-               : "operational in the VLAN" );
-  if ( member != decision.member ) {
-    out.say( "decided anew when its port status or configuration in the VLAN changes" );
-  }
-}
-
-// --- What holds between events
-
-void KezEvpnVlanMembershipSm::check( Findings & out ) const {
-  for ( const auto & [ vlanId, memberInfo ] : evpnVlanStatus()->vlanStatus() ) {
-    out.expect( memberInfo->members() > 0, "VLAN ", vlanId, " is published without a member" );
-  }
-  for ( const auto & [ intfId, vlans ] : intfVlanConfigSet() ) {
-    out.expect( vlans->vlanIds() > 0, "intfVlanConfigSet has an empty interface ", intfId );
   }
 }
 

@@ -68,15 +68,16 @@ public:
   using VexVlanStatusDir =
       Vex::MirrorReactor< Bridging::VlanStatusDir::vlanStatusEntities, vlanStatusReactors >;
 
-  KezEvpnVlanMembershipSm( const Vex::Ptr< const Bridging::Config > & bridgingConfig,
-                           const Vex::Ptr< const Bridging::VlanStatusDir > & vlanStatusDir,
-                           const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-                           const Vex::Ptr< EvpnVlanStatus > & evpnVlanStatus );
+  KezEvpnVlanMembershipSm( In< Bridging::Config > bridgingConfig,
+                           In< Bridging::VlanStatusDir > vlanStatusDir,
+                           In< Evpn::EvpnStatus > evpnStatus,
+                           Out< EvpnVlanStatus > evpnVlanStatus );
+  // Takes what the constructor takes.
+  template< class... Arguments >
   static Vex::Ptr< KezEvpnVlanMembershipSm >
-  KezEvpnVlanMembershipSmIs( const Vex::Ptr< const Bridging::Config > & bridgingConfig,
-                             const Vex::Ptr< const Bridging::VlanStatusDir > & vlanStatusDir,
-                             const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-                             const Vex::Ptr< EvpnVlanStatus > & evpnVlanStatus );
+  KezEvpnVlanMembershipSmIs( const Arguments &... arguments ) {
+    return Vex::makePtr< KezEvpnVlanMembershipSm >( arguments... );
+  }
 
   void processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId );
   void addIntfToEvpnVlanStatus( Wire::IntfId intfId, Bridging::VlanId vlanId );
@@ -105,10 +106,8 @@ private:
   VexEvpnStatus evpnStatusReactor_;
 };
 
-Vex::Ptr< KezEvpnVlanMembershipSm >
-kezEvpnVlanMembershipSmFactory( const Vex::Ptr< const Bridging::Config > & bridgingConfig,
-                                const Vex::Ptr< const Bridging::VlanStatusDir > & vlanStatusDir,
-                                const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus,
-                                const Vex::Ptr< EvpnVlanStatus > & evpnVlanStatus );
+Vex::Ptr< KezEvpnVlanMembershipSm > kezEvpnVlanMembershipSmFactory(
+    In< Bridging::Config > bridgingConfig, In< Bridging::VlanStatusDir > vlanStatusDir,
+    In< Evpn::EvpnStatus > evpnStatus, Out< EvpnVlanStatus > evpnVlanStatus );
 
 } // namespace Kez

@@ -42,6 +42,17 @@ private:
   Vex::TextBuffer text_;
 };
 
+// The record of a shared table that an answer needs, if there is one. Damage is said, and handed to
+// nobody.
+template< class Table, class Key >
+auto examine( const Table & table, const Key & key, Explanation & out ) {
+  const auto examined = table.examine( key );
+  if ( examined.damage ) {
+    out.say( examined.damage->what() );
+  }
+  return examined.record;
+}
+
 // --- Pieces of clauses
 
 // When a run is due: "at once", "in 4.2 s", or `otherwise` when none is. One that others of the

@@ -2,10 +2,10 @@
 
 namespace Kez {
 
-MplsFloodSetSm::MplsFloodSetSm(
-    Ringlog::Handle & traceHandle, const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-    const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
-    const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus )
+MplsFloodSetSm::MplsFloodSetSm( Ringlog::Handle & traceHandle,
+                                In< L2Rib::FloodSetOutput > floodSetOutput,
+                                In< TunnelIdToHwTunnelIdMapping > hwTunnelIdMapping,
+                                In< EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus )
     : floodSetOutput_( floodSetOutput ), hwTunnelIdMapping_( hwTunnelIdMapping ),
       vlanFloodSetHwStatus_( vlanFloodSetHwStatus ), traceHandle_( traceHandle ),
       floodSetOutputReactor_( *this ), hwTunnelIdMappingReactor_( *this ),

@@ -75,10 +75,9 @@ public:
                                    const MplsDestConfig & config ) const;
 
 protected:
-  MplsFloodSetSm( Ringlog::Handle & traceHandle,
-                  const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
-                  const Vex::Ptr< const TunnelIdToHwTunnelIdMapping > & hwTunnelIdMapping,
-                  const Vex::Ptr< const EvpnVlanFloodSetHwStatus > & vlanFloodSetHwStatus );
+  MplsFloodSetSm( Ringlog::Handle & traceHandle, In< L2Rib::FloodSetOutput > floodSetOutput,
+                  In< TunnelIdToHwTunnelIdMapping > hwTunnelIdMapping,
+                  In< EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus );
 
   // For the constructor of a machine, last.
   void watchInputs();

@@ -2,12 +2,11 @@
 
 namespace Kez {
 
-PortProgrammingSm::PortProgrammingSm(
-    Ringlog::Handle & traceHandle, const ParkingPolicy & policy,
-    const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
-    const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-    const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
-    const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus )
+PortProgrammingSm::PortProgrammingSm( Ringlog::Handle & traceHandle, const ParkingPolicy & policy,
+                                      Out< KezHelper::EvpnFloodingSmHelper > floodingHelper,
+                                      Out< Loom::TaskScheduler > scheduler,
+                                      In< EvpnLagMemberInfo > evpnLagMemberInfo,
+                                      In< Evpn::EvpnStatus > evpnStatus )
     : RetryingSm( traceHandle, policy ), floodingHelper_( floodingHelper ), scheduler_( scheduler ),
       evpnLagMemberInfo_( evpnLagMemberInfo ), evpnStatus_( evpnStatus ),
       evpnLagMemberInfoReactor_( *this ) {}
@@ -24,18 +23,8 @@ void PortProgrammingSm::addToIndex( Wire::IntfId intfId, Bridging::VlanId vlanId
 }
 
 void PortProgrammingSm::removeFromIndex( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
-  if ( const auto vlans = intfVlanSet( intfId ) ) {
-    vlans->vlanIdDel( vlanId );
-    if ( vlans->vlanIds() == 0 ) {
-      intfVlanSetDel( intfId );
-    }
-  }
-  if ( const auto intfs = vlanIntfSet( vlanId ) ) {
-    intfs->intfIdDel( intfId );
-    if ( intfs->intfIds() == 0 ) {
-      vlanIntfSetDel( vlanId );
-    }
-  }
+  intfVlanSetMemberDel( intfId, vlanId );
+  vlanIntfSetMemberDel( vlanId, intfId );
 }
 
 void PortProgrammingSm::check( Findings & out ) const {

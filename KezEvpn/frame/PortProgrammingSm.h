@@ -36,10 +36,9 @@ public:
 
 protected:
   PortProgrammingSm( Ringlog::Handle & traceHandle, const ParkingPolicy & policy,
-                     const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
-                     const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                     const Vex::Ptr< const EvpnLagMemberInfo > & evpnLagMemberInfo,
-                     const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus );
+                     Out< KezHelper::EvpnFloodingSmHelper > floodingHelper,
+                     Out< Loom::TaskScheduler > scheduler,
+                     In< EvpnLagMemberInfo > evpnLagMemberInfo, In< Evpn::EvpnStatus > evpnStatus );
 
   // For the end of a machine's constructor.
   void watchLagPorts() { evpnLagMemberInfoReactor_.notifierIs( evpnLagMemberInfo() ); }

@@ -16,6 +16,11 @@
 
 namespace Kez {
 
+// How a machine is handed its inputs, which it reads, and its outputs and helpers, through which it
+// writes.
+template< class T > using In = const Vex::Ptr< const T > &;
+template< class T > using Out = const Vex::Ptr< T > &;
+
 struct Subject;
 class Explanation;
 class Findings;

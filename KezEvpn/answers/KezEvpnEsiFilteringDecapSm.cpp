@@ -1,0 +1,106 @@
+#include "KezEvpn/KezEvpnEsiFilteringDecapSm.h"
+
+#include "KezEvpn/frame/Explain.h"
+#include "KezEvpn/frame/Findings.h"
+
+namespace Kez {
+
+using Mpls::LfibHwProgrammingReturnCode;
+using Mpls::RouteKey;
+
+// --- What an operator is told
+
+void EsiFilteringDecapSm::explain( const Subject & subject, Explanation & out ) const {
+  const auto * const routeKey = subject.get< RouteKey >();
+  if ( !routeKey ) {
+    return;
+  }
+  const auto decision = decide( *routeKey, &out );
+  explainLack( decision, out );
+  const bool upToDate = explainProgrammed( *routeKey, decision, out );
+  const bool waits = explainWait( *routeKey, decision, out );
+  if ( lfibTrackingStatus()->routeKeyBacklogHas( *routeKey ) ) {
+    out.say( "in the backlog, next run ", Due{ reviewRouteKeyBacklog()->nextRun(), "later" } );
+  } else if ( !upToDate && !waits ) {
+    out.say( "not looked at before it comes into the backlog" );
+  }
+}
+
+void EsiFilteringDecapSm::explainLack( const Decision & decision, Explanation & out ) const {
+  switch ( decision.lack ) {
+  case Lack::route:
+    out.say( "waiting for the route, none published" );
+    break;
+  case Lack::viaSet:
+    out.say( "waiting for a via in via set ", decision.viaSetId, ", none published" );
+    break;
+  case Lack::filterViaType:
+    out.say( "needs no port map, its first via being ", decision.viaKey );
+    break;
+  case Lack::via:
+    out.say( "waiting for via ", decision.viaKey, ", none published" );
+    break;
+  case Lack::nothing:
+    out.say( "port map of label ", decision.via.label, " and ", decision.via.intfId );
+    break;
+  }
+}
+
+// Whether what is programmed is what the inputs say.
+bool EsiFilteringDecapSm::explainProgrammed( const RouteKey & routeKey, const Decision & decision,
+                                             Explanation & out ) const {
+  if ( !routeEsiFilterViaHas( routeKey ) ) {
+    return decision.lack != Lack::nothing;
+  }
+  const auto via = routeEsiFilterVia( routeKey );
+  if ( decision.lack == Lack::nothing && via == decision.via ) {
+    out.say( "programmed" );
+    return true;
+  }
+  const bool keeps = decision.lack == Lack::filterViaType;
+  out.say( keeps ? "keeps" : "programmed is", " the port map of label ", via.label, " and ",
+           via.intfId );
+  return keeps;
+}
+
+// Whether the route waits for its next try.
+bool EsiFilteringDecapSm::explainWait( const RouteKey & routeKey, const Decision & decision,
+                                       Explanation & out ) const {
+  const auto waiting = examine( lfibHwStatus()->unprogrammedRouteTable(), routeKey, out );
+  if ( !waiting ) {
+    return false;
+  }
+  if ( waiting->returnCode != LfibHwProgrammingReturnCode::conflict ) {
+    out.say( "hardware refused ",
+             refusalHas( routeKey ) ? Vex::text( Times{ refusal( routeKey ) } )
+                                    : "before the start",
+             " (", waiting->returnCode, ")" );
+  } else if ( decision.lack == Lack::nothing && intfRouteHas( decision.via.intfId ) ) {
+    out.say( "waiting for route ", intfRoute( decision.via.intfId ), " to give up ",
+             decision.via.intfId );
+  } else {
+    out.say( "another route had its interface when it was last tried" );
+  }
+  out.say( "next try ", nextTry() );
+  return true;
+}
+
+// --- What holds between events
+
+void EsiFilteringDecapSm::check( Findings & out ) const {
+  RetryingSm::check( out );
+  parking_.check( out );
+  out.expect( routeEsiFilterVias() == intfRoutes(), "routes and interfaces are not one to one" );
+  for ( const auto & [ routeKey, via ] : routeEsiFilterVia() ) {
+    out.expect( intfRoute( via.intfId ) == routeKey, "intfRoute lacks ", via.intfId, " of route ",
+                routeKey );
+    out.expect( !lfibHwStatus()->unprogrammedRouteHas( routeKey ), "route ", routeKey,
+                " is programmed and parked" );
+  }
+  out.expect( lfibTrackingStatus()->routeKeyBacklogs() == 0 || !hasNotificationActive() ||
+                  lfibTrackingStatusReactor_.markedForDeletion() ||
+                  reviewRouteKeyBacklog()->isScheduled(),
+              "routes are in the backlog and no run is due" );
+}
+
+} // namespace Kez

@@ -1,0 +1,29 @@
+#include "KezEvpn/KezEvpnFloodFilterSm.h"
+
+#include "KezEvpn/frame/Explain.h"
+#include "KezEvpn/frame/Findings.h"
+
+namespace Kez {
+
+void KezEvpnFloodFilterSm::explain( const Subject & subject, Explanation & out ) const {
+  const auto * const pair = subject.get< IntfVlanKey >();
+  if ( !initialized() || !pair ) {
+    return;
+  }
+  if ( isFloodFilterApplied( pair->intfId, pair->vlanId ) ) {
+    out.say( "in the flood filter of VLAN ", pair->vlanId );
+    explainMissingPorts( *evpnLagMemberInfo(), pair->intfId, out );
+  } else {
+    out.say( "not in the flood filter of VLAN ", pair->vlanId );
+  }
+  ports_.explain( *pair, out );
+  explainRefusal( *pair, out );
+}
+
+void KezEvpnFloodFilterSm::check( Findings & out ) const {
+  PortProgrammingSm::check( out );
+  parking_.check( out );
+  ports_.check( out );
+}
+
+} // namespace Kez

@@ -1,0 +1,80 @@
+#include "KezEvpn/KezEvpnFloodingDot1qSm.h"
+
+#include "KezEvpn/frame/Explain.h"
+#include "KezEvpn/frame/Findings.h"
+
+namespace Kez {
+
+// --- What an operator is told
+
+void EvpnFloodingDot1qSm::explain( const Subject & subject, Explanation & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  if ( const auto * const pair = subject.get< IntfVlanKey >() ) {
+    explainPair( *pair, out );
+  } else if ( const auto * const vlanId = subject.get< Bridging::VlanId >() ) {
+    explainVlan( *vlanId, out );
+  }
+}
+
+void EvpnFloodingDot1qSm::explainPair( const IntfVlanKey & key, Explanation & out ) const {
+  const auto lack = lackOf( key );
+  switch ( lack ) {
+  case Lack::vlanStatus:
+    out.say( "waiting for EVPN members of VLAN ", key.vlanId, ", none published" );
+    break;
+  case Lack::membership:
+    out.say( "waiting for ", key.intfId, " to be an EVPN member of VLAN ", key.vlanId );
+    break;
+  case Lack::publication:
+    out.say( "waiting for the dot1q tag of VLAN ", key.vlanId, ", none published" );
+    break;
+  case Lack::vlan:
+    out.say( "waiting for VLAN ", key.vlanId, " to be created in hardware" );
+    explainRefusal( vlanLevelKey( key.vlanId ), out );
+    break;
+  case Lack::nothing:
+    out.say( "tag ", dot1qTagForVlan( key.vlanId ) );
+    explainMissingPorts( *evpnLagMemberInfo(), key.intfId, out );
+    break;
+  }
+  const bool asWanted =
+      lack == Lack::nothing && intfVlanDot1q( key ) == dot1qTagForVlan( key.vlanId );
+  if ( intfVlanDot1qHas( key ) && !asWanted ) {
+    out.say( "mapped to tag ", intfVlanDot1q( key ), " till then" );
+  }
+  ports_.explain( key, out );
+  if ( lack == Lack::nothing ) {
+    explainRefusal( key, out );
+  }
+  if ( intfVlanQueueHas( key ) ) {
+    out.say( "next look ", Due{ reviewIntfVlan()->nextRun(), "when an input changes" } );
+  }
+}
+
+void EvpnFloodingDot1qSm::explainVlan( Bridging::VlanId vlanId, Explanation & out ) const {
+  if ( programmedDot1qHas( vlanId ) ) {
+    out.say( "programmed with tag ", programmedDot1q( vlanId ) );
+  } else if ( evpnStatus()->vlanToDot1qHas( vlanId ) ) {
+    out.say( "to be programmed with tag ", dot1qTagForVlan( vlanId ) );
+    explainRefusal( vlanLevelKey( vlanId ), out );
+  } else {
+    out.say( "waiting for the dot1q tag of VLAN ", vlanId, ", none published" );
+  }
+}
+
+// --- What holds between events
+
+void EvpnFloodingDot1qSm::check( Findings & out ) const {
+  PortProgrammingSm::check( out );
+  parking_.check( out );
+  ports_.check( out );
+  out.expect( intfVlanQueues() == 0 || !initialized() || reviewIntfVlan()->isScheduled(),
+              "pairs are queued and no review is due" );
+  for ( const auto & [ key, status ] : dot1qStatus() ) {
+    out.expect( intfVlanDot1qHas( key ), key, " has ports and no tag" );
+  }
+}
+
+} // namespace Kez

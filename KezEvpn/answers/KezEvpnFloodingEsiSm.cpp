@@ -1,0 +1,90 @@
+#include "KezEvpn/KezEvpnFloodingEsiSm.h"
+
+#include "KezEvpn/frame/Explain.h"
+#include "KezEvpn/frame/Findings.h"
+
+namespace Kez {
+
+// --- What an operator is told
+
+void EvpnFloodingEsiSm::explain( const Subject & subject, Explanation & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  if ( const auto * const pair = subject.get< IntfVlanKey >() ) {
+    explainPair( *pair, out );
+    ports_.explain( *pair, out );
+    explainRefusal( *pair, out );
+  } else if ( const auto * const tunnelId = subject.get< TunnelId >() ) {
+    if ( const auto intfVlans = tunnelIntfVlanSet( *tunnelId ) ) {
+      out.say( "leads to the designated forwarder of ", Members{ intfVlans->intfVlan() } );
+    }
+  }
+}
+
+void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out ) const {
+  const auto [ lack, dfTepIntfId, remoteLabel ] = decide( key );
+  switch ( lack ) {
+  case Lack::segment:
+    out.say( key.intfId, " is no Ethernet segment, no status of it published" );
+    return;
+  case Lack::designatedForwarder:
+    out.say( "waiting for the designated forwarder of VLAN ", key.vlanId, ", none published" );
+    return;
+  case Lack::remoteLabel:
+    out.say( "waiting for the remote ESI label of TEP ", dfTepIntfId, ", none published" );
+    return;
+  case Lack::usableLabel:
+    out.say( "waiting for a remote ESI label of TEP ", dfTepIntfId,
+             " of the right encapsulation type, ", remoteLabel, " published" );
+    if ( intfVlanTunnelLabelHas( { key.intfId, key.vlanId, intfVlanTunnel( key ) } ) ) {
+      out.say( "what is programmed stays till then" );
+    }
+    return;
+  case Lack::nothing:
+    break;
+  }
+  const auto tunnelId = srTeOrDynamicTunnelIntfIdToTunnelId( dfTepIntfId );
+  out.say( "tunnel ", tunnelId, ", label ", remoteLabel.mplsLabel() );
+  explainMissingPorts( *evpnLagMemberInfo(), key.intfId, out );
+  const auto mapping = examine( tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable(), tunnelId, out );
+  const auto portLack = portLackOf( key.intfId, mapping.has_value() );
+  if ( portLack == PortLack::hwTunnelId ) {
+    out.say( "waiting for a hardware tunnel id of tunnel ", tunnelId, ", none published" );
+  } else if ( portLack == PortLack::localLabel ) {
+    out.say( "waiting for the local ESI label of ", key.intfId, ", none published" );
+  }
+}
+
+// --- What holds between events
+
+void EvpnFloodingEsiSm::check( Findings & out ) const {
+  PortProgrammingSm::check( out );
+  parking_.check( out );
+  ports_.check( out );
+  size_t byTunnel = 0, byIntfTunnel = 0;
+  for ( const auto & [ tunnelId, intfVlans ] : tunnelIntfVlanSet() ) {
+    out.expect( intfVlans->intfVlans() > 0, "tunnelIntfVlanSet has an empty tunnel ", tunnelId );
+    byTunnel += intfVlans->intfVlans();
+  }
+  for ( const auto & [ intfTunnel, vlans ] : intfTunnelVlanSet() ) {
+    out.expect( vlans->vlanIds() > 0, "intfTunnelVlanSet has an empty ", intfTunnel );
+    byIntfTunnel += vlans->vlanIds();
+  }
+  out.expect( byTunnel == intfVlanTunnels(), "tunnelIntfVlanSet has ", byTunnel, " triples of ",
+              intfVlanTunnels() );
+  out.expect( byIntfTunnel == intfVlanTunnels(), "intfTunnelVlanSet has ", byIntfTunnel,
+              " triples of ", intfVlanTunnels() );
+  for ( const auto [ key, tunnelId ] : intfVlanTunnel() ) {
+    const auto intfVlans = tunnelIntfVlanSet( tunnelId );
+    const auto vlans = intfTunnelVlanSet( { key.intfId, tunnelId } );
+    out.expect( intfVlans && intfVlans->intfVlanHas( key ), "tunnelIntfVlanSet lacks ", key );
+    out.expect( vlans && vlans->vlanIdHas( key.vlanId ), "intfTunnelVlanSet lacks ", key );
+  }
+  for ( const auto [ key, label ] : intfVlanTunnelLabel() ) {
+    out.expect( intfVlanTunnel( { key.intfId, key.vlanId } ) == key.tunnelId,
+                "a label is on record for ", key, ", whose tunnel is another" );
+  }
+}
+
+} // namespace Kez

@@ -1,0 +1,97 @@
+#include "KezEvpn/KezEvpnHwTunnelIdSm.h"
+
+#include "KezEvpn/frame/Explain.h"
+#include "KezEvpn/frame/Findings.h"
+
+namespace Kez {
+
+using Tunnel::TunnelTable::TunnelId;
+
+// --- What an operator is told
+
+static std::string_view nameOf( HwTunnelIdType type ) {
+  return type == hwTunnelIdTypeDefault ? "default" : "shared-ESI or default";
+}
+
+void EvpnHwTunnelIdSm::explain( const Subject & subject, Explanation & out ) const {
+  const auto * const tunnelId = subject.get< TunnelId >();
+  if ( !initialized() || !tunnelId ) {
+    return;
+  }
+  const bool used = usedBySegment( *tunnelId );
+  if ( used ) {
+    out.say( "used by segments ", Members{ tunnelInfo( *tunnelId )->intfId() } );
+  }
+  const auto [ record, damage ] =
+      tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().examine( *tunnelId );
+  if ( damage ) {
+    out.say( damage->what() );
+  } else if ( record ) {
+    out.say( "has hardware tunnel id ", record->hwTunnelId );
+    if ( !used ) {
+      out.say( "gives it up when a segment's tunnel needs one" );
+    } else if ( record->hwTunnelId.hwTunnelIdType() != neededType( *tunnelId ) ) {
+      out.say( "found no ",
+               neededType( *tunnelId ) == hwTunnelIdTypeSharedEsi ? "shared-ESI" : "default",
+               " id free when its segments changed" );
+    }
+  } else if ( unprogrammedTunnelHas( *tunnelId ) && !isWanted( *tunnelId ) ) {
+    out.say( "waited for a hardware tunnel id; nothing uses it any more" );
+  } else if ( unprogrammedTunnelHas( *tunnelId ) && !refusalHas( *tunnelId ) ) {
+    out.say( "waiting for room to publish a hardware tunnel id, next try ", nextTry(), ": ",
+             tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdLack() );
+  } else if ( unprogrammedTunnelHas( *tunnelId ) ) {
+    out.say( "waiting for a ", nameOf( neededType( *tunnelId ) ),
+             " hardware tunnel id, none was free, tried ", Times{ refusal( *tunnelId ) },
+             ", next try ",
+             nextTry( "when an id is given back or a tunnel's last segment leaves it" ) );
+  } else if ( isWanted( *tunnelId ) ) {
+    out.say( "gave its hardware tunnel id up to a segment's tunnel, and gets one when a segment "
+             "or a first flood-set destination uses it again" );
+  }
+}
+
+// --- What holds between events
+
+void EvpnHwTunnelIdSm::check( Findings & out ) const {
+  RetryingSm::check( out );
+  parking_.check( out );
+  const auto & mapping = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable();
+  size_t uses = 0, zombies = 0, usedAndMapped = 0;
+  for ( const auto & [ esIntfId, tunnels ] : intfTunnelSet() ) {
+    out.expect( tunnels->tunnelIds() > 0, "intfTunnelSet has an empty segment ", esIntfId );
+    uses += tunnels->tunnelIds();
+    for ( const auto tunnelId : tunnels->tunnelId() ) {
+      const auto info = tunnelInfo( tunnelId );
+      out.expect( info && info->intfIdHas( esIntfId ), "tunnelInfo of ", tunnelId, " lacks ",
+                  esIntfId );
+    }
+  }
+  for ( const auto & [ tunnelId, info ] : tunnelInfo() ) {
+    out.expect( info->intfIds() > 0, "tunnelInfo has an unused tunnel ", tunnelId );
+    uses -= info->intfIds();
+    for ( const auto esIntfId : info->sharedEsiLabelConfiguredIntf() ) {
+      out.expect( info->intfIdHas( esIntfId ), esIntfId, " does not use tunnel ", tunnelId );
+    }
+    usedAndMapped += mapping.examine( tunnelId ).record ? 1 : 0;
+  }
+  out.expect( uses == 0, "tunnelInfo and intfTunnelSet differ" );
+  for ( const auto & [ type, tunnels ] : zombieTunnelId() ) {
+    for ( const auto tunnelId : tunnels->tunnelId() ) {
+      const auto record = mapping.examine( tunnelId ).record;
+      out.expect( record && record->hwTunnelId.hwTunnelIdType() == type, "zombie ", tunnelId,
+                  " has no id of type ", type );
+      out.expect( !usedBySegment( tunnelId ), "zombie ", tunnelId, " is used by a segment" );
+    }
+    zombies += tunnels->tunnelIds();
+  }
+  if ( initialized() ) {
+    out.expect( zombies + usedAndMapped == tunnelIdHwTunnelId()->tunnelIdToHwTunnelIds(),
+                "a mapped tunnel is neither used by a segment nor a zombie" );
+  }
+  for ( const auto tunnelId : unprogrammedTunnel() ) {
+    out.expect( !mapping.examine( tunnelId ).record, "tunnel ", tunnelId, " is parked and mapped" );
+  }
+}
+
+} // namespace Kez

@@ -1,0 +1,61 @@
+#include "KezEvpn/KezEvpnVlanFloodSetSm.h"
+
+#include "KezEvpn/frame/Explain.h"
+#include "KezEvpn/frame/Findings.h"
+
+namespace Kez {
+
+using Tunnel::TunnelTable::TunnelId;
+
+// --- What an operator is told
+
+void EvpnVlanFloodSetSm::explain( const Subject & subject, Explanation & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  Tally tally;
+  if ( const auto * const via = subject.get< MplsFloodSetVia >() ) {
+    if ( const auto entry = hwInfoMapKeyToFloodSetEntry( *via ) ) {
+      for ( const auto & vmd : entry->vlanMacDestSet() ) {
+        count( vmd, tally );
+      }
+    }
+  } else if ( const auto * const vlanId = subject.get< Bridging::VlanId >() ) {
+    if ( const auto vlanFloodSet = floodSetOutput()->vlanFloodSet( *vlanId ) ) {
+      for ( const auto & [ mac, floodSet ] : vlanFloodSet->floodSet() ) {
+        for ( const auto & dest : floodSet->destSet() ) {
+          count( { *vlanId, mac, dest }, tally );
+        }
+      }
+    }
+  }
+  const auto say = [ & ]( size_t number, std::string_view what ) {
+    if ( number > 0 ) {
+      out.say( Count{ number, "flood-set destination" }, what );
+    }
+  };
+  say( tally.programmed, " programmed" );
+  say( tally.refused, " refused by hardware, which tries by itself" );
+  say( tally.unanswered, " waiting for hardware's answer" );
+  say( tally.withoutHwId, " waiting for the hardware id of the path, none published" );
+  say( tally.withoutTunnel, " of no valid tunnel, which is not supported" );
+}
+
+void EvpnVlanFloodSetSm::count( const VlanMacDest & vmd, Tally & tally ) const {
+  if ( !mplsDestHwConfigHas( vmd ) ) {
+    const bool isTunnel = destMplsTunnelId( vmd.dest ) != TunnelId::invalid();
+    ++( isTunnel ? tally.withoutHwId : tally.withoutTunnel );
+    return;
+  }
+  const auto config = mplsDestHwConfig( vmd );
+  const auto status = vlanFloodSetHwStatus()->status( vmd.macVlanPair() );
+  if ( isMplsDestConfigProgrammed( vmd.macVlanPair(), config ) ) {
+    ++tally.programmed;
+  } else if ( status && status->mplsDestStatusHas( config ) ) {
+    ++tally.refused;
+  } else {
+    ++tally.unanswered;
+  }
+}
+
+} // namespace Kez
