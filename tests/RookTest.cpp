@@ -12,9 +12,27 @@
 #include <sstream>
 #include <thread>
 
+namespace RookTest {
+
+struct WithIntf {
+  uint64_t key = 0;
+  Wire::IntfId intfId;
+  VEX_VALUE( WithIntf, "RookTest::WithIntf", key, intfId )
+};
+
+struct Pair {
+  uint64_t first = 0;
+  uint64_t second = 0;
+  VEX_VALUE( Pair, "RookTest::Pair", first, second )
+};
+
+} // namespace RookTest
+
 namespace {
 
 using namespace RookTest;
+using Kez::HwTunnelId;
+using Kez::TunnelIdToHwTunnelId;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::UnorderedElementsAre;
@@ -22,9 +40,14 @@ using testing::UnorderedElementsAre;
 // A table is what a std::map is, to its writer, to a reader that was attached all along, to one
 // attached now and to the next writer; small enough for its index to fill up with tombstones, and
 // growing on the way.
-TEST( Rook, AgreesWithAPlainMap ) {
+// A system maps also what one with larger pages laid out.
+class RookPages : public testing::TestWithParam< uint64_t > {};
+
+TEST_P( RookPages, AgreesWithAPlainMap ) {
   const MountDirectory directory;
   std::map< uint64_t, Entry > model;
+  std::filesystem::create_directory( directory.path( "" ) );
+  std::ofstream( directory.path( "table" ), std::ios::binary ) << headOf( GetParam() );
   std::optional< EntryTable > writer( std::in_place );
   writer->mount( "table" );
   const EntryReader reader( directory.path( "table" ) );
@@ -51,6 +74,61 @@ TEST( Rook, AgreesWithAPlainMap ) {
       }
     }
   }
+}
+INSTANTIATE_TEST_SUITE_P( Rook, RookPages, testing::Values( getpagesize(), 16 * getpagesize() ) );
+
+// Parts are whole pages, none overlaps another, and the slots of all levels are gapless in pages.
+TEST( Rook, LayoutsFitTheirPages ) {
+  using Rook::Format::Layout;
+  for ( const uint64_t page : { 4096, 16384, 65536 } ) {
+    for ( size_t recordSize = 1; recordSize < 700; recordSize += 5 ) {
+      const Layout layout( recordSize, page );
+      const size_t words = ( recordSize + 7 ) / 8;
+      const uint64_t head = Rook::Format::stagingOffset + 8 * Rook::Format::stagingSizeOf( words );
+      ASSERT_TRUE( layout.headEnd() >= head && layout.headEnd() < head + page );
+      uint64_t end = layout.headEnd();
+      uint64_t slots = 0;
+      for ( uint32_t level = 0; level < layout.levels(); ++level ) {
+        const auto & part = layout.level( level );
+        ASSERT_EQ( part.index, end );
+        ASSERT_GE( layout.indexSize( level ), layout.capacity( level ) * uint64_t( 8 ) );
+        slots += ( part.end - part.slots ) / ( 16 + 8 * words );
+        end = part.end;
+        ASSERT_EQ( slots, layout.capacity( level ) );
+        for ( const uint64_t place :
+              { part.index, part.index + layout.indexSize( level ), part.slots, part.end } ) {
+          ASSERT_EQ( place % page, 0u ) << page << " " << recordSize << " " << level;
+        }
+      }
+      ASSERT_LE( layout.capacity( 0 ), std::max( uint64_t( 512 ), page / 8 ) );
+      ASSERT_TRUE( slots == 1 << 28 || end >= uint64_t( 1 ) << 40 );
+    }
+  }
+  using Rook::Format::canMap;
+  EXPECT_TRUE( canMap( 4096, 4096 ) && canMap( 65536, 4096 ) && canMap( 65536, 16384 ) );
+  EXPECT_FALSE( canMap( 4096, 16384 ) || canMap( 0, 4096 ) || canMap( 3 * 4096, 4096 ) ||
+                canMap( uint64_t( 1 ) << 40, 4096 ) );
+}
+
+// Tables of few records, and their readers, take few addresses: processes may have a limit of them.
+TEST( Rook, AddressesAreTakenAsATableGrows ) {
+  const MountDirectory directory;
+  const auto pages = [] {
+    size_t pages = 0;
+    std::ifstream( "/proc/self/statm" ) >> pages;
+    return pages;
+  };
+  const size_t before = pages();
+  std::array< EntryTable, 32 > tables;
+  std::vector< EntryReader > readers;
+  for ( auto & table : tables ) {
+    const auto name = std::to_string( readers.size() );
+    table.mount( name );
+    table.put( Entry( 1, 1 ) );
+    readers.emplace_back( directory.path( name ) );
+    EXPECT_TRUE( readers.back().has( 1 ) );
+  }
+  EXPECT_LE( pages() - before, size_t( 4096 ) );
 }
 
 TEST( Rook, WalksMeetWhatStandsAndNothingNew ) {
@@ -158,7 +236,10 @@ TEST( Rook, SaysWhyATableIsRefused ) {
   const auto size = std::to_string( whole.size() );
   for ( const auto & [ content, message ] : {
             Case{ "a text of somebody's", "is no table: expected it to begin with ROOKTBL" },
-            Case{ changed( 8, 9 ), "has layout version 9, expected 5" },
+            Case{ changed( 8, 9 ), "has layout version 9, expected 6" },
+            Case{ headOf( 2048 ),
+                  "is laid out for pages of 2048 bytes, and cannot be mapped where they have " +
+                      std::to_string( getpagesize() ) },
             Case{ changed( 40, 'x' ), "is damaged: its header has not the checksum it says" },
             Case{ whole.substr( 0, 100 ),
                   "is cut short: it has 100 bytes, expected at least 4096" },
@@ -178,6 +259,70 @@ TEST( Rook, SaysWhyATableIsRefused ) {
   EXPECT_EQ( refusal( write ), "" );
   EXPECT_EQ( refusal( read ), "" );
   EXPECT_THAT( refusal( [] { EntryReader reader( "/" ); } ), HasSubstr( "is no file" ) );
+}
+
+// What tests/data keeps of a file of a layout: each line an offset and the words from there, all in
+// base 16; the rest is zero.
+std::string keptFile( uint64_t layoutVersion ) {
+  std::ifstream in( KEZ_TEST_DATA "/rook-layout-" + std::to_string( layoutVersion ) );
+  std::string content;
+  for ( std::string line; std::getline( in, line ); ) {
+    std::istringstream words( line );
+    size_t offset = 0;
+    words >> std::hex >> offset;
+    content.resize( offset );
+    words.ignore();
+    for ( uint64_t word = 0; words >> word; ) {
+      content.append( reinterpret_cast< const char * >( &word ), sizeof( word ) );
+    }
+  }
+  return content;
+}
+
+// A change of the bytes, by another hash too, needs another layout version and a file kept of it.
+TEST( Rook, LayoutsAreKeptOrRefusedByName ) {
+  EXPECT_EQ( Rook::keyHash( uint64_t( 0x123456789ABCDEF ) ), 0xC27A443D5FF218E );
+  EXPECT_EQ( Rook::keyHash( Kez::TunnelIdToHwTunnelId( 7, HwTunnelId() ).key ),
+             Rook::keyHash( uint64_t( 7 ) ) );
+  EXPECT_EQ( Rook::keyHash( Pair( 7, 5 ) ), 0x4F38073DA3635CF3 );
+  const auto hash = Rook::keyHash( uint32_t( 1000 ) );
+  EXPECT_EQ( hash.spread, 0xDC83EEC4070C39A9 );
+  EXPECT_EQ( hash.neighbour(), 10u );
+  EXPECT_EQ( hash.mixed(), 0x41E93E3A893C3465 );
+
+  const MountDirectory directory;
+  const auto path = directory.path( "table" );
+  EntryTable().mount( "table" );
+  for ( uint64_t layoutVersion = 1; layoutVersion < Rook::Format::layoutVersion; ++layoutVersion ) {
+    auto content = layoutVersion == 5 ? keptFile( 5 ) : std::string( 8192, '\0' );
+    std::memcpy( content.data(), &Rook::Format::magic, 8 );
+    std::memcpy( &content[ 8 ], &layoutVersion, 8 );
+    std::ofstream( path, std::ios::binary ) << content;
+    EXPECT_EQ( messageOf< std::runtime_error >( [ & ] { EntryReader reader( path ); } ),
+               path + " has layout version " + std::to_string( layoutVersion ) + ", expected 6" );
+  }
+
+  if ( getpagesize() != 4096 ) {
+    GTEST_SKIP() << "the file is kept as systems with pages of 4096 bytes lay it out";
+  }
+  const auto kept = keptFile( Rook::Format::layoutVersion );
+  std::ofstream( path, std::ios::binary ) << kept;
+  const EntryReader reader( path );
+  EXPECT_EQ( reader.record( 1 ), Entry( 1, 1 ) );
+  EXPECT_EQ( reader.record( 2 ), Entry( 2, 4 ) );
+  EXPECT_EQ( reader.record( 3 ), std::nullopt );
+  EntryTable writer;
+  writer.mount( "table" );
+  EXPECT_EQ( walk( writer ), walk( reader ) );
+  writer.unmount();
+  std::filesystem::remove( path );
+  writer.mount( "table" );
+  for ( const uint64_t key : { 1, 2, 3 } ) {
+    writer.put( Entry( key, key ) );
+  }
+  writer.put( Entry( 2, 4 ) );
+  writer.del( 3 );
+  EXPECT_TRUE( contentOf( path ) == kept );
 }
 
 // Any one bit that is flipped leaves every record right, or raises an error; nothing is missing
@@ -351,25 +496,6 @@ TEST( Rook, InspectorShowsAndFollowsTables ) {
 }
 
 // --- The mapping of tunnels
-
-using Kez::HwTunnelId;
-using Kez::TunnelIdToHwTunnelId;
-
-} // namespace
-
-namespace RookTest {
-
-struct WithIntf {
-  uint64_t key = 0;
-  Wire::IntfId intfId;
-  VEX_VALUE( WithIntf, "RookTest::WithIntf", key, intfId )
-};
-
-} // namespace RookTest
-
-namespace {
-
-using RookTest::WithIntf;
 
 class MappingWatcher : public Vex::Reactor {
 public:
