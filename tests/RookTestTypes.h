@@ -42,22 +42,24 @@ private:
   const std::string directory_ = testing::TempDir() + "rook-" + std::to_string( getpid() );
 };
 
-// No file becomes longer than so many bytes while it stands.
-class LongestFile {
+// This process may have no more than so much of what it names while it stands, such as
+// RLIMIT_FSIZE, the length of files.
+class Limit {
 public:
-  explicit LongestFile( rlim_t bytes ) {
-    getrlimit( RLIMIT_FSIZE, &before_ );
-    const rlimit limit{ bytes, before_.rlim_max };
-    setrlimit( RLIMIT_FSIZE, &limit );
+  Limit( int resource, rlim_t most ) : resource_( resource ) {
+    getrlimit( resource, &before_ );
+    const rlimit limit{ most, before_.rlim_max };
+    setrlimit( resource, &limit );
   }
-  ~LongestFile() {
-    setrlimit( RLIMIT_FSIZE, &before_ );
+  ~Limit() {
+    setrlimit( resource_, &before_ );
     std::signal( SIGXFSZ, handler_ );
   }
-  LongestFile( const LongestFile & ) = delete;
-  LongestFile & operator=( const LongestFile & ) = delete;
+  Limit( const Limit & ) = delete;
+  Limit & operator=( const Limit & ) = delete;
 
 private:
+  const int resource_;
   void ( *const handler_ )( int ) = std::signal( SIGXFSZ, SIG_IGN );
   rlimit before_{};
 };

@@ -3,7 +3,8 @@
 // eight are looked at as one, which takes no branch to be guessed, and at most half of the buckets
 // have records, so that hardly one is beyond the first eight. A bucket is a slot's number, above it
 // a tag, some bits of the hash, a bit that is set, and on top a parity bit; 0 is empty, and a
-// tombstone what has not the bit set and is not 0.
+// tombstone what has not the bit set and is not 0. One thread changes an index; any number, of
+// other processes too, look up in it meanwhile.
 #pragma once
 
 #include "Rook/Format.h"

@@ -7,30 +7,28 @@
 
 namespace Rook {
 
-Mapping::Mapping( int file, int protection, std::span< const Part > parts ) {
-  // What has no mapping yet is private, so that it counts for nothing.
-  const auto map = [ & ]( void * at, size_t size, int protection, int flags, int file,
-                          uint64_t offset ) {
-    void * const memory =
-        mmap( at, size, protection, flags | MAP_NORESERVE, file, static_cast< off_t >( offset ) );
-    if ( memory == MAP_FAILED ) {
-      throw std::system_error( errno, std::generic_category() );
-    }
-    return static_cast< std::byte * >( memory );
-  };
-  size_t size = 0;
-  for ( const auto & part : parts ) {
-    size += part.size;
+static std::byte * checked( void * memory ) {
+  if ( memory == MAP_FAILED ) {
+    throw std::system_error( errno, std::generic_category() );
   }
-  Mapping made;
-  made.memory_ = map( nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0 );
-  made.size_ = size;
-  std::byte * at = made.memory_;
+  return static_cast< std::byte * >( memory );
+}
+
+Mapping::Mapping( int file, int protection, std::span< const Part > parts ) {
+  // Addresses for all parts first, which `all` gives back if one of them cannot be shown.
+  Mapping all;
   for ( const auto & part : parts ) {
-    map( at, part.size, protection, MAP_SHARED | MAP_FIXED, file, part.offset );
+    all.size_ += part.size;
+  }
+  all.memory_ = checked(
+      mmap( nullptr, all.size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0 ) );
+  std::byte * at = all.memory_;
+  for ( const auto & part : parts ) {
+    checked( mmap( at, part.size, protection, MAP_SHARED | MAP_NORESERVE | MAP_FIXED, file,
+                   static_cast< off_t >( part.offset ) ) );
     at += part.size;
   }
-  *this = std::move( made );
+  *this = std::move( all );
 }
 
 Mapping::~Mapping() {
