@@ -567,7 +567,8 @@ TEST( TunnelIdToHwTunnelIdMapping, TellsOfEveryWriteAndKeepsItsControlInformed )
   const Reader reader( directory.path( "mapping/tunnelIdToHwTunnelId" ) );
   EXPECT_EQ( reader.record( 5 ), edited );
   const auto & attribute = *mapping->fwkType().attribute( "tunnelIdToHwTunnelId" );
-  EXPECT_EQ( attribute.kind, Vex::AttributeKind::table );
+  EXPECT_EQ( attribute.kind, Rook::tableKind );
+  EXPECT_EQ( text( attribute.kind ), "table" );
   EXPECT_EQ( attribute.member( *mapping, "5" )->value, "5,0:8" );
   EXPECT_EQ( attribute.size( *mapping ), 1u );
   attribute.forEach( *mapping, []( const auto & member ) { EXPECT_EQ( member.key, "5" ); } );
