@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
 # The agent is killed and started again while kez-inspect follows the tunnels' table: the follower
 # sees each change, what the new agent clears and publishes included, and never has to reattach.
+# The agent has so many KiB of addresses, or unlimited ones.
 #
-#   agent-restart.sh KEZ-AGENT KEZ-INSPECT
+#   agent-restart.sh KEZ-AGENT KEZ-INSPECT KIB
 set -euo pipefail
 
 agent=$1
 inspect=$2
+addresses=$3
 dir=$( mktemp -d )
 trap 'kill -9 $( jobs -p ) 2>/dev/null || true; rm -rf "$dir"' EXIT
 
@@ -30,7 +32,7 @@ expect() {
 start() {
   rm -f "$dir/lines"
   mkfifo "$dir/lines"
-  "$agent" shell --tables "$dir/tables" <"$dir/lines" >/dev/null &
+  ( ulimit -v "$addresses" && exec "$agent" shell --tables "$dir/tables" ) <"$dir/lines" >/dev/null &
   pid=$!
   exec 3>"$dir/lines"
 }

@@ -71,7 +71,7 @@ TEST( EvpnHwTunnelIdSmHelperStub, HandsOutTheOldestFreeIdOfATypeAndRecordsCalls 
   pools.memberIs( *stub, "hwTunnelIdTypeDefault", "" );
   const auto free = stub->freeHwTunnelId( hwTunnelIdTypeDefault );
   const auto & queue = *free->fwkType().attribute( "hwTunnelId" );
-  EXPECT_EQ( Vex::text( queue.kind ), "queue" );
+  EXPECT_EQ( text( queue.kind ), "queue" );
   queue.memberIs( *free, "0", "0:1" );
   queue.memberIs( *free, "1", "0:2" );
   EXPECT_EQ( queue.member( *free, "1" )->value, "0:2" );

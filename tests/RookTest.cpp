@@ -12,9 +12,21 @@
 #include <sstream>
 #include <thread>
 
+namespace RookTest {
+
+struct WithIntf {
+  uint64_t key = 0;
+  Wire::IntfId intfId;
+  VEX_VALUE( WithIntf, "RookTest::WithIntf", key, intfId )
+};
+
+} // namespace RookTest
+
 namespace {
 
 using namespace RookTest;
+using Kez::HwTunnelId;
+using Kez::TunnelIdToHwTunnelId;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::UnorderedElementsAre;
@@ -22,9 +34,14 @@ using testing::UnorderedElementsAre;
 // A table is what a std::map is, to its writer, to a reader that was attached all along, to one
 // attached now and to the next writer; small enough for its index to fill up with tombstones, and
 // growing on the way.
-TEST( Rook, AgreesWithAPlainMap ) {
+// A system maps also what one with larger pages laid out.
+class RookPages : public testing::TestWithParam< uint64_t > {};
+
+TEST_P( RookPages, AgreesWithAPlainMap ) {
   const MountDirectory directory;
   std::map< uint64_t, Entry > model;
+  std::filesystem::create_directory( directory.path( "" ) );
+  std::ofstream( directory.path( "table" ), std::ios::binary ) << headOf( GetParam() );
   std::optional< EntryTable > writer( std::in_place );
   writer->mount( "table" );
   const EntryReader reader( directory.path( "table" ) );
@@ -52,6 +69,58 @@ TEST( Rook, AgreesWithAPlainMap ) {
     }
   }
 }
+INSTANTIATE_TEST_SUITE_P( Rook, RookPages, testing::Values( getpagesize(), 16 * getpagesize() ) );
+
+// The addresses that this process has.
+size_t addresses() {
+  size_t pages = 0;
+  std::ifstream( "/proc/self/statm" ) >> pages;
+  return pages * static_cast< size_t >( getpagesize() );
+}
+
+// Tables of few records, and their readers, take few addresses: processes may have a limit of them.
+TEST( Rook, AddressesAreTakenAsATableGrows ) {
+  const MountDirectory directory;
+  const size_t before = addresses();
+  std::array< EntryTable, 32 > tables;
+  std::vector< EntryReader > readers;
+  for ( auto & table : tables ) {
+    const auto name = std::to_string( readers.size() );
+    table.mount( name );
+    table.put( Entry( 1, 1 ) );
+    readers.emplace_back( directory.path( name ) );
+    EXPECT_TRUE( readers.back().has( 1 ) );
+  }
+  EXPECT_LE( addresses() - before, tables.size() * layout.level( 0 ).end * 3 );
+}
+
+#if !defined( __SANITIZE_ADDRESS__ ) && !defined( __SANITIZE_THREAD__ )
+// Sanitizers end when they get no more.
+TEST( Rook, WithoutAddressesThereIsNoRoom ) {
+  EntryTable table;
+  table.mount( "table" );
+  uint64_t records = 0;
+  const auto put = [ & ] {
+    table.put( Entry( records, 1 ) );
+    ++records;
+  };
+  std::string lack;
+  {
+    const Limit limit( RLIMIT_AS, addresses() + ( size_t( 8 ) << 20 ) );
+    lack = messageOf< Rook::NoRoom >( [ & ] {
+      while ( records < 1000000 ) {
+        put();
+      }
+    } );
+    EXPECT_FALSE( table.makeRoom() );
+  }
+  EXPECT_EQ( lack, "cannot map private table 'table': Cannot allocate memory" );
+  EXPECT_EQ( table.lack(), lack );
+  EXPECT_EQ( walk( table ).size(), records );
+  ASSERT_NO_THROW( put() );
+  EXPECT_EQ( walk( table ).size(), records );
+}
+#endif
 
 TEST( Rook, WalksMeetWhatStandsAndNothingNew ) {
   EntryTable table;
@@ -124,200 +193,6 @@ TEST( Rook, ReviewsWalkTables ) {
   EXPECT_EQ( std::set( reviewed.begin(), reviewed.end() ).size(), 20u );
 }
 
-// --- What a damaged, foreign or busy file is answered with
-
-TEST( Rook, SaysWhyATableIsRefused ) {
-  const MountDirectory directory;
-  EntryTable writer;
-  writer.mount( "table" );
-  writer.put( Entry( 1, 2 ) );
-  const auto path = directory.path( "table" );
-  const auto refusal = [ & ]( const auto & open ) {
-    return messageOf< std::runtime_error >( open );
-  };
-  const auto read = [ & ] { EntryReader reader( path ); };
-  const auto write = [ & ] { EntryTable().mount( "table" ); };
-  EXPECT_EQ( refusal( write ), path + " has a writer already, and may have one only" );
-  EXPECT_EQ( refusal( [ & ] { Rook::Reader< &Kez::TunnelIdToHwTunnelId::key > other( path ); } ),
-             path +
-                 " has records of 24 bytes, RookTest::Entry[key]{key:whole number@0+8u,value:whole "
-                 "number@8+8u,twice:whole number@16+8u}; expected 16 bytes, "
-                 "Kez::TunnelIdToHwTunnelId[key]{key:Tunnel::TunnelTable::TunnelId@0+8u,hwTunnelId:"
-                 "Kez::HwTunnelId@8+8u}" );
-  writer.unmount();
-
-  const auto whole = contentOf( path );
-  struct Case {
-    std::string content;
-    std::string message;
-  };
-  const auto changed = [ & ]( size_t offset, char byte ) {
-    auto content = whole;
-    content[ offset ] = byte;
-    return content;
-  };
-  const auto size = std::to_string( whole.size() );
-  for ( const auto & [ content, message ] : {
-            Case{ "a text of somebody's", "is no table: expected it to begin with ROOKTBL" },
-            Case{ changed( 8, 9 ), "has layout version 9, expected 5" },
-            Case{ changed( 40, 'x' ), "is damaged: its header has not the checksum it says" },
-            Case{ whole.substr( 0, 100 ),
-                  "is cut short: it has 100 bytes, expected at least 4096" },
-            Case{ whole.substr( 0, whole.size() - 1 ), "is cut short: it has " +
-                                                           std::to_string( whole.size() - 1 ) +
-                                                           " bytes, expected at least " + size },
-            Case{ whole.substr( 0, 5000 ),
-                  "is cut short: it has 5000 bytes, expected at least " + size },
-        } ) {
-    std::ofstream( path, std::ios::binary | std::ios::trunc ) << content;
-    EXPECT_THAT( refusal( read ), HasSubstr( message ) );
-    EXPECT_EQ( refusal( write ), refusal( read ) );
-    EXPECT_EQ( contentOf( path ), content );
-  }
-  std::ofstream( path, std::ios::trunc ).close();
-  EXPECT_THAT( refusal( read ), HasSubstr( "is empty: no writer has made it a table yet" ) );
-  EXPECT_EQ( refusal( write ), "" );
-  EXPECT_EQ( refusal( read ), "" );
-  EXPECT_THAT( refusal( [] { EntryReader reader( "/" ); } ), HasSubstr( "is no file" ) );
-}
-
-// Any one bit that is flipped leaves every record right, or raises an error; nothing is missing
-// without one.
-TEST( Rook, NoticesFlippedBits ) {
-  const MountDirectory directory;
-  {
-    EntryTable writer;
-    writer.mount( "table" );
-    for ( uint64_t key = 0; key < 40; ++key ) {
-      writer.put( Entry( key, 1 ) );
-      writer.put( Entry( key, key ) );
-    }
-    for ( uint64_t key = 30; key < 40; ++key ) {
-      writer.del( key );
-    }
-  }
-  const auto path = directory.path( "table" );
-  std::fstream file( path, std::ios::in | std::ios::out | std::ios::binary );
-  size_t noticed = 0;
-  const auto flip = [ & ]( size_t bit ) {
-    file.seekg( static_cast< std::streamoff >( bit / 8 ) );
-    const int byte = file.get() ^ 1 << bit % 8;
-    file.seekp( static_cast< std::streamoff >( bit / 8 ) );
-    file.put( static_cast< char >( byte ) ).flush();
-  };
-  const auto check = [ & ] {
-    const EntryReader reader( path );
-    for ( uint64_t key = 0; key < 50; ++key ) {
-      try {
-        ASSERT_EQ( reader.record( key ),
-                   key < 30 ? std::optional( Entry( key, key ) ) : std::nullopt );
-      } catch ( const Rook::Corruption & ) {
-        ++noticed;
-      }
-    }
-    size_t left = 30;
-    EntryReader walked( path );
-    walked.corruptionHandlerIs( [ & ]( const Rook::Corruption & ) { --left; } );
-    for ( const auto & entry : walked.range() ) {
-      ASSERT_EQ( entry, Entry( entry.key, entry.key ) );
-      --left;
-    }
-    // A free slot may be the damaged one.
-    ASSERT_TRUE( left == 0 || left + 1 == 0 ) << left;
-  };
-  const size_t end = ( slotsOffset + 41 * 40 ) * 8;
-  for ( size_t bit = 0; bit< end; bit += bit / 8 > 4096 && bit / 8 < slotsOffset ? 23 : 7 ) {
-    flip( bit );
-    try {
-      check();
-    } catch ( const std::runtime_error & ) {
-      ++noticed;
-    }
-    ASSERT_FALSE( HasFatalFailure() ) << "bit " << bit % 8 << " of byte " << bit / 8;
-    flip( bit );
-  }
-  EXPECT_GT( noticed, 1000u );
-}
-
-TEST( Rook, DamageEndsAWriterThatMeetsIt ) {
-  const MountDirectory directory;
-  EntryTable table;
-  table.mount( "table" );
-  table.put( Entry( 9, 9 ) );
-  table.put( Entry( 1, 2 ) );
-  const auto path = directory.path( "table" );
-  const size_t second = recordOffset + 40;
-  poke( path, second + 8, 7 ); // the value
-  EXPECT_THROW( (void)table.record( 1 ), Rook::Corruption );
-  std::string told;
-  table.corruptionHandlerIs( [ & ]( const auto & corruption ) { told = corruption.what(); } );
-  EXPECT_EQ( table.examine( 9 ).record, Entry( 9, 9 ) );
-  EXPECT_FALSE( table.examine( 2 ).record || table.examine( 2 ).damage );
-  const auto examined = table.examine( 1 );
-  EXPECT_FALSE( examined.record );
-  EXPECT_THAT( examined.damage.value().what(), HasSubstr( "the record in slot 1 is damaged" ) );
-  EXPECT_EQ( told, "" );
-  EXPECT_EQ( table.safeRecord( 1 ), std::nullopt );
-  EXPECT_EQ( std::exchange( told, "" ), examined.damage->what() );
-  EXPECT_EQ( walk( table ).size(), 1u );
-  EXPECT_THAT( told, HasSubstr( "table: the record in slot 1 is damaged" ) );
-  const char * const end = "cannot be written.*the record in slot 1 is damaged";
-  EXPECT_DEATH( table.del( 1 ), end );
-  EXPECT_DEATH( table.commit( Entry( 1, 4 ) ), end );
-  table.put( Entry( 1, 3 ) ); // which does not look at the value that it replaces
-  EXPECT_EQ( table.record( 1 ), Entry( 1, 3 ) );
-  poke( path, second, 3 ); // the key
-  EXPECT_DEATH( table.put( Entry( 1, 4 ) ), end );
-  // What nothing leads to is not taken for the record that it looks like.
-  poke( path, recordOffset, 2 );
-  table.put( Entry( 2, 3 ) );
-  EXPECT_EQ( table.record( 2 ), Entry( 2, 3 ) );
-  EXPECT_THROW( (void)table.record( 9 ), Rook::Corruption );
-  EXPECT_DEATH( table.delAll(), "cannot be written.*the record in slot 0 is damaged" );
-  const char check = contentOf( path )[ birthsOffset + 7 ];
-  poke( path, birthsOffset + 7, static_cast< char >( ~check ) );
-  EXPECT_DEATH( table.delAll(), "cannot be written.*the word 'births' of the state is damaged" );
-  poke( path, birthsOffset + 7, check );
-  table.unmount();
-  EXPECT_THAT( messageOf< Rook::Corruption >( [ & ] { table.mount( "table" ); } ),
-               HasSubstr( "the record in slot 1 is damaged" ) );
-  EXPECT_DEATH( table.put( Entry( 1, 3 ) ), "assertion failed: writable\\(\\)" );
-}
-
-// As a writer leaves it that is killed while it copies a record in place.
-TEST( Rook, StagedRecordsStandAndAreFinishedByTheNextWriter ) {
-  const MountDirectory directory;
-  const auto path = directory.path( "table" );
-  const auto stage = [ & ] {
-    poke( path, slotsOffset, static_cast< char >( contentOf( path )[ slotsOffset ] ^ 3 ) );
-    poke( path, recordOffset + 8, 77 );
-  };
-  std::optional< EntryTable > writer( std::in_place );
-  writer->mount( "table" );
-  writer->put( Entry( 1, 2 ) );
-  writer->put( Entry( 1, 3 ) );
-  writer.reset();
-  const EntryReader reader( path );
-  stage();
-  EXPECT_EQ( reader.record( 1 ), Entry( 1, 3 ) );
-  EXPECT_EQ( walk( reader ).at( 1 ), Entry( 1, 3 ) );
-  writer.emplace().mount( "table" );
-  for ( const uint64_t value : { 3, 4 } ) {
-    EXPECT_EQ( writer->record( 1 ), Entry( 1, value ) );
-    EXPECT_EQ( reader.record( 1 ), Entry( 1, value ) );
-    EXPECT_EQ( contentOf( path )[ slotsOffset ] & 1, 0 );
-    writer->put( Entry( 1, 4 ) );
-  }
-  writer.reset();
-
-  // What another slot staged, in this one's cell.
-  stage();
-  const auto cell = static_cast< size_t >( contentOf( path )[ slotsOffset ] ) >> 2 & 7;
-  poke( path, stagingOffset + cell * 64 + 4, 5 );
-  EXPECT_THROW( (void)reader.record( 1 ), Rook::Corruption );
-  EXPECT_THROW( EntryTable().mount( "table" ), Rook::Corruption );
-}
-
 // The inspector knows no record types. It shows what it can, and follows until the file goes.
 TEST( Rook, InspectorShowsAndFollowsTables ) {
   const MountDirectory directory;
@@ -352,25 +227,6 @@ TEST( Rook, InspectorShowsAndFollowsTables ) {
 }
 
 // --- The mapping of tunnels
-
-using Kez::HwTunnelId;
-using Kez::TunnelIdToHwTunnelId;
-
-} // namespace
-
-namespace RookTest {
-
-struct WithIntf {
-  uint64_t key = 0;
-  Wire::IntfId intfId;
-  VEX_VALUE( WithIntf, "RookTest::WithIntf", key, intfId )
-};
-
-} // namespace RookTest
-
-namespace {
-
-using RookTest::WithIntf;
 
 class MappingWatcher : public Vex::Reactor {
 public:
@@ -412,7 +268,8 @@ TEST( TunnelIdToHwTunnelIdMapping, TellsOfEveryWriteAndKeepsItsControlInformed )
   const Reader reader( directory.path( "mapping/tunnelIdToHwTunnelId" ) );
   EXPECT_EQ( reader.record( 5 ), edited );
   const auto & attribute = *mapping->fwkType().attribute( "tunnelIdToHwTunnelId" );
-  EXPECT_EQ( attribute.kind, Vex::AttributeKind::table );
+  EXPECT_EQ( attribute.kind, Rook::tableKind );
+  EXPECT_EQ( text( attribute.kind ), "table" );
   EXPECT_EQ( attribute.member( *mapping, "5" )->value, "5,0:8" );
   EXPECT_EQ( attribute.size( *mapping ), 1u );
   attribute.forEach( *mapping, []( const auto & member ) { EXPECT_EQ( member.key, "5" ); } );
@@ -464,7 +321,7 @@ TEST( TunnelIdToHwTunnelIdMapping, WithoutRoomNothingChangesAndWhatStandsGoesOn 
     const auto record = [ & ]( uint32_t tunnel ) {
       return TunnelIdToHwTunnelId( tunnel, HwTunnelId( Kez::hwTunnelIdTypeDefault, tunnel ) );
     };
-    const LongestFile longest( 64 * 1024 );
+    const Limit longest( RLIMIT_FSIZE, 64 * 1024 );
     uint32_t next = 0;
     while ( mapping->tunnelIdToHwTunnelIdMakeRoom() ) {
       ASSERT_NO_THROW( mapping->tunnelIdToHwTunnelIdIs( record( ++next ) ) );
@@ -489,7 +346,7 @@ TEST( TunnelIdToHwTunnelIdMapping, WithoutRoomNothingChangesAndWhatStandsGoesOn 
     EXPECT_THAT( take(), ElementsAre( "1 1", "1 2", "1 2" ) );
     EXPECT_FALSE( mapping->tunnelIdToHwTunnelIdMakeRoom() );
     {
-      const LongestFile more( 1024 * 1024 );
+      const Limit more( RLIMIT_FSIZE, 1024 * 1024 );
       EXPECT_TRUE( mapping->tunnelIdToHwTunnelIdMakeRoom() );
     }
     mapping->tunnelIdToHwTunnelIdIs( record( next + 1 ) );

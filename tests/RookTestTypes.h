@@ -42,30 +42,33 @@ private:
   const std::string directory_ = testing::TempDir() + "rook-" + std::to_string( getpid() );
 };
 
-// No file becomes longer than so many bytes while it stands.
-class LongestFile {
+// This process may have no more than so much of what it names while it stands, such as
+// RLIMIT_FSIZE, the length of files.
+class Limit {
 public:
-  explicit LongestFile( rlim_t bytes ) {
-    getrlimit( RLIMIT_FSIZE, &before_ );
-    const rlimit limit{ bytes, before_.rlim_max };
-    setrlimit( RLIMIT_FSIZE, &limit );
+  Limit( int resource, rlim_t most ) : resource_( resource ) {
+    getrlimit( resource, &before_ );
+    const rlimit limit{ most, before_.rlim_max };
+    setrlimit( resource, &limit );
   }
-  ~LongestFile() {
-    setrlimit( RLIMIT_FSIZE, &before_ );
+  ~Limit() {
+    setrlimit( resource_, &before_ );
     std::signal( SIGXFSZ, handler_ );
   }
-  LongestFile( const LongestFile & ) = delete;
-  LongestFile & operator=( const LongestFile & ) = delete;
+  Limit( const Limit & ) = delete;
+  Limit & operator=( const Limit & ) = delete;
 
 private:
+  const int resource_;
   void ( *const handler_ )( int ) = std::signal( SIGXFSZ, SIG_IGN );
   rlimit before_{};
 };
 
 // Where a small table's file has its staging cells, of 64 bytes, and its first slot's record.
-constexpr size_t stagingOffset = 4096;
-constexpr size_t slotsOffset = 4 * 4096;
-constexpr size_t recordOffset = slotsOffset + 16;
+const Rook::Format::Layout layout( sizeof( Entry ), static_cast< uint64_t >( getpagesize() ) );
+constexpr size_t stagingOffset = Rook::Format::stagingOffset;
+const size_t slotsOffset = layout.level( 0 ).slots;
+const size_t recordOffset = slotsOffset + sizeof( Rook::Format::SlotHead );
 constexpr size_t birthsOffset = Rook::Format::stateOffset + offsetof( Rook::Format::State, births );
 
 inline void poke( const std::string & path, size_t offset, char byte ) {
@@ -77,6 +80,19 @@ inline void poke( const std::string & path, size_t offset, char byte ) {
 inline std::string contentOf( const std::string & path ) {
   std::ifstream file( path, std::ios::binary );
   return { std::istreambuf_iterator< char >( file ), {} };
+}
+
+// The head of a table of entries that is laid out for pages of so many bytes, and has none yet.
+inline std::string headOf( uint64_t pageSize ) {
+  const auto description = Rook::RecordOf< &Entry::key >::description();
+  Rook::Format::Header header{
+    Rook::Format::magic, Rook::Format::layoutVersion, description.recordSize, pageSize, 0, {}
+  };
+  description.fields.copy( header.fields, sizeof( header.fields ) );
+  header.check = checkOf( header );
+  std::string head( Rook::Format::headSize, '\0' );
+  std::memcpy( head.data(), &header, sizeof( header ) );
+  return head;
 }
 
 // Every record that a walk meets, each once.

@@ -19,7 +19,7 @@ TEST( VexReflection, DescribesAttributesOfTheBaseFirst ) {
     Story lines;
     for ( const auto * each : type.attributes() ) {
       lines.push_back( std::to_string( each->id ) + " " + std::string( each->name ) + " " +
-                       std::string( Vex::text( each->kind ) ) + " " + std::string( each->keyType ) +
+                       std::string( text( each->kind ) ) + " " + std::string( each->keyType ) +
                        ":" + std::string( each->valueType ) +
                        ( each->access == Access::readOnly ? " read only" : "" ) );
       EXPECT_EQ( type.attribute( each->id ), each );

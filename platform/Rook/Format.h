@@ -1,33 +1,36 @@
-// The layout of a table's file; docs/table-format.md describes it.
+// The layout of a table's file; docs/table-format.md describes it. What changes in the bytes needs
+// another layout version.
 //
-//   header   one page: what the table is, written once, and its state
+//   header   what the table is, written once, and its state
 //   staging  a few cells for records that are being replaced
 //   levels   each an index, twice over, for all slots so far and the slots that it adds
 //
 // What the order of stores rests on, the writer's being releases and the readers' loads acquires
 // throughout:
-//   - A slot has a version and a record. A reader copies the record and loads the version again:
-//     unmoved, no later write had begun on it.
-//   - A replacement is staged: it fills a staging cell, stores the slot's version as staged, which
-//     commits it, copies the record in place and stores the version as final. Who finds a version
-//     staged copies the cell, which holds that slot's record of that version until the version is
-//     final, and loads the cell's name again: unmoved, no later write had begun on it. What a
-//     killed writer left staged the next one finishes.
-//   - A removal is one store of the version. An insertion fills a slot without a record and stores
-//     its version; its birth, the number of the insertion, stands in the slot, and it is committed
-//     by storing the number in the state, after the version. A record with a higher one does not
-//     stand, which is also how a walk leaves out what came after it began.
-//   - The index leads to a slot before the record is there and after it has gone. A record's slot
-//     never changes, its bucket only from one index to the next, and no bucket between the one
-//     where its search begins and its own is ever empty: what a look-up does not find in an index
-//     that stayed the current one throughout did not stand.
-//   - The state's slots cover a slot before it has a record, and its index a level only when the
-//     file has it.
+//   1. A slot has a version and a record. A reader copies the record and loads the version again:
+//      unmoved, no later write had begun on it.
+//   2. A replacement is staged: it fills a staging cell, stores the slot's version as staged, which
+//      commits it, copies the record in place and stores the version as final. Who finds a version
+//      staged copies the cell, which holds that slot's record of that version until the version is
+//      final, and loads the cell's name again: unmoved, no later write had begun on it. What a
+//      killed writer left staged the next one finishes.
+//   3. A removal is one store of the version. An insertion fills a slot without a record and stores
+//      its version; its birth, the number of the insertion, stands in the slot, and it is committed
+//      by storing the number in the state, after the version. A record with a higher one does not
+//      stand, which is also how a walk leaves out what came after it began.
+//   4. The index leads to a slot before the record is there and after it has gone. A record's slot
+//      never changes, its bucket only from one index to the next, and no bucket between the one
+//      where its search begins and its own is ever empty: what a look-up does not find in an index
+//      that stayed the current one throughout did not stand.
+//   5. The state's slots cover a slot before it has a record, and its index a level only when the
+//      file has it.
 // Words of the state, births and buckets carry a check, versions a checksum of the record too.
 #pragma once
 
-#include "Vex/Hash.h"
+#include "Rook/Hash.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <bit>
 #include <cstddef>
@@ -37,7 +40,7 @@
 namespace Rook::Format {
 
 constexpr uint64_t magic = 0x0A4C42544B4F4F52; // "ROOKTBL\n"
-constexpr uint64_t layoutVersion = 5;
+constexpr uint64_t layoutVersion = 6;
 
 using Word = std::atomic< uint64_t >;
 using Bucket = std::atomic< uint32_t >;
@@ -48,8 +51,9 @@ struct Header {
   uint64_t magic;
   uint64_t layoutVersion;
   uint64_t recordSize;
-  uint64_t check; // of all the rest
-  char fields[ 3040 ];
+  uint64_t pageSize; // the parts of the file are whole pages of so many bytes
+  uint64_t check;    // of all the rest
+  char fields[ 3032 ];
 };
 
 // The words are guarded, but for `changes`.
@@ -61,9 +65,9 @@ struct State {
   Word changes; // writes, removals and take-overs, for those who poll
 };
 
-constexpr size_t pageSize = 4096;
+constexpr size_t headSize = 4096;
 constexpr size_t stateOffset = sizeof( Header );
-static_assert( stateOffset % alignof( State ) == 0 && stateOffset + sizeof( State ) <= pageSize );
+static_assert( stateOffset % alignof( State ) == 0 && stateOffset + sizeof( State ) <= headSize );
 
 uint64_t checkOf( const Header & header );
 
@@ -72,7 +76,7 @@ uint64_t checkOf( const Header & header );
 constexpr unsigned guardedBits = 56;
 
 constexpr uint64_t guarded( uint64_t value ) {
-  return value | ( value * Vex::goldenRatio ) >> guardedBits << guardedBits;
+  return value | ( value * goldenRatio ) >> guardedBits << guardedBits;
 }
 
 // None when the word is damaged.
@@ -178,30 +182,17 @@ struct Sum {
 };
 // Of no record, from a start that records hardly have for a sum.
 constexpr uint64_t removedSum( uint64_t version ) {
-  return Sum{ Vex::goldenRatio, 0 }.with( version );
+  return Sum{ goldenRatio, 0 }.with( version );
 }
 constexpr uint64_t withCheck( uint64_t version, uint64_t sum ) {
-  return sum * Vex::goldenRatio >> checkShift << checkShift | version;
+  return sum * goldenRatio >> checkShift << checkShift | version;
 }
 // 0 when it is sound.
 constexpr uint64_t checkDifference( uint64_t version, uint64_t sum ) {
-  return ( version ^ sum * Vex::goldenRatio ) >> checkShift;
+  return ( version ^ sum * goldenRatio ) >> checkShift;
 }
 
 // --- Sizes and places
-
-constexpr uint32_t firstSlots = 512; // of any size a multiple of 8, they are whole pages
-static_assert( firstSlots * sizeof( uint64_t ) % pageSize == 0 );
-
-constexpr uint32_t capacityOf( uint32_t level ) {
-  return firstSlots << level;
-}
-constexpr uint32_t bucketsOf( uint32_t level ) {
-  return capacityOf( level ) * 2;
-}
-constexpr uint64_t wholePages( uint64_t bytes ) {
-  return ( bytes + pageSize - 1 ) / pageSize * pageSize;
-}
 
 constexpr size_t wordsOf( size_t recordSize ) {
   return ( recordSize + 7 ) / 8;
@@ -233,12 +224,9 @@ constexpr size_t stagingSizeOf( size_t words ) {
   const size_t size = sizeof( StagingHead ) + words * sizeof( uint64_t );
   return ( size + cacheLine - 1 ) / cacheLine * cacheLine;
 }
-constexpr uint64_t stagingOffset = pageSize;
+constexpr uint64_t stagingOffset = headSize;
 constexpr uint64_t stagingOffsetOf( uint64_t cell, size_t words ) {
   return stagingOffset + cell * ( stagingSizeOf( words ) >> cellShift );
-}
-constexpr uint64_t levelsOffset( size_t words ) {
-  return stagingOffset + wholePages( stagingCells * stagingSizeOf( words ) );
 }
 
 // Where the parts of a level lie in the file.
@@ -246,20 +234,60 @@ struct Level {
   uint64_t index; // two of them
   uint64_t slots;
   uint64_t end;
-
-  static constexpr uint64_t indexSize( uint32_t level ) {
-    return wholePages( uint64_t( bucketsOf( level ) ) * sizeof( Bucket ) );
-  }
-  static constexpr Level after( uint64_t end, uint32_t level, size_t slotSize ) {
-    const uint64_t slots = end + 2 * indexSize( level );
-    const uint64_t added = capacityOf( level ) - ( level ? capacityOf( level - 1 ) : 0 );
-    return { end, slots, slots + added * slotSize };
-  }
 };
 
-// The levels of a table, as many as fit into the addresses set aside for it, and at most 2^28
-// slots.
-constexpr uint32_t mostLevels = 20;
+constexpr uint64_t mostSlots = uint64_t( 1 ) << 28;
 constexpr uint64_t mostBytes = uint64_t( 1 ) << 40;
+constexpr uint64_t mostPageSize = uint64_t( 1 ) << 20;
+
+// Where the levels lie, as many as a file has at most, for records and pages of given sizes. The
+// slots of a level are whole pages, so that those of all levels can be mapped one after the other.
+class Layout {
+public:
+  Layout() = default;
+  constexpr Layout( size_t recordSize, uint64_t pageSize )
+      : firstSlots_( firstSlotsFor( slotSizeOf( wordsOf( recordSize ) ), pageSize ) ) {
+    const size_t words = wordsOf( recordSize );
+    const auto wholePages = [ pageSize ]( uint64_t bytes ) {
+      return ( bytes + pageSize - 1 ) / pageSize * pageSize;
+    };
+    uint64_t end = wholePages( stagingOffset + stagingCells * stagingSizeOf( words ) );
+    while ( capacity( count_ ) <= mostSlots && end < mostBytes ) {
+      const uint64_t slots =
+          end + 2 * wholePages( 2 * uint64_t( capacity( count_ ) ) * sizeof( Bucket ) );
+      const uint64_t added = count_ ? capacity( count_ - 1 ) : capacity( 0 );
+      level_[ count_ ] = { end, slots, slots + added * slotSizeOf( words ) };
+      end = level_[ count_++ ].end;
+    }
+  }
+
+  uint32_t levels() const { return count_; }
+  // Up to the first level.
+  uint64_t headEnd() const { return level_[ 0 ].index; }
+  const Level & level( uint32_t level ) const { return level_[ level ]; }
+  // Of each of the level's two.
+  uint64_t indexSize( uint32_t level ) const {
+    return ( level_[ level ].slots - level_[ level ].index ) / 2;
+  }
+  // The slots up to those of a level.
+  constexpr uint32_t capacity( uint32_t level ) const { return firstSlots_ << level; }
+
+private:
+  static constexpr uint32_t leastSlots = 512;
+  static constexpr uint32_t firstSlotsFor( uint64_t slotSize, uint64_t pageSize ) {
+    const uint64_t perPages = pageSize / std::min( pageSize, slotSize & -slotSize );
+    return std::max( leastSlots, static_cast< uint32_t >( perPages ) );
+  }
+
+  uint32_t firstSlots_ = 0;
+  uint32_t count_ = 0;
+  std::array< Level, 20 > level_{};
+};
+
+// Whether a system with pages of some size can map a file laid out for others.
+constexpr bool canMap( uint64_t pageSize, uint64_t systemPageSize ) {
+  return std::has_single_bit( pageSize ) && pageSize <= mostPageSize &&
+         pageSize % systemPageSize == 0;
+}
 
 } // namespace Rook::Format

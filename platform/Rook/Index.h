@@ -3,7 +3,8 @@
 // eight are looked at as one, which takes no branch to be guessed, and at most half of the buckets
 // have records, so that hardly one is beyond the first eight. A bucket is a slot's number, above it
 // a tag, some bits of the hash, a bit that is set, and on top a parity bit; 0 is empty, and a
-// tombstone what has not the bit set and is not 0.
+// tombstone what has not the bit set and is not 0. One thread changes an index; any number, of
+// other processes too, look up in it meanwhile.
 #pragma once
 
 #include "Rook/Format.h"
@@ -16,10 +17,11 @@ namespace Rook {
 class Index {
 public:
   Index() = default;
-  Index( Format::Bucket * buckets, uint32_t level )
-      : buckets_( buckets ), slotMask_( Format::capacityOf( level ) - 1 ),
-        groupMask_( ( Format::bucketsOf( level ) - 1 ) / group * group ),
-        groupShift_( 64 - std::countr_zero( Format::bucketsOf( level ) / group ) ) {
+  // Of so many slots, a power of two.
+  Index( Format::Bucket * buckets, uint32_t capacity )
+      : buckets_( buckets ), slotMask_( capacity - 1 ),
+        groupMask_( ( 2 * capacity - 1 ) / group * group ),
+        groupShift_( 64 - std::countr_zero( 2 * capacity / group ) ) {
     tagMasks_.fill( setBit - 1 - slotMask_ );
   }
 
@@ -112,7 +114,6 @@ public:
 
 private:
   static constexpr uint32_t group = 8;
-  static_assert( Format::bucketsOf( 0 ) % group == 0 );
 
   static constexpr uint32_t parityBit = 1u << 31;
   static constexpr uint32_t setBit = 1u << 30;
@@ -124,11 +125,11 @@ private:
 
   // Keys have a hash of one or the other kind.
   uint32_t begin( uint64_t hash ) const { return static_cast< uint32_t >( hash ) & groupMask_; }
-  uint32_t begin( const Vex::ContainerHash & hash ) const {
+  uint32_t begin( const NeighbourHash & hash ) const {
     return ( static_cast< uint32_t >( hash.spread >> groupShift_ ) ^ hash.neighbour() ) * group;
   }
   static uint64_t tagWord( uint64_t hash ) { return hash; }
-  static uint64_t tagWord( const Vex::ContainerHash & hash ) { return hash.mixed(); }
+  static uint64_t tagWord( const NeighbourHash & hash ) { return hash.mixed(); }
   static uint32_t tagOf( const auto & hash ) {
     return static_cast< uint32_t >( tagWord( hash ) >> 32 );
   }

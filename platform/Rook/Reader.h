@@ -1,6 +1,10 @@
 // A reader of a table, in any process: read-only, without locks, never waiting for the writer,
 // whether that runs, stands still or is dead. It sees committed records alone. One reader is for
 // one thread.
+//
+// Look-ups and the beginning of a walk raise Corruption where they meet damage, NoRoom when the
+// table has grown and this process can take no more addresses, and std::runtime_error when the file
+// has become too short; the reader serves on.
 #pragma once
 
 #include "Rook/CorruptionHandler.h"
@@ -18,14 +22,15 @@ public:
   using Key = typename Type::Key;
   static_assert( Shareable< Record > );
 
-  // Raises std::runtime_error when the file is no table of these records, or a damaged one.
+  // Raises std::runtime_error when the file is no table of these records, or a damaged one, which
+  // Corruption and NoRoom are.
   explicit Reader( const Vex::String & path ) : Reader( path, Type::description() ) {}
 
-  // The record as it stands, or none. Raises Corruption; the reader serves on.
+  // The record as it stands, or none.
   std::optional< Record > record( Vex::Arg< Key > key ) const {
     Copy copy;
     // What an index leads to stands also where that is not the current one any more.
-    if ( Type::guess( file_, index_, Type::hash( key ), key, copy ) &&
+    if ( Type::guess( file_, index_, keyHash( key ), key, copy ) &&
          copy.state.birth <= latestBirth_ ) [[likely]] {
       return Type::record( copy.words );
     }
@@ -54,7 +59,7 @@ private:
 
   // Wherever it is.
   [[gnu::noinline]] std::optional< Copy > find( const Key & key ) const {
-    const auto hash = Type::hash( key );
+    const auto hash = keyHash( key );
     while ( true ) {
       const uint64_t word = file_.state().index.load( std::memory_order_acquire );
       if ( word != indexWord_ ) {

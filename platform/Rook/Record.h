@@ -1,10 +1,9 @@
 // A record type and the field that is its key, given as a pointer to member: how its records are
-// described, hashed, stored in words and looked up.
+// described, stored in words and looked up.
 #pragma once
 
 #include "Rook/Fields.h"
 #include "Rook/TableFile.h"
-#include "Vex/Collection.h"
 
 #include <algorithm>
 #include <array>
@@ -30,15 +29,6 @@ template< Vex::Composite R, class K, K R::*keyField > struct RecordOf< keyField 
     return { sizeof( R ), fieldsOf< R >( key ) };
   }
 
-  // Words of 32 bits are numbers that are handed out, and used, one after the other: what they
-  // lead to in an index lies together then.
-  static auto hash( const Key & key ) {
-    if constexpr ( Vex::HasWord< Key > && sizeof( Key ) <= sizeof( uint32_t ) ) {
-      return Vex::containerHash( key );
-    } else {
-      return Vex::foldHash( 0, key );
-    }
-  }
   // Word by word, so that they can be in registers.
   [[gnu::always_inline]] static Record record( const Words & words ) {
     Record record;

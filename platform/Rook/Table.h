@@ -9,7 +9,8 @@
 // What is raised, and nothing has changed then:
 //   - by mount, std::runtime_error, which Corruption and NoRoom are;
 //   - by put, NoRoom, for a record that is new;
-//   - by look-ups and by the beginning of a walk, Corruption.
+//   - by look-ups and by the beginning of a walk, Corruption, which may be handed to the corruption
+//     handler by whoever goes on then.
 // Damage that a write or a removal meets is told to the corruption handler and ends the process.
 #pragma once
 
@@ -35,11 +36,10 @@ public:
     callbacksStandIs( written_ && removed_ );
   }
 
-  // The record as it stands, or none. Raises Corruption, which the caller may hand to the
-  // corruption handler and go on.
+  // The record as it stands, or none.
   std::optional< Record > record( Vex::Arg< Key > key ) const {
     Copy copy;
-    if ( Type::guess( file(), index(), Type::hash( key ), key, copy ) ) [[likely]] {
+    if ( Type::guess( file(), index(), keyHash( key ), key, copy ) ) [[likely]] {
       return Type::record( copy.words );
     }
     const auto found = find( key );
@@ -135,7 +135,7 @@ private:
   static void enter( const Index & index, const uint64_t * record, uint32_t slot ) {
     typename Type::Words words;
     std::copy_n( record, words.size(), words.begin() );
-    const auto hash = Type::hash( Type::key( Type::record( words ) ) );
+    const auto hash = keyHash( Type::key( Type::record( words ) ) );
     index.enter( index.place( hash ), hash, slot );
   }
 
@@ -146,7 +146,7 @@ private:
       return std::nullopt;
     }
     Copy found;
-    const auto at = index().find( Type::hash( key ), [ & ]( uint32_t slot ) {
+    const auto at = index().find( keyHash( key ), [ & ]( uint32_t slot ) {
       found.slot = slot;
       found.state = file().readSlot( slot, Type::words, found.words.data() );
       if ( found.state.damaged ) [[unlikely]] {
@@ -169,7 +169,7 @@ private:
       return false;
     }
     const auto & key = Type::key( record );
-    const uint32_t slot = index().guess( Type::hash( key ) );
+    const uint32_t slot = index().guess( keyHash( key ) );
     const uint64_t version = file().versionOf( slot, Type::words );
     if ( slot == 0 || !( version & Format::placedBit ) ||
          Type::keyIn( file().recordOf( slot, Type::words ) ) != key ) [[unlikely]] {
@@ -184,7 +184,7 @@ private:
       if ( const auto found = find( Type::key( record ) ) ) {
         file().replaceSlot( found->slot, Type::words, found->state.version, words.data() );
       } else {
-        insert( Type::hash( Type::key( record ) ), Type::words, words.data() );
+        insert( keyHash( Type::key( record ) ), Type::words, words.data() );
       }
     } );
   }

@@ -21,10 +21,46 @@ public:
   uint64_t notifications = 0;
 };
 
+inline constexpr Vex::AttributeKind tableKind{ "table" };
+
+// What reflection is told of a table, which tells itself of its changes.
+template< class C, auto storage > class TableType : public Vex::KeyedType< C, storage > {
+  using typename Vex::KeyedType< C, storage >::Storage;
+  using typename Vex::KeyedType< C, storage >::Key;
+  using Record = typename Storage::Type::Record;
+
+public:
+  TableType( std::string_view name, Vex::AttrId id, Vex::Access access )
+      : Vex::KeyedType< C, storage >( name, id, tableKind, access, Vex::typeName< Record >() ) {}
+
+  // The record's own key is to be `key`.
+  void memberIs( Vex::Entity & entity, std::string_view key,
+                 std::string_view value ) const override {
+    const auto record = Vex::parseBriefly< Record >( value );
+    if ( Storage::Type::keyOf( record ) != Vex::parseBriefly< Key >( key ) ) {
+      Vex::TextCursor( value ).fail( "a record whose key is " + Vex::String( key ) );
+    }
+    Storage::of( entity ).put( record );
+  }
+  bool memberDel( Vex::Entity & entity, std::string_view key ) const override {
+    return Storage::of( entity ).del( Vex::parseBriefly< Key >( key ) );
+  }
+  void reset( Vex::Entity & entity ) const override { Storage::of( entity ).delAll(); }
+  Vex::String canonicalValue( std::string_view text ) const override {
+    return Vex::canonical< Record >( text );
+  }
+
+private:
+  Vex::ReflectedMember reflect( const Key & key,
+                                const typename Storage::Type & all ) const override {
+    return { Vex::briefText( key ), Vex::briefText( *all.record( key ) ), {} };
+  }
+};
+
 } // namespace Rook
 
 #define VEX_TABLE( ID, foo, Record, keyField )                                                     \
-  VEX_DECLARE( ID, foo, decltype( Record::keyField ), TableType, ( VexSelf::vexAccess ),           \
+  VEX_DECLARE( ID, foo, decltype( Record::keyField ), Rook::TableType, ( VexSelf::vexAccess ),     \
                Rook::TableStorage< &Record::keyField > foo##_ )                                    \
   std::optional< Record > foo( Vex::Arg< decltype( Record::keyField ) > key ) const {              \
     return foo##_.record( key );                                                                   \

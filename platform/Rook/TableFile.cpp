@@ -6,6 +6,7 @@
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -15,6 +16,10 @@ using Format::Header;
 using Vex::Descriptor;
 using Vex::String;
 using Vex::throwSystemError;
+
+static uint64_t systemPageSize() {
+  return static_cast< uint64_t >( sysconf( _SC_PAGESIZE ) );
+}
 
 uint64_t Format::checkOf( const Header & header ) {
   uint64_t words[ sizeof( Header ) / sizeof( uint64_t ) ];
@@ -74,30 +79,20 @@ TableFile TableFile::read( const String & path, const Description * expected ) {
   return table;
 }
 
-TableFile::~TableFile() {
-  if ( memory_ ) {
-    munmap( slots_, slotsSize() );
-    munmap( memory_, levels_.back().end );
-  }
-}
-
-TableFile::TableFile( TableFile && other ) noexcept
-    : path_( std::move( other.path_ ) ), file_( std::move( other.file_ ) ),
-      description_( std::move( other.description_ ) ), levels_( std::move( other.levels_ ) ),
-      memory_( std::exchange( other.memory_, nullptr ) ),
-      slots_( std::exchange( other.slots_, nullptr ) ), levelsSeen_( other.levelsSeen_ ) {}
-
 void TableFile::makeHeader() {
   // In one write, so that a writer killed here leaves no header or a whole one.
-  std::byte page[ Format::pageSize ] = {};
-  Header header{ Format::magic, Format::layoutVersion, description_.recordSize, 0, {} };
+  std::byte head[ Format::headSize ] = {};
+  Header header{
+    Format::magic, Format::layoutVersion, description_.recordSize, systemPageSize(), 0, {}
+  };
   VEX_ASSERT( description_.fields.size() < sizeof( header.fields ) );
   description_.fields.copy( header.fields, sizeof( header.fields ) );
   header.check = checkOf( header );
-  std::memcpy( page, &header, sizeof( header ) );
-  if ( pwrite( file_.number(), page, sizeof( page ), 0 ) != sizeof( page ) ) {
+  std::memcpy( head, &header, sizeof( header ) );
+  if ( pwrite( file_.number(), head, sizeof( head ), 0 ) != sizeof( head ) ) {
     throwSystemError( "cannot write " + path_ );
   }
+  layout_ = Format::Layout( header.recordSize, header.pageSize );
 }
 
 void TableFile::checkHeader( const Description * expected ) {
@@ -116,8 +111,8 @@ void TableFile::checkHeader( const Description * expected ) {
   if ( header.magic != Format::magic ) {
     found( "is no table: expected it to begin with ROOKTBL" );
   }
-  if ( size() < Format::pageSize ) {
-    cutShort( Format::pageSize );
+  if ( size() < Format::headSize ) {
+    cutShort( Format::headSize );
   }
   if ( header.layoutVersion != Format::layoutVersion ) {
     found( "has layout version " + std::to_string( header.layoutVersion ) + ", expected " +
@@ -133,44 +128,40 @@ void TableFile::checkHeader( const Description * expected ) {
            description_.fields + "; expected " + std::to_string( expected->recordSize ) +
            " bytes, " + expected->fields );
   }
+  if ( !Format::canMap( header.pageSize, systemPageSize() ) ) {
+    found( "is laid out for pages of " + std::to_string( header.pageSize ) +
+           " bytes, and cannot be mapped where they have " + std::to_string( systemPageSize() ) );
+  }
+  layout_ = Format::Layout( header.recordSize, header.pageSize );
 }
 
-// Addresses for all that the table can become; what the file has not yet is not touched.
 void TableFile::map( int protection ) {
-  const size_t words = Format::wordsOf( description_.recordSize );
-  const size_t slotSize = Format::slotSizeOf( words );
-  uint64_t end = Format::levelsOffset( words );
-  for ( uint32_t level = 0; level < Format::mostLevels && end < Format::mostBytes; ++level ) {
-    levels_.push_back( Format::Level::after( end, level, slotSize ) );
-    end = levels_.back().end;
-  }
-  void * const memory =
-      mmap( nullptr, end, protection, MAP_SHARED | MAP_NORESERVE, file_.number(), 0 );
-  void * const slots =
-      mmap( nullptr, slotsSize(), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0 );
-  if ( memory == MAP_FAILED || slots == MAP_FAILED ) {
-    throwSystemError( "cannot map " + path_ );
-  }
-  memory_ = static_cast< std::byte * >( memory );
-  slots_ = static_cast< std::byte * >( slots );
-  madvise( memory_, end, MADV_DONTDUMP );
-  std::byte * at = slots_;
-  for ( const auto & level : levels_ ) {
-    const uint64_t size = level.end - level.slots;
-    if ( mmap( at, size, protection, MAP_SHARED | MAP_NORESERVE | MAP_FIXED, file_.number(),
-               static_cast< off_t >( level.slots ) ) == MAP_FAILED ) {
-      throwSystemError( "cannot map " + path_ );
-    }
-    at += size;
-  }
+  protection_ = protection;
+  const Mapping::Part head[] = { { 0, layout_.headEnd() } };
+  head_ = mapped( head );
 }
 
-uint64_t TableFile::slotsSize() const {
-  uint64_t size = 0;
-  for ( const auto & level : levels_ ) {
-    size += level.end - level.slots;
+// The slots' old addresses are given up when all is in place.
+void TableFile::mapLevels( uint32_t level ) const {
+  std::vector< Mapping::Part > slots;
+  for ( uint32_t at = 0; at <= level; ++at ) {
+    const auto & part = layout_.level( at );
+    slots.push_back( { part.slots, part.end - part.slots } );
+    if ( at == indices_.size() ) {
+      const Mapping::Part index[] = { { part.index, part.slots - part.index } };
+      indices_.push_back( mapped( index ) );
+    }
   }
-  return size;
+  slots_ = mapped( slots );
+  levelsMapped_ = level + 1;
+}
+
+Mapping TableFile::mapped( std::span< const Mapping::Part > parts ) const {
+  try {
+    return { file_.number(), protection_, parts };
+  } catch ( const std::system_error & error ) {
+    throw NoRoom( "cannot map " + path_ + ": " + error.code().message() );
+  }
 }
 
 uint64_t TableFile::size() const {
@@ -190,15 +181,15 @@ bool TableFile::isReplaced() const {
 
 Format::Current TableFile::currentIndex( uint64_t word ) const {
   const auto current = Format::Current::of( valueOf( word, "index" ) );
-  if ( current.level >= levels_.size() ) {
+  if ( current.level >= layout_.levels() ) {
     throw damageOf( "the word 'index' of the state" );
   }
-  if ( current.level >= levelsSeen_ ) {
-    const uint64_t least = levels_[ current.level ].end;
+  if ( current.level >= levelsMapped_ ) {
+    const uint64_t least = layout_.level( current.level ).end;
     if ( size() < least ) {
       cutShort( least );
     }
-    levelsSeen_ = current.level + 1;
+    mapLevels( current.level );
   }
   return current;
 }
@@ -208,7 +199,7 @@ Moment TableFile::moment() const {
   const uint64_t births = load( state().births, "births" );
   const uint64_t slots = load( state().slots, "slots" );
   const uint64_t index = state().index.load( std::memory_order_acquire );
-  if ( slots > ( index ? Format::capacityOf( currentIndex( index ).level ) : 0 ) ) {
+  if ( slots > ( index ? layout_.capacity( currentIndex( index ).level ) : 0 ) ) {
     throw damageOf( "the word 'slots' of the state" );
   }
   return { Format::latestBirth( births ), static_cast< uint32_t >( slots ) };
@@ -225,27 +216,28 @@ void TableFile::allocate( uint64_t offset, uint64_t size ) {
 }
 
 void TableFile::makeLevel( uint32_t level ) {
-  if ( level >= levels_.size() ) {
+  if ( level >= layout_.levels() ) {
     throw NoRoom( path_ + " is full" );
   }
-  const auto & made = levels_[ level ];
+  const auto & made = layout_.level( level );
   if ( level == 0 ) {
     allocate( Format::stagingOffset, made.index - Format::stagingOffset );
   }
   makeIndex( level, 0 );
   allocate( made.slots, made.end - made.slots );
+  mapLevels( level );
 }
 
 void TableFile::makeIndex( uint32_t level, uint32_t half ) {
-  const uint64_t size = Format::Level::indexSize( level );
-  allocate( levels_[ level ].index + half * size, size );
+  const uint64_t size = layout_.indexSize( level );
+  allocate( layout_.level( level ).index + half * size, size );
 }
 
 void TableFile::dropIndices( uint32_t level ) {
   // A file system that cannot keeps the memory.
   fallocate( file_.number(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
-             static_cast< off_t >( levels_[ level ].index ),
-             static_cast< off_t >( 2 * Format::Level::indexSize( level ) ) );
+             static_cast< off_t >( layout_.level( level ).index ),
+             static_cast< off_t >( 2 * layout_.indexSize( level ) ) );
 }
 
 Corruption TableFile::damageOf( const String & what ) const {

@@ -1,8 +1,16 @@
-// The memory of one table: a file that is mapped whole, at once and for good, or private memory of
-// the same layout. It grows by levels at its end, so that nothing in it ever moves.
+// The memory of one table: a file, or private memory of the same layout. One is for one thread;
+// other processes, and other TableFiles of this one, may have the same file. What raises says so.
+//
+// Invariants:
+//   1. The file grows by levels at its end: nothing in it ever moves.
+//   2. Addresses are taken for the levels alone that have been asked for, by the writer's makeLevel
+//      or by anybody's currentIndex or moment, and the file has these.
+//   3. Indices keep their addresses. Slots, which lie one after the other whatever their level, get
+//      others when a level is asked for the first time: nobody keeps the address of one.
 #pragma once
 
 #include "Rook/Index.h"
+#include "Rook/Mapping.h"
 #include "Vex/Assert.h"
 #include "Vex/Descriptor.h"
 
@@ -17,8 +25,8 @@ public:
   using std::runtime_error::runtime_error;
 };
 
-// A table cannot be made larger: its file system, or this process, has no more, or it is as large
-// as tables become. Says which table.
+// A table cannot be made larger, or not be shown whole: the file system has no more room, this
+// process no more addresses, or it is as large as tables become. Says which table.
 class NoRoom : public std::runtime_error {
 public:
   using std::runtime_error::runtime_error;
@@ -51,12 +59,8 @@ public:
   // The file of a writer, which has it for itself and makes it if it is not there.
   static TableFile write( const Vex::String & path, const Description & description );
   // The file of a reader: of any records, unless they are described. Both raise
-  // std::runtime_error, which says what was found and what expected.
+  // std::runtime_error, which says what was found and what expected, NoRoom among it.
   static TableFile read( const Vex::String & path, const Description * expected );
-
-  ~TableFile();
-  TableFile( TableFile && other ) noexcept;
-  TableFile & operator=( TableFile && ) = delete;
 
   const Vex::String & path() const { return path_; } // of private memory "private table 'name'"
   const Description & description() const { return description_; }
@@ -64,23 +68,23 @@ public:
   bool isReplaced() const;
 
   Format::State & state() const {
-    return *reinterpret_cast< Format::State * >( memory_ + Format::stateOffset );
+    return *reinterpret_cast< Format::State * >( head_.memory() + Format::stateOffset );
   }
   // Raises Corruption when the word is damaged.
   uint64_t load( const Format::Word & word, const char * name ) const {
     return valueOf( word.load( std::memory_order_acquire ), name );
   }
 
-  // Of a level that the file has.
+  // Of a level that has been asked for.
   Index index( uint32_t level, uint32_t half ) const {
-    return { reinterpret_cast< Format::Bucket * >( memory_ + levels_[ level ].index +
-                                                   half * Format::Level::indexSize( level ) ),
-             level };
+    return { reinterpret_cast< Format::Bucket * >( indices_[ level ].memory() +
+                                                   half * layout_.indexSize( level ) ),
+             layout_.capacity( level ) };
   }
-  // What a word of the state's `index` says, other than 0. Raises std::runtime_error when the file
-  // is too short for it.
+  // What a word of the state's `index` says, other than 0; the level's slots can be read then.
+  // Raises Corruption, std::runtime_error when the file is too short for it, and NoRoom.
   Format::Current currentIndex( uint64_t word ) const;
-  // Now. Whatever slot it covers can be read.
+  // Now. Whatever slot it covers can be read. Raises what currentIndex does.
   Moment moment() const;
 
   // For the writer: makes the file have a level, or one of its indices. Raises NoRoom; what the
@@ -183,10 +187,11 @@ private:
   TableFile( const Vex::String & path, Vex::Descriptor file );
 
   Format::SlotHead & headOf( uint32_t slot, size_t words ) const {
-    return *reinterpret_cast< Format::SlotHead * >( slots_ + slot * Format::slotSizeOf( words ) );
+    return *reinterpret_cast< Format::SlotHead * >( slots_.memory() +
+                                                    slot * Format::slotSizeOf( words ) );
   }
   Format::StagingHead & stagingAt( uint64_t cell, size_t words ) const {
-    return *reinterpret_cast< Format::StagingHead * >( memory_ +
+    return *reinterpret_cast< Format::StagingHead * >( head_.memory() +
                                                        Format::stagingOffsetOf( cell, words ) );
   }
   template< class Head > static Format::Word * wordsAfter( Head & head ) {
@@ -249,7 +254,8 @@ private:
   void makeHeader();
   void checkHeader( const Description * expected );
   void map( int protection );
-  uint64_t slotsSize() const;
+  void mapLevels( uint32_t level ) const;
+  Mapping mapped( std::span< const Mapping::Part > parts ) const;
   uint64_t size() const;
   void allocate( uint64_t offset, uint64_t size );
   [[noreturn]] void cutShort( uint64_t least ) const;
@@ -257,10 +263,13 @@ private:
   Vex::String path_;
   Vex::Descriptor file_;
   Description description_;
-  std::vector< Format::Level > levels_;
-  std::byte * memory_ = nullptr;    // the file
-  std::byte * slots_ = nullptr;     // the slots of all levels once more, one after the other
-  mutable uint32_t levelsSeen_ = 0; // the file is long enough for these
+  Format::Layout layout_;
+  int protection_ = 0;
+  Mapping head_; // the header, the state and the staging cells
+  // Of the levels that the file has, as far as they have been asked for.
+  mutable uint32_t levelsMapped_ = 0;
+  mutable std::vector< Mapping > indices_;
+  mutable Mapping slots_;
 };
 
 } // namespace Rook

@@ -1,5 +1,12 @@
 // What the writer of a table does whatever its records are: mounting, taking a table over,
-// handing out slots, growth and the index. Table is what is used, and says what is raised.
+// handing out slots, growth and the index. Table is what is used, and says what is raised and that
+// one is for one thread. The mount directory is the process's, and set by one thread too.
+//
+// Invariants while a table is mounted:
+//   1. `births_`, `slots_` and `current_` are what the state of the file says.
+//   2. Each of the first `slots_` slots has a record, which stands in the index once, or is one of
+//      the free slots; `size_` counts the former.
+//   3. The index has an empty bucket, for `usedBuckets_`, the others, are three quarters at most.
 #pragma once
 
 #include "Rook/CorruptionHandler.h"

@@ -1,7 +1,8 @@
 // Walks of a table, by its writer or by a reader: in no order to be relied on, exactly the
 // records that stood when the walk began and still stand when it reaches them. Every one that
 // stands throughout is visited, none that was inserted meanwhile. A damaged record is handed to
-// the table's corruption handler and stepped over.
+// the table's corruption handler and stepped over; damage of the table as a whole is raised when
+// the walk begins.
 #pragma once
 
 #include "Rook/Record.h"

@@ -119,8 +119,7 @@ public:                                                                         
     return &VexSelf::foo##_;                                                                       \
   }                                                                                                \
   static const Vex::AttributeType & vexTypeOf_##foo() {                                            \
-    static const Vex::Description< VexSelf, &VexSelf::foo##_ > type( #foo, ID,                     \
-                                                                     VEX_UNPACK arguments );       \
+    static const Description< VexSelf, &VexSelf::foo##_ > type( #foo, ID, VEX_UNPACK arguments );  \
     return type;                                                                                   \
   }                                                                                                \
                                                                                                    \
@@ -130,7 +129,7 @@ private:                                                                        
 public:
 
 #define VEX_ATTRIBUTE_ACCESS( ID, foo, T, access, ... )                                            \
-  VEX_DECLARE( ID, foo, void, ValueType, ( access, &VexSelf::foo##Del ),                           \
+  VEX_DECLARE( ID, foo, void, Vex::ValueType, ( access, &VexSelf::foo##Del ),                      \
                Vex::ValueStorage< T > foo##_{ __VA_ARGS__ } )                                      \
   Vex::Arg< T > foo() const {                                                                      \
     return foo##_.get();                                                                           \
@@ -174,7 +173,7 @@ public:                                                                         
   }
 
 #define VEX_SET( ID, foo, Key )                                                                    \
-  VEX_DECLARE( ID, foo, Key, SetType, ( VexSelf::vexAccess ), Vex::SetStorage< Key > foo##_ )      \
+  VEX_DECLARE( ID, foo, Key, Vex::SetType, ( VexSelf::vexAccess ), Vex::SetStorage< Key > foo##_ ) \
   VEX_COLLECTION_ACCESSORS( ID, foo, Key )                                                         \
   bool foo( Vex::Arg< Key > key ) const {                                                          \
     return foo##_.has( key );                                                                      \
@@ -193,12 +192,12 @@ public:                                                                         
   }
 
 #define VEX_MAP( ID, foo, Key, Value )                                                             \
-  VEX_DECLARE( ID, foo, Key, MapType, ( VexSelf::vexAccess ),                                      \
+  VEX_DECLARE( ID, foo, Key, Vex::MapType, ( VexSelf::vexAccess ),                                 \
                Vex::MapStorage< Key, Value > foo##_ )                                              \
   VEX_MAP_ACCESSORS( ID, foo, Key, Value )
 
 #define VEX_COUNTER( ID, foo, Key )                                                                \
-  VEX_DECLARE( ID, foo, Key, CounterType, ( VexSelf::vexAccess ),                                  \
+  VEX_DECLARE( ID, foo, Key, Vex::CounterType, ( VexSelf::vexAccess ),                             \
                Vex::CounterStorage< Key > foo##_ )                                                 \
   VEX_MAP_ACCESSORS( ID, foo, Key, uint32_t )                                                      \
   uint32_t foo##Inc( Vex::Arg< Key > key, uint32_t n = 1 ) {                                       \
@@ -209,7 +208,7 @@ public:                                                                         
   }
 
 #define VEX_QUEUE( ID, foo, T )                                                                    \
-  VEX_DECLARE( ID, foo, uint32_t, QueueType, ( VexSelf::vexAccess ),                               \
+  VEX_DECLARE( ID, foo, uint32_t, Vex::QueueType, ( VexSelf::vexAccess ),                          \
                Vex::QueueStorage< T > foo##_ )                                                     \
   VEX_MAP_ACCESSORS( ID, foo, uint32_t, T )                                                        \
   void foo##Del( const Vex::Collection< uint32_t, T >::Walk & at ) {                               \
@@ -229,7 +228,7 @@ public:                                                                         
   }
 
 #define VEX_ENTITIES( ID, foo, T )                                                                 \
-  VEX_DECLARE( ID, foo, T::FwkKey, EntitiesType, ( VexSelf::vexAccess ),                           \
+  VEX_DECLARE( ID, foo, T::FwkKey, Vex::EntitiesType, ( VexSelf::vexAccess ),                      \
                Vex::EntityStorage< T > foo##_ )                                                    \
   VEX_COLLECTION_ACCESSORS( ID, foo, T::FwkKey )                                                   \
   Vex::Ptr< const T > foo( Vex::Arg< T::FwkKey > key ) const {                                     \
@@ -261,7 +260,8 @@ public:                                                                         
   };
 
 #define VEX_REFERENCE( ID, foo, T )                                                                \
-  VEX_DECLARE( ID, foo, void, ReferenceType, ( Vex::Access::readOnly ), Vex::Ptr< T > foo##_ )     \
+  VEX_DECLARE( ID, foo, void, Vex::ReferenceType, ( Vex::Access::readOnly ),                       \
+               Vex::Ptr< T > foo##_ )                                                              \
   const Vex::Ptr< T > & foo() const {                                                              \
     return foo##_;                                                                                 \
   }
@@ -269,7 +269,7 @@ public:                                                                         
 #define VEX_OUTPUT( ID, foo, T ) VEX_REFERENCE( ID, foo, T )
 
 #define VEX_OWN_REACTORS( ID, foo, R )                                                             \
-  VEX_DECLARE( ID, foo, R::Key, ReactorsType, ( Vex::Access::readOnly ),                           \
+  VEX_DECLARE( ID, foo, R::Key, Vex::ReactorsType, ( Vex::Access::readOnly ),                      \
                Vex::ReactorStorage< R > foo##_ )                                                   \
   R * foo( Vex::Arg< R::Key > key ) const {                                                        \
     return foo##_.get( key );                                                                      \

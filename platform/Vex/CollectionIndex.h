@@ -9,11 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
-
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
 
 namespace Vex::Detail {
 
@@ -32,81 +29,52 @@ struct alignas( 64 ) IndexChunk {
   static constexpr uint32_t width = 12;
   static constexpr uint32_t maxLoad = 10;
 
-  // The first of some places, a bit for each.
-  static size_t first( uint32_t places ) {
-    return static_cast< size_t >( std::countr_zero( places ) );
-  }
-
   uint8_t tags[ width ]; // from 1 to 255; 0 is an empty place
   uint32_t overflow;     // members that belong here or passed here and stand in a later chunk
   uint32_t slots[ width ];
 
-#ifdef __SSE2__
   // One tag in every byte.
-  using Tag = __m128i;
+  using Tag [[gnu::vector_size( 16 )]] = uint8_t;
 
   static Tag tagOf( uint64_t lowByte ) {
-    const __m128i one = _mm_cvtsi64_si128( static_cast< int64_t >( lowByte ) );
-    const __m128i four = _mm_shufflelo_epi16( _mm_unpacklo_epi8( one, one ), 0 );
-    return _mm_max_epu8( _mm_shuffle_epi32( four, 0 ), _mm_set1_epi8( 1 ) );
+    const Tag one = Tag{} + uint8_t( 1 );
+    const Tag all = Tag{} + static_cast< uint8_t >( lowByte );
+    return all > one ? all : one;
   }
-  static Tag emptyTag() {
-    return _mm_setzero_si128();
+  static Tag emptyTag() { return Tag{}; }
+  static uint32_t number( const Tag & tag ) { return tag[ 0 ]; }
+
+  // Some places, a bit for each: the highest of four. The first is lowest as the bytes are.
+  static_assert( std::endian::native == std::endian::little );
+  using Places = uint64_t;
+  static constexpr Places allPlaces = 0x888888888888;
+  static size_t first( Places places ) {
+    return static_cast< size_t >( std::countr_zero( places ) ) / 4;
   }
-  static uint32_t number( Tag tag ) {
-    return static_cast< uint32_t >( _mm_cvtsi128_si32( tag ) ) & 0xFFu;
-  }
-  __m128i line() const {
-    return _mm_load_si128( reinterpret_cast< const __m128i * >( tags ) );
-  }
-  // A bit for each place.
-  uint32_t match( Tag tag ) const {
-    return static_cast< uint32_t >( _mm_movemask_epi8( _mm_cmpeq_epi8( line(), tag ) ) ) & 0xFFFu;
+  Places match( const Tag & tag ) const {
+    using Pairs [[gnu::vector_size( 16 )]] = uint16_t;
+    using Narrow [[gnu::vector_size( 8 )]] = uint8_t;
+    const auto alike = reinterpret_cast< Pairs >( line() == tag );
+    return reinterpret_cast< Places >( __builtin_convertvector( alike >> 4, Narrow ) ) & allPlaces;
   }
   // Both store what is loaded, a whole line, for what is used next is often in the same chunk.
-  void enter( size_t i, Tag tag ) {
-    lineIs( _mm_or_si128( line(), _mm_and_si128( place( i ), tag ) ) );
-  }
-  void clear( size_t i ) {
-    lineIs( _mm_andnot_si128( place( i ), line() ) );
-  }
+  void enter( size_t i, const Tag & tag ) { lineIs( line() | ( place( i ) & tag ) ); }
+  void clear( size_t i ) { lineIs( line() & ~place( i ) ); }
 
 private:
-  static __m128i place( size_t i ) {
-    alignas( 32 ) static constexpr uint8_t places[ 32 ] = { 0, 0, 0, 0, 0, 0, 0, 0,
-                                                            0, 0, 0, 0, 0, 0, 0, 0xFF };
-    return _mm_loadu_si128( reinterpret_cast< const __m128i * >( places + 15 - i ) );
-  }
-  void lineIs( __m128i line ) {
-    _mm_store_si128( reinterpret_cast< __m128i * >( tags ), line );
-  }
-#else
-  using Tag = uint8_t;
-
-  static Tag tagOf( uint64_t lowByte ) {
-    const auto tag = static_cast< uint8_t >( lowByte );
-    return tag ? tag : 1;
-  }
-  static Tag emptyTag() {
-    return 0;
-  }
-  static uint32_t number( Tag tag ) {
+  static Tag load( const void * bytes ) {
+    Tag tag;
+    std::memcpy( &tag, bytes, sizeof( tag ) );
     return tag;
   }
-  uint32_t match( Tag tag ) const {
-    uint32_t found = 0;
-    for ( uint32_t i = 0; i < width; ++i ) {
-      found |= static_cast< uint32_t >( tags[ i ] == tag ) << i;
-    }
-    return found;
+  static Tag place( size_t i ) {
+    alignas( 32 ) static constexpr uint8_t places[ 32 ] = { 0, 0, 0, 0, 0, 0, 0, 0,
+                                                            0, 0, 0, 0, 0, 0, 0, 0xFF };
+    return load( places + 15 - i );
   }
-  void enter( size_t i, Tag tag ) {
-    tags[ i ] = tag;
-  }
-  void clear( size_t i ) {
-    tags[ i ] = 0;
-  }
-#endif
+  // The tags and the count of members that passed.
+  Tag line() const { return load( this ); }
+  void lineIs( const Tag & line ) { std::memcpy( this, &line, sizeof( line ) ); }
 };
 
 class CollectionIndex {
@@ -166,7 +134,7 @@ public:
   // the first chunk. Who needs more calls `find`.
   struct Sight {
     IndexChunk & chunk;
-    uint32_t found;
+    IndexChunk::Places found;
 
     bool isAll() const { return chunk.overflow == 0; }
     // The number of the first candidate's place.
@@ -183,7 +151,7 @@ public:
     Probe next = first;
     do {
       IndexChunk & chunk = at( next );
-      for ( uint32_t found = chunk.match( next.tag ); found; found &= found - 1 ) {
+      for ( auto found = chunk.match( next.tag ); found; found &= found - 1 ) {
         const Place place{ chunk, IndexChunk::first( found ) };
         if ( holdsKey( place.slot() ) ) {
           return place;
@@ -217,7 +185,7 @@ private:
   }
   [[gnu::always_inline]] bool enterChunk( const Probe & probe, uint32_t slot ) {
     IndexChunk & chunk = at( probe );
-    const uint32_t free = chunk.match( IndexChunk::emptyTag() );
+    const auto free = chunk.match( IndexChunk::emptyTag() );
     if ( !free ) {
       ++chunk.overflow;
       return false;

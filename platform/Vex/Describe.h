@@ -234,36 +234,4 @@ private:
   }
 };
 
-// Records under one of their fields, which are told of by the storage itself.
-template< class C, auto storage > class TableType : public KeyedType< C, storage > {
-  using typename KeyedType< C, storage >::Storage;
-  using typename KeyedType< C, storage >::Key;
-  using Record = typename Storage::Type::Record;
-
-public:
-  TableType( std::string_view name, AttrId id, Access access )
-      : KeyedType< C, storage >( name, id, AttributeKind::table, access, typeName< Record >() ) {}
-
-  // The record's own key is to be `key`.
-  void memberIs( Entity & entity, std::string_view key, std::string_view value ) const override {
-    const auto record = parseBriefly< Record >( value );
-    if ( Storage::Type::keyOf( record ) != parseBriefly< Key >( key ) ) {
-      TextCursor( value ).fail( "a record whose key is " + String( key ) );
-    }
-    Storage::of( entity ).put( record );
-  }
-  bool memberDel( Entity & entity, std::string_view key ) const override {
-    return Storage::of( entity ).del( parseBriefly< Key >( key ) );
-  }
-  void reset( Entity & entity ) const override { Storage::of( entity ).delAll(); }
-  String canonicalValue( std::string_view text ) const override {
-    return canonical< Record >( text );
-  }
-
-private:
-  ReflectedMember reflect( const Key & key, const typename Storage::Type & all ) const override {
-    return { briefText( key ), briefText( *all.record( key ) ), {} };
-  }
-};
-
 } // namespace Vex

@@ -4,32 +4,6 @@
 
 namespace Vex {
 
-std::string_view text( AttributeKind kind ) {
-  switch ( kind ) {
-  case AttributeKind::value:
-    return "value";
-  case AttributeKind::computed:
-    return "computed";
-  case AttributeKind::map:
-    return "map";
-  case AttributeKind::set:
-    return "set";
-  case AttributeKind::entities:
-    return "entities";
-  case AttributeKind::counter:
-    return "counter";
-  case AttributeKind::queue:
-    return "queue";
-  case AttributeKind::reference:
-    return "reference";
-  case AttributeKind::reactors:
-    return "reactors";
-  case AttributeKind::table:
-    return "table";
-  }
-  return "";
-}
-
 void AttributeType::unsupported( const char * operation ) const {
   throw NotSupported( String( name ) + " (" + String( text( kind ) ) + ") cannot be " + operation );
 }

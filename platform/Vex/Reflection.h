@@ -18,19 +18,29 @@ namespace Vex {
 class Entity;
 class EntityType;
 
-enum class AttributeKind {
-  value,
-  computed,
-  map,
-  set,
-  entities,
-  counter,
-  queue,
-  reference,
-  reactors,
-  table
+// A kind of attributes, known by its name. The set is open: storages of other floors have kinds of
+// their own.
+class AttributeKind {
+public:
+  explicit constexpr AttributeKind( std::string_view name ) : name_( name ) {}
+  friend constexpr bool operator==( AttributeKind a, AttributeKind b ) = default;
+  friend constexpr std::string_view text( AttributeKind kind ) { return kind.name_; }
+
+  static const AttributeKind value, computed, map, set, entities, counter, queue, reference,
+      reactors;
+
+private:
+  std::string_view name_;
 };
-std::string_view text( AttributeKind kind );
+inline constexpr AttributeKind AttributeKind::value{ "value" };
+inline constexpr AttributeKind AttributeKind::computed{ "computed" };
+inline constexpr AttributeKind AttributeKind::map{ "map" };
+inline constexpr AttributeKind AttributeKind::set{ "set" };
+inline constexpr AttributeKind AttributeKind::entities{ "entities" };
+inline constexpr AttributeKind AttributeKind::counter{ "counter" };
+inline constexpr AttributeKind AttributeKind::queue{ "queue" };
+inline constexpr AttributeKind AttributeKind::reference{ "reference" };
+inline constexpr AttributeKind AttributeKind::reactors{ "reactors" };
 
 enum class Access { writable, readOnly };
 
