@@ -201,8 +201,9 @@ void EvpnFloodSetFecSm::processFecRequest( const MplsFloodSetVia & via ) {
 void EvpnFloodSetFecSm::createOrUpdateFecRequest( const MplsFloodSetVia & via ) {
   TRACE( 8, "createOrUpdateFecRequest" );
   const auto hwTunnelId = this->hwTunnelId( via.tunnelId );
-  const auto fecId = getOrAllocateFecId( via );
-  const auto fec = buildFec( fecId, via );
+  // What cannot be sent over raises its error before a number is taken for it.
+  auto fec = buildFec( FecId(), via );
+  const auto fecId = fec.fecId = getOrAllocateFecId( via );
   updateCachesForFecId( fecId, via, false );
   updateTunnelInfoCache( via, false );
   mplsFloodSetFecRequest()->fecIs( fec );
@@ -245,7 +246,7 @@ FecId EvpnFloodSetFecSm::getOrAllocateFecId( const MplsFloodSetVia & via ) {
 }
 
 Rook::Fib::Fec EvpnFloodSetFecSm::buildFec( FecId fecId, const MplsFloodSetVia & via ) const {
-  return { fecId, { { Wire::DynamicTunnelIntfId::intfId( via.tunnelId ), via.label } } };
+  return { fecId, { { via.tunnelId.intfId(), via.label } } };
 }
 
 void EvpnFloodSetFecSm::updateCachesForFecId( FecId fecId, const MplsFloodSetVia & via,

@@ -100,6 +100,7 @@ protected:
 TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
   EXPECT_EQ( line( "set rack.slot[Ethernet1,10].weight[Ethernet2] 5" ), "" );
   const auto before = dump();
+  using namespace std::string_literals;
   const std::string slot = "set rack.slot[Ethernet1,11]."; // not there: it must not be made
   const std::pair< std::string, const char * > lines[] = {
     { "sett rack",
@@ -126,6 +127,12 @@ TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
       "47: expected a whole number of 8 bits, not negative, found '256'" },
     { slot + "weight[Ethernet2]",
       "46: expected a whole number of 8 bits, not negative, found nothing" },
+    { slot + "weight[Ethernet2] 007",
+      "47: expected a whole number of 8 bits, not negative, found '007'" },
+    { "set rack.slot[Ethernet1,1\0001]"s,
+      "25: field 'vlanId': expected a VLAN id, 1 to 4094, found '1\\x001'" },
+    { "del rack.sl\0ot[Ethernet1,1] now"s,
+      "10: expected an attribute of Test::Rack (slot), found 'sl\\x00ot'" },
     { slot + "vlan[10] 1", "38: expected nothing more, found '1'" },
     { slot + "vlan[]", "34: expected a key, Bridging::VlanId, found ']'" },
     { "set made.slot[Ethernet1,10]",
@@ -152,7 +159,7 @@ TEST_F( AgentTest, WritesAndShowsWhatPathsName ) {
   for ( const auto * text :
         { "set rack.slot[Value('Kez::IntfVlanKey', ** {'intfId': Ethernet1, 'vlanId': 10})].label "
           " to the left ",
-          "set rack.slot[Ethernet1,10].weight[Ethernet2] 007", "set rack.slot[Ethernet2,10]",
+          "set rack.slot[Ethernet1,10].weight[Ethernet2] 7", "set rack.slot[Ethernet2,10]",
           "set rack.slot[Ethernet1,10].weight[swp3] 1", "del rack.slot[Ethernet1,10].weight[swp3]",
           "set rack.slot[Ethernet1,10].vlan[20]", "set rack.slot[Ethernet1,10].vlan[10]",
           "set ticker.interval 2.50" } ) {
