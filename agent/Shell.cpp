@@ -5,10 +5,9 @@
 #include "Ringlog/Setting.h"
 #include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"
+#include "Vex/Domain.h"
 #include "agent/RecordEntry.h"
 #include "agent/Show.h"
-
-#include <cmath>
 
 namespace Agent {
 
@@ -286,10 +285,7 @@ void Shell::advance( Vex::TextCursor & in ) {
   const size_t offset = in.offset();
   const auto text = takeRest( in );
   const auto seconds =
-      inTextAt( offset + 1, [ & ] { return Vex::parseBriefly< double >( text ); } );
-  if ( !std::isfinite( seconds ) || seconds < 0 ) {
-    failAt( offset, "a number of seconds, not negative", text );
-  }
+      inTextAt( offset + 1, [ & ] { return Vex::parseHeld< Vex::Seconds >( text ); } );
   runTasks( seconds );
 }
 

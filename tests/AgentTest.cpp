@@ -146,7 +146,8 @@ TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
       "24: expected a whole number of 64 bits, not negative, found 'x'" },
     { "expect no rack.slot 1", "21: expected nothing more, found '1'" },
     { "expect rack 1", "13: expected nothing more, since rack has no value" },
-    { "advance -1", "9: expected a number of seconds, not negative, found '-1'" },
+    { "advance -1", "9: expected seconds, 0 to 1000000000, found '-1'" },
+    { "advance 1e300", "9: expected seconds, 0 to 1000000000, found '1e300'" },
     { "trace Kez/5,x y", "14: expected '/', ',' or the end, found ' '" },
   };
   for ( const auto & [ text, what ] : lines ) {

@@ -191,7 +191,8 @@ TEST_F( RecordTest, WhatDiffersOrIsNoRecordIsToldWithItsPlace ) {
     { "#= deleteNonDfPort Ethernet2,Ethernet2,10\n", "", 1,
       ":9" + differs +
           "nothing more\n  replayed  deleteNonDfPort Ethernet2,Ethernet2,10 -> done, at 5 s\n" },
-    { "advance 5\n", "advance five\n", 2, ":6:9: expected a number, found 'five'\n" },
+    { "advance 5\n", "advance five\n", 2,
+      ":6:9: expected seconds, 0 to 1000000000, found 'five'\n" },
     { first, "#= createNonDfPort Ethernet1,Ethernet1,10 -> soon\n", 2,
       ":3:46: expected one of notProgrammed invalidHwId tableFull (or its number), found 'soon'\n" },
     { first, "#= createNonDfProt Ethernet1,Ethernet1,10\n", 2,

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cmath>
+
 namespace {
 
 using namespace VexTest;
@@ -36,7 +38,8 @@ TEST( VexReflection, DescribesAttributesOfTheBaseFirst ) {
   EXPECT_THAT( describe( Gardener::vexType() ),
                ElementsAre( "1 tree reference :VexTest::Tree read only",
                             "2 branch reactors whole number: read only",
-                            "3 tools value :whole number read only", "4 pace value :number" ) );
+                            "3 tools value :whole number read only",
+                            "4 pace value :seconds above 0, 0.000001 to 1000000000" ) );
   EXPECT_EQ( Tree::vexType().attribute( "none" ), nullptr );
 }
 
@@ -103,6 +106,37 @@ TEST( VexReflection, ReadsWritesAndDeletesThroughTexts ) {
   const auto gardener = Vex::makePtr< Gardener >( tree, story );
   EXPECT_EQ( attribute( *gardener, "tree" ).target( *gardener ), tree );
   EXPECT_THAT( members( *gardener, "branch" ), ElementsAre( "7=" ) );
+}
+
+TEST( VexReflection, AnAttributeOfADomainTakesNoOtherValue ) {
+  Story story;
+  const auto tree = Vex::makePtr< Tree >();
+  const auto gardener = Vex::makePtr< Gardener >( tree, story );
+  const auto & pace = attribute( *gardener, "pace" );
+  Watchers watchers;
+  Watcher watcher( watchers, story, "gardener", gardener.get() );
+  const std::string expected = "expected seconds above 0, 0.000001 to 1000000000, found ";
+  for ( const double value : { 0.0, -1.0, 1e-9, 1e300, double( NAN ), double( INFINITY ) } ) {
+    EXPECT_THAT( [ & ] { gardener->paceIs( value ); },
+                 testing::ThrowsMessage< Vex::RangeError >( "VexTest::Gardener::pace: " + expected +
+                                                            Vex::text( value ) ) );
+  }
+  for ( const char * text : { "0", "-1", "1e-9", "1e400", "nan", "inf", "-0", "05", "", "fast" } ) {
+    const auto message = expected + ( *text ? "'" + std::string( text ) + "'" : "nothing" );
+    EXPECT_THAT( [ & ] { pace.valueIs( *gardener, text ); },
+                 testing::ThrowsMessage< Vex::ParseError >( message ) );
+    EXPECT_THAT( [ & ] { pace.canonicalValue( text ); },
+                 testing::ThrowsMessage< Vex::ParseError >( message ) );
+  }
+  EXPECT_THROW( pace.valueIs( *gardener, "5s" ), Vex::ParseError );
+  EXPECT_EQ( gardener->pace(), 2.0 );
+  EXPECT_EQ( story, Story() );
+  pace.valueIs( *gardener, "1e-6" );
+  gardener->paceIs( 1e9 );
+  EXPECT_EQ( pace.value( *gardener ), "1000000000" );
+  gardener->paceDel();
+  EXPECT_EQ( gardener->pace(), 2.0 );
+  EXPECT_EQ( story.size(), 3u );
 }
 
 TEST( VexReflection, BadTextAndOperationsOfOtherKindsChangeNothing ) {

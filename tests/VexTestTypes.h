@@ -127,7 +127,7 @@ public:
   VEX_INPUT( 1, tree, Tree )
   VEX_REACTORS( 2, branch, VexBranch )
   VEX_ATTRIBUTE( 3, tools, uint32_t )
-  VEX_TUNABLE( 4, pace, double, 2.0 )
+  VEX_TUNABLE( 4, pace, Vex::Interval, 2.0 )
   VEX_ATTRIBUTES( tree, branch, tools, pace )
   static constexpr auto vexAccess = Vex::Access::readOnly;
   using VexTree = Vex::MirrorReactor< Tree::branchEntities, branchReactors >;

@@ -28,8 +28,9 @@ public:
 
   // In the next turn of the scheduler.
   void scheduleNow();
-  // In the first turn when so many seconds have passed; not above 0: as scheduleNow(). A run that
-  // is pending for the same time or an earlier one stays as it is.
+  // In the first turn when so many seconds have passed, and on virtual time no earlier than at a
+  // later time, however few they are; not above 0: as scheduleNow(). Infinitely many never pass;
+  // NaN is fatal. A run that is pending for the same time or an earlier one stays as it is.
   void scheduleAfter( double seconds );
   void cancel();
   bool isScheduled() const { return ready() || delayed(); }

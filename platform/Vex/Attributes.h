@@ -10,7 +10,8 @@
 //   VEX_ENTITY( Class, "name"[, Base] )  opens the list; Base when it is not Vex::Entity
 //   VEX_KEY( Class, foo, Key )           what a member entity is constructed with and named by
 //   VEX_ATTRIBUTE( id, foo, T[, init] )  foo(), fooIs( value ), fooDel() (back to init)
-//   VEX_TUNABLE( id, foo, T, init )      the same, and reflection may write it in any class
+//   VEX_TUNABLE( id, foo, T, init )      the same, and reflection may write it in any class;
+//                                        T of either may be a domain, see Vex/Domain.h
 //   VEX_COMPUTED( id, foo, T )           declares `T foo() const`, which reflection reads
 //   VEX_SET( id, foo, Key )              foo( key ): bool, fooIs( key, present = true )
 //   VEX_MAP( id, foo, Key, Value )       foo( key ), fooIs( key, value )
@@ -131,10 +132,10 @@ public:
 #define VEX_ATTRIBUTE_ACCESS( ID, foo, T, access, ... )                                            \
   VEX_DECLARE( ID, foo, void, ValueType, ( access, &VexSelf::foo##Del ),                           \
                Vex::ValueStorage< T > foo##_{ __VA_ARGS__ } )                                      \
-  Vex::Arg< T > foo() const {                                                                      \
+  Vex::Arg< Vex::HeldBy< T > > foo() const {                                                       \
     return foo##_.get();                                                                           \
   }                                                                                                \
-  void foo##Is( Vex::Arg< T > value ) {                                                            \
+  void foo##Is( Vex::Arg< Vex::HeldBy< T > > value ) {                                             \
     foo##_.set( *this, ID, value );                                                                \
   }                                                                                                \
   void foo##Del() {                                                                                \

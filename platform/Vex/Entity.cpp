@@ -89,6 +89,10 @@ void Entity::zeroReferencesNotifieeDel( ZeroReferencesNotifiee * notifiee ) {
   std::erase( extra().zeroReferencesNotifiees, notifiee );
 }
 
+String Entity::vexAttributeName( AttrId id ) const {
+  return String( fwkType().name ) + "::" + String( fwkType().attribute( id )->name );
+}
+
 void Entity::vexParentIs( Entity * parent, AttrId attribute ) {
   VEX_ASSERT( !parent || !parent_ );
   parent_ = parent;

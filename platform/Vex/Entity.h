@@ -59,6 +59,8 @@ public:
       }
     } );
   }
+  // "<class>::<attribute>".
+  String vexAttributeName( AttrId id ) const;
   void vexParentIs( Entity * parent, AttrId attribute );
   // Empties every collection, from the leaves up.
   void vexClear();
