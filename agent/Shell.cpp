@@ -63,6 +63,12 @@ const std::vector< Shell::Command > & Shell::commands() {
       "Tasks run at their time. On the steady clock the time is waited for.\n"
       "  advance 5\n",
       &Shell::advance },
+    { "call", "PATH [ARGUMENT...]", "call an operation of an entity",
+      "PATH ends with the name of an operation that the entity before it offers; help PATH of the\n"
+      "entity lists them. Arguments are in their brief form, without blanks in them.\n"
+      "  call evpnLagSm.publishEvpnLagMemberInfo Port-Channel1 Ethernet1,Ethernet2\n"
+      "  call evpnFloodingEsiSm.reviewUnprogrammed.scheduleNow\n",
+      &Shell::call },
     { "restart", "", "end the agent and start it anew",
       "Machines, outputs and hardware are made anew over the inputs as they stand. Hardware is\n"
       "empty then, as large as before, and behaves as it does at first.\n"
@@ -287,6 +293,13 @@ void Shell::advance( Vex::TextCursor & in ) {
   const auto seconds =
       inTextAt( offset + 1, [ & ] { return Vex::parseHeld< Vex::Seconds >( text ); } );
   runTasks( seconds );
+}
+
+void Shell::call( Vex::TextCursor & in ) {
+  const Path path( wiring_.roots, in, Path::End::operation );
+  const auto result = path.call( in );
+  out_ << result << ( result.empty() ? "" : "\n" );
+  runTasks( 0 );
 }
 
 void Shell::runTasks( double seconds ) {

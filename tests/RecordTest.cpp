@@ -96,6 +96,7 @@ std::string story() {
   for ( const auto * table : { "vlan", "dot1qMapping", "nonDfPort", "fec", "floodSetDest" } ) {
     lines += "advance 6\nshow switch." + std::string( table ) + "\n";
     lines += table == std::string( "nonDfPort" ) ? "restart\n" : "";
+    lines += "call evpnFloodingDot1qSm.reviewUnprogrammed.scheduleNow\n";
   }
   return lines + "show switch.callCount\nshow switch.faultCount\nshow switch.fullCount\n"
                  "expect no switch.refusalCount\n";

@@ -20,8 +20,11 @@
 //   VEX_ENTITIES( id, foo, T )           foo( key ), fooIs( key ) makes, fooIs( Ptr ) puts back
 //   VEX_INPUT( id, foo, T )              foo(): Ptr< const T >, set by the constructor through foo_
 //   VEX_OUTPUT( id, foo, T )             foo(): Ptr< T >, likewise
+//   VEX_PART( id, foo, T )               foo(): Ptr< T >, fooIs( Ptr ) puts another in its place
 //   VEX_REACTORS( id, foo, Reactor )     foo( key ), fooIs( entity )
 //   VEX_ATTRIBUTES( foo, ... )           closes the list, naming every attribute of the class
+//   VEX_OPERATIONS( VEX_SAFE( foo, parameter, ... ), ... )
+//                                        what reflection may call beside, see Vex/Operation.h
 //
 // Member entities that stand only while they hold something are taken from by
 // fooMemberDel( key, member ), for those with one collection, which deletes the entity with its
@@ -37,6 +40,7 @@
 #include "Vex/Declared.h"
 #include "Vex/Describe.h"
 #include "Vex/ForEach.h"
+#include "Vex/Operation.h"
 #include "Vex/Storage.h"
 
 #include <concepts>
@@ -82,6 +86,7 @@ public:                                                                         
                    "a base" );                                                                     \
     static_assert( Vex::namesItsBase< VexSelf >(), "VEX_ENTITY names the class's base" );          \
     static const Vex::EntityType type( vexTypeName(), &VexBase::vexType(),                         \
+                                       VexSelf::vexOperations(),                                   \
                                        { VEX_FOR_EACH( VEX_TYPE_ADDRESS, __VA_ARGS__ ) } );        \
     return type;                                                                                   \
   }                                                                                                \
@@ -264,6 +269,14 @@ public:                                                                         
   VEX_DECLARE( ID, foo, void, ReferenceType, ( Vex::Access::readOnly ), Vex::Ptr< T > foo##_ )     \
   const Vex::Ptr< T > & foo() const {                                                              \
     return foo##_;                                                                                 \
+  }
+#define VEX_PART( ID, foo, T )                                                                     \
+  VEX_REFERENCE( ID, foo, T )                                                                      \
+  void foo##Is( const Vex::Ptr< T > & part ) {                                                     \
+    if ( foo##_ != part ) {                                                                        \
+      foo##_ = part;                                                                               \
+      vexNotify( ID, nullptr );                                                                    \
+    }                                                                                              \
   }
 #define VEX_INPUT( ID, foo, T ) VEX_REFERENCE( ID, foo, const T )
 #define VEX_OUTPUT( ID, foo, T ) VEX_REFERENCE( ID, foo, T )

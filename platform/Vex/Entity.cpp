@@ -45,8 +45,13 @@ Entity::~Entity() {
 }
 
 const EntityType & Entity::vexType() {
-  static const EntityType type( "Vex::Entity", nullptr, {} );
+  static const EntityType type( "Vex::Entity", nullptr, vexOperations(), {} );
   return type;
+}
+
+const Operations & Entity::vexOperations() {
+  static const Operations none;
+  return none;
 }
 
 Entity::Extra & Entity::extra() {
