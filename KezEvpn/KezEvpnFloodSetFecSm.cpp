@@ -66,11 +66,11 @@ void EvpnFloodSetFecSm::handleInitialized() {
   TRACE( 8, "handleInitialized" );
   clearOutputs();
   clearCaches();
-  numAllocatorConfig_ = Vex::makePtr< Loom::NumAllocatorConfig >( Loom::Range( 0, highestFecIndex ),
-                                                                  restOfReleasedIndex );
-  numAllocatorStatus_ = Vex::makePtr< Loom::NumAllocatorStatus >();
-  numAllocator_ =
-      Vex::makePtr< Loom::NumAllocator >( numAllocatorConfig_, numAllocatorStatus_, timerWheel_ );
+  numAllocatorConfigIs( Vex::makePtr< Loom::NumAllocatorConfig >( Loom::Range( 0, highestFecIndex ),
+                                                                  restOfReleasedIndex ) );
+  numAllocatorStatusIs( Vex::makePtr< Loom::NumAllocatorStatus >() );
+  numAllocatorIs( Vex::makePtr< Loom::NumAllocator >( numAllocatorConfig(), numAllocatorStatus(),
+                                                      timerWheel() ) );
   initializedIs( true );
   // What hardware still uses is known before the first path can go.
   handleEveryVlanFloodSetStatus();
@@ -185,8 +185,9 @@ void EvpnFloodSetFecSm::createOrUpdateFecRequest( const MplsFloodSetVia & via ) 
          " vlanId: ", via.vlanId );
   VEX_ASSERT( initialized() );
   const auto hwTunnelId = this->hwTunnelId( via.tunnelId );
-  const auto fecId = getOrAllocateFecId( via );
-  const auto fec = buildFec( fecId, via );
+  // What cannot be sent over raises its error before a number is taken for it.
+  auto fec = buildFec( FecId(), via );
+  const auto fecId = fec.fecId = getOrAllocateFecId( via );
   updateCachesForFecId( fecId, via, false );
   updateTunnelInfoCache( via, false );
   mplsFloodSetFecRequest()->fecIs( fec );
@@ -232,7 +233,7 @@ FecId EvpnFloodSetFecSm::getOrAllocateFecId( const MplsFloodSetVia & via ) {
 }
 
 Rook::Fib::Fec EvpnFloodSetFecSm::buildFec( FecId fecId, const MplsFloodSetVia & via ) const {
-  return { fecId, { { Wire::DynamicTunnelIntfId::intfId( via.tunnelId ), via.label } } };
+  return { fecId, { { via.tunnelId.intfId(), via.label } } };
 }
 
 void EvpnFloodSetFecSm::updateCachesForFecId( FecId fecId, const MplsFloodSetVia & via,

@@ -37,10 +37,11 @@ public:
   VEX_INPUT( 2, mplsFloodSetFecResponse, FecIdToHwFecIdResponse )
   VEX_OUTPUT( 3, hwInfoMapping, HwInfoMapping )
   VEX_OUTPUT( 4, timerWheel, Loom::TimerWheel )
-  // These three from `handleInitialized()` on.
-  VEX_OUTPUT( 5, numAllocatorConfig, Loom::NumAllocatorConfig )
-  VEX_OUTPUT( 6, numAllocatorStatus, Loom::NumAllocatorStatus )
-  VEX_OUTPUT( 7, numAllocator, Loom::NumAllocator )
+  // These three from `handleInitialized()` on; an allocator may be replaced while no path has a
+  // number of it.
+  VEX_PART( 5, numAllocatorConfig, Loom::NumAllocatorConfig )
+  VEX_PART( 6, numAllocatorStatus, Loom::NumAllocatorStatus )
+  VEX_PART( 7, numAllocator, Loom::NumAllocator )
   VEX_MAP( 8, fecIdCache, Rook::Fib::FecId, MplsFloodSetVia )
   VEX_MAP( 9, mplsFloodSetViaCache, MplsFloodSetVia, Rook::Fib::FecId )
   VEX_ENTITIES( 10, floodSetEntryCache, MplsFloodSetViaToVlanMacDestSet )

@@ -58,7 +58,7 @@ public:
   VEX_SET( 6, unprogrammedDot1q, IntfVlanKey )
   VEX_SET( 7, intfVlanQueue, IntfVlanKey )
   VEX_OUTPUT( 8, reviewIntfVlan, VexReviewIntfVlan )
-  VEX_TUNABLE( 9, defaultIntfVlanDelay, double, 1.0 ) // seconds
+  VEX_TUNABLE( 9, defaultIntfVlanDelay, Vex::Seconds, 1.0 )
   VEX_REACTORS( 10, vlanStatus, VexVlanStatus )
   VEX_ATTRIBUTES( evpnVlanStatus, evpnMplsConfig, programmedDot1q, intfVlanDot1q, dot1qStatus,
                   unprogrammedDot1q, intfVlanQueue, reviewIntfVlan, defaultIntfVlanDelay,

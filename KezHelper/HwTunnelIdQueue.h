@@ -14,6 +14,7 @@ class HwTunnelIdQueue : public Vex::Entity {
   VEX_ATTRIBUTES( hwTunnelId )
 
 public:
+  using VexHwTunnelId = Vex::Collection< uint32_t, Kez::HwTunnelId >::Member; // index and id
   using HwTunnelIdMetadata = Vex::QueueMetadata;
 };
 

@@ -18,11 +18,11 @@ VEX_ENUM( Failure, "Agent::Failure", notProgrammed, invalidHwId, tableFull )
 class FaultPlan : public Vex::Entity {
   VEX_ENTITY( FaultPlan, "Agent::FaultPlan" )
   VEX_KEY( FaultPlan, operation, FallibleOperation )
-  VEX_ATTRIBUTE( 1, nextCalls, uint32_t ) // so many calls from now on, counted down
-  VEX_ATTRIBUTE( 2, everyNth, uint32_t )  // of the calls seen; 0: none
-  VEX_ATTRIBUTE( 3, probability, double ) // of each call, 0 to 1
-  VEX_ATTRIBUTE( 4, seed, uint64_t )      // chooses the calls that the probability strikes
-  VEX_ATTRIBUTE( 5, untilTime, double )   // all calls before this time of Vex::Clock, in seconds
+  VEX_ATTRIBUTE( 1, nextCalls, uint32_t )           // so many calls from now on, counted down
+  VEX_ATTRIBUTE( 2, everyNth, uint32_t )            // of the calls seen; 0: none
+  VEX_ATTRIBUTE( 3, probability, Vex::Probability ) // of each call
+  VEX_ATTRIBUTE( 4, seed, uint64_t )          // chooses the calls that the probability strikes
+  VEX_ATTRIBUTE( 5, untilTime, Vex::Seconds ) // all calls before this time of Vex::Clock
   VEX_ATTRIBUTE( 6, answer, Failure )
   VEX_ATTRIBUTE( 7, callsSeen, uint64_t )
   VEX_ATTRIBUTES( nextCalls, everyNth, probability, seed, untilTime, answer, callsSeen )

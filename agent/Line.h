@@ -10,7 +10,7 @@ namespace Agent {
 class BadLine : public std::runtime_error {
 public:
   BadLine( size_t column, const Vex::String & message )
-      : std::runtime_error( message ), column( column ) {}
+      : std::runtime_error( Vex::printable( message ) ), column( column ) {}
   const size_t column;
 };
 

@@ -32,17 +32,22 @@ Ptr< const Entity > next( const Entity & entity, const AttributeType & attribute
 }
 
 // Reflection hands out members as constant. Those that a path may write it reached from a root
-// that may be written, through attributes that may.
+// that may be written, through attributes that may; what an entity does when it is told to, it may
+// do wherever a path leads to it.
 Ptr< Entity > unlocked( const Ptr< const Entity > & entity ) {
   return const_cast< Entity * >( entity.get() );
 }
 
 } // namespace
 
-Path::Path( const Roots & roots, Vex::TextCursor & in ) : rootOffset_( in.offset() ) {
+Path::Path( const Roots & roots, Vex::TextCursor & in, End end ) : rootOffset_( in.offset() ) {
   readRoot( roots, in );
-  while ( in.skip( "." ) ) {
-    readStep( in );
+  while ( !operation_ && in.skip( "." ) ) {
+    readStep( in, end );
+  }
+  if ( end == End::operation && !operation_ ) {
+    in.fail( type_ ? "'.' and an operation of " + String( type_->name )
+                   : "an operation of an entity, which " + text() + " is not" );
   }
   if ( !in.done() && !in.startsWith( " " ) && !in.startsWith( "\t" ) ) {
     in.fail( "'.', a blank or the end of the line" );
@@ -61,13 +66,22 @@ void Path::readRoot( const Roots & roots, Vex::TextCursor & in ) {
   type_ = &root_->entity->fwkType();
 }
 
-void Path::readStep( Vex::TextCursor & in ) {
+void Path::readStep( Vex::TextCursor & in, End end ) {
   Step step{ nullptr, std::nullopt, in.offset() };
   const auto name = takeUntil( in, ".[] \t" );
   if ( !type_ ) {
     failAt( step.offset - 1, "the end of the path, since " + text() + " is no entity", "." );
   }
   step.attribute = type_->attribute( name );
+  if ( !step.attribute && end == End::operation ) {
+    operation_ = type_->operation( name );
+    operationOffset_ = step.offset;
+    if ( operation_ ) {
+      return;
+    }
+    const auto names = choices( type_->operations(), []( auto & each ) { return each->name; } );
+    failAt( step.offset, "an operation of " + String( type_->name ) + " (" + names + ")", name );
+  }
   if ( !step.attribute ) {
     const auto names = choices( type_->attributes(), []( auto * each ) { return each->name; } );
     failAt( step.offset, "an attribute of " + String( type_->name ) + " (" + names + ")", name );
@@ -135,6 +149,18 @@ Reading Path::read() const {
     return {};
   }
   return { true, hasValue() ? std::optional( member->value ) : std::nullopt, {} };
+}
+
+String Path::call( Vex::TextCursor & in ) const {
+  if ( !operation_->safe ) {
+    throw BadLine( operationOffset_ + 1, "expected an operation that may be called at any time; " +
+                                             String( operation_->name ) + " may not" );
+  }
+  const auto callee = unlocked( entity() );
+  if ( !callee ) {
+    throw BadLine( rootOffset_ + 1, "expected an entity that is there; " + text() + " is not" );
+  }
+  return operation_->call( *callee, in );
 }
 
 bool Path::writable() const {

@@ -6,7 +6,8 @@
 // member of a collection. Keys may be in their brief or full text form. A reference leads on to
 // the entity that it refers to. A path is checked against the classes of the entities as it is
 // read, so that a path that stands can be told from one that cannot be; whether what it names is
-// there is looked up each time that it is asked.
+// there is looked up each time that it is asked. A path may also end with the name of an operation
+// of the entity before it, for which there is a call.
 #pragma once
 
 #include "agent/Line.h"
@@ -23,8 +24,11 @@ struct Reading {
 
 class Path {
 public:
+  // What a path ends with.
+  enum class End { state, operation };
+
   // Reads a path and the blanks after it. Raises ParseError or BadLine.
-  Path( const Roots & roots, Vex::TextCursor & in );
+  Path( const Roots & roots, Vex::TextCursor & in, End end = End::state );
 
   // Keys in their brief form.
   Vex::String text() const;
@@ -44,6 +48,11 @@ public:
   bool namesCollection() const { return attribute() && attribute()->keyed() && !hasKey(); }
   // The class of the entity that the path names; null when it names something else.
   const Vex::EntityType * type() const { return type_; }
+
+  // Calls the operation which the path ends with on the entity before it; what that returned.
+  // Raises BadLine, having called nothing, unless the operation is safe, the entity is there, and
+  // the rest of the line is its arguments.
+  Vex::String call( Vex::TextCursor & in ) const;
 
   // The entity that the path names, null while it is not there.
   Vex::Ptr< const Vex::Entity > entity() const { return walk( steps_.size() ); }
@@ -68,7 +77,7 @@ private:
   };
 
   void readRoot( const Roots & roots, Vex::TextCursor & in );
-  void readStep( Vex::TextCursor & in );
+  void readStep( Vex::TextCursor & in, End end );
   void readKey( Vex::TextCursor & in, Step & step ) const;
   Vex::Ptr< const Vex::Entity > walk( size_t steps ) const;
 
@@ -77,6 +86,8 @@ private:
   const Root * root_ = nullptr;
   std::vector< Step > steps_;
   const Vex::EntityType * type_ = nullptr;
+  const Vex::OperationType * operation_ = nullptr;
+  size_t operationOffset_ = 0; // in the line
 };
 
 } // namespace Agent

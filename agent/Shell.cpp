@@ -5,10 +5,9 @@
 #include "Ringlog/Setting.h"
 #include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"
+#include "Vex/Domain.h"
 #include "agent/RecordEntry.h"
 #include "agent/Show.h"
-
-#include <cmath>
 
 namespace Agent {
 
@@ -64,6 +63,12 @@ const std::vector< Shell::Command > & Shell::commands() {
       "Tasks run at their time. On the steady clock the time is waited for.\n"
       "  advance 5\n",
       &Shell::advance },
+    { "call", "PATH [ARGUMENT...]", "call an operation of an entity",
+      "PATH ends with the name of an operation that the entity before it offers; help PATH of the\n"
+      "entity lists them. Arguments are in their brief form, without blanks in them.\n"
+      "  call evpnLagSm.publishEvpnLagMemberInfo Port-Channel1 Ethernet1,Ethernet2\n"
+      "  call evpnFloodingEsiSm.reviewUnprogrammed.scheduleNow\n",
+      &Shell::call },
     { "restart", "", "end the agent and start it anew",
       "Machines, outputs and hardware are made anew over the inputs as they stand. Hardware is\n"
       "empty then, as large as before, and behaves as it does at first.\n"
@@ -286,11 +291,15 @@ void Shell::advance( Vex::TextCursor & in ) {
   const size_t offset = in.offset();
   const auto text = takeRest( in );
   const auto seconds =
-      inTextAt( offset + 1, [ & ] { return Vex::parseBriefly< double >( text ); } );
-  if ( !std::isfinite( seconds ) || seconds < 0 ) {
-    failAt( offset, "a number of seconds, not negative", text );
-  }
+      inTextAt( offset + 1, [ & ] { return Vex::parseHeld< Vex::Seconds >( text ); } );
   runTasks( seconds );
+}
+
+void Shell::call( Vex::TextCursor & in ) {
+  const Path path( wiring_.roots, in, Path::End::operation );
+  const auto result = path.call( in );
+  out_ << result << ( result.empty() ? "" : "\n" );
+  runTasks( 0 );
 }
 
 void Shell::runTasks( double seconds ) {

@@ -49,6 +49,7 @@ private:
   void expect( Vex::TextCursor & in );
   void explain( Vex::TextCursor & in );
   void advance( Vex::TextCursor & in );
+  void call( Vex::TextCursor & in );
   void restart( Vex::TextCursor & in );
   void trace( Vex::TextCursor & in );
   void record( Vex::TextCursor & in );

@@ -47,9 +47,9 @@ public:
   VEX_INPUT( 4, hwConfig, Kez::EvpnVlanFloodSetHwConfig )
   VEX_OUTPUT( 5, hwStatus, Kez::EvpnVlanFloodSetHwStatus )
   VEX_REACTORS( 6, vlanFloodSetConfig, VexVlanFloodSetConfig )
-  VEX_ATTRIBUTE( 7, answerDelay, double )        // in seconds; 0: within the write
-  VEX_ATTRIBUTE( 8, shuffleSeed, uint64_t )      // 0: in order
-  VEX_ATTRIBUTE( 9, retryInterval, double, 5.0 ) // in seconds
+  VEX_ATTRIBUTE( 7, answerDelay, Vex::Seconds ) // 0: within the write
+  VEX_ATTRIBUTE( 8, shuffleSeed, uint64_t )     // 0: in order
+  VEX_ATTRIBUTE( 9, retryInterval, Vex::Interval, 5.0 )
   VEX_COMPUTED( 10, pendingAnswers, size_t )
   VEX_ATTRIBUTES( simulatedSwitch, fecRequest, fecResponse, hwConfig, hwStatus, vlanFloodSetConfig,
                   answerDelay, shuffleSeed, retryInterval, pendingAnswers )

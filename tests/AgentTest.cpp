@@ -35,8 +35,14 @@ class Ticker : public Loom::Task {
   VEX_MAP( 2, ticks, double, bool )
   VEX_INPUT( 3, rack, Rack )
   VEX_ATTRIBUTES( interval, ticks, rack )
+  VEX_OPERATIONS( VEX_SAFE( note, intfId, ports ), VEX_UNSAFE( cancel ) )
 
 public:
+  uint64_t note( Wire::IntfId intfId, const Kez::KezPortList & ports ) {
+    ticksIs( -1.0, ports.portHas( intfId ) );
+    return ports.ports();
+  }
+
   Ticker( const Vex::Ptr< Loom::TaskScheduler > & scheduler, const Vex::Ptr< const Rack > & rack )
       : Task( scheduler, 0, "ticker" ), rack_( rack ) {
     scheduleAfter( interval() );
@@ -100,11 +106,12 @@ protected:
 TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
   EXPECT_EQ( line( "set rack.slot[Ethernet1,10].weight[Ethernet2] 5" ), "" );
   const auto before = dump();
+  using namespace std::string_literals;
   const std::string slot = "set rack.slot[Ethernet1,11]."; // not there: it must not be made
   const std::pair< std::string, const char * > lines[] = {
     { "sett rack",
-      "1: expected a command (set, del, show, expect, explain, advance, restart, trace, record, "
-      "help), found 'sett'" },
+      "1: expected a command (set, del, show, expect, explain, advance, call, restart, trace, "
+      "record, help), found 'sett'" },
     { "set", "4: expected a root (rack, made, ticker), found nothing" },
     { "  set rak.slot 5", "7: expected a root (rack, made, ticker), found 'rak'" },
     { "set rack", "9: expected '.' and an attribute of Test::Rack" },
@@ -126,6 +133,12 @@ TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
       "47: expected a whole number of 8 bits, not negative, found '256'" },
     { slot + "weight[Ethernet2]",
       "46: expected a whole number of 8 bits, not negative, found nothing" },
+    { slot + "weight[Ethernet2] 007",
+      "47: expected a whole number of 8 bits, not negative, found '007'" },
+    { "set rack.slot[Ethernet1,1\0001]"s,
+      "25: field 'vlanId': expected a VLAN id, 1 to 4094, found '1\\x001'" },
+    { "del rack.sl\0ot[Ethernet1,1] now"s,
+      "10: expected an attribute of Test::Rack (slot), found 'sl\\x00ot'" },
     { slot + "vlan[10] 1", "38: expected nothing more, found '1'" },
     { slot + "vlan[]", "34: expected a key, Bridging::VlanId, found ']'" },
     { "set made.slot[Ethernet1,10]",
@@ -139,7 +152,20 @@ TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
       "24: expected a whole number of 64 bits, not negative, found 'x'" },
     { "expect no rack.slot 1", "21: expected nothing more, found '1'" },
     { "expect rack 1", "13: expected nothing more, since rack has no value" },
-    { "advance -1", "9: expected a number of seconds, not negative, found '-1'" },
+    { "advance -1", "9: expected seconds, 0 to 1000000000, found '-1'" },
+    { "advance 1e300", "9: expected seconds, 0 to 1000000000, found '1e300'" },
+    { "call ticker", "12: expected '.' and an operation of Test::Ticker, found nothing" },
+    { "call ticker.ticks", "18: expected an operation of an entity, which ticker.ticks is not, "
+                           "found nothing" },
+    { "call ticker.pause",
+      "13: expected an operation of Test::Ticker (scheduleNow, note, cancel), found 'pause'" },
+    { "call ticker.rack.slot[Ethernet9,1].label",
+      "36: expected an operation of Test::Slot (it has none), found 'label'" },
+    { "call ticker.cancel",
+      "13: expected an operation that may be called at any time; cancel may not" },
+    { "call ticker.note", "17: argument 'intfId': expected Wire::IntfId, found nothing" },
+    { "call ticker.note Ethernet1 ,", "28: argument 'ports': expected a port's name, found ','" },
+    { "call ticker.scheduleNow 5", "25: expected nothing more, found '5'" },
     { "trace Kez/5,x y", "14: expected '/', ',' or the end, found ' '" },
   };
   for ( const auto & [ text, what ] : lines ) {
@@ -152,7 +178,7 @@ TEST_F( AgentTest, WritesAndShowsWhatPathsName ) {
   for ( const auto * text :
         { "set rack.slot[Value('Kez::IntfVlanKey', ** {'intfId': Ethernet1, 'vlanId': 10})].label "
           " to the left ",
-          "set rack.slot[Ethernet1,10].weight[Ethernet2] 007", "set rack.slot[Ethernet2,10]",
+          "set rack.slot[Ethernet1,10].weight[Ethernet2] 7", "set rack.slot[Ethernet2,10]",
           "set rack.slot[Ethernet1,10].weight[swp3] 1", "del rack.slot[Ethernet1,10].weight[swp3]",
           "set rack.slot[Ethernet1,10].vlan[20]", "set rack.slot[Ethernet1,10].vlan[10]",
           "set ticker.interval 2.50" } ) {
@@ -189,6 +215,18 @@ TEST_F( AgentTest, WritesAndShowsWhatPathsName ) {
     Ethernet2 = 7
   vlan (0)
 )" );
+}
+
+TEST_F( AgentTest, CallsWhatAnEntityOffers ) {
+  EXPECT_EQ( output( "call ticker.note  Ethernet2 Ethernet1,Ethernet2" ), "2\n" );
+  EXPECT_EQ( output( "show ticker.ticks[-1]" ), "ticker.ticks[-1] = 1\n" );
+  EXPECT_EQ( output( "call ticker.note Ethernet2" ), "0\n" );
+  EXPECT_EQ( output( "call ticker.scheduleNow" ), "" );
+  EXPECT_EQ( line( "expect ticker.ticks[0] 1" ), "" );
+  EXPECT_EQ( shell.failures(), 0u );
+  EXPECT_THAT( output( "help ticker" ),
+               testing::EndsWith( "  call scheduleNow\n"
+                                  "  call note intfId:Wire::IntfId ports:Kez::KezPortList\n" ) );
 }
 
 TEST_F( AgentTest, ExpectationsHoldOrShowBothValues ) {

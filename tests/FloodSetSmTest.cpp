@@ -396,6 +396,20 @@ TEST_F( FloodSetSmTest, StartingAnewEndsWhereTheInputsSay ) {
   EXPECT_EQ( request->fecs() + config->configs() + hwInfo->mappings() + hardware->fecs(), 0u );
 }
 
+TEST_F( FloodSetSmTest, NoNumberIsTakenForAPathThatNoInterfaceCanStandFor ) {
+  start();
+  for ( const uint64_t type : { 4096u, 0xfffffu } ) {
+    EXPECT_THROW( fecSm->createOrUpdateFecRequest( { type << 44, 100, 0u } ), Vex::RangeError );
+  }
+  EXPECT_EQ( fecSm->numAllocatorStatus()->counts().used, 0u );
+  EXPECT_EQ( fecSm->fecIdCaches() + fecSm->tunnelInfoCaches() + request->fecs(), 0u );
+  fecSm->createOrUpdateFecRequest( { uint64_t( 4095 ) << 44, 100, 0u } );
+  EXPECT_EQ( request->fec( fecSm->mplsFloodSetViaCache( { uint64_t( 4095 ) << 44, 100, 0u } ) )
+                 .via.at( 0 )
+                 .intfId,
+             "DynamicTunnel4095.0" );
+}
+
 TEST_F( FloodSetSmTest, WhatMayNotBeIsFatal ) {
   makeFilter();
   EXPECT_DEATH( filter->processVlanFloodSet( 10 ),

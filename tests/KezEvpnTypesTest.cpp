@@ -66,6 +66,19 @@ TEST( KezEvpnTypes, printAndParseTheirTextForms ) {
   EXPECT_FALSE( TunnelIdToHwTunnelId().hwTunnelId.valid() );
 }
 
+static_assert( Vex::relocatable< Rook::Fib::Fec >() );
+
+// The number 0 is a null pointer too, and two literals are two names.
+TEST( KezEvpnTypes, areMadeOfTheirFieldsWhateverThoseAreGivenAs ) {
+  EXPECT_EQ( IntfTunnelKey( "Ethernet1", 0 ),
+             IntfTunnelKey( Wire::IntfId( "Ethernet1" ), TunnelId() ) );
+  EXPECT_EQ( IntfVlanKey( "Ethernet1", 0 ).vlanId.value(), 0 );
+  static_assert( !std::is_constructible_v< IntfTunnelKey, const char *, std::nullptr_t > );
+  static_assert(
+      !std::is_constructible_v< IntfTunnelKey, const char( & )[ 2 ], const char( & )[ 2 ] > );
+  static_assert( !std::is_constructible_v< Wire::IntfId, std::nullptr_t > );
+}
+
 TEST( KezEvpnTypes, flowThroughTextOnTheWayToHardware ) {
   const L2Rib::Dest dest = L2Rib::Dest::ofMpls( { "Ethernet1", 100, 5 } );
   expectText( VlanMacDest( 10, 0xa, dest ),

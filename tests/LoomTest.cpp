@@ -115,6 +115,20 @@ TEST_F( LoomTest, PendingRunIsNeverEarlyAndOnlyMovesForward ) {
 }
 
 // Against a plain table of who is due when; few distinct times, so that many are equal.
+TEST_F( LoomTest, AnyDelayAboveNothingLetsTimePass ) {
+  Vex::Clock::virtualIs( 1e9 ); // where the clock cannot tell a nanosecond
+  const auto task = job( "task" );
+  task->scheduleAfter( 1e-300 );
+  EXPECT_GT( *scheduler->nextDeadline(), 1e9 );
+  task->cancel();
+  task->scheduleAfter( std::numeric_limits< double >::infinity() );
+  Vex::Clock::advanceTo( 1e300 );
+  EXPECT_EQ( scheduler->runReady(), 0u );
+  task->scheduleAfter( -std::numeric_limits< double >::infinity() );
+  EXPECT_EQ( scheduler->runReady(), 1u );
+  EXPECT_DEATH( task->scheduleAfter( std::nan( "" ) ), "isnan" );
+}
+
 TEST_F( LoomTest, AnyMixOfRequestsKeepsTheOrderOfTimes ) {
   std::mt19937 random( 20 );
   std::map< std::string, Vex::Ptr< Job > > jobs;

@@ -138,8 +138,9 @@ private:
                              now + fraction * 1e4,
                              now + std::exp( fraction * 40 ),
                              now - fraction,
-                             std::numeric_limits< double >::infinity() };
-    const double time = times[ pick( 32 ) == 0 ? 8 : ( kind_ += pick( 40 ) == 0 ) % 8 ];
+                             std::numeric_limits< double >::infinity(),
+                             -std::numeric_limits< double >::infinity() };
+    const double time = times[ pick( 32 ) == 0 ? 8 + pick( 2 ) : ( kind_ += pick( 40 ) == 0 ) % 8 ];
     forget( number );
     timers_[ number ]->setAt( time );
     table_.emplace( Entry{ time, sequence_++ }, number );

@@ -96,6 +96,7 @@ TEST_F( NumAllocatorTest, ConfigurationRefusesWhatCannotBe ) {
   EXPECT_THROW( configure( 0, UINT64_MAX, 0 ), Vex::RangeError );
   EXPECT_THROW( configure( 5, 5, -1 ), Vex::RangeError );
   EXPECT_THROW( configure( 5, 5, std::nan( "" ) ), Vex::RangeError );
+  EXPECT_THROW( configure( 5, 5, HUGE_VAL ), Vex::RangeError );
 }
 
 } // namespace

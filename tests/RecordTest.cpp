@@ -96,6 +96,7 @@ std::string story() {
   for ( const auto * table : { "vlan", "dot1qMapping", "nonDfPort", "fec", "floodSetDest" } ) {
     lines += "advance 6\nshow switch." + std::string( table ) + "\n";
     lines += table == std::string( "nonDfPort" ) ? "restart\n" : "";
+    lines += "call evpnFloodingDot1qSm.reviewUnprogrammed.scheduleNow\n";
   }
   return lines + "show switch.callCount\nshow switch.faultCount\nshow switch.fullCount\n"
                  "expect no switch.refusalCount\n";
@@ -191,7 +192,8 @@ TEST_F( RecordTest, WhatDiffersOrIsNoRecordIsToldWithItsPlace ) {
     { "#= deleteNonDfPort Ethernet2,Ethernet2,10\n", "", 1,
       ":9" + differs +
           "nothing more\n  replayed  deleteNonDfPort Ethernet2,Ethernet2,10 -> done, at 5 s\n" },
-    { "advance 5\n", "advance five\n", 2, ":6:9: expected a number, found 'five'\n" },
+    { "advance 5\n", "advance five\n", 2,
+      ":6:9: expected seconds, 0 to 1000000000, found 'five'\n" },
     { first, "#= createNonDfPort Ethernet1,Ethernet1,10 -> soon\n", 2,
       ":3:46: expected one of notProgrammed invalidHwId tableFull (or its number), found 'soon'\n" },
     { first, "#= createNonDfProt Ethernet1,Ethernet1,10\n", 2,

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include <functional>
+#include <set>
 #include <sstream>
 
 namespace {
@@ -243,6 +244,49 @@ TEST( SimulatedSwitchPaths, AgentHasSwitchAndHelperAtTheirRoots ) {
   execute( "expect no switch.refusalCount" );
   EXPECT_EQ( shell.failures(), 0u ) << err.str();
   EXPECT_THROW( execute( "set switch.fault[deleteVlan].nextCalls 1" ), Agent::BadLine );
+
+  for ( const char * path :
+        { "evpnHwTunnelIdSm.defaultUnprogrammedRetryInterval",
+          "evpnFloodingDot1qSm.defaultIntfVlanDelay", "switchFloodSets.answerDelay",
+          "switchFloodSets.retryInterval", "scheduler.timeSlice", "scheduler.workBudget",
+          "switch.fault[createVlan].probability", "switch.fault[createFec].untilTime" } ) {
+    for ( const char * value : { "-1", "nan", "inf", "1e400" } ) {
+      EXPECT_THROW( execute( ( std::string( "set " ) + path + " " + value ).c_str() ),
+                    Agent::BadLine )
+          << path << value;
+    }
+  }
+  for ( const char * line :
+        { "set scheduler.workBudget 0", "set scheduler.timeSlice 0",
+          "set switchFloodSets.retryInterval 0", "set switch.fault[createFec].probability 1.1" } ) {
+    EXPECT_THROW( execute( line ), Agent::BadLine ) << line;
+  }
+  execute( "set switchFloodSets.answerDelay 0" );
+  execute( "set evpnFloodingDot1qSm.defaultIntfVlanDelay 0" );
+  execute( "expect no switch.fault[createFec]" );
+  EXPECT_EQ( shell.failures(), 0u ) << err.str();
+}
+
+// A duration that is none, or a probability above 1, would be found out late, or never.
+TEST( SimulatedSwitchPaths, EveryFigureThatMayBeWrittenSaysItsRange ) {
+  auto wiring = Agent::wire();
+  std::set< const Vex::EntityType * > seen;
+  const std::function< void( const Vex::EntityType & ) > look = [ & ]( const auto & type ) {
+    if ( !seen.insert( &type ).second ) {
+      return;
+    }
+    for ( const auto * attribute : type.attributes() ) {
+      const bool written = attribute->access == Vex::Access::writable;
+      EXPECT_FALSE( written && attribute->valueType == "number" ) << type.name << attribute->name;
+      if ( attribute->entityType() ) {
+        look( *attribute->entityType() );
+      }
+    }
+  };
+  for ( const auto & root : wiring.roots ) {
+    look( root.entity->fwkType() );
+  }
+  EXPECT_GT( seen.size(), 20u );
 }
 
 } // namespace

@@ -15,6 +15,21 @@ struct Crowded {
   friend bool operator==( const Crowded &, const Crowded & ) = default;
 };
 
+// What may be moved by its bytes follows from the fields, if those are all that there is.
+struct Labelled {
+  Vex::Ptr< VexTest::Leaf > leaf;
+  uint16_t number = 0;
+  static constexpr auto vexFields() {
+    return std::make_tuple( Vex::field( "leaf", &Labelled::leaf ),
+                            Vex::field( "number", &Labelled::number ) );
+  }
+};
+struct Hiding : Labelled {
+  std::string hidden;
+};
+static_assert( Vex::relocatable< Labelled >() && Vex::relocatable< VexTest::Stroke >() );
+static_assert( !Vex::relocatable< std::string >() && !Vex::relocatable< Hiding >() );
+
 // Runs a collection and a plain model of it through the same random changes, with walks under
 // way that begin, go on and end between them.
 template< class Key, class Value > class Comparison {

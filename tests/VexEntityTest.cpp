@@ -320,6 +320,7 @@ TEST_F( VexEntity, OwnerSwitchesAndMarksAllItsReactors ) {
 }
 
 TEST_F( VexEntity, IsNamedByItsHostOrItsKey ) {
+  EXPECT_EQ( tree->entity(), tree );
   tree->nameIs( "oak" );
   const auto leaf = tree->branchIs( 4 )->leafIs( 5 );
   EXPECT_EQ( leaf->fullName(), "oak.branch[4].leaf[5]" );

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cmath>
+
 namespace {
 
 using namespace VexTest;
@@ -36,7 +38,9 @@ TEST( VexReflection, DescribesAttributesOfTheBaseFirst ) {
   EXPECT_THAT( describe( Gardener::vexType() ),
                ElementsAre( "1 tree reference :VexTest::Tree read only",
                             "2 branch reactors whole number: read only",
-                            "3 tools value :whole number read only", "4 pace value :number" ) );
+                            "3 tools value :whole number read only",
+                            "4 pace value :seconds above 0, 0.000001 to 1000000000",
+                            "5 spare reference :VexTest::Plant read only" ) );
   EXPECT_EQ( Tree::vexType().attribute( "none" ), nullptr );
 }
 
@@ -102,7 +106,91 @@ TEST( VexReflection, ReadsWritesAndDeletesThroughTexts ) {
   tree->branchIs( 7 );
   const auto gardener = Vex::makePtr< Gardener >( tree, story );
   EXPECT_EQ( attribute( *gardener, "tree" ).target( *gardener ), tree );
+  Watcher onGardener( watchers, story, "gardener", gardener.get() );
+  story.clear();
+  for ( const auto & spare : { tree, tree, Vex::Ptr< Tree >() } ) {
+    gardener->spareIs( spare );
+    EXPECT_EQ( attribute( *gardener, "spare" ).target( *gardener ), spare );
+  }
+  EXPECT_THAT( story, ElementsAre( "gardener spare", "gardener spare" ) );
   EXPECT_THAT( members( *gardener, "branch" ), ElementsAre( "7=" ) );
+}
+
+TEST( VexReflection, CallsOperationsByTextOrSaysWhichArgumentIsBad ) {
+  const auto tree = Vex::makePtr< Tree >();
+  const auto & type = Vex::makePtr< Tree >()->fwkType();
+  Story offered;
+  for ( const auto & each : type.operations() ) {
+    offered.push_back( std::string( each->name ) + ( each->safe ? "" : "!" ) );
+    for ( const auto & parameter : each->parameters() ) {
+      offered.back() += " " + std::string( parameter.name ) + ":" + std::string( parameter.type );
+    }
+  }
+  EXPECT_THAT( offered, ElementsAre( "paint at:VexTest::Point stroke:VexTest::Stroke",
+                                     "guestDelAll!", "visitOf key:text" ) );
+  const auto call = [ & ]( const char * name, std::string_view arguments ) -> std::string {
+    Vex::TextCursor in( arguments );
+    try {
+      return type.operation( name )->call( *tree, in );
+    } catch ( const Vex::ParseError & error ) {
+      return std::to_string( error.offset() ) + ": " + error.what();
+    } catch ( const Vex::RangeError & error ) {
+      return error.what();
+    }
+  };
+  tree->visitIs( 7, 3 );
+  tree->guestIs( "owl" );
+  EXPECT_EQ( call( "visitOf", "7" ), "3" );
+  EXPECT_EQ( call( "visitOf", "12" ), "argument 'key': TreeNumber > 9 not allowed" );
+  EXPECT_EQ( call( "guestDelAll", "owl" ), "0: expected nothing more, found 'owl'" );
+  EXPECT_EQ( call( "guestDelAll", "" ), "" );
+  EXPECT_EQ( tree->guests(), 0u );
+  const std::pair< const char *, const char * > bad[] = {
+    { "", "0: argument 'at': expected VexTest::Point, found nothing" },
+    { "1,2", "3: argument 'stroke.from': expected '(', found nothing" },
+    { "1,2(1,2),(3,4),red,5", "3: argument 'at': expected ' ', found '('" },
+    { "1,y (1,2),(3,4),red,5", "2: argument 'at.y': expected a whole number of 16 bits" },
+    { "1,2 (1,2),(3,4),pink,5", "16: argument 'stroke.colour': expected one of red green blue" },
+    { "1,2 (1,2),(3,4),red,5 6", "22: expected nothing more, found '6'" }
+  };
+  for ( const auto & [ arguments, what ] : bad ) {
+    EXPECT_THAT( call( "paint", arguments ), testing::StartsWith( what ) );
+  }
+  EXPECT_EQ( tree->strokes(), 0u );
+  EXPECT_EQ( call( "paint", "1,2  (1, 2),(3,4),green,5" ), "" );
+  EXPECT_EQ( tree->stroke( Point( 1, 2 ) ).colour, Colour::green );
+  EXPECT_EQ( Gardener::vexType().operation( "paint" ), nullptr );
+}
+
+TEST( VexReflection, AnAttributeOfADomainTakesNoOtherValue ) {
+  Story story;
+  const auto tree = Vex::makePtr< Tree >();
+  const auto gardener = Vex::makePtr< Gardener >( tree, story );
+  const auto & pace = attribute( *gardener, "pace" );
+  Watchers watchers;
+  Watcher watcher( watchers, story, "gardener", gardener.get() );
+  const std::string expected = "expected seconds above 0, 0.000001 to 1000000000, found ";
+  for ( const double value : { 0.0, -1.0, 1e-9, 1e300, double( NAN ), double( INFINITY ) } ) {
+    EXPECT_THAT( [ & ] { gardener->paceIs( value ); },
+                 testing::ThrowsMessage< Vex::RangeError >( "VexTest::Gardener::pace: " + expected +
+                                                            Vex::text( value ) ) );
+  }
+  for ( const char * text : { "0", "-1", "1e-9", "1e400", "nan", "inf", "-0", "05", "", "fast" } ) {
+    const auto message = expected + ( *text ? "'" + std::string( text ) + "'" : "nothing" );
+    EXPECT_THAT( [ & ] { pace.valueIs( *gardener, text ); },
+                 testing::ThrowsMessage< Vex::ParseError >( message ) );
+    EXPECT_THAT( [ & ] { pace.canonicalValue( text ); },
+                 testing::ThrowsMessage< Vex::ParseError >( message ) );
+  }
+  EXPECT_THROW( pace.valueIs( *gardener, "5s" ), Vex::ParseError );
+  EXPECT_EQ( gardener->pace(), 2.0 );
+  EXPECT_EQ( story, Story() );
+  pace.valueIs( *gardener, "1e-6" );
+  gardener->paceIs( 1e9 );
+  EXPECT_EQ( pace.value( *gardener ), "1000000000" );
+  gardener->paceDel();
+  EXPECT_EQ( gardener->pace(), 2.0 );
+  EXPECT_EQ( story.size(), 3u );
 }
 
 TEST( VexReflection, BadTextAndOperationsOfOtherKindsChangeNothing ) {

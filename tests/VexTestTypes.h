@@ -27,6 +27,25 @@ struct Stroke {
   VEX_VALUE( Stroke, "VexTest::Stroke", from, to, colour, width )
 };
 
+// 0 to 9, made and parsed.
+class TreeNumber {
+public:
+  TreeNumber( uint32_t value = 0 ) : value_( value ) {
+    if ( value > 9 ) {
+      throw Vex::RangeError( "TreeNumber > 9 not allowed" );
+    }
+  }
+  uint32_t value() const { return value_; }
+  friend void parseText( Vex::TextCursor & in, TreeNumber & number ) {
+    uint32_t value = 0;
+    Vex::parseText( in, value );
+    number = value;
+  }
+
+private:
+  uint32_t value_;
+};
+
 class Leaf : public Vex::Entity {
   VEX_ENTITY( Leaf, "VexTest::Leaf" )
   VEX_KEY( Leaf, number, uint32_t )
@@ -57,6 +76,11 @@ class Tree : public Plant {
   VEX_COUNTER( 6, visit, uint32_t )
   VEX_SET( 7, guest, Vex::String )
   VEX_ATTRIBUTES( branch, stroke, visit, guest )
+  VEX_OPERATIONS( VEX_SAFE( paint, at, stroke ), VEX_UNSAFE( guestDelAll ),
+                  VEX_SAFE( visitOf, key ) )
+
+  void paint( const Point & at, Stroke stroke ) { strokeIs( at, stroke ); }
+  uint32_t visitOf( TreeNumber number ) { return visit( number.value() ); }
 };
 
 inline uint32_t Plant::branchCount() const {
@@ -127,8 +151,9 @@ public:
   VEX_INPUT( 1, tree, Tree )
   VEX_REACTORS( 2, branch, VexBranch )
   VEX_ATTRIBUTE( 3, tools, uint32_t )
-  VEX_TUNABLE( 4, pace, double, 2.0 )
-  VEX_ATTRIBUTES( tree, branch, tools, pace )
+  VEX_TUNABLE( 4, pace, Vex::Interval, 2.0 )
+  VEX_PART( 5, spare, Plant )
+  VEX_ATTRIBUTES( tree, branch, tools, pace, spare )
   static constexpr auto vexAccess = Vex::Access::readOnly;
   using VexTree = Vex::MirrorReactor< Tree::branchEntities, branchReactors >;
 

@@ -1,6 +1,6 @@
 #include "VexTestTypes.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <sstream>
 
@@ -105,7 +105,46 @@ TEST( VexText, PlainTypesPrintAndReadBack ) {
     EXPECT_THROW( Vex::parse< uint8_t >( text ), Vex::ParseError ) << text;
     EXPECT_THROW( Vex::parse< bool >( text + std::string( "z" ) ), Vex::ParseError ) << text;
   }
-  EXPECT_THROW( Vex::parse< double >( "1e999" ), Vex::ParseError );
+}
+
+TEST( VexText, NumbersAreReadAsTheyArePrinted ) {
+  for ( const char * text : { "00", "07", "-0", "-07", "+7", "007" } ) {
+    EXPECT_THROW( Vex::parse< int8_t >( text ), Vex::ParseError ) << text;
+    EXPECT_THROW( Vex::parse< Point >( Vex::text( "Value('VexTest::Point', ** {'x': " ) + text +
+                                       ", 'y': 2})" ),
+                  Vex::ParseError )
+        << text;
+    EXPECT_THROW( Vex::parseBriefly< Point >( text + std::string( ",2" ) ), Vex::ParseError )
+        << text;
+  }
+  for ( const char * text : { "1e999", "inf", "-inf", "nan", "infinity", "05", "-00.5", "" } ) {
+    EXPECT_THROW( Vex::parse< double >( text ), Vex::ParseError ) << text;
+  }
+  const std::pair< const char *, double > others[] = { { "5.0", 5 },
+                                                       { "0.50", 0.5 },
+                                                       { "1e3", 1e3 } };
+  for ( const auto & [ text, value ] : others ) {
+    EXPECT_EQ( Vex::parse< double >( text ), value ) << text;
+  }
+  expectForm( "0", -0.0 );
+}
+
+TEST( VexText, ErrorsShowControlCharacters ) {
+  using namespace std::string_literals;
+  EXPECT_THAT( [] { Vex::parseBriefly< Point >( "1,\0two\x7f\n"s ); },
+               testing::ThrowsMessage< Vex::ParseError >(
+                   "field 'y': expected a whole number of 16 bits, not negative, found "
+                   "'\\x00two\\x7f\\x0a'" ) );
+  EXPECT_STREQ( Vex::RangeError( "a\0b"s ).what(), "a\\x00b" );
+}
+
+// The number 0 is a null pointer, and two literals are two texts.
+static_assert( !std::is_constructible_v< Point, const char *, std::nullptr_t > );
+static_assert( !std::is_constructible_v< Point, const char ( & )[ 4 ], const char ( & )[ 4 ] > );
+
+TEST( VexValue, IsMadeFromAPairOfTextIteratorsAndNoOtherPair ) {
+  EXPECT_EQ( Stroke( strokeText.begin(), strokeText.end() ), stroke );
+  EXPECT_EQ( Stroke( strokeText.data(), strokeText.data() + strokeText.size() ), stroke );
 }
 
 } // namespace

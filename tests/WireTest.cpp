@@ -1,7 +1,9 @@
+#include "Evpn/EncapTypeLabel.h"
 #include "Evpn/EvpnStatus.h"
 #include "Kez/HwTunnelId.h"
 #include "Kez/KezPortList.h"
 #include "L2Rib/FloodSet.h"
+#include "Mpls/Lfib.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -162,11 +164,14 @@ TEST( WordValues, readOnlyWhatIsInRange ) {
       EXPECT_THROW( Vex::parse< T >( text ), Vex::ParseError ) << T::vexTypeName() << ' ' << text;
     }
   };
-  refuses( Bridging::VlanId(), { "0", "4095", "65537", "10x", "-1", "" } );
+  refuses( Bridging::VlanId(), { "0", "010", "4095", "65537", "10x", "-1", "" } );
   refuses( Bridging::VlanIdOrNone(), { "4095", "none" } );
   refuses( Wire::MplsLabel(), { "1048577", "4294967297" } );
   refuses( Tunnel::TunnelTable::TunnelId(), { "18446744073709551616", "-1" } );
-  refuses( Kez::HwTunnelId(), { "2:1", "1", "1:", ":1", "1:7x", "1:4294967296", "4294967297:1" } );
+  refuses( Kez::HwTunnelId(),
+           { "2:1", "1", "1:", ":1", "1:7x", "01:7", "1:07", "1:4294967296", "4294967297:1" } );
+  refuses( Evpn::EncapTypeLabel(), { "02:100", "2:0100" } );
+  refuses( Mpls::LfibViaKey(), { "mpls:07", "mpls:", "mpls", ":7" } );
   refuses( L2Rib::Dest(), { "mpls(Ethernet1,100)", "intf(Ethernet1", "vxlan(1)", "tunnel()" } );
   refuses( Wire::EthAddr(), { "", "00:1c:73:0a:0b", "00:1c:73:0a:0b:0c:0d", "00:1c:73:0a:0b:0g",
                               "00-1c-73-0a-0b-0c", "001c:730a:0b0cx", "0:1c:73:0a:0b:0c1" } );
@@ -218,6 +223,15 @@ TEST( Dest, ordersAndHashesByAllThatItHas ) {
     }
   }
   static_assert( std::is_trivially_copyable_v< Dest > );
+
+  // No interface can stand for a tunnel whose type is above 12 bits.
+  const auto highest = ( uint64_t( 1 ) << 56 ) - 1;
+  EXPECT_EQ( Dest::ofMpls( { intf, 0, highest } ).mpls().tunnelId(), highest );
+  EXPECT_THROW( L2Rib::DestDataMpls( intf, 0, highest + 1 ), Vex::RangeError );
+  EXPECT_THAT( [] { Vex::parse< Dest >( "mpls(Ethernet1,0,72057594037927936)" ); },
+               testing::ThrowsMessage< Vex::ParseError >(
+                   "field 'tunnelId': expected a tunnel id of at most 56 bits, which an interface "
+                   "can stand for, found '72057594037927936'" ) );
   EXPECT_DEATH( Dest().mpls(), R"(destType\(\) == destTypeMpls_)" );
 }
 
@@ -251,7 +265,7 @@ TEST( WordValues, refuseNumbersOutOfRange ) {
   }
   EXPECT_EQ( message( [] { Wire::MplsLabel{ 1048577u }; } ),
              "MplsLabel::value > 1048576 not allowed" );
-  EXPECT_NE( message( [] { Wire::DynamicTunnelIntfId::intfId( uint64_t( 1 ) << 56 ); } ), "" );
+  EXPECT_NE( message( [] { Tunnel::TunnelTable::TunnelId( uint64_t( 1 ) << 56 ).intfId(); } ), "" );
   EXPECT_NE( message( [] { Wire::FecIdIntfId::tunnelId( IntfId( "DynamicTunnel0.1" ) ); } ), "" );
 }
 

@@ -40,7 +40,7 @@ public:
   using VexReviewUnprogrammed = ReviewTask< Key >;
 
   VEX_ENTITY( RetryingSm, "Kez::RetryingSm", InitializedSm )
-  VEX_TUNABLE( 61, defaultUnprogrammedRetryInterval, double, 5.0 ) // seconds
+  VEX_TUNABLE( 61, defaultUnprogrammedRetryInterval, Vex::Interval, 5.0 )
   VEX_OUTPUT( 62, reviewUnprogrammed, VexReviewUnprogrammed )
   VEX_COUNTER( 63, refusal, Key )
   VEX_ATTRIBUTES( defaultUnprogrammedRetryInterval, reviewUnprogrammed, refusal )

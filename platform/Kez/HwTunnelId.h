@@ -32,20 +32,15 @@ inline void appendText( Vex::TextBuffer & out, HwTunnelId id ) {
 
 inline void parseText( Vex::TextCursor & in, HwTunnelId & id ) {
   constexpr auto types = vexNames( HwTunnelIdType() ).size();
-  const auto text = in.peekWord();
-  const char * const textEnd = text.data() + text.size();
-  uint32_t type = types;
+  Vex::TextCursor word( in.peekWord() );
+  uint32_t type = 0;
   uint32_t number = 0;
-  const auto [ colon, typeError ] = std::from_chars( text.data(), textEnd, type );
-  if ( type < types && colon != textEnd && *colon == ':' ) {
-    const auto [ end, error ] = std::from_chars( colon + 1, textEnd, number );
-    if ( error == std::errc() && end == textEnd ) {
-      in.atIs( end );
-      id = HwTunnelId( static_cast< HwTunnelIdType >( type ), number );
-      return;
-    }
+  if ( !Vex::readNumber( word, type ) || type >= types || !word.skip( ":" ) ||
+       !Vex::readNumber( word, number ) || !word.done() ) {
+    in.fail( "a hardware tunnel id, <type>:<number>" );
   }
-  in.fail( "a hardware tunnel id, <type>:<number>" );
+  in.word();
+  id = HwTunnelId( static_cast< HwTunnelIdType >( type ), number );
 }
 
 } // namespace Kez

@@ -12,7 +12,7 @@ namespace Kez {
 
 class KezPortList {
 public:
-  using VexRelocatable = std::true_type;
+  using VexRelocatable = std::true_type; // the few by value, a vector's elements elsewhere
 
   void portIs( Wire::IntfId intfId, bool present );
   void portDel( Wire::IntfId intfId );

@@ -2,6 +2,14 @@
 
 namespace L2Rib {
 
+DestTunnelId::DestTunnelId( Tunnel::TunnelTable::TunnelId tunnelId )
+    : WordValue( tunnelId.value() ) {
+  if ( tunnelId.value() > vexHighest ) {
+    throw Vex::RangeError( "L2Rib::DestDataMpls::tunnelId: expected " + Vex::String( vexExpected ) +
+                           ", found " + Vex::text( tunnelId ) );
+  }
+}
+
 void appendText( Vex::TextBuffer & out, const Dest & dest ) {
   switch ( dest.destType() ) {
   case destTypeIntf_:
@@ -31,13 +39,7 @@ void parseText( Vex::TextCursor & in, Dest & dest ) {
     return value;
   };
   if ( in.skip( "mpls(" ) ) {
-    const char * const begin = in.at();
-    const auto mpls = data( DestDataMpls() );
-    if ( mpls.tunnelId().value() >> Wire::IntfId::numberBits ) {
-      in.atIs( begin );
-      in.fail( "a tunnel id of at most 56 bits, which an interface can stand for" );
-    }
-    dest = Dest::ofMpls( mpls );
+    dest = Dest::ofMpls( data( DestDataMpls() ) );
   } else if ( in.skip( "intf(" ) ) {
     dest = Dest::ofIntf( data( Wire::IntfId() ) );
   } else if ( in.skip( "vxlan(" ) ) {

@@ -15,7 +15,21 @@ VEX_ENUM( DestType, "L2Rib::DestType", destTypeIntf_, destTypeVxlan_, destTypeTu
           destTypeMpls_ )
 using enum DestType;
 
-// What an MPLS destination consists of.
+// The tunnel id of an MPLS destination. One above 56 bits, for which no interface can stand, raises
+// Vex::RangeError.
+class DestTunnelId : public Vex::WordValue< DestTunnelId, uint64_t > {
+public:
+  constexpr DestTunnelId() : WordValue( 0 ) {}
+  DestTunnelId( Tunnel::TunnelTable::TunnelId tunnelId );
+
+  static constexpr std::string_view vexTypeName() { return "Tunnel::TunnelTable::TunnelId"; }
+  static constexpr uint64_t vexLowest = 0;
+  static constexpr uint64_t vexHighest = ( uint64_t( 1 ) << Wire::IntfId::numberBits ) - 1;
+  static constexpr std::string_view vexExpected =
+      "a tunnel id of at most 56 bits, which an interface can stand for";
+};
+
+// What an MPLS destination consists of. Raises Vex::RangeError as its tunnel id does.
 class DestDataMpls {
 public:
   DestDataMpls() = default;
@@ -24,7 +38,7 @@ public:
 
   Wire::IntfId intfId() const { return intfId_; }
   Wire::MplsLabel label() const { return label_; }
-  Tunnel::TunnelTable::TunnelId tunnelId() const { return tunnelId_; }
+  Tunnel::TunnelTable::TunnelId tunnelId() const { return tunnelId_.value(); }
 
   static constexpr std::string_view vexTypeName() { return "L2Rib::DestDataMpls"; }
   static constexpr auto vexFields() {
@@ -39,7 +53,7 @@ public:
 private:
   Wire::IntfId intfId_;
   Wire::MplsLabel label_;
-  Tunnel::TunnelTable::TunnelId tunnelId_;
+  DestTunnelId tunnelId_;
 };
 
 // Ordered by type, then by what the type has, which alone may be asked for. By default the empty

@@ -5,11 +5,12 @@ namespace Loom {
 NumAllocatorConfig::NumAllocatorConfig( const Range & range, double expiryTime )
     : range_( range ), expiryTime_( expiryTime ) {
   if ( range.min > range.max || range.max == NumAllocator::invalidNumber() ) {
-    throw Vex::RangeError( "NumAllocatorConfig::range " + Vex::text( range ) + " not allowed" );
+    throw Vex::RangeError( "Loom::NumAllocatorConfig::range: expected one number or more, the "
+                           "invalid one not among them, found " +
+                           Vex::text( range ) );
   }
-  if ( !( expiryTime >= 0 ) ) {
-    throw Vex::RangeError( "NumAllocatorConfig::expiryTime " + Vex::text( expiryTime ) +
-                           " not allowed" );
+  if ( !Vex::contains< Vex::Seconds >( expiryTime ) ) {
+    Vex::refuse< Vex::Seconds >( "Loom::NumAllocatorConfig::expiryTime", expiryTime );
   }
 }
 

@@ -28,7 +28,7 @@ class NumAllocatorConfig : public Vex::Entity {
 
 public:
   // Raises Vex::RangeError for a range that is empty or holds the invalid number, and for a time
-  // that is negative or none.
+  // that Vex::Seconds does not contain.
   NumAllocatorConfig( const Range & range, double expiryTime );
 
 private:

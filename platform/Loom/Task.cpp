@@ -2,6 +2,9 @@
 
 #include "Vex/Clock.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace Loom {
 
 Task::Task( const Vex::Ptr< TaskScheduler > & scheduler, TaskPriority priority,
@@ -20,11 +23,13 @@ std::optional< double > Task::nextRun() const {
 }
 
 void Task::scheduleAfter( double seconds ) {
-  if ( !( seconds > 0 ) ) {
+  VEX_ASSERT( !std::isnan( seconds ) );
+  if ( seconds <= 0 ) {
     scheduleNow();
     return;
   }
-  const double time = Vex::Clock::now() + seconds;
+  const double now = Vex::Clock::now();
+  const double time = std::max( now + seconds, std::nextafter( now, HUGE_VAL ) );
   if ( ready() || ( delayed() && delay_.time() <= time ) ) {
     return;
   }

@@ -20,6 +20,7 @@ class Task : public Vex::Entity, private LinkedList< Task >::Link {
   VEX_COMPUTED( 57, nextRun, std::optional< double > )
   VEX_COMPUTED( 58, runs, uint64_t ) // begun so far
   VEX_ATTRIBUTES( taskScheduler, taskName, taskPriority, nextRun, runs )
+  VEX_OPERATIONS( VEX_SAFE( scheduleNow ) )
 
 public:
   static constexpr auto vexAccess = Vex::Access::readOnly;
@@ -28,8 +29,9 @@ public:
 
   // In the next turn of the scheduler.
   void scheduleNow();
-  // In the first turn when so many seconds have passed; not above 0: as scheduleNow(). A run that
-  // is pending for the same time or an earlier one stays as it is.
+  // In the first turn when so many seconds have passed, and on virtual time no earlier than at a
+  // later time, however few they are; not above 0: as scheduleNow(). Infinitely many never pass;
+  // NaN is fatal. A run that is pending for the same time or an earlier one stays as it is.
   void scheduleAfter( double seconds );
   void cancel();
   bool isScheduled() const { return ready() || delayed(); }

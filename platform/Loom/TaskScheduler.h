@@ -34,8 +34,8 @@ class TaskScheduler : public Vex::Entity {
   VEX_ENTITY( TaskScheduler, "Loom::TaskScheduler" )
   // When a run should yield: after so many seconds of the steady clock, counted from the first
   // time that the run asks, or so many units of work. On virtual time work alone counts.
-  VEX_TUNABLE( 1, timeSlice, double, 0.02 )
-  VEX_TUNABLE( 2, workBudget, uint64_t, 1000 )
+  VEX_TUNABLE( 1, timeSlice, Vex::Interval, 0.02 )
+  VEX_TUNABLE( 2, workBudget, Vex::PositiveCount, 1000 )
   VEX_COMPUTED( 3, readyTasks, size_t )
   VEX_COMPUTED( 4, delayedTasks, size_t )
   VEX_OUTPUT( 5, timerWheel, TimerWheel )

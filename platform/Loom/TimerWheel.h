@@ -113,7 +113,8 @@ public:
   Timer & operator=( const Timer & ) = delete;
 
   // Sets the timer, or sets it anew, for a time in seconds of the wheel's clock. For a time that
-  // has passed it fires in the next turn. Infinity is never reached; NaN is fatal.
+  // has passed, however long ago, it fires in the next turn. Infinity is never reached; NaN is
+  // fatal.
   void setAt( double time );
   void setAfter( double seconds ) { setAt( wheel_->now() + seconds ); }
   void cancel();
@@ -162,7 +163,7 @@ inline void TimerWheel::place( Timer & timer ) {
 }
 
 inline void TimerWheel::set( Timer & timer ) {
-  if ( timer.time_ <= turn_ ) {
+  if ( timer.time_ <= turn_ && turn_ != noTurn ) {
     late_.append( timer );
     return;
   }

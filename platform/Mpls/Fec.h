@@ -30,7 +30,7 @@ struct FecVia {
 class FecVias : public std::vector< FecVia > {
 public:
   using std::vector< FecVia >::vector;
-  using VexRelocatable = std::true_type;
+  using VexRelocatable = std::true_type; // a vector's elements stand elsewhere
 
   static constexpr std::string_view vexTypeName() { return "Rook::Fib::FecVias"; }
   uint32_t hash( uint32_t seed ) const;
@@ -40,8 +40,6 @@ void appendText( Vex::TextBuffer & out, const FecVias & vias );
 void parseText( Vex::TextCursor & in, FecVias & vias );
 
 struct Fec {
-  using VexRelocatable = std::true_type;
-
   FecId fecId;
   FecVias via;
   VEX_VALUE( Fec, "Rook::Fib::Fec", fecId, via )

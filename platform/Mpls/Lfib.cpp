@@ -12,18 +12,15 @@ void appendText( Vex::TextBuffer & out, LfibViaKey key ) {
 
 void parseText( Vex::TextCursor & in, LfibViaKey & key ) {
   constexpr auto types = vexNames( LfibViaType() );
-  const auto text = in.peekWord();
-  const auto colon = std::min( text.find( ':' ), text.size() );
-  const auto type = std::find( types.begin(), types.end(), text.substr( 0, colon ) );
-  if ( type != types.end() && colon < text.size() ) {
-    const char * const textEnd = text.data() + text.size();
-    uint32_t number = 0;
-    const auto [ end, error ] = std::from_chars( text.data() + colon + 1, textEnd, number );
-    if ( error == std::errc() && end == textEnd && number <= LfibViaKey::highestNumber ) {
-      in.atIs( end );
-      key = LfibViaKey( static_cast< LfibViaType >( type - types.begin() ), number );
-      return;
-    }
+  Vex::TextCursor word( in.peekWord() );
+  const auto typeText = word.rest().substr( 0, word.rest().find( ':' ) );
+  const auto type = std::find( types.begin(), types.end(), typeText );
+  uint32_t number = 0;
+  if ( type != types.end() && word.skip( typeText ) && word.skip( ":" ) &&
+       Vex::readNumber( word, number ) && word.done() && number <= LfibViaKey::highestNumber ) {
+    in.word();
+    key = LfibViaKey( static_cast< LfibViaType >( type - types.begin() ), number );
+    return;
   }
   Vex::String expected = "a via's key, <type>:<0 to 16777215>, of the type";
   for ( const auto name : types ) {

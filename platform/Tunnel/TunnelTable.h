@@ -3,6 +3,10 @@
 
 #include "Vex/WordValue.h"
 
+namespace Wire {
+class IntfId;
+}
+
 namespace Tunnel::TunnelTable {
 
 class TunnelId : public Vex::WordValue< TunnelId, uint64_t > {
@@ -18,6 +22,10 @@ public:
 
   static constexpr TunnelId invalid() { return 0; }
   constexpr uint32_t type() const { return static_cast< uint32_t >( value() >> typeShift ); }
+
+  // The dynamic tunnel interface that stands for the tunnel. Raises Vex::RangeError above
+  // 56 bits, for which there is none.
+  Wire::IntfId intfId() const;
 
   static constexpr std::string_view vexTypeName() { return "Tunnel::TunnelTable::TunnelId"; }
   static constexpr uint64_t vexLowest = 0;

@@ -10,7 +10,8 @@
 //   VEX_ENTITY( Class, "name"[, Base] )  opens the list; Base when it is not Vex::Entity
 //   VEX_KEY( Class, foo, Key )           what a member entity is constructed with and named by
 //   VEX_ATTRIBUTE( id, foo, T[, init] )  foo(), fooIs( value ), fooDel() (back to init)
-//   VEX_TUNABLE( id, foo, T, init )      the same, and reflection may write it in any class
+//   VEX_TUNABLE( id, foo, T, init )      the same, and reflection may write it in any class;
+//                                        T of either may be a domain, see Vex/Domain.h
 //   VEX_COMPUTED( id, foo, T )           declares `T foo() const`, which reflection reads
 //   VEX_SET( id, foo, Key )              foo( key ): bool, fooIs( key, present = true )
 //   VEX_MAP( id, foo, Key, Value )       foo( key ), fooIs( key, value )
@@ -19,9 +20,12 @@
 //   VEX_ENTITIES( id, foo, T )           foo( key ), fooIs( key ) makes, fooIs( Ptr ) puts back
 //   VEX_INPUT( id, foo, T )              foo(): Ptr< const T >, set by the constructor through foo_
 //   VEX_OUTPUT( id, foo, T )             foo(): Ptr< T >, likewise
+//   VEX_PART( id, foo, T )               foo(): Ptr< T >, fooIs( Ptr ) puts another in its place
 //   VEX_REACTORS( id, foo, Reactor )     foo( key ), fooIs( entity )
 //   VEX_OWN_REACTORS( id, foo, Reactor ) foo( key ); the class writes fooIs, fooDel and fooDelAll
 //   VEX_ATTRIBUTES( foo, ... )           closes the list, naming every attribute of the class
+//   VEX_OPERATIONS( VEX_SAFE( foo, parameter, ... ), ... )
+//                                        what reflection may call beside, see Vex/Operation.h
 //
 // Member entities that stand only while they hold something are taken from by
 // fooMemberDel( key, member ), for those with one collection, which deletes the entity with its
@@ -37,6 +41,7 @@
 #include "Vex/Declared.h"
 #include "Vex/Describe.h"
 #include "Vex/ForEach.h"
+#include "Vex/Operation.h"
 #include "Vex/Storage.h"
 
 #include <concepts>
@@ -82,6 +87,7 @@ public:                                                                         
                    "a base" );                                                                     \
     static_assert( Vex::namesItsBase< VexSelf >(), "VEX_ENTITY names the class's base" );          \
     static const Vex::EntityType type( vexTypeName(), &VexBase::vexType(),                         \
+                                       VexSelf::vexOperations(),                                   \
                                        { VEX_FOR_EACH( VEX_TYPE_ADDRESS, __VA_ARGS__ ) } );        \
     return type;                                                                                   \
   }                                                                                                \
@@ -131,10 +137,10 @@ public:
 #define VEX_ATTRIBUTE_ACCESS( ID, foo, T, access, ... )                                            \
   VEX_DECLARE( ID, foo, void, Vex::ValueType, ( access, &VexSelf::foo##Del ),                      \
                Vex::ValueStorage< T > foo##_{ __VA_ARGS__ } )                                      \
-  Vex::Arg< T > foo() const {                                                                      \
+  Vex::Arg< Vex::HeldBy< T > > foo() const {                                                       \
     return foo##_.get();                                                                           \
   }                                                                                                \
-  void foo##Is( Vex::Arg< T > value ) {                                                            \
+  void foo##Is( Vex::Arg< Vex::HeldBy< T > > value ) {                                             \
     foo##_.set( *this, ID, value );                                                                \
   }                                                                                                \
   void foo##Del() {                                                                                \
@@ -264,6 +270,14 @@ public:                                                                         
                Vex::Ptr< T > foo##_ )                                                              \
   const Vex::Ptr< T > & foo() const {                                                              \
     return foo##_;                                                                                 \
+  }
+#define VEX_PART( ID, foo, T )                                                                     \
+  VEX_REFERENCE( ID, foo, T )                                                                      \
+  void foo##Is( const Vex::Ptr< T > & part ) {                                                     \
+    if ( foo##_ != part ) {                                                                        \
+      foo##_ = part;                                                                               \
+      vexNotify( ID, nullptr );                                                                    \
+    }                                                                                              \
   }
 #define VEX_INPUT( ID, foo, T ) VEX_REFERENCE( ID, foo, const T )
 #define VEX_OUTPUT( ID, foo, T ) VEX_REFERENCE( ID, foo, T )

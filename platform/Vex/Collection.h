@@ -13,6 +13,7 @@
 #include "Vex/CollectionIndex.h"
 #include "Vex/Hash.h"
 #include "Vex/Predicted.h"
+#include "Vex/Relocatable.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -36,13 +37,6 @@ template< class T >
 using Arg =
     std::conditional_t< std::is_trivially_copyable_v< T > && sizeof( T ) <= 16, T, const T & >;
 
-// Whether an object may be moved to another address by copying its bytes, as flat types may and
-// classes that say so with a member type VexRelocatable.
-template< class T >
-concept Relocatable = std::is_trivially_copyable_v< T > || requires {
-  typename T::VexRelocatable;
-};
-
 template< class Key, class Value = NoValue > class Collection {
   struct Slot {
     uint32_t next;
@@ -59,7 +53,7 @@ template< class Key, class Value = NoValue > class Collection {
   };
   static constexpr bool flat =
       std::is_trivially_copyable_v< Key > && std::is_trivially_copyable_v< Value >;
-  static constexpr bool relocatable = Relocatable< Key > && Relocatable< Value >;
+  static constexpr bool movable = relocatable< Key >() && relocatable< Value >();
   using Probe = Detail::CollectionIndex::Probe;
   static constexpr uint32_t noSlot = Detail::noSlot;
   static constexpr uint32_t indexFrom = 9;
@@ -466,7 +460,7 @@ private:
     if ( !slots_ ) {
       slots_ = grown( nullptr, capacity );
       new ( &header() ) Header{ noSlot, noSlot, noSlot, capacity };
-    } else if constexpr ( relocatable ) {
+    } else if constexpr ( movable ) {
       slots_ = grown( slots_, capacity );
     } else {
       Slot * const slots = grown( nullptr, capacity );

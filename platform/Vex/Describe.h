@@ -42,7 +42,7 @@ template< class C, auto storage > struct StorageOf {
 
 template< class C, auto storage > class ValueType : public AttributeType {
   using Storage = StorageOf< C, storage >;
-  using T = typename Storage::Type::Value;
+  using T = typename Storage::Type::Declared;
 
 public:
   ValueType( std::string_view name, AttrId id, Access access, void ( C::*reset )() )
@@ -53,10 +53,12 @@ public:
     return briefText( Storage::of( entity ).get() );
   }
   void valueIs( Entity & entity, std::string_view text ) const override {
-    Storage::of( entity ).set( entity, id, parseBriefly< T >( text ) );
+    Storage::of( entity ).set( entity, id, parseHeld< T >( text ) );
   }
   void reset( Entity & entity ) const override { ( static_cast< C & >( entity ).*reset_ )(); }
-  String canonicalValue( std::string_view text ) const override { return canonical< T >( text ); }
+  String canonicalValue( std::string_view text ) const override {
+    return briefText( parseHeld< T >( text ) );
+  }
 
 private:
   void ( C::*reset_ )();

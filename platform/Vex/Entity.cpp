@@ -45,8 +45,13 @@ Entity::~Entity() {
 }
 
 const EntityType & Entity::vexType() {
-  static const EntityType type( "Vex::Entity", nullptr, {} );
+  static const EntityType type( "Vex::Entity", nullptr, vexOperations(), {} );
   return type;
+}
+
+const Operations & Entity::vexOperations() {
+  static const Operations none;
+  return none;
 }
 
 Entity::Extra & Entity::extra() {
@@ -87,6 +92,10 @@ void Entity::zeroReferencesNotifieeIs( ZeroReferencesNotifiee * notifiee ) {
 
 void Entity::zeroReferencesNotifieeDel( ZeroReferencesNotifiee * notifiee ) {
   std::erase( extra().zeroReferencesNotifiees, notifiee );
+}
+
+String Entity::vexAttributeName( AttrId id ) const {
+  return String( fwkType().name ) + "::" + String( fwkType().attribute( id )->name );
 }
 
 void Entity::vexParentIs( Entity * parent, AttrId attribute ) {

@@ -35,6 +35,7 @@ public:
 
   virtual const EntityType & fwkType() const = 0;
   static const EntityType & vexType();
+  static const Operations & vexOperations();
   // Whether reflection may write attributes that do not say so themselves.
   static constexpr Access vexAccess = Access::writable;
   // How many classes above this one declare attributes.
@@ -43,6 +44,8 @@ public:
   // The name given, else the text of the member's key.
   String name() const;
   void nameIs( const String & name );
+  Ptr< Entity > entity() { return this; }
+  Ptr< const Entity > entity() const { return this; }
   // "parent.attribute[key]" down from the outermost entity.
   String fullName() const;
   Entity * parent() const { return parent_; }
@@ -59,6 +62,8 @@ public:
       }
     } );
   }
+  // "<class>::<attribute>".
+  String vexAttributeName( AttrId id ) const;
   void vexParentIs( Entity * parent, AttrId attribute );
   // Empties every collection, from the leaves up.
   void vexClear();

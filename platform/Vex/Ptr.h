@@ -68,7 +68,7 @@ private:
 
 template< class T > class Ptr {
 public:
-  using VexRelocatable = std::true_type;
+  using VexRelocatable = std::true_type; // the count stands with the object
 
   constexpr Ptr() = default;
   constexpr Ptr( std::nullptr_t ) {}

@@ -1,7 +1,8 @@
 // Reflection: what a class's attributes are and how to read, write and delete them through
-// text forms. Nothing is kept per instance. Keys and values are taken and given in their brief
-// text form; the full one is taken too. Bad text raises ParseError or RangeError and changes
-// nothing; an operation that the attribute's kind does not have raises NotSupported.
+// text forms, and what operations it has and how to call them. Nothing is kept per instance. Keys
+// and values are taken and given in their brief text form; the full one is taken too. Bad text
+// raises ParseError or RangeError and changes nothing; an operation that the attribute's kind does
+// not have raises NotSupported.
 #pragma once
 
 #include "Vex/Ptr.h"
@@ -9,6 +10,7 @@
 #include "Vex/Text.h"
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <vector>
@@ -75,9 +77,6 @@ public:
   const std::string_view valueType; // empty for a set; the class for entities and references
 
   bool keyed() const { return !keyType.empty(); }
-  bool holdsEntities() const {
-    return kind == AttributeKind::entities || kind == AttributeKind::reference;
-  }
 
   // The class declared for the entities that it holds or refers to, whether there are any or not;
   // null when it does neither.
@@ -117,18 +116,49 @@ protected:
   [[noreturn]] void unsupported( const char * operation ) const;
 };
 
+struct Parameter {
+  std::string_view name;
+  std::string_view type;
+};
+
+// Something that entities of a class do when they are told to; see Vex/Operation.h.
+class OperationType {
+public:
+  OperationType( std::string_view name, bool safe ) : name( name ), safe( safe ) {}
+  OperationType( const OperationType & ) = delete;
+  OperationType & operator=( const OperationType & ) = delete;
+  virtual ~OperationType() = default;
+
+  const std::string_view name;
+  const bool safe; // may be called with any arguments at any time between two events
+  const std::vector< Parameter > & parameters() const { return parameters_; }
+
+  // Reads the arguments, in their brief form and with blanks between them, up to the end; the last
+  // is missing where its type reads nothing as a value. What is returned, in its brief form. Raises
+  // ParseError, and RangeError, which name the argument, and does nothing then.
+  virtual String call( Entity & entity, TextCursor & arguments ) const = 0;
+
+protected:
+  std::vector< Parameter > parameters_;
+};
+using Operations = std::vector< std::shared_ptr< const OperationType > >;
+Operations joined( Operations base, const Operations & own );
+
 class EntityType {
 public:
-  // The base's attributes come first.
-  EntityType( std::string_view name, const EntityType * base,
+  // The base's attributes come first. `operations` outlive the type.
+  EntityType( std::string_view name, const EntityType * base, const Operations & operations,
               std::initializer_list< const AttributeType * > own );
 
   const std::string_view name;
+  const Operations & operations() const { return operations_; }
+  const OperationType * operation( std::string_view name ) const;
   const std::vector< const AttributeType * > & attributes() const { return attributes_; }
   const AttributeType * attribute( std::string_view name ) const;
   const AttributeType * attribute( AttrId id ) const;
 
 private:
+  const Operations & operations_;
   std::vector< const AttributeType * > attributes_;
 };
 

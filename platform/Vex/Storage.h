@@ -6,6 +6,7 @@
 #include "Vex/Assert.h"
 #include "Vex/Collection.h"
 #include "Vex/Declared.h"
+#include "Vex/Domain.h"
 #include "Vex/Entity.h"
 
 #include <algorithm>
@@ -13,15 +14,26 @@
 
 namespace Vex {
 
+// One value; of a domain, if T is one.
 template< class T > class ValueStorage {
 public:
-  using Value = T;
+  using Declared = T;
+  using Value = HeldBy< T >;
 
-  ValueStorage() = default;
-  explicit ValueStorage( const T & value ) : value_( value ) {}
+  ValueStorage() : ValueStorage( Value() ) {}
+  explicit ValueStorage( const Value & value ) : value_( value ) {
+    if constexpr ( Domain< T > ) {
+      VEX_ASSERT( contains< T >( value ) );
+    }
+  }
 
-  Arg< T > get() const { return value_; }
-  void set( const Entity & owner, AttrId id, const T & value ) {
+  Arg< Value > get() const { return value_; }
+  void set( const Entity & owner, AttrId id, const Value & value ) {
+    if constexpr ( Domain< T > ) {
+      if ( !contains< T >( value ) ) [[unlikely]] {
+        refuse< T >( owner.vexAttributeName( id ), value );
+      }
+    }
     if ( !( value_ == value ) ) {
       value_ = value;
       owner.vexNotify( id, nullptr );
@@ -29,7 +41,7 @@ public:
   }
 
 private:
-  T value_{};
+  Value value_;
 };
 
 // What all keyed kinds without entities have alike.

@@ -1,10 +1,25 @@
 #include "Vex/Text.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstring>
 
 namespace Vex {
+
+String printable( std::string_view text ) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  String all;
+  for ( const char c : text ) {
+    const auto byte = static_cast< unsigned char >( c );
+    if ( byte < ' ' || byte == 0x7f ) {
+      all += { '\\', 'x', digits[ byte >> 4 ], digits[ byte & 15 ] };
+    } else {
+      all += c;
+    }
+  }
+  return all;
+}
 
 ParseError::ParseError( String expected, String found, size_t offset )
     : expected_( std::move( expected ) ), found_( std::move( found ) ), offset_( offset ) {
@@ -16,10 +31,15 @@ void ParseError::inField( std::string_view name ) {
   compose();
 }
 
+void ParseError::inArgument( std::string_view name ) {
+  fieldKind_ = "argument";
+  inField( name );
+}
+
 void ParseError::compose() {
-  message_ = field_.empty() ? "" : "field '" + field_ + "': ";
-  message_ += "expected " + expected_ + ", found ";
-  message_ += found_.empty() ? "nothing" : "'" + found_ + "'";
+  message_ = printable( ( field_.empty() ? "" : String( fieldKind_ ) + " '" + field_ + "': " ) +
+                        "expected " + expected_ + ", found " +
+                        ( found_.empty() ? "nothing" : "'" + found_ + "'" ) );
 }
 
 void TextBuffer::grow( size_t size ) {
@@ -61,6 +81,7 @@ void Detail::failNumber( const TextCursor & in, size_t bits, bool isSigned ) {
 }
 
 void appendText( TextBuffer & out, double value ) {
+  value = value == 0 ? 0 : value; // also the negative one
   // In digits as long as that is how people write it; the shortest that reads back the same.
   const double size = std::abs( value );
   const bool plain = value == 0 || ( size >= 1e-6 && size < 1e15 );
@@ -82,12 +103,24 @@ void parseText( TextCursor & in, bool & value ) {
   in.word();
 }
 
-void parseText( TextCursor & in, double & value ) {
+bool readNumber( TextCursor & in, double & value ) {
   const auto [ end, error ] = std::from_chars( in.at(), in.end(), value );
-  if ( error != std::errc() ) {
-    in.fail( "a number" );
+  if ( error != std::errc() || !std::isfinite( value ) ) {
+    return false;
+  }
+  const char * const whole = in.at() + ( *in.at() == '-' );
+  if ( *whole == '0' && whole + 1 != end &&
+       std::isdigit( static_cast< unsigned char >( whole[ 1 ] ) ) ) {
+    return false;
   }
   in.atIs( end );
+  return true;
+}
+
+void parseText( TextCursor & in, double & value ) {
+  if ( !readNumber( in, value ) ) {
+    in.fail( "a number" );
+  }
 }
 
 void parseText( TextCursor & in, String & value ) {

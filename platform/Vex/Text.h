@@ -2,6 +2,11 @@
 // types. A type has a text form when `appendText( TextBuffer &, const T & )` and
 // `parseText( TextCursor &, T & )` are found for it. Its brief form, which operators read and
 // type, is the same text unless the type has `appendBrief` and `parseBrief` of its own.
+//
+// A number is read as it is printed, here and in every value's text: a whole one in decimal digits
+// without leading zeros, so that "010" can be taken neither for ten nor for eight, and without a
+// sign but the - of a negative one; any other in decimal notation, whose whole part has no leading
+// zeros either, with or without an exponent, and finite.
 #pragma once
 
 #include <array>
@@ -9,6 +14,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -21,10 +27,13 @@ namespace Vex {
 
 using String = std::string;
 
+// `text` as people can read it in a line: control characters stand as "\x00".
+String printable( std::string_view text );
+
 // A value outside its type's range.
 class RangeError : public std::range_error {
 public:
-  using std::range_error::range_error;
+  explicit RangeError( std::string_view message ) : range_error( printable( message ) ) {}
 };
 
 // Text that is not the form of what was asked for. `offset` counts from the beginning of the
@@ -39,12 +48,15 @@ public:
 
   // Puts `name` before the failing field's path.
   void inField( std::string_view name );
+  // The same, where it is the name of an operation's argument.
+  void inArgument( std::string_view name );
 
 private:
   void compose();
 
   String expected_;
   String found_;
+  const char * fieldKind_ = "field";
   String field_;
   String message_;
   size_t offset_;
@@ -171,12 +183,27 @@ namespace Detail {
 [[noreturn]] void failNumber( const TextCursor & in, size_t bits, bool isSigned );
 } // namespace Detail
 
-template< PlainInteger T > void parseText( TextCursor & in, T & value ) {
+// Reads the number that `in` stands before, as far as it goes. False when there is none or it does
+// not fit; `in` stays there then.
+template< PlainInteger T > bool readNumber( TextCursor & in, T & value ) {
   const auto [ end, error ] = std::from_chars( in.at(), in.end(), value );
   if ( error != std::errc() ) [[unlikely]] {
-    Detail::failNumber( in, sizeof( T ) * 8, std::is_signed_v< T > );
+    return false;
+  }
+  const bool negative = *in.at() == '-';
+  const char * const digits = in.at() + negative;
+  if ( *digits == '0' && ( negative || end - digits > 1 ) ) [[unlikely]] {
+    return false;
   }
   in.atIs( end );
+  return true;
+}
+bool readNumber( TextCursor & in, double & value );
+
+template< PlainInteger T > void parseText( TextCursor & in, T & value ) {
+  if ( !readNumber( in, value ) ) [[unlikely]] {
+    Detail::failNumber( in, sizeof( T ) * 8, std::is_signed_v< T > );
+  }
 }
 void parseText( TextCursor & in, bool & value );
 void parseText( TextCursor & in, double & value );
@@ -260,6 +287,12 @@ template< class T > T parseBriefly( std::string_view text ) {
   expectEnd( in );
   return value;
 }
+
+// What a text may be given by, with another such behind its last character. No number is one, as 0
+// is a null pointer, and no literal, as two of them are two texts.
+template< class T >
+concept TextIterator = std::contiguous_iterator< T > && std::is_same_v < std::iter_value_t< T >,
+char > ;
 
 template< class T >
 concept HasTextForm = requires( TextBuffer & out, const T & value ) {

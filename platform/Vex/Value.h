@@ -6,8 +6,8 @@
 //     VEX_VALUE( IntfVlanKey, "Kez::IntfVlanKey", intfId, vlanId )
 //   };
 //
-// which gives it construction from its fields and from a text, equality, lexicographic order,
-// the seeded hash, and the text form
+// which gives it construction from its fields and from a text (a pair of iterators), equality,
+// lexicographic order, the seeded hash, and the text form
 //   Value('Kez::IntfVlanKey', ** {'intfId': Ethernet1, 'vlanId': 10})
 // whose parse error names the field that does not parse. Its brief form is "Ethernet1,10"; a
 // composite field stands there in parentheses. The brief parser takes the full form too.
@@ -27,6 +27,7 @@
 namespace Vex {
 
 template< class C, class T > struct Field {
+  using Type = T;
   std::string_view name;
   T C::*member;
 };
@@ -237,8 +238,9 @@ template< class E > void parseEnum( TextCursor & in, E & value, const auto & nam
   Type() = default;                                                                                \
   Type( VEX_FOR_EACH( VEX_VALUE_PARAMETER, __VA_ARGS__ ) )                                         \
       : VEX_FOR_EACH( VEX_VALUE_INITIALISER, __VA_ARGS__ ) {}                                      \
-  Type( const char * begin, const char * end ) {                                                   \
-    Vex::parseWhole( *this, begin, end );                                                          \
+  template< Vex::TextIterator Begin, Vex::TextIterator End >                                       \
+  Type( const Begin & begin, const End & end ) {                                                   \
+    Vex::parseWhole( *this, std::to_address( begin ), std::to_address( end ) );                    \
   }                                                                                                \
   static constexpr std::string_view vexTypeName() {                                                \
     return typeName;                                                                               \

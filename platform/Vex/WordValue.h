@@ -45,10 +45,8 @@ template< class T >
 void parseText( TextCursor & in, T & value ) {
   const char * const begin = in.at();
   typename T::VexWord number{};
-  const auto [ end, error ] = std::from_chars( begin, in.end(), number );
-  in.atIs( end );
-  if ( error != std::errc() || !in.atWordEnd() || number < T::vexLowest || number > T::vexHighest )
-      [[unlikely]] {
+  if ( !readNumber( in, number ) || !in.atWordEnd() || number < T::vexLowest ||
+       number > T::vexHighest ) [[unlikely]] {
     in.atIs( begin );
     in.fail( String( T::vexExpected ) );
   }

@@ -91,11 +91,14 @@ constexpr unsigned firstBits = IntfId::numberBits - 2 * portBits;
 // A number as it is printed, of at most so many bits: false, and nothing read, when `in` stands
 // before anything else.
 bool readNumber( Vex::TextCursor & in, unsigned bits, uint64_t & number ) {
-  const auto [ end, error ] = std::from_chars( in.at(), in.end(), number );
-  if ( error != std::errc() || number >> bits != 0 || ( *in.at() == '0' && end - in.at() > 1 ) ) {
+  const char * const begin = in.at();
+  if ( !Vex::readNumber( in, number ) ) {
     return false;
   }
-  in.atIs( end );
+  if ( number >> bits != 0 ) {
+    in.atIs( begin );
+    return false;
+  }
   return true;
 }
 
@@ -295,3 +298,7 @@ IntfId FecIdIntfId::srTePolicyIntfId( TunnelId tunnelId ) {
 }
 
 } // namespace Wire
+
+Wire::IntfId Tunnel::TunnelTable::TunnelId::intfId() const {
+  return Wire::DynamicTunnelIntfId::intfId( *this );
+}

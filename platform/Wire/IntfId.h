@@ -30,6 +30,7 @@ public:
   constexpr IntfId() = default;
   IntfId( const Vex::String & name ) : IntfId( std::string_view( name ) ) {}
   IntfId( const char * name ) : IntfId( std::string_view( name ) ) {}
+  IntfId( std::nullptr_t ) = delete; // which the number 0 would be
   explicit IntfId( std::string_view name );
   // `number` is of numberBits, encoded as the kind has it.
   constexpr IntfId( Kind kind, uint64_t number )

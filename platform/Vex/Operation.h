@@ -1,0 +1,95 @@
+// Operations that reflection calls by text, beside the attributes of a class:
+//
+//   VEX_OPERATIONS( VEX_SAFE( publishEvpnLagMemberInfo, lagIntfId, portList ),
+//                   VEX_UNSAFE( tunnelIdToHwTunnelIdNotifyQuiesced, quiesced ) )
+//
+// Each names a function of the class that changes something and is not overloaded, and its
+// parameters. Safe is what may be called with any arguments at any time between two events, so that
+// an operator may; the other ones are for hosts that know when.
+#pragma once
+
+#include "Vex/Describe.h"
+#include "Vex/ForEach.h"
+
+namespace Vex {
+
+namespace Detail {
+
+// None but the last may be missing.
+template< class T >
+void parseArgument( TextCursor & in, const Parameter & parameter, bool last, T & value ) {
+  try {
+    if ( in.done() && !last ) {
+      in.fail( String( parameter.type ) );
+    }
+    parseBriefText( in, value );
+    if ( !in.done() && !last ) {
+      in.expect( " " );
+    }
+  } catch ( ParseError & error ) {
+    error.inArgument( parameter.name );
+    throw;
+  } catch ( const RangeError & error ) {
+    throw RangeError( "argument '" + String( parameter.name ) + "': " + error.what() );
+  }
+  while ( in.skip( " " ) ) {}
+}
+
+template< class C, class Result, class... Arguments > class Operation : public OperationType {
+public:
+  Operation( std::string_view name, bool safe, Result ( C::*function )( Arguments... ),
+             std::convertible_to< std::string_view > auto... names )
+      : OperationType( name, safe ), function_( function ) {
+    ( parameters_.push_back( { names, typeName< std::remove_cvref_t< Arguments > >() } ), ... );
+  }
+
+  String call( Entity & entity, TextCursor & in ) const override {
+    std::tuple< std::remove_cvref_t< Arguments >... > values;
+    std::apply(
+        [ & ]( auto &... value ) {
+          [[maybe_unused]] size_t i = 0;
+          ( ( parseArgument( in, parameters_[ i ], i + 1 == parameters_.size(), value ), ++i ),
+            ... );
+        },
+        values );
+    expectEnd( in );
+    const auto invoke = [ & ]( const auto &... value ) -> Result {
+      return ( static_cast< C & >( entity ).*function_ )( value... );
+    };
+    if constexpr ( std::is_void_v< Result > ) {
+      std::apply( invoke, values );
+      return {};
+    } else {
+      return briefText( std::apply( invoke, values ) );
+    }
+  }
+
+private:
+  Result ( C::*const function_ )( Arguments... );
+};
+
+} // namespace Detail
+
+template< class C, class Result, class... Arguments, std::same_as< std::string_view >... Names >
+  requires( sizeof...( Names ) == sizeof...( Arguments ) )
+std::shared_ptr< const OperationType > operation( std::string_view name, bool safe,
+                                                  Result ( C::*function )( Arguments... ),
+                                                  Names... names ) {
+  using Type = Detail::Operation< C, Result, Arguments... >;
+  return std::make_shared< Type >( name, safe, function, names... );
+}
+
+} // namespace Vex
+
+#define VEX_PARAMETER_NAME( name ) std::string_view( #name )
+#define VEX_SAFE( foo, ... ) VEX_OPERATION( foo, true __VA_OPT__(, ) __VA_ARGS__ )
+#define VEX_UNSAFE( foo, ... ) VEX_OPERATION( foo, false __VA_OPT__(, ) __VA_ARGS__ )
+#define VEX_OPERATION( foo, safe, ... )                                                            \
+  Vex::operation( #foo, safe,                                                                      \
+                  &VexSelf::foo __VA_OPT__(, VEX_FOR_EACH( VEX_PARAMETER_NAME, __VA_ARGS__ ) ) )
+#define VEX_OPERATIONS( ... )                                                                      \
+public:                                                                                            \
+  static const Vex::Operations & vexOperations() {                                                 \
+    static const auto all = Vex::joined( VexBase::vexOperations(), { __VA_ARGS__ } );              \
+    return all;                                                                                    \
+  }
