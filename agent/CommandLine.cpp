@@ -4,7 +4,7 @@
 #include "Rook/TableWriter.h"
 #include "Vex/Clock.h"
 #include "agent/Session.h"
-#include "agent/SteppedPace.h"
+#include "record/SteppedPace.h"
 
 #include <cerrno>
 #include <cstring>

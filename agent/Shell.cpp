@@ -5,8 +5,8 @@
 #include "Ringlog/Setting.h"
 #include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"
-#include "agent/RecordEntry.h"
-#include "agent/Show.h"
+#include "record/RecordEntry.h"
+#include "shell/Show.h"
 
 #include <cmath>
 

@@ -9,7 +9,7 @@ namespace {
 
 class FloodFilterSmTest : public FloodingMachines {
 protected:
-  using Port = Agent::PortVlanKey;
+  using Port = Switch::PortVlanKey;
 
   void make() { sm = Kez::kezEvpnFloodFilterSmFactory( helper, scheduler, lagInfo, evpnStatus ); }
   void start() {
@@ -53,7 +53,7 @@ TEST_F( FloodFilterSmTest, BlocksEveryPortBehindWhatIsFiltered ) {
 }
 
 TEST_F( FloodFilterSmTest, FreedHardwareIsOfferedToWhatIsParkedAtOnce ) {
-  hardware->capacityIs( Agent::Table::nonDfPort, 2 );
+  hardware->capacityIs( Switch::Table::nonDfPort, 2 );
   start();
   lagIs( lag1, { eth1, eth2 } );
   filter( 10, lag1 );

@@ -4,7 +4,7 @@
 #include "KezEvpn/KezEvpnFloodSetFecSm.h"
 #include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
 #include "KezEvpn/KezEvpnVlanFloodSetSm.h"
-#include "agent/SwitchFloodSets.h"
+#include "switch/SwitchFloodSets.h"
 
 #include <gmock/gmock.h>
 
@@ -31,7 +31,7 @@ protected:
     return { 5,
              label,
              { Kez::hwTunnelIdTypeDefault, hwTunnelId },
-             Agent::SwitchFloodSets::hwFecIdOf( fecId ),
+             Switch::SwitchFloodSets::hwFecIdOf( fecId ),
              Wire::DynamicTunnelIntfId::intfId( 5 ) };
   }
 
@@ -83,8 +83,8 @@ protected:
   Vex::Ptr< Kez::EvpnVlanFloodSetHwStatus > status = Kez::evpnVlanFloodSetHwStatusFactory();
   Vex::Ptr< Kez::FecIdToHwFecIdRequest > request = Kez::fecIdToHwFecIdRequestFactory();
   Vex::Ptr< Kez::FecIdToHwFecIdResponse > response = Kez::fecIdToHwFecIdResponseFactory();
-  Vex::Ptr< Agent::SimulatedSwitch > hardware = Vex::makePtr< Agent::SimulatedSwitch >();
-  Vex::Ptr< Agent::SwitchFloodSets > driver = Vex::makePtr< Agent::SwitchFloodSets >(
+  Vex::Ptr< Switch::SimulatedSwitch > hardware = Vex::makePtr< Switch::SimulatedSwitch >();
+  Vex::Ptr< Switch::SwitchFloodSets > driver = Vex::makePtr< Switch::SwitchFloodSets >(
       hardware, scheduler->timerWheel(), request, response, config, status );
   Vex::Ptr< Kez::VlanFloodSetFilterSm > filter;
   Vex::Ptr< Kez::EvpnVlanFloodSetSm > floodSetSm;
@@ -224,14 +224,14 @@ TEST_F( FloodSetSmTest, ANewHwTunnelIdReplacesTheConfigurationsOfItsTunnelAlone 
   }
   floodSet( 20 )->destSetIs( mpls( 5 ) );
   EXPECT_EQ( fecSm->fecIdCaches(), 2u ); // one path for both VLANs
-  const auto calls = hardware->callCount( Agent::Operation::createFloodSetDest );
+  const auto calls = hardware->callCount( Switch::Operation::createFloodSetDest );
   TraceCapture trace( "KezEvpnVlanFloodSetSm/1" );
   hwTunnelIdIs( 5, 8 );
   const auto lines = trace.take();
   EXPECT_EQ( lines[ 0 ], "1    update hardware config, existing: ( tunnelId: 5 label: 100 "
                          "hwTunnelId: 0:7 hwId: 1 l2IntfId: DynamicTunnel0.5 ), new: ( tunnelId 5 "
                          "label: 100 hwTunnelId: 0:8 hwId: 1 l2IntfId: DynamicTunnel0.5" );
-  EXPECT_EQ( hardware->callCount( Agent::Operation::createFloodSetDest ), calls + 2 );
+  EXPECT_EQ( hardware->callCount( Switch::Operation::createFloodSetDest ), calls + 2 );
   EXPECT_EQ( configsOf( { 1, 20 } ), std::set{ answered( 8 ) } );
   EXPECT_EQ( request->hwFecIdRequest( firstFecId ).hwTunnelId.number(), 8u );
   hwTunnelIdIs( 5, 8 ); // each write of the table is told of

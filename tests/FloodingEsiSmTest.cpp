@@ -9,7 +9,7 @@ using testing::IsEmpty;
 namespace {
 
 using Kez::HwTunnelIdType::hwTunnelIdTypeDefault;
-using Port = Agent::PortVlanKey;
+using Port = Switch::PortVlanKey;
 using TunnelId = Tunnel::TunnelTable::TunnelId;
 
 class FloodingEsiSmTest : public FloodingMachines {
@@ -39,11 +39,11 @@ protected:
     evpnStatus->localEsiLabelIs( eth1, { 2, 50 } );
     hwIdIs( 1, 7 );
   }
-  Agent::EsiData data( uint64_t number, uint32_t hwId, uint32_t dfLabel, uint32_t local ) {
+  Switch::EsiData data( uint64_t number, uint32_t hwId, uint32_t dfLabel, uint32_t local ) {
     return { tunnel( number ), { hwTunnelIdTypeDefault, hwId }, dfLabel, local };
   }
-  std::map< Port, Agent::EsiData > inHardware() const {
-    std::map< Port, Agent::EsiData > all;
+  std::map< Port, Switch::EsiData > inHardware() const {
+    std::map< Port, Switch::EsiData > all;
     for ( const auto & [ key, esi ] : hardware->esiData() ) {
       all[ key ] = esi;
     }
@@ -174,7 +174,7 @@ TEST_F( FloodingEsiSmTest, WhatWaitsForAnInputIsNotRetried ) {
 }
 
 TEST_F( FloodingEsiSmTest, WithdrawnDataMakesRoomAtOnceAndLagPortsFollow ) {
-  hardware->capacityIs( Agent::Table::esiData, 2 );
+  hardware->capacityIs( Switch::Table::esiData, 2 );
   lagIs( lag1, { eth1, eth2 } );
   for ( const auto intf : { lag1, eth3 } ) {
     segment( intf )->designatedForwarderTepIs( 10, tep( 1 ) );

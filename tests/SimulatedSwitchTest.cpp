@@ -1,7 +1,7 @@
 #include "TraceCapture.h"
 #include "Vex/Clock.h"
 #include "agent/Shell.h"
-#include "agent/SwitchFloodingHelper.h"
+#include "switch/SwitchFloodingHelper.h"
 
 #include <gmock/gmock.h>
 
@@ -10,12 +10,12 @@
 
 namespace {
 
-using Agent::FallibleOperation;
-using Agent::Operation;
-using Agent::SimulatedSwitch;
-using Agent::Strictness;
-using Agent::SwitchFloodingHelper;
 using Kez::HwProgrammingStatus;
+using Switch::FallibleOperation;
+using Switch::Operation;
+using Switch::SimulatedSwitch;
+using Switch::Strictness;
+using Switch::SwitchFloodingHelper;
 using testing::ElementsAre;
 
 const Wire::IntfId lag1( "Port-Channel1" );
@@ -182,7 +182,7 @@ TEST_F( SimulatedSwitchTest, PlansSayWhichCallsFail ) {
   for ( const auto operation :
         { FallibleOperation::createVlan, FallibleOperation::createEsiData } ) {
     hardware->faultIs( operation )->nextCallsIs( 1 );
-    hardware->fault( operation )->answerIs( Agent::Failure::invalidHwId );
+    hardware->fault( operation )->answerIs( Switch::Failure::invalidHwId );
   }
   EXPECT_EQ( helper->createNonDfPort( lag1, port, 10 ), HwProgrammingStatus::programmed );
   EXPECT_EQ( helper->createVlan( 20, 120 ), HwProgrammingStatus::notProgrammed );
@@ -192,8 +192,8 @@ TEST_F( SimulatedSwitchTest, PlansSayWhichCallsFail ) {
 
 TEST_F( SimulatedSwitchTest, FullTableTakesNoMoreUntilThereIsRoom ) {
   helper->updateSupportedOnCreateEsiDataIs( true );
-  hardware->capacityIs( Agent::Table::esiData, 1 );
-  hardware->capacityIs( Agent::Table::vlan, 0 );
+  hardware->capacityIs( Switch::Table::esiData, 1 );
+  hardware->capacityIs( Switch::Table::vlan, 0 );
   EXPECT_EQ( creations( 1 ), "x" );
   const auto other = [ & ] { return helper->createEsiData( lag2, port, 10, 5, hwTid, 100, 200 ); };
   EXPECT_EQ( createEsi(), HwProgrammingStatus::programmed );
@@ -207,7 +207,7 @@ TEST_F( SimulatedSwitchTest, FullTableTakesNoMoreUntilThereIsRoom ) {
 TEST_F( SimulatedSwitchTest, EveryCallIsCountedAndTraced ) {
   TraceCapture trace( "KezS*/0-5" );
   hardware->faultIs( FallibleOperation::createVlan )->nextCallsIs( 1 );
-  hardware->capacityIs( Agent::Table::vlan, 1 );
+  hardware->capacityIs( Switch::Table::vlan, 1 );
   creations( 2 );
   helper->createVlan( 20, 120 );
   helper->createVlan( 10, 120 );
