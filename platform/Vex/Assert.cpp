@@ -1,10 +1,49 @@
 #include "Vex/Assert.h"
 
+#include "Vex/FatalEnd.h"
+
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <string_view>
+#include <string>
+#include <utility>
 
 namespace Vex {
+
+namespace {
+
+std::atomic< FatalEnd * > toFlush = nullptr;
+std::atomic< FatalEnd * > toConclude = nullptr;
+
+// With what is there for it, which is not there any more for what fails in it.
+void attempt( std::atomic< FatalEnd * > & slot, const auto & step ) {
+  if ( auto * const end = slot.exchange( nullptr ) ) {
+    try {
+      step( *end );
+    } catch ( ... ) {}
+  }
+}
+
+void write( std::string_view text ) {
+  std::fwrite( text.data(), 1, text.size(), stderr );
+}
+
+} // namespace
+
+void fatalEndIs( FatalEnd * end ) {
+  toFlush = end;
+  toConclude = end;
+}
+
+void sayLast( std::string_view message ) {
+  static std::string_view unsaid; // while a flush that may fail is under way
+  const auto before = std::exchange( unsaid, message );
+  attempt( toFlush, []( FatalEnd & end ) { end.flush(); } );
+  unsaid = {};
+  write( before );
+  write( message );
+  std::fflush( stderr );
+}
 
 void assertionFailed( const char * condition, const char * file, int line ) {
   std::string_view source( file );
@@ -13,9 +52,10 @@ void assertionFailed( const char * condition, const char * file, int line ) {
   if ( dot != source.npos && ( slash == source.npos || dot > slash ) ) {
     source = source.substr( 0, dot );
   }
-  std::fprintf( stderr, "%.*s:%d: assertion failed: %s\n", static_cast< int >( source.size() ),
-                source.data(), line, condition );
-  std::fflush( stderr );
+  const auto message =
+      std::string( source ) + ":" + std::to_string( line ) + ": assertion failed: " + condition;
+  sayLast( message + "\n" );
+  attempt( toConclude, [ & ]( FatalEnd & end ) { end.conclude( message ); } );
   std::abort();
 }
 
