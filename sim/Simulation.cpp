@@ -60,7 +60,7 @@ void Simulation::executeInAgent( const String & line ) {
 
 void Simulation::remember( const String & line ) {
   const auto & hardware = *system_->hardware;
-  const bool failed = hardware.faultCount( Switch::FallibleOperation::getHwTunnelId ) > 0;
+  const bool failed = hardware.faultCount( Switch::Operation::getHwTunnelId ) > 0;
   history_.poolsDisturbed |= failed;
   history_.poolsLimited |= failed || hardware.capacityHas( Switch::Table::hwTunnelIdTypeDefault ) ||
                            hardware.capacityHas( Switch::Table::hwTunnelIdTypeSharedEsi );

@@ -1,6 +1,7 @@
 #include "switch/FaultPlan.h"
 
 #include "Vex/Clock.h"
+#include "switch/Random.h"
 
 namespace Switch {
 
@@ -22,12 +23,8 @@ bool FaultPlan::strikesByChance() const {
   if ( !( probability() > 0 ) ) {
     return false;
   }
-  // The generator SplitMix64, whose n-th number needs no other: nothing is kept but the count.
-  uint64_t number = seed() + callsSeen() * 0x9E3779B97F4A7C15ull;
-  number = ( number ^ ( number >> 30 ) ) * 0xBF58476D1CE4E5B9ull;
-  number = ( number ^ ( number >> 27 ) ) * 0x94D049BB133111EBull;
-  number ^= number >> 31;
-  return static_cast< double >( number >> 11 ) * 0x1p-53 < probability();
+  return static_cast< double >( randomNumber( seed(), callsSeen() ) >> 11 ) * 0x1p-53 <
+         probability();
 }
 
 } // namespace Switch

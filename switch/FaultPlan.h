@@ -4,16 +4,9 @@
 #pragma once
 
 #include "Vex/Attributes.h"
+#include "switch/Operation.h"
 
 namespace Switch {
-
-// The operations that can fail; deletions cannot.
-VEX_ENUM( FallibleOperation, "Switch::FallibleOperation", createVlan, createNonDfPort,
-          createVlanToDot1qMapping, createEsiData, createEsiPortMap, getHwTunnelId, createFec,
-          createFloodSetDest )
-
-// How a call fails. An operation that lacks a failure answers `notProgrammed` in its place.
-VEX_ENUM( Failure, "Switch::Failure", notProgrammed, invalidHwId, tableFull )
 
 class FaultPlan : public Vex::Entity {
   VEX_ENTITY( FaultPlan, "Switch::FaultPlan" )
@@ -23,7 +16,7 @@ class FaultPlan : public Vex::Entity {
   VEX_ATTRIBUTE( 3, probability, double ) // of each call, 0 to 1
   VEX_ATTRIBUTE( 4, seed, uint64_t )      // chooses the calls that the probability strikes
   VEX_ATTRIBUTE( 5, untilTime, double )   // all calls before this time of Vex::Clock, in seconds
-  VEX_ATTRIBUTE( 6, answer, Failure )
+  VEX_ATTRIBUTE( 6, answer, Failure )     // or what the operation answers in its place
   VEX_ATTRIBUTE( 7, callsSeen, uint64_t )
   VEX_ATTRIBUTES( nextCalls, everyNth, probability, seed, untilTime, answer, callsSeen )
 

@@ -3,19 +3,9 @@
 #include "KezHelper/KezBaseHelper.h"
 #include "Ringlog/Trace.h"
 
-#include <algorithm>
-
 static Ringlog::Handle traceHandle( "KezSimulatedSwitch" );
 
 namespace Switch {
-
-namespace {
-
-constexpr auto fallible = vexNames( FallibleOperation() );
-static_assert( std::equal( fallible.begin(), fallible.end(), vexNames( Operation() ).begin() ),
-               "the fallible operations are the first of all, in their order" );
-
-} // namespace
 
 Kez::HwTunnelId HwTunnelIdPool::next() const {
   // Without a released one those in use are 1 to their number.
@@ -49,7 +39,7 @@ bool SimulatedSwitch::refuses( Operation operation, const Vex::String & argument
   return strictness() == Strictness::refuse;
 }
 
-void SimulatedSwitch::decide( FallibleOperation operation, bool room, SwitchAnswer & answer ) {
+void SimulatedSwitch::decide( Operation operation, bool room, SwitchAnswer & answer ) {
   if ( const auto plan = fault( operation ); plan && plan->strikes() ) {
     answer.outcome = Outcome::planned;
     answer.failure = plan->answer();
@@ -69,17 +59,16 @@ void SimulatedSwitch::tell( Operation operation, const Vex::String & arguments,
 }
 
 void SimulatedSwitch::count( Operation operation, Outcome outcome ) {
-  const auto fallibleOperation = static_cast< FallibleOperation >( operation );
   switch ( outcome ) {
   case Outcome::done:
     successCountInc( operation );
     break;
   case Outcome::planned:
-    faultCountInc( fallibleOperation );
+    faultCountInc( operation );
     TRACE( 2, operation, " fails as planned" );
     break;
   case Outcome::full:
-    fullCountInc( fallibleOperation );
+    fullCountInc( operation );
     TRACE( 2, operation, " finds no room" );
     break;
   case Outcome::refused:

@@ -21,10 +21,6 @@
 
 namespace Switch {
 
-// The pools of hardware tunnel ids are the last, in the order of their types.
-VEX_ENUM( Table, "Switch::Table", vlan, dot1qMapping, nonDfPort, esiData, esiPortMap, fec,
-          floodSetDest, hwTunnelIdTypeDefault, hwTunnelIdTypeSharedEsi )
-
 // A wrong call is carried out as far as it can be, left undone, or ends the process.
 VEX_ENUM( Strictness, "Switch::Strictness", count, refuse, fatal )
 
@@ -97,6 +93,7 @@ public:
   bool hasRoom( Table table ) const {
     return !capacityHas( table ) || entries( table ) < capacity( table );
   }
+  bool hasRoom( Operation operation ) const { return hasRoom( typeOf( operation ).table ); }
 
   // Of those that hear a call the later ones hear the answers of the earlier ones.
   void listenerIs( SwitchListener & listener ) { listeners_.push_back( &listener ); }
@@ -108,23 +105,24 @@ public:
   // The failure to answer, or none when the call is to be carried out. `arguments()` and `given()`
   // are the texts of what the call says and of what it is given when it is carried out.
   template< class Arguments, class Given >
-  std::optional< Failure > creation( FallibleOperation operation, bool room,
+  std::optional< Failure > creation( Operation operation, bool room,
                                      const std::optional< WrongCall > & wrong,
                                      const Arguments & arguments, const Given & given ) {
-    const auto any = static_cast< Operation >( operation );
-    SwitchAnswer answer = begin( any, wrong, arguments );
+    SwitchAnswer answer = begin( operation, wrong, arguments );
     if ( answer.outcome != Outcome::refused ) {
       decide( operation, room, answer );
     }
     if ( !listeners_.empty() ) [[unlikely]] {
       answer.given = given();
-      tell( any, arguments(), answer );
+      tell( operation, arguments(), answer );
     }
-    count( any, answer.outcome );
-    return answer.outcome == Outcome::done ? std::nullopt : std::optional( answer.failure );
+    count( operation, answer.outcome );
+    return answer.outcome == Outcome::done
+               ? std::nullopt
+               : std::optional( typeOf( operation ).answerFor( answer.failure ) );
   }
   template< class Arguments >
-  std::optional< Failure > creation( FallibleOperation operation, bool room,
+  std::optional< Failure > creation( Operation operation, bool room,
                                      const std::optional< WrongCall > & wrong,
                                      const Arguments & arguments ) {
     return creation( operation, room, wrong, arguments, [] { return Vex::String(); } );
@@ -160,7 +158,7 @@ private:
   // Counts a wrong call. Whether it is to be left undone.
   bool refuses( Operation operation, const Vex::String & arguments, const Vex::String & what );
   // Of a call that is not refused.
-  void decide( FallibleOperation operation, bool room, SwitchAnswer & answer );
+  void decide( Operation operation, bool room, SwitchAnswer & answer );
   void tell( Operation operation, const Vex::String & arguments, SwitchAnswer & answer );
   void count( Operation operation, Outcome outcome );
   size_t entries( Table table ) const;

@@ -8,12 +8,6 @@
 
 namespace Switch {
 
-// The fallible operations, numbered as there, and after them those that cannot fail.
-VEX_ENUM( Operation, "Switch::Operation", createVlan, createNonDfPort, createVlanToDot1qMapping,
-          createEsiData, createEsiPortMap, getHwTunnelId, createFec, createFloodSetDest, deleteVlan,
-          deleteNonDfPort, deleteVlanToDot1qMapping, deleteEsiData, deleteEsiPortMap,
-          releaseHwTunnelId, deleteFec, deleteFloodSetDest )
-
 // What became of a call: carried out, failed by the operation's plan, without room, or left undone
 // because it is wrong.
 VEX_ENUM( Outcome, "Switch::Outcome", done, planned, full, refused )

@@ -34,7 +34,7 @@ LfibHwProgrammingReturnCode SwitchEsiFilteringDecapHelper::createEsiPortMap( Wir
   const bool there = hardware.esiPortMapHas( intfId );
   auto code = LfibHwProgrammingReturnCode::success;
   if ( const auto failure = hardware.creation(
-           FallibleOperation::createEsiPortMap, there || hardware.hasRoom( Table::esiPortMap ),
+           Operation::createEsiPortMap, there || hardware.hasRoom( Operation::createEsiPortMap ),
            wrongIf( there, "the interface has a map" ), textOf( label, intfId ) ) ) {
     code = codeOf( there, *failure );
   } else {

@@ -136,7 +136,7 @@ void SwitchFloodSets::doWork( const FecWork & work ) {
   if ( work.answer ) {
     const bool room = there || hardware.hasRoom( Table::fec );
     const auto given = [ & ] { return Vex::briefText( *work.answer ); };
-    if ( hardware.creation( FallibleOperation::createFec, room, std::nullopt, arguments, given ) ) {
+    if ( hardware.creation( Operation::createFec, room, std::nullopt, arguments, given ) ) {
       auto again = work;
       again.retry = true;
       workLater( again, Vex::Clock::now() + retryInterval() );
@@ -168,8 +168,8 @@ void SwitchFloodSets::doWork( const DestWork & work ) {
   const auto hwFecId = config.hwIdForTunnelProgramming;
   const auto arguments = [ & ] { return Vex::briefText( work ); };
   if ( configured && !there ) {
-    if ( hardware.creation( FallibleOperation::createFloodSetDest,
-                            hardware.hasRoom( Table::floodSetDest ), std::nullopt, arguments ) ) {
+    if ( hardware.creation( Operation::createFloodSetDest, hardware.hasRoom( Table::floodSetDest ),
+                            std::nullopt, arguments ) ) {
       workLater( work, Vex::Clock::now() + retryInterval() );
       hwStatus()
           ->statusIs( macVlanPair )

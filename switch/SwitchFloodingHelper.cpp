@@ -39,19 +39,15 @@ std::optional< WrongCall > wrongUnlessTagged( bool there, VlanIdOrNone present,
   return there && present != dot1q ? hasTag( present ) : wrongUnless( there );
 }
 
-// VLANs are given no hardware id.
-HwProgrammingStatus statusOf( FallibleOperation operation, Failure failure ) {
-  const bool isId = failure == Failure::invalidHwId && operation != FallibleOperation::createVlan;
-  return isId ? HwProgrammingStatus::invalidHwId : HwProgrammingStatus::notProgrammed;
-}
-
 template< class Arguments, class Program >
-HwProgrammingStatus create( SimulatedSwitch & hardware, FallibleOperation operation, bool room,
+HwProgrammingStatus create( SimulatedSwitch & hardware, Operation operation, bool there,
                             const std::optional< WrongCall > & wrong, const Arguments & arguments,
                             const Program & program ) {
   auto status = HwProgrammingStatus::programmed;
-  if ( const auto failure = hardware.creation( operation, room, wrong, arguments ) ) {
-    status = statusOf( operation, *failure );
+  if ( const auto failure = hardware.creation( operation, there || hardware.hasRoom( operation ),
+                                               wrong, arguments ) ) {
+    status = *failure == Failure::invalidHwId ? HwProgrammingStatus::invalidHwId
+                                              : HwProgrammingStatus::notProgrammed;
   } else {
     program();
   }
@@ -76,8 +72,8 @@ HwProgrammingStatus SwitchFloodingHelper::createVlan( VlanId vlanId, VlanIdOrNon
   const bool there = hardware.vlanHas( vlanId );
   const auto present = hardware.vlan( vlanId );
   const auto wrong = there && present != dot1q ? std::optional( hasTag( present ) ) : std::nullopt;
-  return create( hardware, FallibleOperation::createVlan, there || hardware.hasRoom( Table::vlan ),
-                 wrong, tagged( vlanId, dot1q ), [ & ] { hardware.vlanIs( vlanId, dot1q ); } );
+  return create( hardware, Operation::createVlan, there, wrong, tagged( vlanId, dot1q ),
+                 [ & ] { hardware.vlanIs( vlanId, dot1q ); } );
 }
 
 void SwitchFloodingHelper::deleteVlan( VlanId vlanId, VlanIdOrNone dot1q ) {
@@ -94,8 +90,7 @@ HwProgrammingStatus SwitchFloodingHelper::createNonDfPort( IntfId parentIntfId, 
   const PortVlanKey key( parentIntfId, intfId, vlanId );
   const bool there = hardware.nonDfPort( key );
   const auto wrong = there ? std::optional( isThere() ) : std::nullopt;
-  return create( hardware, FallibleOperation::createNonDfPort,
-                 there || hardware.hasRoom( Table::nonDfPort ), wrong, untagged( key ),
+  return create( hardware, Operation::createNonDfPort, there, wrong, untagged( key ),
                  [ & ] { hardware.nonDfPortIs( key ); } );
 }
 
@@ -120,8 +115,7 @@ HwProgrammingStatus SwitchFloodingHelper::createVlanToDot1qMapping( IntfId paren
   } else if ( !hardware.vlanHas( vlanId ) ) {
     wrong = { "VLAN " + Vex::text( vlanId ) + " is not there" };
   }
-  return create( hardware, FallibleOperation::createVlanToDot1qMapping,
-                 there || hardware.hasRoom( Table::dot1qMapping ), wrong, tagged( key, dot1q ),
+  return create( hardware, Operation::createVlanToDot1qMapping, there, wrong, tagged( key, dot1q ),
                  [ & ] { hardware.dot1qMappingIs( key, dot1q ); } );
 }
 
@@ -152,8 +146,7 @@ HwProgrammingStatus SwitchFloodingHelper::createEsiData( IntfId parentIntfId, In
     wrong = isThere();
   }
   const auto arguments = [ & ] { return Vex::briefText( key ) + " " + Vex::briefText( data ); };
-  return create( hardware, FallibleOperation::createEsiData,
-                 there || hardware.hasRoom( Table::esiData ), wrong, arguments,
+  return create( hardware, Operation::createEsiData, there, wrong, arguments,
                  [ & ] { hardware.esiDataIs( key, data ); } );
 }
 

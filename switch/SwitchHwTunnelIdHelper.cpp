@@ -8,13 +8,13 @@ namespace Switch {
 
 Kez::HwTunnelId SwitchHwTunnelIdHelper::getHwTunnelId( Kez::HwTunnelIdType hwTunnelIdType ) {
   auto & hardware = *simulatedSwitch_;
-  const auto table = static_cast< Table >( static_cast< uint32_t >( Table::hwTunnelIdTypeDefault ) +
-                                           static_cast< uint32_t >( hwTunnelIdType ) );
+  const auto firstPool = static_cast< uint32_t >( typeOf( Operation::getHwTunnelId ).table );
+  const auto table = static_cast< Table >( firstPool + static_cast< uint32_t >( hwTunnelIdType ) );
   const auto pool = hardware.hwTunnelIdPoolIs( hwTunnelIdType );
   const bool fails = hardware
                          .creation(
-                             FallibleOperation::getHwTunnelId, hardware.hasRoom( table ),
-                             std::nullopt, [ & ] { return stringValue( hwTunnelIdType ); },
+                             Operation::getHwTunnelId, hardware.hasRoom( table ), std::nullopt,
+                             [ & ] { return stringValue( hwTunnelIdType ); },
                              [ & ] { return Vex::briefText( pool->next() ); } )
                          .has_value();
   const auto id = fails ? Kez::HwTunnelId() : pool->take();

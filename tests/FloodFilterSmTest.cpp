@@ -74,7 +74,7 @@ TEST_F( FloodFilterSmTest, FreedHardwareIsOfferedToWhatIsParkedAtOnce ) {
 }
 
 TEST_F( FloodFilterSmTest, PairThatEndsWithoutAPortFreesNothing ) {
-  failNext( FallibleOperation::createNonDfPort, 2 );
+  failNext( Operation::createNonDfPort, 2 );
   start();
   filter( 10, eth1 );
   filter( 10, eth2 );
@@ -98,7 +98,7 @@ TEST_F( FloodFilterSmTest, FiltersThatChangeUnderAZombieMarkAreMadeUpFor ) {
 TEST_F( FloodFilterSmTest, TracesDecisionsAndCalls ) {
   start();
   TraceCapture trace( "KezEvpnFloodFilterSm" );
-  failNext( FallibleOperation::createNonDfPort, 1 );
+  failNext( Operation::createNonDfPort, 1 );
   filter( 10, eth1 );
   EXPECT_THAT(
       trace.take(),

@@ -97,7 +97,7 @@ TEST_F( FloodingDot1qSmTest, ServiceFlagTagsUntaggedVlansWithTheirOwnId ) {
 TEST_F( FloodingDot1qSmTest, RefusedVlanIsRetriedUntilItStandsOrIsWithdrawn ) {
   member( 10, eth1 );
   start();
-  failNext( FallibleOperation::createVlan, 2 );
+  failNext( Operation::createVlan, 2 );
   evpnStatus->vlanToDot1qIs( 10, 110 );
   TraceCapture trace( "KezEvpnFloodingDot1qSm/5" );
   advanceTo( 9 );
@@ -108,7 +108,7 @@ TEST_F( FloodingDot1qSmTest, RefusedVlanIsRetriedUntilItStandsOrIsWithdrawn ) {
   EXPECT_THAT( mappings(), ElementsAre( std::pair( Switch::PortVlanKey( eth1, eth1, 10 ), 110 ) ) );
 
   // Its next tag is refused, and then the VLAN is withdrawn: no retry is left, and no mapping.
-  failNext( FallibleOperation::createVlan, 1 );
+  failNext( Operation::createVlan, 1 );
   evpnStatus->vlanToDot1qIs( 10, 111 );
   evpnStatus->vlanToDot1qDel( 10 );
   advance( 1 );
@@ -158,7 +158,7 @@ TEST_F( FloodingDot1qSmTest, OneRefusedPortOfALagIsTriedAgainAlone ) {
   evpnStatus->vlanToDot1qIs( 10, 110 );
   member( 10, lag1 );
   lagIs( lag1, { eth1, eth2 } );
-  failNext( FallibleOperation::createVlanToDot1qMapping, 1 );
+  failNext( Operation::createVlanToDot1qMapping, 1 );
   start();
   advance( 1 );
   EXPECT_TRUE( sm->dot1qStatus( { lag1, 10 } )->unprogrammedHas( eth1 ) );
@@ -169,9 +169,9 @@ TEST_F( FloodingDot1qSmTest, OneRefusedPortOfALagIsTriedAgainAlone ) {
   EXPECT_EQ( mappings().size(), 2u );
   EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
 
-  hardware->faultIs( FallibleOperation::createVlanToDot1qMapping )
+  hardware->faultIs( Operation::createVlanToDot1qMapping )
       ->answerIs( Switch::Failure::invalidHwId );
-  failNext( FallibleOperation::createVlanToDot1qMapping, 1 );
+  failNext( Operation::createVlanToDot1qMapping, 1 );
   member( 10, eth3 );
   EXPECT_DEATH( advance( 1 ), "assertion failed: 0" );
 }
@@ -180,10 +180,10 @@ TEST_F( FloodingDot1qSmTest, OneRefusedPortOfALagIsTriedAgainAlone ) {
 TEST_F( FloodingDot1qSmTest, ParkedPairWaitsForItsVlanWithARetryDue ) {
   evpnStatus->vlanToDot1qIs( 10, 110 );
   member( 10, eth1 );
-  failNext( FallibleOperation::createVlanToDot1qMapping, 1 );
+  failNext( Operation::createVlanToDot1qMapping, 1 );
   start();
   advance( 1 );
-  failNext( FallibleOperation::createVlan, 1 );
+  failNext( Operation::createVlan, 1 );
   evpnStatus->vlanToDot1qIs( 10, 111 );
   advanceTo( 6 );
   EXPECT_EQ( hardware->vlan( 10 ), 111 );
@@ -226,7 +226,7 @@ TEST_F( FloodingDot1qSmTest, ReviewsYieldAndLoseNothing ) {
     evpnStatus->vlanToDot1qIs( vlan, vlan + 100 );
     member( vlan, eth1 );
   }
-  hardware->faultIs( FallibleOperation::createVlanToDot1qMapping )->untilTimeIs( 3 );
+  hardware->faultIs( Operation::createVlanToDot1qMapping )->untilTimeIs( 3 );
   scheduler->workBudgetIs( 7 );
   start();
   advance( 1 );

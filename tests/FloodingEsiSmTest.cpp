@@ -143,7 +143,7 @@ TEST_F( FloodingEsiSmTest, EntryToBeWrittenOverIsDeletedIfThePairEndsFirst ) {
   segment( eth1 )->remoteEsiLabelIs( tep( 2 ), { 2, 200 } );
   segment( eth1 )->designatedForwarderTepIs( 10, tep( 2 ) ); // which has no hardware id yet
   EXPECT_EQ( inHardware().size(), 1u );
-  failNext( FallibleOperation::createEsiData, 1 );
+  failNext( Operation::createEsiData, 1 );
   hwIdIs( 2, 9 );
   EXPECT_TRUE( sm->unprogrammedEsiHas( { eth1, 10 } ) );
   EXPECT_EQ( inHardware().at( Port( eth1, eth1, 10 ) ), data( 1, 7, 100, 50 ) );
@@ -154,7 +154,7 @@ TEST_F( FloodingEsiSmTest, EntryToBeWrittenOverIsDeletedIfThePairEndsFirst ) {
 
 TEST_F( FloodingEsiSmTest, WhatWaitsForAnInputIsNotRetried ) {
   segmentOfEth1();
-  failNext( FallibleOperation::createEsiData, 1 );
+  failNext( Operation::createEsiData, 1 );
   start();
   EXPECT_TRUE( sm->unprogrammedEsiHas( { eth1, 10 } ) );
   TraceCapture trace( "KezEvpnFloodingEsiSm/5" );

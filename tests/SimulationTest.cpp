@@ -105,8 +105,8 @@ private:
   };
 
   void handleCall( Switch::Operation operation ) {
-    if ( operation < Switch::Operation::deleteVlan && ++calls_ == n_ ) {
-      hardware_->faultIs( static_cast< Switch::FallibleOperation >( operation ) )->nextCallsIs( 1 );
+    if ( Switch::typeOf( operation ).canFail() && ++calls_ == n_ ) {
+      hardware_->faultIs( operation )->nextCallsIs( 1 );
     }
   }
 

@@ -34,7 +34,7 @@ int main() {
   Vex::Clock::virtualIs( 0 );
   const auto scheduler = Vex::makePtr< Loom::TaskScheduler >();
   const auto hardware = Vex::makePtr< Switch::SimulatedSwitch >();
-  hardware->faultIs( Switch::FallibleOperation::createNonDfPort )->nextCallsIs( 2 );
+  hardware->faultIs( Switch::Operation::createNonDfPort )->nextCallsIs( 2 );
   const auto evpnStatus = Vex::makePtr< Evpn::EvpnStatus >();
   evpnStatus->encapBumFilterIs( Wire::IntfId( "Ethernet1" ) );
   const auto sm = Vex::makePtr< Example::PortFilterSm >( Vex::makePtr< Chip >( hardware ),
