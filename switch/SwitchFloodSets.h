@@ -1,21 +1,19 @@
 // The simulated switch's side of flood sets: programs the FECs that are requested and the
 // configurations of flood-set destinations, and answers.
 //
-// An answer comes within the write that it answers, or `answerDelay` later. A FEC is answered as it
-// was requested, so that a delayed answer may come for one that has been given up meanwhile; one
-// that is requested anew is not withdrawn in between. What is configured is looked at when its turn
-// comes. What is due at one time is taken in order, or, with a `shuffleSeed`, in a random one, but
-// for what concerns the same FEC. What could not be programmed is tried again after
-// `retryInterval`, a destination with the status notProgrammed meanwhile. Deleting a FEC that a
-// destination uses is a wrong call.
+// An answer comes within the write that it answers, or `answerDelay` later, and is one to what is
+// requested or configured when its turn comes. A FEC that has been given up meanwhile is answered
+// all the same, since hardware has not heard of that yet; one that is requested anew is not
+// withdrawn in between. What is due at one time is taken in order, or, with a `shuffleSeed`, in a
+// random one. What could not be programmed is tried again after `retryInterval`, once for each FEC
+// or destination however often it has changed, a destination with the status notProgrammed
+// meanwhile. Deleting a FEC that a destination uses is a wrong call.
 #pragma once
 
 #include "Loom/TimerWheel.h"
+#include "switch/Agenda.h"
 #include "switch/SimulatedSwitch.h"
 
-#include <deque>
-#include <map>
-#include <random>
 #include <variant>
 
 namespace Switch {
@@ -68,18 +66,14 @@ public:
   static uint64_t hwFecIdOf( Rook::Fib::FecId fecId );
 
 private:
-  // The answer to a request, or its withdrawal.
-  struct FecWork {
-    Rook::Fib::FecId fecId;
-    std::optional< Kez::HwFecIdResponse > answer;
+  // A request of a FEC that is not answered yet.
+  struct Request {
+    Kez::HwFecIdResponse answer;
     Kez::HwTunnelId hwTunnelId;
-    bool retry = false; // worth it only while the FEC is requested
+    double withdrawalDue = 0; // of one that has been given up
   };
-  using DestWork = Kez::FloodSetMplsDestConfig;
-  struct Work {
-    double due;
-    std::variant< FecWork, DestWork > what;
-  };
+  using Dest = Kez::FloodSetMplsDestConfig;
+  using Subject = std::variant< Rook::Fib::FecId, Dest >;
   class Delay final : public Loom::Timer {
   public:
     Delay( const Vex::Ptr< Loom::TimerWheel > & wheel, SwitchFloodSets & owner )
@@ -91,17 +85,24 @@ private:
   };
 
   void handleFecRequest( Rook::Fib::FecId fecId );
-  void accept( const FecWork & work );
-  void accept( const DestWork & work );
-  template< class T > void workLater( const T & work, double due );
+  bool isRequested( Rook::Fib::FecId fecId ) const;
+  Request standingRequest( Rook::Fib::FecId fecId ) const;
+  // Sees to what has changed about it, at once or after the delay.
+  void changed( const Subject & subject );
+  void dueIs( const Subject & subject, double due );
+  uint64_t nextOrder();
   void doDueWork();
-  size_t nextWork( double now );
-  void doWork( const FecWork & work );
-  void doWork( const DestWork & work );
+  // Brings hardware, and what it answers, to what is asked for.
+  void see( Rook::Fib::FecId fecId );
+  void see( const Dest & dest );
+  void answer( Rook::Fib::FecId fecId, const Request & request );
+  void withdraw( Rook::Fib::FecId fecId );
+  void program( const Dest & dest );
+  void unprogram( const Dest & dest );
 
-  std::deque< Work > work_;                          // by due time
-  std::map< Rook::Fib::FecId, double > lastFecWork_; // when the last that was accepted is due
-  std::mt19937_64 random_;
+  Agenda< Subject > agenda_;
+  std::map< Rook::Fib::FecId, Request > unanswered_;
+  uint64_t changes_ = 0;
   Delay delay_;
   VexFecRequest fecRequestReactor_;
   VexHwConfig hwConfigReactor_;
