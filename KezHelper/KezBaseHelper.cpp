@@ -1,8 +1,8 @@
 #include "KezHelper/KezBaseHelper.h"
 
 #include "Vex/Assert.h"
+#include "Vex/FatalEnd.h"
 
-#include <cstdio>
 #include <cstdlib>
 
 namespace Kez {
@@ -12,8 +12,7 @@ KezBaseHelper::KezBaseHelper( const Vex::String & name ) {
 }
 
 void KezBaseHelper::kezAssert( const Vex::String & msg ) {
-  std::fprintf( stderr, "%s\n", msg.c_str() );
-  std::fflush( stderr );
+  Vex::sayLast( msg + "\n" );
   Vex::assertionFailed( "0", "/usr/include/Kez/KezBaseHelper", __LINE__ );
 }
 

@@ -3,8 +3,9 @@
 #include "Ringlog/Ring.h"
 #include "Rook/TableWriter.h"
 #include "Vex/Clock.h"
+#include "Vex/FatalEnd.h"
 #include "agent/Session.h"
-#include "agent/SteppedPace.h"
+#include "record/SteppedPace.h"
 
 #include <cerrno>
 #include <cstring>
@@ -168,9 +169,9 @@ public:
   ReportFile & operator=( const ReportFile & ) = delete;
 
   Report * report() { return report_ ? &*report_ : nullptr; }
-  void write( const Session & session, bool isVirtual ) {
+  void write( const Vex::String & verdict, bool isVirtual ) {
     if ( report_ ) {
-      report_->write( file_, session.verdict(), isVirtual );
+      report_->write( file_, verdict, isVirtual );
       file_.flush();
       check();
     }
@@ -187,6 +188,33 @@ private:
   Wiring & wiring_;
   std::ofstream file_;
   std::optional< Report > report_;
+};
+
+// While it lives, an assertion that fails takes neither what was said with it nor the report.
+class LastWords final : public Vex::FatalEnd {
+public:
+  LastWords( std::ostream & out, const Wiring & wiring, ReportFile & page, bool isVirtual )
+      : out_( out ), wiring_( wiring ), page_( page ), isVirtual_( isVirtual ) {
+    Vex::fatalEndIs( this );
+  }
+  ~LastWords() override { Vex::fatalEndIs( nullptr ); }
+  LastWords( const LastWords & ) = delete;
+  LastWords & operator=( const LastWords & ) = delete;
+
+private:
+  void flush() override { out_.flush(); }
+  void conclude( std::string_view message ) override {
+    // While the agent restarts there is nothing to report on.
+    if ( page_.report() && wiring_.hardware ) {
+      page_.report()->failureIs( Vex::String( message ) );
+      page_.write( "ended by a failed assertion", isVirtual_ );
+    }
+  }
+
+  std::ostream & out_;
+  const Wiring & wiring_;
+  ReportFile & page_;
+  const bool isVirtual_;
 };
 
 std::string titleOf( const std::vector< Source > & sources ) {
@@ -236,9 +264,10 @@ int replay( const Options & options, std::ostream & out, std::ostream & err ) {
   shell.paceIs( replay );
   executeOption( shell, "trace", options.trace );
   ReportFile page( options, "replay of " + name, wiring );
+  const LastWords lastWords( out, wiring, page, replay.isVirtual() );
   Session session( shell, options.echo, page.report(), out, err );
   const int status = session.replay( replay, name );
-  page.write( session, replay.isVirtual() );
+  page.write( session.verdict(), replay.isVirtual() );
   return status;
 }
 
@@ -260,6 +289,8 @@ int runOrConverse( const Options & options, const Input & input, std::ostream & 
   executeOption( shell, "record", options.record );
   executeOption( shell, "trace", options.trace );
   ReportFile page( options, titleOf( sources ), wiring );
+  const bool isVirtual = options.clock != "steady";
+  const LastWords lastWords( out, wiring, page, isVirtual );
   Session session( shell, options.echo, page.report(), out, err );
   int status = 0;
   if ( sources.empty() ) {
@@ -267,7 +298,7 @@ int runOrConverse( const Options & options, const Input & input, std::ostream & 
   } else {
     status = session.run( sources, input );
   }
-  page.write( session, options.clock != "steady" );
+  page.write( session.verdict(), isVirtual );
   return status;
 }
 

@@ -3,9 +3,9 @@
 #pragma once
 
 #include "agent/CommandLine.h"
-#include "agent/Replay.h"
-#include "agent/Report.h"
 #include "agent/Shell.h"
+#include "record/Replay.h"
+#include "report/Report.h"
 
 namespace Agent {
 

@@ -6,8 +6,8 @@
 #include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"
 #include "Vex/Domain.h"
-#include "agent/RecordEntry.h"
-#include "agent/Show.h"
+#include "record/RecordEntry.h"
+#include "shell/Show.h"
 
 namespace Agent {
 

@@ -6,10 +6,10 @@
 // lives, what is traced goes to its output, in order with everything else.
 #pragma once
 
-#include "agent/Pace.h"
-#include "agent/Path.h"
-#include "agent/Recorder.h"
 #include "agent/Wiring.h"
+#include "record/Pace.h"
+#include "record/Recorder.h"
+#include "shell/Path.h"
 
 #include <ostream>
 

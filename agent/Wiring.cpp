@@ -11,159 +11,196 @@
 #include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
 #include "KezEvpn/KezEvpnVlanFloodSetSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
-#include "agent/SwitchEsiFilteringDecapHelper.h"
-#include "agent/SwitchFloodSets.h"
-#include "agent/SwitchFloodingHelper.h"
-#include "agent/SwitchHwTunnelIdHelper.h"
+#include "KezEvpn/StateMachine.h"
+#include "switch/SwitchEsiFilteringDecapHelper.h"
+#include "switch/SwitchFloodSets.h"
+#include "switch/SwitchFloodingHelper.h"
+#include "switch/SwitchHwTunnelIdHelper.h"
+
+#include <concepts>
 
 namespace Agent {
 
 namespace {
 
+using Switch::SimulatedSwitch;
+using Vex::Ptr;
+
 // An entity that stands among the roots, or null.
-template< class T > Vex::Ptr< T > standing( const Roots & roots, const Vex::String & name ) {
+template< class T > Ptr< T > standing( const Roots & roots, const Vex::String & name ) {
   const auto * root = roots.root( name );
   return root ? Vex::dynamicCast< T >( root->entity ) : nullptr;
 }
 
-Vex::Ptr< SimulatedSwitch > emptySwitch( const Vex::Ptr< const SimulatedSwitch > & earlier ) {
-  auto hardware = Vex::makePtr< SimulatedSwitch >();
-  if ( earlier ) {
-    for ( const auto [ table, entries ] : earlier->capacity() ) {
-      hardware->capacityIs( table, entries );
+// What outlives an agent: its inputs as they stand, and of its switch the sizes and listeners. A
+// first agent has new ones.
+struct Legacy {
+  explicit Legacy( const Roots & earlier ) : inputs( earlier.ofRole( Role::input ) ) {
+    if ( const auto there = standing< SimulatedSwitch >( earlier, "switch" ) ) {
+      for ( const auto [ table, entries ] : there->capacity() ) {
+        hardware->capacityIs( table, entries );
+      }
+      hardware->listenersOf( *there );
     }
-    hardware->listenersOf( *earlier );
   }
-  return hardware;
-}
 
-// The inputs of an earlier agent, or new ones.
-class Inputs {
+  const Roots inputs;
+  const Ptr< SimulatedSwitch > hardware = Vex::makePtr< SimulatedSwitch >();
+};
+
+// An agent being made: the members, then the machines, in the order in which they stand here. Each
+// stands before what is handed it, and `show` lists the roots in that order.
+class Wirer {
 public:
-  explicit Inputs( const Roots & earlier ) : earlier_( earlier.ofRole( Role::input ) ) {}
+  explicit Wirer( const Legacy & legacy ) : legacy_( legacy ) {}
 
-  template< class T, class... Arguments >
-  Vex::Ptr< T > root( Roots & roots, const Vex::String & name,
-                      const Arguments &... arguments ) const {
-    const auto there = standing< T >( earlier_, name );
-    return roots.rootIs( Role::input, name, there ? there : Vex::makePtr< T >( arguments... ) );
+  Wiring wire() {
+    hardware( "switchFloodSets",
+              Vex::makePtr< Switch::SwitchFloodSets >(
+                  hardware_, scheduler_->timerWheel(), mplsFloodSetFecRequest_,
+                  mplsFloodSetFecResponse_, vlanFloodSetHwConfig_, vlanFloodSetHwStatus_ ) );
+    wirePorts();
+    wireTunnels();
+    wireFloodSets();
+    machine( "esiFilteringDecapSm",
+             Kez::esiFilteringDecapSmFactory( esiFilteringDecapHelper_, lfibStatus_, scheduler_,
+                                              lfibTrackingStatus_, lfibHwStatus_ ) );
+    return { std::move( roots_ ), scheduler_, hardware_ };
   }
 
 private:
-  const Roots earlier_;
+  template< class T, class... Arguments >
+  Ptr< T > input( const Vex::String & name, const Arguments &... arguments ) {
+    const auto there = standing< T >( legacy_.inputs, name );
+    return roots_.rootIs( Role::input, name, there ? there : Vex::makePtr< T >( arguments... ) );
+  }
+  template< class T > Ptr< T > output( const Vex::String & name, const Ptr< T > & entity ) {
+    return roots_.rootIs( Role::output, name, entity );
+  }
+  template< class T > Ptr< T > hardware( const Vex::String & name, const Ptr< T > & entity ) {
+    return roots_.rootIs( Role::hardware, name, entity );
+  }
+  // Starts it, if it has not started as it was made.
+  template< class T > void machine( const Vex::String & name, const Ptr< T > & sm ) {
+    roots_.rootIs( Role::machine, name, sm );
+    if constexpr ( std::derived_from< T, Kez::InitializedSm > ) {
+      if ( !sm->initialized() ) {
+        sm->handleInitialized();
+      }
+    }
+  }
+
+  // Each after those whose outputs it reads, so that it starts over what they have made of the
+  // inputs that stand, and programs a port once.
+  void wirePorts() {
+    machine( "evpnLagSm", Kez::evpnLagSmFactory( acsd_, lagConfigDir_, evpnLagMemberInfo_ ) );
+    machine( "kezEvpnVlanMembershipSm",
+             Kez::kezEvpnVlanMembershipSmFactory( bridgingConfig_, vlanStatusDir_, evpnStatus_,
+                                                  evpnVlanStatus_ ) );
+    machine( "evpnRemoteInfoFinderSm",
+             Kez::evpnRemoteInfoFinderSmFactory( mplsFloodSetOutput_, evpnRemoteInfo_ ) );
+    machine( "evpnFloodingDot1qSm",
+             Kez::evpnFloodingDot1qSmFactory( floodingHelper_, scheduler_, evpnLagMemberInfo_,
+                                              evpnVlanStatus_, evpnStatus_, evpnMplsConfig_ ) );
+    machine( "kezEvpnFloodFilterSm",
+             Kez::kezEvpnFloodFilterSmFactory( floodingHelper_, scheduler_, evpnLagMemberInfo_,
+                                               evpnStatus_ ) );
+  }
+
+  // Ids before the ESI data that name them: what an earlier agent left in the shared table is put
+  // right first.
+  void wireTunnels() {
+    machine( "evpnHwTunnelIdSm",
+             Kez::evpnHwTunnelIdSmFactory( hwTunnelIdHelper_, scheduler_, acsd_, evpnStatus_,
+                                           evpnRemoteInfo_, tunnelIdHwTunnelId_ ) );
+    machine( "evpnFloodingEsiSm",
+             Kez::evpnFloodingEsiSmFactory( floodingHelper_, scheduler_, evpnLagMemberInfo_,
+                                            evpnStatus_, tunnelIdHwTunnelId_ ) );
+  }
+
+  // FECs hear of a change before the destinations that use them, but start after these: what an
+  // earlier machine's FECs are used for is withdrawn before they are. The filter comes last, when
+  // all who read what it lets through are there.
+  void wireFloodSets() {
+    const auto fecSm =
+        roots_.rootIs( Role::machine, "evpnFloodSetFecSm",
+                       Kez::evpnFloodSetFecSmFactory(
+                           mplsFloodSetOutput_, tunnelIdHwTunnelId_, vlanFloodSetHwStatus_,
+                           mplsFloodSetFecRequest_, mplsFloodSetFecResponse_, hwInfoMapping_,
+                           scheduler_->timerWheel() ) );
+    machine( "evpnVlanFloodSetSm", Kez::evpnVlanFloodSetSmFactory(
+                                       mplsFloodSetOutput_, tunnelIdHwTunnelId_, hwInfoMapping_,
+                                       vlanFloodSetHwConfig_, vlanFloodSetHwStatus_ ) );
+    fecSm->handleInitialized();
+    machine( "vlanFloodSetFilterSm",
+             Kez::vlanFloodSetFilterSmFactory( L2Rib::destTypeMpls_, floodSetOutput_,
+                                               mplsFloodSetOutput_ ) );
+  }
+
+  const Legacy & legacy_;
+  Roots roots_;
+
+  const Ptr< Kez::KezCommonSmData > acsd_ = input< Kez::KezCommonSmData >( "acsd" );
+  const Ptr< Kez::LagCreatorConfigDir > lagConfigDir_ =
+      input< Kez::LagCreatorConfigDir >( "lagConfigDir" );
+  const Ptr< Bridging::Config > bridgingConfig_ = input< Bridging::Config >( "bridgingConfig" );
+  const Ptr< Bridging::VlanStatusDir > vlanStatusDir_ =
+      input< Bridging::VlanStatusDir >( "vlanStatusDir" );
+  const Ptr< Evpn::EvpnStatus > evpnStatus_ = input< Evpn::EvpnStatus >( "evpnStatus" );
+  const Ptr< Evpn::MplsConfig > evpnMplsConfig_ = input< Evpn::MplsConfig >( "evpnMplsConfig" );
+  const Ptr< L2Rib::FloodSetOutput > floodSetOutput_ =
+      input< L2Rib::FloodSetOutput >( "floodSetOutput" );
+  const Ptr< Mpls::LfibStatus > lfibStatus_ =
+      input< Mpls::LfibStatus >( "lfibStatus", "lfibStatus" );
+  const Ptr< Mpls::LfibTrackingStatus > lfibTrackingStatus_ =
+      input< Mpls::LfibTrackingStatus >( "lfibTrackingStatus" );
+
+  const Ptr< Kez::EvpnLagMemberInfo > evpnLagMemberInfo_ =
+      output( "evpnLagMemberInfo", Kez::evpnLagMemberInfoFactory() );
+  const Ptr< Kez::EvpnVlanStatus > evpnVlanStatus_ =
+      output( "evpnVlanStatus", Kez::evpnVlanStatusFactory() );
+  const Ptr< Kez::EvpnRemoteInfo > evpnRemoteInfo_ =
+      output( "evpnRemoteInfo", Kez::evpnRemoteInfoFactory() );
+  const Ptr< Kez::TunnelIdToHwTunnelIdMapping > tunnelIdHwTunnelId_ = output(
+      "tunnelIdHwTunnelId", Kez::tunnelIdToHwTunnelIdMappingFactory( "tunnelIdHwTunnelId" ) );
+  const Ptr< Mpls::LfibHwStatus > lfibHwStatus_ =
+      output( "lfibHwStatus", Vex::makePtr< Mpls::LfibHwStatus >( "lfibHwStatus" ) );
+  const Ptr< L2Rib::FloodSetOutput > mplsFloodSetOutput_ =
+      output( "mplsFloodSetOutput", Vex::makePtr< L2Rib::FloodSetOutput >() );
+  const Ptr< Kez::FecIdToHwFecIdRequest > mplsFloodSetFecRequest_ =
+      output( "mplsFloodSetFecRequest", Kez::fecIdToHwFecIdRequestFactory() );
+  const Ptr< Kez::HwInfoMapping > hwInfoMapping_ =
+      output( "hwInfoMapping", Kez::hwInfoMappingFactory() );
+  const Ptr< Kez::EvpnVlanFloodSetHwConfig > vlanFloodSetHwConfig_ =
+      output( "vlanFloodSetHwConfig", Kez::evpnVlanFloodSetHwConfigFactory() );
+
+  // The switch stands before any machine does, so that what one asks for as it starts is answered.
+  const Ptr< SimulatedSwitch > hardware_ = hardware( "switch", legacy_.hardware );
+  const Ptr< Switch::SwitchFloodingHelper > floodingHelper_ =
+      hardware( "floodingHelper",
+                Vex::makePtr< Switch::SwitchFloodingHelper >( "floodingHelper", hardware_ ) );
+  const Ptr< Switch::SwitchHwTunnelIdHelper > hwTunnelIdHelper_ =
+      hardware( "hwTunnelIdHelper",
+                Vex::makePtr< Switch::SwitchHwTunnelIdHelper >( "hwTunnelIdHelper", hardware_ ) );
+  const Ptr< Switch::SwitchEsiFilteringDecapHelper > esiFilteringDecapHelper_ =
+      hardware( "esiFilteringDecapHelper", Vex::makePtr< Switch::SwitchEsiFilteringDecapHelper >(
+                                               "esiFilteringDecapHelper", hardware_ ) );
+  const Ptr< Loom::TaskScheduler > scheduler_ =
+      roots_.rootIs( Role::runtime, "scheduler", Vex::makePtr< Loom::TaskScheduler >() );
+  const Ptr< Kez::FecIdToHwFecIdResponse > mplsFloodSetFecResponse_ =
+      hardware( "mplsFloodSetFecResponse", Kez::fecIdToHwFecIdResponseFactory() );
+  const Ptr< Kez::EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus_ =
+      hardware( "vlanFloodSetHwStatus", Kez::evpnVlanFloodSetHwStatusFactory() );
 };
 
 } // namespace
 
 Wiring wire( Roots earlier ) {
-  Roots roots;
-  const Inputs inputs( earlier );
-  const auto empty = emptySwitch( standing< SimulatedSwitch >( earlier, "switch" ) );
+  const Legacy legacy( earlier );
+  // The earlier machines end before others stand on the same inputs, and a shared table has one
+  // writer.
   earlier = {};
-  const auto acsd = inputs.root< Kez::KezCommonSmData >( roots, "acsd" );
-  const auto lagConfigDir = inputs.root< Kez::LagCreatorConfigDir >( roots, "lagConfigDir" );
-  const auto bridgingConfig = inputs.root< Bridging::Config >( roots, "bridgingConfig" );
-  const auto vlanStatusDir = inputs.root< Bridging::VlanStatusDir >( roots, "vlanStatusDir" );
-  const auto evpnStatus = inputs.root< Evpn::EvpnStatus >( roots, "evpnStatus" );
-  const auto evpnMplsConfig = inputs.root< Evpn::MplsConfig >( roots, "evpnMplsConfig" );
-  const auto floodSetOutput = inputs.root< L2Rib::FloodSetOutput >( roots, "floodSetOutput" );
-  const auto lfibStatus = inputs.root< Mpls::LfibStatus >( roots, "lfibStatus", "lfibStatus" );
-  const auto lfibTrackingStatus =
-      inputs.root< Mpls::LfibTrackingStatus >( roots, "lfibTrackingStatus" );
-
-  const auto evpnLagMemberInfo =
-      roots.rootIs( Role::output, "evpnLagMemberInfo", Kez::evpnLagMemberInfoFactory() );
-  const auto evpnVlanStatus =
-      roots.rootIs( Role::output, "evpnVlanStatus", Kez::evpnVlanStatusFactory() );
-  const auto evpnRemoteInfo =
-      roots.rootIs( Role::output, "evpnRemoteInfo", Kez::evpnRemoteInfoFactory() );
-  const auto tunnelIdHwTunnelId =
-      roots.rootIs( Role::output, "tunnelIdHwTunnelId",
-                    Kez::tunnelIdToHwTunnelIdMappingFactory( "tunnelIdHwTunnelId" ) );
-  const auto lfibHwStatus = roots.rootIs( Role::output, "lfibHwStatus",
-                                          Vex::makePtr< Mpls::LfibHwStatus >( "lfibHwStatus" ) );
-
-  const auto mplsFloodSetOutput =
-      roots.rootIs( Role::output, "mplsFloodSetOutput", Vex::makePtr< L2Rib::FloodSetOutput >() );
-  const auto mplsFloodSetFecRequest =
-      roots.rootIs( Role::output, "mplsFloodSetFecRequest", Kez::fecIdToHwFecIdRequestFactory() );
-  const auto hwInfoMapping =
-      roots.rootIs( Role::output, "hwInfoMapping", Kez::hwInfoMappingFactory() );
-  const auto vlanFloodSetHwConfig =
-      roots.rootIs( Role::output, "vlanFloodSetHwConfig", Kez::evpnVlanFloodSetHwConfigFactory() );
-
-  const auto hardware = roots.rootIs( Role::hardware, "switch", empty );
-  const auto floodingHelper =
-      roots.rootIs( Role::hardware, "floodingHelper",
-                    Vex::makePtr< SwitchFloodingHelper >( "floodingHelper", hardware ) );
-  const auto hwTunnelIdHelper =
-      roots.rootIs( Role::hardware, "hwTunnelIdHelper",
-                    Vex::makePtr< SwitchHwTunnelIdHelper >( "hwTunnelIdHelper", hardware ) );
-  const auto esiFilteringDecapHelper = roots.rootIs(
-      Role::hardware, "esiFilteringDecapHelper",
-      Vex::makePtr< SwitchEsiFilteringDecapHelper >( "esiFilteringDecapHelper", hardware ) );
-
-  const auto scheduler =
-      roots.rootIs( Role::runtime, "scheduler", Vex::makePtr< Loom::TaskScheduler >() );
-
-  const auto mplsFloodSetFecResponse = roots.rootIs( Role::hardware, "mplsFloodSetFecResponse",
-                                                     Kez::fecIdToHwFecIdResponseFactory() );
-  const auto vlanFloodSetHwStatus = roots.rootIs( Role::hardware, "vlanFloodSetHwStatus",
-                                                  Kez::evpnVlanFloodSetHwStatusFactory() );
-  roots.rootIs( Role::hardware, "switchFloodSets",
-                Vex::makePtr< SwitchFloodSets >( hardware, scheduler->timerWheel(),
-                                                 mplsFloodSetFecRequest, mplsFloodSetFecResponse,
-                                                 vlanFloodSetHwConfig, vlanFloodSetHwStatus ) );
-
-  roots.rootIs( Role::machine, "evpnLagSm",
-                Kez::evpnLagSmFactory( acsd, lagConfigDir, evpnLagMemberInfo ) );
-  roots.rootIs( Role::machine, "kezEvpnVlanMembershipSm",
-                Kez::kezEvpnVlanMembershipSmFactory( bridgingConfig, vlanStatusDir, evpnStatus,
-                                                     evpnVlanStatus ) );
-  roots.rootIs( Role::machine, "evpnRemoteInfoFinderSm",
-                Kez::evpnRemoteInfoFinderSmFactory( mplsFloodSetOutput, evpnRemoteInfo ) );
-  roots
-      .rootIs( Role::machine, "evpnFloodingDot1qSm",
-               Kez::evpnFloodingDot1qSmFactory( floodingHelper, scheduler, evpnLagMemberInfo,
-                                                evpnVlanStatus, evpnStatus, evpnMplsConfig ) )
-      ->handleInitialized();
-  roots
-      .rootIs( Role::machine, "kezEvpnFloodFilterSm",
-               Kez::kezEvpnFloodFilterSmFactory( floodingHelper, scheduler, evpnLagMemberInfo,
-                                                 evpnStatus ) )
-      ->handleInitialized();
-  roots
-      .rootIs( Role::machine, "evpnHwTunnelIdSm",
-               Kez::evpnHwTunnelIdSmFactory( hwTunnelIdHelper, scheduler, acsd, evpnStatus,
-                                             evpnRemoteInfo, tunnelIdHwTunnelId ) )
-      ->handleInitialized();
-  roots
-      .rootIs( Role::machine, "evpnFloodingEsiSm",
-               Kez::evpnFloodingEsiSmFactory( floodingHelper, scheduler, evpnLagMemberInfo,
-                                              evpnStatus, tunnelIdHwTunnelId ) )
-      ->handleInitialized();
-  const auto floodSetFecSm = roots.rootIs(
-      Role::machine, "evpnFloodSetFecSm",
-      Kez::evpnFloodSetFecSmFactory( mplsFloodSetOutput, tunnelIdHwTunnelId, vlanFloodSetHwStatus,
-                                     mplsFloodSetFecRequest, mplsFloodSetFecResponse, hwInfoMapping,
-                                     scheduler->timerWheel() ) );
-  roots
-      .rootIs( Role::machine, "evpnVlanFloodSetSm",
-               Kez::evpnVlanFloodSetSmFactory( mplsFloodSetOutput, tunnelIdHwTunnelId,
-                                               hwInfoMapping, vlanFloodSetHwConfig,
-                                               vlanFloodSetHwStatus ) )
-      ->handleInitialized();
-  // What an earlier machine's FECs are used for is withdrawn before they are.
-  floodSetFecSm->handleInitialized();
-  roots
-      .rootIs( Role::machine, "vlanFloodSetFilterSm",
-               Kez::vlanFloodSetFilterSmFactory( L2Rib::destTypeMpls_, floodSetOutput,
-                                                 mplsFloodSetOutput ) )
-      ->handleInitialized();
-  roots.rootIs( Role::machine, "esiFilteringDecapSm",
-                Kez::esiFilteringDecapSmFactory( esiFilteringDecapHelper, lfibStatus, scheduler,
-                                                 lfibTrackingStatus, lfibHwStatus ) );
-  return { std::move( roots ), scheduler, hardware };
+  return Wirer( legacy ).wire();
 }
 
 } // namespace Agent

@@ -3,15 +3,15 @@
 #pragma once
 
 #include "Loom/TaskScheduler.h"
-#include "agent/Roots.h"
-#include "agent/SimulatedSwitch.h"
+#include "shell/Roots.h"
+#include "switch/SimulatedSwitch.h"
 
 namespace Agent {
 
 struct Wiring {
   Roots roots;
   Vex::Ptr< Loom::TaskScheduler > scheduler;
-  Vex::Ptr< SimulatedSwitch > hardware;
+  Vex::Ptr< Switch::SimulatedSwitch > hardware;
 };
 
 // With the roots of an earlier agent, which ends: over its inputs as they stand, and a switch that

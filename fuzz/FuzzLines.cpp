@@ -2,8 +2,8 @@
 // by the machines.
 #include "Lines.h"
 #include "Vex/Clock.h"
-#include "agent/Line.h"
 #include "agent/Shell.h"
+#include "shell/Line.h"
 
 #include <sstream>
 

@@ -2,9 +2,9 @@
 // differs.
 #include "Lines.h"
 #include "Vex/Clock.h"
-#include "agent/Replay.h"
 #include "agent/Session.h"
 #include "agent/Shell.h"
+#include "record/Replay.h"
 
 #include <algorithm>
 #include <sstream>

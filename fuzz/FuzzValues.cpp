@@ -4,7 +4,7 @@
 #include "KezEvpn/FecRequests.h"
 #include "KezEvpn/FloodSets.h"
 #include "Mpls/Lfib.h"
-#include "agent/SimulatedSwitch.h"
+#include "switch/SimulatedSwitch.h"
 
 #include <cstdlib>
 
@@ -40,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput( const uint8_t * data, size_t size ) {
               Kez::HwTunnelId, Kez::KezPortList, Evpn::EncapTypeLabel, L2Rib::Dest,
               Kez::IntfVlanKey, Kez::IntfVlanTunnelKey, Kez::TunnelIdToHwTunnelId, Kez::VlanMacDest,
               Kez::MplsDestConfig, Kez::MplsFloodSetVia, Kez::MplsDestHwInfo,
-              Kez::FloodSetMplsDestConfig, Agent::EsiData, double, bool, Vex::String >(
+              Kez::FloodSetMplsDestConfig, Switch::EsiData, double, bool, Vex::String >(
         data[ 0 ] % 24, { reinterpret_cast< const char * >( data ) + 1, size - 1 } );
   }
   return 0;

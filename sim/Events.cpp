@@ -1,5 +1,7 @@
 #include "sim/Events.h"
 
+#include "switch/Operation.h"
+
 #include <random>
 
 namespace Sim {
@@ -43,6 +45,7 @@ private:
   String any( std::initializer_list< const char * > texts ) {
     return texts.begin()[ below( texts.size() ) ];
   }
+  String anyOf( const auto & names ) { return String( names[ below( names.size() ) ] ); }
   String number( uint64_t from, uint64_t to ) {
     return std::to_string( from + below( to - from + 1 ) );
   }
@@ -234,11 +237,11 @@ void Generator::route() {
 }
 
 void Generator::fault() {
-  const auto path = "switch.fault[" +
-                    any( { "createVlan", "createNonDfPort", "createVlanToDot1qMapping",
-                           "createEsiData", "createEsiPortMap", "createFec", "createFloodSetDest",
-                           oneIn( 6 ) ? "getHwTunnelId" : "createEsiData" } ) +
-                    "]";
+  auto operation = anyOf( Switch::FallibleOperation::names() );
+  if ( operation == "getHwTunnelId" && !oneIn( 6 ) ) { // that leaves much without hardware at once
+    operation = "createEsiData";
+  }
+  const auto path = "switch.fault[" + operation + "]";
   switch ( below( 6 ) ) {
   case 0:
     add( "set " + path + ".everyNth " + number( 1, 3 ) );
@@ -259,11 +262,7 @@ void Generator::fault() {
 }
 
 void Generator::capacity() {
-  setOrDelete( "switch.capacity[" +
-                   any( { "vlan", "dot1qMapping", "nonDfPort", "esiData", "esiPortMap", "fec",
-                          "floodSetDest", "hwTunnelIdTypeDefault", "hwTunnelIdTypeSharedEsi" } ) +
-                   "]",
-               number( 0, 5 ) );
+  setOrDelete( "switch.capacity[" + anyOf( vexNames( Switch::Table() ) ) + "]", number( 0, 5 ) );
 }
 
 void Generator::timing() {

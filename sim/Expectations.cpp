@@ -25,10 +25,10 @@
 
 namespace Sim {
 
-using Agent::PortVlanKey;
-using Agent::Table;
 using Bridging::VlanId;
 using Bridging::VlanIdOrNone;
+using Switch::PortVlanKey;
+using Switch::Table;
 using Tunnel::TunnelTable::TunnelId;
 using Wire::IntfId;
 

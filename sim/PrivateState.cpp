@@ -7,10 +7,10 @@
 
 namespace Sim {
 
-using Agent::PortVlanKey;
 using Kez::IntfVlanKey;
 using Kez::MplsFloodSetVia;
 using Kez::VlanMacDest;
+using Switch::PortVlanKey;
 using Tunnel::TunnelTable::TunnelId;
 using Wire::IntfId;
 
@@ -123,7 +123,7 @@ void esi( const System & system, Report & report ) {
     }
   }
   portProgramming( "evpnFloodingEsiSm", sm, sm.esiStatus(), setOf( sm.unprogrammedEsi() ),
-                   forwarded, {}, keysOf< Agent::EsiData >( system.hardware->esiData() ), report );
+                   forwarded, {}, keysOf< Switch::EsiData >( system.hardware->esiData() ), report );
   using Triple = Kez::IntfVlanTunnelKey;
   std::set< Triple > triples, byTunnel, byIntfTunnel;
   for ( const auto & [ key, tunnelId ] : sm.intfVlanTunnel() ) {

@@ -60,10 +60,10 @@ void Simulation::executeInAgent( const String & line ) {
 
 void Simulation::remember( const String & line ) {
   const auto & hardware = *system_->hardware;
-  const bool failed = hardware.faultCount( Agent::FallibleOperation::getHwTunnelId ) > 0;
+  const bool failed = hardware.faultCount( Switch::Operation::getHwTunnelId ) > 0;
   history_.poolsDisturbed |= failed;
-  history_.poolsLimited |= failed || hardware.capacityHas( Agent::Table::hwTunnelIdTypeDefault ) ||
-                           hardware.capacityHas( Agent::Table::hwTunnelIdTypeSharedEsi );
+  history_.poolsLimited |= failed || hardware.capacityHas( Switch::Table::hwTunnelIdTypeDefault ) ||
+                           hardware.capacityHas( Switch::Table::hwTunnelIdTypeSharedEsi );
   const auto mentions = [ & ]( const char * text ) { return line.find( text ) != String::npos; };
   if ( mentions( "lanConfig" ) || mentions( "vlanStatus" ) || mentions( "encapBumFilter" ) ||
        mentions( "restart" ) ) {

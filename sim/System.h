@@ -14,9 +14,9 @@
 #include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
 #include "KezEvpn/KezEvpnVlanFloodSetSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
-#include "agent/SimulatedSwitch.h"
-#include "agent/SwitchFloodSets.h"
 #include "agent/Wiring.h"
+#include "switch/SimulatedSwitch.h"
+#include "switch/SwitchFloodSets.h"
 
 namespace Sim {
 
@@ -43,10 +43,10 @@ struct System {
   const Vex::Ptr< Kez::HwInfoMapping > hwInfoMapping;
   const Vex::Ptr< Kez::EvpnVlanFloodSetHwConfig > hwConfig;
 
-  const Vex::Ptr< Agent::SimulatedSwitch > hardware;
+  const Vex::Ptr< Switch::SimulatedSwitch > hardware;
   const Vex::Ptr< Kez::FecIdToHwFecIdResponse > fecResponse;
   const Vex::Ptr< Kez::EvpnVlanFloodSetHwStatus > hwStatus;
-  const Vex::Ptr< Agent::SwitchFloodSets > switchFloodSets;
+  const Vex::Ptr< Switch::SwitchFloodSets > switchFloodSets;
 
   const Vex::Ptr< Kez::KezEvpnVlanMembershipSm > membershipSm;
   const Vex::Ptr< Kez::EvpnFloodingDot1qSm > dot1qSm;

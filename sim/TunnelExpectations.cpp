@@ -2,8 +2,8 @@
 
 namespace Sim {
 
-using Agent::Table;
 using Bridging::VlanIdOrNone;
+using Switch::Table;
 using Tunnel::TunnelTable::TunnelId;
 using Wire::IntfId;
 

@@ -1,13 +1,17 @@
 #include "KezEvpn/KezEvpn.h"
 #include "Loom/Task.h"
 #include "Vex/Clock.h"
+#include "Vex/FatalEnd.h"
 #include "agent/CommandLine.h"
 #include "agent/Shell.h"
 
 #include <gmock/gmock.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <sstream>
 #include <unistd.h>
 
@@ -102,6 +106,12 @@ protected:
   std::ostringstream out, err;
   Agent::Shell shell{ wiring, out, err };
 };
+
+std::string contents( const std::string & name ) {
+  std::stringstream text;
+  text << std::ifstream( name ).rdbuf();
+  return text.str();
+}
 
 TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
   EXPECT_EQ( line( "set rack.slot[Ethernet1,10].weight[Ethernet2] 5" ), "" );
@@ -302,12 +312,60 @@ TEST_F( AgentTest, LineThatEndsTheProcessIsInTheRecord ) {
   EXPECT_EQ( line( "set ticker.interval -1" ), "" );
   EXPECT_EQ( line( "record " + name ), "" );
   EXPECT_DEATH( line( "advance 9" ), "assertion failed: interval\\(\\) >= 0" );
-  std::stringstream recorded;
-  recorded << std::ifstream( name ).rdbuf();
-  EXPECT_THAT( recorded.str(),
+  EXPECT_THAT( contents( name ),
                testing::MatchesRegex( "set ticker.interval -1\n#= record 1, virtual "
                                       "clock at 0\nadvance 9\n+" ) );
   EXPECT_TRUE( std::filesystem::remove( name ) );
+}
+
+TEST( AgentProcessTest, AFailedAssertionTakesNothingWithItThatWasSaid ) {
+  const auto name = testing::TempDir() + "agent-test-end-" + std::to_string( getpid() );
+  const auto lines = name + ".kez", report = name + ".html", file = name + ".txt";
+  std::ofstream( lines ) << "set switch.vlan[10] 110\nset switch.strictness fatal\n"
+                            "trace KezSimulatedSwitch\nset evpnStatus.vlanToDot1q[10] 120\n";
+  const auto command =
+      "ulimit -c 0; exec " KEZ_AGENT " run --echo --report " + report + " " + lines;
+  const std::string wrong = "wrong call createVlan 10 dot1q 120: it has dot1q 110\n";
+  const auto said = testing::MatchesRegex(
+      "> set switch.vlan.10. 110\n> set switch.strictness fatal\n> trace KezSimulatedSwitch\n"
+      "> set evpnStatus.vlanToDot1q.10. 120\n +0.000000 KezSimulatedSwitch +1 " +
+      wrong + wrong + "/usr/include/Kez/KezBaseHelper:[0-9]+: assertion failed: 0\n" );
+  EXPECT_NE( std::system( ( command + " >" + file + " 2>&1" ).c_str() ), 0 );
+  EXPECT_THAT( contents( file ), said );
+  EXPECT_THAT( contents( report ), testing::HasSubstr( "ended by a failed assertion" ) );
+  auto * const pipe = popen( ( command + " 2>&1" ).c_str(), "r" );
+  std::string piped;
+  for ( int c; ( c = fgetc( pipe ) ) != EOF; ) {
+    piped += static_cast< char >( c );
+  }
+  EXPECT_NE( pclose( pipe ), 0 );
+  EXPECT_THAT( piped, said );
+  for ( const auto & each : { lines, report, file } ) {
+    EXPECT_TRUE( std::filesystem::remove( each ) );
+  }
+}
+
+// What a host does in the end may fail, in each of the ways that code has.
+class FailingEnd : public Vex::FatalEnd {
+public:
+  const char * flushes = "";
+
+private:
+  void flush() override { VEX_ASSERT( "flushed" == nullptr ); }
+  void conclude( std::string_view message ) override {
+    std::cerr << "concluded with " << message << std::endl;
+    throw std::runtime_error( "concluded" );
+  }
+};
+
+TEST( AgentProcessTest, AnEndThatFailsIsTheEndAllTheSame ) {
+  const auto fail = [] {
+    FailingEnd end;
+    Vex::fatalEndIs( &end );
+    VEX_ASSERT( end.flushes == nullptr );
+  };
+  EXPECT_DEATH( fail(), "assertion failed: .*flushes.*\n.*assertion failed: .*flushed.*\n"
+                        "concluded with .*flushed" );
 }
 
 TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {

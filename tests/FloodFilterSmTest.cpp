@@ -9,7 +9,7 @@ namespace {
 
 class FloodFilterSmTest : public FloodingMachines {
 protected:
-  using Port = Agent::PortVlanKey;
+  using Port = Switch::PortVlanKey;
 
   void make() { sm = Kez::kezEvpnFloodFilterSmFactory( helper, scheduler, lagInfo, evpnStatus ); }
   void start() {
@@ -53,7 +53,7 @@ TEST_F( FloodFilterSmTest, BlocksEveryPortBehindWhatIsFiltered ) {
 }
 
 TEST_F( FloodFilterSmTest, FreedHardwareIsOfferedToWhatIsParkedAtOnce ) {
-  hardware->capacityIs( Agent::Table::nonDfPort, 2 );
+  hardware->capacityIs( Switch::Table::nonDfPort, 2 );
   start();
   lagIs( lag1, { eth1, eth2 } );
   filter( 10, lag1 );
@@ -74,7 +74,7 @@ TEST_F( FloodFilterSmTest, FreedHardwareIsOfferedToWhatIsParkedAtOnce ) {
 }
 
 TEST_F( FloodFilterSmTest, PairThatEndsWithoutAPortFreesNothing ) {
-  failNext( FallibleOperation::createNonDfPort, 2 );
+  failNext( Operation::createNonDfPort, 2 );
   start();
   filter( 10, eth1 );
   filter( 10, eth2 );
@@ -98,7 +98,7 @@ TEST_F( FloodFilterSmTest, FiltersThatChangeUnderAZombieMarkAreMadeUpFor ) {
 TEST_F( FloodFilterSmTest, TracesDecisionsAndCalls ) {
   start();
   TraceCapture trace( "KezEvpnFloodFilterSm" );
-  failNext( FallibleOperation::createNonDfPort, 1 );
+  failNext( Operation::createNonDfPort, 1 );
   filter( 10, eth1 );
   EXPECT_THAT(
       trace.take(),

@@ -4,7 +4,7 @@
 #include "KezEvpn/KezEvpnFloodSetFecSm.h"
 #include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
 #include "KezEvpn/KezEvpnVlanFloodSetSm.h"
-#include "agent/SwitchFloodSets.h"
+#include "switch/SwitchFloodSets.h"
 
 #include <gmock/gmock.h>
 
@@ -31,7 +31,7 @@ protected:
     return { 5,
              label,
              { Kez::hwTunnelIdTypeDefault, hwTunnelId },
-             Agent::SwitchFloodSets::hwFecIdOf( fecId ),
+             Switch::SwitchFloodSets::hwFecIdOf( fecId ),
              Wire::DynamicTunnelIntfId::intfId( 5 ) };
   }
 
@@ -83,8 +83,8 @@ protected:
   Vex::Ptr< Kez::EvpnVlanFloodSetHwStatus > status = Kez::evpnVlanFloodSetHwStatusFactory();
   Vex::Ptr< Kez::FecIdToHwFecIdRequest > request = Kez::fecIdToHwFecIdRequestFactory();
   Vex::Ptr< Kez::FecIdToHwFecIdResponse > response = Kez::fecIdToHwFecIdResponseFactory();
-  Vex::Ptr< Agent::SimulatedSwitch > hardware = Vex::makePtr< Agent::SimulatedSwitch >();
-  Vex::Ptr< Agent::SwitchFloodSets > driver = Vex::makePtr< Agent::SwitchFloodSets >(
+  Vex::Ptr< Switch::SimulatedSwitch > hardware = Vex::makePtr< Switch::SimulatedSwitch >();
+  Vex::Ptr< Switch::SwitchFloodSets > driver = Vex::makePtr< Switch::SwitchFloodSets >(
       hardware, scheduler->timerWheel(), request, response, config, status );
   Vex::Ptr< Kez::VlanFloodSetFilterSm > filter;
   Vex::Ptr< Kez::EvpnVlanFloodSetSm > floodSetSm;
@@ -224,14 +224,14 @@ TEST_F( FloodSetSmTest, ANewHwTunnelIdReplacesTheConfigurationsOfItsTunnelAlone 
   }
   floodSet( 20 )->destSetIs( mpls( 5 ) );
   EXPECT_EQ( fecSm->fecIdCaches(), 2u ); // one path for both VLANs
-  const auto calls = hardware->callCount( Agent::Operation::createFloodSetDest );
+  const auto calls = hardware->callCount( Switch::Operation::createFloodSetDest );
   TraceCapture trace( "KezEvpnVlanFloodSetSm/1" );
   hwTunnelIdIs( 5, 8 );
   const auto lines = trace.take();
   EXPECT_EQ( lines[ 0 ], "1    update hardware config, existing: ( tunnelId: 5 label: 100 "
                          "hwTunnelId: 0:7 hwId: 1 l2IntfId: DynamicTunnel0.5 ), new: ( tunnelId 5 "
                          "label: 100 hwTunnelId: 0:8 hwId: 1 l2IntfId: DynamicTunnel0.5" );
-  EXPECT_EQ( hardware->callCount( Agent::Operation::createFloodSetDest ), calls + 2 );
+  EXPECT_EQ( hardware->callCount( Switch::Operation::createFloodSetDest ), calls + 2 );
   EXPECT_EQ( configsOf( { 1, 20 } ), std::set{ answered( 8 ) } );
   EXPECT_EQ( request->hwFecIdRequest( firstFecId ).hwTunnelId.number(), 8u );
   hwTunnelIdIs( 5, 8 ); // each write of the table is told of
@@ -352,6 +352,82 @@ TEST_F( FloodSetSmTest, FecIdsRestAndThoseWithAnAnswerArePassedOver ) {
   EXPECT_EQ( request->fecs(), 4u );
   EXPECT_FALSE( request->fecHas( secondFecId + 2 ) );
   EXPECT_TRUE( request->fecHas( secondFecId + 6 ) );
+}
+
+TEST_F( FloodSetSmTest, AFecIsAnsweredForThePathThatHasItsIdWhenTheAnswerComes ) {
+  const Via other( 6, 100, 0 );
+  start();
+  // Refused, and given up: its id rests, and goes to another path before the next try.
+  driver->retryIntervalIs( 20 );
+  hardware->faultIs( Switch::Operation::createFec )->nextCallsIs( 1 );
+  floodSet()->destSetIs( mpls( 5 ) );
+  floodSet()->destSetDel( mpls( 5 ) );
+  advance( 12 );
+  floodSet()->destSetIs( mpls( 6 ) );
+  const auto fecId = fecSm->mplsFloodSetViaCache( other );
+  advance( 20 );
+  EXPECT_EQ( hwInfo->mapping( other ).l2IntfId, Wire::DynamicTunnelIntfId::intfId( 6 ) );
+  EXPECT_EQ( hardware->callCount( Switch::Operation::createFec ), 2u );
+
+  // The same of an answer that comes after the id has gone to another path.
+  floodSet()->destSetDelAll();
+  advance( 12 );
+  driver->answerDelayIs( 15 );
+  floodSet()->destSetIs( mpls( 5 ) );
+  floodSet()->destSetDel( mpls( 5 ) );
+  advance( 12 );
+  floodSet()->destSetIs( mpls( 6 ) );
+  EXPECT_EQ( fecSm->mplsFloodSetViaCache( other ), fecId );
+  for ( int i = 0; i < 20; ++i ) {
+    advance( 1 );
+    EXPECT_THAT( hwInfo->mapping( other ).l2IntfId,
+                 testing::AnyOf( Wire::IntfId(), Wire::DynamicTunnelIntfId::intfId( 6 ) ) );
+  }
+  EXPECT_TRUE( hwInfo->mappingHas( other ) );
+}
+
+TEST_F( FloodSetSmTest, ADestinationThatIsRefusedIsTriedOnceAnInterval ) {
+  start();
+  floodSet( 20 )->destSetIs( mpls( 5 ) ); // keeps the FEC
+  hardware->capacityIs( Switch::Table::floodSetDest, 1 );
+  for ( int i = 0; i < 20; ++i ) {
+    floodSet( 10 )->destSetIs( mpls( 5 ) );
+    floodSet( 10 )->destSetDel( mpls( 5 ) );
+  }
+  floodSet( 10 )->destSetIs( mpls( 5 ) );
+  const auto calls = hardware->callCount( Switch::Operation::createFloodSetDest );
+  advance( 10 );
+  EXPECT_EQ( hardware->callCount( Switch::Operation::createFloodSetDest ), calls + 2 );
+  hardware->capacityDel( Switch::Table::floodSetDest );
+  advance( 5 );
+  EXPECT_EQ( hardware->floodSetDests(), 2u );
+  EXPECT_EQ( driver->pendingAnswers(), 0u );
+}
+
+TEST_F( FloodSetSmTest, ShuffledAnswersComeInAnotherOrderTheSameForASeed ) {
+  start();
+  driver->answerDelayIs( 1 );
+  const auto order = [ & ]( uint64_t seed ) {
+    floodSet()->destSetDelAll();
+    advance( 20 );
+    driver->shuffleSeedIs( seed );
+    for ( uint32_t label = 100; label < 120; ++label ) {
+      floodSet()->destSetIs( mpls( 5, label ) );
+    }
+    advance( 1 );
+    std::vector< uint32_t > labels;
+    for ( const auto & [ path, info ] : hwInfo->mapping() ) {
+      labels.push_back( path.label.value() );
+    }
+    return labels;
+  };
+  const auto shuffled = order( 7 );
+  EXPECT_EQ( shuffled.size(), 20u );
+  EXPECT_FALSE( std::is_sorted( shuffled.begin(), shuffled.end() ) );
+  EXPECT_EQ( order( 7 ), shuffled );
+  EXPECT_NE( order( 8 ), shuffled );
+  const auto unshuffled = order( 0 );
+  EXPECT_TRUE( std::is_sorted( unshuffled.begin(), unshuffled.end() ) );
 }
 
 TEST_F( FloodSetSmTest, ConfigurationAndMappingFollowTheAnswer ) {

@@ -21,8 +21,8 @@ protected:
   void member( Bridging::VlanId vlan, Wire::IntfId intf ) {
     evpnVlanStatus->vlanStatusIs( vlan )->memberIs( intf );
   }
-  std::map< Agent::PortVlanKey, Bridging::VlanIdOrNone > mappings() const {
-    std::map< Agent::PortVlanKey, Bridging::VlanIdOrNone > all;
+  std::map< Switch::PortVlanKey, Bridging::VlanIdOrNone > mappings() const {
+    std::map< Switch::PortVlanKey, Bridging::VlanIdOrNone > all;
     for ( const auto [ key, dot1q ] : hardware->dot1qMapping() ) {
       all[ key ] = dot1q;
     }
@@ -49,9 +49,9 @@ TEST_F( FloodingDot1qSmTest, ProgramsWhatStandsAtTheStartAndNothingBefore ) {
   EXPECT_EQ( hardware->vlan( 20 ), 120 );
   EXPECT_THAT( mappings(), IsEmpty() );
   advance( 1 );
-  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 110 ),
-                                        std::pair( Agent::PortVlanKey( lag1, eth2, 10 ), 110 ),
-                                        std::pair( Agent::PortVlanKey( lag1, eth3, 10 ), 110 ) ) );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Switch::PortVlanKey( eth1, eth1, 10 ), 110 ),
+                                        std::pair( Switch::PortVlanKey( lag1, eth2, 10 ), 110 ),
+                                        std::pair( Switch::PortVlanKey( lag1, eth3, 10 ), 110 ) ) );
   EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
 }
 
@@ -68,9 +68,9 @@ TEST_F( FloodingDot1qSmTest, NewTagReplacesVlanAtOnceAndMappingsASecondLater ) {
                                           "5 programmed vlan 10 with dot1q 111",
                                           "5 next intf vlan review at 2" ) );
   EXPECT_EQ( hardware->vlan( 10 ), 111 );
-  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 110 ) ) );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Switch::PortVlanKey( eth1, eth1, 10 ), 110 ) ) );
   advance( 1 );
-  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 111 ) ) );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Switch::PortVlanKey( eth1, eth1, 10 ), 111 ) ) );
   EXPECT_THAT( trace.take(), Contains( "8 EvpnFloodingDot1qSm::unprogramDot1q intf Ethernet1 "
                                        "vlan 10 dot1q 110" ) );
 }
@@ -87,17 +87,17 @@ TEST_F( FloodingDot1qSmTest, ServiceFlagTagsUntaggedVlansWithTheirOwnId ) {
   EXPECT_EQ( hardware->vlan( 10 ), 10 );
   EXPECT_EQ( hardware->vlan( 20 ), 120 );
   EXPECT_FALSE( hardware->vlanHas( 30 ) );
-  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 10 ) ) );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Switch::PortVlanKey( eth1, eth1, 10 ), 10 ) ) );
   mplsConfig->vlanServiceDot1qEnabledIs( false );
   advance( 1 );
   EXPECT_EQ( hardware->vlan( 10 ), 0 );
-  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 0 ) ) );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Switch::PortVlanKey( eth1, eth1, 10 ), 0 ) ) );
 }
 
 TEST_F( FloodingDot1qSmTest, RefusedVlanIsRetriedUntilItStandsOrIsWithdrawn ) {
   member( 10, eth1 );
   start();
-  failNext( FallibleOperation::createVlan, 2 );
+  failNext( Operation::createVlan, 2 );
   evpnStatus->vlanToDot1qIs( 10, 110 );
   TraceCapture trace( "KezEvpnFloodingDot1qSm/5" );
   advanceTo( 9 );
@@ -105,10 +105,10 @@ TEST_F( FloodingDot1qSmTest, RefusedVlanIsRetriedUntilItStandsOrIsWithdrawn ) {
   EXPECT_THAT( trace.take(), Contains( "5 dot1q is not programmed yet" ) );
   advanceTo( 11 );
   EXPECT_EQ( calls( Operation::createVlan ), 3u );
-  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 110 ) ) );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Switch::PortVlanKey( eth1, eth1, 10 ), 110 ) ) );
 
   // Its next tag is refused, and then the VLAN is withdrawn: no retry is left, and no mapping.
-  failNext( FallibleOperation::createVlan, 1 );
+  failNext( Operation::createVlan, 1 );
   evpnStatus->vlanToDot1qIs( 10, 111 );
   evpnStatus->vlanToDot1qDel( 10 );
   advance( 1 );
@@ -158,7 +158,7 @@ TEST_F( FloodingDot1qSmTest, OneRefusedPortOfALagIsTriedAgainAlone ) {
   evpnStatus->vlanToDot1qIs( 10, 110 );
   member( 10, lag1 );
   lagIs( lag1, { eth1, eth2 } );
-  failNext( FallibleOperation::createVlanToDot1qMapping, 1 );
+  failNext( Operation::createVlanToDot1qMapping, 1 );
   start();
   advance( 1 );
   EXPECT_TRUE( sm->dot1qStatus( { lag1, 10 } )->unprogrammedHas( eth1 ) );
@@ -169,9 +169,9 @@ TEST_F( FloodingDot1qSmTest, OneRefusedPortOfALagIsTriedAgainAlone ) {
   EXPECT_EQ( mappings().size(), 2u );
   EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
 
-  hardware->faultIs( FallibleOperation::createVlanToDot1qMapping )
-      ->answerIs( Agent::Failure::invalidHwId );
-  failNext( FallibleOperation::createVlanToDot1qMapping, 1 );
+  hardware->faultIs( Operation::createVlanToDot1qMapping )
+      ->answerIs( Switch::Failure::invalidHwId );
+  failNext( Operation::createVlanToDot1qMapping, 1 );
   member( 10, eth3 );
   EXPECT_DEATH( advance( 1 ), "assertion failed: 0" );
 }
@@ -180,16 +180,16 @@ TEST_F( FloodingDot1qSmTest, OneRefusedPortOfALagIsTriedAgainAlone ) {
 TEST_F( FloodingDot1qSmTest, ParkedPairWaitsForItsVlanWithARetryDue ) {
   evpnStatus->vlanToDot1qIs( 10, 110 );
   member( 10, eth1 );
-  failNext( FallibleOperation::createVlanToDot1qMapping, 1 );
+  failNext( Operation::createVlanToDot1qMapping, 1 );
   start();
   advance( 1 );
-  failNext( FallibleOperation::createVlan, 1 );
+  failNext( Operation::createVlan, 1 );
   evpnStatus->vlanToDot1qIs( 10, 111 );
   advanceTo( 6 );
   EXPECT_EQ( hardware->vlan( 10 ), 111 );
   EXPECT_THAT( mappings(), IsEmpty() );
   advance( 1 );
-  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 111 ) ) );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Switch::PortVlanKey( eth1, eth1, 10 ), 111 ) ) );
 }
 
 TEST_F( FloodingDot1qSmTest, UnexpectedResultIsFatalOfAVlanAndSuccessOfAMapping ) {
@@ -215,10 +215,10 @@ TEST_F( FloodingDot1qSmTest, MembersThatChangeUnderAZombieMarkAreMadeUpFor ) {
   evpnVlanStatus->vlanStatus( 10 )->memberDel( eth1 );
   member( 10, eth2 );
   advance( 1 );
-  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth1, eth1, 10 ), 110 ) ) );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Switch::PortVlanKey( eth1, eth1, 10 ), 110 ) ) );
   sm->vexDoZombieReactors( false );
   advance( 1 );
-  EXPECT_THAT( mappings(), ElementsAre( std::pair( Agent::PortVlanKey( eth2, eth2, 10 ), 110 ) ) );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Switch::PortVlanKey( eth2, eth2, 10 ), 110 ) ) );
 }
 
 TEST_F( FloodingDot1qSmTest, ReviewsYieldAndLoseNothing ) {
@@ -226,7 +226,7 @@ TEST_F( FloodingDot1qSmTest, ReviewsYieldAndLoseNothing ) {
     evpnStatus->vlanToDot1qIs( vlan, vlan + 100 );
     member( vlan, eth1 );
   }
-  hardware->faultIs( FallibleOperation::createVlanToDot1qMapping )->untilTimeIs( 3 );
+  hardware->faultIs( Operation::createVlanToDot1qMapping )->untilTimeIs( 3 );
   scheduler->workBudgetIs( 7 );
   start();
   advance( 1 );

@@ -9,7 +9,7 @@ using testing::IsEmpty;
 namespace {
 
 using Kez::HwTunnelIdType::hwTunnelIdTypeDefault;
-using Port = Agent::PortVlanKey;
+using Port = Switch::PortVlanKey;
 using TunnelId = Tunnel::TunnelTable::TunnelId;
 
 class FloodingEsiSmTest : public FloodingMachines {
@@ -39,11 +39,11 @@ protected:
     evpnStatus->localEsiLabelIs( eth1, { 2, 50 } );
     hwIdIs( 1, 7 );
   }
-  Agent::EsiData data( uint64_t number, uint32_t hwId, uint32_t dfLabel, uint32_t local ) {
+  Switch::EsiData data( uint64_t number, uint32_t hwId, uint32_t dfLabel, uint32_t local ) {
     return { tunnel( number ), { hwTunnelIdTypeDefault, hwId }, dfLabel, local };
   }
-  std::map< Port, Agent::EsiData > inHardware() const {
-    std::map< Port, Agent::EsiData > all;
+  std::map< Port, Switch::EsiData > inHardware() const {
+    std::map< Port, Switch::EsiData > all;
     for ( const auto & [ key, esi ] : hardware->esiData() ) {
       all[ key ] = esi;
     }
@@ -143,7 +143,7 @@ TEST_F( FloodingEsiSmTest, EntryToBeWrittenOverIsDeletedIfThePairEndsFirst ) {
   segment( eth1 )->remoteEsiLabelIs( tep( 2 ), { 2, 200 } );
   segment( eth1 )->designatedForwarderTepIs( 10, tep( 2 ) ); // which has no hardware id yet
   EXPECT_EQ( inHardware().size(), 1u );
-  failNext( FallibleOperation::createEsiData, 1 );
+  failNext( Operation::createEsiData, 1 );
   hwIdIs( 2, 9 );
   EXPECT_TRUE( sm->unprogrammedEsiHas( { eth1, 10 } ) );
   EXPECT_EQ( inHardware().at( Port( eth1, eth1, 10 ) ), data( 1, 7, 100, 50 ) );
@@ -154,7 +154,7 @@ TEST_F( FloodingEsiSmTest, EntryToBeWrittenOverIsDeletedIfThePairEndsFirst ) {
 
 TEST_F( FloodingEsiSmTest, WhatWaitsForAnInputIsNotRetried ) {
   segmentOfEth1();
-  failNext( FallibleOperation::createEsiData, 1 );
+  failNext( Operation::createEsiData, 1 );
   start();
   EXPECT_TRUE( sm->unprogrammedEsiHas( { eth1, 10 } ) );
   TraceCapture trace( "KezEvpnFloodingEsiSm/5" );
@@ -174,7 +174,7 @@ TEST_F( FloodingEsiSmTest, WhatWaitsForAnInputIsNotRetried ) {
 }
 
 TEST_F( FloodingEsiSmTest, WithdrawnDataMakesRoomAtOnceAndLagPortsFollow ) {
-  hardware->capacityIs( Agent::Table::esiData, 2 );
+  hardware->capacityIs( Switch::Table::esiData, 2 );
   lagIs( lag1, { eth1, eth2 } );
   for ( const auto intf : { lag1, eth3 } ) {
     segment( intf )->designatedForwarderTepIs( 10, tep( 1 ) );

@@ -7,15 +7,15 @@
 
 #include "KezEvpn/frame/PortProgrammingSm.h"
 #include "KezHelper/EvpnFloodingSmHelperStub.h"
-#include "agent/SwitchFloodingHelper.h"
+#include "switch/SwitchFloodingHelper.h"
 
 #include <gmock/gmock.h>
 
 #include <map>
 #include <set>
 
-using Agent::FallibleOperation;
-using Agent::Operation;
+using Switch::FallibleOperation;
+using Switch::Operation;
 
 class FloodingMachines : public VirtualTime {
 protected:
@@ -41,7 +41,7 @@ protected:
   const Wire::IntfId lag2{ "Port-Channel2" };
   Vex::Ptr< Kez::EvpnLagMemberInfo > lagInfo = Kez::evpnLagMemberInfoFactory();
   Vex::Ptr< Evpn::EvpnStatus > evpnStatus = Vex::makePtr< Evpn::EvpnStatus >();
-  Vex::Ptr< Agent::SimulatedSwitch > hardware = Vex::makePtr< Agent::SimulatedSwitch >();
-  Vex::Ptr< Agent::SwitchFloodingHelper > helper =
-      Vex::makePtr< Agent::SwitchFloodingHelper >( "floodingHelper", hardware );
+  Vex::Ptr< Switch::SimulatedSwitch > hardware = Vex::makePtr< Switch::SimulatedSwitch >();
+  Vex::Ptr< Switch::SwitchFloodingHelper > helper =
+      Vex::makePtr< Switch::SwitchFloodingHelper >( "floodingHelper", hardware );
 };

@@ -1,7 +1,7 @@
 #include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"
 #include "agent/CommandLine.h"
-#include "agent/Recorder.h"
+#include "record/Recorder.h"
 
 #include <gmock/gmock.h>
 
@@ -233,7 +233,7 @@ TEST_F( RecordTest, FileHoldsWhatWasAcceptedAndCountsWhatRecurs ) {
     Vex::Clock::virtualIs( 0 );
     Agent::Recorder recorder;
     recorder.fileIs( file );
-    Agent::SwitchCall call{ Agent::Operation::deleteVlan, "10", {} };
+    Switch::SwitchCall call{ Switch::Operation::deleteVlan, "10", {} };
     for ( int i = 0; i < 12; ++i ) {
       recorder.hear( call );
     }

@@ -1,22 +1,22 @@
 #include "TraceCapture.h"
 #include "Vex/Clock.h"
 #include "agent/Shell.h"
-#include "agent/SwitchFloodingHelper.h"
+#include "switch/SwitchFloodingHelper.h"
 
 #include <gmock/gmock.h>
 
+#include <fstream>
 #include <functional>
 #include <set>
 #include <sstream>
 
 namespace {
 
-using Agent::FallibleOperation;
-using Agent::Operation;
-using Agent::SimulatedSwitch;
-using Agent::Strictness;
-using Agent::SwitchFloodingHelper;
 using Kez::HwProgrammingStatus;
+using Switch::Operation;
+using Switch::SimulatedSwitch;
+using Switch::Strictness;
+using Switch::SwitchFloodingHelper;
 using testing::ElementsAre;
 
 const Wire::IntfId lag1( "Port-Channel1" );
@@ -152,7 +152,7 @@ TEST_F( SimulatedSwitchTest, WrongCallsAreSeen ) {
 TEST_F( SimulatedSwitchTest, PlansSayWhichCallsFail ) {
   Vex::Clock::virtualIs( 0 );
   EXPECT_EQ( creations( 3 ), "..." );
-  const auto plan = hardware->faultIs( FallibleOperation::createVlan );
+  const auto plan = hardware->faultIs( Operation::createVlan );
   EXPECT_EQ( creations( 3 ), "..." );
   plan->nextCallsIs( 2 );
   EXPECT_EQ( creations( 4 ), "xx.." );
@@ -180,10 +180,9 @@ TEST_F( SimulatedSwitchTest, PlansSayWhichCallsFail ) {
 
   // A plan is of one operation, and answers what that operation can answer.
   hardware->faultDelAll();
-  for ( const auto operation :
-        { FallibleOperation::createVlan, FallibleOperation::createEsiData } ) {
+  for ( const auto operation : { Operation::createVlan, Operation::createEsiData } ) {
     hardware->faultIs( operation )->nextCallsIs( 1 );
-    hardware->fault( operation )->answerIs( Agent::Failure::invalidHwId );
+    hardware->fault( operation )->answerIs( Switch::Failure::invalidHwId );
   }
   EXPECT_EQ( helper->createNonDfPort( lag1, port, 10 ), HwProgrammingStatus::programmed );
   EXPECT_EQ( helper->createVlan( 20, 120 ), HwProgrammingStatus::notProgrammed );
@@ -193,8 +192,8 @@ TEST_F( SimulatedSwitchTest, PlansSayWhichCallsFail ) {
 
 TEST_F( SimulatedSwitchTest, FullTableTakesNoMoreUntilThereIsRoom ) {
   helper->updateSupportedOnCreateEsiDataIs( true );
-  hardware->capacityIs( Agent::Table::esiData, 1 );
-  hardware->capacityIs( Agent::Table::vlan, 0 );
+  hardware->capacityIs( Switch::Table::esiData, 1 );
+  hardware->capacityIs( Switch::Table::vlan, 0 );
   EXPECT_EQ( creations( 1 ), "x" );
   const auto other = [ & ] { return helper->createEsiData( lag2, port, 10, 5, hwTid, 100, 200 ); };
   EXPECT_EQ( createEsi(), HwProgrammingStatus::programmed );
@@ -207,8 +206,8 @@ TEST_F( SimulatedSwitchTest, FullTableTakesNoMoreUntilThereIsRoom ) {
 
 TEST_F( SimulatedSwitchTest, EveryCallIsCountedAndTraced ) {
   TraceCapture trace( "KezS*/0-5" );
-  hardware->faultIs( FallibleOperation::createVlan )->nextCallsIs( 1 );
-  hardware->capacityIs( Agent::Table::vlan, 1 );
+  hardware->faultIs( Operation::createVlan )->nextCallsIs( 1 );
+  hardware->capacityIs( Switch::Table::vlan, 1 );
   creations( 2 );
   helper->createVlan( 20, 120 );
   helper->createVlan( 10, 120 );
@@ -222,10 +221,24 @@ TEST_F( SimulatedSwitchTest, EveryCallIsCountedAndTraced ) {
                    "5 createVlan 10 dot1q 120: notProgrammed", "5 deleteVlan 10 dot1q 110" ) );
   EXPECT_EQ( hardware->callCount( Operation::createVlan ), 4u );
   EXPECT_EQ( hardware->successCount( Operation::createVlan ), 1u );
-  EXPECT_EQ( hardware->faultCount( FallibleOperation::createVlan ), 1u );
-  EXPECT_EQ( hardware->fullCount( FallibleOperation::createVlan ), 1u );
+  EXPECT_EQ( hardware->faultCount( Operation::createVlan ), 1u );
+  EXPECT_EQ( hardware->fullCount( Operation::createVlan ), 1u );
   EXPECT_EQ( hardware->refusalCount( Operation::createVlan ), 1u );
   EXPECT_EQ( hardware->successCount( Operation::deleteVlan ), 1u );
+}
+
+TEST( SimulatedSwitchOperations, AreThoseThatTheManualLists ) {
+  std::string rows;
+  for ( const auto & each : Switch::operationTypes ) {
+    rows += "| `" + stringValue( each.operation ) + "` | `" + stringValue( each.table ) + "` |";
+    for ( size_t i = 0; i < each.failureCount; ++i ) {
+      rows += ( i ? ", `" : " `" ) + stringValue( each.failures[ i ] ) + "`";
+    }
+    rows += " |\n";
+  }
+  std::stringstream manual;
+  manual << std::ifstream( KEZ_DOCS "/agent.md" ).rdbuf();
+  EXPECT_THAT( manual.str(), testing::HasSubstr( "| --- | --- | --- |\n" + rows + "\n" ) );
 }
 
 // As a scenario writes them.

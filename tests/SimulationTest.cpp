@@ -83,14 +83,14 @@ TEST( SimulationTest, WhatFailsIsCutDown ) {
 // Lets the n-th call that can fail do so, whatever operation it is of.
 class FailNth : public Vex::ReactorOwner {
 public:
-  FailNth( const Vex::Ptr< Agent::SimulatedSwitch > & hardware, size_t n )
+  FailNth( const Vex::Ptr< Switch::SimulatedSwitch > & hardware, size_t n )
       : hardware_( hardware ), n_( n ), reactor_( *this ) {
     reactor_.notifierIs( hardware );
   }
   size_t calls() const { return calls_; }
 
 private:
-  class Calls : public Vex::ReactorOf< FailNth, Agent::SimulatedSwitch > {
+  class Calls : public Vex::ReactorOf< FailNth, Switch::SimulatedSwitch > {
   public:
     using ReactorOf::notifierIs;
     using ReactorOf::ReactorOf;
@@ -98,19 +98,19 @@ private:
   private:
     void onAttribute( Vex::AttrId id, const void * key ) override {
       auto & owner = static_cast< FailNth & >( this->owner() );
-      if ( id == Agent::SimulatedSwitch::callCountAttr ) {
-        owner.handleCall( Agent::SimulatedSwitch::callCountAttr.key( key ) );
+      if ( id == Switch::SimulatedSwitch::callCountAttr ) {
+        owner.handleCall( Switch::SimulatedSwitch::callCountAttr.key( key ) );
       }
     }
   };
 
-  void handleCall( Agent::Operation operation ) {
-    if ( operation < Agent::Operation::deleteVlan && ++calls_ == n_ ) {
-      hardware_->faultIs( static_cast< Agent::FallibleOperation >( operation ) )->nextCallsIs( 1 );
+  void handleCall( Switch::Operation operation ) {
+    if ( Switch::typeOf( operation ).canFail() && ++calls_ == n_ ) {
+      hardware_->faultIs( operation )->nextCallsIs( 1 );
     }
   }
 
-  const Vex::Ptr< Agent::SimulatedSwitch > hardware_;
+  const Vex::Ptr< Switch::SimulatedSwitch > hardware_;
   const size_t n_; // from 1
   size_t calls_ = 0;
   Calls reactor_;

@@ -1,0 +1,128 @@
+#include "report/Report.h"
+
+#include "Vex/Clock.h"
+#include "report/ReportPage.h"
+
+namespace Agent {
+
+namespace {
+
+constexpr size_t textLimit = 240;
+
+std::vector< Report::Column > columnsOf( const Roots & roots ) {
+  std::vector< Report::Column > columns;
+  size_t number = 0;
+  for ( const auto & root : roots ) {
+    for ( const auto * attribute : root.entity->fwkType().attributes() ) {
+      if ( attribute->keyed() && attribute->kind != Vex::AttributeKind::reactors ) {
+        columns.push_back( { number, attribute } );
+      }
+    }
+    ++number;
+  }
+  return columns;
+}
+
+} // namespace
+
+Report::Report( const Vex::String & title, const Roots & roots )
+    : title_( title ), roots_( roots ), times_( 1.0 / 1024, Vex::Clock::now() ),
+      time_( Vex::Clock::now() ), columns_( columnsOf( roots ) ) {
+  samples_.push_back( sample() );
+}
+
+void Report::lineIs( std::string_view line ) {
+  ++step_;
+  add( Happening::line, Vex::String( line ) );
+}
+
+void Report::lineEnds() {
+  lookAtEntities();
+}
+
+void Report::failureIs( const Vex::String & what ) {
+  // It is kept even when it comes after many calls that failed.
+  ++troubles_;
+  failureLimit_ = std::min( failureLimit_ + 1, 2 * failureLimit );
+  add( Happening::failure, what );
+}
+
+void Report::hear( Switch::SwitchCall & call ) {
+  if ( Vex::Clock::now() != time_ ) {
+    lookAtEntities();
+  }
+  const bool failed = call.answer.outcome != Switch::Outcome::done || !call.answer.wrong.empty();
+  add( failed ? Happening::failure : Happening::call, Vex::text( call ) );
+}
+
+void Report::add( Happening what, Vex::String text ) {
+  time_ = Vex::Clock::now();
+  times_.add( time_, what );
+  steps_.add( static_cast< double >( step_ ), what );
+  const auto index = static_cast< size_t >( what );
+  ++happened_[ index ];
+  const bool failure = what == Happening::failure;
+  if ( failure ? failuresKept_ >= failureLimit_ : events_.size() - failuresKept_ == eventLimit ) {
+    ++leftOut_[ index ];
+    return;
+  }
+  failuresKept_ += failure;
+  if ( text.size() > textLimit ) {
+    text.resize( textLimit );
+    text += "...";
+  }
+  events_.push_back( { what, step_, time_, std::move( text ) } );
+}
+
+Report::Sample Report::sample() const {
+  Sample sample{ step_, Vex::Clock::now(), {} };
+  for ( const auto & column : columns_ ) {
+    const auto & entity = *( roots_.begin() + static_cast< ptrdiff_t >( column.root ) )->entity;
+    sample.counts.push_back( column.attribute->size( entity ) );
+  }
+  return sample;
+}
+
+void Report::lookAtEntities() {
+  // While the agent restarts there is nothing to look at.
+  if ( roots_.begin() == roots_.end() || looks_++ % looksASample_ != 0 ) {
+    return;
+  }
+  auto now = sample();
+  if ( now.counts == samples_.back().counts ) {
+    return;
+  }
+  samples_.push_back( std::move( now ) );
+  if ( samples_.size() > sampleLimit ) {
+    looksASample_ *= 2;
+    for ( size_t i = 1; 2 * i < samples_.size(); ++i ) {
+      samples_[ i ] = std::move( samples_[ 2 * i ] );
+    }
+    samples_.resize( ( samples_.size() + 1 ) / 2 );
+  }
+}
+
+void Report::write( std::ostream & out, const Vex::String & verdict, bool isVirtual ) {
+  samples_.push_back( sample() );
+  ReportPage page( out );
+  page.begin();
+  page.object( [ & ] {
+    page.member( "title", title_ );
+    page.member( "verdict", verdict );
+    page.member( "clock", isVirtual ? "virtual" : "steady" );
+    page.member( "start", times_.origin() );
+    page.member( "end", Vex::Clock::now() );
+    page.member( "happened", happened_ );
+    page.member( "troubles", troubles_ );
+    page.member( "leftOut", leftOut_ );
+    page.machines( roots_ );
+    page.samples( columns_, samples_ );
+    page.histogram( "times", times_ );
+    page.histogram( "steps", steps_ );
+    page.events( events_ );
+    page.tables( roots_ );
+  } );
+  page.end();
+}
+
+} // namespace Agent

@@ -1,0 +1,237 @@
+#include "report/ReportPage.h"
+
+#include "report/ReportTemplate.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace Agent {
+
+using Vex::AttributeKind;
+using Vex::String;
+
+namespace {
+
+constexpr size_t summaryLimit = 300;
+
+// An entity of a table in one line: its values, and its collections as far as they fit.
+String summary( const Vex::Entity & entity ) {
+  String text;
+  const auto add = [ & ]( const String & piece ) {
+    if ( text.size() < summaryLimit ) {
+      text += ( text.empty() ? "" : "; " ) + piece;
+    }
+  };
+  for ( const auto * attribute : entity.fwkType().attributes() ) {
+    String name( attribute->name );
+    if ( attribute->kind == AttributeKind::reference ||
+         attribute->kind == AttributeKind::reactors ) {
+      continue;
+    }
+    if ( !attribute->keyed() ) {
+      add( name + " " + attribute->value( entity ) );
+      continue;
+    }
+    const auto size = attribute->size( entity );
+    String members;
+    size_t shown = 0;
+    attribute->forEach( entity, [ & ]( const Vex::ReflectedMember & member ) {
+      if ( text.size() + members.size() < summaryLimit ) {
+        members += shown++ ? ", " : "";
+        members += member.key;
+        members += member.value.empty() ? "" : " = ";
+        members += member.value;
+      }
+    } );
+    if ( size > 0 ) {
+      members += shown < size ? ", ..." : "";
+      name += " (";
+      name += std::to_string( size );
+      name += "): ";
+      name += members;
+      add( name );
+    }
+  }
+  return text;
+}
+
+} // namespace
+
+void ReportPage::begin() {
+  out_ << reportBeforeData;
+}
+
+void ReportPage::end() {
+  out_ << reportAfterData;
+}
+
+std::ostream & ReportPage::item() {
+  if ( !first_ ) {
+    out_ << ',';
+  }
+  first_ = false;
+  return out_;
+}
+
+void ReportPage::open( char bracket ) {
+  item() << bracket;
+  first_ = true;
+}
+
+void ReportPage::close( char bracket ) {
+  out_ << bracket;
+  first_ = false;
+}
+
+void ReportPage::name( std::string_view name ) {
+  put( name );
+  out_ << ':';
+  first_ = true;
+}
+
+void ReportPage::put( double number ) {
+  item() << ( std::isfinite( number ) ? Vex::text( number ) : "null" );
+}
+
+// What could end the script element, or begin markup in it, is written as a number.
+void ReportPage::put( std::string_view text ) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  item() << '"';
+  for ( const char c : text ) {
+    if ( c == '"' || c == '\\' ) {
+      out_ << '\\' << c;
+    } else if ( ( c >= 0 && c < ' ' ) || c == '<' || c == '>' || c == '&' ) {
+      const auto code = static_cast< unsigned char >( c );
+      out_ << "\\u00" << digits[ code >> 4 ] << digits[ code & 15 ];
+    } else {
+      out_ << c;
+    }
+  }
+  out_ << '"';
+}
+
+void ReportPage::machines( const Roots & roots ) {
+  const auto indexOf = [ & ]( const Vex::Entity * entity ) {
+    return std::find_if( roots.begin(), roots.end(),
+                         [ & ]( const Root & each ) { return each.entity.get() == entity; } ) -
+           roots.begin();
+  };
+  const auto references = [ & ]( const Root & root, bool writes ) {
+    std::vector< ptrdiff_t > targets;
+    for ( const auto * attribute : root.entity->fwkType().attributes() ) {
+      if ( attribute->kind == AttributeKind::reference && attribute->writesTarget() == writes ) {
+        const auto index = indexOf( attribute->target( *root.entity ).get() );
+        if ( index < roots.end() - roots.begin() ) {
+          targets.push_back( index );
+        }
+      }
+    }
+    return targets;
+  };
+  array( "roots", [ & ] {
+    for ( const auto & root : roots ) {
+      object( [ & ] {
+        member( "name", root.entity->name() );
+        member( "type", String( root.entity->fwkType().name ) );
+        member( "role", stringValue( root.role ) );
+        member( "reads", references( root, false ) );
+        member( "writes", references( root, true ) );
+      } );
+    }
+  } );
+}
+
+void ReportPage::samples( const std::vector< Report::Column > & columns,
+                          const std::vector< Report::Sample > & samples ) {
+  array( "columns", [ & ] {
+    for ( const auto & column : columns ) {
+      object( [ & ] {
+        member( "root", column.root );
+        member( "name", column.attribute->name );
+      } );
+    }
+  } );
+  array( "samples", [ & ] {
+    const std::vector< size_t > none( columns.size() );
+    const auto * before = &none;
+    for ( const auto & sample : samples ) {
+      object( [ & ] {
+        member( "step", sample.step );
+        member( "time", sample.time );
+        // Column and count of what is not as in the sample before.
+        array( "counts", [ & ] {
+          for ( size_t i = 0; i < columns.size(); ++i ) {
+            if ( sample.counts[ i ] != ( *before )[ i ] ) {
+              put( i );
+              put( sample.counts[ i ] );
+            }
+          }
+        } );
+      } );
+      before = &sample.counts;
+    }
+  } );
+}
+
+void ReportPage::histogram( std::string_view name, const Histogram & histogram ) {
+  this->name( name );
+  object( [ & ] {
+    member( "origin", histogram.origin() );
+    member( "width", histogram.width() );
+    member( "bins", histogram.bins() );
+  } );
+}
+
+// Column by column, which takes less room.
+void ReportPage::events( const std::deque< Report::Event > & events ) {
+  name( "events" );
+  object( [ & ] {
+    const auto column = [ & ]( std::string_view name, const auto & of ) {
+      array( name, [ & ] {
+        for ( const auto & event : events ) {
+          put( of( event ) );
+        }
+      } );
+    };
+    column( "what", []( const auto & event ) { return static_cast< uint32_t >( event.what ); } );
+    column( "step", []( const auto & event ) { return event.step; } );
+    column( "time", []( const auto & event ) { return event.time; } );
+    column( "text", []( const auto & event ) { return event.text; } );
+  } );
+}
+
+void ReportPage::table( const Vex::Entity & root, const Vex::AttributeType & attribute ) {
+  object( [ & ] {
+    member( "root", root.name() );
+    member( "name", attribute.name );
+    member( "key", attribute.keyType );
+    member( "value", attribute.valueType );
+    member( "size", attribute.size( root ) );
+    array( "rows", [ & ] {
+      size_t rows = 0;
+      attribute.forEach( root, [ & ]( const Vex::ReflectedMember & member ) {
+        if ( rows++ < Report::tableRowLimit ) {
+          put( std::array{ member.key, member.entity ? summary( *member.entity ) : member.value } );
+        }
+      } );
+    } );
+  } );
+}
+
+void ReportPage::tables( const Roots & roots ) {
+  array( "tables", [ & ] {
+    for ( const auto & root : roots ) {
+      if ( root.role != Role::output && root.role != Role::hardware ) {
+        continue;
+      }
+      for ( const auto * attribute : root.entity->fwkType().attributes() ) {
+        if ( attribute->keyed() && attribute->kind != AttributeKind::reactors ) {
+          table( *root.entity, *attribute );
+        }
+      }
+    }
+  } );
+}
+
+} // namespace Agent

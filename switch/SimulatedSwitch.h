@@ -1,0 +1,169 @@
+// The simulated switch: the tables that a forwarding chip keeps, filled by the hardware helpers
+// that stand on it (SwitchFloodingHelper), and the decision whether a call of theirs is carried
+// out:
+//
+//   1. A wrong call, one that real hardware refuses (deleting what is not there, adding what is),
+//      is its caller's fault. `strictness` says what becomes of it; its text is kept.
+//   2. A right one fails if the operation's fault plan says so,
+//   3. or if it adds an entry to a full table.
+//
+// Each operation has its number of calls, and of those that were carried out, failed as planned,
+// found no room, or were wrong. A wrong call that is carried out all the same is in two of these.
+// What paths write, tables included, is no call.
+#pragma once
+
+#include "KezEvpn/FecRequests.h"
+#include "KezEvpn/FloodSets.h"
+#include "Wire/MplsLabel.h"
+#include "switch/SwitchCall.h"
+
+#include <vector>
+
+namespace Switch {
+
+// A wrong call is carried out as far as it can be, left undone, or ends the process.
+VEX_ENUM( Strictness, "Switch::Strictness", count, refuse, fatal )
+
+// What is programmed on a port for a VLAN, by the interface that it was programmed for: a port
+// that moves between two LAGs can be there for both.
+struct PortVlanKey {
+  Wire::IntfId parentIntfId;
+  Wire::IntfId memberIntfId;
+  Bridging::VlanId vlanId = 1;
+  VEX_VALUE( PortVlanKey, "Switch::PortVlanKey", parentIntfId, memberIntfId, vlanId )
+};
+
+struct EsiData {
+  Tunnel::TunnelTable::TunnelId tunnelId;
+  Kez::HwTunnelId hwTunnelId;
+  Wire::MplsLabel dfEsiLabel;
+  Wire::MplsLabel localEsiLabel;
+  VEX_VALUE( EsiData, "Switch::EsiData", tunnelId, hwTunnelId, dfEsiLabel, localEsiLabel )
+};
+
+// The hardware tunnel ids of one type: 1, 2, and so on. The one that was given back first is the
+// first to be given out again, before a fresh one.
+class HwTunnelIdPool : public Vex::Entity {
+  VEX_ENTITY( HwTunnelIdPool, "Switch::HwTunnelIdPool" )
+  VEX_KEY( HwTunnelIdPool, hwTunnelIdType, Kez::HwTunnelIdType )
+  VEX_SET( 1, inUse, Kez::HwTunnelId )
+  VEX_QUEUE( 2, released, Kez::HwTunnelId )
+  VEX_ATTRIBUTES( inUse, released )
+
+public:
+  Kez::HwTunnelId next() const;
+  Kez::HwTunnelId take();
+  void giveBack( Kez::HwTunnelId hwTunnelId );
+};
+
+// What is wrong with a call, and what it answers when it is refused for that.
+struct WrongCall {
+  Vex::String what;
+  Failure answer = Failure::notProgrammed;
+};
+
+class SimulatedSwitch : public Vex::Entity {
+  VEX_ENTITY( SimulatedSwitch, "Switch::SimulatedSwitch" )
+  VEX_MAP( 1, vlan, Bridging::VlanId, Bridging::VlanIdOrNone )    // to its dot1q tag
+  VEX_MAP( 2, dot1qMapping, PortVlanKey, Bridging::VlanIdOrNone ) // likewise
+  VEX_SET( 3, nonDfPort, PortVlanKey )
+  VEX_MAP( 4, esiData, PortVlanKey, EsiData )
+  VEX_MAP( 5, esiPortMap, Wire::IntfId, Wire::MplsLabel ) // to the label that is not flooded to it
+  VEX_ENTITIES( 6, hwTunnelIdPool, HwTunnelIdPool )
+  VEX_MAP( 7, fec, Rook::Fib::FecId, Kez::HwTunnelId )
+  VEX_SET( 8, floodSetDest, Kez::FloodSetMplsDestConfig )
+  VEX_COUNTER( 9, hwFecIdUse, uint64_t ) // how many of them use a FEC, by its hardware id
+
+  VEX_MAP( 40, capacity, Table, uint32_t ) // entries; a table that is not named has room for all
+  VEX_ENTITIES( 41, fault, FaultPlan )
+  VEX_ATTRIBUTE( 42, strictness, Strictness, Strictness::refuse )
+
+  VEX_COUNTER( 50, callCount, Operation )
+  VEX_COUNTER( 51, successCount, Operation )
+  VEX_COUNTER( 52, faultCount, FallibleOperation )
+  VEX_COUNTER( 53, fullCount, FallibleOperation )
+  VEX_COUNTER( 54, refusalCount, Operation )
+  VEX_ATTRIBUTE( 55, lastRefusal, Vex::String )
+  VEX_ATTRIBUTES( vlan, dot1qMapping, nonDfPort, esiData, esiPortMap, hwTunnelIdPool, fec,
+                  floodSetDest, hwFecIdUse, capacity, fault, strictness, callCount, successCount,
+                  faultCount, fullCount, refusalCount, lastRefusal )
+
+public:
+  // Whether one more entry fits.
+  bool hasRoom( Table table ) const {
+    return !capacityHas( table ) || entries( table ) < capacity( table );
+  }
+  bool hasRoom( Operation operation ) const { return hasRoom( typeOf( operation ).table ); }
+
+  // Of those that hear a call the later ones hear the answers of the earlier ones.
+  void listenerIs( SwitchListener & listener ) { listeners_.push_back( &listener ); }
+  void listenerDel( SwitchListener & listener ) { std::erase( listeners_, &listener ); }
+  // Those of a switch that this one takes the place of.
+  void listenersOf( const SimulatedSwitch & other ) { listeners_ = other.listeners_; }
+
+  // Counts a call that adds or changes an entry; `room` is false when it adds one to a full table.
+  // The failure to answer, or none when the call is to be carried out. `arguments()` and `given()`
+  // are the texts of what the call says and of what it is given when it is carried out.
+  template< class Arguments, class Given >
+  std::optional< Failure > creation( Operation operation, bool room,
+                                     const std::optional< WrongCall > & wrong,
+                                     const Arguments & arguments, const Given & given ) {
+    SwitchAnswer answer = begin( operation, wrong, arguments );
+    if ( answer.outcome != Outcome::refused ) {
+      decide( operation, room, answer );
+    }
+    if ( !listeners_.empty() ) [[unlikely]] {
+      answer.given = given();
+      tell( operation, arguments(), answer );
+    }
+    count( operation, answer.outcome );
+    return answer.outcome == Outcome::done
+               ? std::nullopt
+               : std::optional( typeOf( operation ).answerFor( answer.failure ) );
+  }
+  template< class Arguments >
+  std::optional< Failure > creation( Operation operation, bool room,
+                                     const std::optional< WrongCall > & wrong,
+                                     const Arguments & arguments ) {
+    return creation( operation, room, wrong, arguments, [] { return Vex::String(); } );
+  }
+
+  // The same for a call that deletes an entry: whether it is to be carried out.
+  template< class Arguments >
+  bool deletion( Operation operation, const std::optional< WrongCall > & wrong,
+                 const Arguments & arguments ) {
+    SwitchAnswer answer = begin( operation, wrong, arguments );
+    if ( !listeners_.empty() ) [[unlikely]] {
+      tell( operation, arguments(), answer );
+    }
+    count( operation, answer.outcome );
+    return answer.outcome == Outcome::done;
+  }
+
+private:
+  template< class Arguments >
+  SwitchAnswer begin( Operation operation, const std::optional< WrongCall > & wrong,
+                      const Arguments & arguments ) {
+    callCountInc( operation );
+    SwitchAnswer answer;
+    if ( wrong ) [[unlikely]] {
+      answer.wrong = wrong->what;
+      answer.failure = wrong->answer;
+      if ( refuses( operation, arguments(), wrong->what ) ) {
+        answer.outcome = Outcome::refused;
+      }
+    }
+    return answer;
+  }
+  // Counts a wrong call. Whether it is to be left undone.
+  bool refuses( Operation operation, const Vex::String & arguments, const Vex::String & what );
+  // Of a call that is not refused.
+  void decide( Operation operation, bool room, SwitchAnswer & answer );
+  void tell( Operation operation, const Vex::String & arguments, SwitchAnswer & answer );
+  void count( Operation operation, Outcome outcome );
+  size_t entries( Table table ) const;
+
+  std::vector< SwitchListener * > listeners_;
+};
+
+} // namespace Switch
