@@ -8,7 +8,8 @@
 // keeps the port map that it has.
 //
 // Routes to look at come through LfibTrackingStatus::routeKeyBacklog, from which the machine
-// takes each when it has dealt with it. It starts by itself, at the end of its construction.
+// takes each when it has dealt with it. It starts by itself, at the end of its construction, and
+// puts every route that stands into the backlog then.
 #pragma once
 
 #include "KezEvpn/Review.h"
@@ -85,6 +86,7 @@ private:
     Mpls::LfibViaKey viaKey;
     Mpls::LfibEvpnEthernetSegmentFilterVia via;
   };
+  void backlogEveryRoute();
   void makeRoomForBacklog();
   Decision decide( const Mpls::RouteKey & routeKey ) const;
   bool waitsForHardware( const Mpls::RouteKey & routeKey ) const;

@@ -90,6 +90,10 @@ Generator::Generator( uint64_t seed ) : random_( seed ) {
 }
 
 Lines Generator::lines( size_t events ) {
+  if ( oneIn( 3 ) ) {
+    add( String( tablesLine ) );
+    add( "restart" );
+  }
   if ( oneIn( 2 ) ) { // pools that last for some of the tunnels
     add( "set switch.capacity[hwTunnelIdTypeDefault] " + number( 0, 4 ) );
     add( "set switch.capacity[hwTunnelIdTypeSharedEsi] " + number( 0, 2 ) );
@@ -283,8 +287,9 @@ void Generator::timing() {
 // uses them bear it together: else one of them may use what the other is through with.
 void Generator::unheard() {
   add( oneIn( 2 ) ? String( heardLine )
-                  : String( unheardLine ) + any( { "evpnHwTunnelIdSm", "vlanFloodSetFilterSm",
-                                                   "evpnVlanFloodSetSm evpnFloodSetFecSm" } ) );
+                  : String( unheardLine ) + " " +
+                        any( { "evpnHwTunnelIdSm", "vlanFloodSetFilterSm",
+                               "evpnVlanFloodSetSm evpnFloodSetFecSm" } ) );
 }
 
 void Generator::time() {

@@ -1,6 +1,7 @@
 #include "sim/Shrink.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -52,6 +53,7 @@ std::optional< Outcome > runApart( const Lines & lines ) {
   waitpid( child, &status, 0 );
   outcome.line = *line;
   munmap( line, sizeof( size_t ) );
+  std::filesystem::remove_all( tablesOf( child ) ); // what ends by a signal leaves them
   if ( WIFEXITED( status ) && WEXITSTATUS( status ) == 0 ) {
     return std::nullopt;
   }
