@@ -36,6 +36,7 @@ private:
   void timing();
   void time();
   void unheard();
+  String machines();
   void restart() { add( "restart" ); }
 
   uint64_t below( uint64_t n ) { return random_() % n; }
@@ -283,13 +284,38 @@ void Generator::timing() {
   }
 }
 
-// Machines that make up for all that changes under a zombie mark. The one of FECs and the one that
-// uses them bear it together: else one of them may use what the other is through with.
+// Any machines cease to hear for a while, or hear again, one after the other.
 void Generator::unheard() {
-  add( oneIn( 2 ) ? String( heardLine )
-                  : String( unheardLine ) + " " +
-                        any( { "evpnHwTunnelIdSm", "vlanFloodSetFilterSm",
-                               "evpnVlanFloodSetSm evpnFloodSetFecSm" } ) );
+  if ( oneIn( 3 ) ) {
+    add( String( heardLine ) );
+    return;
+  }
+  const auto names = machines();
+  switch ( below( 8 ) ) {
+  case 0:
+    add( String( unheardLine ) ); // all
+    break;
+  case 1:
+    add( String( silentLine ) + names );
+    break;
+  case 2:
+    add( String( heardLine ) + names );
+    break;
+  default:
+    add( String( unheardLine ) + names );
+  }
+}
+
+// Some names, of one machine half of the time.
+String Generator::machines() {
+  auto names = machineNames();
+  const size_t number = oneIn( 2 ) ? 1 : 1 + below( names.size() );
+  String some;
+  for ( size_t i = 0; i < number; ++i ) {
+    std::swap( names[ i ], names[ i + below( names.size() - i ) ] );
+    some += " " + names[ i ];
+  }
+  return some;
 }
 
 void Generator::time() {
