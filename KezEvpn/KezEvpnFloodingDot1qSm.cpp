@@ -121,6 +121,7 @@ void EvpnFloodingDot1qSm::handleInitialized() {
 // --- VLANs
 
 Bridging::VlanIdOrNone EvpnFloodingDot1qSm::dot1qTagForVlan( Bridging::VlanId vlanId ) const {
+  VEX_ASSERT( initialized() );
   const auto published = evpnStatus()->vlanToDot1q( vlanId );
   if ( published != Bridging::VlanIdOrNone() ) {
     return published;
@@ -189,7 +190,7 @@ void EvpnFloodingDot1qSm::handleVlanServiceDot1qEnabled() {
   if ( !initialized() ) {
     return;
   }
-  TRACE( 5, "EvpnFloodingDot1qSm::handleVlanServiceDot1qEnabled enabled ",
+  TRACE( 8, "EvpnFloodingDot1qSm::handleVlanServiceDot1qEnabled enabled ",
          vlanServiceDot1qEnabled() );
   for ( const auto [ vlanId, dot1q ] : evpnStatus()->vlanToDot1q() ) {
     handleVlanDot1q( vlanId );
@@ -205,7 +206,7 @@ void EvpnFloodingDot1qSm::VexVlanStatus::handleVlanStatus() {
   if ( !sm->initialized() ) {
     return;
   }
-  TRACE( 8, "EvpnFloodingDot1qSm::handleVlanStatus vlanId ", vlan );
+  TRACE( 8, "EvpnFloodingDot1qSm::VexVlanStatus::handleVlanStatus vlanId ", vlan );
   for ( const auto intfId : memberInfo->member() ) {
     sm->maybeScheduleIntfVlanReview( intfId, vlan );
   }
@@ -241,7 +242,8 @@ void EvpnFloodingDot1qSm::handleLagPort( Wire::IntfId lagIntfId ) {
   for ( const auto vlanId : vlans->vlanId() ) {
     if ( const auto status = dot1qStatus( { lagIntfId, vlanId } ) ) {
       for ( const auto port : status->programmed() ) {
-        if ( !ports.portHas( port ) ) {
+        // A physical interface is its own port, whatever is published under its name.
+        if ( isLag( lagIntfId ) && !ports.portHas( port ) ) {
           TRACE( 8, "marking ", port, " for force reprogram" );
           status->forceReprogramIs( port );
         }
@@ -251,8 +253,25 @@ void EvpnFloodingDot1qSm::handleLagPort( Wire::IntfId lagIntfId ) {
   }
 }
 
+void EvpnFloodingDot1qSm::makeUpForZombieMark() {
+  for ( const auto [ vlanId, dot1q ] : programmedDot1q() ) {
+    if ( !evpnStatus()->vlanToDot1qHas( vlanId ) ) {
+      handleVlanDot1q( vlanId );
+    }
+  }
+  for ( const auto [ vlanId, dot1q ] : evpnStatus()->vlanToDot1q() ) {
+    handleVlanDot1q( vlanId );
+  }
+  for ( const auto & [ intfId, vlans ] : intfVlanSet() ) {
+    if ( isLag( intfId ) ) {
+      handleLagPort( intfId );
+    }
+  }
+}
+
 void EvpnFloodingDot1qSm::maybeScheduleIntfVlanReview( Wire::IntfId intfId,
                                                        Bridging::VlanId vlanId ) {
+  TRACE( 8, "EvpnFloodingDot1qSm::maybeScheduleIntfVlanReview intf ", intfId, " vlan ", vlanId );
   VEX_ASSERT( initialized() );
   intfVlanQueueIs( { intfId, vlanId } );
   reviewIntfVlan()->maybeSchedule( false, defaultIntfVlanDelay() );
@@ -304,10 +323,19 @@ EvpnFloodingDot1qSm::Lack EvpnFloodingDot1qSm::lackOf( const IntfVlanKey & key )
   return programmedDot1qHas( key.vlanId ) ? Lack::nothing : Lack::vlan;
 }
 
+// Without a notification, while they are off or under a zombie mark.
+bool EvpnFloodingDot1qSm::tagChangedUnheard( Bridging::VlanId vlanId ) const {
+  return programmedDot1qHas( vlanId ) && evpnStatus()->vlanToDot1qHas( vlanId ) &&
+         programmedDot1q( vlanId ) != dot1qTagForVlan( vlanId );
+}
+
 void EvpnFloodingDot1qSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "EvpnFloodingDot1qSm::processIntfVlan intf ", intfId, " vlan ", vlanId );
   intfVlanQueueDel( { intfId, vlanId } );
+  if ( tagChangedUnheard( vlanId ) ) {
+    handleVlanDot1q( vlanId );
+  }
   switch ( lackOf( { intfId, vlanId } ) ) {
   case Lack::vlanStatus:
     TRACE( 5, "no vlan status" );

@@ -110,10 +110,12 @@ private:
   // What a pair lacks to be mapped to a tag, the first of it.
   enum class Lack { nothing, vlanStatus, membership, publication, vlan };
   Lack lackOf( const IntfVlanKey & key ) const;
+  bool tagChangedUnheard( Bridging::VlanId vlanId ) const;
   void explainPair( const IntfVlanKey & key, Explanation & out ) const;
   void explainVlan( Bridging::VlanId vlanId, Explanation & out ) const;
 
   bool vlanServiceDot1qEnabled() const;
+  void makeUpForZombieMark() override;
   void retry( const IntfVlanKey & key ) override;
   void reprogramVlan( Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q );
   void reviewIntfsOf( Bridging::VlanId vlanId );

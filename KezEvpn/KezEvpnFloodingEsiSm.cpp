@@ -203,6 +203,20 @@ void EvpnFloodingEsiSm::handleTunnelIdMapping( const TunnelId & tunnelId ) {
   }
 }
 
+// Every pair has been looked at; an input that it lacks now may have gone unheard.
+void EvpnFloodingEsiSm::makeUpForZombieMark() {
+  for ( const auto & [ intfId, vlans ] : intfVlanSet() ) {
+    if ( !localEsiLabelPublished( intfId ) ) {
+      handleLocalEsiLabel( intfId );
+    }
+  }
+  for ( const auto & [ tunnelId, intfVlans ] : tunnelIntfVlanSet() ) {
+    if ( !mapped( tunnelId ) ) {
+      handleTunnelIdMapping( tunnelId );
+    }
+  }
+}
+
 void EvpnFloodingEsiSm::retry( const IntfVlanKey & key ) {
   const auto es = esiStatus( key );
   VEX_ASSERT( es );

@@ -108,6 +108,7 @@ public:
                            Bridging::VlanId vlanId );
 
 private:
+  void makeUpForZombieMark() override;
   void retry( const IntfVlanKey & key ) override;
   void deleteTriple( const IntfVlanKey & key, TunnelId tunnelId );
   void forceReprogram( const IntfVlanKey & key );

@@ -45,15 +45,12 @@ evpnHwTunnelIdSmFactory( const Vex::Ptr< KezHelper::EvpnHwTunnelIdSmHelper > & h
 
 // --- What the inputs and the state say
 
+// Over either of the two interfaces that lead to a tunnel.
 bool EvpnHwTunnelIdSm::labelled( Wire::IntfId esIntfId, TunnelId tunnelId ) const {
-  if ( const auto status = evpnStatus()->ethernetSegmentStatus( esIntfId ) ) {
-    for ( const auto [ labelIntfId, label ] : status->remoteEsiLabel() ) {
-      if ( srTeOrDynamicTunnelIntfIdToTunnelId( labelIntfId ) == tunnelId ) {
-        return true;
-      }
-    }
-  }
-  return false;
+  const auto status = evpnStatus()->ethernetSegmentStatus( esIntfId );
+  return status &&
+         ( status->remoteEsiLabelHas( Wire::DynamicTunnelIntfId::intfId( tunnelId ) ) ||
+           status->remoteEsiLabelHas( Wire::FecIdIntfId::srTePolicyIntfId( tunnelId ) ) );
 }
 
 bool EvpnHwTunnelIdSm::sharedEsiLabelConfigured( Wire::IntfId esIntfId ) const {
@@ -291,6 +288,7 @@ void EvpnHwTunnelIdSm::publishHwTunnelId( TunnelId tunnelId ) {
 
 void EvpnHwTunnelIdSm::maybeReprogramHwTunnelId( TunnelId tunnelId ) {
   VEX_ASSERT( initialized() );
+  TRACE( 8, "EvpnHwTunnelIdSm::maybeReprogramHwTunnelId tunnelId ", tunnelId );
   const auto tidHwTid = mapped( tunnelId );
   if ( !tidHwTid ) {
     publishHwTunnelId( tunnelId );
@@ -347,6 +345,8 @@ bool EvpnHwTunnelIdSm::releaseOneZombieTunnelId( HwTunnelIdType hwTunnelIdType )
     return false;
   }
   const TunnelId tunnelId = *zombies->tunnelId().begin();
+  TRACE( 8, "EvpnHwTunnelIdSm::releaseOneZombieTunnelId hwTunnelIdType ", hwTunnelIdType,
+         " tunnelId ", tunnelId );
   const auto tidHwTid = mapped( tunnelId );
   VEX_ASSERT( !!tidHwTid );
   tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdDel( tunnelId );
@@ -413,7 +413,9 @@ void EvpnHwTunnelIdSm::explain( const Subject & subject, Explanation & out ) con
     if ( !used ) {
       out.say( "gives it up when a segment's tunnel needs one" );
     } else if ( record->hwTunnelId.hwTunnelIdType() != neededType( *tunnelId ) ) {
-      out.say( "found no shared-ESI id free when its segments changed" );
+      out.say( "found no ",
+               neededType( *tunnelId ) == hwTunnelIdTypeSharedEsi ? "shared-ESI" : "default",
+               " id free when its segments changed" );
     }
   } else if ( unprogrammedTunnelHas( *tunnelId ) && !isWanted( *tunnelId ) ) {
     out.say( "waited for a hardware tunnel id; nothing uses it any more" );

@@ -35,7 +35,6 @@ Vex::Ptr< EvpnLagSm > evpnLagSmFactory( const Vex::Ptr< const KezCommonSmData > 
 
 void EvpnLagSm::lagConfigDirDel() {
   lagConfigDirReactor_.notifierIs( nullptr );
-  lagConfigDir_ = nullptr;
 }
 
 void EvpnLagSm::VexLagConfig::handleNotifier() {

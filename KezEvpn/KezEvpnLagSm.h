@@ -46,6 +46,7 @@ public:
                const Vex::Ptr< const LagCreatorConfigDir > & lagConfigDir,
                const Vex::Ptr< EvpnLagMemberInfo > & evpnLagMemberInfo );
 
+  // LAGs that come or go from now on are not heard of; those that are known still are.
   void lagConfigDirDel();
   void vex_handleLagConfig( VexLagConfig & reactor );
   void publishEvpnLagMemberInfo( Wire::IntfId lagIntfId, const KezPortList & portList );

@@ -9,6 +9,12 @@ static Ringlog::Handle traceHandle( "KezEvpnRemoteInfoFinderSm" );
 
 using Tunnel::TunnelTable::TunnelId;
 
+// The tunnel that an MPLS destination's data names, also where its interface is an SR-TE policy's;
+// none for any other destination.
+static TunnelId tunnelOf( const L2Rib::Dest & dest ) {
+  return dest.destType() == L2Rib::destTypeMpls_ ? dest.mpls().tunnelId() : TunnelId::invalid();
+}
+
 EvpnRemoteInfoFinderSm::EvpnRemoteInfoFinderSm(
     const Vex::Ptr< const L2Rib::FloodSetOutput > & floodSetOutput,
     const Vex::Ptr< EvpnRemoteInfo > & remoteInfo )
@@ -56,8 +62,7 @@ void EvpnRemoteInfoFinderSm::processMplsDest( Bridging::VlanId vlanId, const Wir
   if ( dest.destType() != L2Rib::destTypeMpls_ ) {
     return;
   }
-  // The tunnel that the data names, also where the interface is an SR-TE policy's.
-  const auto tunnelId = dest.mpls().tunnelId();
+  const auto tunnelId = tunnelOf( dest );
   if ( tunnelId == TunnelId::invalid() ) {
     TRACE( 1, "  Invalid tunnelId not supported ", tunnelId );
     return;
@@ -75,6 +80,28 @@ void EvpnRemoteInfoFinderSm::processMplsDest( Bridging::VlanId vlanId, const Wir
     }
   }
   TRACE( 8, "New refcount of tunnel ", tunnelId, " is ", count );
+}
+
+// Counts all that stands anew. A tunnel that has come into use passes through 1, which is what tells
+// of its first destination.
+void EvpnRemoteInfoFinderSm::makeUpForZombieMark() {
+  Vex::Collection< TunnelId, uint32_t > counts;
+  forEachDest( *floodSetOutput(), [ & ]( Bridging::VlanId, Wire::EthAddr, const L2Rib::Dest & dest ) {
+    if ( const auto tunnelId = tunnelOf( dest ); tunnelId != TunnelId::invalid() ) {
+      ++*counts.findOrAdd( tunnelId, [] { return 0u; } ).first;
+    }
+  } );
+  for ( const auto [ tunnelId, count ] : remoteInfo()->remoteTunnelId() ) {
+    if ( !counts.has( tunnelId ) ) {
+      remoteInfo()->remoteTunnelIdDel( tunnelId );
+    }
+  }
+  for ( const auto [ tunnelId, count ] : counts.range() ) {
+    if ( !remoteInfo()->remoteTunnelIdHas( tunnelId ) ) {
+      remoteInfo()->remoteTunnelIdInc( tunnelId, 1 );
+    }
+    remoteInfo()->remoteTunnelIdIs( tunnelId, count );
+  }
 }
 
 void EvpnRemoteInfoFinderSm::explain( const Subject & subject, Explanation & out ) const {

@@ -4,8 +4,8 @@
 // tunnel's count is the number of (VLAN, MAC, destination) whose MPLS data names it; a tunnel
 // without any has no entry. The input's sets are the only record of what has been counted, so
 // that `remoteInfo` must be fresh when the machine is made, and what changes while its
-// notifications are off is never counted. Everything is done within the notification; one that
-// would count below zero is fatal.
+// notifications are off is not counted before all is counted anew, after a zombie mark. Everything
+// is done within the notification; one that would count below zero is fatal.
 #pragma once
 
 #include "KezEvpn/FloodSetReactors.h"
@@ -47,6 +47,8 @@ public:
   void explain( const Subject & subject, Explanation & out ) const override;
 
 private:
+  void makeUpForZombieMark() override;
+
   VexFloodSetOutput floodSetOutputReactor_;
 };
 

@@ -55,12 +55,9 @@ void VlanFloodSetFilterSm::handleInitialized() {
   }
 }
 
-void VlanFloodSetFilterSm::vexDoZombieReactors( bool zombie ) {
-  InitializedSm::vexDoZombieReactors( zombie );
-  if ( !zombie && initialized() ) {
-    handleSource();
-    deleteStaleDests();
-  }
+void VlanFloodSetFilterSm::makeUpForZombieMark() {
+  handleSource();
+  deleteStaleDests();
 }
 
 // What stays is not taken away and brought back: who watches the output need not know.

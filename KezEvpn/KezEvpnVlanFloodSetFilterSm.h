@@ -56,7 +56,6 @@ public:
                           const Vex::Ptr< L2Rib::FloodSetOutput > & outFloodSetOutput );
 
   void handleInitialized() override;
-  void vexDoZombieReactors( bool zombie ) override;
   void handleSource();
 
   void processVlanFloodSet( Bridging::VlanId vlanId );
@@ -68,6 +67,7 @@ public:
   void deleteDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac, const L2Rib::Dest & dest );
 
 private:
+  void makeUpForZombieMark() override;
   void deleteStaleDests();
 
   VexInFloodSetOutput inFloodSetOutputReactor_;

@@ -16,11 +16,7 @@ KezEvpnVlanMembershipSm::KezEvpnVlanMembershipSm(
       evpnVlanStatus_( evpnVlanStatus ), bridgingConfigReactor_( *this ),
       vlanStatusDirReactor_( *this ), evpnStatusReactor_( *this ) {
   // What an earlier machine published stays where it still holds.
-  for ( const auto & [ vlanId, memberInfo ] : evpnVlanStatus->vlanStatus() ) {
-    for ( const auto intfId : memberInfo->member() ) {
-      processIntfVlan( intfId, vlanId );
-    }
-  }
+  processPublished();
   bridgingConfigReactor_.notifierIs( bridgingConfig );
   vlanStatusDirReactor_.notifierIs( vlanStatusDir );
   evpnStatusReactor_.notifierIs( evpnStatus );
@@ -70,6 +66,24 @@ void KezEvpnVlanMembershipSm::VexVlanStatus::onAttribute( Vex::AttrId id, const 
   }
 }
 
+void KezEvpnVlanMembershipSm::processPublished() {
+  for ( const auto & [ vlanId, memberInfo ] : evpnVlanStatus()->vlanStatus() ) {
+    for ( const auto intfId : memberInfo->member() ) {
+      processIntfVlan( intfId, vlanId );
+    }
+  }
+}
+
+// What the configuration and the status list has been processed; what they list no more has not.
+void KezEvpnVlanMembershipSm::makeUpForZombieMark() {
+  processPublished();
+  for ( const auto & [ intfId, vlans ] : intfVlanConfigSet() ) {
+    for ( const auto vlanId : vlans->vlanId() ) {
+      processIntfVlan( intfId, vlanId );
+    }
+  }
+}
+
 bool KezEvpnVlanMembershipSm::isConfigured( Wire::IntfId intfId, Bridging::VlanId vlanId ) const {
   const auto config = bridgingConfig()->vlanConfig( vlanId );
   return config && config->intfHas( intfId );
@@ -85,10 +99,7 @@ void KezEvpnVlanMembershipSm::processIntfVlan( Wire::IntfId intfId, Bridging::Vl
   VEX_ASSERT( bridgingConfig() );
   VEX_ASSERT( vlanStatusDir() );
   VEX_ASSERT( evpnStatus() );
-  const bool configured = isConfigured( intfId, vlanId );
-  const bool member =
-      evpnStatus()->encapBumFilterHas( intfId ) ? configured : isOperational( intfId, vlanId );
-  if ( member ) {
+  if ( isToBeMember( intfId, vlanId ) ) {
     addIntfToEvpnVlanStatus( intfId, vlanId );
   } else {
     removeIntfVlanFromEvpnVlanStatus( intfId, vlanId );

@@ -91,6 +91,8 @@ private:
     return evpnStatus()->encapBumFilterHas( intfId ) ? isConfigured( intfId, vlanId )
                                                      : isOperational( intfId, vlanId );
   }
+  void makeUpForZombieMark() override;
+  void processPublished();
   void explainPair( const IntfVlanKey & key, Explanation & out ) const;
 
   VexBridgingConfig bridgingConfigReactor_;

@@ -35,25 +35,15 @@ void MplsFloodSetSm::VexVlanFloodSetStatus::handleNotifier() {
 }
 
 void MplsFloodSetSm::processEveryMplsDest() {
-  for ( const auto & [ vlanId, vlanFloodSet ] : floodSetOutput()->vlanFloodSet() ) {
-    for ( const auto & [ mac, floodSet ] : vlanFloodSet->floodSet() ) {
-      for ( const auto & dest : floodSet->destSet() ) {
-        processMplsDest( vlanId, mac, dest );
-      }
-    }
-  }
+  forEachDest( *floodSetOutput(),
+               [ this ]( Bridging::VlanId vlanId, Wire::EthAddr mac, const L2Rib::Dest & dest ) {
+                 processMplsDest( vlanId, mac, dest );
+               } );
 }
 
 void MplsFloodSetSm::handleEveryVlanFloodSetStatus() {
   for ( const auto & [ macVlanPair, reactor ] : vlanFloodSetStatus() ) {
     reactor->handleVlanFloodSetStatus();
-  }
-}
-
-void MplsFloodSetSm::vexDoZombieReactors( bool zombie ) {
-  InitializedSm::vexDoZombieReactors( zombie );
-  if ( !zombie && initialized() ) {
-    makeUpForZombieMark();
   }
 }
 

@@ -56,8 +56,6 @@ public:
   using VexVlanFloodSetHwStatus =
       Vex::MirrorReactor< EvpnVlanFloodSetHwStatus::statusEntities, vlanFloodSetStatusReactors >;
 
-  void vexDoZombieReactors( bool zombie ) override;
-
   // A destination that came or went, as it stands in the input now. Asserts that it is MPLS.
   virtual void processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
                                 const L2Rib::Dest & dest ) = 0;
@@ -82,9 +80,8 @@ protected:
   void processEveryMplsDest();
   void handleEveryVlanFloodSetStatus();
 
-  // Once all reactors are unmarked: processes what went or changed while they were marked. What
-  // stands in the flood sets and the hardware status has been processed by then.
-  virtual void makeUpForZombieMark() = 0;
+  // For making up for a zombie mark, which is the machine's own to do.
+  void makeUpForZombieMark() override = 0;
   void processDestsThatLeft( const MplsFloodSetViaToVlanMacDestSet & entry );
 
   // Of a flood set's status, before `initialized`.

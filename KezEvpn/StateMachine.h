@@ -6,8 +6,10 @@
 // attributes are private state that reflection reads and does not write, tunables apart. Its
 // destructor drops reactors and tasks and leaves the outputs as they stand.
 //
-// `hasNotificationActiveIs` switches the notifications of all its reactors, `vexDoZombieReactors`
-// marks and unmarks all of them. `explain` tells an operator why something is in hardware or not.
+// `hasNotificationActiveIs` switches the notifications of all its reactors, and replays nothing.
+// `vexDoZombieReactors` marks and unmarks all of them; when the mark is taken away, the machine makes
+// up for everything that it did not hear under it. `explain` tells an operator why something is in
+// hardware or not.
 #pragma once
 
 #include "Vex/Attributes.h"
@@ -24,8 +26,23 @@ class StateMachine : public Vex::Entity, public Vex::ReactorOwner {
 public:
   static constexpr auto vexAccess = Vex::Access::readOnly;
 
+  void vexDoZombieReactors( bool zombie ) override {
+    const Vex::Ptr< const Vex::Entity > held( this );
+    ReactorOwner::vexDoZombieReactors( zombie );
+    if ( !zombie && started() ) {
+      makeUpForZombieMark();
+    }
+  }
+
   // Says nothing of a subject that the machine has nothing to do with, nor before its start.
   virtual void explain( const Subject &, Explanation & ) const {}
+
+protected:
+  virtual bool started() const { return true; }
+
+  // Once all reactors are unmarked, each of which has looked at its entity as it stands now:
+  // processes what none of them can see, what left its input or changed beside them.
+  virtual void makeUpForZombieMark() {}
 };
 
 // A machine that starts when its host calls `handleInitialized()`: until that has set the flag,
@@ -38,6 +55,9 @@ class InitializedSm : public StateMachine {
 
 public:
   virtual void handleInitialized() = 0;
+
+protected:
+  bool started() const override { return initialized(); }
 };
 
 } // namespace Kez

@@ -42,4 +42,15 @@ inline bool hasDest( const FloodSetOutput & output, Bridging::VlanId vlanId, Wir
   return floodSet && floodSet->destSetHas( dest );
 }
 
+// Runs `what( vlanId, mac, dest )` for every destination.
+template< class What > void forEachDest( const FloodSetOutput & output, What && what ) {
+  for ( const auto & [ vlanId, vlanFloodSet ] : output.vlanFloodSet() ) {
+    for ( const auto & [ mac, floodSet ] : vlanFloodSet->floodSet() ) {
+      for ( const auto & dest : floodSet->destSet() ) {
+        what( vlanId, mac, dest );
+      }
+    }
+  }
+}
+
 } // namespace L2Rib
