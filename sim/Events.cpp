@@ -290,26 +290,14 @@ void Generator::unheard() {
     add( String( heardLine ) );
     return;
   }
-  const auto names = machines();
-  switch ( below( 8 ) ) {
-  case 0:
-    add( String( unheardLine ) ); // all
-    break;
-  case 1:
-    add( String( silentLine ) + names );
-    break;
-  case 2:
-    add( String( heardLine ) + names );
-    break;
-  default:
-    add( String( unheardLine ) + names );
-  }
+  const std::string_view kinds[] = { unheardLine, unheardLine, silentLine, heardLine };
+  add( String( kinds[ below( 4 ) ] ) + machines() );
 }
 
-// Some names, of one machine half of the time.
+// Some names: often one, and often all.
 String Generator::machines() {
   auto names = machineNames();
-  const size_t number = oneIn( 2 ) ? 1 : 1 + below( names.size() );
+  const size_t number = oneIn( 2 ) ? 1 : oneIn( 4 ) ? names.size() : 1 + below( names.size() );
   String some;
   for ( size_t i = 0; i < number; ++i ) {
     std::swap( names[ i ], names[ i + below( names.size() - i ) ] );

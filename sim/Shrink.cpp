@@ -34,6 +34,30 @@ Vex::String readAll( int input ) {
   return text;
 }
 
+// Keeps `fewer`, as far as it goes, if it fails too.
+bool keepIfItFails( Lines fewer, Lines & least ) {
+  const auto still = runApart( fewer );
+  if ( still ) {
+    fewer.resize( still->line + 1 );
+    least = std::move( fewer );
+  }
+  return still.has_value();
+}
+
+// Leaves out machines that need not be named.
+void shrinkNames( Lines & least ) {
+  for ( size_t i = 0; i < least.size(); ++i ) {
+    for ( const auto & name : machineNames() ) {
+      auto fewer = least;
+      const auto at = i < least.size() ? least[ i ].find( " " + name ) : Vex::String::npos;
+      if ( at != Vex::String::npos ) {
+        fewer[ i ].erase( at, name.size() + 1 );
+        keepIfItFails( std::move( fewer ), least );
+      }
+    }
+  }
+}
+
 } // namespace
 
 std::optional< Outcome > runApart( const Lines & lines ) {
@@ -72,9 +96,7 @@ Lines shrink( const Lines & lines, const Outcome & outcome ) {
       const auto last = least.begin() + ptrdiff_t( std::min( from + chunk, least.size() ) );
       Lines fewer( least.begin(), first );
       fewer.insert( fewer.end(), last, least.end() );
-      if ( const auto still = runApart( fewer ) ) {
-        fewer.resize( still->line + 1 );
-        least = std::move( fewer );
+      if ( keepIfItFails( std::move( fewer ), least ) ) {
         shorter = true;
       } else {
         from += chunk;
@@ -82,6 +104,7 @@ Lines shrink( const Lines & lines, const Outcome & outcome ) {
     }
     chunk = chunk > 1 ? chunk / 2 : shorter ? 1 : 0;
   }
+  shrinkNames( least );
   return least;
 }
 

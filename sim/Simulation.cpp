@@ -219,11 +219,8 @@ void Simulation::tellMachines( std::string_view names, std::string_view kind ) {
       }
     } );
   }
-  if ( named.empty() ) {
+  if ( kind == heardLine && named.empty() ) {
     named = deaf_;
-    if ( kind != heardLine ) {
-      forEachMachine( [ & ]( Kez::StateMachine & machine ) { named.push_back( &machine ); } );
-    }
   }
   for ( auto * machine : named ) {
     if ( kind == heardLine ) {

@@ -14,10 +14,10 @@ using Lines = std::vector< Vex::String >;
 // The machines are let come to rest, and everything is compared with what the inputs say.
 inline constexpr std::string_view compareLine = "# compare";
 
-// The machines that are named behind it, or all, bear a zombie mark from here on; their
-// notifications are off from here on; they make up for what they did not hear, as all do at a
+// The machines that are named behind it bear a zombie mark from here on; have their notifications
+// off from here on; make up for what they did not hear, all when none is named, and at a
 // comparison. Where notifications were off a mark is put and taken away for that. In the order of
-// their names.
+// the names.
 inline constexpr std::string_view unheardLine = "# unheard";
 inline constexpr std::string_view silentLine = "# silent";
 inline constexpr std::string_view heardLine = "# heard";
