@@ -62,7 +62,29 @@ void EsiFilteringDecapSm::handleInitialized() {
   reviewRouteKeyBacklogIs( scheduler(), 2, "reviewRouteKeyBacklog" );
   reviewUnprogrammedIs( scheduler(), 2, "reviewUnprogrammed" );
   initializedIs( true );
+  backlogEveryRoute();
   reviewRouteKeyBacklog()->scheduleNow();
+}
+
+// Routes that an earlier machine left waiting come last, whether they were told of again or not:
+// else one might take an interface from the route that had it. Those that were told of and not yet
+// looked at come after the ones that may have theirs.
+void EsiFilteringDecapSm::backlogEveryRoute() {
+  std::vector< RouteKey > behind;
+  for ( const auto & routeKey : lfibTrackingStatus()->routeKeyBacklog() ) {
+    behind.push_back( routeKey );
+  }
+  for ( const auto & waiting : lfibHwStatus()->unprogrammedRoute() ) {
+    behind.push_back( waiting.routeKey );
+  }
+  lfibHwStatus()->unprogrammedRouteDelAll();
+  for ( const auto & route : lfibStatus()->route() ) {
+    lfibTrackingStatus()->routeKeyBacklogIs( route.routeKey );
+  }
+  for ( const auto & routeKey : behind ) {
+    lfibTrackingStatus()->routeKeyBacklogDel( routeKey );
+    lfibTrackingStatus()->routeKeyBacklogIs( routeKey );
+  }
 }
 
 void EsiFilteringDecapSm::reviewRouteKeyBacklogIs( Out< Loom::TaskScheduler > scheduler,

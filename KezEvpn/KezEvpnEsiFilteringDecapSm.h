@@ -8,7 +8,8 @@
 // keeps the port map that it has.
 //
 // Routes to look at come through LfibTrackingStatus::routeKeyBacklog, from which the machine
-// takes each when it has dealt with it. It starts by itself, at the end of its construction.
+// takes each when it has dealt with it. It starts by itself, at the end of its construction, and
+// puts every route that stands into the backlog then.
 #pragma once
 
 #include "KezEvpn/frame/Parking.h"
@@ -100,6 +101,7 @@ private:
     Mpls::LfibViaKey viaKey;
     Mpls::LfibEvpnEthernetSegmentFilterVia via;
   };
+  void backlogEveryRoute();
   void makeRoomForBacklog();
   // Damage that is met is said to who asked, else handed to the table's corruption handler.
   Decision decide( const Mpls::RouteKey & routeKey, Explanation * asked = nullptr ) const;

@@ -11,7 +11,7 @@
 #include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
 #include "KezEvpn/KezEvpnVlanFloodSetSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
-#include "KezEvpn/StateMachine.h"
+#include "KezEvpn/frame/StateMachine.h"
 #include "switch/SwitchEsiFilteringDecapHelper.h"
 #include "switch/SwitchFloodSets.h"
 #include "switch/SwitchFloodingHelper.h"

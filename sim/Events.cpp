@@ -38,6 +38,7 @@ private:
   void timing();
   void time();
   void unheard();
+  String machines();
   void restart() { add( "restart" ); }
 
   uint64_t below( uint64_t n ) { return random_() % n; }
@@ -93,6 +94,10 @@ Generator::Generator( uint64_t seed ) : random_( seed ) {
 }
 
 Lines Generator::lines( size_t events ) {
+  if ( oneIn( 3 ) ) {
+    add( String( tablesLine ) );
+    add( "restart" );
+  }
   if ( oneIn( 2 ) ) { // pools that last for some of the tunnels
     add( "set switch.capacity[hwTunnelIdTypeDefault] " + number( 0, 4 ) );
     add( "set switch.capacity[hwTunnelIdTypeSharedEsi] " + number( 0, 2 ) );
@@ -278,12 +283,26 @@ void Generator::timing() {
   }
 }
 
-// Machines that make up for all that changes under a zombie mark. The one of FECs and the one that
-// uses them bear it together: else one of them may use what the other is through with.
+// Any machines cease to hear for a while, or hear again, one after the other.
 void Generator::unheard() {
-  add( oneIn( 2 ) ? String( heardLine )
-                  : String( unheardLine ) + any( { "evpnHwTunnelIdSm", "vlanFloodSetFilterSm",
-                                                   "evpnVlanFloodSetSm evpnFloodSetFecSm" } ) );
+  if ( oneIn( 3 ) ) {
+    add( String( heardLine ) );
+    return;
+  }
+  const std::string_view kinds[] = { unheardLine, unheardLine, silentLine, heardLine };
+  add( String( kinds[ below( 4 ) ] ) + machines() );
+}
+
+// Some names: often one, and often all.
+String Generator::machines() {
+  auto names = machineNames();
+  const size_t number = oneIn( 2 ) ? 1 : oneIn( 4 ) ? names.size() : 1 + below( names.size() );
+  String some;
+  for ( size_t i = 0; i < number; ++i ) {
+    std::swap( names[ i ], names[ i + below( names.size() - i ) ] );
+    some += " " + names[ i ];
+  }
+  return some;
 }
 
 void Generator::time() {

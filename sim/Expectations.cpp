@@ -6,7 +6,7 @@
 //
 //   - Whether an interface is a member of a VLAN that it is not configured in is judged when it
 //     comes up or goes down there, not when its traffic comes to be filtered or ceases to
-//     (judgeMembers).
+//     (judgeMembers); and anew with all others at a start, and when a mark on the machine ends.
 //   - A published VLAN that hardware refuses to create again keeps its mappings until it is created
 //     (dot1qMappings).
 //   - ESI data stays as it was programmed when only the hardware tunnel id or the value of the
@@ -19,7 +19,8 @@
 //     grew or a fault passed, wakes nobody.
 //   - Which path has which FEC number (floodSetDifferences).
 //   - Which of several routes that name an interface has its port map, and that a route which asks
-//     for none any more keeps the one it has (esiPortMaps).
+//     for none any more keeps the one it has (esiPortMaps). What a route asks for counts when it
+//     was told of since, or stood at a start.
 //   - A filtered flood set has the type that it had when a destination was last added
 //     (floodSetDifferences), which is not compared.
 
@@ -152,7 +153,7 @@ void floodFilters( const System & system, Report & report ) {
 
 // What must be there, by (port, VLAN): the tunnel and the forwarder's label. What is there besides
 // must be what history may have left.
-void esiData( const System & system, Report & report ) {
+void esiData( const System & system, const History & history, Report & report ) {
   const auto & hardware = *system.hardware;
   std::set< std::pair< PortVlanKey, std::pair< TunnelId, Wire::MplsLabel > > > expected, present;
   for ( const auto & [ key, data ] : hardware.esiData() ) {
@@ -175,7 +176,7 @@ void esiData( const System & system, Report & report ) {
           expected.emplace( PortVlanKey( intfId, port, vlanId ),
                             std::pair( forwarder.tunnelId(), label.mplsLabel() ) );
         }
-      } else {
+      } else if ( !usable || history.updatesInPlace ) {
         std::erase_if( present, [ &, intf = intfId, vlan = vlanId ]( const auto & entry ) {
           const auto & [ parent, port, entryVlan ] = entry.first;
           return parent == intf && entryVlan == vlan && ( !usable || ports.contains( port ) );
@@ -285,13 +286,30 @@ void judgeMembers( const System & system, History & history ) {
   history.filtered = now.filtered;
 }
 
+void judgeMembersAnew( const System & system, History & history ) {
+  history.configured.clear();
+  history.up.clear();
+  history.members.clear();
+  judgeMembers( system, history );
+}
+
+void startAnew( const System & system, History & history ) {
+  judgeMembersAnew( system, history );
+  for ( const auto & [ routeKey, route ] : system.lfibStatus->route() ) {
+    history.told[ routeKey ] = wish( *system.lfibStatus, routeKey );
+  }
+  history.poolsLimited = false;
+  history.poolsDisturbed = false;
+  history.updatesInPlace = false;
+}
+
 Vex::String differences( const System & system, const History & history ) {
   Report report;
   lagMembers( system, report );
   vlanMembers( system, history, report );
   dot1qMappings( system, history, report );
   floodFilters( system, report );
-  esiData( system, report );
+  esiData( system, history, report );
   tunnelDifferences( system, history, report );
   floodSetDifferences( system, report );
   esiPortMaps( system, history, report );

@@ -22,7 +22,8 @@ Wish wish( const Mpls::LfibStatus & status, Mpls::RouteKey routeKey );
 // An interface in a VLAN.
 using VlanIntf = std::pair< Bridging::VlanId, Wire::IntfId >;
 
-// What expectations need to know of the past.
+// What expectations need to know of the past. It is kept here and not taken from the machines: it
+// outlives them, and what a start or an end of a mark makes of it is said below.
 struct History {
   // What membership was last judged by, and how.
   std::map< VlanIntf, Bridging::VlanPortConfig > configured;
@@ -34,10 +35,18 @@ struct History {
   std::map< Mpls::RouteKey, Wish > told;
   bool poolsLimited = false;   // a pool of hardware tunnel ids has or had a size
   bool poolsDisturbed = false; // one changed its size, or failed as planned, with tunnels in use
+  bool updatesInPlace = false; // ESI data could at some time be created over what is there
 };
 
-// Follows the members of VLANs, to be called after each change.
+// Follows the members of VLANs, to be called after each change that their machine hears of.
 void judgeMembers( const System & system, History & history );
+
+// When that machine looks at all of its inputs again.
+void judgeMembersAnew( const System & system, History & history );
+
+// The agent has started anew, over inputs that stand: every machine looks at all of them, and
+// hardware has no past.
+void startAnew( const System & system, History & history );
 
 // How the switch and the outputs differ from what they must hold; empty when they do not.
 Vex::String differences( const System & system, const History & history );

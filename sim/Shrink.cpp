@@ -1,6 +1,7 @@
 #include "sim/Shrink.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -33,6 +34,30 @@ Vex::String readAll( int input ) {
   return text;
 }
 
+// Keeps `fewer`, as far as it goes, if it fails too.
+bool keepIfItFails( Lines fewer, Lines & least ) {
+  const auto still = runApart( fewer );
+  if ( still ) {
+    fewer.resize( still->line + 1 );
+    least = std::move( fewer );
+  }
+  return still.has_value();
+}
+
+// Leaves out machines that need not be named.
+void shrinkNames( Lines & least ) {
+  for ( size_t i = 0; i < least.size(); ++i ) {
+    for ( const auto & name : machineNames() ) {
+      auto fewer = least;
+      const auto at = i < least.size() ? least[ i ].find( " " + name ) : Vex::String::npos;
+      if ( at != Vex::String::npos ) {
+        fewer[ i ].erase( at, name.size() + 1 );
+        keepIfItFails( std::move( fewer ), least );
+      }
+    }
+  }
+}
+
 } // namespace
 
 std::optional< Outcome > runApart( const Lines & lines ) {
@@ -52,6 +77,7 @@ std::optional< Outcome > runApart( const Lines & lines ) {
   waitpid( child, &status, 0 );
   outcome.line = *line;
   munmap( line, sizeof( size_t ) );
+  std::filesystem::remove_all( tablesOf( child ) ); // what ends by a signal leaves them
   if ( WIFEXITED( status ) && WEXITSTATUS( status ) == 0 ) {
     return std::nullopt;
   }
@@ -70,9 +96,7 @@ Lines shrink( const Lines & lines, const Outcome & outcome ) {
       const auto last = least.begin() + ptrdiff_t( std::min( from + chunk, least.size() ) );
       Lines fewer( least.begin(), first );
       fewer.insert( fewer.end(), last, least.end() );
-      if ( const auto still = runApart( fewer ) ) {
-        fewer.resize( still->line + 1 );
-        least = std::move( fewer );
+      if ( keepIfItFails( std::move( fewer ), least ) ) {
         shorter = true;
       } else {
         from += chunk;
@@ -80,6 +104,7 @@ Lines shrink( const Lines & lines, const Outcome & outcome ) {
     }
     chunk = chunk > 1 ? chunk / 2 : shorter ? 1 : 0;
   }
+  shrinkNames( least );
   return least;
 }
 

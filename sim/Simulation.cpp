@@ -1,8 +1,13 @@
 #include "sim/Simulation.h"
 
 #include "sim/PrivateState.h"
+#include "sim/Report.h"
 
 #include "Vex/Clock.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <unistd.h>
 
 namespace Sim {
 
@@ -15,21 +20,110 @@ Agent::Wiring wireAtTimeZero() {
   return Agent::wire();
 }
 
+void addLines( const Vex::Entity & entity, const String & path, Lines & lines ) {
+  for ( const auto * attribute : entity.fwkType().attributes() ) {
+    const auto at = ( path + "." ).append( attribute->name );
+    if ( attribute->keyed() ) {
+      attribute->forEach( entity, [ & ]( const Vex::ReflectedMember & member ) {
+        const auto one = ( at + "[" ).append( member.key ).append( "]" );
+        lines.push_back( ( "set " + one ).append( " " ).append( member.value ) );
+        if ( member.entity ) {
+          addLines( *member.entity, one, lines );
+        }
+      } );
+    } else if ( const auto value = attribute->value( entity ); !value.empty() ) {
+      lines.push_back( ( "set " + at ).append( " " ).append( value ) );
+    }
+  }
+}
+
+constexpr std::string_view tellOfRoute = "set lfibTrackingStatus.routeKeyBacklog[";
+
+// What must come through a restart, though everybody who knew it ends.
+class BeforeRestart {
+public:
+  explicit BeforeRestart( const System & system ) : lasting_( lasting( system ) ) {
+    const Kez::EsiFilteringDecapSm & sm = *system.decapSm;
+    for ( const auto & [ intfId, routeKey ] : sm.intfRoute() ) {
+      if ( !system.lfibTrackingStatus->routeKeyBacklogHas( routeKey ) &&
+           wish( *system.lfibStatus, routeKey ).intfId == intfId ) {
+        holders_.emplace( intfId, routeKey );
+      }
+    }
+    const auto & table = system.lfibHwStatus->unprogrammedRouteTable();
+    for ( const auto & [ routeKey, code ] : table.range() ) {
+      if ( table.mountStatus() == Rook::MountStatus::mounted && isConflict( code ) ) {
+        refused_.insert( routeKey );
+      }
+    }
+  }
+
+  void compare( const System & after, Report & report ) const {
+    report.same( "after a restart the agent", lasting_, lasting( after ) );
+    const Kez::EsiFilteringDecapSm & sm = *after.decapSm;
+    for ( const auto & [ intfId, holder ] : holders_ ) {
+      const auto parked = after.lfibHwStatus->unprogrammedRoute( holder );
+      const auto taker = sm.intfRoute( intfId );
+      report.check( !parked || !isConflict( parked->returnCode ) || !refused_.contains( taker ),
+                    "route " + textOf( taker ) + " took " + textOf( intfId ) + " from route " +
+                        textOf( holder ) + " by a restart" );
+    }
+  }
+
+private:
+  static bool isConflict( Mpls::LfibHwProgrammingReturnCode code ) {
+    return code == Mpls::LfibHwProgrammingReturnCode::conflict;
+  }
+  // The inputs, but for what machines take from them, and sizes.
+  static std::set< String > lasting( const System & system ) {
+    auto lines = setOf( inputLines( system ) );
+    std::erase_if( lines, []( const auto & line ) { return line.starts_with( tellOfRoute ); } );
+    for ( const auto [ table, entries ] : system.hardware->capacity() ) {
+      lines.insert( "switch.capacity[" + textOf( table ) + "] " + textOf( entries ) );
+    }
+    return lines;
+  }
+
+  const std::set< String > lasting_;
+  std::map< Wire::IntfId, Mpls::RouteKey > holders_; // and want the interface still
+  std::set< Mpls::RouteKey > refused_;               // for a conflict, which stands in a file
+};
+
 } // namespace
+
+Vex::String tablesOf( pid_t process ) {
+  return std::filesystem::temp_directory_path() / ( "kez-sim-" + std::to_string( process ) );
+}
 
 Simulation::Simulation()
     : wiring_( wireAtTimeZero() ), shell_( wiring_, nowhere_, errors_ ),
       system_( std::in_place, wiring_ ) {}
+
+Simulation::~Simulation() {
+  if ( !tables_.empty() ) {
+    std::filesystem::remove_all( tables_ );
+    std::error_code others;
+    std::filesystem::remove( std::filesystem::path( tables_ ).parent_path(), others );
+  }
+}
 
 String Simulation::execute( const String & line ) {
   try {
     if ( line == compareLine ) {
       return compare();
     }
-    if ( line == heardLine ) {
-      hear();
-    } else if ( line.starts_with( unheardLine ) ) {
-      markUnheard( line );
+    if ( line == "restart" ) {
+      return restart() + brokenPromises();
+    }
+    for ( const auto kind : { unheardLine, silentLine, heardLine } ) {
+      if ( line.starts_with( kind ) ) {
+        tellMachines( std::string_view( line ).substr( kind.size() ), kind );
+        return brokenPromises();
+      }
+    }
+    if ( line == tablesLine ) {
+      static size_t number = 0;
+      tables_ = tablesOf( getpid() ) + "/" + std::to_string( ++number );
     } else {
       executeInAgent( line );
     }
@@ -40,22 +134,28 @@ String Simulation::execute( const String & line ) {
 }
 
 void Simulation::executeInAgent( const String & line ) {
-  const bool restarts = line == "restart";
-  if ( restarts ) {
-    system_.reset(); // nothing of the earlier life may be held
-    unheard_.clear();
-    history_ = {};
-  }
   const bool sizes = line.find( "switch.capacity" ) != String::npos;
-  const bool inUse = !restarts && system_->tunnelIdHwTunnelId->tunnelIdToHwTunnelIds() +
-                                          system_->hwTunnelIdSm->unprogrammedTunnels() >
-                                      0;
+  const bool inUse = system_->tunnelIdHwTunnelId->tunnelIdToHwTunnelIds() +
+                         system_->hwTunnelIdSm->unprogrammedTunnels() >
+                     0;
   shell_.execute( line, line );
-  if ( restarts ) {
-    system_.emplace( wiring_ );
-  }
   history_.poolsDisturbed |= sizes && inUse;
   remember( line );
+}
+
+String Simulation::restart() {
+  const BeforeRestart before( *system_ );
+  system_.reset(); // nothing of the earlier life may be held
+  deaf_.clear();
+  Rook::mountDirectoryIs( tables_ );
+  shell_.execute( "restart", "restart" );
+  Rook::mountDirectoryIs( "" );
+  system_.emplace( wiring_ );
+  startAnew( *system_, history_ );
+  remember( "restart" );
+  Report report;
+  before.compare( *system_, report );
+  return report.text();
 }
 
 void Simulation::remember( const String & line ) {
@@ -64,9 +164,10 @@ void Simulation::remember( const String & line ) {
   history_.poolsDisturbed |= failed;
   history_.poolsLimited |= failed || hardware.capacityHas( Switch::Table::hwTunnelIdTypeDefault ) ||
                            hardware.capacityHas( Switch::Table::hwTunnelIdTypeSharedEsi );
+  history_.updatesInPlace |= system_->floodingHelper->updateSupportedOnCreateEsiData();
   const auto mentions = [ & ]( const char * text ) { return line.find( text ) != String::npos; };
-  if ( mentions( "lanConfig" ) || mentions( "vlanStatus" ) || mentions( "encapBumFilter" ) ||
-       mentions( "restart" ) ) {
+  if ( ( mentions( "lanConfig" ) || mentions( "vlanStatus" ) || mentions( "encapBumFilter" ) ) &&
+       !isDeaf( *system_->membershipSm ) ) {
     judgeMembers( *system_, history_ );
   }
   if ( !mentions( "lfib" ) ) {
@@ -75,10 +176,9 @@ void Simulation::remember( const String & line ) {
   std::erase_if( history_.told, [ & ]( const auto & each ) {
     return wish( *system_->lfibStatus, each.first ) != each.second;
   } );
-  const std::string_view tell = "set lfibTrackingStatus.routeKeyBacklog[";
-  if ( line.starts_with( tell ) ) {
-    const auto key = Vex::parseBriefly< Mpls::RouteKey >(
-        std::string_view( line ).substr( tell.size(), line.size() - tell.size() - 1 ) );
+  if ( line.starts_with( tellOfRoute ) ) {
+    const auto key = Vex::parseBriefly< Mpls::RouteKey >( std::string_view( line ).substr(
+        tellOfRoute.size(), line.size() - tellOfRoute.size() - 1 ) );
     history_.told[ key ] = wish( *system_->lfibStatus, key );
   }
 }
@@ -109,22 +209,57 @@ template< class Do > void Simulation::forEachMachine( const Do & what ) const {
   }
 }
 
-void Simulation::markUnheard( const String & line ) {
-  forEachMachine( [ & ]( Kez::StateMachine & machine ) {
-    if ( line.find( machine.name() ) != String::npos && unheard_.insert( &machine ).second ) {
-      machine.vexDoZombieReactors( true );
+void Simulation::tellMachines( std::string_view names, std::string_view kind ) {
+  std::vector< Kez::StateMachine * > named;
+  std::istringstream in{ String( names ) };
+  for ( String name; in >> name; ) {
+    forEachMachine( [ & ]( Kez::StateMachine & machine ) {
+      if ( machine.name() == name ) {
+        named.push_back( &machine );
+      }
+    } );
+  }
+  if ( kind == heardLine && named.empty() ) {
+    named = deaf_;
+  }
+  for ( auto * machine : named ) {
+    if ( kind == heardLine ) {
+      hear( *machine );
+      continue;
     }
-  } );
+    if ( !isDeaf( *machine ) ) {
+      deaf_.push_back( machine );
+    }
+    if ( kind == silentLine ) {
+      machine->hasNotificationActiveIs( false );
+    } else {
+      machine->vexDoZombieReactors( true );
+    }
+  }
 }
 
-void Simulation::hear() {
-  for ( auto * machine : std::exchange( unheard_, {} ) ) {
-    machine->vexDoZombieReactors( false );
+bool Simulation::isDeaf( const Kez::StateMachine & machine ) const {
+  return std::find( deaf_.begin(), deaf_.end(), &machine ) != deaf_.end();
+}
+
+// A machine that is told of changes again has not heard of the earlier ones: the mark is what makes
+// it look.
+void Simulation::hear( Kez::StateMachine & machine ) {
+  if ( std::erase( deaf_, &machine ) == 0 ) {
+    return;
+  }
+  if ( !machine.hasNotificationActive() ) {
+    machine.hasNotificationActiveIs( true );
+    machine.vexDoZombieReactors( true );
+  }
+  machine.vexDoZombieReactors( false );
+  if ( &machine == system_->membershipSm.get() ) {
+    judgeMembersAnew( *system_, history_ );
   }
 }
 
 String Simulation::compare() {
-  hear();
+  tellMachines( {}, heardLine );
   auto wrong = brokenState( *system_ ); // while things are still due
   for ( const auto & line : settleLines ) {
     executeInAgent( line );
@@ -175,26 +310,16 @@ std::optional< Outcome > run( const Lines & lines, volatile size_t * line ) {
   return std::nullopt;
 }
 
-namespace {
-
-void addLines( const Vex::Entity & entity, const String & path, Lines & lines ) {
-  for ( const auto * attribute : entity.fwkType().attributes() ) {
-    const auto at = ( path + "." ).append( attribute->name );
-    if ( attribute->keyed() ) {
-      attribute->forEach( entity, [ & ]( const Vex::ReflectedMember & member ) {
-        const auto one = ( at + "[" ).append( member.key ).append( "]" );
-        lines.push_back( ( "set " + one ).append( " " ).append( member.value ) );
-        if ( member.entity ) {
-          addLines( *member.entity, one, lines );
-        }
-      } );
-    } else if ( const auto value = attribute->value( entity ); !value.empty() ) {
-      lines.push_back( ( "set " + at ).append( " " ).append( value ) );
+const std::vector< String > & machineNames() {
+  static const auto names = [] {
+    std::vector< String > all;
+    for ( const auto & root : wireAtTimeZero().roots.ofRole( Agent::Role::machine ) ) {
+      all.push_back( root.entity->name() );
     }
-  }
+    return all;
+  }();
+  return names;
 }
-
-} // namespace
 
 Lines inputLines( const System & system ) {
   Lines lines;
@@ -204,7 +329,7 @@ Lines inputLines( const System & system ) {
     }
   }
   for ( const auto & [ routeKey, route ] : system.lfibStatus->route() ) {
-    lines.push_back( "set lfibTrackingStatus.routeKeyBacklog[" + Vex::text( routeKey ) + "]" );
+    lines.push_back( String( tellOfRoute ) + Vex::text( routeKey ) + "]" );
   }
   return lines;
 }

@@ -1,6 +1,5 @@
 // One life of the whole agent on virtual time, a line at a time. Lines are the agent's own, so that
-// what the simulation did can be replayed in the agent; one more, a comment there, says where the
-// machines are let come to rest and everything is compared with what the inputs say.
+// what the simulation did can be replayed in the agent, but for some that are comments there.
 #pragma once
 
 #include "agent/Shell.h"
@@ -12,11 +11,19 @@ namespace Sim {
 
 using Lines = std::vector< Vex::String >;
 
+// The machines are let come to rest, and everything is compared with what the inputs say.
 inline constexpr std::string_view compareLine = "# compare";
 
-// Two more: the named machines bear a zombie mark from the one to the other, or to the comparison.
-inline constexpr std::string_view unheardLine = "# unheard ";
+// The machines that are named behind it bear a zombie mark from here on; have their notifications
+// off from here on; make up for what they did not hear, all when none is named, and at a
+// comparison. Where notifications were off a mark is put and taken away for that. In the order of
+// the names.
+inline constexpr std::string_view unheardLine = "# unheard";
+inline constexpr std::string_view silentLine = "# silent";
 inline constexpr std::string_view heardLine = "# heard";
+
+// From the next restart on tables stand in files, as they do with the agent's option --tables.
+inline constexpr std::string_view tablesLine = "# tables";
 
 // What ends all faults and lets all that is due be done.
 inline const Lines settleLines{ "del switch.fault", "set scheduler.workBudget 1000", "advance 60" };
@@ -24,6 +31,9 @@ inline const Lines settleLines{ "del switch.fault", "set scheduler.workBudget 10
 class Simulation {
 public:
   Simulation();
+  ~Simulation();
+  Simulation( const Simulation & ) = delete;
+  Simulation & operator=( const Simulation & ) = delete;
 
   // What is wrong after the line; empty when nothing is.
   Vex::String execute( const Vex::String & line );
@@ -31,13 +41,15 @@ public:
 
 private:
   void executeInAgent( const Vex::String & line );
+  Vex::String restart();
   void remember( const Vex::String & line );
   Vex::String brokenPromises() const;
   Vex::String compare();
   Vex::String reviewEverything();
   template< class Do > void forEachMachine( const Do & what ) const;
-  void markUnheard( const Vex::String & line );
-  void hear();
+  void tellMachines( std::string_view names, std::string_view kind );
+  void hear( Kez::StateMachine & machine );
+  bool isDeaf( const Kez::StateMachine & machine ) const;
   uint64_t hardwareCalls() const;
 
   Agent::Wiring wiring_;
@@ -45,9 +57,13 @@ private:
   std::ostringstream errors_;
   Agent::Shell shell_;
   std::optional< System > system_;
-  std::set< Kez::StateMachine * > unheard_;
+  std::vector< Kez::StateMachine * > deaf_; // in the order in which they came to be
+  Vex::String tables_;                      // the directory of tables; empty for private memory
   History history_;
 };
+
+// Below which a process has its tables.
+Vex::String tablesOf( pid_t process );
 
 struct Outcome {
   size_t line = 0; // the index of the one that showed it
@@ -56,6 +72,9 @@ struct Outcome {
 
 // What went wrong first, if anything. `line` follows the index of the line that is executed.
 std::optional< Outcome > run( const Lines & lines, volatile size_t * line = nullptr );
+
+// The machines that the agent hosts.
+const std::vector< Vex::String > & machineNames();
 
 // The inputs as they stand, as lines that set them, and lines that tell of every route.
 Lines inputLines( const System & system );

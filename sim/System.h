@@ -32,6 +32,7 @@ struct System {
   const Vex::Ptr< Evpn::MplsConfig > evpnMplsConfig;
   const Vex::Ptr< L2Rib::FloodSetOutput > floodSetOutput;
   const Vex::Ptr< Mpls::LfibStatus > lfibStatus;
+  const Vex::Ptr< Mpls::LfibTrackingStatus > lfibTrackingStatus;
 
   const Vex::Ptr< Kez::EvpnLagMemberInfo > evpnLagMemberInfo;
   const Vex::Ptr< Kez::EvpnVlanStatus > evpnVlanStatus;
@@ -44,6 +45,7 @@ struct System {
   const Vex::Ptr< Kez::EvpnVlanFloodSetHwConfig > hwConfig;
 
   const Vex::Ptr< Switch::SimulatedSwitch > hardware;
+  const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > floodingHelper;
   const Vex::Ptr< Kez::FecIdToHwFecIdResponse > fecResponse;
   const Vex::Ptr< Kez::EvpnVlanFloodSetHwStatus > hwStatus;
   const Vex::Ptr< Switch::SwitchFloodSets > switchFloodSets;

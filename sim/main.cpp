@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <sys/mman.h>
@@ -95,6 +96,7 @@ bool runAll( uint64_t first, uint64_t last, size_t events, volatile uint64_t * s
   }
   int status = 1;
   waitpid( child, &status, 0 );
+  std::filesystem::remove_all( tablesOf( child ) );
   return status == 0;
 }
 

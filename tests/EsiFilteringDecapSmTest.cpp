@@ -208,6 +208,36 @@ TEST_F( EsiFilteringDecapSmTest, SecondRouteOfAnInterfaceWaitsForTheFirstToGo ) 
   EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
 }
 
+// Over what an earlier machine left, and hardware that has nothing.
+TEST_F( EsiFilteringDecapSmTest, StartTakesUpEveryRouteAndDisplacesNoHolderOfAnInterface ) {
+  start();
+  route( 3, {} ); // stands before the one that comes to have the interface
+  route( 4, {} );
+  filterRoute( 1, 500, eth1 );
+  filterRoute( 2, 600, eth2 );
+  EXPECT_TRUE( settle() );
+  filterRoute( 3, 700, eth1 );
+  filterRoute( 5, 900, eth1 );
+  EXPECT_TRUE( settle() );
+  lfib->routeDel( RouteKey( 5 ) );
+  filterRoute( 4, 800, eth2 ); // not looked at any more
+  tracking->routeKeyBacklogIs( RouteKey( 3 ) );
+  chip->maps.clear();
+  sm = nullptr;
+
+  start();
+  EXPECT_EQ( parked( 3 ), "" ); // and no retry comes before the routes that had their interfaces
+  EXPECT_TRUE( settle() );
+  const auto map = [ & ]( uint32_t label, Wire::IntfId intfId ) {
+    return std::pair( intfId, Wire::MplsLabel( label ) );
+  };
+  EXPECT_THAT( chip->maps, ElementsAre( map( 500, eth1 ), map( 600, eth2 ) ) );
+  EXPECT_EQ( parked( 3 ), "conflict" );
+  EXPECT_EQ( parked( 4 ), "conflict" );
+  EXPECT_EQ( parked( 5 ), "" );
+  EXPECT_EQ( tracking->routeKeyBacklogs(), 0u );
+}
+
 TEST_F( EsiFilteringDecapSmTest, TracesWhatBecomesOfARoute ) {
   start();
   TraceCapture trace( "KezEvpnEsiFilteringDecapSm/5" );

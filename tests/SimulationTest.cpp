@@ -24,7 +24,7 @@ TEST( SimulationTest, SeedsEndWhereTheInputsSay ) {
 }
 
 // A line that makes the switch or an input other than the machines know, and what must be said of
-// it. Nothing may pass unseen.
+// it. Nothing may pass unseen, nor be forgotten by a restart.
 TEST( SimulationTest, WhatDiffersIsSeen ) {
   const Lines life{
     "set lagConfigDir.lagConfig[Port-Channel1].member[Ethernet1] portProgRxTx",
@@ -59,13 +59,18 @@ TEST( SimulationTest, WhatDiffersIsSeen ) {
     { "del vlanFloodSetHwStatus.status", "vlanFloodSetHwStatus lacks" },
     { "set switch.refusalCount[createVlan] 1", "wrong call" },
   };
-  for ( const auto & [ line, expected ] : tampering ) {
-    auto lines = life;
-    lines.push_back( line );
-    lines.push_back( compare );
-    const auto outcome = Sim::run( lines );
-    ASSERT_TRUE( outcome ) << line;
-    EXPECT_THAT( outcome->text, testing::HasSubstr( expected ) ) << line;
+  for ( const bool restarts : { false, true } ) {
+    for ( const auto & [ line, expected ] : tampering ) {
+      auto lines = life;
+      if ( restarts ) {
+        lines.insert( lines.end(), { "restart", compare } );
+      }
+      lines.insert( lines.end(), { line, compare } );
+      const auto outcome = Sim::run( lines );
+      ASSERT_TRUE( outcome ) << line;
+      EXPECT_GE( outcome->line, lines.size() - 2 ) << outcome->text;
+      EXPECT_THAT( outcome->text, testing::HasSubstr( expected ) ) << line;
+    }
   }
 }
 
