@@ -1,7 +1,7 @@
 #include "agent/Shell.h"
 
 #include "KezEvpn/frame/Explain.h"
-#include "KezEvpn/frame/StateMachine.h"
+#include "KezEvpn/frame/Findings.h"
 #include "Ringlog/Setting.h"
 #include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"
@@ -59,6 +59,11 @@ const std::vector< Shell::Command > & Shell::commands() {
       "  route LABEL\n"
       "  explain pair Ethernet1,10\n",
       &Shell::explain },
+    { "check", "", "prove the invariants of all machines",
+      "Says what of a machine's own state is not as the machine states, or that everything is.\n"
+      "What is broken counts as an expectation that failed.\n"
+      "  check\n",
+      &Shell::check },
     { "advance", "SECONDS", "let time pass, running the tasks that fall due",
       "Tasks run at their time. On the steady clock the time is waited for.\n"
       "  advance 5\n",
@@ -230,16 +235,16 @@ void Shell::expect( Vex::TextCursor & in ) {
   const size_t column = in.offset() + 1;
   if ( absent || in.done() ) {
     Vex::expectEnd( in );
-    check( reading.there != absent, path, absent ? "none" : "there", reading );
+    judge( reading.there != absent, path, absent ? "none" : "there", reading );
   } else if ( path.hasValue() ) {
     const auto value = takeRest( in );
     const auto expected =
         inTextAt( column, [ & ] { return path.attribute()->canonicalValue( value ); } );
-    check( reading.value == expected, path, expected, reading );
+    judge( reading.value == expected, path, expected, reading );
   } else if ( path.namesCollection() && takeWord( in ) == "count" ) {
     const auto count = inTextAt( in.offset() + 1,
                                  [ & ] { return Vex::parseBriefly< size_t >( takeRest( in ) ); } );
-    check( reading.count == count, path, "count " + std::to_string( count ), reading );
+    judge( reading.count == count, path, "count " + std::to_string( count ), reading );
   } else {
     throw BadLine( column, path.namesCollection()
                                ? "expected 'count' and a number"
@@ -251,22 +256,38 @@ void Shell::explain( Vex::TextCursor & in ) {
   const auto subject = Kez::parseSubject( in );
   Vex::expectEnd( in );
   std::vector< std::vector< String > > rows;
-  for ( const auto & [ role, entity ] : wiring_.roots ) {
-    if ( const auto * const machine = dynamic_cast< const Kez::StateMachine * >( entity.get() ) ) {
-      Kez::Explanation explanation;
-      machine->explain( subject, explanation );
-      if ( !explanation.text().empty() ) {
-        rows.push_back( { "  " + machine->name(), String( explanation.text() ) } );
-      }
+  forEachMachine( wiring_, [ & ]( const Kez::StateMachine & machine ) {
+    Kez::Explanation explanation;
+    machine.explain( subject, explanation );
+    if ( !explanation.text().empty() ) {
+      rows.push_back( { "  " + machine.name(), String( explanation.text() ) } );
     }
-  }
+  } );
   if ( rows.empty() ) {
     out_ << "no machine has to do with " << Kez::text( subject ) << '\n';
   }
   showTable( out_, rows );
 }
 
-void Shell::check( bool holds, const Path & path, const String & expected,
+void Shell::check( Vex::TextCursor & in ) {
+  Vex::expectEnd( in );
+  ++expectations_;
+  size_t machines = 0;
+  String broken;
+  forEachMachine( wiring_, [ & ]( const Kez::StateMachine & machine ) {
+    Kez::Findings findings( machine.name() );
+    machine.check( findings );
+    broken += findings.text();
+    ++machines;
+  } );
+  if ( broken.empty() ) {
+    out_ << "the invariants of " << machines << " machines hold\n";
+  } else {
+    reportFailure( "invariants are broken\n" + broken );
+  }
+}
+
+void Shell::judge( bool holds, const Path & path, const String & expected,
                    const Reading & reading ) {
   ++expectations_;
   if ( holds ) {

@@ -48,6 +48,7 @@ private:
   void show( Vex::TextCursor & in );
   void expect( Vex::TextCursor & in );
   void explain( Vex::TextCursor & in );
+  void check( Vex::TextCursor & in );
   void advance( Vex::TextCursor & in );
   void call( Vex::TextCursor & in );
   void restart( Vex::TextCursor & in );
@@ -57,7 +58,7 @@ private:
 
   void runTasks( double seconds );
   // Counts an expectation, and reports it unless it holds.
-  void check( bool holds, const Path & path, const Vex::String & expected,
+  void judge( bool holds, const Path & path, const Vex::String & expected,
               const Reading & reading );
   void reportFailure( const Vex::String & text );
 

@@ -274,6 +274,39 @@ TEST_F( EvpnHwTunnelIdSmTest, MakesUpForWhatChangesUnderAZombieMark ) {
   EXPECT_EQ( zombies( hwTunnelIdTypeDefault ), ( Tunnels{ 5, 7 } ) );
 }
 
+TEST_F( EvpnHwTunnelIdSmTest, SegmentWithoutReactorUsesNoTunnelThoughItStands ) {
+  start( 1, 0 );
+  label( es1, 5 );
+  sm->segmentStatusDel( es1 );
+  EXPECT_EQ( zombies( hwTunnelIdTypeDefault ), Tunnels{ 5 } );
+  label( es2, 6 ); // reclaims it
+  EXPECT_FALSE( mapping->tunnelIdToHwTunnelIdHas( 5 ) );
+  EXPECT_TRUE( mapping->tunnelIdToHwTunnelIdHas( 6 ) );
+  sm->segmentStatusDelAll();
+  EXPECT_EQ( sm->tunnelInfos(), 0u );
+  EXPECT_EQ( sm->segmentStatuss(), 0u );
+}
+
+TEST_F( EvpnHwTunnelIdSmTest, TunnelWithoutRoomInTheTableWaitsAndLosesNoId ) {
+  const RookTest::MountDirectory directory;
+  mapping = Kez::tunnelIdToHwTunnelIdMappingFactory( "full" );
+  start( 2000, 0 );
+  uint64_t tunnelId = 0;
+  {
+    const RookTest::Limit longest( RLIMIT_FSIZE, 64 * 1024 );
+    while ( sm->unprogrammedTunnels() == 0 && tunnelId < 2000 ) {
+      count( ++tunnelId, 1 );
+    }
+    ASSERT_EQ( sm->unprogrammedTunnels(), 1u );
+    EXPECT_EQ( mapping->tunnelIdToHwTunnelIds(), tunnelId - 1 );
+    EXPECT_EQ( helper->freeHwTunnelId( hwTunnelIdTypeDefault )->hwTunnelIds(), 2001 - tunnelId );
+    advance( 5 );
+    EXPECT_EQ( sm->unprogrammedTunnels(), 1u );
+  }
+  advance( 5 );
+  EXPECT_TRUE( mapping->tunnelIdToHwTunnelIdHas( tunnelId ) );
+}
+
 TEST_F( EvpnHwTunnelIdSmTest, TracesWhatBecomesOfATunnel ) {
   start( 0, 0 );
   sharedEsi( es1, true );

@@ -86,12 +86,17 @@ TEST_F( EvpnLagSmTest, TracesEveryStepAtLevelFive ) {
                             "5 EvpnLagSm::handleLagConfig lagIntfId Port-Channel1 add 0" ) );
 }
 
-TEST_F( EvpnLagSmTest, MissingDirectoryIsFatal ) {
+TEST_F( EvpnLagSmTest, DirectoryMayBeLeftAndAMissingOneIsFatal ) {
   memberIs( "Port-Channel1", "Ethernet1" );
   start();
-  const auto lag = dir->lagConfig( Wire::IntfId( "Port-Channel1" ) );
   sm->lagConfigDirDel();
-  EXPECT_DEATH( lag->memberDelAll(),
+  memberIs( "Port-Channel1", "Ethernet2" );
+  memberIs( "Port-Channel2", "Ethernet3" );
+  EXPECT_EQ( ports( "Port-Channel1" ), ports( { "Ethernet1", "Ethernet2" } ) );
+  EXPECT_EQ( ports( "Port-Channel2" ), "none" );
+  const auto lost = Kez::evpnLagSmFactory( nullptr, nullptr, info );
+  Kez::KezPortList portList;
+  EXPECT_DEATH( processMemberIntf( "Port-Channel1", "Ethernet1", portList, lost ),
                 "/src/KezEvpn/KezEvpnLagSm:[0-9]+: assertion failed: sm->lagConfigDir\\(\\)" );
 }
 

@@ -99,8 +99,14 @@ TEST_F( EvpnRemoteInfoFinderSmTest, FilledFloodSetsComeAndGoAsAWhole ) {
   output->vlanFloodSetIs( vlan );
   EXPECT_EQ( counts(), ( Counts{ { 7, 1 } } ) );
   sm->vexDoZombieReactors( true );
+  output->vlanFloodSet( 10 )->floodSet( 2 )->destSetDel( mpls( 7 ) );
+  floodSet( 10, 2 )->destSetIs( mpls( 8 ) );
+  floodSet( 11, 3 )->destSetIs( mpls( 8 ) );
+  floodSet( 11, 3 )->destSetIs( mpls( 9 ) );
   sm->vexDoZombieReactors( false );
-  EXPECT_EQ( counts(), ( Counts{ { 7, 1 } } ) );
+  EXPECT_EQ( counts(), ( Counts{ { 8, 2 }, { 9, 1 } } ) );
+  output->vlanFloodSetDelAll();
+  EXPECT_EQ( counts(), Counts() );
 }
 
 } // namespace

@@ -221,6 +221,49 @@ TEST_F( FloodingDot1qSmTest, MembersThatChangeUnderAZombieMarkAreMadeUpFor ) {
   EXPECT_THAT( mappings(), ElementsAre( std::pair( Switch::PortVlanKey( eth2, eth2, 10 ), 110 ) ) );
 }
 
+TEST_F( FloodingDot1qSmTest, TagsAndPortsThatChangeUnheardAreMadeUpFor ) {
+  lagIs( lag1, { eth2 } );
+  for ( const uint16_t vlan : { 10, 20, 30 } ) {
+    member( vlan, eth1 );
+    member( vlan, lag1 );
+  }
+  evpnStatus->vlanToDot1qIs( 10, 110 );
+  evpnStatus->vlanToDot1qIs( 20, 120 );
+  start();
+  advance( 1 );
+  sm->vexDoZombieReactors( true );
+  evpnStatus->vlanToDot1qIs( 10, 111 );
+  evpnStatus->vlanToDot1qDel( 20 );
+  evpnStatus->vlanToDot1qIs( 30, 130 );
+  lagIs( lag1, { eth3 } );
+  sm->vexDoZombieReactors( false );
+  advance( 1 );
+  EXPECT_THAT( mappings(), ElementsAre( std::pair( Switch::PortVlanKey( eth1, eth1, 10 ), 111 ),
+                                        std::pair( Switch::PortVlanKey( eth1, eth1, 30 ), 130 ),
+                                        std::pair( Switch::PortVlanKey( lag1, eth3, 10 ), 111 ),
+                                        std::pair( Switch::PortVlanKey( lag1, eth3, 30 ), 130 ) ) );
+  EXPECT_FALSE( hardware->vlanHas( 20 ) );
+
+  sm->hasNotificationActiveIs( false );
+  evpnStatus->vlanToDot1qIs( 10, 112 );
+  sm->hasNotificationActiveIs( true );
+  lagIs( lag1, { eth2 } ); // the next look at the VLAN's interfaces brings the tag
+  advance( 2 );
+  EXPECT_EQ( hardware->vlan( 10 ), 112 );
+  EXPECT_EQ( mappings()[ Switch::PortVlanKey( eth1, eth1, 10 ) ], 112 );
+}
+
+TEST_F( FloodingDot1qSmTest, PhysicalInterfaceIsItsOwnPortWhateverIsPublishedUnderItsName ) {
+  evpnStatus->vlanToDot1qIs( 10, 110 );
+  member( 10, eth1 );
+  start();
+  advance( 1 );
+  lagIs( eth1, { eth2 } );
+  advance( 1 );
+  EXPECT_EQ( calls( Operation::createVlanToDot1qMapping ), 1u );
+  EXPECT_EQ( calls( Operation::deleteVlanToDot1qMapping ), 0u );
+}
+
 TEST_F( FloodingDot1qSmTest, ReviewsYieldAndLoseNothing ) {
   for ( uint16_t vlan = 1; vlan <= 50; ++vlan ) {
     evpnStatus->vlanToDot1qIs( vlan, vlan + 100 );

@@ -252,4 +252,33 @@ TEST_F( FloodingEsiSmTest, TunnelThatGoesAndComesConcernsItsOwnPairsAlone ) {
   EXPECT_EQ( inHardware().size(), 6u );
 }
 
+TEST_F( FloodingEsiSmTest, LabelAndHardwareIdThatWentUnheardAreMadeUpFor ) {
+  for ( const auto & go : std::vector< std::function< void() > >{
+            [ & ] { evpnStatus->localEsiLabelDel( eth1 ); },
+            [ & ] { mapping->tunnelIdToHwTunnelIdDel( tunnel( 1 ) ); } } ) {
+    segmentOfEth1();
+    start();
+    EXPECT_EQ( inHardware().size(), 1u );
+    sm->vexDoZombieReactors( true );
+    go();
+    sm->vexDoZombieReactors( false );
+    EXPECT_THAT( inHardware(), IsEmpty() );
+  }
+}
+
+TEST_F( FloodingEsiSmTest, PortThatStaysIsNotCalledAStaleMember ) {
+  helper->updateSupportedOnCreateEsiDataIs( true );
+  segmentOfEth1();
+  start();
+  hwIdIs( 2, 8 );
+  failNext( Operation::createEsiData, 1 );
+  segment( eth1 )->remoteEsiLabelIs( tep( 2 ), { 2, 200 } );
+  segment( eth1 )->designatedForwarderTepIs( 10, tep( 2 ) ); // marked, and refused
+  helper->updateSupportedOnCreateEsiDataIs( false );
+  TraceCapture trace( "KezEvpnFloodingEsiSm/5" );
+  advance( 5 );
+  EXPECT_THAT( trace.take(), testing::Not( Contains( "5 stale lag member, delete" ) ) );
+  EXPECT_EQ( inHardware()[ Port( eth1, eth1, 10 ) ], data( 2, 8, 200, 50 ) );
+}
+
 } // namespace

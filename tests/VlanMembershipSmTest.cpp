@@ -101,4 +101,19 @@ TEST_F( VlanMembershipSmTest, MissingInputIsFatalOnceAPairIsEvaluated ) {
       "bridgingConfig\\(\\)" );
 }
 
+TEST_F( VlanMembershipSmTest, WhatLeavesUnheardIsMadeUpFor ) {
+  operational( 10, eth1 );
+  operational( 20, eth1 );
+  configured( 30, eth2 );
+  evpnStatus->encapBumFilterIs( eth2 );
+  start();
+  sm->vexDoZombieReactors( true );
+  statusDir->vlanStatus( 10 )->vlanPortStatusDelAll();
+  statusDir->vlanStatusDel( 20 );
+  config->vlanConfig( 30 )->intfDelAll();
+  sm->vexDoZombieReactors( false );
+  EXPECT_EQ( evpnVlanStatus->vlanStatuss(), 0u );
+  EXPECT_EQ( sm->intfVlanConfigSets(), 0u );
+}
+
 } // namespace
