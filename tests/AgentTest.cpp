@@ -169,8 +169,8 @@ TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
                            "found nothing" },
     { "call ticker.pause",
       "13: expected an operation of Test::Ticker (scheduleNow, note, cancel), found 'pause'" },
-    { "call ticker.rack.slot[Ethernet9,1].label",
-      "36: expected an operation of Test::Slot (it has none), found 'label'" },
+    { "call ticker.rack.slot[Ethernet9,1].paint",
+      "36: expected an operation of Test::Slot (it has none), found 'paint'" },
     { "call ticker.cancel",
       "13: expected an operation that may be called at any time; cancel may not" },
     { "call ticker.note", "17: argument 'intfId': expected Wire::IntfId, found nothing" },
@@ -250,7 +250,7 @@ TEST_F( AgentTest, ExpectationsHoldOrShowBothValues ) {
   for ( const auto * text :
         { "rack", "rack.slot", "rack.slot[Ethernet1,10]", "no rack.slot[Ethernet1,11]",
           "no made.slot", "rack.slot count 1", "no rack.slot[Ethernet1,11].weight[Ethernet2]",
-          "rack.slot[Ethernet1,10].weight[Ethernet2] 07", "rack.slot[Ethernet1,10].vlan[30]",
+          "rack.slot[Ethernet1,10].weight[Ethernet2] 7", "rack.slot[Ethernet1,10].vlan[30]",
           "no rack.slot[Ethernet1,10].vlan[31]", "ticker.rack.slot[Ethernet1, 10].vlan count 1",
           "rack.slot[Ethernet9,1].vlan count 0", "ticker.nextRun 2.0" } ) {
     EXPECT_EQ( expect( text ), "" );
