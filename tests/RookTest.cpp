@@ -10,6 +10,7 @@
 #include <random>
 #include <set>
 #include <sstream>
+#include <sys/mman.h>
 #include <thread>
 
 namespace RookTest {
@@ -78,6 +79,11 @@ size_t addresses() {
   return pages * static_cast< size_t >( getpagesize() );
 }
 
+bool addressesLeft( size_t bytes ) {
+  void * const memory = mmap( nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0 );
+  return memory != MAP_FAILED && munmap( memory, bytes ) == 0;
+}
+
 // Tables of few records, and their readers, take few addresses: processes may have a limit of them.
 TEST( Rook, AddressesAreTakenAsATableGrows ) {
   const MountDirectory directory;
@@ -107,6 +113,9 @@ TEST( Rook, WithoutAddressesThereIsNoRoom ) {
   std::string lack;
   {
     const Limit limit( RLIMIT_AS, addresses() + ( size_t( 8 ) << 20 ) );
+    if ( addressesLeft( size_t( 64 ) << 20 ) ) {
+      GTEST_SKIP() << "addresses are not limited here";
+    }
     lack = messageOf< Rook::NoRoom >( [ & ] {
       while ( records < 1000000 ) {
         put();
