@@ -66,6 +66,8 @@ private:
 
   std::mt19937_64 random_;
   std::vector< Kind > kinds_;
+  const bool updatesEsiData_ =
+      oneIn( 2 ); // where it never does, nothing may outlive its tunnel's id
   Lines lines_;
 };
 
@@ -167,7 +169,9 @@ void Generator::segment() {
     add( "del " + path + any( { "", ".remoteEsiLabel", ".designatedForwarderTep" } ) );
     break;
   case 1:
-    add( "set floodingHelper.updateSupportedOnCreateEsiData " + any( { "true", "false" } ) );
+    if ( updatesEsiData_ ) {
+      add( "set floodingHelper.updateSupportedOnCreateEsiData " + any( { "true", "false" } ) );
+    }
     break;
   default:
     setOrDelete( path + ".sharedEsiLabel", number( 200, 201 ) );

@@ -74,6 +74,29 @@ TEST( SimulationTest, WhatDiffersIsSeen ) {
   }
 }
 
+// What few seeds come upon: a forwarder's hardware tunnel id that is lost unheard, and a tunnel
+// that comes into use twice unheard, of which the first time is what counts.
+TEST( SimulationTest, RareLivesEndWhereTheInputsSay ) {
+  const std::string segments = "evpnStatus.ethernetSegmentStatus";
+  const std::string dests =
+      "set floodSetOutput.vlanFloodSet[3].floodSet[00:00:00:00:00:01].destSet";
+  const Lines lives[] = {
+    { "set switch.capacity[hwTunnelIdTypeDefault] 1",
+      "set " + segments + "[Ethernet1].designatedForwarderTep[1] DynamicTunnel0.1",
+      "set " + segments + "[Ethernet1].remoteEsiLabel[DynamicTunnel0.1] 2:100",
+      "set evpnStatus.localEsiLabel[Ethernet1] 2:50", "# unheard evpnFloodingEsiSm",
+      "del " + segments + "[Ethernet1].remoteEsiLabel[DynamicTunnel0.1]",
+      "set " + segments + "[Ethernet2].remoteEsiLabel[DynamicTunnel0.2] 2:100",
+      "set " + segments + "[Ethernet1].remoteEsiLabel[DynamicTunnel0.1] 2:100", compare },
+    { dests + "[mpls(,100,3)]", "# silent evpnRemoteInfoFinderSm", dests + "[mpls(,100,1)]",
+      dests + "[mpls(,101,1)]", compare },
+  };
+  for ( const auto & life : lives ) {
+    const auto outcome = Sim::run( life );
+    EXPECT_FALSE( outcome ) << outcome->text;
+  }
+}
+
 TEST( SimulationTest, WhatFailsIsCutDown ) {
   auto lines = Sim::randomLines( 3, 200 );
   lines.insert( lines.begin() + 90, "set switch.vlan[9] 7" );
