@@ -74,6 +74,7 @@ public:
                              const MplsDestConfig & config ) override;
   void handleFecResponse( Rook::Fib::FecId fecId );
   void explain( const Subject & subject, Explanation & out ) const override;
+  void check( Findings & out ) const override;
 
   void processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
                         const L2Rib::Dest & dest ) override;
@@ -93,6 +94,7 @@ private:
   enum class Use { none, destinations, hardware };
   Use useOf( const MplsFloodSetVia & via ) const;
   void explainPath( const MplsFloodSetVia & via, Explanation & out ) const;
+  void checkFecIds( Findings & out ) const;
 
   void handleVlanFloodSetStatusNotInitialized() override;
   void makeUpForZombieMark() override;

@@ -231,6 +231,7 @@ void EvpnFloodingDot1qSm::handleLagPort( Wire::IntfId lagIntfId ) {
   }
 }
 
+// Every interface has been queued for review by the reactors of its VLANs.
 void EvpnFloodingDot1qSm::makeUpForZombieMark() {
   for ( const auto [ vlanId, dot1q ] : programmedDot1q() ) {
     if ( !evpnStatus()->vlanToDot1qHas( vlanId ) ) {
@@ -239,11 +240,6 @@ void EvpnFloodingDot1qSm::makeUpForZombieMark() {
   }
   for ( const auto [ vlanId, dot1q ] : evpnStatus()->vlanToDot1q() ) {
     handleVlanDot1q( vlanId );
-  }
-  for ( const auto & [ intfId, vlans ] : intfVlanSet() ) {
-    if ( isLag( intfId ) ) {
-      handleLagPort( intfId );
-    }
   }
 }
 

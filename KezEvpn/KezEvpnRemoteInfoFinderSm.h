@@ -51,6 +51,7 @@ public:
   void processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
                         const L2Rib::Dest & dest );
   void explain( const Subject & subject, Explanation & out ) const override;
+  void check( Findings & out ) const override;
 
 private:
   void makeUpForZombieMark() override;

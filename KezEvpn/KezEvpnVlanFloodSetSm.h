@@ -62,6 +62,7 @@ public:
   void addOrUpdateMplsDestHwConfig( const VlanMacDest & vmd );
   void deleteMplsDestHwConfig( const VlanMacDest & vmd );
   void explain( const Subject & subject, Explanation & out ) const override;
+  void check( Findings & out ) const override;
 
 private:
   // Of destinations, how many stand where.

@@ -3,6 +3,7 @@
 #include "sim/PrivateState.h"
 #include "sim/Report.h"
 
+#include "KezEvpn/frame/Findings.h"
 #include "Vex/Clock.h"
 
 #include <algorithm>
@@ -189,31 +190,26 @@ String Simulation::brokenPromises() const {
   if ( hardware.refusalCounts() > 0 ) {
     return "wrong call " + hardware.lastRefusal();
   }
-  const auto waits = []( size_t parked, const auto & sm ) {
-    return parked > 0 && !sm->reviewUnprogrammed()->isScheduled();
-  };
-  if ( waits( system_->dot1qSm->unprogrammedDot1qs(), system_->dot1qSm ) ||
-       waits( system_->floodFilterSm->unprogrammedFilters(), system_->floodFilterSm ) ||
-       waits( system_->esiSm->unprogrammedEsis(), system_->esiSm ) ||
-       waits( system_->lfibHwStatus->unprogrammedRoutes(), system_->decapSm ) ) {
-    return "something is parked and no retry is due";
+  String broken;
+  Agent::forEachMachine( wiring_, [ & ]( const Kez::StateMachine & machine ) {
+    if ( isDeaf( machine ) ) {
+      return; // it cannot know
+    }
+    Kez::Findings findings( machine.name() );
+    machine.check( findings );
+    broken += findings.text();
+  } );
+  if ( !broken.empty() ) {
+    return broken;
   }
   return shell_.failures() ? errors_.str() : "";
-}
-
-template< class Do > void Simulation::forEachMachine( const Do & what ) const {
-  for ( const auto & root : wiring_.roots ) {
-    if ( auto * machine = dynamic_cast< Kez::StateMachine * >( root.entity.get() ) ) {
-      what( *machine );
-    }
-  }
 }
 
 void Simulation::tellMachines( std::string_view names, std::string_view kind ) {
   std::vector< Kez::StateMachine * > named;
   std::istringstream in{ String( names ) };
   for ( String name; in >> name; ) {
-    forEachMachine( [ & ]( Kez::StateMachine & machine ) {
+    Agent::forEachMachine( wiring_, [ & ]( Kez::StateMachine & machine ) {
       if ( machine.name() == name ) {
         named.push_back( &machine );
       }
@@ -277,7 +273,7 @@ String Simulation::compare() {
 // Every machine is made to look at all of its inputs again, and finds nothing to do.
 String Simulation::reviewEverything() {
   const auto before = hardwareCalls();
-  forEachMachine( []( Kez::StateMachine & machine ) {
+  Agent::forEachMachine( wiring_, []( Kez::StateMachine & machine ) {
     machine.vexDoZombieReactors( true );
     machine.vexDoZombieReactors( false );
   } );

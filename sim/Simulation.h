@@ -46,7 +46,6 @@ private:
   Vex::String brokenPromises() const;
   Vex::String compare();
   Vex::String reviewEverything();
-  template< class Do > void forEachMachine( const Do & what ) const;
   void tellMachines( std::string_view names, std::string_view kind );
   void hear( Kez::StateMachine & machine );
   bool isDeaf( const Kez::StateMachine & machine ) const;

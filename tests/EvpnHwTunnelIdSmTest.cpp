@@ -243,6 +243,7 @@ TEST_F( EvpnHwTunnelIdSmTest, IdChangesItsTypeWithWhatAllSegmentsNeed ) {
   EXPECT_THAT( trace.take(),
                ElementsAre( "8 EvpnHwTunnelIdSm::VexSegmentStatus::handleSharedEsiLabel intfId "
                             "Port-Channel2 sharedEsiLabelValid 1",
+                            "8 EvpnHwTunnelIdSm::maybeReprogramHwTunnelId tunnelId 5",
                             "8  tunnelId 5 already has HwTunnelId allocated with type "
                             "hwTunnelIdTypeSharedEsi" ) );
   sharedEsi( es1, false );
@@ -355,7 +356,8 @@ TEST_F( EvpnHwTunnelIdSmTest, BrokenInvariantsAreFatalAndNothingHappensBeforeItS
   evpnStatus->ethernetSegmentStatusDel( es1 );
   sm->vex_handleReviewUnprogrammed_taskRun();
   EXPECT_DEATH( sm->maybeScheduleUnprogrammedReview( true ), "initialized\\(\\)" );
-  EXPECT_DEATH( sm->doReviewUnprogrammed(), "KezEvpnHwTunnelIdSm:[0-9]+: .*initialized\\(\\)" );
+  EXPECT_DEATH( sm->doReviewUnprogrammed(),
+                "/src/KezEvpn/KezEvpnHwTunnelIdSm: .*initialized\\(\\)" );
   start( 1, 0 );
   EXPECT_DEATH( sm->publishHwTunnelId( 7 ), "remoteInfo\\(\\)->remoteTunnelIdHas\\( tunnelId \\)" );
 }

@@ -194,7 +194,7 @@ TEST_F( FloodSetSmTest, TracesHandlersOfWholeFloodSetsAndWhyAPathStays ) {
   EXPECT_THAT( trace.take(),
                ElementsAre( "8 handleFloodSet " + set, "8 handleDestSet " + dest,
                             "8 processMplsDest " + dest, "8 processFecRequest " + path,
-                            "8 createOrUpdateFecRequest",
+                            "8 createOrUpdateFecRequest tunnelId: 5 label: 100 vlanId: 0",
                             "2      mplsFloodSetFecRequest created or updated: (tunnelId: 5 label: "
                             "100 hwTunnelId:0:0 fecId: " +
                                 fecId ) );

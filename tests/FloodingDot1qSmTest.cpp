@@ -66,6 +66,8 @@ TEST_F( FloodingDot1qSmTest, NewTagReplacesVlanAtOnceAndMappingsASecondLater ) {
                                           "programmedDot1qExists 1 programmedDot1q 110 "
                                           "publishedDot1qExists 1 publishedDot1q 111",
                                           "5 programmed vlan 10 with dot1q 111",
+                                          "8 EvpnFloodingDot1qSm::maybeScheduleIntfVlanReview intf "
+                                          "Ethernet1 vlan 10",
                                           "5 next intf vlan review at 2" ) );
   EXPECT_EQ( hardware->vlan( 10 ), 111 );
   EXPECT_THAT( mappings(), ElementsAre( std::pair( Switch::PortVlanKey( eth1, eth1, 10 ), 110 ) ) );

@@ -256,6 +256,7 @@ TEST_F( FloodingEsiSmTest, LabelAndHardwareIdThatWentUnheardAreMadeUpFor ) {
   for ( const auto & go : std::vector< std::function< void() > >{
             [ & ] { evpnStatus->localEsiLabelDel( eth1 ); },
             [ & ] { mapping->tunnelIdToHwTunnelIdDel( tunnel( 1 ) ); } } ) {
+    sm = nullptr;
     segmentOfEth1();
     start();
     EXPECT_EQ( inHardware().size(), 1u );

@@ -55,4 +55,56 @@ void EvpnFloodSetFecSm::explainPath( const MplsFloodSetVia & via, Explanation & 
   }
 }
 
+// --- What holds between events
+
+void EvpnFloodSetFecSm::check( Findings & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  checkFecIds( out );
+  for ( const auto & [ via, entry ] : floodSetEntryCache() ) {
+    out.expect( entry->vlanMacDestSets() > 0, "floodSetEntryCache has an empty path ", via );
+    out.expect( mplsFloodSetViaCacheHas( via ), "path ", via, " is used and has no FEC" );
+  }
+  size_t configs = 0;
+  for ( const auto & [ via, entry ] : floodSetStatusCache() ) {
+    out.expect( entry->statuss() > 0, "floodSetStatusCache has an empty path ", via );
+    configs += entry->statuss();
+    for ( const auto & [ macVlanPair, further ] : entry->furtherConfig() ) {
+      configs += further;
+    }
+  }
+  out.expect( configs == programmedConfigs(), "floodSetStatusCache is made of ", configs,
+              " configurations, not of ", programmedConfigs() );
+  for ( const auto & [ via, hwInfo ] : hwInfoMapping()->mapping() ) {
+    out.expect( mplsFloodSetViaCacheHas( via ), "path ", via, " is answered and has no FEC" );
+  }
+}
+
+// Ids and paths are inverses, held by a request or a response, and the numbers in use.
+void EvpnFloodSetFecSm::checkFecIds( Findings & out ) const {
+  size_t requested = 0, byTunnel = 0;
+  for ( const auto & [ fecId, via ] : fecIdCache() ) {
+    out.expect( mplsFloodSetViaCache( via ) == fecId, "path ", via, " has another FEC than ",
+                fecId );
+    const bool isRequested = mplsFloodSetFecRequest()->fecHas( fecId );
+    out.expect( isRequested || mplsFloodSetFecResponse()->hwFecIdResponseHas( fecId ), "FEC ",
+                fecId, " is neither requested nor answered" );
+    const auto tunnelInfo = tunnelInfoCache( via.tunnelId );
+    out.expect( !isRequested || ( tunnelInfo && tunnelInfo->mplsFloodSetViaSetHas( via ) ),
+                "tunnelInfoCache lacks path ", via );
+    requested += isRequested ? 1 : 0;
+  }
+  for ( const auto & [ tunnelId, tunnelInfo ] : tunnelInfoCache() ) {
+    out.expect( tunnelInfo->mplsFloodSetViaSets() > 0, "tunnelInfoCache has an empty tunnel ",
+                tunnelId );
+    byTunnel += tunnelInfo->mplsFloodSetViaSets();
+  }
+  out.expect( byTunnel == requested, "tunnelInfoCache has ", byTunnel, " paths, requested are ",
+              requested );
+  const auto used = numAllocatorStatus()->counts().used;
+  out.expect( mplsFloodSetViaCaches() == fecIdCaches() && used == fecIdCaches(), fecIdCaches(),
+              " FECs, ", mplsFloodSetViaCaches(), " paths and ", used, " numbers in use" );
+}
+
 } // namespace Kez

@@ -15,4 +15,10 @@ void EvpnRemoteInfoFinderSm::explain( const Subject & subject, Explanation & out
   }
 }
 
+void EvpnRemoteInfoFinderSm::check( Findings & out ) const {
+  for ( const auto [ tunnelId, count ] : remoteInfo()->remoteTunnelId() ) {
+    out.expect( count > 0, "tunnel ", tunnelId, " is counted, and nothing uses it" );
+  }
+}
+
 } // namespace Kez

@@ -58,4 +58,44 @@ void EvpnVlanFloodSetSm::count( const VlanMacDest & vmd, Tally & tally ) const {
   }
 }
 
+// --- What holds between events
+
+void EvpnVlanFloodSetSm::check( Findings & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  size_t byTunnel = 0, byPath = 0, further = 0, published = 0;
+  for ( const auto & [ tunnelId, entry ] : tunnelToFloodSetEntry() ) {
+    out.expect( entry->vlanMacDestSets() > 0, "tunnelToFloodSetEntry has an empty tunnel ",
+                tunnelId );
+    byTunnel += entry->vlanMacDestSets();
+  }
+  for ( const auto & [ via, entry ] : hwInfoMapKeyToFloodSetEntry() ) {
+    out.expect( entry->vlanMacDestSets() > 0, "hwInfoMapKeyToFloodSetEntry has an empty path ",
+                via );
+    byPath += entry->vlanMacDestSets();
+    for ( const auto & vmd : entry->vlanMacDestSet() ) {
+      const auto ofTunnel = tunnelToFloodSetEntry( via.tunnelId );
+      out.expect( ofTunnel && ofTunnel->vlanMacDestSetHas( vmd ), "tunnelToFloodSetEntry lacks ",
+                  vmd );
+    }
+  }
+  out.expect( byTunnel == byPath, "tunnelToFloodSetEntry has ", byTunnel,
+              " destinations, hwInfoMapKeyToFloodSetEntry ", byPath );
+  for ( const auto & [ vmd, config ] : mplsDestHwConfig() ) {
+    const auto floodSet = vlanFloodSetHwConfig()->config( vmd.macVlanPair() );
+    out.expect( floodSet && floodSet->mplsDestConfigHas( config ), "the configuration of ", vmd,
+                " is not published" );
+  }
+  for ( const auto & [ floodSetConfig, count ] : furtherDest() ) {
+    further += count;
+  }
+  for ( const auto & [ macVlanPair, floodSet ] : vlanFloodSetHwConfig()->config() ) {
+    out.expect( floodSet->mplsDestConfigs() > 0, "an empty flood set is published" );
+    published += floodSet->mplsDestConfigs();
+  }
+  out.expect( published + further == mplsDestHwConfigs(), published, " configurations and ",
+              further, " that share one are not those of ", mplsDestHwConfigs(), " destinations" );
+}
+
 } // namespace Kez

@@ -1,0 +1,22 @@
+#include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
+
+#include "KezEvpn/frame/Findings.h"
+
+namespace Kez {
+
+void VlanFloodSetFilterSm::check( Findings & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  for ( const auto & [ vlanId, vlanFloodSet ] : outFloodSetOutput()->vlanFloodSet() ) {
+    out.expect( vlanFloodSet->floodSets() > 0, "VLAN ", vlanId, " has no flood set" );
+    for ( const auto & [ mac, floodSet ] : vlanFloodSet->floodSet() ) {
+      out.expect( floodSet->destSets() > 0, "flood set ", mac, " of VLAN ", vlanId, " is empty" );
+      for ( const auto & dest : floodSet->destSet() ) {
+        out.expect( dest.destType() == destType(), "destination ", dest, " is of another type" );
+      }
+    }
+  }
+}
+
+} // namespace Kez
