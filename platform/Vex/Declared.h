@@ -64,7 +64,8 @@ template< class C, AttrId id > constexpr auto collectionUnder() {
     using Storage = std::remove_reference_t< decltype( std::declval< C & >().*storage ) >;
     if constexpr (
         requires { typename Storage::Key; } && !requires { typename Storage::Notifier; } ) {
-      return std::make_tuple( CollectionOf{ storage, id } );
+      return std::make_tuple(
+          CollectionOf< decltype( C::vexStorage( AttrTag< id >() ) ) >{ storage, id } );
     } else {
       return std::tuple<>();
     }
