@@ -7,6 +7,7 @@
 #include "agent/Session.h"
 #include "record/SteppedPace.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -55,7 +56,7 @@ struct Options {
   std::string ring;
   std::string tables;
   bool echo = false;
-  std::optional< std::string > clock;
+  std::string clock;
 };
 
 // Keeps the ring of the options mounted, if they have one.
@@ -81,42 +82,43 @@ public:
   MountDirectory & operator=( const MountDirectory & ) = delete;
 };
 
-// Of the arguments after the first.
+using TextOption = std::pair< std::string_view, std::string Options::* >;
+constexpr TextOption textOptions[] = {
+  { "--trace", &Options::trace },   { "--ring", &Options::ring },
+  { "--tables", &Options::tables }, { "--record", &Options::record },
+  { "--report", &Options::report }, { "--clock", &Options::clock }
+};
+
+// Of the arguments after the first: "--option value" or "--option=value".
 Options parseOptions( const std::vector< std::string > & arguments ) {
   Options options;
   for ( size_t i = 1; i < arguments.size(); ++i ) {
-    const auto & option = arguments[ i ];
-    const auto value = [ & ] {
-      if ( ++i == arguments.size() || arguments[ i ].empty() ) {
-        throw UsageError( option + ": expected a value" );
+    const auto & argument = arguments[ i ];
+    const auto name = argument.substr( 0, argument.find( '=' ) );
+    const auto * const option =
+        std::find_if( std::begin( textOptions ), std::end( textOptions ),
+                      [ & ]( const TextOption & each ) { return each.first == name; } );
+    if ( option != std::end( textOptions ) ) {
+      const bool inOne = name.size() < argument.size();
+      const auto value = inOne                     ? argument.substr( name.size() + 1 )
+                         : ++i == arguments.size() ? std::string()
+                                                   : arguments[ i ];
+      if ( value.empty() ) {
+        throw UsageError( name + ": expected a value" );
       }
-      return arguments[ i ];
-    };
-    if ( option == "--echo" ) {
+      options.*option->second = value;
+    } else if ( argument == "--echo" ) {
       options.echo = true;
-    } else if ( option == "--trace" ) {
-      options.trace = value();
-    } else if ( option == "--record" ) {
-      options.record = value();
-    } else if ( option == "--report" ) {
-      options.report = value();
-    } else if ( option == "--ring" ) {
-      options.ring = value();
-    } else if ( option == "--tables" ) {
-      options.tables = value();
-    } else if ( option == "--clock" ) {
-      const auto clock = value();
-      if ( clock != "virtual" && clock != "steady" ) {
-        throw UsageError( "--clock: expected virtual or steady, found '" + clock + "'" );
-      }
-      options.clock = clock;
-    } else if ( option != "-" && option.starts_with( "-" ) ) {
+    } else if ( argument != "-" && argument.starts_with( "-" ) ) {
       throw UsageError(
           "expected --trace, --ring, --tables, --record, --report, --echo or --clock, found '" +
-          option + "'" );
+          argument + "'" );
     } else {
-      options.files.push_back( option );
+      options.files.push_back( argument );
     }
+  }
+  if ( !options.clock.empty() && options.clock != "virtual" && options.clock != "steady" ) {
+    throw UsageError( "--clock: expected virtual or steady, found '" + options.clock + "'" );
   }
   return options;
 }
@@ -249,7 +251,7 @@ void checkArguments( const std::string & command, const Options & options ) {
     expect( options.files.empty(), "no file; lines come from standard input" );
   } else {
     expect( options.files.size() == 1 && options.files[ 0 ] != "-", "a record, and one alone" );
-    expect( options.record.empty() && !options.clock && options.tables.empty(),
+    expect( options.record.empty() && options.clock.empty() && options.tables.empty(),
             "none of --record, --clock and --tables" );
   }
 }
@@ -305,7 +307,8 @@ int runOrConverse( const Options & options, const Input & input, std::ostream & 
 int dispatch( const std::vector< std::string > & arguments, const Input & input, std::ostream & out,
               std::ostream & err ) {
   const std::string command = arguments.empty() ? "" : arguments[ 0 ];
-  if ( command == "help" || command == "--help" ) {
+  if ( command == "help" ||
+       std::find( arguments.begin(), arguments.end(), "--help" ) != arguments.end() ) {
     out << usage;
     return 0;
   }
@@ -330,7 +333,12 @@ int dispatch( const std::vector< std::string > & arguments, const Input & input,
 int kezAgent( const std::vector< std::string > & arguments, const Input & input, std::ostream & out,
               std::ostream & err ) {
   try {
-    return dispatch( arguments, input, out, err );
+    const int status = dispatch( arguments, input, out, err );
+    if ( !out.flush() ) {
+      throw std::runtime_error( std::string( "cannot write standard output: " ) +
+                                std::strerror( errno ) );
+    }
+    return status;
   } catch ( const UsageError & error ) {
     err << "kez-agent: " << error.what() << "\ntry kez-agent help\n";
   } catch ( const std::exception & error ) {

@@ -42,32 +42,29 @@ struct OperationType {
   }
 };
 
-inline constexpr std::array operationTypes{
-  OperationType{ Operation::createVlan, Table::vlan, { Failure::notProgrammed } },
-  OperationType{ Operation::createNonDfPort,
-                 Table::nonDfPort,
-                 { Failure::notProgrammed, Failure::invalidHwId } },
-  OperationType{ Operation::createVlanToDot1qMapping,
-                 Table::dot1qMapping,
-                 { Failure::notProgrammed, Failure::invalidHwId } },
-  OperationType{
-      Operation::createEsiData, Table::esiData, { Failure::notProgrammed, Failure::invalidHwId } },
-  OperationType{ Operation::createEsiPortMap,
-                 Table::esiPortMap,
-                 { Failure::notProgrammed, Failure::tableFull } },
-  OperationType{
-      Operation::getHwTunnelId, Table::hwTunnelIdTypeDefault, { Failure::notProgrammed } },
-  OperationType{ Operation::createFec, Table::fec, { Failure::notProgrammed } },
-  OperationType{ Operation::createFloodSetDest, Table::floodSetDest, { Failure::notProgrammed } },
-  OperationType{ Operation::deleteVlan, Table::vlan },
-  OperationType{ Operation::deleteNonDfPort, Table::nonDfPort },
-  OperationType{ Operation::deleteVlanToDot1qMapping, Table::dot1qMapping },
-  OperationType{ Operation::deleteEsiData, Table::esiData },
-  OperationType{ Operation::deleteEsiPortMap, Table::esiPortMap },
-  OperationType{ Operation::releaseHwTunnelId, Table::hwTunnelIdTypeDefault },
-  OperationType{ Operation::deleteFec, Table::fec },
-  OperationType{ Operation::deleteFloodSetDest, Table::floodSetDest }
-};
+inline constexpr auto operationTypes = [] {
+  using enum Operation;
+  using enum Table;
+  using enum Failure;
+  return std::to_array< OperationType >( {
+      { createVlan, vlan, { notProgrammed } },
+      { createNonDfPort, nonDfPort, { notProgrammed, invalidHwId } },
+      { createVlanToDot1qMapping, dot1qMapping, { notProgrammed, invalidHwId } },
+      { createEsiData, esiData, { notProgrammed, invalidHwId } },
+      { createEsiPortMap, esiPortMap, { notProgrammed, tableFull } },
+      { getHwTunnelId, hwTunnelIdTypeDefault, { notProgrammed } },
+      { createFec, fec, { notProgrammed } },
+      { createFloodSetDest, floodSetDest, { notProgrammed } },
+      { deleteVlan, vlan },
+      { deleteNonDfPort, nonDfPort },
+      { deleteVlanToDot1qMapping, dot1qMapping },
+      { deleteEsiData, esiData },
+      { deleteEsiPortMap, esiPortMap },
+      { releaseHwTunnelId, hwTunnelIdTypeDefault },
+      { deleteFec, fec },
+      { deleteFloodSetDest, floodSetDest },
+  } );
+}();
 
 constexpr const OperationType & typeOf( Operation operation ) {
   return operationTypes[ static_cast< size_t >( operation ) ];

@@ -407,7 +407,7 @@ TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {
       0,
       "acsd (Kez::KezCommonSmData)\n",
       "stdin:1:10: expected '.', a blank or the end of the line, found ']'\n" },
-    { { "run", "--trace", "KezEvpnLagSm/5", "-" },
+    { { "run", "--trace=KezEvpnLagSm/5", "-" },
       "set lagConfigDir.lagConfig[Port-Channel1]\ntrace off\nset scheduler.timeSlice 1\n",
       0,
       "      0.000000 KezEvpnLagSm                 5 EvpnLagSm::handleLagConfig lagIntfId "
@@ -430,6 +430,16 @@ TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {
       2,
       "",
       "kez-agent: run: expected a file, or - for standard input\ntry kez-agent help\n" },
+    { { "run", "--ring=" },
+      "",
+      2,
+      "",
+      "kez-agent: --ring: expected a value\ntry kez-agent help\n" },
+    { { "run", "--clock" },
+      "",
+      2,
+      "",
+      "kez-agent: --clock: expected a value\ntry kez-agent help\n" },
   };
   for ( const auto & call : calls ) {
     std::istringstream in( call.input );
@@ -438,6 +448,11 @@ TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {
     EXPECT_EQ( out.str(), call.out );
     EXPECT_EQ( err.str(), call.err );
   }
+  std::istringstream in( "show" );
+  std::ofstream full( "/dev/full" );
+  std::ostringstream err;
+  EXPECT_EQ( Agent::kezAgent( { "run", "-" }, { in, false }, full, err ), 2 );
+  EXPECT_EQ( err.str(), "kez-agent: cannot write standard output: No space left on device\n" );
 }
 
 } // namespace
