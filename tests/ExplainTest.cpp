@@ -1,5 +1,8 @@
 // What machines tell an operator, at every stage that what they are asked about goes through. Each
 // stage is reached by input lines, and what is told is checked against the simulated switch too.
+#include "RookTestTypes.h"
+
+#include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
 #include "KezEvpn/frame/Explain.h"
 #include "KezEvpn/frame/StateMachine.h"
 #include "Vex/Clock.h"
@@ -173,6 +176,14 @@ const std::vector< Story > stories{
             "expect no tunnelIdHwTunnelId.tunnelIdToHwTunnelId[7]",
         "gave its hardware tunnel id up to a segment's tunnel, and gets one when a segment or a "
         "first flood-set destination uses it again" } } },
+  { "tunnel 6",
+    "evpnHwTunnelIdSm",
+    { { "set switch.capacity[hwTunnelIdTypeDefault] 0\nset " + segment +
+            ".sharedEsiLabel 200\nset " + segment + ".remoteEsiLabel[DynamicTunnel0.6] 2:100",
+        "used by segments Port-Channel1; has hardware tunnel id 1:1" },
+      { "del " + segment + ".sharedEsiLabel",
+        "used by segments Port-Channel1; has hardware tunnel id 1:1; found no default id free when "
+        "its segments changed" } } },
   { "tunnel 9",
     "evpnHwTunnelIdSm",
     { { "set switch.capacity[hwTunnelIdTypeDefault] 1\nset " + broadcast + "[mpls(,100,5)]\nset " +
@@ -283,6 +294,39 @@ TEST_P( ExplainTest, EveryStageIsToldAsItIs ) {
     EXPECT_EQ( explanation.text(), stage.words ) << "after\n" << stage.lines;
   }
   EXPECT_EQ( shell.failures(), 0u ) << out.str();
+}
+
+// The record of tunnel 5 in the file of the mapping is damaged after it was written.
+TEST( ExplainDamageTest, DamageIsSaidAndNothingIsDoneAboutIt ) {
+  Vex::Clock::virtualIs( 0 );
+  const RookTest::MountDirectory directory;
+  auto wiring = Agent::wire();
+  std::ostringstream out;
+  Agent::Shell shell( wiring, out, out );
+  const auto execute = [ & ]( const std::string & line ) {
+    out.str( "" );
+    shell.execute( line, line );
+    return out.str();
+  };
+  execute( "set " + broadcast + "[mpls(,100,5)]" );
+  execute( "set " + segment + ".designatedForwarderTep[10] DynamicTunnel0.5" );
+  execute( "set " + segment + ".remoteEsiLabel[DynamicTunnel0.5] 2:100" );
+  const auto mapping = Vex::dynamicCast< Kez::TunnelIdToHwTunnelIdMapping >(
+      wiring.roots.root( "tunnelIdHwTunnelId" )->entity );
+  RookTest::poke( directory.path( "tunnelIdHwTunnelId/tunnelIdToHwTunnelId" ),
+                  RookTest::recordOffset + 8, 7 );
+  size_t handled = 0;
+  mapping->tunnelIdToHwTunnelIdTable().corruptionHandlerIs(
+      [ & ]( const Rook::Corruption & ) { ++handled; } );
+  execute( "trace Kez*/0-9" );
+  for ( const std::string subject : { "tunnel 5", "path 5,100,0", "pair Port-Channel1,10" } ) {
+    const auto told = execute( "explain " + subject );
+    EXPECT_NE( told.find( "slot 0 is damaged" ), std::string::npos ) << told;
+    EXPECT_EQ( told.find( "gave its hardware tunnel id up" ), std::string::npos ) << told;
+    EXPECT_EQ( told.find( "] " ), std::string::npos ) << "traced: " << told;
+  }
+  execute( "trace off" );
+  EXPECT_EQ( handled, 0u );
 }
 
 TEST( ExplainSubjectTest, ReadsWhatIsAskedOfAndRefusesTheRest ) {

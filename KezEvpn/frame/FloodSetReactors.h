@@ -50,9 +50,19 @@ public:
 
   Bridging::VlanId vlanId() const { return this->fwkKey(); }
 
-  void floodSetIs( const Vex::Ptr< const L2Rib::FloodSet > & floodSet ) {
-    floodSet_.make( *this->sm(), floodSet, vlanId() );
+  // The reactor on the flood set of a MAC address; null without one.
+  VlanMember * floodSet( Wire::EthAddr mac ) const { return floodSet_.get( mac ); }
+  size_t floodSets() const { return floodSet_.size(); }
+  // Makes it, with which its handler runs; one that watches the flood set already stays. Null when
+  // what that brought about has dropped it.
+  VlanMember * newFloodSet( const Vex::Ptr< const L2Rib::FloodSet > & floodSet ) {
+    const auto sm = this->sm();
+    const auto vlan = vlanId();
+    const auto mac = floodSet->mac();
+    floodSet_.make( *sm, floodSet, vlan );
+    return sm->vlanFloodSet( vlan ) == this ? floodSet_.get( mac ) : nullptr;
   }
+  void floodSetIs( const Vex::Ptr< const L2Rib::FloodSet > & floodSet ) { newFloodSet( floodSet ); }
   void floodSetDel( Wire::EthAddr mac ) { floodSet_.del( *this->sm(), mac ); }
 
 protected:
