@@ -90,8 +90,9 @@ private:
     }
   }
 
-  // Each after those whose outputs it reads, so that it starts over what they have made of the
-  // inputs that stand, and programs a port once.
+  // Who publishes before who reads it, so that this one starts over what the other has made of the
+  // inputs that stand, and programs a port once. What counts tunnels hears of nothing yet: the
+  // filter before it starts last.
   void wirePorts() {
     machine( "evpnLagSm", Kez::evpnLagSmFactory( acsd_, lagConfigDir_, evpnLagMemberInfo_ ) );
     machine( "kezEvpnVlanMembershipSm",

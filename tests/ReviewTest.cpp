@@ -152,6 +152,19 @@ public:
 
 class PortFilterSmTest : public ReviewTest {
 protected:
+  ~PortFilterSmTest() override {
+    if ( sm ) {
+      Kez::Findings findings( "sm" );
+      sm->check( findings );
+      EXPECT_EQ( findings.text(), "" );
+    }
+  }
+  std::string told( Wire::IntfId intfId ) const {
+    Kez::Explanation explanation;
+    sm->explain( { Kez::IntfVlanKey( intfId, 1 ) }, explanation );
+    return std::string( explanation.text() );
+  }
+
   const Wire::IntfId eth1{ "Ethernet1" };
   const Wire::IntfId eth2{ "Ethernet2" };
   Vex::Ptr< Evpn::EvpnStatus > evpnStatus = Vex::makePtr< Evpn::EvpnStatus >();
@@ -170,6 +183,7 @@ TEST_F( PortFilterSmTest, StartsFromWhatStandsAndRetriesUntilProgrammedOrWithdra
   evpnStatus->encapBumFilterIs( eth2 );
   EXPECT_THAT( chip->take(), ElementsAre( "create Ethernet1", "create Ethernet2" ) );
   EXPECT_EQ( sm->unprogrammeds(), 2u );
+  EXPECT_EQ( told( eth1 ), "filtered, not in hardware; hardware refused once, next try in 5.0 s" );
   advanceTo( 5 ); // one refused again, the other takes its turn
   EXPECT_THAT( chip->take(), ElementsAre( "create Ethernet1", "create Ethernet2" ) );
   EXPECT_EQ( scheduler->nextDeadline(), 10.0 );

@@ -4,9 +4,9 @@ namespace Example {
 
 static Ringlog::Handle traceHandle( "PortFilterSm" );
 
-PortFilterSm::PortFilterSm( const Vex::Ptr< PortFilterHelper > & helper,
-                            const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                            const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus )
+PortFilterSm::PortFilterSm( Kez::Out< PortFilterHelper > helper,
+                            Kez::Out< Loom::TaskScheduler > scheduler,
+                            Kez::In< Evpn::EvpnStatus > evpnStatus )
     : RetryingSm( traceHandle, { Kez::Retry::afterRefusal, Kez::Resume::atBookmark } ),
       helper_( helper ), scheduler_( scheduler ), evpnStatus_( evpnStatus ),
       parking_( *this, *this, unprogrammed_, unprogrammedAttr ), evpnStatusReactor_( *this ) {
@@ -70,6 +70,27 @@ void PortFilterSm::unprogramFilter( Wire::IntfId intfId ) {
 void PortFilterSm::doReviewUnprogrammed() {
   TRACE( 8, "doReviewUnprogrammed" );
   parking_.review( [ this ]( Wire::IntfId intfId ) { programFilter( intfId ); } );
+}
+
+// Of an interface in a VLAN, whichever: the filter is the interface's.
+void PortFilterSm::explain( const Kez::Subject & subject, Kez::Explanation & out ) const {
+  const auto * const pair = subject.get< Kez::IntfVlanKey >();
+  if ( !initialized() || !pair ) {
+    return;
+  }
+  const bool wanted = evpnStatus()->encapBumFilterHas( pair->intfId );
+  out.say( wanted ? "filtered" : "not filtered",
+           programmedHas( pair->intfId ) ? ", in hardware" : ", not in hardware" );
+  explainRefusal( pair->intfId, out );
+}
+
+void PortFilterSm::check( Kez::Findings & out ) const {
+  RetryingSm::check( out );
+  parking_.check( out );
+  for ( const auto intfId : unprogrammed() ) {
+    out.expect( !programmedHas( intfId ), intfId, " is parked and programmed" );
+    out.expect( evpnStatus()->encapBumFilterHas( intfId ), intfId, " is parked and not wanted" );
+  }
 }
 
 } // namespace Example

@@ -42,15 +42,16 @@ public:
   VEX_SET( 5, unprogrammed, Wire::IntfId )
   VEX_ATTRIBUTES( helper, scheduler, evpnStatus, programmed, unprogrammed )
 
-  PortFilterSm( const Vex::Ptr< PortFilterHelper > & helper,
-                const Vex::Ptr< Loom::TaskScheduler > & scheduler,
-                const Vex::Ptr< const Evpn::EvpnStatus > & evpnStatus );
+  PortFilterSm( Kez::Out< PortFilterHelper > helper, Kez::Out< Loom::TaskScheduler > scheduler,
+                Kez::In< Evpn::EvpnStatus > evpnStatus );
 
   void handleInitialized() override;
   void handleEncapBumFilter( Wire::IntfId intfId );
   void programFilter( Wire::IntfId intfId );
   void unprogramFilter( Wire::IntfId intfId );
   void doReviewUnprogrammed() override;
+  void explain( const Kez::Subject & subject, Kez::Explanation & out ) const override;
+  void check( Kez::Findings & out ) const override;
 
 private:
   size_t parked() const override { return unprogrammeds(); }
