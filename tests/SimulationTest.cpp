@@ -23,26 +23,28 @@ TEST( SimulationTest, SeedsEndWhereTheInputsSay ) {
   }
 }
 
+// Something of everything, at rest.
+const Lines life{
+  "set lagConfigDir.lagConfig[Port-Channel1].member[Ethernet1] portProgRxTx",
+  "set vlanStatusDir.vlanStatus[1].vlanPortStatus[Port-Channel1] forwarding",
+  "set evpnStatus.vlanToDot1q[1] 100",
+  "set evpnStatus.evpnVlanFloodStatus[1].floodFilter[Port-Channel1]",
+  "set evpnStatus.localEsiLabel[Port-Channel1] 2:50",
+  "set evpnStatus.ethernetSegmentStatus[Port-Channel1].designatedForwarderTep[1] "
+  "DynamicTunnel0.1",
+  "set evpnStatus.ethernetSegmentStatus[Port-Channel1].remoteEsiLabel[DynamicTunnel0.1] 2:100",
+  "set floodSetOutput.vlanFloodSet[1].floodSet[ff:ff:ff:ff:ff:ff].destSet[mpls(,100,1)]",
+  "set lfibStatus.evpnEthernetSegmentFilterVia[evpnEthernetSegmentFilter:1] "
+  "evpnEthernetSegmentFilter:1,500,Ethernet1",
+  "set lfibStatus.viaSet[1] 1,evpnEthernetSegmentFilter:1",
+  "set lfibStatus.route[1] 1,1",
+  "set lfibTrackingStatus.routeKeyBacklog[1]",
+  compare,
+};
+
 // A line that makes the switch or an input other than the machines know, and what must be said of
 // it. Nothing may pass unseen, nor be forgotten by a restart.
 TEST( SimulationTest, WhatDiffersIsSeen ) {
-  const Lines life{
-    "set lagConfigDir.lagConfig[Port-Channel1].member[Ethernet1] portProgRxTx",
-    "set vlanStatusDir.vlanStatus[1].vlanPortStatus[Port-Channel1] forwarding",
-    "set evpnStatus.vlanToDot1q[1] 100",
-    "set evpnStatus.evpnVlanFloodStatus[1].floodFilter[Port-Channel1]",
-    "set evpnStatus.localEsiLabel[Port-Channel1] 2:50",
-    "set evpnStatus.ethernetSegmentStatus[Port-Channel1].designatedForwarderTep[1] "
-    "DynamicTunnel0.1",
-    "set evpnStatus.ethernetSegmentStatus[Port-Channel1].remoteEsiLabel[DynamicTunnel0.1] 2:100",
-    "set floodSetOutput.vlanFloodSet[1].floodSet[ff:ff:ff:ff:ff:ff].destSet[mpls(,100,1)]",
-    "set lfibStatus.evpnEthernetSegmentFilterVia[evpnEthernetSegmentFilter:1] "
-    "evpnEthernetSegmentFilter:1,500,Ethernet1",
-    "set lfibStatus.viaSet[1] 1,evpnEthernetSegmentFilter:1",
-    "set lfibStatus.route[1] 1,1",
-    "set lfibTrackingStatus.routeKeyBacklog[1]",
-    compare,
-  };
   ASSERT_FALSE( Sim::run( life ) );
   const std::pair< const char *, const char * > tampering[] = {
     { "del switch.vlan[1]", "switch.vlan lacks 1 -> 100" },
@@ -71,6 +73,47 @@ TEST( SimulationTest, WhatDiffersIsSeen ) {
       EXPECT_GE( outcome->line, lines.size() - 2 ) << outcome->text;
       EXPECT_THAT( outcome->text, testing::HasSubstr( expected ) ) << line;
     }
+  }
+}
+
+// What a machine keeps that is no longer what it states.
+TEST( SimulationTest, BrokenInvariantsAreSeen ) {
+  using Sim::System;
+  const std::pair< void ( * )( const System & ), const char * > breaks[] = {
+    { []( const System & system ) { system.dot1qSm->intfVlanSetDelAll(); },
+      "evpnFloodingDot1qSm: intfVlanSet lacks VLAN 1 of Port-Channel1" },
+    { []( const System & system ) {
+       system.dot1qSm->unprogrammedDot1qIs( { "Ethernet9", 1 } );
+     },
+      "evpnFloodingDot1qSm: keys are parked and no review is due" },
+    { []( const System & system ) { system.floodFilterSm->vlanIntfSetDelAll(); },
+      "kezEvpnFloodFilterSm: vlanIntfSet lacks Port-Channel1 in VLAN 1" },
+    { []( const System & system ) { system.esiSm->intfTunnelVlanSetDelAll(); },
+      "evpnFloodingEsiSm: intfTunnelVlanSet has 0 triples of 1" },
+    { []( const System & system ) { system.hwTunnelIdSm->tunnelInfoDelAll(); },
+      "evpnHwTunnelIdSm: tunnelInfo of 1 lacks Port-Channel1" },
+    { []( const System & system ) { system.membershipSm->intfVlanConfigSetIs( "Ethernet9" ); },
+      "kezEvpnVlanMembershipSm: intfVlanConfigSet has an empty interface Ethernet9" },
+    { []( const System & system ) { system.fecSm->floodSetEntryCacheDelAll(); },
+      "evpnFloodSetFecSm: floodSetEntryCache has 0 destinations of 1" },
+    { []( const System & system ) { system.floodSetSm->tunnelToFloodSetEntryDelAll(); },
+      "evpnVlanFloodSetSm: tunnelToFloodSetEntry has 0 destinations" },
+    { []( const System & system ) { system.decapSm->intfRouteDelAll(); },
+      "esiFilteringDecapSm: routes and interfaces are not one to one" },
+    { []( const System & system ) { system.evpnLagMemberInfo->lagToPortIs( "Port-Channel9", {} ); },
+      "evpnLagSm: Port-Channel9 is published without a port" },
+    { []( const System & system ) { system.mplsFloodSetOutput->vlanFloodSetIs( 9 ); },
+      "vlanFloodSetFilterSm: VLAN 9 has no flood set" },
+    { []( const System & system ) { system.evpnRemoteInfo->remoteTunnelIdIs( 9, 0 ); },
+      "evpnRemoteInfoFinderSm: tunnel 9 is counted, and nothing uses it" },
+  };
+  for ( const auto & [ harm, expected ] : breaks ) {
+    Simulation simulation;
+    for ( const auto & line : life ) {
+      ASSERT_EQ( simulation.execute( line ), "" );
+    }
+    harm( simulation.system() );
+    EXPECT_THAT( simulation.execute( "advance 0" ), testing::HasSubstr( expected ) );
   }
 }
 

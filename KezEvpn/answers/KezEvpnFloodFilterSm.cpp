@@ -24,6 +24,22 @@ void KezEvpnFloodFilterSm::check( Findings & out ) const {
   PortProgrammingSm::check( out );
   parking_.check( out );
   ports_.check( out );
+  if ( !initialized() ) {
+    return;
+  }
+  for ( const auto & [ intfId, vlans ] : intfVlanSet() ) {
+    for ( const auto vlanId : vlans->vlanId() ) {
+      out.expect( isFloodFilterApplied( intfId, vlanId ), "intfVlanSet has VLAN ", vlanId, " of ",
+                  intfId, ", which is not filtered" );
+    }
+  }
+  for ( const auto & [ vlanId, floodStatus ] : evpnStatus()->evpnVlanFloodStatus() ) {
+    const auto intfs = vlanIntfSet( vlanId );
+    for ( const auto intfId : floodStatus->floodFilter() ) {
+      out.expect( intfs && intfs->intfIdHas( intfId ), "vlanIntfSet lacks ", intfId, " in VLAN ",
+                  vlanId );
+    }
+  }
 }
 
 } // namespace Kez

@@ -62,11 +62,34 @@ void EvpnFloodSetFecSm::check( Findings & out ) const {
     return;
   }
   checkFecIds( out );
+  size_t used = 0, dests = 0, configs = 0, programmed = 0;
   for ( const auto & [ via, entry ] : floodSetEntryCache() ) {
     out.expect( entry->vlanMacDestSets() > 0, "floodSetEntryCache has an empty path ", via );
-    out.expect( mplsFloodSetViaCacheHas( via ), "path ", via, " is used and has no FEC" );
+    out.expect( mplsFloodSetFecRequest()->fecHas( mplsFloodSetViaCache( via ) ), "path ", via,
+                " is used and not requested" );
+    used += entry->vlanMacDestSets();
   }
-  size_t configs = 0;
+  forEachDest( *floodSetOutput(), [ & ]( Bridging::VlanId vlanId, Wire::EthAddr mac,
+                                         const L2Rib::Dest & dest ) {
+    if ( destMplsTunnelId( dest ) == Tunnel::TunnelTable::TunnelId::invalid() ) {
+      return;
+    }
+    const VlanMacDest vmd( vlanId, mac, dest );
+    const auto entry = floodSetEntryCache( mplsFloodSetVia( vmd ) );
+    out.expect( entry && entry->vlanMacDestSetHas( vmd ), "floodSetEntryCache lacks ", vmd );
+    ++dests;
+  } );
+  out.expect( used == dests, "floodSetEntryCache has ", used, " destinations of ", dests );
+  for ( const auto & [ macVlanPair, status ] : vlanFloodSetHwStatus()->status() ) {
+    for ( const auto & [ config, hwProgrammingStatus ] : status->mplsDestStatus() ) {
+      const bool isProgrammed = hwProgrammingStatus == HwProgrammingStatus::programmed;
+      out.expect( programmedConfigHas( { macVlanPair, config } ) == isProgrammed,
+                  "programmedConfig is not as hardware says of ", config );
+      programmed += isProgrammed ? 1 : 0;
+    }
+  }
+  out.expect( programmed == programmedConfigs(), "programmedConfig has ", programmedConfigs(),
+              " configurations of ", programmed );
   for ( const auto & [ via, entry ] : floodSetStatusCache() ) {
     out.expect( entry->statuss() > 0, "floodSetStatusCache has an empty path ", via );
     configs += entry->statuss();

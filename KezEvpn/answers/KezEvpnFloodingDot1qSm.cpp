@@ -75,6 +75,28 @@ void EvpnFloodingDot1qSm::check( Findings & out ) const {
   for ( const auto & [ key, status ] : dot1qStatus() ) {
     out.expect( intfVlanDot1qHas( key ), key, " has ports and no tag" );
   }
+  if ( !initialized() ) {
+    return;
+  }
+  const auto isMember = [ this ]( const IntfVlanKey & key ) {
+    const auto memberInfo = evpnVlanStatus()->vlanStatus( key.vlanId );
+    return memberInfo && memberInfo->memberHas( key.intfId );
+  };
+  for ( const auto & [ intfId, vlans ] : intfVlanSet() ) {
+    for ( const auto vlanId : vlans->vlanId() ) {
+      const IntfVlanKey key{ intfId, vlanId };
+      out.expect( isMember( key ) || intfVlanQueueHas( key ), key,
+                  " is no member any more, and no look at it is due" );
+    }
+  }
+  for ( const auto & [ vlanId, memberInfo ] : evpnVlanStatus()->vlanStatus() ) {
+    const auto intfs = vlanIntfSet( vlanId );
+    for ( const auto intfId : memberInfo->member() ) {
+      const bool known = intfs && intfs->intfIdHas( intfId );
+      out.expect( known || intfVlanQueueHas( { intfId, vlanId } ), intfId, " in VLAN ", vlanId,
+                  " is a member, and no look at it is due" );
+    }
+  }
 }
 
 } // namespace Kez

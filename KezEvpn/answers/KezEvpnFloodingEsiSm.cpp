@@ -81,6 +81,21 @@ void EvpnFloodingEsiSm::check( Findings & out ) const {
     out.expect( intfVlans && intfVlans->intfVlanHas( key ), "tunnelIntfVlanSet lacks ", key );
     out.expect( vlans && vlans->vlanIdHas( key.vlanId ), "intfTunnelVlanSet lacks ", key );
   }
+  for ( const auto & [ intfId, vlans ] : intfVlanSet() ) {
+    for ( const auto vlanId : vlans->vlanId() ) {
+      const auto lack = decide( { intfId, vlanId } ).lack;
+      out.expect( lack != Lack::segment && lack != Lack::designatedForwarder,
+                  "intfVlanSet has VLAN ", vlanId, " of ", intfId,
+                  ", which has no designated forwarder" );
+    }
+  }
+  for ( const auto & [ intfId, reactor ] : segmentStatus() ) {
+    const auto vlans = intfVlanSet( intfId );
+    for ( const auto & [ vlanId, dfTepIntfId ] : reactor->notifier()->designatedForwarderTep() ) {
+      out.expect( !initialized() || ( vlans && vlans->vlanIdHas( vlanId ) ),
+                  "intfVlanSet lacks VLAN ", vlanId, " of ", intfId );
+    }
+  }
   for ( const auto [ key, label ] : intfVlanTunnelLabel() ) {
     out.expect( intfVlanTunnel( { key.intfId, key.vlanId } ) == key.tunnelId,
                 "a label is on record for ", key, ", whose tunnel is another" );

@@ -65,6 +65,11 @@ void EvpnHwTunnelIdSm::check( Findings & out ) const {
       const auto info = tunnelInfo( tunnelId );
       out.expect( info && info->intfIdHas( esIntfId ), "tunnelInfo of ", tunnelId, " lacks ",
                   esIntfId );
+      out.expect( labelled( esIntfId, tunnelId ), "segment ", esIntfId,
+                  " has no label over tunnel ", tunnelId );
+      out.expect( info && info->sharedEsiLabelConfiguredIntfHas( esIntfId ) ==
+                              sharedEsiLabelConfigured( esIntfId ),
+                  "the shared ESI label of ", esIntfId, " is not as tunnel ", tunnelId, " has it" );
     }
   }
   for ( const auto & [ tunnelId, info ] : tunnelInfo() ) {
@@ -84,6 +89,13 @@ void EvpnHwTunnelIdSm::check( Findings & out ) const {
       out.expect( !usedBySegment( tunnelId ), "zombie ", tunnelId, " is used by a segment" );
     }
     zombies += tunnels->tunnelIds();
+  }
+  for ( const auto & [ esIntfId, reactor ] : segmentStatus() ) {
+    const auto tunnels = intfTunnelSet( esIntfId );
+    for ( const auto & [ tepIntfId, label ] : reactor->notifier()->remoteEsiLabel() ) {
+      out.expect( !initialized() || ( tunnels && tunnels->tunnelIdHas( tepIntfId.tunnelId() ) ),
+                  "intfTunnelSet lacks tunnel ", tepIntfId.tunnelId(), " of ", esIntfId );
+    }
   }
   if ( initialized() ) {
     out.expect( zombies + usedAndMapped == tunnelIdHwTunnelId()->tunnelIdToHwTunnelIds(),

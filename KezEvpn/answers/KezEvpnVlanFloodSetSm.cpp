@@ -80,10 +80,23 @@ void EvpnVlanFloodSetSm::check( Findings & out ) const {
                   vmd );
     }
   }
+  size_t dests = 0;
+  forEachDest( *floodSetOutput(),
+               [ & ]( Bridging::VlanId vlanId, Wire::EthAddr mac, const L2Rib::Dest & dest ) {
+                 const VlanMacDest vmd( vlanId, mac, dest );
+                 const auto entry = hwInfoMapKeyToFloodSetEntry( mplsFloodSetVia( vmd ) );
+                 out.expect( entry && entry->vlanMacDestSetHas( vmd ),
+                             "hwInfoMapKeyToFloodSetEntry lacks ", vmd );
+                 ++dests;
+               } );
+  out.expect( byPath == dests, "hwInfoMapKeyToFloodSetEntry has ", byPath, " destinations of ",
+              dests );
   out.expect( byTunnel == byPath, "tunnelToFloodSetEntry has ", byTunnel,
               " destinations, hwInfoMapKeyToFloodSetEntry ", byPath );
   for ( const auto & [ vmd, config ] : mplsDestHwConfig() ) {
     const auto floodSet = vlanFloodSetHwConfig()->config( vmd.macVlanPair() );
+    out.expect( isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ), vmd,
+                " has a configuration, and is in no flood set" );
     out.expect( floodSet && floodSet->mplsDestConfigHas( config ), "the configuration of ", vmd,
                 " is not published" );
   }

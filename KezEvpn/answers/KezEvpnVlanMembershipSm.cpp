@@ -41,6 +41,17 @@ void KezEvpnVlanMembershipSm::check( Findings & out ) const {
   }
   for ( const auto & [ intfId, vlans ] : intfVlanConfigSet() ) {
     out.expect( vlans->vlanIds() > 0, "intfVlanConfigSet has an empty interface ", intfId );
+    for ( const auto vlanId : vlans->vlanId() ) {
+      out.expect( isConfigured( intfId, vlanId ), "intfVlanConfigSet has VLAN ", vlanId, " of ",
+                  intfId, ", which is not configured" );
+    }
+  }
+  for ( const auto & [ vlanId, config ] : bridgingConfig()->vlanConfig() ) {
+    for ( const auto & [ intfId, vlanPortConfig ] : config->intf() ) {
+      const auto vlans = intfVlanConfigSet( intfId );
+      out.expect( vlans && vlans->vlanIdHas( vlanId ), "intfVlanConfigSet lacks VLAN ", vlanId,
+                  " of ", intfId );
+    }
   }
 }
 
