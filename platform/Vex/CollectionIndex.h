@@ -37,9 +37,8 @@ struct alignas( 64 ) IndexChunk {
   using Tag [[gnu::vector_size( 16 )]] = uint8_t;
 
   static Tag tagOf( uint64_t lowByte ) {
-    const Tag one = Tag{} + uint8_t( 1 );
     const Tag all = Tag{} + static_cast< uint8_t >( lowByte );
-    return all > one ? all : one;
+    return all - reinterpret_cast< Tag >( all == 0 ); // which is -1
   }
   static Tag emptyTag() { return Tag{}; }
   static uint32_t number( const Tag & tag ) { return tag[ 0 ]; }
