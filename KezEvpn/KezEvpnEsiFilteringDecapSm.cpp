@@ -33,7 +33,7 @@ EsiFilteringDecapSm::EsiFilteringDecapSm(
     : RetryingSm( traceHandle, { Retry::byMachine, Resume::behindBookmark, reviewTexts } ),
       esiFilteringDecapHelper_( esiFilteringDecapHelper ), lfibStatus_( lfibStatus ),
       scheduler_( scheduler ), lfibTrackingStatus_( lfibTrackingStatus ),
-      lfibHwStatus_( lfibHwStatus ), parking_( *this, *lfibHwStatus ),
+      lfibHwStatus_( lfibHwStatus ), parking_( *this, this->lfibHwStatus() ),
       lfibTrackingStatusReactor_( *this ) {
   lfibTrackingStatusReactor_.notifierIs( lfibTrackingStatus_ );
   EsiFilteringDecapSm::handleInitialized();

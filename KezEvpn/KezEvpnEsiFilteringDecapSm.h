@@ -78,18 +78,18 @@ public:
 private:
   // The line of unprogrammed routes, in the hardware status.
   struct UnprogrammedRoutes {
-    Mpls::LfibHwStatus & lfibHwStatus;
+    const Vex::Ptr< Mpls::LfibHwStatus > & lfibHwStatus; // null when there is none to start on
 
-    size_t size() const { return lfibHwStatus.unprogrammedRoutes(); }
+    size_t size() const { return lfibHwStatus->unprogrammedRoutes(); }
     bool has( const Mpls::RouteKey & routeKey ) const {
-      return lfibHwStatus.unprogrammedRouteHas( routeKey );
+      return lfibHwStatus->unprogrammedRouteHas( routeKey );
     }
-    auto range() const { return lfibHwStatus.unprogrammedRoute(); }
+    auto range() const { return lfibHwStatus->unprogrammedRoute(); }
     void add( const Mpls::RouteKey & routeKey, Mpls::LfibHwProgrammingReturnCode rc ) {
-      lfibHwStatus.unprogrammedRouteIs( { routeKey, rc } );
+      lfibHwStatus->unprogrammedRouteIs( { routeKey, rc } );
     }
     void remove( const Mpls::RouteKey & routeKey ) {
-      lfibHwStatus.unprogrammedRouteDel( routeKey );
+      lfibHwStatus->unprogrammedRouteDel( routeKey );
     }
   };
 

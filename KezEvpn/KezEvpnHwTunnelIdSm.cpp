@@ -277,7 +277,7 @@ void EvpnHwTunnelIdSm::publishHwTunnelId( TunnelId tunnelId ) {
     maybeReprogramHwTunnelId( tunnelId );
     return;
   }
-  if ( !tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdMakeRoom() ) {
+  if ( !makeRoom( hwTunnelIdType, used ) ) {
     TRACE( 1, " no room to publish a hardware tunnel id: ",
            tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdLack() );
     parking_.park( tunnelId );
@@ -307,6 +307,17 @@ void EvpnHwTunnelIdSm::publishHwTunnelId( TunnelId tunnelId ) {
     zombieTunnelIdIs( hwTunnelId.hwTunnelIdType() )->tunnelIdIs( tunnelId );
   }
   parking_.release( tunnelId );
+}
+
+// In the mapping. A zombie that gives its id up to a segment's tunnel leaves it its room too.
+bool EvpnHwTunnelIdSm::makeRoom( HwTunnelIdType hwTunnelIdType, bool used ) {
+  const auto mapping = tunnelIdHwTunnelId();
+  if ( mapping->tunnelIdToHwTunnelIdMakeRoom() ) {
+    return true;
+  }
+  const bool released = used && ( releaseOneZombieTunnelId( hwTunnelIdType ) ||
+                                  releaseOneZombieTunnelId( hwTunnelIdTypeDefault ) );
+  return released && mapping->tunnelIdToHwTunnelIdMakeRoom();
 }
 
 void EvpnHwTunnelIdSm::maybeReprogramHwTunnelId( TunnelId tunnelId ) {

@@ -10,7 +10,9 @@
 // of that type and none is free. It has none then until its count comes to be 1 again, a segment
 // uses it, or all counts are read anew, after a zombie mark. A tunnel for which there is no id at
 // all is parked in `unprogrammedTunnel` until a tunnel's last segment leaves it or an id is given
-// back; one that no segment uses takes no zombie's id then either.
+// back; one that no segment uses takes no zombie's id then either. A tunnel for whose record there
+// is no room is parked too, and a review is due while one waits for that: nobody tells when there
+// is.
 //
 // The ids that are free and those that are mapped are all ids of the pools, each once. So
 // `handleInitialized()` is called once, on a helper whose ids are all free: it empties the
@@ -67,7 +69,7 @@ public:
   VEX_ENTITIES( 9, tunnelInfo, TunnelInfo )
   // By type, the tunnels whose mapped id is of the type and that no segment uses.
   VEX_ENTITIES( 10, zombieTunnelId, TunnelIdSet )
-  // The tunnels that were refused an id and are not mapped.
+  // The tunnels that were refused an id, or room for it in the mapping, and are not mapped.
   VEX_SET( 11, unprogrammedTunnel, TunnelId )
   VEX_ATTRIBUTES( hwTunnelIdHelper, scheduler, acsd, evpnStatus, remoteInfo, tunnelIdHwTunnelId,
                   segmentStatus, intfTunnelSet, tunnelInfo, zombieTunnelId, unprogrammedTunnel )
@@ -90,7 +92,7 @@ public:
   void vex_handleSegmentStatus( VexSegmentStatus & reactor );
 
   void segmentStatusIs( In< Evpn::EthernetSegmentStatus > status );
-  // A segment without a reactor uses no tunnel, also while it stands in the input.
+  // A segment that loses its reactor uses no tunnel any more, also while it stands in the input.
   void segmentStatusDel( Wire::IntfId esIntfId );
   void segmentStatusDelAll();
 
@@ -116,6 +118,7 @@ private:
   HwTunnelIdType neededType( TunnelId tunnelId ) const;
   std::optional< TunnelIdToHwTunnelId > mapped( TunnelId tunnelId ) const;
   size_t parked() const override { return unprogrammedTunnels(); }
+  bool makeRoom( HwTunnelIdType hwTunnelIdType, bool used );
 
   Parking< TunnelId > parking_;
   VexEvpnStatus evpnStatusReactor_;

@@ -303,6 +303,9 @@ TEST_F( EvpnHwTunnelIdSmTest, TunnelWithoutRoomInTheTableWaitsAndLosesNoId ) {
     EXPECT_EQ( helper->freeHwTunnelId( hwTunnelIdTypeDefault )->hwTunnelIds(), 2001 - tunnelId );
     advance( 5 );
     EXPECT_EQ( sm->unprogrammedTunnels(), 1u );
+    label( es1, 5000 ); // takes a zombie's place
+    EXPECT_TRUE( mapping->tunnelIdToHwTunnelIdHas( 5000 ) );
+    EXPECT_FALSE( mapping->tunnelIdToHwTunnelIdHas( 1 ) );
   }
   advance( 5 );
   EXPECT_TRUE( mapping->tunnelIdToHwTunnelIdHas( tunnelId ) );

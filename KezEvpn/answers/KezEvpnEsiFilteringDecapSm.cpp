@@ -71,10 +71,7 @@ bool EsiFilteringDecapSm::explainWait( const RouteKey & routeKey, const Decision
     return false;
   }
   if ( waiting->returnCode != LfibHwProgrammingReturnCode::conflict ) {
-    out.say( "hardware refused ",
-             refusalHas( routeKey ) ? Vex::text( Times{ refusal( routeKey ) } )
-                                    : "before the start",
-             " (", waiting->returnCode, ")" );
+    out.say( "hardware refused ", Times{ refusal( routeKey ) }, " (", waiting->returnCode, ")" );
   } else if ( decision.lack == Lack::nothing && intfRouteHas( decision.via.intfId ) ) {
     out.say( "waiting for route ", intfRoute( decision.via.intfId ), " to give up ",
              decision.via.intfId );

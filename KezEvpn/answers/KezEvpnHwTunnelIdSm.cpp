@@ -38,8 +38,10 @@ void EvpnHwTunnelIdSm::explain( const Subject & subject, Explanation & out ) con
   } else if ( unprogrammedTunnelHas( *tunnelId ) && !isWanted( *tunnelId ) ) {
     out.say( "waited for a hardware tunnel id; nothing uses it any more" );
   } else if ( unprogrammedTunnelHas( *tunnelId ) && !refusalHas( *tunnelId ) ) {
-    out.say( "waiting for room to publish a hardware tunnel id, next try ", nextTry(), ": ",
-             tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdLack() );
+    out.say( "waiting for room to publish a hardware tunnel id, next try ", nextTry() );
+    if ( const auto & lack = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdLack(); !lack.empty() ) {
+      out.say( lack );
+    }
   } else if ( unprogrammedTunnelHas( *tunnelId ) ) {
     out.say( "waiting for a ", nameOf( neededType( *tunnelId ) ),
              " hardware tunnel id, none was free, tried ", Times{ refusal( *tunnelId ) },
@@ -103,6 +105,8 @@ void EvpnHwTunnelIdSm::check( Findings & out ) const {
   }
   for ( const auto tunnelId : unprogrammedTunnel() ) {
     out.expect( !mapping.examine( tunnelId ).record, "tunnel ", tunnelId, " is parked and mapped" );
+    out.expect( refusalHas( tunnelId ) || reviewUnprogrammed()->isScheduled(), "tunnel ", tunnelId,
+                " waits for room and no review is due" );
   }
 }
 

@@ -22,7 +22,7 @@ namespace Kez {
 // When parked keys are reviewed.
 enum class Retry {
   afterRefusal, // an interval after one was refused, and on while there are any
-  whenFreed,    // only when hardware has room again, at once
+  whenFreed,    // only when hardware has room again, at once, or the machine says
   byMachine     // when the machine says; it must, before its task's run ends
 };
 
@@ -195,8 +195,10 @@ public:
     VEX_ASSERT_IN( sm_.source(), task );
     const bool ended = task->review( line_.range(), std::forward< Step >( step ),
                                      sm_.defaultUnprogrammedRetryInterval(), sm_.policy_.resume );
-    if ( ended && sm_.policy_.retry == Retry::afterRefusal && line_.size() > 0 &&
-         !task->isScheduled() ) {
+    // A step may have had another task take this one's place, which no run of this one is due for.
+    const auto & next = sm_.reviewUnprogrammed();
+    const bool due = next != task || ( ended && sm_.policy_.retry == Retry::afterRefusal );
+    if ( due && line_.size() > 0 && !next->isScheduled() ) {
       sm_.maybeScheduleUnprogrammedReview( false );
     }
     return ended;

@@ -8,11 +8,14 @@
 //
 // `hasNotificationActiveIs` switches the notifications of all its reactors, and replays nothing.
 // `vexDoZombieReactors` marks and unmarks all of them; when the mark is taken away, the machine
-// makes up for everything that it did not hear under it. `explain` tells an operator why something
-// is in hardware or not; `check` proves the machine's invariants, which its header states.
+// makes up for what it did not hear under it, as far as the inputs still show it. `explain` tells
+// an operator why something is in hardware or not; `check` proves the machine's invariants, which
+// its header states.
 #pragma once
 
 #include "Vex/Attributes.h"
+
+#include <utility>
 
 namespace Kez {
 
@@ -34,8 +37,9 @@ public:
 
   void vexDoZombieReactors( bool zombie ) override {
     const Vex::Ptr< const Vex::Entity > held( this );
+    const bool unmarked = std::exchange( marked_, zombie ) && !zombie;
     ReactorOwner::vexDoZombieReactors( zombie );
-    if ( !zombie && started() ) {
+    if ( unmarked && started() ) {
       makeUpForZombieMark();
     }
   }
@@ -52,6 +56,9 @@ protected:
   // Once all reactors are unmarked, each of which has looked at its entity as it stands now:
   // processes what none of them can see, what left its input or changed beside them.
   virtual void makeUpForZombieMark() {}
+
+private:
+  bool marked_ = false;
 };
 
 // A machine that starts when its host calls `handleInitialized()`: until that has set the flag,
