@@ -79,11 +79,6 @@ size_t addresses() {
   return pages * static_cast< size_t >( getpagesize() );
 }
 
-bool addressesLeft( size_t bytes ) {
-  void * const memory = mmap( nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0 );
-  return memory != MAP_FAILED && munmap( memory, bytes ) == 0;
-}
-
 // Tables of few records, and their readers, take few addresses: processes may have a limit of them.
 TEST( Rook, AddressesAreTakenAsATableGrows ) {
   const MountDirectory directory;
@@ -101,6 +96,11 @@ TEST( Rook, AddressesAreTakenAsATableGrows ) {
 }
 
 #if !defined( __SANITIZE_ADDRESS__ ) && !defined( __SANITIZE_THREAD__ )
+bool addressesLeft( size_t bytes ) {
+  void * const memory = mmap( nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0 );
+  return memory != MAP_FAILED && munmap( memory, bytes ) == 0;
+}
+
 // Sanitizers end when they get no more.
 TEST( Rook, WithoutAddressesThereIsNoRoom ) {
   EntryTable table;
