@@ -25,6 +25,9 @@ void attempt( std::atomic< FatalEnd * > & slot, const auto & step ) {
 }
 
 void write( std::string_view text ) {
+  if ( text.empty() ) {
+    return; // and perhaps nowhere
+  }
   std::fwrite( text.data(), 1, text.size(), stderr );
 }
 
