@@ -109,6 +109,11 @@ Simulation::~Simulation() {
 }
 
 String Simulation::execute( const String & line ) {
+  auto wrong = executeOne( line );
+  return wrong.empty() && ++lines_ % linesACheck == 0 ? brokenInvariants() : wrong;
+}
+
+String Simulation::executeOne( const String & line ) {
   try {
     if ( line == compareLine ) {
       return compare();
@@ -190,19 +195,20 @@ String Simulation::brokenPromises() const {
   if ( hardware.refusalCounts() > 0 ) {
     return "wrong call " + hardware.lastRefusal();
   }
+  return shell_.failures() ? errors_.str() : "";
+}
+
+// What machines state of themselves, but for those that cannot know.
+String Simulation::brokenInvariants() const {
   String broken;
   Agent::forEachMachine( wiring_, [ & ]( const Kez::StateMachine & machine ) {
-    if ( isDeaf( machine ) ) {
-      return; // it cannot know
+    if ( !isDeaf( machine ) ) {
+      Kez::Findings findings( machine.name() );
+      machine.check( findings );
+      broken += findings.text();
     }
-    Kez::Findings findings( machine.name() );
-    machine.check( findings );
-    broken += findings.text();
   } );
-  if ( !broken.empty() ) {
-    return broken;
-  }
-  return shell_.failures() ? errors_.str() : "";
+  return broken;
 }
 
 void Simulation::tellMachines( std::string_view names, std::string_view kind ) {
@@ -256,11 +262,15 @@ void Simulation::hear( Kez::StateMachine & machine ) {
 
 String Simulation::compare() {
   tellMachines( {}, heardLine );
+  if ( auto broken = brokenInvariants(); !broken.empty() ) {
+    return broken;
+  }
   auto wrong = brokenState( *system_ ); // while things are still due
   for ( const auto & line : settleLines ) {
     executeInAgent( line );
   }
-  wrong += brokenPromises() + differences( *system_, history_ ) + brokenState( *system_ );
+  wrong += brokenPromises() + brokenInvariants() + differences( *system_, history_ ) +
+           brokenState( *system_ );
   if ( !wrong.empty() || !complete( *system_, history_ ) ) {
     return wrong;
   }

@@ -40,10 +40,12 @@ public:
   const System & system() const { return *system_; }
 
 private:
+  Vex::String executeOne( const Vex::String & line );
   void executeInAgent( const Vex::String & line );
   Vex::String restart();
   void remember( const Vex::String & line );
   Vex::String brokenPromises() const;
+  Vex::String brokenInvariants() const;
   Vex::String compare();
   Vex::String reviewEverything();
   void tellMachines( std::string_view names, std::string_view kind );
@@ -59,6 +61,9 @@ private:
   std::vector< Kez::StateMachine * > deaf_; // in the order in which they came to be
   Vex::String tables_;                      // the directory of tables; empty for private memory
   History history_;
+  // To ask all machines costs as much as so many lines.
+  static constexpr size_t linesACheck = 8;
+  size_t lines_ = 0;
 };
 
 // Below which a process has its tables.
