@@ -113,6 +113,8 @@ private:
                     Explanation & out ) const;
 
   size_t parked() const override { return lfibHwStatus()->unprogrammedRoutes(); }
+  // Its reviews are due when a run ends, never at once.
+  void maybeScheduleUnprogrammedReview( bool ) override { maybeScheduleUnprogrammedReview(); }
   void reviewRouteKeyBacklogIs( Out< Loom::TaskScheduler > scheduler, Loom::TaskPriority priority,
                                 const Vex::String & name );
 

@@ -66,11 +66,11 @@ void EvpnFloodSetFecSm::handleInitialized() {
   TRACE( 8, "handleInitialized" );
   clearOutputs();
   clearCaches();
-  numAllocatorConfigIs( Vex::makePtr< Loom::NumAllocatorConfig >( Loom::Range( 0, highestFecIndex ),
-                                                                  restOfReleasedIndex ) );
-  numAllocatorStatusIs( Vex::makePtr< Loom::NumAllocatorStatus >() );
-  numAllocatorIs( Vex::makePtr< Loom::NumAllocator >( numAllocatorConfig(), numAllocatorStatus(),
-                                                      timerWheel() ) );
+  numAllocatorConfig_ = Vex::makePtr< Loom::NumAllocatorConfig >( Loom::Range( 0, highestFecIndex ),
+                                                                  restOfReleasedIndex );
+  numAllocatorStatus_ = Vex::makePtr< Loom::NumAllocatorStatus >();
+  numAllocator_ =
+      Vex::makePtr< Loom::NumAllocator >( numAllocatorConfig_, numAllocatorStatus_, timerWheel() );
   initializedIs( true );
   // What hardware still uses is known before the first path can go.
   handleEveryVlanFloodSetStatus();

@@ -138,7 +138,7 @@ template< class Key, class Line = ParkedSet< Key > > class Parking {
 public:
   template< class... Arguments >
   explicit Parking( RetryingSm< Key > & sm, Arguments &&... line )
-      : sm_( sm ), line_( std::forward< Arguments >( line )... ) {}
+      : sm_( sm ), line_{ std::forward< Arguments >( line )... } {}
 
   bool has( const Key & key ) const { return line_.has( key ); }
 
