@@ -38,7 +38,7 @@ namespace {
 // --- LAGs, VLAN members
 
 std::set< IntfId > portsOf( const System & system, IntfId intfId ) {
-  if ( !Wire::PortChannelIntfId::isPortChannelIntfId( intfId ) ) {
+  if ( !Wire::isLag( intfId ) ) {
     return { intfId };
   }
   std::set< IntfId > ports;

@@ -77,6 +77,9 @@ struct PortChannelIntfId {
     return { IntfId::Kind::portChannel, number };
   }
 };
+constexpr bool isLag( IntfId intfId ) {
+  return PortChannelIntfId::isPortChannelIntfId( intfId );
+}
 
 // Interfaces that stand for a tunnel and carry its id. What carries none, or one that is out of
 // range, raises Vex::RangeError when its tunnel id is asked for; so does making an interface of

@@ -55,9 +55,7 @@ Tunnel::TunnelTable::TunnelId srTeOrDynamicTunnelIntfIdToTunnelId( Wire::IntfId 
 // otherwise the one that it names. Asserts that the destination is MPLS.
 Tunnel::TunnelTable::TunnelId destMplsTunnelId( const L2Rib::Dest & dest );
 
-inline bool isLag( Wire::IntfId intfId ) {
-  return Wire::PortChannelIntfId::isPortChannelIntfId( intfId );
-}
+using Wire::isLag;
 
 // What a machine writes, published or private: reflection reads it and does not write it.
 class MachineState : public Vex::Entity {
