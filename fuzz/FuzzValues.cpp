@@ -1,47 +1,67 @@
-// Every value type reads any text without harm, and what it takes it prints and takes again. The
-// first byte chooses the type.
-#include "Evpn/EncapTypeLabel.h"
-#include "KezEvpn/FecRequests.h"
-#include "KezEvpn/FloodSets.h"
-#include "Mpls/Lfib.h"
-#include "switch/SimulatedSwitch.h"
+// Whatever an attribute of the agent takes as a key or a value reads any text without harm, and
+// what it takes it prints and takes again. The first byte chooses among the types.
+#include "agent/Wiring.h"
 
 #include <cstdlib>
+#include <map>
+#include <set>
 
 namespace {
 
-template< class T, class Parse, class Print >
-void check( std::string_view text, const Parse & parse, const Print & print ) {
-  try {
-    const T value = parse( text );
-    if ( !( parse( print( value ) ) == value ) ) {
-      std::abort();
+using Canonical = std::function< Vex::String( std::string_view ) >;
+
+// By the type's name, all that the classes of the agent's entities have.
+class Types {
+public:
+  Types() {
+    for ( const auto & root : wiring_.roots ) {
+      add( root.entity->fwkType() );
     }
-  } catch ( const Vex::ParseError & ) {
-  } catch ( const Vex::RangeError & ) {}
-}
+  }
 
-template< class T > void check( std::string_view text ) {
-  check< T >( text, Vex::parse< T >, Vex::text< T > );
-  check< T >( text, Vex::parseBriefly< T >, Vex::briefText< T > );
-}
+  const Canonical & operator[]( size_t number ) const {
+    return std::next( types_.begin(), static_cast< ptrdiff_t >( number % types_.size() ) )->second;
+  }
 
-template< class... T > void checkOne( size_t which, std::string_view text ) {
-  size_t i = 0;
-  ( ( i++ == which ? check< T >( text ) : void() ), ... );
-}
+private:
+  void add( const Vex::EntityType & type ) {
+    if ( !seen_.insert( &type ).second ) {
+      return;
+    }
+    for ( const auto * attribute : type.attributes() ) {
+      if ( attribute->keyed() ) {
+        types_[ attribute->keyType ] = [ attribute ]( auto text ) {
+          return attribute->canonicalKey( text );
+        };
+      }
+      if ( const auto * const inner = attribute->entityType() ) {
+        add( *inner );
+      } else if ( !attribute->valueType.empty() ) {
+        types_[ attribute->valueType ] = [ attribute ]( auto text ) {
+          return attribute->canonicalValue( text );
+        };
+      }
+    }
+  }
+
+  const Agent::Wiring wiring_ = Agent::wire();
+  std::set< const Vex::EntityType * > seen_;
+  std::map< std::string_view, Canonical > types_;
+};
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput( const uint8_t * data, size_t size ) {
+  static const Types types;
   if ( size > 0 ) {
-    checkOne< Wire::IntfId, Wire::TepIntfId, Wire::EthAddr, Wire::Ip4Addr, Wire::MplsLabel,
-              Bridging::VlanId, Bridging::VlanIdOrNone, Tunnel::TunnelTable::TunnelId,
-              Kez::HwTunnelId, Kez::KezPortList, Evpn::EncapTypeLabel, L2Rib::Dest,
-              Kez::IntfVlanKey, Kez::IntfVlanTunnelKey, Kez::TunnelIdToHwTunnelId, Kez::VlanMacDest,
-              Kez::MplsDestConfig, Kez::MplsFloodSetVia, Kez::MplsDestHwInfo,
-              Kez::FloodSetMplsDestConfig, Switch::EsiData, double, bool, Vex::String >(
-        data[ 0 ] % 24, { reinterpret_cast< const char * >( data ) + 1, size - 1 } );
+    const auto & canonical = types[ data[ 0 ] ];
+    try {
+      const auto printed = canonical( { reinterpret_cast< const char * >( data ) + 1, size - 1 } );
+      if ( canonical( printed ) != printed ) {
+        std::abort();
+      }
+    } catch ( const Vex::ParseError & ) {
+    } catch ( const Vex::RangeError & ) {}
   }
   return 0;
 }

@@ -3,7 +3,6 @@
 #include "shell/Line.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace Agent {
 
@@ -22,12 +21,12 @@ double parseTime( Vex::TextCursor & in ) {
 }
 
 void parseCount( Vex::TextCursor & in, RecordEntry & entry ) {
-  uint64_t times = 0;
-  const auto [ end, error ] = std::from_chars( in.at(), in.end(), times );
-  if ( error == std::errc() && end != in.at() && times > 0 ) {
-    in.atIs( end );
+  const size_t offset = in.offset();
+  if ( Vex::readNumber( in, entry.times ) ) {
+    if ( entry.times == 0 ) {
+      failAt( offset, "a count of 1 or more", "0" );
+    }
     in.expect( timesMark );
-    entry.times = times;
   }
 }
 

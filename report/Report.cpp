@@ -14,7 +14,7 @@ std::vector< Report::Column > columnsOf( const Roots & roots ) {
   size_t number = 0;
   for ( const auto & root : roots ) {
     for ( const auto * attribute : root.entity->fwkType().attributes() ) {
-      if ( attribute->keyed() && attribute->kind != Vex::AttributeKind::reactors ) {
+      if ( attribute->isCollection() ) {
         columns.push_back( { number, attribute } );
       }
     }

@@ -8,7 +8,6 @@
 
 namespace Agent {
 
-using Vex::AttributeKind;
 using Vex::String;
 
 namespace {
@@ -25,8 +24,7 @@ String summary( const Vex::Entity & entity ) {
   };
   for ( const auto * attribute : entity.fwkType().attributes() ) {
     String name( attribute->name );
-    if ( attribute->kind == AttributeKind::reference ||
-         attribute->kind == AttributeKind::reactors ) {
+    if ( attribute->kind == Vex::referenceKind || attribute->kind == Vex::reactorsKind ) {
       continue;
     }
     if ( !attribute->keyed() ) {
@@ -120,7 +118,7 @@ void ReportPage::machines( const Roots & roots ) {
   const auto references = [ & ]( const Root & root, bool writes ) {
     std::vector< ptrdiff_t > targets;
     for ( const auto * attribute : root.entity->fwkType().attributes() ) {
-      if ( attribute->kind == AttributeKind::reference && attribute->writesTarget() == writes ) {
+      if ( attribute->kind == Vex::referenceKind && attribute->writesTarget() == writes ) {
         const auto index = indexOf( attribute->target( *root.entity ).get() );
         if ( index < roots.end() - roots.begin() ) {
           targets.push_back( index );
@@ -226,7 +224,7 @@ void ReportPage::tables( const Roots & roots ) {
         continue;
       }
       for ( const auto * attribute : root.entity->fwkType().attributes() ) {
-        if ( attribute->keyed() && attribute->kind != AttributeKind::reactors ) {
+        if ( attribute->isCollection() ) {
           table( *root.entity, *attribute );
         }
       }

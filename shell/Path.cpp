@@ -4,7 +4,6 @@
 
 namespace Agent {
 
-using Vex::AttributeKind;
 using Vex::AttributeType;
 using Vex::Entity;
 using Vex::Ptr;
@@ -24,7 +23,7 @@ template< class All, class Name > String choices( const All & all, Name && name 
 
 Ptr< const Entity > next( const Entity & entity, const AttributeType & attribute,
                           const std::optional< String > & key ) {
-  if ( attribute.kind == AttributeKind::reference ) {
+  if ( attribute.kind == Vex::referenceKind ) {
     return attribute.target( entity );
   }
   const auto member = attribute.member( entity, *key );
@@ -179,7 +178,7 @@ void Path::checkWritable() const {
     refuse( rootOffset_, root_->entity->name(), "an output" );
   }
   for ( const auto & step : steps_ ) {
-    if ( step.attribute->kind == AttributeKind::reference ) {
+    if ( step.attribute->kind == Vex::referenceKind ) {
       refuse( step.offset, step.attribute->name, "a reference" );
     }
     if ( step.attribute->access == Vex::Access::readOnly ) {

@@ -4,7 +4,6 @@
 
 namespace Agent {
 
-using Vex::AttributeKind;
 using Vex::AttributeType;
 using Vex::Entity;
 using Vex::String;
@@ -81,7 +80,7 @@ void showEntity( std::ostream & out, const Entity & entity, size_t indent ) {
     const String blanks( indent, ' ' );
     if ( attribute->keyed() ) {
       showCollection( out, *attribute, entity, blanks + counted( *attribute, entity ), indent );
-    } else if ( attribute->kind == AttributeKind::reference ) {
+    } else if ( attribute->kind == Vex::referenceKind ) {
       out << blanks << attribute->name << " -> " << called( attribute->target( entity ) ) << '\n';
     } else {
       out << blanks << attribute->name;

@@ -182,12 +182,7 @@ void SwitchFloodSets::unprogram( const Dest & dest ) {
       hardware.hwFecIdUseDel( hwFecId );
     }
   }
-  if ( const auto status = hwStatus()->status( dest.macVlanPair ) ) {
-    status->mplsDestStatusDel( dest.config );
-    if ( status->mplsDestStatuss() == 0 ) {
-      hwStatus()->statusDel( dest.macVlanPair );
-    }
-  }
+  hwStatus()->statusMemberDel( dest.macVlanPair, dest.config );
 }
 
 } // namespace Switch

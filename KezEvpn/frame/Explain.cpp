@@ -9,21 +9,26 @@ namespace Kez {
 
 namespace {
 
-constexpr std::array< std::string_view, std::variant_size_v< decltype( Subject::key ) > > kinds{
-  "pair", "vlan", "tunnel", "path", "route"
-};
-
 template< size_t kind = 0 >
-bool readKey( std::string_view word, Vex::TextCursor & in, Subject & subject ) {
-  if constexpr ( kind == kinds.size() ) {
+bool readKey( std::string_view word, Vex::TextCursor & in, Subjects::Key & key ) {
+  if constexpr ( kind == Subjects::words.size() ) {
     return false;
   } else {
-    if ( word != kinds[ kind ] ) {
-      return readKey< kind + 1 >( word, in, subject );
+    if ( word != Subjects::words[ kind ] ) {
+      return readKey< kind + 1 >( word, in, key );
     }
-    parseBriefText( in, subject.key.emplace< kind >() );
+    parseBriefText( in, key.emplace< kind >() );
     return true;
   }
+}
+
+Vex::String wordList() {
+  Vex::String list;
+  for ( const auto word : Subjects::words ) {
+    list += list.empty() ? "" : word == Subjects::words.back() ? " or " : ", ";
+    list += word;
+  }
+  return list;
 }
 
 void check( const Vex::TextCursor & in, IntfVlanKey & pair ) {
@@ -44,8 +49,8 @@ Subject parseSubject( Vex::TextCursor & in ) {
   auto ahead = in;
   const auto word = ahead.word();
   ahead.skip( " " );
-  if ( !readKey( word, ahead, subject ) ) {
-    in.fail( "pair, vlan, tunnel, path or route" );
+  if ( !readKey( word, ahead, subject.key ) ) {
+    in.fail( wordList() );
   }
   in = ahead;
   std::visit( [ & ]( auto & key ) { check( in, key ); }, subject.key );
@@ -54,7 +59,7 @@ Subject parseSubject( Vex::TextCursor & in ) {
 
 Vex::String text( const Subject & subject ) {
   Vex::TextBuffer out;
-  out.append( kinds[ subject.key.index() ] );
+  out.append( Subjects::words[ subject.key.index() ] );
   out.append( ' ' );
   std::visit( [ & ]( const auto & key ) { appendBriefText( out, key ); }, subject.key );
   return out.str();

@@ -8,17 +8,37 @@
 #include "KezEvpn/FloodSets.h"
 #include "Mpls/Lfib.h"
 
+#include <algorithm>
+#include <array>
 #include <variant>
 
 namespace Kez {
 
-// An interface and VLAN, a VLAN, a tunnel, a path of flood-set destinations, or a route. Reads as a
-// word for which of them, and the key in its brief form: "pair Ethernet1,10", "vlan 10",
-// "tunnel 7", "path 7,100,0", "route 100".
+// A kind of subject: the word for it, and the type of its keys.
+template< size_t size > struct SubjectWord {
+  char text[ size ];
+  constexpr SubjectWord( const char ( &literal )[ size ] ) { std::copy_n( literal, size, text ); }
+};
+template< SubjectWord word_, class Key_ > struct SubjectKind {
+  static constexpr std::string_view word = word_.text;
+  using Key = Key_;
+};
+template< class... Kind > struct SubjectKinds {
+  static constexpr std::array words{ Kind::word... };
+  using Key = std::variant< typename Kind::Key... >;
+};
+
+// All that may be asked about.
+using Subjects = SubjectKinds< SubjectKind< "pair", IntfVlanKey >, //
+                               SubjectKind< "vlan", Bridging::VlanId >,
+                               SubjectKind< "tunnel", Tunnel::TunnelTable::TunnelId >,
+                               SubjectKind< "path", MplsFloodSetVia >, // of flood-set destinations
+                               SubjectKind< "route", Mpls::RouteKey > >;
+
+// Reads as the word and the key in its brief form: "pair Ethernet1,10", "vlan 10", "tunnel 7",
+// "path 7,100,0", "route 100".
 struct Subject {
-  std::variant< IntfVlanKey, Bridging::VlanId, Tunnel::TunnelTable::TunnelId, MplsFloodSetVia,
-                Mpls::RouteKey >
-      key;
+  Subjects::Key key;
 
   // Null unless the subject is a `Key`.
   template< class Key > const Key * get() const { return std::get_if< Key >( &key ); }

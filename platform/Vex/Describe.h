@@ -40,14 +40,14 @@ template< class C, auto storage > struct StorageOf {
   static Type & of( Entity & entity ) { return static_cast< C & >( entity ).*storage; }
 };
 
+inline constexpr AttributeKind valueKind{ "value" };
 template< class C, auto storage > class ValueType : public AttributeType {
   using Storage = StorageOf< C, storage >;
   using T = typename Storage::Type::Declared;
 
 public:
   ValueType( std::string_view name, AttrId id, Access access, void ( C::*reset )() )
-      : AttributeType( name, id, AttributeKind::value, access, {}, typeName< T >() ),
-        reset_( reset ) {}
+      : AttributeType( name, id, valueKind, access, {}, typeName< T >() ), reset_( reset ) {}
 
   String value( const Entity & entity ) const override {
     return briefText( Storage::of( entity ).get() );
@@ -64,10 +64,11 @@ private:
   void ( C::*reset_ )();
 };
 
+inline constexpr AttributeKind computedKind{ "computed" };
 template< class C, class T > class ComputedType : public AttributeType {
 public:
   ComputedType( std::string_view name, AttrId id, T ( C::*read )() const )
-      : AttributeType( name, id, AttributeKind::computed, Access::readOnly, {}, typeName< T >() ),
+      : AttributeType( name, id, computedKind, Access::readOnly, {}, typeName< T >() ),
         read_( read ) {}
 
   String value( const Entity & entity ) const override {
@@ -85,7 +86,7 @@ template< class C, auto storage > class ReferenceType : public AttributeType {
 
 public:
   ReferenceType( std::string_view name, AttrId id, Access access )
-      : AttributeType( name, id, AttributeKind::reference, access, {}, T::vexTypeName() ) {}
+      : AttributeType( name, id, referenceKind, access, {}, T::vexTypeName() ) {}
 
   const EntityType * entityType() const override { return &T::vexType(); }
   Ptr< const Entity > target( const Entity & entity ) const override {
@@ -141,13 +142,14 @@ public:
   void reset( Entity & entity ) const override { Storage::of( entity ).delAll( entity, this->id ); }
 };
 
+inline constexpr AttributeKind setKind{ "set" };
 template< class C, auto storage > class SetType : public ErasableType< C, storage > {
   using typename KeyedType< C, storage >::Storage;
   using typename KeyedType< C, storage >::Key;
 
 public:
   SetType( std::string_view name, AttrId id, Access access )
-      : ErasableType< C, storage >( name, id, AttributeKind::set, access, {} ) {}
+      : ErasableType< C, storage >( name, id, setKind, access, {} ) {}
 
   void memberIs( Entity & entity, std::string_view key, std::string_view value ) const override {
     const bool present = value.empty() || parseBriefly< bool >( value );
@@ -160,6 +162,7 @@ private:
   }
 };
 
+inline constexpr AttributeKind mapKind{ "map" };
 template< class C, auto storage > class MapType : public ErasableType< C, storage > {
 protected:
   using typename KeyedType< C, storage >::Storage;
@@ -171,7 +174,7 @@ protected:
 
 public:
   MapType( std::string_view name, AttrId id, Access access )
-      : MapType( name, id, AttributeKind::map, access ) {}
+      : MapType( name, id, mapKind, access ) {}
 
   void memberIs( Entity & entity, std::string_view key, std::string_view value ) const override {
     const auto parsedKey = parseBriefly< Key >( key );
@@ -187,25 +190,28 @@ private:
   }
 };
 
+inline constexpr AttributeKind counterKind{ "counter" };
 template< class C, auto storage > class CounterType : public MapType< C, storage > {
 public:
   CounterType( std::string_view name, AttrId id, Access access )
-      : MapType< C, storage >( name, id, AttributeKind::counter, access ) {}
+      : MapType< C, storage >( name, id, counterKind, access ) {}
 };
 
+inline constexpr AttributeKind queueKind{ "queue" };
 template< class C, auto storage > class QueueType : public MapType< C, storage > {
 public:
   QueueType( std::string_view name, AttrId id, Access access )
-      : MapType< C, storage >( name, id, AttributeKind::queue, access ) {}
+      : MapType< C, storage >( name, id, queueKind, access ) {}
 };
 
+inline constexpr AttributeKind entitiesKind{ "entities" };
 template< class C, auto storage > class EntitiesType : public ErasableType< C, storage > {
   using typename KeyedType< C, storage >::Storage;
   using typename KeyedType< C, storage >::Key;
 
 public:
   EntitiesType( std::string_view name, AttrId id, Access access )
-      : ErasableType< C, storage >( name, id, AttributeKind::entities, access,
+      : ErasableType< C, storage >( name, id, entitiesKind, access,
                                     Storage::Type::Type::vexTypeName() ) {}
 
   const EntityType * entityType() const override { return &Storage::Type::Type::vexType(); }
@@ -228,7 +234,7 @@ template< class C, auto storage > class ReactorsType : public KeyedType< C, stor
 
 public:
   ReactorsType( std::string_view name, AttrId id, Access access )
-      : KeyedType< C, storage >( name, id, AttributeKind::reactors, access, {} ) {}
+      : KeyedType< C, storage >( name, id, reactorsKind, access, {} ) {}
 
 private:
   ReflectedMember reflect( const Key & key, const typename Storage::Type & ) const override {

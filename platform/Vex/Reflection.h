@@ -20,29 +20,20 @@ namespace Vex {
 class Entity;
 class EntityType;
 
-// A kind of attributes, known by its name. The set is open: storages of other floors have kinds of
-// their own.
+// A kind of attributes, known by its name. The set is open: each stands with the class that
+// describes it, and storages of other floors have kinds of their own.
 class AttributeKind {
 public:
   explicit constexpr AttributeKind( std::string_view name ) : name_( name ) {}
   friend constexpr bool operator==( AttributeKind a, AttributeKind b ) = default;
   friend constexpr std::string_view text( AttributeKind kind ) { return kind.name_; }
 
-  static const AttributeKind value, computed, map, set, entities, counter, queue, reference,
-      reactors;
-
 private:
   std::string_view name_;
 };
-inline constexpr AttributeKind AttributeKind::value{ "value" };
-inline constexpr AttributeKind AttributeKind::computed{ "computed" };
-inline constexpr AttributeKind AttributeKind::map{ "map" };
-inline constexpr AttributeKind AttributeKind::set{ "set" };
-inline constexpr AttributeKind AttributeKind::entities{ "entities" };
-inline constexpr AttributeKind AttributeKind::counter{ "counter" };
-inline constexpr AttributeKind AttributeKind::queue{ "queue" };
-inline constexpr AttributeKind AttributeKind::reference{ "reference" };
-inline constexpr AttributeKind AttributeKind::reactors{ "reactors" };
+
+inline constexpr AttributeKind referenceKind{ "reference" };
+inline constexpr AttributeKind reactorsKind{ "reactors" };
 
 enum class Access { writable, readOnly };
 
@@ -77,6 +68,8 @@ public:
   const std::string_view valueType; // empty for a set; the class for entities and references
 
   bool keyed() const { return !keyType.empty(); }
+  // Whether it has members that belong to an entity's state.
+  bool isCollection() const { return keyed() && kind != reactorsKind; }
 
   // The class declared for the entities that it holds or refers to, whether there are any or not;
   // null when it does neither.
