@@ -132,6 +132,10 @@ void EsiFilteringDecapSm::doReviewRouteKeyBacklog() {
       lfibTrackingStatus()->routeKeyBacklog(),
       [ this ]( const RouteKey & routeKey ) { processRouteKeyBacklog( routeKey ); }, 0.0,
       Resume::atFirst );
+  // What found no room stays; nobody tells when there is some.
+  if ( lfibTrackingStatus()->routeKeyBacklogs() > 0 && !task->isScheduled() ) {
+    task->scheduleAfter( defaultUnprogrammedRetryInterval() );
+  }
   // After a yield too: a backlog that never runs dry must not stop retries.
   maybeScheduleUnprogrammedReview();
 }
@@ -150,6 +154,12 @@ void EsiFilteringDecapSm::processRouteKeyBacklog( const RouteKey & routeKey ) {
   TRACE( 8, "EsiFilteringDecapSm::processRouteKeyBacklog route ", routeKey );
   const BacklogIter backlogIter{ *lfibTrackingStatus() };
   VEX_ASSERT( backlogIter.isMemberOf( routeKey ) );
+  // Should hardware refuse it, that is to be published.
+  if ( !lfibHwStatus()->unprogrammedRouteMakeRoom() ) {
+    TRACE( 1, " no room to publish a route that is not programmed: ",
+           lfibHwStatus()->unprogrammedRouteLack() );
+    return;
+  }
   processRouteKey( routeKey );
   lfibTrackingStatus()->routeKeyBacklogDel( routeKey );
 }

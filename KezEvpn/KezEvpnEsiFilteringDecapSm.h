@@ -60,6 +60,8 @@ public:
   // The constructor's last step: its host has nothing to call.
   void handleInitialized() override;
   void handleRouteKeyBacklog();
+  void reviewRouteKeyBacklogIs( Out< Loom::TaskScheduler > scheduler, Loom::TaskPriority priority,
+                                const Vex::String & name );
   void vex_handleReviewRouteKeyBacklog_taskRun();
   void doReviewRouteKeyBacklog();
   void processRouteKeyBacklog( const Mpls::RouteKey & routeKey );
@@ -81,8 +83,9 @@ private:
     const Vex::Ptr< Mpls::LfibHwStatus > & lfibHwStatus; // null when there is none to start on
 
     size_t size() const { return lfibHwStatus->unprogrammedRoutes(); }
+    // A damaged one is not.
     bool has( const Mpls::RouteKey & routeKey ) const {
-      return lfibHwStatus->unprogrammedRouteHas( routeKey );
+      return lfibHwStatus->unprogrammedRouteTable().examine( routeKey ).record.has_value();
     }
     auto range() const { return lfibHwStatus->unprogrammedRoute(); }
     void add( const Mpls::RouteKey & routeKey, Mpls::LfibHwProgrammingReturnCode rc ) {
@@ -115,8 +118,6 @@ private:
   size_t parked() const override { return lfibHwStatus()->unprogrammedRoutes(); }
   // Its reviews are due when a run ends, never at once.
   void maybeScheduleUnprogrammedReview( bool ) override { maybeScheduleUnprogrammedReview(); }
-  void reviewRouteKeyBacklogIs( Out< Loom::TaskScheduler > scheduler, Loom::TaskPriority priority,
-                                const Vex::String & name );
 
   Parking< Mpls::RouteKey, UnprogrammedRoutes > parking_;
   VexLfibTrackingStatus lfibTrackingStatusReactor_;

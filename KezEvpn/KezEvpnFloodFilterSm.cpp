@@ -14,7 +14,7 @@ KezEvpnFloodFilterSm::KezEvpnFloodFilterSm( Out< KezHelper::EvpnFloodingSmHelper
                          scheduler, evpnLagMemberInfo, evpnStatus ),
       parking_( *this, *this, unprogrammedFilter_, unprogrammedFilterAttr ),
       ports_( *this, programmedStatus_, programmedStatusAttr, parking_, this->evpnLagMemberInfo(),
-              portTexts, traceHandle ),
+              portTexts ),
       evpnStatusReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );
   watchLagPorts();

@@ -95,6 +95,7 @@ private:
   Use useOf( const MplsFloodSetVia & via ) const;
   void explainPath( const MplsFloodSetVia & via, Explanation & out ) const;
   void checkFecIds( Findings & out ) const;
+  void checkRequest( Rook::Fib::FecId fecId, const MplsFloodSetVia & via, Findings & out ) const;
 
   void handleVlanFloodSetStatusNotInitialized() override;
   void makeUpForZombieMark() override;

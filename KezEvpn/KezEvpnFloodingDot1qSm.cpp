@@ -27,8 +27,8 @@ EvpnFloodingDot1qSm::EvpnFloodingDot1qSm( Out< KezHelper::EvpnFloodingSmHelper >
                          scheduler, evpnLagMemberInfo, evpnStatus ),
       evpnVlanStatus_( evpnVlanStatus ), evpnMplsConfig_( evpnMplsConfig ),
       parking_( *this, *this, unprogrammedDot1q_, unprogrammedDot1qAttr ),
-      ports_( *this, dot1qStatus_, dot1qStatusAttr, parking_, this->evpnLagMemberInfo(), portTexts,
-              traceHandle ),
+      ports_( *this, dot1qStatus_, dot1qStatusAttr, parking_, this->evpnLagMemberInfo(),
+              portTexts ),
       evpnStatusReactor_( *this ), evpnMplsConfigReactor_( *this ),
       evpnVlanStatusReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );
@@ -83,9 +83,7 @@ void EvpnFloodingDot1qSm::handleInitialized() {
   VEX_ASSERT( floodingHelper() );
   VEX_ASSERT( scheduler() );
   reviewUnprogrammedIs( scheduler(), 2, "reviewUnprogrammed" );
-  VexReviewIntfVlan::replace(
-      reviewIntfVlan_, scheduler(), 2, "reviewIntfVlan", *this,
-      [ this ] { vex_handleReviewIntfVlan_taskRun(); }, traceHandle, intfVlanReviewTexts );
+  reviewIntfVlanIs( scheduler(), 2, "reviewIntfVlan" );
   initializedIs( true );
   for ( const auto [ vlanId, dot1q ] : evpnStatus()->vlanToDot1q() ) {
     handleVlanDot1q( vlanId );
@@ -95,6 +93,14 @@ void EvpnFloodingDot1qSm::handleInitialized() {
       maybeScheduleIntfVlanReview( intfId, vlanId );
     }
   }
+}
+
+void EvpnFloodingDot1qSm::reviewIntfVlanIs( Out< Loom::TaskScheduler > scheduler,
+                                            Loom::TaskPriority priority,
+                                            const Vex::String & name ) {
+  VexReviewIntfVlan::replace(
+      reviewIntfVlan_, scheduler, priority, name, *this,
+      [ this ] { vex_handleReviewIntfVlan_taskRun(); }, traceHandle, intfVlanReviewTexts );
 }
 
 // --- VLANs

@@ -102,6 +102,8 @@ public:
 
   void doReviewUnprogrammed() override;
   void maybeScheduleIntfVlanReview( Wire::IntfId intfId, Bridging::VlanId vlanId );
+  void reviewIntfVlanIs( Out< Loom::TaskScheduler > scheduler, Loom::TaskPriority priority,
+                         const Vex::String & name );
   void vex_handleReviewIntfVlan_taskRun();
   void doReviewIntfVlan();
   void check( Findings & out ) const override;

@@ -25,8 +25,7 @@ EvpnFloodingEsiSm::EvpnFloodingEsiSm( Out< KezHelper::EvpnFloodingSmHelper > flo
                          scheduler, evpnLagMemberInfo, evpnStatus ),
       tunnelIdHwTunnelId_( tunnelIdHwTunnelId ),
       parking_( *this, *this, unprogrammedEsi_, unprogrammedEsiAttr ),
-      ports_( *this, esiStatus_, esiStatusAttr, parking_, this->evpnLagMemberInfo(), portTexts,
-              traceHandle ),
+      ports_( *this, esiStatus_, esiStatusAttr, parking_, this->evpnLagMemberInfo(), portTexts ),
       evpnStatusReactor_( *this ), tunnelIdHwTunnelIdReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );
   tunnelIdHwTunnelIdReactor_.notifierIs( tunnelIdHwTunnelId );

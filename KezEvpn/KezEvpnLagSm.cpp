@@ -8,8 +8,8 @@ static Ringlog::Handle traceHandle( "KezEvpnLagSm" );
 
 EvpnLagSm::EvpnLagSm( In< KezCommonSmData > acsd, In< LagCreatorConfigDir > lagConfigDir,
                       Out< EvpnLagMemberInfo > evpnLagMemberInfo )
-    : acsd_( acsd ), lagConfigDir_( lagConfigDir ), evpnLagMemberInfo_( evpnLagMemberInfo ),
-      lagConfigDirReactor_( *this ) {
+    : StateMachine( traceHandle ), acsd_( acsd ), lagConfigDir_( lagConfigDir ),
+      evpnLagMemberInfo_( evpnLagMemberInfo ), lagConfigDirReactor_( *this ) {
   lagConfigDirReactor_.notifierIs( lagConfigDir );
   // What an earlier machine published and no LAG stands for.
   for ( const auto & [ lagIntfId, portList ] : evpnLagMemberInfo->lagToPort() ) {

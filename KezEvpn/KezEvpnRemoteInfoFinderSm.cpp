@@ -17,7 +17,7 @@ static TunnelId tunnelOf( const L2Rib::Dest & dest ) {
 
 EvpnRemoteInfoFinderSm::EvpnRemoteInfoFinderSm( In< L2Rib::FloodSetOutput > floodSetOutput,
                                                 Out< EvpnRemoteInfo > remoteInfo )
-    : floodSetOutput_( floodSetOutput ), remoteInfo_( remoteInfo ),
+    : StateMachine( traceHandle ), floodSetOutput_( floodSetOutput ), remoteInfo_( remoteInfo ),
       floodSetOutputReactor_( *this ) {
   floodSetOutputReactor_.notifierIs( floodSetOutput );
 }
@@ -75,16 +75,19 @@ void EvpnRemoteInfoFinderSm::processMplsDest( Bridging::VlanId vlanId, const Wir
   TRACE( 8, "New refcount of tunnel ", tunnelId, " is ", count );
 }
 
-// Counts all that stands anew. A tunnel that has come into use passes through 1, which is what
-// tells of its first destination.
-void EvpnRemoteInfoFinderSm::makeUpForZombieMark() {
-  Vex::Collection< TunnelId, uint32_t > counts;
+void EvpnRemoteInfoFinderSm::countDests( Counts & counts ) const {
   forEachDest( *floodSetOutput(),
                [ & ]( Bridging::VlanId, Wire::EthAddr, const L2Rib::Dest & dest ) {
                  if ( const auto tunnelId = tunnelOf( dest ); tunnelId != TunnelId::invalid() ) {
                    ++*counts.findOrAdd( tunnelId, [] { return 0u; } ).first;
                  }
                } );
+}
+
+// A tunnel that has come into use passes through 1, which is what tells of its first destination.
+void EvpnRemoteInfoFinderSm::makeUpForZombieMark() {
+  Counts counts;
+  countDests( counts );
   for ( const auto [ tunnelId, count ] : remoteInfo()->remoteTunnelId() ) {
     if ( !counts.has( tunnelId ) ) {
       remoteInfo()->remoteTunnelIdDel( tunnelId );

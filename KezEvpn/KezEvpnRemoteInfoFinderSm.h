@@ -55,6 +55,9 @@ public:
 
 private:
   void makeUpForZombieMark() override;
+  // By tunnel, how many destinations in the input are reached over it.
+  using Counts = Vex::Collection< Tunnel::TunnelTable::TunnelId, uint32_t >;
+  void countDests( Counts & counts ) const;
 
   VexFloodSetOutput floodSetOutputReactor_;
 };

@@ -9,7 +9,7 @@ static Ringlog::Handle traceHandle( "KezEvpnVlanFloodSetFilterSm" );
 VlanFloodSetFilterSm::VlanFloodSetFilterSm( L2Rib::DestType destType,
                                             In< L2Rib::FloodSetOutput > inFloodSetOutput,
                                             Out< L2Rib::FloodSetOutput > outFloodSetOutput )
-    : destType_( destType ), inFloodSetOutput_( inFloodSetOutput ),
+    : InitializedSm( traceHandle ), destType_( destType ), inFloodSetOutput_( inFloodSetOutput ),
       outFloodSetOutput_( outFloodSetOutput ), inFloodSetOutputReactor_( *this ) {
   inFloodSetOutputReactor_.notifierIs( inFloodSetOutput );
 }
@@ -61,13 +61,9 @@ void VlanFloodSetFilterSm::deleteStaleDests() {
           deleteDest( vlanId, mac, dest );
         }
       }
-      if ( floodSet->destSets() == 0 ) {
-        vlanFloodSet->floodSetDel( mac );
-      }
+      vlanFloodSet->floodSetDelIfEmpty( mac );
     }
-    if ( vlanFloodSet->floodSets() == 0 ) {
-      outFloodSetOutput()->vlanFloodSetDel( vlanId );
-    }
+    outFloodSetOutput()->vlanFloodSetDelIfEmpty( vlanId );
   }
 }
 

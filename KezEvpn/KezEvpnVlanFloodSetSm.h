@@ -74,6 +74,7 @@ private:
     size_t withoutTunnel = 0;
   };
   void count( const VlanMacDest & vmd, Tally & tally ) const;
+  void checkConfig( const VlanMacDest & vmd, const MplsFloodSetVia & via, Findings & out ) const;
 
   void makeUpForZombieMark() override;
   void publish( const FloodSetMplsDestConfig & floodSetConfig );

@@ -12,9 +12,9 @@ KezEvpnVlanMembershipSm::KezEvpnVlanMembershipSm( In< Bridging::Config > bridgin
                                                   In< Bridging::VlanStatusDir > vlanStatusDir,
                                                   In< Evpn::EvpnStatus > evpnStatus,
                                                   Out< EvpnVlanStatus > evpnVlanStatus )
-    : bridgingConfig_( bridgingConfig ), vlanStatusDir_( vlanStatusDir ), evpnStatus_( evpnStatus ),
-      evpnVlanStatus_( evpnVlanStatus ), bridgingConfigReactor_( *this ),
-      vlanStatusDirReactor_( *this ), evpnStatusReactor_( *this ) {
+    : StateMachine( traceHandle ), bridgingConfig_( bridgingConfig ),
+      vlanStatusDir_( vlanStatusDir ), evpnStatus_( evpnStatus ), evpnVlanStatus_( evpnVlanStatus ),
+      bridgingConfigReactor_( *this ), vlanStatusDirReactor_( *this ), evpnStatusReactor_( *this ) {
   // What an earlier machine published stays where it still holds.
   processPublished();
   bridgingConfigReactor_.notifierIs( bridgingConfig );

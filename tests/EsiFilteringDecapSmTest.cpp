@@ -147,6 +147,27 @@ protected:
   Vex::Ptr< Kez::EsiFilteringDecapSm > sm;
 };
 
+TEST_F( EsiFilteringDecapSmTest, RouteStaysInTheBacklogWhileItCouldNotBePublishedAsRefused ) {
+  const RookTest::MountDirectory directory;
+  hwStatus = Vex::makePtr< Mpls::LfibHwStatus >( "full" );
+  start();
+  for ( uint32_t number = 1; number <= 2000; ++number ) {
+    filterRoute( number, number, eth1 ); // which the first route has
+  }
+  {
+    const RookTest::Limit longest( RLIMIT_FSIZE, 64 * 1024 );
+    EXPECT_TRUE( settle() );
+    const auto waiting = tracking->routeKeyBacklogs();
+    EXPECT_GT( waiting, 0u );
+    EXPECT_EQ( hwStatus->unprogrammedRoutes() + waiting, 1999u );
+    advance( 5 );
+    EXPECT_EQ( tracking->routeKeyBacklogs(), waiting );
+  }
+  advance( 5 );
+  EXPECT_EQ( tracking->routeKeyBacklogs(), 0u );
+  EXPECT_EQ( hwStatus->unprogrammedRoutes(), 1999u );
+}
+
 TEST_F( EsiFilteringDecapSmTest, PortMapFollowsTheFirstViaOfARoute ) {
   filterRoute( 1, 500, eth1 );
   start(); // deals with what stands in the backlog

@@ -306,9 +306,15 @@ TEST_F( EvpnHwTunnelIdSmTest, TunnelWithoutRoomInTheTableWaitsAndLosesNoId ) {
     label( es1, 5000 ); // takes a zombie's place
     EXPECT_TRUE( mapping->tunnelIdToHwTunnelIdHas( 5000 ) );
     EXPECT_FALSE( mapping->tunnelIdToHwTunnelIdHas( 1 ) );
+    // A run that has to yield leaves the first tunnel without room behind its bookmark.
+    count( tunnelId + 1, 1 );
+    scheduler->workBudgetIs( 1 );
+    advance( 5 );
+    EXPECT_EQ( sm->bookmark(), Tunnel::TunnelTable::TunnelId( tunnelId + 1 ) );
   }
-  advance( 5 );
+  advance( 10 );
   EXPECT_TRUE( mapping->tunnelIdToHwTunnelIdHas( tunnelId ) );
+  EXPECT_TRUE( mapping->tunnelIdToHwTunnelIdHas( tunnelId + 1 ) );
 }
 
 TEST_F( EvpnHwTunnelIdSmTest, TracesWhatBecomesOfATunnel ) {

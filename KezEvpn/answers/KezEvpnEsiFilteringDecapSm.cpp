@@ -21,6 +21,9 @@ void EsiFilteringDecapSm::explain( const Subject & subject, Explanation & out ) 
   const bool waits = explainWait( *routeKey, decision, out );
   if ( lfibTrackingStatus()->routeKeyBacklogHas( *routeKey ) ) {
     out.say( "in the backlog, next run ", Due{ reviewRouteKeyBacklog()->nextRun(), "later" } );
+    if ( const auto & lack = lfibHwStatus()->unprogrammedRouteLack(); !lack.empty() ) {
+      out.say( lack );
+    }
   } else if ( !upToDate && !waits ) {
     out.say( "not looked at before it comes into the backlog" );
   }
@@ -91,8 +94,7 @@ void EsiFilteringDecapSm::check( Findings & out ) const {
   for ( const auto & [ routeKey, via ] : routeEsiFilterVia() ) {
     out.expect( intfRoute( via.intfId ) == routeKey, "intfRoute lacks ", via.intfId, " of route ",
                 routeKey );
-    out.expect( !lfibHwStatus()->unprogrammedRouteHas( routeKey ), "route ", routeKey,
-                " is programmed and parked" );
+    out.expect( !parking_.has( routeKey ), "route ", routeKey, " is programmed and parked" );
   }
   out.expect( lfibTrackingStatus()->routeKeyBacklogs() == 0 || !hasNotificationActive() ||
                   lfibTrackingStatusReactor_.markedForDeletion() ||

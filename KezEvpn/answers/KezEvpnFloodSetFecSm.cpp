@@ -48,9 +48,11 @@ void EvpnFloodSetFecSm::explainPath( const MplsFloodSetVia & via, Explanation & 
   } else {
     out.say( "waiting for hardware's answer for FEC ", fecId, ", none published" );
   }
-  const auto mapping =
-      examine( hwTunnelIdMapping()->tunnelIdToHwTunnelIdTable(), via.tunnelId, out );
-  if ( !mapping || !mapping->hwTunnelId.valid() ) {
+  const auto [ record, damage ] =
+      hwTunnelIdMapping()->tunnelIdToHwTunnelIdTable().examine( via.tunnelId );
+  if ( damage ) {
+    out.say( damage->what() );
+  } else if ( !record || !record->hwTunnelId.valid() ) {
     out.say( "its tunnel has no hardware tunnel id" );
   }
 }
@@ -100,7 +102,24 @@ void EvpnFloodSetFecSm::check( Findings & out ) const {
   out.expect( configs == programmedConfigs(), "floodSetStatusCache is made of ", configs,
               " configurations, not of ", programmedConfigs() );
   for ( const auto & [ via, hwInfo ] : hwInfoMapping()->mapping() ) {
-    out.expect( mplsFloodSetViaCacheHas( via ), "path ", via, " is answered and has no FEC" );
+    const auto response = mplsFloodSetFecResponse()->hwFecIdResponse( mplsFloodSetViaCache( via ) );
+    out.expect( mplsFloodSetViaCacheHas( via ) &&
+                    hwInfo == MplsDestHwInfo{ response.hwFecId, response.l2IntfId },
+                "path ", via, " is published with ", hwInfo, ", and not answered so" );
+  }
+}
+
+// What destinations use is requested with its tunnel's hardware tunnel id as it is now.
+void EvpnFloodSetFecSm::checkRequest( Rook::Fib::FecId fecId, const MplsFloodSetVia & via,
+                                      Findings & out ) const {
+  const auto [ record, damage ] =
+      hwTunnelIdMapping()->tunnelIdToHwTunnelIdTable().examine( via.tunnelId );
+  if ( useOf( via ) == Use::destinations && !damage ) {
+    const auto hwTunnelId = record ? record->hwTunnelId : HwTunnelId();
+    const auto & request = mplsFloodSetFecRequest();
+    out.expect( request->fecHas( fecId ) && request->hwFecIdRequestHas( fecId ) &&
+                    request->hwFecIdRequest( fecId ).hwTunnelId == hwTunnelId,
+                "path ", via, " is not requested with hardware tunnel id ", hwTunnelId );
   }
 }
 
@@ -116,6 +135,9 @@ void EvpnFloodSetFecSm::checkFecIds( Findings & out ) const {
     const auto tunnelInfo = tunnelInfoCache( via.tunnelId );
     out.expect( !isRequested || ( tunnelInfo && tunnelInfo->mplsFloodSetViaSetHas( via ) ),
                 "tunnelInfoCache lacks path ", via );
+    out.expect( hwInfoMapping()->mappingHas( via ) == hasFecResponse( fecId ), "path ", via,
+                " is either answered or published, but not both" );
+    checkRequest( fecId, via, out );
     requested += isRequested ? 1 : 0;
   }
   for ( const auto & [ tunnelId, tunnelInfo ] : tunnelInfoCache() ) {

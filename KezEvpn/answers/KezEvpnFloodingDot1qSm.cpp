@@ -41,8 +41,10 @@ void EvpnFloodingDot1qSm::explainPair( const IntfVlanKey & key, Explanation & ou
   }
   const bool asWanted =
       lack == Lack::nothing && intfVlanDot1q( key ) == dot1qTagForVlan( key.vlanId );
-  if ( intfVlanDot1qHas( key ) && !asWanted ) {
-    out.say( "mapped to tag ", intfVlanDot1q( key ), " till then" );
+  const auto status = dot1qStatus( key );
+  if ( status && status->programmeds() > 0 && !asWanted ) {
+    out.say( "mapped to tag ", intfVlanDot1q( key ),
+             lack == Lack::vlan ? " till then" : " till the next look" );
   }
   ports_.explain( key, out );
   if ( lack == Lack::nothing ) {
@@ -69,7 +71,7 @@ void EvpnFloodingDot1qSm::explainVlan( Bridging::VlanId vlanId, Explanation & ou
 void EvpnFloodingDot1qSm::check( Findings & out ) const {
   PortProgrammingSm::check( out );
   parking_.check( out );
-  ports_.check( out );
+  ports_.check( out, []( const IntfVlanKey & key ) { return key != vlanLevelKey( key.vlanId ); } );
   out.expect( intfVlanQueues() == 0 || !initialized() || reviewIntfVlan()->isScheduled(),
               "pairs are queued and no review is due" );
   for ( const auto & [ key, status ] : dot1qStatus() ) {
@@ -77,6 +79,14 @@ void EvpnFloodingDot1qSm::check( Findings & out ) const {
   }
   if ( !initialized() ) {
     return;
+  }
+  for ( const auto [ vlanId, dot1q ] : programmedDot1q() ) {
+    out.expect( evpnStatus()->vlanToDot1qHas( vlanId ) && dot1q == dot1qTagForVlan( vlanId ),
+                "VLAN ", vlanId, " is programmed with tag ", dot1q, ", which is not published" );
+  }
+  for ( const auto [ vlanId, dot1q ] : evpnStatus()->vlanToDot1q() ) {
+    out.expect( programmedDot1qHas( vlanId ) != parking_.has( vlanLevelKey( vlanId ) ), "VLAN ",
+                vlanId, " is to be either programmed or parked" );
   }
   const auto isMember = [ this ]( const IntfVlanKey & key ) {
     const auto memberInfo = evpnVlanStatus()->vlanStatus( key.vlanId );

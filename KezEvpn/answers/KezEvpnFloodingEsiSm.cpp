@@ -37,7 +37,7 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
   case Lack::usableLabel:
     out.say( "waiting for a remote ESI label of TEP ", dfTepIntfId,
              " of the right encapsulation type, ", remoteLabel, " published" );
-    if ( intfVlanTunnelLabelHas( { key.intfId, key.vlanId, intfVlanTunnel( key ) } ) ) {
+    if ( const auto status = esiStatus( key ); status && status->programmeds() > 0 ) {
       out.say( "what is programmed stays till then" );
     }
     return;
@@ -47,8 +47,13 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
   const auto tunnelId = srTeOrDynamicTunnelIntfIdToTunnelId( dfTepIntfId );
   out.say( "tunnel ", tunnelId, ", label ", remoteLabel.mplsLabel() );
   explainMissingPorts( *evpnLagMemberInfo(), key.intfId, out );
-  const auto mapping = examine( tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable(), tunnelId, out );
-  const auto portLack = portLackOf( key.intfId, mapping.has_value() );
+  const auto [ record, damage ] =
+      tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().examine( tunnelId );
+  if ( damage ) {
+    out.say( damage->what() );
+    return;
+  }
+  const auto portLack = portLackOf( key.intfId, record.has_value() );
   if ( portLack == PortLack::hwTunnelId ) {
     out.say( "waiting for a hardware tunnel id of tunnel ", tunnelId, ", none published" );
   } else if ( portLack == PortLack::localLabel ) {
@@ -95,6 +100,13 @@ void EvpnFloodingEsiSm::check( Findings & out ) const {
       out.expect( !initialized() || ( vlans && vlans->vlanIdHas( vlanId ) ),
                   "intfVlanSet lacks VLAN ", vlanId, " of ", intfId );
     }
+  }
+  for ( const auto key : unprogrammedEsi() ) {
+    out.expect( decide( key ).lack == Lack::nothing && localEsiLabelPublished( key.intfId ), key,
+                " is parked, and waits for an input" );
+  }
+  for ( const auto & [ key, status ] : esiStatus() ) {
+    out.expect( intfVlanTunnelHas( key ), key, " has ports and no tunnel" );
   }
   for ( const auto [ key, label ] : intfVlanTunnelLabel() ) {
     out.expect( intfVlanTunnel( { key.intfId, key.vlanId } ) == key.tunnelId,

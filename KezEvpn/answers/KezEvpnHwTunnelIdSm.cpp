@@ -80,7 +80,10 @@ void EvpnHwTunnelIdSm::check( Findings & out ) const {
     for ( const auto esIntfId : info->sharedEsiLabelConfiguredIntf() ) {
       out.expect( info->intfIdHas( esIntfId ), esIntfId, " does not use tunnel ", tunnelId );
     }
-    usedAndMapped += mapping.examine( tunnelId ).record ? 1 : 0;
+    const auto [ record, damage ] = mapping.examine( tunnelId );
+    out.expect( record || damage || unprogrammedTunnelHas( tunnelId ) || !initialized(), "tunnel ",
+                tunnelId, " is used by a segment, and neither mapped nor parked" );
+    usedAndMapped += record ? 1 : 0;
   }
   out.expect( uses == 0, "tunnelInfo and intfTunnelSet differ" );
   for ( const auto & [ type, tunnels ] : zombieTunnelId() ) {
@@ -105,8 +108,6 @@ void EvpnHwTunnelIdSm::check( Findings & out ) const {
   }
   for ( const auto tunnelId : unprogrammedTunnel() ) {
     out.expect( !mapping.examine( tunnelId ).record, "tunnel ", tunnelId, " is parked and mapped" );
-    out.expect( refusalHas( tunnelId ) || reviewUnprogrammed()->isScheduled(), "tunnel ", tunnelId,
-                " waits for room and no review is due" );
   }
 }
 

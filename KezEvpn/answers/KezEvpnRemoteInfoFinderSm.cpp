@@ -16,8 +16,15 @@ void EvpnRemoteInfoFinderSm::explain( const Subject & subject, Explanation & out
 }
 
 void EvpnRemoteInfoFinderSm::check( Findings & out ) const {
+  Counts counts;
+  countDests( counts );
   for ( const auto [ tunnelId, count ] : remoteInfo()->remoteTunnelId() ) {
-    out.expect( count > 0, "tunnel ", tunnelId, " is counted, and nothing uses it" );
+    out.expect( counts.has( tunnelId ), "tunnel ", tunnelId, " is counted, and nothing uses it" );
+  }
+  for ( const auto [ tunnelId, count ] : counts.range() ) {
+    const auto published = remoteInfo()->remoteTunnelId( tunnelId );
+    out.expect( published == count, "tunnel ", tunnelId, " counts ", published, ", and ",
+                Count{ count, "destination" }, " use it" );
   }
 }
 

@@ -13,10 +13,17 @@ void VlanFloodSetFilterSm::check( Findings & out ) const {
     for ( const auto & [ mac, floodSet ] : vlanFloodSet->floodSet() ) {
       out.expect( floodSet->destSets() > 0, "flood set ", mac, " of VLAN ", vlanId, " is empty" );
       for ( const auto & dest : floodSet->destSet() ) {
-        out.expect( dest.destType() == destType(), "destination ", dest, " is of another type" );
+        out.expect( dest.destType() == destType() && isDestPresent( vlanId, mac, dest ),
+                    "destination ", dest, " of VLAN ", vlanId, " and ", mac,
+                    " is of another type or not in the input" );
       }
     }
   }
+  forEachDest( *inFloodSetOutput(), [ & ]( Bridging::VlanId vlanId, Wire::EthAddr mac,
+                                           const L2Rib::Dest & dest ) {
+    out.expect( dest.destType() != destType() || hasDest( *outFloodSetOutput(), vlanId, mac, dest ),
+                "destination ", dest, " of VLAN ", vlanId, " and ", mac, " is not in the output" );
+  } );
 }
 
 } // namespace Kez

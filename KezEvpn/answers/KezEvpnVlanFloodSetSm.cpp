@@ -60,6 +60,24 @@ void EvpnVlanFloodSetSm::count( const VlanMacDest & vmd, Tally & tally ) const {
 
 // --- What holds between events
 
+// A destination has a configuration exactly while its path has a hardware id, of what is published
+// of the path and its tunnel.
+void EvpnVlanFloodSetSm::checkConfig( const VlanMacDest & vmd, const MplsFloodSetVia & via,
+                                      Findings & out ) const {
+  const bool answered = hwInfoMapping()->mappingHas( via );
+  out.expect( mplsDestHwConfigHas( vmd ) == answered, vmd,
+              answered ? " has no configuration" : " has a configuration, and its path no id" );
+  const auto [ record, damage ] =
+      hwTunnelIdMapping()->tunnelIdToHwTunnelIdTable().examine( via.tunnelId );
+  if ( !answered || damage ) {
+    return;
+  }
+  const auto & hwInfo = hwInfoMapping()->mapping( via );
+  const MplsDestConfig wanted{ via.tunnelId, via.label, record ? record->hwTunnelId : HwTunnelId(),
+                               hwInfo.hwIdForTunnelProgramming, hwInfo.l2IntfId };
+  out.expect( mplsDestHwConfig( vmd ) == wanted, "the configuration of ", vmd, " is not ", wanted );
+}
+
 void EvpnVlanFloodSetSm::check( Findings & out ) const {
   if ( !initialized() ) {
     return;
@@ -78,6 +96,7 @@ void EvpnVlanFloodSetSm::check( Findings & out ) const {
       const auto ofTunnel = tunnelToFloodSetEntry( via.tunnelId );
       out.expect( ofTunnel && ofTunnel->vlanMacDestSetHas( vmd ), "tunnelToFloodSetEntry lacks ",
                   vmd );
+      checkConfig( vmd, via, out );
     }
   }
   size_t dests = 0;

@@ -38,12 +38,20 @@ void KezEvpnVlanMembershipSm::explainPair( const IntfVlanKey & key, Explanation 
 void KezEvpnVlanMembershipSm::check( Findings & out ) const {
   for ( const auto & [ vlanId, memberInfo ] : evpnVlanStatus()->vlanStatus() ) {
     out.expect( memberInfo->members() > 0, "VLAN ", vlanId, " is published without a member" );
+    for ( const auto intfId : memberInfo->member() ) {
+      out.expect( isConfigured( intfId, vlanId ) || isOperational( intfId, vlanId ), intfId,
+                  " is a member of VLAN ", vlanId, ", neither configured nor operational" );
+    }
   }
   for ( const auto & [ intfId, vlans ] : intfVlanConfigSet() ) {
     out.expect( vlans->vlanIds() > 0, "intfVlanConfigSet has an empty interface ", intfId );
     for ( const auto vlanId : vlans->vlanId() ) {
       out.expect( isConfigured( intfId, vlanId ), "intfVlanConfigSet has VLAN ", vlanId, " of ",
                   intfId, ", which is not configured" );
+      const auto memberInfo = evpnVlanStatus()->vlanStatus( vlanId );
+      const bool member = memberInfo && memberInfo->memberHas( intfId );
+      out.expect( member == decide( intfId, vlanId ).member, intfId, " in VLAN ", vlanId,
+                  member ? " is a member, and is not to be" : " is no member, and is to be" );
     }
   }
   for ( const auto & [ vlanId, config ] : bridgingConfig()->vlanConfig() ) {

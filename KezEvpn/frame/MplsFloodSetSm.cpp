@@ -6,8 +6,8 @@ MplsFloodSetSm::MplsFloodSetSm( Ringlog::Handle & traceHandle,
                                 In< L2Rib::FloodSetOutput > floodSetOutput,
                                 In< TunnelIdToHwTunnelIdMapping > hwTunnelIdMapping,
                                 In< EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus )
-    : floodSetOutput_( floodSetOutput ), hwTunnelIdMapping_( hwTunnelIdMapping ),
-      vlanFloodSetHwStatus_( vlanFloodSetHwStatus ), traceHandle_( traceHandle ),
+    : InitializedSm( traceHandle ), floodSetOutput_( floodSetOutput ),
+      hwTunnelIdMapping_( hwTunnelIdMapping ), vlanFloodSetHwStatus_( vlanFloodSetHwStatus ),
       floodSetOutputReactor_( *this ), hwTunnelIdMappingReactor_( *this ),
       vlanFloodSetHwStatusReactor_( *this ) {}
 
@@ -60,7 +60,7 @@ void MplsFloodSetSm::VexFloodSet::handleFloodSet() {
   if ( !sm->initialized() ) {
     return;
   }
-  const auto & traceHandle = sm->traceHandle_;
+  const auto & traceHandle = sm->handle();
   const auto vlan = vlanId();
   const auto floodSet = notifier();
   TRACE( 8, "handleFloodSet vlan: ", vlan, " mac: ", floodSet->mac() );
@@ -72,7 +72,7 @@ void MplsFloodSetSm::VexFloodSet::handleFloodSet() {
 void MplsFloodSetSm::VexFloodSet::handleDestSet( const L2Rib::Dest & dest ) {
   const auto sm = this->sm();
   if ( sm->initialized() ) {
-    const auto & traceHandle = sm->traceHandle_;
+    const auto & traceHandle = sm->handle();
     TRACE( 8, "handleDestSet vlan: ", vlanId(), " mac: ", mac(), " dest: ", dest );
     sm->processMplsDest( vlanId(), mac(), dest );
   }
@@ -84,7 +84,7 @@ void MplsFloodSetSm::VexVlanFloodSetStatus::handleVlanFloodSetStatus() {
     sm->handleVlanFloodSetStatusNotInitialized();
     return;
   }
-  const auto & traceHandle = sm->traceHandle_;
+  const auto & traceHandle = sm->handle();
   TRACE( 8, "handleVlanFloodSetStatus vlan: ", macVlanPair().vlanId,
          " mac: ", macVlanPair().macAddr );
   const auto status = notifier();
@@ -96,7 +96,7 @@ void MplsFloodSetSm::VexVlanFloodSetStatus::handleVlanFloodSetStatus() {
 void MplsFloodSetSm::VexVlanFloodSetStatus::handleMplsDestStatus( const MplsDestConfig & config ) {
   const auto sm = this->sm();
   if ( sm->initialized() ) {
-    const auto & traceHandle = sm->traceHandle_;
+    const auto & traceHandle = sm->handle();
     TRACE( 8, "handleMplsDestStatus vlan: ", macVlanPair().vlanId, " mac: ", macVlanPair().macAddr,
            " tunnelId: ", config.tunnelId, " label: ", config.label );
     sm->handleMplsDestStatus( macVlanPair(), config );
@@ -120,7 +120,7 @@ HwTunnelId MplsFloodSetSm::hwTunnelId( Tunnel::TunnelTable::TunnelId tunnelId ) 
     const auto record = hwTunnelIdMapping()->tunnelIdToHwTunnelId( tunnelId );
     return record ? record->hwTunnelId : HwTunnelId();
   } catch ( const Rook::Corruption & corruption ) {
-    const auto & traceHandle = traceHandle_;
+    const auto & traceHandle = handle();
     TRACE( 1, corruption.what() );
     hwTunnelIdMapping()->tunnelIdToHwTunnelIdTable().handleCorruption( corruption );
     return HwTunnelId();

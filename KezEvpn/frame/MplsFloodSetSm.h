@@ -97,7 +97,6 @@ protected:
   HwTunnelId hwTunnelId( Tunnel::TunnelTable::TunnelId tunnelId ) const;
 
 private:
-  Ringlog::Handle & traceHandle_; // the machine's
   VexFloodSetOutput floodSetOutputReactor_;
   VexHwTunnelIdMapping hwTunnelIdMappingReactor_;
   VexVlanFloodSetHwStatus vlanFloodSetHwStatusReactor_;

@@ -12,7 +12,8 @@
 //   parking_.settle( key );   parked: refused once more; else its refusals are forgotten
 //
 // and a key that is wanted no more is released. Between events, a review is due while anything is
-// parked, unless the policy is to wait until something is freed; and the bookmark is a parked key.
+// parked, but for what was refused where the policy is to wait until something is freed; and the
+// bookmark is a parked key.
 #pragma once
 
 #include "KezEvpn/frame/Review.h"
@@ -22,7 +23,8 @@ namespace Kez {
 // When parked keys are reviewed.
 enum class Retry {
   afterRefusal, // an interval after one was refused, and on while there are any
-  whenFreed,    // only when hardware has room again, at once, or the machine says
+  whenFreed,    // refused ones only when hardware has room again, at once; what waits for room of
+                // another kind an interval after the machine said so, and on while there is any
   byMachine     // when the machine says; it must, before its task's run ends
 };
 
@@ -40,16 +42,17 @@ public:
   using VexReviewUnprogrammed = ReviewTask< Key >;
 
   VEX_ENTITY( RetryingSm, "Kez::RetryingSm", InitializedSm )
+  VEX_COMPUTED( 59, bookmark, std::optional< Key > )
   VEX_TUNABLE( 61, defaultUnprogrammedRetryInterval, Vex::Interval, 5.0 )
   VEX_OUTPUT( 62, reviewUnprogrammed, VexReviewUnprogrammed )
   VEX_COUNTER( 63, refusal, Key )
-  VEX_ATTRIBUTES( defaultUnprogrammedRetryInterval, reviewUnprogrammed, refusal )
+  VEX_ATTRIBUTES( defaultUnprogrammedRetryInterval, reviewUnprogrammed, bookmark, refusal )
 
   void reviewUnprogrammedIs( const Vex::Ptr< Loom::TaskScheduler > & scheduler,
                              Loom::TaskPriority priority, const Vex::String & name ) {
     VexReviewUnprogrammed::replace(
         reviewUnprogrammed_, scheduler, priority, name, *this,
-        [ this ] { vex_handleReviewUnprogrammed_taskRun(); }, traceHandle_, policy_.texts );
+        [ this ] { vex_handleReviewUnprogrammed_taskRun(); }, handle(), policy_.texts );
   }
 
   void vex_handleReviewUnprogrammed_taskRun() {
@@ -61,7 +64,7 @@ public:
   virtual void doReviewUnprogrammed() = 0;
 
   virtual void maybeScheduleUnprogrammedReview( bool immediate ) {
-    const auto & traceHandle = traceHandle_;
+    const auto & traceHandle = handle();
     TRACE( 8, "maybeScheduleUnprogrammedReview immediate ", immediate );
     scheduleUnprogrammedReview( immediate );
   }
@@ -74,7 +77,7 @@ public:
 
 protected:
   RetryingSm( Ringlog::Handle & traceHandle, const ParkingPolicy & policy )
-      : traceHandle_( traceHandle ), policy_( policy ) {}
+      : InitializedSm( traceHandle ), policy_( policy ) {}
   ~RetryingSm() override { VexReviewUnprogrammed::drop( reviewUnprogrammed_ ); }
 
   // How many keys are parked.
@@ -103,17 +106,24 @@ protected:
 private:
   template< class, class > friend class Parking;
 
+  // How many keys nothing but a review brings on.
+  size_t awaitingReview() const {
+    return parked() - ( policy_.retry == Retry::whenFreed ? this->refusals() : 0 );
+  }
   bool reviewIsDueWhileParked() const {
-    return policy_.retry == Retry::whenFreed || parked() == 0 ||
-           reviewUnprogrammed()->isScheduled();
+    return awaitingReview() == 0 || reviewUnprogrammed()->isScheduled();
   }
 
   // What failed assertions name.
-  const char * source() const { return traceHandle_.source(); }
+  const char * source() const { return handle().source(); }
 
-  Ringlog::Handle & traceHandle_; // the machine's
   const ParkingPolicy policy_;
 };
+
+// Where a review that had to yield goes on.
+template< class Key > std::optional< Key > RetryingSm< Key >::bookmark() const {
+  return reviewUnprogrammed() ? reviewUnprogrammed()->bookmark() : std::nullopt;
+}
 
 // The line of parked keys that is a set attribute.
 template< class Key > class ParkedSet {
@@ -141,6 +151,7 @@ public:
       : sm_( sm ), line_{ std::forward< Arguments >( line )... } {}
 
   bool has( const Key & key ) const { return line_.has( key ); }
+  auto range() const { return line_.range(); }
 
   // A key that is parked already keeps its place.
   template< class... With > void park( const Key & key, const With &... with ) {
@@ -197,7 +208,8 @@ public:
                                      sm_.defaultUnprogrammedRetryInterval(), sm_.policy_.resume );
     // A step may have had another task take this one's place, which no run of this one is due for.
     const auto & next = sm_.reviewUnprogrammed();
-    const bool due = next != task || ( ended && sm_.policy_.retry == Retry::afterRefusal );
+    const bool due = next != task ||
+                     ( ended && sm_.policy_.retry != Retry::byMachine && sm_.awaitingReview() > 0 );
     if ( due && line_.size() > 0 && !next->isScheduled() ) {
       sm_.maybeScheduleUnprogrammedReview( false );
     }

@@ -46,11 +46,11 @@ template< class Status > class PortStatus {
 public:
   using Key = typename Status::FwkKey;
 
-  PortStatus( Vex::Entity & owner, Vex::EntityStorage< Status > & statuses, Vex::AttrId id,
+  PortStatus( StateMachine & owner, Vex::EntityStorage< Status > & statuses, Vex::AttrId id,
               Parking< Key > & parking, const Vex::Ptr< const EvpnLagMemberInfo > & lags,
-              const PortTexts & texts, Ringlog::Handle & traceHandle )
+              const PortTexts & texts )
       : owner_( owner ), statuses_( statuses ), id_( id ), parking_( parking ), lags_( lags ),
-        texts_( texts ), traceHandle_( traceHandle ) {}
+        texts_( texts ) {}
 
   // The ports to program; nothing for a LAG that has none.
   std::optional< KezPortList > portsOf( Wire::IntfId intfId ) const {
@@ -169,24 +169,27 @@ public:
   // Says on which ports the key is in hardware, and on which it is not.
   void explain( const Key & key, Explanation & out ) const;
 
-  void check( Findings & out ) const;
+  // `isEntry( key )`: whether a parked key is one that is programmed port by port.
+  template< class IsEntry > void check( Findings & out, IsEntry && isEntry ) const;
+  void check( Findings & out ) const {
+    check( out, []( const Key & ) { return true; } );
+  }
 
 private:
   void record( Status & status, Wire::IntfId port, HwProgrammingStatus rc );
   void say( std::string_view text ) const {
     if ( !text.empty() ) {
-      const auto & traceHandle = traceHandle_;
+      const auto & traceHandle = owner_.handle();
       TRACE( 5, text );
     }
   }
 
-  Vex::Entity & owner_;
+  StateMachine & owner_;
   Vex::EntityStorage< Status > & statuses_;
   const Vex::AttrId id_;
   Parking< Key > & parking_;
   const Vex::Ptr< const EvpnLagMemberInfo > & lags_;
   const PortTexts & texts_;
-  Ringlog::Handle & traceHandle_;
 };
 
 template< class Status >
@@ -199,12 +202,12 @@ void PortStatus< Status >::record( Status & status, Wire::IntfId port, HwProgram
     break;
   case HwProgrammingStatus::notProgrammed:
     say( texts_.failed );
-    status.unprogrammedIs( port );
     parking_.park( status.fwkKey() );
+    status.unprogrammedIs( port );
     break;
   case HwProgrammingStatus::invalidHwId:
     say( texts_.invalidHwId );
-    VEX_ASSERT_IN( traceHandle_.source(), 0 );
+    VEX_ASSERT_IN( owner_.handle().source(), 0 );
     break;
   }
 }
@@ -239,7 +242,12 @@ void PortStatus< Status >::explain( const Key & key, Explanation & out ) const {
   }
 }
 
-template< class Status > void PortStatus< Status >::check( Findings & out ) const {
+template< class Status >
+template< class IsEntry >
+void PortStatus< Status >::check( Findings & out, IsEntry && isEntry ) const {
+  for ( const auto & key : parking_.range() ) {
+    out.expect( statuses_.has( key ) || !isEntry( key ), key, " is parked and has no status" );
+  }
   for ( const auto & [ key, status ] : statuses_.range() ) {
     out.expect( parking_.has( key ) == ( status->unprogrammeds() > 0 ), key,
                 " is parked, or has ports that wait, but not both" );

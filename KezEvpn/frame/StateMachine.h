@@ -13,6 +13,7 @@
 // its header states.
 #pragma once
 
+#include "Ringlog/Trace.h"
 #include "Vex/Attributes.h"
 
 #include <utility>
@@ -50,7 +51,12 @@ public:
   // Says what of its invariants does not hold. To be asked between events.
   virtual void check( Findings & ) const {}
 
+  // By which what machines share traces and asserts in the machine's name.
+  Ringlog::Handle & handle() const { return handle_; }
+
 protected:
+  explicit StateMachine( Ringlog::Handle & traceHandle ) : handle_( traceHandle ) {}
+
   virtual bool started() const { return true; }
 
   // Once all reactors are unmarked, each of which has looked at its entity as it stands now:
@@ -58,6 +64,7 @@ protected:
   virtual void makeUpForZombieMark() {}
 
 private:
+  Ringlog::Handle & handle_;
   bool marked_ = false;
 };
 
@@ -73,6 +80,8 @@ public:
   virtual void handleInitialized() = 0;
 
 protected:
+  using StateMachine::StateMachine;
+
   bool started() const override { return initialized(); }
 };
 
