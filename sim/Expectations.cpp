@@ -50,7 +50,7 @@ std::set< IntfId > portsOf( const System & system, IntfId intfId ) {
   return ports;
 }
 
-void lagMembers( const System & system, Report & report ) {
+void lagMembers( const System & system, Differences & out ) {
   std::set< std::pair< IntfId, IntfId > > expected, present;
   for ( const auto & [ intfId, lag ] : system.lagConfigDir->lagConfig() ) {
     for ( const auto port : portsOf( system, intfId ) ) {
@@ -58,12 +58,12 @@ void lagMembers( const System & system, Report & report ) {
     }
   }
   for ( const auto & [ intfId, ports ] : system.evpnLagMemberInfo->lagToPort() ) {
-    report.check( ports.ports() > 0, "lagToPort has an empty LAG" );
+    out.expect( ports.ports() > 0, "lagToPort has an empty LAG" );
     for ( const auto port : ports ) {
       present.emplace( intfId, port );
     }
   }
-  report.same( "lagToPort", expected, present );
+  out.same( "lagToPort", expected, present );
 }
 
 // Configuration counts for an interface whose encapsulated BUM traffic is filtered, status for any
@@ -94,28 +94,28 @@ template< class Map > auto valueAt( const Map & map, const typename Map::key_typ
   return at == map.end() ? std::nullopt : std::optional( at->second );
 }
 
-void vlanMembers( const System & system, const History & history, Report & report ) {
+void vlanMembers( const System & system, const History & history, Differences & out ) {
   std::set< VlanIntf > present;
   for ( const auto & [ vlanId, info ] : system.evpnVlanStatus->vlanStatus() ) {
-    report.check( info->members() > 0, "vlanStatus has an empty VLAN" );
+    out.expect( info->members() > 0, "vlanStatus has an empty VLAN" );
     for ( const auto intfId : info->member() ) {
       present.emplace( vlanId, intfId );
     }
   }
-  report.same( "vlanStatus", history.members, present );
+  out.same( "vlanStatus", history.members, present );
 }
 
 // --- VLANs and their tags, flood filters
 
-void dot1qMappings( const System & system, const History & history, Report & report ) {
+void dot1qMappings( const System & system, const History & history, Differences & out ) {
   const auto & hardware = *system.hardware;
   std::set< std::pair< VlanId, VlanIdOrNone > > vlans;
   for ( const auto & [ vlanId, dot1q ] : system.evpnStatus->vlanToDot1q() ) {
     const bool own = dot1q == VlanIdOrNone() && system.evpnMplsConfig->vlanServiceDot1qEnabled();
     vlans.emplace( vlanId, own ? VlanIdOrNone( vlanId ) : dot1q );
   }
-  report.same( "switch.vlan", vlans, pairsOf< VlanId, VlanIdOrNone >( hardware.vlan() ),
-               hardware.hasRoom( Table::vlan ) );
+  out.same( "switch.vlan", vlans, pairsOf< VlanId, VlanIdOrNone >( hardware.vlan() ),
+            hardware.hasRoom( Table::vlan ) );
 
   std::set< std::pair< PortVlanKey, VlanIdOrNone > > mappings;
   for ( const auto & [ vlanId, dot1q ] : vlans ) {
@@ -133,10 +133,10 @@ void dot1qMappings( const System & system, const History & history, Report & rep
     return !hardware.vlanHas( vlanId ) && system.evpnStatus->vlanToDot1qHas( vlanId ) &&
            history.members.contains( { vlanId, parent } );
   } );
-  report.same( "switch.dot1qMapping", mappings, present, hardware.hasRoom( Table::dot1qMapping ) );
+  out.same( "switch.dot1qMapping", mappings, present, hardware.hasRoom( Table::dot1qMapping ) );
 }
 
-void floodFilters( const System & system, Report & report ) {
+void floodFilters( const System & system, Differences & out ) {
   std::set< PortVlanKey > expected;
   for ( const auto & [ vlanId, status ] : system.evpnStatus->evpnVlanFloodStatus() ) {
     for ( const auto intfId : status->floodFilter() ) {
@@ -145,19 +145,19 @@ void floodFilters( const System & system, Report & report ) {
       }
     }
   }
-  report.same( "switch.nonDfPort", expected, setOf( system.hardware->nonDfPort() ),
-               system.hardware->hasRoom( Table::nonDfPort ) );
+  out.same( "switch.nonDfPort", expected, setOf( system.hardware->nonDfPort() ),
+            system.hardware->hasRoom( Table::nonDfPort ) );
 }
 
 // --- Segments
 
 // What must be there, by (port, VLAN): the tunnel and the forwarder's label. What is there besides
 // must be what history may have left.
-void esiData( const System & system, const History & history, Report & report ) {
+void esiData( const System & system, const History & history, Differences & out ) {
   const auto & hardware = *system.hardware;
   std::set< std::pair< PortVlanKey, std::pair< TunnelId, Wire::MplsLabel > > > expected, present;
   for ( const auto & [ key, data ] : hardware.esiData() ) {
-    report.check( data.hwTunnelId.valid(), "switch.esiData without a hardware tunnel id" );
+    out.expect( data.hwTunnelId.valid(), "switch.esiData without a hardware tunnel id" );
     present.emplace( key, std::pair( data.tunnelId, data.dfEsiLabel ) );
   }
   for ( const auto & [ intfId, segment ] : system.evpnStatus->ethernetSegmentStatus() ) {
@@ -184,12 +184,12 @@ void esiData( const System & system, const History & history, Report & report ) 
       }
     }
   }
-  report.same( "switch.esiData", expected, present, hardware.hasRoom( Table::esiData ) );
+  out.same( "switch.esiData", expected, present, hardware.hasRoom( Table::esiData ) );
 }
 
 // --- Label routes
 
-void esiPortMaps( const System & system, const History & history, Report & report ) {
+void esiPortMaps( const System & system, const History & history, Differences & out ) {
   const auto & hardware = *system.hardware;
   const auto told = [ & ]( Mpls::RouteKey routeKey ) {
     const auto at = history.told.find( routeKey );
@@ -204,42 +204,42 @@ void esiPortMaps( const System & system, const History & history, Report & repor
     const auto parked = system.lfibHwStatus->unprogrammedRoute( routeKey );
     const auto text = "route " + textOf( routeKey );
     if ( asked.kind != Wish::portMap ) {
-      report.check( !parked, text + " is parked and asks for nothing" );
+      out.expect( !parked, text + " is parked and asks for nothing" );
       continue;
     }
     const auto owner = ownerOf( asked.intfId );
     if ( !parked ) {
-      report.check( owner == routeKey && hardware.esiPortMapHas( asked.intfId ),
-                    text + " is neither programmed nor parked" );
+      out.expect( owner == routeKey && hardware.esiPortMapHas( asked.intfId ),
+                  text + " is neither programmed nor parked" );
     } else if ( parked->returnCode == Mpls::LfibHwProgrammingReturnCode::conflict ) {
-      report.check( owner && owner != routeKey, text + " conflicts with none" );
+      out.expect( owner && owner != routeKey, text + " conflicts with none" );
     } else {
-      report.check( !hardware.hasRoom( Table::esiPortMap ), text + " is parked with room for it" );
+      out.expect( !hardware.hasRoom( Table::esiPortMap ), text + " is parked with room for it" );
     }
   }
   for ( const auto & [ intfId, label ] : hardware.esiPortMap() ) {
     const auto owner = ownerOf( intfId );
     const auto asked = owner ? told( *owner ) : std::nullopt;
-    report.check( owner.has_value(), "the port map of " + textOf( intfId ) + " is nobody's" );
-    report.check( !asked || asked->kind == Wish::other ||
-                      *asked == Wish{ Wish::portMap, label, intfId },
-                  "the port map of " + textOf( intfId ) + " is not what its route asks for" );
+    out.expect( owner.has_value(), "the port map of " + textOf( intfId ) + " is nobody's" );
+    out.expect( !asked || asked->kind == Wish::other ||
+                    *asked == Wish{ Wish::portMap, label, intfId },
+                "the port map of " + textOf( intfId ) + " is not what its route asks for" );
   }
 }
 
 // Hardware that has room leaves nothing waiting.
-void parked( const System & system, Report & report ) {
+void parked( const System & system, Differences & out ) {
   const auto room = [ & ]( Table table ) { return system.hardware->hasRoom( table ); };
-  report.check( system.dot1qSm->unprogrammedDot1qs() == 0 || !room( Table::vlan ) ||
-                    !room( Table::dot1qMapping ),
-                "a VLAN or a mapping is parked with room for it" );
-  report.check( system.floodFilterSm->unprogrammedFilters() == 0 || !room( Table::nonDfPort ),
-                "a flood filter is parked with room for it" );
-  report.check( system.esiSm->unprogrammedEsis() == 0 || !room( Table::esiData ),
-                "ESI data is parked with room for it" );
-  report.check( system.switchFloodSets->pendingAnswers() == 0 || !room( Table::fec ) ||
-                    !room( Table::floodSetDest ),
-                "an answer is due with room for it" );
+  out.expect( system.dot1qSm->unprogrammedDot1qs() == 0 || !room( Table::vlan ) ||
+                  !room( Table::dot1qMapping ),
+              "a VLAN or a mapping is parked with room for it" );
+  out.expect( system.floodFilterSm->unprogrammedFilters() == 0 || !room( Table::nonDfPort ),
+              "a flood filter is parked with room for it" );
+  out.expect( system.esiSm->unprogrammedEsis() == 0 || !room( Table::esiData ),
+              "ESI data is parked with room for it" );
+  out.expect( system.switchFloodSets->pendingAnswers() == 0 || !room( Table::fec ) ||
+                  !room( Table::floodSetDest ),
+              "an answer is due with room for it" );
 }
 
 } // namespace
@@ -304,17 +304,17 @@ void startAnew( const System & system, History & history ) {
 }
 
 Vex::String differences( const System & system, const History & history ) {
-  Report report;
-  lagMembers( system, report );
-  vlanMembers( system, history, report );
-  dot1qMappings( system, history, report );
-  floodFilters( system, report );
-  esiData( system, history, report );
-  tunnelDifferences( system, history, report );
-  floodSetDifferences( system, report );
-  esiPortMaps( system, history, report );
-  parked( system, report );
-  return report.text();
+  Differences out;
+  lagMembers( system, out );
+  vlanMembers( system, history, out );
+  dot1qMappings( system, history, out );
+  floodFilters( system, out );
+  esiData( system, history, out );
+  tunnelDifferences( system, history, out );
+  floodSetDifferences( system, out );
+  esiPortMaps( system, history, out );
+  parked( system, out );
+  return out.text();
 }
 
 bool complete( const System & system, const History & history ) {

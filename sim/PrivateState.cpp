@@ -1,6 +1,6 @@
 #include "sim/PrivateState.h"
 
-#include "sim/Report.h"
+#include "sim/Differences.h"
 
 namespace Sim {
 
@@ -33,28 +33,28 @@ template< class Range > std::set< PortVlanKey > keysOf( const Range & range ) {
 Vex::String brokenState( const System & system ) {
   using Bridging::VlanId;
   using Bridging::VlanIdOrNone;
-  Report report;
+  Differences out;
   const Switch::SimulatedSwitch & hardware = *system.hardware;
-  report.same( "evpnFloodingDot1qSm: programmed", keysOf( hardware.dot1qMapping() ),
-               programmedOf( system.dot1qSm->dot1qStatus() ) );
+  out.same( "evpnFloodingDot1qSm: programmed", keysOf( hardware.dot1qMapping() ),
+            programmedOf( system.dot1qSm->dot1qStatus() ) );
   for ( const auto & [ key, tag ] : hardware.dot1qMapping() ) {
-    report.check( system.dot1qSm->intfVlanDot1q( { key.parentIntfId, key.vlanId } ) == tag,
-                  "evpnFloodingDot1qSm: another tag is on record" );
+    out.expect( system.dot1qSm->intfVlanDot1q( { key.parentIntfId, key.vlanId } ) == tag,
+                "evpnFloodingDot1qSm: another tag is on record" );
   }
-  report.same( "evpnFloodingDot1qSm.programmedDot1q",
-               pairsOf< VlanId, VlanIdOrNone >( hardware.vlan() ),
-               pairsOf< VlanId, VlanIdOrNone >( system.dot1qSm->programmedDot1q() ) );
-  report.same( "kezEvpnFloodFilterSm: programmed", setOf( hardware.nonDfPort() ),
-               programmedOf( system.floodFilterSm->programmedStatus() ) );
-  report.same( "evpnFloodingEsiSm: programmed", keysOf( hardware.esiData() ),
-               programmedOf( system.esiSm->esiStatus() ) );
+  out.same( "evpnFloodingDot1qSm.programmedDot1q",
+            pairsOf< VlanId, VlanIdOrNone >( hardware.vlan() ),
+            pairsOf< VlanId, VlanIdOrNone >( system.dot1qSm->programmedDot1q() ) );
+  out.same( "kezEvpnFloodFilterSm: programmed", setOf( hardware.nonDfPort() ),
+            programmedOf( system.floodFilterSm->programmedStatus() ) );
+  out.same( "evpnFloodingEsiSm: programmed", keysOf( hardware.esiData() ),
+            programmedOf( system.esiSm->esiStatus() ) );
   std::set< std::pair< IntfId, Wire::MplsLabel > > portMaps;
   for ( const auto & [ routeKey, via ] : system.decapSm->routeEsiFilterVia() ) {
     portMaps.emplace( via.intfId, via.label );
   }
-  report.same( "esiFilteringDecapSm.routeEsiFilterVia",
-               pairsOf< IntfId, Wire::MplsLabel >( hardware.esiPortMap() ), portMaps );
-  return report.text();
+  out.same( "esiFilteringDecapSm.routeEsiFilterVia",
+            pairsOf< IntfId, Wire::MplsLabel >( hardware.esiPortMap() ), portMaps );
+  return out.text();
 }
 
 } // namespace Sim

@@ -1,7 +1,7 @@
 #include "sim/Simulation.h"
 
+#include "sim/Differences.h"
 #include "sim/PrivateState.h"
-#include "sim/Report.h"
 
 #include "KezEvpn/frame/Findings.h"
 #include "Vex/Clock.h"
@@ -59,15 +59,15 @@ public:
     }
   }
 
-  void compare( const System & after, Report & report ) const {
-    report.same( "after a restart the agent", lasting_, lasting( after ) );
+  void compare( const System & after, Differences & out ) const {
+    out.same( "after a restart the agent", lasting_, lasting( after ) );
     const Kez::EsiFilteringDecapSm & sm = *after.decapSm;
     for ( const auto & [ intfId, holder ] : holders_ ) {
       const auto parked = after.lfibHwStatus->unprogrammedRoute( holder );
       const auto taker = sm.intfRoute( intfId );
-      report.check( !parked || !isConflict( parked->returnCode ) || !refused_.contains( taker ),
-                    "route " + textOf( taker ) + " took " + textOf( intfId ) + " from route " +
-                        textOf( holder ) + " by a restart" );
+      out.expect( !parked || !isConflict( parked->returnCode ) || !refused_.contains( taker ),
+                  "route " + textOf( taker ) + " took " + textOf( intfId ) + " from route " +
+                      textOf( holder ) + " by a restart" );
     }
   }
 
@@ -159,9 +159,9 @@ String Simulation::restart() {
   system_.emplace( wiring_ );
   startAnew( *system_, history_ );
   remember( "restart" );
-  Report report;
-  before.compare( *system_, report );
-  return report.text();
+  Differences out;
+  before.compare( *system_, out );
+  return out.text();
 }
 
 void Simulation::remember( const String & line ) {

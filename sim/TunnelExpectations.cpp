@@ -52,10 +52,10 @@ Table poolOf( Kez::HwTunnelIdType type ) {
 }
 
 // Each id of a pool is free or mapped, and there once.
-void conservation( const System & system, Report & report ) {
+void conservation( const System & system, Differences & out ) {
   std::set< Kez::HwTunnelId > mapped, inUse, all, released;
   for ( const auto & [ tunnelId, id ] : system.tunnelIdHwTunnelId->tunnelIdToHwTunnelId() ) {
-    report.check( mapped.insert( id ).second, "two tunnels have " + textOf( id ) );
+    out.expect( mapped.insert( id ).second, "two tunnels have " + textOf( id ) );
   }
   size_t numbers = 0;
   for ( const auto type : types ) {
@@ -72,20 +72,20 @@ void conservation( const System & system, Report & report ) {
       }
     }
   }
-  report.same( "hardware tunnel ids in use", mapped, inUse );
+  out.same( "hardware tunnel ids in use", mapped, inUse );
   released.merge( inUse );
-  report.same( "hardware tunnel ids", all, released );
-  report.check( all.size() == numbers, "a hardware tunnel id is there twice" );
+  out.same( "hardware tunnel ids", all, released );
+  out.expect( all.size() == numbers, "a hardware tunnel id is there twice" );
 }
 
 } // namespace
 
-void tunnelDifferences( const System & system, const History & history, Report & report ) {
-  conservation( system, report );
+void tunnelDifferences( const System & system, const History & history, Differences & out ) {
+  conservation( system, out );
   const auto users = segmentUsers( system );
   const auto counted = counts( system );
-  report.same( "remoteTunnelId", pairsOf< TunnelId, uint32_t >( counted ),
-               pairsOf< TunnelId, uint32_t >( system.evpnRemoteInfo->remoteTunnelId() ) );
+  out.same( "remoteTunnelId", pairsOf< TunnelId, uint32_t >( counted ),
+            pairsOf< TunnelId, uint32_t >( system.evpnRemoteInfo->remoteTunnelId() ) );
   const auto & mapping = *system.tunnelIdHwTunnelId;
   const auto parkedHas = [ & ]( TunnelId tunnelId ) {
     return system.hwTunnelIdSm->unprogrammedTunnelHas( tunnelId );
@@ -106,20 +106,20 @@ void tunnelDifferences( const System & system, const History & history, Report &
     const auto record = mapping.tunnelIdToHwTunnelId( tunnelId );
     const auto text = "tunnel " + textOf( tunnelId );
     const bool parked = parkedHas( tunnelId );
-    report.check( record || parked, text + " has no id and is not parked" );
-    report.check( history.poolsLimited || !record || record->hwTunnelId.hwTunnelIdType() == type,
-                  text + " has an id of the wrong type" );
-    report.check( !parked || history.poolsDisturbed ||
-                      ( !available[ type ] && !available[ Kez::hwTunnelIdTypeDefault ] ),
-                  text + " is parked while there is an id for it" );
+    out.expect( record || parked, text + " has no id and is not parked" );
+    out.expect( history.poolsLimited || !record || record->hwTunnelId.hwTunnelIdType() == type,
+                text + " has an id of the wrong type" );
+    out.expect( !parked || history.poolsDisturbed ||
+                    ( !available[ type ] && !available[ Kez::hwTunnelIdTypeDefault ] ),
+                text + " is parked while there is an id for it" );
   }
   for ( const auto & [ tunnelId, count ] : needed ) {
     const auto text = "tunnel " + textOf( tunnelId );
-    report.check( history.poolsLimited || mapping.tunnelIdToHwTunnelIdHas( tunnelId ),
-                  text + " has no id though pools have no end" );
-    report.check( !parkedHas( tunnelId ) || history.poolsDisturbed ||
-                      !system.hardware->hasRoom( Table::hwTunnelIdTypeDefault ),
-                  text + " is parked while an id is free" );
+    out.expect( history.poolsLimited || mapping.tunnelIdToHwTunnelIdHas( tunnelId ),
+                text + " has no id though pools have no end" );
+    out.expect( !parkedHas( tunnelId ) || history.poolsDisturbed ||
+                    !system.hardware->hasRoom( Table::hwTunnelIdTypeDefault ),
+                text + " is parked while an id is free" );
   }
 }
 
@@ -141,20 +141,20 @@ std::set< Kez::VlanMacDest > mplsDests( const L2Rib::FloodSetOutput & output ) {
 
 namespace {
 
-void mplsFloodSets( const System & system, Report & report ) {
+void mplsFloodSets( const System & system, Differences & out ) {
   std::set< Kez::VlanMacDest > present;
   for ( const auto & [ vlanId, vlan ] : system.mplsFloodSetOutput->vlanFloodSet() ) {
-    report.check( vlan->floodSets() > 0, "mplsFloodSetOutput has an empty VLAN" );
+    out.expect( vlan->floodSets() > 0, "mplsFloodSetOutput has an empty VLAN" );
     for ( const auto & [ mac, set ] : vlan->floodSet() ) {
-      report.check( set->destSets() > 0, "mplsFloodSetOutput has an empty flood set" );
+      out.expect( set->destSets() > 0, "mplsFloodSetOutput has an empty flood set" );
       for ( const auto & dest : set->destSet() ) {
         present.insert( { vlanId, mac, dest } );
       }
     }
   }
-  report.same( "mplsFloodSetOutput", mplsDests( *system.floodSetOutput ), present );
-  report.check( system.mplsFloodSetOutput->source() == system.floodSetOutput->source(),
-                "mplsFloodSetOutput has another source" );
+  out.same( "mplsFloodSetOutput", mplsDests( *system.floodSetOutput ), present );
+  out.expect( system.mplsFloodSetOutput->source() == system.floodSetOutput->source(),
+              "mplsFloodSetOutput has another source" );
 }
 
 Kez::HwTunnelId hwTunnelIdOf( const System & system, TunnelId tunnelId ) {
@@ -163,7 +163,7 @@ Kez::HwTunnelId hwTunnelIdOf( const System & system, TunnelId tunnelId ) {
 }
 
 // Each path has a FEC of its own, and each FEC its request and answer.
-void fecs( const System & system, Report & report ) {
+void fecs( const System & system, Differences & out ) {
   std::set< Kez::MplsFloodSetVia > paths;
   for ( const auto & dest : mplsDests( *system.floodSetOutput ) ) {
     if ( pathOf( dest ).tunnelId != TunnelId() ) {
@@ -180,46 +180,46 @@ void fecs( const System & system, Report & report ) {
   std::map< uint64_t, Way > answered; // by hardware FEC id
   std::set< std::pair< Rook::Fib::FecId, Kez::HwTunnelId > > programmed;
   for ( const auto & [ fecId, fec ] : system.fecRequest->fec() ) {
-    report.check( fec.via.size() == 1 && fec.fecId == fecId && fecId.value() >= 0x0B00000000000000,
-                  "FEC " + textOf( fecId ) + " is not one of a path" );
+    out.expect( fec.via.size() == 1 && fec.fecId == fecId && fecId.value() >= 0x0B00000000000000,
+                "FEC " + textOf( fecId ) + " is not one of a path" );
     const Way way( fec.via.front().intfId, fec.via.front().mplsLabel );
     requested.insert( way );
     const auto hwTunnelId =
         hwTunnelIdOf( system, Wire::DynamicTunnelIntfId::tunnelId( way.first ) );
-    report.check( system.fecRequest->hwFecIdRequest( fecId ) ==
-                      Kez::HwFecIdRequest( fecId, hwTunnelId ),
-                  "FEC " + textOf( fecId ) + " is requested wrongly" );
+    out.expect( system.fecRequest->hwFecIdRequest( fecId ) ==
+                    Kez::HwFecIdRequest( fecId, hwTunnelId ),
+                "FEC " + textOf( fecId ) + " is requested wrongly" );
     programmed.emplace( fecId, hwTunnelId );
     const auto answer = system.fecResponse->hwFecIdResponse( fecId );
-    report.check( !room || answer.l2IntfId == way.first,
-                  "FEC " + textOf( fecId ) + " has no answer" );
+    out.expect( !room || answer.l2IntfId == way.first,
+                "FEC " + textOf( fecId ) + " has no answer" );
     if ( answer.l2IntfId != IntfId() ) {
       answered[ answer.hwFecId ] = way;
     }
   }
-  report.check( wanted == requested, "other FECs are requested than paths are used" );
-  report.check( system.fecRequest->hwFecIdRequests() == requested.size(),
-                "a FEC is requested by half" );
-  report.same( "switch.fec", programmed,
-               pairsOf< Rook::Fib::FecId, Kez::HwTunnelId >( hardware.fec() ), room );
-  report.check( hardware.fecs() == answered.size() &&
-                    system.fecResponse->hwFecIdResponses() == answered.size() &&
-                    system.hwInfoMapping->mappings() == answered.size(),
-                "answers, FECs in hardware and hwInfoMapping differ in number" );
+  out.expect( wanted == requested, "other FECs are requested than paths are used" );
+  out.expect( system.fecRequest->hwFecIdRequests() == requested.size(),
+              "a FEC is requested by half" );
+  out.same( "switch.fec", programmed,
+            pairsOf< Rook::Fib::FecId, Kez::HwTunnelId >( hardware.fec() ), room );
+  out.expect( hardware.fecs() == answered.size() &&
+                  system.fecResponse->hwFecIdResponses() == answered.size() &&
+                  system.hwInfoMapping->mappings() == answered.size(),
+              "answers, FECs in hardware and hwInfoMapping differ in number" );
   for ( const auto & [ path, info ] : system.hwInfoMapping->mapping() ) {
     const auto at = answered.find( info.hwIdForTunnelProgramming );
-    report.check( paths.contains( path ) && at != answered.end() &&
-                      at->second ==
-                          Way( Wire::DynamicTunnelIntfId::intfId( path.tunnelId ), path.label ) &&
-                      info.l2IntfId == at->second.first,
-                  "hwInfoMapping is wrong about " + textOf( path ) );
+    out.expect( paths.contains( path ) && at != answered.end() &&
+                    at->second ==
+                        Way( Wire::DynamicTunnelIntfId::intfId( path.tunnelId ), path.label ) &&
+                    info.l2IntfId == at->second.first,
+                "hwInfoMapping is wrong about " + textOf( path ) );
     if ( at != answered.end() ) {
       answered.erase( at ); // no other path has it
     }
   }
 }
 
-void floodSetDests( const System & system, Report & report ) {
+void floodSetDests( const System & system, Differences & out ) {
   const auto & hardware = *system.hardware;
   std::set< Kez::FloodSetMplsDestConfig > expected, published, statuses;
   for ( const auto & dest : mplsDests( *system.floodSetOutput ) ) {
@@ -232,7 +232,7 @@ void floodSetDests( const System & system, Report & report ) {
     }
   }
   for ( const auto & [ pair, entry ] : system.hwConfig->config() ) {
-    report.check( entry->mplsDestConfigs() > 0, "vlanFloodSetHwConfig has an empty flood set" );
+    out.expect( entry->mplsDestConfigs() > 0, "vlanFloodSetHwConfig has an empty flood set" );
     for ( const auto & config : entry->mplsDestConfig() ) {
       published.insert( { pair, config } );
     }
@@ -240,15 +240,15 @@ void floodSetDests( const System & system, Report & report ) {
   for ( const auto & [ pair, entry ] : system.hwStatus->status() ) {
     for ( const auto & [ config, status ] : entry->mplsDestStatus() ) {
       statuses.insert( { pair, config } );
-      report.check( ( status == Kez::HwProgrammingStatus::programmed ) ==
-                        hardware.floodSetDestHas( { pair, config } ),
-                    "a status differs from hardware" );
+      out.expect( ( status == Kez::HwProgrammingStatus::programmed ) ==
+                      hardware.floodSetDestHas( { pair, config } ),
+                  "a status differs from hardware" );
     }
   }
-  report.same( "vlanFloodSetHwConfig", expected, published );
-  report.same( "vlanFloodSetHwStatus", expected, statuses );
-  report.same( "switch.floodSetDest", expected, setOf( hardware.floodSetDest() ),
-               hardware.hasRoom( Table::floodSetDest ) );
+  out.same( "vlanFloodSetHwConfig", expected, published );
+  out.same( "vlanFloodSetHwStatus", expected, statuses );
+  out.same( "switch.floodSetDest", expected, setOf( hardware.floodSetDest() ),
+            hardware.hasRoom( Table::floodSetDest ) );
 }
 
 } // namespace
@@ -262,10 +262,10 @@ Kez::MplsFloodSetVia pathOf( const Kez::VlanMacDest & dest ) {
   return { tunnelId, mpls.label(), perVlan ? VlanIdOrNone( dest.vlanId ) : VlanIdOrNone() };
 }
 
-void floodSetDifferences( const System & system, Report & report ) {
-  mplsFloodSets( system, report );
-  fecs( system, report );
-  floodSetDests( system, report );
+void floodSetDifferences( const System & system, Differences & out ) {
+  mplsFloodSets( system, out );
+  fecs( system, out );
+  floodSetDests( system, out );
 }
 
 bool tunnelsComplete( const System & system ) {

@@ -2,13 +2,13 @@
 // their way to hardware.
 #pragma once
 
+#include "sim/Differences.h"
 #include "sim/Expectations.h"
-#include "sim/Report.h"
 
 namespace Sim {
 
-void tunnelDifferences( const System & system, const History & history, Report & report );
-void floodSetDifferences( const System & system, Report & report );
+void tunnelDifferences( const System & system, const History & history, Differences & out );
+void floodSetDifferences( const System & system, Differences & out );
 
 std::set< Kez::VlanMacDest > mplsDests( const L2Rib::FloodSetOutput & output );
 

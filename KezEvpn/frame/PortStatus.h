@@ -113,7 +113,7 @@ public:
     if ( status->unprogrammeds() == 0 ) {
       parking_.unpark( key );
     }
-    record( *status, port, create() );
+    answerIs( *status, port, create() );
   }
 
   // Runs `unprogram( port )` for every programmed port; then the key has no status and is parked no
@@ -176,7 +176,7 @@ public:
   }
 
 private:
-  void record( Status & status, Wire::IntfId port, HwProgrammingStatus rc );
+  void answerIs( Status & status, Wire::IntfId port, HwProgrammingStatus rc );
   void say( std::string_view text ) const {
     if ( !text.empty() ) {
       const auto & traceHandle = owner_.handle();
@@ -193,7 +193,7 @@ private:
 };
 
 template< class Status >
-void PortStatus< Status >::record( Status & status, Wire::IntfId port, HwProgrammingStatus rc ) {
+void PortStatus< Status >::answerIs( Status & status, Wire::IntfId port, HwProgrammingStatus rc ) {
   switch ( rc ) {
   case HwProgrammingStatus::programmed:
     say( texts_.programmed );

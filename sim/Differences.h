@@ -14,9 +14,9 @@ template< class A, class B > Vex::String textOf( const std::pair< A, B > & value
   return textOf( value.first ) + " -> " + textOf( value.second );
 }
 
-class Report {
+class Differences {
 public:
-  void check( bool holds, const Vex::String & what ) {
+  void expect( bool holds, const Vex::String & what ) {
     if ( !holds ) {
       text_ += what + "\n";
     }
@@ -27,12 +27,12 @@ public:
              const std::set< T > & present, bool room = true ) {
     for ( const auto & each : expected ) {
       if ( room && !present.contains( each ) ) {
-        check( false, what + " lacks " + textOf( each ) );
+        expect( false, what + " lacks " + textOf( each ) );
       }
     }
     for ( const auto & each : present ) {
       if ( !expected.contains( each ) ) {
-        check( false, what + " has " + textOf( each ) );
+        expect( false, what + " has " + textOf( each ) );
       }
     }
   }
