@@ -123,7 +123,7 @@ TEST_F( RecordTest, ReplaysToTheSameTraceAndTablesWithTheRecordsAnswers ) {
 TEST_F( RecordTest, SteadyRunIsReplayedTurnByTurn ) {
   std::string lines = "trace Kez*/0-9\n"
                       "set scheduler.timeSlice 0.000001\n"
-                      "set evpnFloodingDot1qSm.defaultIntfVlanDelay 0.02\n"
+                      "set evpnFloodingDot1qSm.defaultIntfVlanDelay 0.1\n"
                       "set evpnFloodingDot1qSm.defaultUnprogrammedRetryInterval 0.03\n"
                       "set switch.fault[createVlanToDot1qMapping].everyNth 3\n"
                       "set switchFloodSets.answerDelay 0.01\n"
@@ -135,7 +135,7 @@ TEST_F( RecordTest, SteadyRunIsReplayedTurnByTurn ) {
              "] forwarding\n";
   }
   const auto text =
-      record( lines + "advance 0.1\nrestart\nshow switch\nadvance 0.1\nshow\n", "steady" );
+      record( lines + "advance 0.3\nrestart\nshow switch\nadvance 0.1\nshow\n", "steady" );
   EXPECT_THAT( text, HasSubstr( "#= turn\n" ) );
   EXPECT_THAT( text, testing::ContainsRegex( "#= yield 1 [0-9]+ reviewIntfVlan\n" ) );
   expectSame( replay( text ) );
