@@ -13,7 +13,6 @@
 #include "Vex/CollectionIndex.h"
 #include "Vex/CollectionMemory.h"
 #include "Vex/Hash.h"
-#include "Vex/Predicted.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -282,9 +281,8 @@ private:
     return size_ ? slots_.first() : noSlot;
   }
 
-  // The next slot in order, which mostly is the next in the array too.
   uint32_t after( uint32_t at ) const {
-    return Detail::predicted( at + 1, slot( at ).next );
+    return slot( at ).next;
   }
 
   uint32_t findSlot( const Key & key ) const {
