@@ -1,6 +1,7 @@
 // The whole road of flood-set destinations, filter, counting, hardware tunnel ids, FECs and
 // destination programming, with hardware that answers at once, against one fused loop that makes
-// the same outputs and indexes in std::unordered_maps. Times are per destination.
+// the same outputs and indexes in std::unordered_maps; and the way back, when each destination
+// leaves its flood set. Times are per destination.
 #include "Ratio.h"
 
 #include "KezEvpn/KezEvpnFloodSetFecSm.h"
@@ -50,7 +51,11 @@ public:
     void onAttribute( Vex::AttrId id, const void * key ) override {
       if ( id == Kez::FecIdToHwFecIdRequest::hwFecIdRequestAttr ) {
         const auto fecId = Kez::FecIdToHwFecIdRequest::fecAttr.key( key );
-        sm()->response->hwFecIdResponseIs( fecId, { fecId.value(), "Vlan1" } );
+        if ( notifier()->hwFecIdRequestHas( fecId ) ) {
+          sm()->response->hwFecIdResponseIs( fecId, { fecId.value(), "Vlan1" } );
+        } else {
+          sm()->response->hwFecIdResponseDel( fecId );
+        }
       }
     }
   };
@@ -129,6 +134,12 @@ struct Machines {
     started( 4 );
   }
 
+  // Of the outputs, what is left.
+  size_t standing() const {
+    return mplsOnly->vlanFloodSets() + remoteInfo->remoteTunnelIds() + request->fecs() +
+           request->hwFecIdRequests() + hwInfo->mappings() + config->configs();
+  }
+
   double bytes[ 5 ];
   Vex::Ptr< L2Rib::FloodSetOutput > mplsOnly = Vex::makePtr< L2Rib::FloodSetOutput >();
   Vex::Ptr< Kez::EvpnRemoteInfo > remoteInfo = Kez::evpnRemoteInfoFactory();
@@ -151,9 +162,11 @@ struct Hash {
 template< class Key, class Value > using Map = std::unordered_map< Key, Value, Hash >;
 template< class Key > using Set = std::unordered_set< Key, Hash >;
 
+using PlainInput = Map< uint16_t, Map< uint64_t, Set< Dest > > >;
+
 // The same outputs and indexes.
 struct Fused {
-  explicit Fused( const Map< uint16_t, Map< uint64_t, Set< Dest > > > & input ) {
+  explicit Fused( const PlainInput & input ) {
     for ( const auto & [ vlan, floodSets ] : input ) {
       for ( const auto & [ macAddr, dests ] : floodSets ) {
         const MacVlanPair pair( macAddr, vlan );
@@ -199,9 +212,74 @@ struct Fused {
     programmed.insert( { pair, one } );
     pathStatuses[ via ].insert( pair );
   }
+  // Of one flood set, from which it takes them too; hardware tunnel ids stay.
+  void withdraw( uint16_t vlan, uint64_t macAddr, Set< Dest > & dests ) {
+    const MacVlanPair pair( macAddr, vlan );
+    auto & out = mplsOnly[ vlan ][ macAddr ];
+    auto & configs = config[ pair ];
+    auto & statuses = status[ pair ];
+    while ( !dests.empty() ) {
+      const auto dest = *dests.begin();
+      dests.erase( dests.begin() );
+      if ( out.erase( dest ) ) {
+        remove( { vlan, macAddr, dest }, pair, configs, statuses );
+      }
+    }
+    mplsOnly[ vlan ].erase( macAddr );
+    if ( mplsOnly[ vlan ].empty() ) {
+      mplsOnly.erase( vlan );
+    }
+    config.erase( pair );
+    status.erase( pair );
+  }
+  void remove( const VlanMacDest & dest, const MacVlanPair & pair, Set< MplsDestConfig > & configs,
+               Map< MplsDestConfig, HwProgrammingStatus > & statuses ) {
+    const auto via = Kez::mplsFloodSetVia( dest );
+    if ( --counts[ via.tunnelId ] == 0 ) {
+      counts.erase( via.tunnelId );
+    }
+    const auto record = records.find( dest );
+    const MplsDestConfig one = record->second;
+    records.erase( record );
+    configs.erase( one );
+    statuses.erase( one );
+    programmed.erase( { pair, one } );
+    removeFrom( pathStatuses, via, pair );
+    removeFrom( tunnelDests, via.tunnelId, dest );
+    removeFrom( pathDests, via, dest );
+    if ( removeFrom( pathEntries, via, dest ) ) {
+      const auto fec = fecIds.find( via );
+      const auto fecId = fec->second;
+      fecIds.erase( fec );
+      paths.erase( fecId );
+      removeFrom( tunnelPaths, via.tunnelId, via );
+      fecs.erase( fecId );
+      requests.erase( fecId );
+      responses.erase( fecId );
+      hwInfo.erase( via );
+    }
+  }
+  // Whether it was the last under `key`.
+  template< class Key, class Member >
+  static bool removeFrom( Map< Key, Set< Member > > & sets, const Key & key,
+                          const Member & member ) {
+    const auto at = sets.find( key );
+    at->second.erase( member );
+    const bool last = at->second.empty();
+    if ( last ) {
+      sets.erase( at );
+    }
+    return last;
+  }
+  size_t standing() const {
+    return mplsOnly.size() + counts.size() + pathEntries.size() + fecIds.size() + paths.size() +
+           tunnelPaths.size() + fecs.size() + requests.size() + responses.size() + hwInfo.size() +
+           tunnelDests.size() + pathDests.size() + records.size() + config.size() + status.size() +
+           programmed.size() + pathStatuses.size();
+  }
 
   const Wire::IntfId vlan1{ "Vlan1" };
-  Map< uint16_t, Map< uint64_t, Set< Dest > > > mplsOnly;
+  PlainInput mplsOnly;
   Map< TunnelId, uint32_t > counts;
   Map< TunnelId, Kez::HwTunnelId > hwTunnelIds;
   Map< MplsFloodSetVia, Set< VlanMacDest > > pathEntries;
@@ -237,6 +315,13 @@ Vex::Ptr< L2Rib::FloodSetOutput > inputOf( uint32_t count ) {
   return input;
 }
 
+PlainInput plainInputOf( uint32_t count ) {
+  PlainInput input;
+  forEachDest( count,
+               [ & ]( uint16_t vlan, const Dest & dest ) { input[ vlan ][ mac ].insert( dest ); } );
+  return input;
+}
+
 // Per destination and machine. First of all, while no memory has been given back.
 void bytesADest( benchmark::State & state ) {
   const auto count = static_cast< uint32_t >( state.range( 0 ) );
@@ -253,15 +338,55 @@ BENCHMARK( bytesADest )->Arg( 1'024'000 )->Iterations( 1 )->Unit( benchmark::kMi
 void destsToHardware( benchmark::State & state ) {
   const auto count = static_cast< uint32_t >( state.range( 0 ) );
   const auto input = inputOf( count );
-  Map< uint16_t, Map< uint64_t, Set< Dest > > > plainInput;
-  forEachDest( count, [ & ]( uint16_t vlan, const Dest & dest ) {
-    plainInput[ vlan ][ mac ].insert( dest );
-  } );
+  const auto plainInput = plainInputOf( count );
   Bench::compare(
       state, count, [ & ] { return std::make_unique< Machines >( input ); },
       [ & ] { return std::make_unique< Fused >( plainInput ); } );
 }
 BENCHMARK( destsToHardware )
+    ->Arg( 10'240 )
+    ->Arg( 102'400 )
+    ->Arg( 1'024'000 )
+    ->UseManualTime()
+    ->Unit( benchmark::kMillisecond );
+
+// Every destination leaves its flood set, and an empty flood set its VLAN.
+void destsFromHardware( benchmark::State & state ) {
+  const auto count = static_cast< uint32_t >( state.range( 0 ) );
+  const auto plainInput = plainInputOf( count );
+  const auto allGone = [ & ]( const auto & tables ) {
+    if ( tables.standing() != 0 ) {
+      state.SkipWithError( "destinations are left" );
+    }
+  };
+  Bench::compareWith(
+      state, count, { "ratio" },
+      [ & ] {
+        const auto input = inputOf( count );
+        return [ &, input, machines = std::make_shared< Machines >( input ) ] {
+          for ( const auto & [ vlan, vlanFloodSet ] : input->vlanFloodSet() ) {
+            const auto floodSet = vlanFloodSet->floodSet( mac );
+            for ( const auto & dest : floodSet->destSet() ) {
+              floodSet->destSetDel( dest );
+            }
+            input->vlanFloodSetDel( vlan );
+          }
+          allGone( *machines );
+        };
+      },
+      [ & ] {
+        return
+            [ &, input = plainInput, fused = std::make_shared< Fused >( plainInput ) ]() mutable {
+              while ( !input.empty() ) {
+                auto & [ vlan, floodSets ] = *input.begin();
+                fused->withdraw( vlan, mac, floodSets[ mac ] );
+                input.erase( input.begin() );
+              }
+              allGone( *fused );
+            };
+      } );
+}
+BENCHMARK( destsFromHardware )
     ->Arg( 10'240 )
     ->Arg( 102'400 )
     ->Arg( 1'024'000 )

@@ -1,8 +1,8 @@
 // The one container of the system: members under unique keys, kept in insertion order.
 //
-// Members live in the slots of one array, linked in order by slot number; a freed slot is reused
-// and nothing is ever compacted. Beside it stands an index, Vex/CollectionIndex.h. Up to eight
-// members there is no index, with none no memory.
+// Members live in the slots of one array, Vex/CollectionMemory.h, linked in order by slot number; a
+// freed slot is reused and nothing is ever compacted. Beside it stands an index,
+// Vex/CollectionIndex.h. Up to eight members there is no index, with none no memory.
 //
 // A walk visits the members that stood when it began and are still there when it reaches them,
 // in insertion order, whatever is added and removed meanwhile; a member that is removed and
@@ -11,14 +11,12 @@
 #pragma once
 
 #include "Vex/CollectionIndex.h"
+#include "Vex/CollectionMemory.h"
 #include "Vex/Hash.h"
-#include "Vex/Predicted.h"
-#include "Vex/Relocatable.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <new>
 #include <optional>
@@ -38,26 +36,13 @@ using Arg =
     std::conditional_t< std::is_trivially_copyable_v< T > && sizeof( T ) <= 16, T, const T & >;
 
 template< class Key, class Value = NoValue > class Collection {
-  struct Slot {
-    uint32_t next;
-    uint32_t prev;
-    Key key;
-    [[no_unique_address]] Value value;
-  };
-  // What stands before the slots, in one block with them.
-  struct Header {
-    uint32_t head;
-    uint32_t tail;
-    uint32_t free;     // freed slots, linked by next; with none, the first size_ slots are in use
-    uint32_t capacity; // slots
-  };
-  static constexpr bool flat =
-      std::is_trivially_copyable_v< Key > && std::is_trivially_copyable_v< Value >;
-  static constexpr bool movable = relocatable< Key >() && relocatable< Value >();
+  using Slots = Detail::CollectionSlots< Key, Value >;
+  using Slot = typename Slots::Slot;
   using Probe = Detail::CollectionIndex::Probe;
   static constexpr uint32_t noSlot = Detail::noSlot;
   static constexpr uint32_t indexFrom = 9;
-  static constexpr size_t smallBlock = size_t( 1 ) << 20; // bytes; up to there a block is doubled
+  static constexpr bool flat =
+      std::is_trivially_copyable_v< Key > && std::is_trivially_copyable_v< Value >;
 
 public:
   template< class Given > struct MemberOf {
@@ -93,7 +78,7 @@ public:
     Walk( const Collection * collection, uint32_t from )
         : collection_( collection ), outer_( collection->walks_ ) {
       join();
-      last_ = from == noSlot ? noSlot : collection->header().tail;
+      last_ = from == noSlot ? noSlot : collection->slots_.last();
       enter( from );
     }
 // The destructor leaves, which g++ 12 does not see.
@@ -196,7 +181,7 @@ public:
 
   // Of the member that was added last, of those that are left; null without members.
   const Key * lastKey() const {
-    return empty() ? nullptr : &slot( header().tail ).key;
+    return empty() ? nullptr : &slot( slots_.last() ).key;
   }
 
   // The value under `key`, and whether it was added (with `make()` as its value) just now.
@@ -211,11 +196,11 @@ public:
       makeIndexFor( size_ + 1 );
       probe = probeOf( key );
     }
-    const uint32_t at = takeSlot();
+    const uint32_t at = slots_.take( size_ );
     Slot & fresh = slot( at );
     new ( &fresh.key ) Key( key );
     new ( &fresh.value ) Value( std::move( value ) );
-    link( at );
+    slots_.link( at );
     ++size_;
     if ( index_.stands() ) {
       index_.enter( probe, at );
@@ -229,8 +214,8 @@ public:
   // Makes room for so many members in all, and when it grows for that at least as much as adding
   // would make: who says more each time does not pay for it each time.
   void reserve( uint32_t members ) {
-    if ( members > capacity() ) {
-      growSlots( std::max( members, grownCapacity() ) );
+    if ( members > slots_.capacity() ) {
+      slots_.grow( std::max( members, slots_.grownCapacity() ) );
     }
     if ( members >= indexFrom && members > index_.room() ) {
       makeIndexFor( members );
@@ -260,18 +245,18 @@ public:
     if ( !slots_ ) {
       return;
     }
-    Slot * const slots = std::exchange( slots_, nullptr );
+    const Slots slots = std::exchange( slots_, Slots() );
     index_.clear();
     size_ = 0;
     if constexpr ( !flat ) {
-      for ( uint32_t at = headerOf( slots ).head; at != noSlot; ) {
+      for ( uint32_t at = slots.first(); at != noSlot; ) {
         Slot & gone = slots[ at ];
         at = gone.next;
         std::destroy_at( &gone.value );
         std::destroy_at( &gone.key );
       }
     }
-    freeSlots( slots );
+    slots.free();
   }
 
   // Values are handed out as `Given`, e.g. as pointers to constant entities.
@@ -281,7 +266,7 @@ public:
 
   // Bytes allocated for members and index.
   size_t memory() const {
-    return !slots_ ? 0 : bytesFor( capacity() ) + index_.memory();
+    return slots_.memory() + index_.memory();
   }
 
 private:
@@ -289,34 +274,20 @@ private:
   Probe probeOf( const Key & key ) const {
     return index_.stands() ? index_.probe( containerHash( key ) ) : Probe();
   }
-  static size_t bytesFor( uint32_t capacity ) {
-    return sizeof( Header ) + capacity * sizeof( Slot );
-  }
-  static uint32_t roomIn( size_t bytes ) {
-    return static_cast< uint32_t >( ( Detail::wholePages( bytes ) - sizeof( Header ) ) /
-                                    sizeof( Slot ) );
-  }
-  static Header & headerOf( Slot * slots ) {
-    return reinterpret_cast< Header * >( slots )[ -1 ];
-  }
-  Header & header() const {
-    return headerOf( slots_ );
-  }
   Slot & slot( uint32_t at ) const {
     return slots_[ at ];
   }
   uint32_t first() const {
-    return size_ ? header().head : noSlot;
+    return size_ ? slots_.first() : noSlot;
   }
 
-  // The next slot in order, which mostly is the next in the array too.
   uint32_t after( uint32_t at ) const {
-    return Detail::predicted( at + 1, slot( at ).next );
+    return slot( at ).next;
   }
 
   uint32_t findSlot( const Key & key ) const {
     const Slot * const member = look( key, probeOf( key ) );
-    return member ? static_cast< uint32_t >( member - slots_ ) : noSlot;
+    return member ? slots_.numberOf( member ) : noSlot;
   }
   // Kept short, as `erase` is, for among many members as many calls run at once as instructions
   // of them fit what the processor looks ahead.
@@ -335,11 +306,9 @@ private:
     return lookFurther( key );
   }
   [[gnu::noinline]] Slot * lookAtAll( const Key & key ) const {
-    if ( size_ ) {
-      for ( uint32_t at = header().head; at != noSlot; at = slot( at ).next ) {
-        if ( slot( at ).key == key ) {
-          return &slot( at );
-        }
+    for ( uint32_t at = first(); at != noSlot; at = slot( at ).next ) {
+      if ( slot( at ).key == key ) {
+        return &slot( at );
       }
     }
     return nullptr;
@@ -378,96 +347,20 @@ private:
   // From all but the index.
   [[gnu::always_inline]] void remove( uint32_t at ) {
     Slot & gone = slot( at );
-    unlink( gone );
+    slots_.unlink( gone );
     // Destroying the value can run code that uses this collection: all is in place by then.
     std::optional< Value > value( std::move( gone.value ) );
     std::destroy_at( &gone.value );
     std::destroy_at( &gone.key );
-    gone.next = header().free;
-    header().free = at;
+    slots_.giveBack( at );
     --size_;
     if ( size_ == 0 ) [[unlikely]] {
       freeAll();
     }
   }
   [[gnu::noinline]] void freeAll() {
-    freeSlots( std::exchange( slots_, nullptr ) );
+    std::exchange( slots_, Slots() ).free();
     index_.clear();
-  }
-
-  uint32_t takeSlot() {
-    if ( !slots_ ) {
-      growSlots( 2 );
-    }
-    if ( header().free != noSlot ) {
-      const uint32_t at = header().free;
-      header().free = slot( at ).next;
-      return at;
-    }
-    if ( size_ == capacity() ) {
-      growSlots( grownCapacity() );
-    }
-    return size_;
-  }
-  uint32_t capacity() const {
-    return slots_ ? header().capacity : 0;
-  }
-  uint32_t grownCapacity() const {
-    const uint32_t more = bytesFor( capacity() ) < smallBlock ? capacity() : capacity() / 2;
-    return roomIn( bytesFor( capacity() + more ) );
-  }
-
-  void link( uint32_t at ) {
-    Header & all = header();
-    slot( at ).prev = all.tail;
-    slot( at ).next = noSlot;
-    ( all.tail == noSlot ? all.head : slot( all.tail ).next ) = at;
-    all.tail = at;
-  }
-  void unlink( const Slot & gone ) {
-    Header & all = header();
-    const auto [ next, prev ] = std::pair( gone.next, gone.prev );
-    ( prev == noSlot ? all.head : slot( prev ).next ) = next;
-    ( next == noSlot ? all.tail : slot( next ).prev ) = prev;
-  }
-
-  void moveSlots( Slot * to ) {
-    headerOf( to ) = header();
-    for ( uint32_t at = header().head; at != noSlot; at = slot( at ).next ) {
-      Slot & from = slot( at );
-      to[ at ].next = from.next;
-      to[ at ].prev = from.prev;
-      new ( &to[ at ].key ) Key( std::move( from.key ) );
-      new ( &to[ at ].value ) Value( std::move( from.value ) );
-      std::destroy_at( &from.value );
-      std::destroy_at( &from.key );
-    }
-    for ( uint32_t at = header().free; at != noSlot; at = slot( at ).next ) {
-      to[ at ].next = slot( at ).next;
-    }
-  }
-  // `old` grown, or new ones when it is null.
-  static Slot * grown( Slot * old, uint32_t capacity ) {
-    void * const block =
-        old ? Detail::grownMemory( &headerOf( old ), bytesFor( headerOf( old ).capacity ),
-                                   bytesFor( capacity ) )
-            : Detail::grownMemory( nullptr, 0, bytesFor( capacity ) );
-    return reinterpret_cast< Slot * >( static_cast< Header * >( block ) + 1 );
-  }
-  void growSlots( uint32_t capacity ) {
-    static_assert( sizeof( Header ) == Detail::memoryHead &&
-                   alignof( Slot ) <= Detail::memoryHead );
-    if ( !slots_ ) {
-      slots_ = grown( nullptr, capacity );
-      new ( &header() ) Header{ noSlot, noSlot, noSlot, capacity };
-    } else if constexpr ( movable ) {
-      slots_ = grown( slots_, capacity );
-    } else {
-      Slot * const slots = grown( nullptr, capacity );
-      moveSlots( slots );
-      freeSlots( std::exchange( slots_, slots ) );
-    }
-    header().capacity = capacity;
   }
 
   void makeIndexFor( uint32_t members ) {
@@ -496,11 +389,8 @@ private:
     }
     *link = walk->outer_;
   }
-  static void freeSlots( Slot * slots ) {
-    Detail::freeMemory( &headerOf( slots ), bytesFor( headerOf( slots ).capacity ) );
-  }
 
-  Slot * slots_ = nullptr; // after their header
+  Slots slots_;
   mutable Walk * walks_ = nullptr;
   [[no_unique_address]] Detail::CollectionIndex index_;
   uint32_t size_ = 0; // within the index's tail

@@ -1,116 +1,16 @@
 #include "Vex/CollectionIndex.h"
 
-#include <cstring>
-#include <new>
-
-#include <sys/mman.h>
-#include <unistd.h>
+#include "Vex/CollectionMemory.h"
 
 namespace Vex::Detail {
 
-namespace {
-
-constexpr size_t hugePage = size_t( 2 ) << 20;
-
-void * checked( void * memory ) {
-  if ( !memory ) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-
-size_t mappedBytes( size_t bytes ) {
-  const auto page = static_cast< size_t >( getpagesize() );
-  return ( bytes + page - 1 ) / page * page;
-}
-
-bool isLarge( size_t bytes ) {
-  return mappedBytes( bytes ) >= 2 * hugePage;
-}
-
-// Zeroes, in a mapping of their own that begins with a huge page.
-char * aligned( size_t bytes, int protection ) {
-  const size_t wanted = mappedBytes( bytes );
-  void * const memory =
-      mmap( nullptr, wanted + hugePage, protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0 );
-  if ( memory == MAP_FAILED ) {
-    throw std::bad_alloc();
-  }
-  char * const begin = static_cast< char * >( memory );
-  const size_t before = hugePage - reinterpret_cast< uintptr_t >( begin ) % hugePage;
-  munmap( begin, before );
-  if ( before < hugePage ) {
-    munmap( begin + before + wanted, hugePage - before );
-  }
-  return begin + before;
-}
-
-// What the allocator hands out anew may be in small pages already, and then it stays in them.
-char * mapped( size_t bytes ) {
-  char * const memory = aligned( bytes, PROT_READ | PROT_WRITE );
-  madvise( memory, mappedBytes( bytes ), MADV_HUGEPAGE ); // else it does with small ones
-  return memory;
-}
-
-void unmap( void * memory, size_t bytes ) {
-  munmap( memory, mappedBytes( bytes ) );
-}
-
-// The pages themselves move, not what is in them.
-char * grownMapping( char * old, size_t oldBytes, size_t bytes ) {
-  char * const to = aligned( bytes, PROT_NONE );
-  if ( mremap( old, mappedBytes( oldBytes ), mappedBytes( bytes ), MREMAP_MAYMOVE | MREMAP_FIXED,
-               to ) == MAP_FAILED ) {
-    throw std::bad_alloc(); // `to` may be another's by now: it is let go before all else
-  }
-  return to;
-}
-
-constexpr size_t beforeHead = alignof( IndexChunk ) - memoryHead;
-
-} // namespace
-
-void * grownMemory( void * old, size_t used, size_t bytes ) {
-  if ( !isLarge( beforeHead + bytes ) ) {
-    return checked( std::realloc( old, bytes ) );
-  }
-  if ( old && isLarge( beforeHead + used ) ) {
-    return grownMapping( static_cast< char * >( old ) - beforeHead, beforeHead + used,
-                         beforeHead + bytes ) +
-           beforeHead;
-  }
-  void * const memory = mapped( beforeHead + bytes ) + beforeHead;
-  if ( old ) {
-    std::memcpy( memory, old, used );
-    freeMemory( old, used );
-  }
-  return memory;
-}
-
-void freeMemory( void * memory, size_t bytes ) {
-  if ( isLarge( beforeHead + bytes ) ) {
-    unmap( static_cast< char * >( memory ) - beforeHead, beforeHead + bytes );
-  } else {
-    std::free( memory );
-  }
-}
-
-size_t wholePages( size_t bytes ) {
-  const size_t mapping = beforeHead + bytes;
-  return isLarge( mapping ) ? ( mapping + hugePage / 2 ) / hugePage * hugePage - beforeHead : bytes;
-}
+static_assert( alignof( IndexChunk ) == cacheLine );
 
 void CollectionIndex::makeFor( uint32_t members ) {
   const uint32_t count = std::bit_ceil( ( members - 1 ) / IndexChunk::maxLoad + 1 );
   const size_t bytes = count * sizeof( IndexChunk );
   clear();
-  if ( isLarge( bytes ) ) {
-    chunks_ = reinterpret_cast< IndexChunk * >( mapped( bytes ) );
-  } else {
-    chunks_ = static_cast< IndexChunk * >(
-        checked( std::aligned_alloc( alignof( IndexChunk ), bytes ) ) );
-    std::memset( static_cast< void * >( chunks_ ), 0, bytes );
-  }
+  chunks_ = static_cast< IndexChunk * >( zeroedLines( bytes ) );
   constexpr size_t neighbours = ContainerHash::neighbourMask * sizeof( IndexChunk );
   const uint32_t shift = shiftOfOne - static_cast< uint32_t >( std::countr_zero( count ) );
   geometry_ = shift | ( ( bytes - sizeof( IndexChunk ) ) & neighbours );
@@ -123,15 +23,8 @@ void CollectionIndex::enterFurther( Probe next, uint32_t slot ) {
 }
 
 void CollectionIndex::clear() {
-  if ( !stands() ) {
-    return;
-  }
-  void * const chunks = std::exchange( chunks_, nullptr );
-  const size_t bytes = chunkCount() * sizeof( IndexChunk );
-  if ( isLarge( bytes ) ) {
-    unmap( chunks, bytes );
-  } else {
-    std::free( chunks );
+  if ( stands() ) {
+    freeLines( std::exchange( chunks_, nullptr ), chunkCount() * sizeof( IndexChunk ) );
   }
 }
 

@@ -8,22 +8,10 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <utility>
 
 namespace Vex::Detail {
-
-constexpr uint32_t noSlot = UINT32_MAX;
-
-// `bytes` that begin with the `used` ones of `old`, which is freed; null has none. What is large
-// lies in huge pages where the system has them, for it is used at random, and what comes after
-// its head begins a cache line. For freeMemory, with as many bytes.
-constexpr size_t memoryHead = 16;
-void * grownMemory( void * old, size_t used, size_t bytes );
-void freeMemory( void * memory, size_t bytes );
-// About `bytes`, of whole huge pages where they lie in such.
-size_t wholePages( size_t bytes );
 
 struct alignas( 64 ) IndexChunk {
   static constexpr uint32_t width = 12;

@@ -116,8 +116,8 @@ template< class T > constexpr uint64_t foldHash( uint64_t hash, const T & value 
 // that follow each other: those that differ in their two low bits alone share a cache line of the
 // index (of words after other fields, in the lowest bit alone, for there are many such rows), and
 // the next four bits choose among neighbouring lines. All else is multiplied, so that even steps
-// are spread evenly. A multiplier cannot do that for all steps; the two here were found by a search
-// over even steps, grids of ports and lanes, and VLANs on those.
+// are spread evenly. A multiplier cannot do that for all steps; bench/HashSearch.cpp searches for
+// ones that do it for keys such as the machines have, and ranks the two here.
 struct ContainerHash {
   uint64_t spread; // its upper bits choose the line
   uint64_t word;
@@ -126,42 +126,48 @@ struct ContainerHash {
   static constexpr int neighbourShift = 2;
   static constexpr uint32_t neighbourMask = 15;
   constexpr uint32_t neighbour() const { return ( word >> neighbourShift ) & neighbourMask; }
-  // All of it, in the upper bits above all.
-  constexpr uint64_t mixed() const { return ( spread + word ) * 0xD1342543DE82EF95ull; }
 };
 
-// Of a field before the last.
-template< class T > constexpr uint64_t spreadHash( uint64_t hash, const T & value ) {
+struct HashMultipliers {
+  uint64_t before; // of fields before the last
+  uint64_t last;   // of the last field, or the only one
+};
+constexpr HashMultipliers containerMultipliers{ 0x50D9C93085B94C2B, 0x6408CBA6AB22F2C7 };
+
+template< class T >
+constexpr uint64_t spreadHash( uint64_t hash, const T & value, HashMultipliers by ) {
   if constexpr ( HasWord< T > ) {
-    return ( hash + wordOf( value ) ) * 0x50D9C93085B94C2Bull;
+    return ( hash + wordOf( value ) ) * by.before;
   } else {
     return foldHash( hash, value );
   }
 }
 
-// Of the last field, or the only one.
 template< class T >
-constexpr ContainerHash lastHash( uint64_t before, const T & value, int shift ) {
+constexpr ContainerHash lastHash( uint64_t before, const T & value, int shift,
+                                  HashMultipliers by ) {
   if constexpr ( HasWord< T > ) {
     const uint64_t word = neighbourWordOf( value ) << shift;
-    return { ( before + ( word >> 6 ) ) * 0x6408CBA6AB22F2C7ull, word };
+    return { ( before + ( word >> 6 ) ) * by.last, word };
   } else {
     return { foldHash( before, value ), 0 };
   }
 }
 
-template< class T > constexpr ContainerHash containerHash( const T & value ) {
+template< class T >
+constexpr ContainerHash containerHash( const T & value,
+                                       HashMultipliers by = containerMultipliers ) {
   if constexpr ( !HasWord< T > && requires { T::vexFields(); } ) {
     constexpr auto fields = T::vexFields();
     constexpr size_t last = std::tuple_size_v< decltype( fields ) > - 1;
     return [ & ]< size_t... i >( std::index_sequence< i... > ) {
       uint64_t before = 0;
-      ( ( before = spreadHash( before, value.*std::get< i >( fields ).member ) ), ... );
-      return lastHash( before, value.*std::get< last >( fields ).member, last ? 1 : 0 );
+      ( ( before = spreadHash( before, value.*std::get< i >( fields ).member, by ) ), ... );
+      return lastHash( before, value.*std::get< last >( fields ).member, last ? 1 : 0, by );
     }
     ( std::make_index_sequence< last >() );
   } else {
-    return lastHash( 0, value, 0 );
+    return lastHash( 0, value, 0, by );
   }
 }
 
