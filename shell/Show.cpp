@@ -161,17 +161,21 @@ void showPath( std::ostream & out, const Path & path ) {
 void showClass( std::ostream & out, const Path & path ) {
   const auto * type = path.namesCollection() ? path.attribute()->entityType() : path.type();
   std::vector< std::vector< String > > rows{ { "  attribute", "kind", "value", "access" } };
+  const auto keyOf = []( const AttributeType & attribute ) {
+    return attribute.keyed() ? "[" + String( attribute.keyType ) + "]" : "";
+  };
   const auto describe = [ & ]( const AttributeType & attribute ) {
     const bool writable = path.writable() && attribute.access == Vex::Access::writable;
-    const String key = attribute.keyed() ? "[" + String( attribute.keyType ) + "]" : "";
-    rows.push_back( { "  " + String( attribute.name ) + key, String( text( attribute.kind ) ),
-                      String( attribute.valueType ), writable ? "writable" : "read-only" } );
+    rows.push_back( { "  " + String( attribute.name ) + keyOf( attribute ),
+                      String( text( attribute.kind ) ), String( attribute.valueType ),
+                      writable ? "writable" : "read-only" } );
   };
   out << path.text();
   if ( !type ) {
     describe( *path.attribute() );
   } else {
-    out << " (" << type->name << ")";
+    out << ( path.namesCollection() ? keyOf( *path.attribute() ) : "" ) << " (" << type->name
+        << ")";
     for ( const auto * attribute : type->attributes() ) {
       describe( *attribute );
     }
