@@ -154,14 +154,9 @@ void EsiFilteringDecapSm::processRouteKeyBacklog( const RouteKey & routeKey ) {
   TRACE( 8, "EsiFilteringDecapSm::processRouteKeyBacklog route ", routeKey );
   const BacklogIter backlogIter{ *lfibTrackingStatus() };
   VEX_ASSERT( backlogIter.isMemberOf( routeKey ) );
-  // Should hardware refuse it, that is to be published.
-  if ( !lfibHwStatus()->unprogrammedRouteMakeRoom() ) {
-    TRACE( 1, " no room to publish a route that is not programmed: ",
-           lfibHwStatus()->unprogrammedRouteLack() );
-    return;
+  if ( processRouteKey( routeKey ) ) {
+    lfibTrackingStatus()->routeKeyBacklogDel( routeKey );
   }
-  processRouteKey( routeKey );
-  lfibTrackingStatus()->routeKeyBacklogDel( routeKey );
 }
 
 // --- A route
@@ -188,11 +183,12 @@ EsiFilteringDecapSm::Decision EsiFilteringDecapSm::decide( const RouteKey & rout
              : Decision{ Lack::via, route->viaSetId, viaKey, {} };
 }
 
-void EsiFilteringDecapSm::processRouteKey( const RouteKey & routeKey ) {
+bool EsiFilteringDecapSm::processRouteKey( const RouteKey & routeKey ) {
   TRACE( 8, "EsiFilteringDecapSm::processRouteKey route ", routeKey );
   VEX_ASSERT( initialized() );
   const auto decision = decide( routeKey );
   const auto viaKey = decision.viaKey;
+  bool settled = true;
   switch ( decision.lack ) {
   case Lack::route:
     TRACE( 5, "route was deleted" );
@@ -213,10 +209,11 @@ void EsiFilteringDecapSm::processRouteKey( const RouteKey & routeKey ) {
     break;
   case Lack::nothing:
     deleteEsiFilterVia( routeKey );
-    createEsiFilterVia( routeKey, decision.via );
+    settled = createEsiFilterVia( routeKey, decision.via );
     break;
   }
   parking_.settle( routeKey, waitsForHardware( routeKey ) );
+  return settled;
 }
 
 // What waits for another route's interface was not refused by hardware.
@@ -228,15 +225,14 @@ bool EsiFilteringDecapSm::waitsForHardware( const RouteKey & routeKey ) const {
   return waiting && waiting->returnCode != LfibHwProgrammingReturnCode::conflict;
 }
 
-void EsiFilteringDecapSm::createEsiFilterVia( const RouteKey & routeKey,
+bool EsiFilteringDecapSm::createEsiFilterVia( const RouteKey & routeKey,
                                               const Mpls::LfibEvpnEthernetSegmentFilterVia & via ) {
   TRACE( 8, "EsiFilteringDecapSm::createEsiFilterVia route ", routeKey );
   VEX_ASSERT( !routeEsiFilterViaHas( routeKey ) );
   if ( intfRouteHas( via.intfId ) ) {
     TRACE( 5, "intf ", via.intfId, " already associated with route ",
            intfRoute( via.intfId ).topLabel(), ", adding via to unprogrammed" );
-    addRouteToUnprogrammed( routeKey, LfibHwProgrammingReturnCode::conflict );
-    return;
+    return addRouteToUnprogrammed( routeKey, LfibHwProgrammingReturnCode::conflict );
   }
   const auto rc = esiFilteringDecapHelper()->createEsiPortMap( via.label, via.intfId );
   TRACE( 5, "create ", via.label, " ", via.intfId, " rc: ", rc );
@@ -251,9 +247,9 @@ void EsiFilteringDecapSm::createEsiFilterVia( const RouteKey & routeKey,
     break;
   case LfibHwProgrammingReturnCode::notProgrammed:
   case LfibHwProgrammingReturnCode::tableFull:
-    addRouteToUnprogrammed( routeKey, rc );
-    break;
+    return addRouteToUnprogrammed( routeKey, rc );
   }
+  return true;
 }
 
 void EsiFilteringDecapSm::deleteEsiFilterVia( const RouteKey & routeKey ) {
@@ -270,10 +266,16 @@ void EsiFilteringDecapSm::deleteEsiFilterVia( const RouteKey & routeKey ) {
 
 // --- Routes that are not programmed
 
-void EsiFilteringDecapSm::addRouteToUnprogrammed( const RouteKey & routeKey,
+bool EsiFilteringDecapSm::addRouteToUnprogrammed( const RouteKey & routeKey,
                                                   LfibHwProgrammingReturnCode rc ) {
+  if ( !lfibHwStatus()->unprogrammedRouteMakeRoom() ) {
+    TRACE( 1, " no room to publish a route that is not programmed: ",
+           lfibHwStatus()->unprogrammedRouteLack() );
+    return false;
+  }
   parking_.park( routeKey, rc );
   TRACE( 5, "route ", routeKey, " reason ", rc );
+  return true;
 }
 
 void EsiFilteringDecapSm::deleteRouteFromUnprogrammed( const RouteKey & routeKey ) {
@@ -298,6 +300,7 @@ void EsiFilteringDecapSm::maybeScheduleUnprogrammedReview() {
 
 void EsiFilteringDecapSm::doReviewUnprogrammed() {
   TRACE( 8, "EsiFilteringDecapSm::doReviewUnprogrammed" );
+  // What was parked finds its room again.
   const bool ended =
       parking_.review( [ this ]( const RouteKey & routeKey ) { processRouteKey( routeKey ); } );
   if ( ended ) {

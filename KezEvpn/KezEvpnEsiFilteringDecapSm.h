@@ -65,12 +65,14 @@ public:
   void vex_handleReviewRouteKeyBacklog_taskRun();
   void doReviewRouteKeyBacklog();
   void processRouteKeyBacklog( const Mpls::RouteKey & routeKey );
-  void processRouteKey( const Mpls::RouteKey & routeKey );
-  void createEsiFilterVia( const Mpls::RouteKey & routeKey,
+  // These return false when the route is not programmed and there is no room to publish that: it is
+  // to stay in the backlog.
+  bool processRouteKey( const Mpls::RouteKey & routeKey );
+  bool createEsiFilterVia( const Mpls::RouteKey & routeKey,
                            const Mpls::LfibEvpnEthernetSegmentFilterVia & via );
-  void deleteEsiFilterVia( const Mpls::RouteKey & routeKey );
-  void addRouteToUnprogrammed( const Mpls::RouteKey & routeKey,
+  bool addRouteToUnprogrammed( const Mpls::RouteKey & routeKey,
                                Mpls::LfibHwProgrammingReturnCode rc );
+  void deleteEsiFilterVia( const Mpls::RouteKey & routeKey );
   void deleteRouteFromUnprogrammed( const Mpls::RouteKey & routeKey );
   void maybeScheduleUnprogrammedReview();
   void doReviewUnprogrammed() override;
