@@ -10,6 +10,9 @@
 #include <cstdint>
 #include <cstring>
 #include <utility>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace Vex::Detail {
 
@@ -31,24 +34,36 @@ struct alignas( 64 ) IndexChunk {
   static Tag emptyTag() { return Tag{}; }
   static uint32_t number( const Tag & tag ) { return tag[ 0 ]; }
 
-  // Some places, a bit for each: the highest of four. The first is lowest as the bytes are.
+  // Some places, a bit for each: the highest of `placeBits`. The first is lowest as the bytes are.
   static_assert( std::endian::native == std::endian::little );
   using Places = uint64_t;
-  static constexpr Places allPlaces = 0x888888888888;
   static size_t first( Places places ) {
-    return static_cast< size_t >( std::countr_zero( places ) ) / 4;
+    return static_cast< size_t >( std::countr_zero( places ) ) / placeBits;
   }
-  Places match( const Tag & tag ) const {
-    using Pairs [[gnu::vector_size( 16 )]] = uint16_t;
-    using Narrow [[gnu::vector_size( 8 )]] = uint8_t;
-    const auto alike = reinterpret_cast< Pairs >( line() == tag );
-    return reinterpret_cast< Places >( __builtin_convertvector( alike >> 4, Narrow ) ) & allPlaces;
-  }
+  Places match( const Tag & tag ) const { return placesOf( line() == tag ); }
   // Both store what is loaded, a whole line, for what is used next is often in the same chunk.
   void enter( size_t i, const Tag & tag ) { lineIs( line() | ( place( i ) & tag ) ); }
   void clear( size_t i ) { lineIs( line() & ~place( i ) ); }
 
 private:
+  using Alike = decltype( Tag{} == Tag{} );
+#if defined( __SSE2__ ) && !defined( VEX_PORTABLE_VECTORS )
+  // The one step for which the compiler's vectors have no word and this processor has.
+  static constexpr size_t placeBits = 1;
+  static Places placesOf( const Alike & alike ) {
+    return static_cast< Places >( _mm_movemask_epi8( reinterpret_cast< __m128i >( alike ) ) ) &
+           0xFFF;
+  }
+#else
+  static constexpr size_t placeBits = 4;
+  static Places placesOf( const Alike & alike ) {
+    using Pairs [[gnu::vector_size( 16 )]] = uint16_t;
+    using Narrow [[gnu::vector_size( 8 )]] = uint8_t;
+    const auto pairs = reinterpret_cast< Pairs >( alike );
+    return reinterpret_cast< Places >( __builtin_convertvector( pairs >> 4, Narrow ) ) &
+           0x888888888888;
+  }
+#endif
   static Tag load( const void * bytes ) {
     Tag tag;
     std::memcpy( &tag, bytes, sizeof( tag ) );
@@ -60,8 +75,12 @@ private:
     return load( places + 15 - i );
   }
   // The tags and the count of members that passed.
-  Tag line() const { return load( this ); }
-  void lineIs( const Tag & line ) { std::memcpy( this, &line, sizeof( line ) ); }
+  Tag line() const {
+    return load( this );
+  }
+  void lineIs( const Tag & line ) {
+    std::memcpy( this, &line, sizeof( line ) );
+  }
 };
 
 class CollectionIndex {
