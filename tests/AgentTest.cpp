@@ -39,7 +39,7 @@ class Ticker : public Loom::Task {
   VEX_MAP( 2, ticks, double, bool )
   VEX_INPUT( 3, rack, Rack )
   VEX_ATTRIBUTES( interval, ticks, rack )
-  VEX_OPERATIONS( VEX_SAFE( note, intfId, ports ), VEX_UNSAFE( cancel ) )
+  VEX_OPERATIONS( VEX_OPERATION( note, intfId, ports ) )
 
 public:
   uint64_t note( Wire::IntfId intfId, const Kez::KezPortList & ports ) {
@@ -168,11 +168,10 @@ TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
     { "call ticker.ticks", "18: expected an operation of an entity, which ticker.ticks is not, "
                            "found nothing" },
     { "call ticker.pause",
-      "13: expected an operation of Test::Ticker (scheduleNow, note, cancel), found 'pause'" },
+      "13: expected an operation of Test::Ticker (scheduleNow, note), found 'pause'" },
     { "call ticker.rack.slot[Ethernet9,1].paint",
       "36: expected an operation of Test::Slot (it has none), found 'paint'" },
-    { "call ticker.cancel",
-      "13: expected an operation that may be called at any time; cancel may not" },
+    { "call ticker.note.x", "17: expected a blank or the end of the line, found '.x'" },
     { "call ticker.note", "17: argument 'intfId': expected Wire::IntfId, found nothing" },
     { "call ticker.note Ethernet1 ,", "28: argument 'ports': expected a port's name, found ','" },
     { "call ticker.scheduleNow 5", "25: expected nothing more, found '5'" },
@@ -228,7 +227,7 @@ TEST_F( AgentTest, WritesAndShowsWhatPathsName ) {
 }
 
 TEST_F( AgentTest, CallsWhatAnEntityOffers ) {
-  EXPECT_EQ( output( "call ticker.note  Ethernet2 Ethernet1,Ethernet2" ), "2\n" );
+  EXPECT_EQ( output( "call ticker.note \tEthernet2\tEthernet1,Ethernet2" ), "2\n" );
   EXPECT_EQ( output( "show ticker.ticks[-1]" ), "ticker.ticks[-1] = 1\n" );
   EXPECT_EQ( output( "call ticker.note Ethernet2" ), "0\n" );
   EXPECT_EQ( output( "call ticker.scheduleNow" ), "" );
