@@ -34,7 +34,7 @@ public:
   VEX_OUTPUT( 3, evpnLagMemberInfo, EvpnLagMemberInfo )
   VEX_REACTORS( 4, lagConfig, VexLagConfig )
   VEX_ATTRIBUTES( acsd, lagConfigDir, evpnLagMemberInfo, lagConfig )
-  VEX_OPERATIONS( VEX_SAFE( publishEvpnLagMemberInfo, lagIntfId, portList ) )
+  VEX_OPERATIONS( VEX_OPERATION( publishEvpnLagMemberInfo, lagIntfId, portList ) )
 
   using VexLagConfigDir =
       Vex::MirrorReactor< LagCreatorConfigDir::lagConfigEntities, lagConfigReactors >;

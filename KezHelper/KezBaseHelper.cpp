@@ -1,7 +1,6 @@
 #include "KezHelper/KezBaseHelper.h"
 
 #include "Vex/Assert.h"
-#include "Vex/FatalEnd.h"
 
 #include <cstdlib>
 
@@ -12,8 +11,7 @@ KezBaseHelper::KezBaseHelper( const Vex::String & name ) {
 }
 
 void KezBaseHelper::kezAssert( const Vex::String & msg ) {
-  Vex::sayLast( msg + "\n" );
-  Vex::assertionFailed( "0", "/usr/include/Kez/KezBaseHelper", __LINE__ );
+  Vex::assertionFailed( "0", "/usr/include/Kez/KezBaseHelper", __LINE__, msg );
 }
 
 void KezBaseHelper::unimplemented( const char * operation ) {

@@ -195,8 +195,8 @@ private:
 // While it lives, an assertion that fails takes neither what was said with it nor the report.
 class LastWords final : public Vex::FatalEnd {
 public:
-  LastWords( std::ostream & out, const Wiring & wiring, ReportFile & page, bool isVirtual )
-      : out_( out ), wiring_( wiring ), page_( page ), isVirtual_( isVirtual ) {
+  LastWords( std::ostream & out, ReportFile & page, bool isVirtual )
+      : out_( out ), page_( page ), isVirtual_( isVirtual ) {
     Vex::fatalEndIs( this );
   }
   ~LastWords() override { Vex::fatalEndIs( nullptr ); }
@@ -206,15 +206,13 @@ public:
 private:
   void flush() override { out_.flush(); }
   void conclude( std::string_view message ) override {
-    // While the agent restarts there is nothing to report on.
-    if ( page_.report() && wiring_.hardware ) {
+    if ( page_.report() ) {
       page_.report()->failureIs( Vex::String( message ) );
       page_.write( "ended by a failed assertion", isVirtual_ );
     }
   }
 
   std::ostream & out_;
-  const Wiring & wiring_;
   ReportFile & page_;
   const bool isVirtual_;
 };
@@ -266,7 +264,7 @@ int replay( const Options & options, std::ostream & out, std::ostream & err ) {
   shell.paceIs( replay );
   executeOption( shell, "trace", options.trace );
   ReportFile page( options, "replay of " + name, wiring );
-  const LastWords lastWords( out, wiring, page, replay.isVirtual() );
+  const LastWords lastWords( out, page, replay.isVirtual() );
   Session session( shell, options.echo, page.report(), out, err );
   const int status = session.replay( replay, name );
   page.write( session.verdict(), replay.isVirtual() );
@@ -292,7 +290,7 @@ int runOrConverse( const Options & options, const Input & input, std::ostream & 
   executeOption( shell, "trace", options.trace );
   ReportFile page( options, titleOf( sources ), wiring );
   const bool isVirtual = options.clock != "steady";
-  const LastWords lastWords( out, wiring, page, isVirtual );
+  const LastWords lastWords( out, page, isVirtual );
   Session session( shell, options.echo, page.report(), out, err );
   int status = 0;
   if ( sources.empty() ) {

@@ -80,6 +80,15 @@ bool Session::execute( const std::string & line, const std::string & file, size_
     out_ << ( isComment ? "" : "> " ) << text << '\n';
   }
   const auto place = file + ":" + std::to_string( number );
+  const auto failed = [ & ]( const std::string & what ) {
+    out_.flush();
+    err_ << what << std::endl;
+    end_ = "ended by a bad line, " + place;
+    if ( report_ ) {
+      report_->failureIs( what );
+    }
+    return false;
+  };
   try {
     if ( report_ && !isComment ) {
       executeReported( line, place );
@@ -88,14 +97,9 @@ bool Session::execute( const std::string & line, const std::string & file, size_
     }
     return true;
   } catch ( const BadLine & error ) {
-    const auto what = place + ":" + std::to_string( error.column ) + ": " + error.what();
-    out_.flush();
-    err_ << what << std::endl;
-    end_ = "ended by a bad line, " + place;
-    if ( report_ ) {
-      report_->failureIs( what );
-    }
-    return false;
+    return failed( place + ":" + std::to_string( error.column ) + ": " + error.what() );
+  } catch ( const std::runtime_error & error ) {
+    return failed( place + ": " + error.what() );
   }
 }
 

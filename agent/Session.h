@@ -32,7 +32,7 @@ public:
 private:
   // Tells it when anything was expected. The exit status.
   int tellVerdict();
-  // Whether it was a good line.
+  // Whether it was a good line, which could be executed.
   bool execute( const std::string & line, const std::string & file, size_t number );
   void executeReported( const std::string & line, const std::string & place );
 

@@ -30,8 +30,8 @@ const std::vector< Shell::Command > & Shell::commands() {
       "  set evpnStatus.encapBumFilter[Ethernet1]\n",
       &Shell::set },
     { "del", "PATH", "delete a member, empty a collection, unset a value",
-      "Deletes a member, all members when no key is given, or sets a value back to the default\n"
-      "of its type. It is no error when there is nothing to delete.\n"
+      "Deletes a member, all members when no key is given, or sets a value back to what it is at\n"
+      "first. It is no error when there is nothing to delete.\n"
       "  del lagConfigDir.lagConfig[Port-Channel1].member[Ethernet1]\n"
       "  del lagConfigDir.lagConfig\n",
       &Shell::del },
@@ -76,7 +76,8 @@ const std::vector< Shell::Command > & Shell::commands() {
       &Shell::call },
     { "restart", "", "end the agent and start it anew",
       "Machines, outputs and hardware are made anew over the inputs as they stand. Hardware is\n"
-      "empty then, as large as before, and behaves as it does at first.\n"
+      "empty then, as large as before, and behaves as it does at first. When they cannot be made,\n"
+      "as without the file of a table, inputs are all there is until another restart.\n"
       "  restart\n",
       &Shell::restart },
     { "trace", "[SETTING | off]", "show or set what is traced",
@@ -332,10 +333,9 @@ void Shell::runTasks( double seconds ) {
 
 void Shell::restart( Vex::TextCursor & in ) {
   Vex::expectEnd( in );
-  auto roots = std::move( wiring_.roots );
-  wiring_ = {};
-  wiring_ = wire( std::move( roots ) );
+  wiring_ = unwired( wiring_ );
   pace_->schedulerIs( *wiring_.scheduler );
+  wiring_ = wire( wiring_ );
   runTasks( 0 );
 }
 

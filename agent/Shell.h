@@ -23,7 +23,8 @@ public:
   Shell & operator=( const Shell & ) = delete;
 
   // `place` is where the line stands, for reports: "<file>:<line>". Raises BadLine, and
-  // std::runtime_error when the record cannot be written.
+  // std::runtime_error for what the line is not to blame for: a table is damaged, has no room or
+  // cannot be mounted. Neither is in the record.
   void execute( std::string_view line, const Vex::String & place );
   // Runs the tasks that are due.
   void catchUp() { runTasks( 0 ); }

@@ -32,27 +32,11 @@ template< class T > Ptr< T > standing( const Roots & roots, const Vex::String & 
   return root ? Vex::dynamicCast< T >( root->entity ) : nullptr;
 }
 
-// What outlives an agent: its inputs as they stand, and of its switch the sizes and listeners. A
-// first agent has new ones.
-struct Legacy {
-  explicit Legacy( const Roots & earlier ) : inputs( earlier.ofRole( Role::input ) ) {
-    if ( const auto there = standing< SimulatedSwitch >( earlier, "switch" ) ) {
-      for ( const auto [ table, entries ] : there->capacity() ) {
-        hardware->capacityIs( table, entries );
-      }
-      hardware->listenersOf( *there );
-    }
-  }
-
-  const Roots inputs;
-  const Ptr< SimulatedSwitch > hardware = Vex::makePtr< SimulatedSwitch >();
-};
-
 // An agent being made: the members, then the machines, in the order in which they stand here. Each
 // stands before what is handed it, and `show` lists the roots in that order.
 class Wirer {
 public:
-  explicit Wirer( const Legacy & legacy ) : legacy_( legacy ) {}
+  explicit Wirer( const Wiring & ground ) : ground_( ground ) {}
 
   Wiring wire() {
     hardware( "switchFloodSets",
@@ -71,7 +55,7 @@ public:
 private:
   template< class T, class... Arguments >
   Ptr< T > input( const Vex::String & name, const Arguments &... arguments ) {
-    const auto there = standing< T >( legacy_.inputs, name );
+    const auto there = standing< T >( ground_.roots, name );
     return roots_.rootIs( Role::input, name, there ? there : Vex::makePtr< T >( arguments... ) );
   }
   template< class T > Ptr< T > output( const Vex::String & name, const Ptr< T > & entity ) {
@@ -138,7 +122,7 @@ private:
                                                mplsFloodSetOutput_ ) );
   }
 
-  const Legacy & legacy_;
+  const Wiring & ground_;
   Roots roots_;
 
   const Ptr< Kez::KezCommonSmData > acsd_ = input< Kez::KezCommonSmData >( "acsd" );
@@ -176,7 +160,7 @@ private:
       output( "vlanFloodSetHwConfig", Kez::evpnVlanFloodSetHwConfigFactory() );
 
   // The switch stands before any machine does, so that what one asks for as it starts is answered.
-  const Ptr< SimulatedSwitch > hardware_ = hardware( "switch", legacy_.hardware );
+  const Ptr< SimulatedSwitch > hardware_ = hardware( "switch", ground_.hardware );
   const Ptr< Switch::SwitchFloodingHelper > floodingHelper_ =
       hardware( "floodingHelper",
                 Vex::makePtr< Switch::SwitchFloodingHelper >( "floodingHelper", hardware_ ) );
@@ -187,7 +171,7 @@ private:
       hardware( "esiFilteringDecapHelper", Vex::makePtr< Switch::SwitchEsiFilteringDecapHelper >(
                                                "esiFilteringDecapHelper", hardware_ ) );
   const Ptr< Loom::TaskScheduler > scheduler_ =
-      roots_.rootIs( Role::runtime, "scheduler", Vex::makePtr< Loom::TaskScheduler >() );
+      roots_.rootIs( Role::runtime, "scheduler", ground_.scheduler );
   const Ptr< Kez::FecIdToHwFecIdResponse > mplsFloodSetFecResponse_ =
       hardware( "mplsFloodSetFecResponse", Kez::fecIdToHwFecIdResponseFactory() );
   const Ptr< Kez::EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus_ =
@@ -196,12 +180,19 @@ private:
 
 } // namespace
 
-Wiring wire( Roots earlier ) {
-  const Legacy legacy( earlier );
-  // The earlier machines end before others stand on the same inputs, and a shared table has one
-  // writer.
-  earlier = {};
-  return Wirer( legacy ).wire();
+Wiring unwired( const Wiring & earlier ) {
+  const auto hardware = Vex::makePtr< SimulatedSwitch >();
+  if ( earlier.hardware ) {
+    for ( const auto [ table, entries ] : earlier.hardware->capacity() ) {
+      hardware->capacityIs( table, entries );
+    }
+    hardware->listenersOf( *earlier.hardware );
+  }
+  return { earlier.roots.ofRole( Role::input ), Vex::makePtr< Loom::TaskScheduler >(), hardware };
+}
+
+Wiring wire( const Wiring & ground ) {
+  return Wirer( ground ).wire();
 }
 
 } // namespace Agent

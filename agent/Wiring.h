@@ -15,9 +15,14 @@ struct Wiring {
   Vex::Ptr< Switch::SimulatedSwitch > hardware;
 };
 
-// With the roots of an earlier agent, which ends: over its inputs as they stand, and a switch that
-// is empty and has the same sizes and listeners.
-Wiring wire( Roots earlier = {} );
+// What an agent is made on, and what is left when it cannot be made: of an earlier one the inputs
+// as they stand, which come first among its roots too, a switch that is empty and has the same
+// sizes and listeners, and a scheduler.
+Wiring unwired( const Wiring & earlier = {} );
+
+// An agent, whose machines start. The earlier one has ended by then: machines do not share inputs,
+// and a shared table has one writer. Raises std::runtime_error when a table cannot be mounted.
+Wiring wire( const Wiring & ground = unwired() );
 
 // Runs `what( machine )` for every machine, in the order in which they were made.
 template< class What > void forEachMachine( const Wiring & wiring, What && what ) {

@@ -83,9 +83,13 @@ Report::Sample Report::sample() const {
   return sample;
 }
 
+bool Report::isThere( const Column & column ) const {
+  return column.root < static_cast< size_t >( roots_.end() - roots_.begin() );
+}
+
 void Report::lookAtEntities() {
-  // While the agent restarts there is nothing to look at.
-  if ( roots_.begin() == roots_.end() || looks_++ % looksASample_ != 0 ) {
+  // While the agent restarts, or cannot, only the first ones are there.
+  if ( !isThere( columns_.back() ) || looks_++ % looksASample_ != 0 ) {
     return;
   }
   auto now = sample();
@@ -103,6 +107,7 @@ void Report::lookAtEntities() {
 }
 
 void Report::write( std::ostream & out, const Vex::String & verdict, bool isVirtual ) {
+  std::erase_if( columns_, [ this ]( const Column & column ) { return !isThere( column ); } );
   samples_.push_back( sample() );
   ReportPage page( out );
   page.begin();

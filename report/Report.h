@@ -39,7 +39,8 @@ public:
     std::vector< size_t > counts; // by column
   };
 
-  // Of a session that begins now. `roots` are looked at whenever something happens.
+  // Of a session that begins now. `roots` are looked at whenever something happens; they may become
+  // the first of those that they are now, and all of them again.
   Report( const Vex::String & title, const Roots & roots );
 
   // A line that is about to be executed, and when it has been.
@@ -54,6 +55,7 @@ public:
 
 private:
   void add( Happening what, Vex::String text );
+  bool isThere( const Column & column ) const;
   void lookAtEntities();
   Sample sample() const;
 

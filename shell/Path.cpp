@@ -49,7 +49,8 @@ Path::Path( const Roots & roots, Vex::TextCursor & in, End end ) : rootOffset_( 
                    : "an operation of an entity, which " + text() + " is not" );
   }
   if ( !in.done() && !in.startsWith( " " ) && !in.startsWith( "\t" ) ) {
-    in.fail( "'.', a blank or the end of the line" );
+    in.fail( operation_ ? "a blank or the end of the line"
+                        : "'.', a blank or the end of the line" );
   }
   endOffset_ = in.offset();
   takeWord( in );
@@ -74,7 +75,6 @@ void Path::readStep( Vex::TextCursor & in, End end ) {
   step.attribute = type_->attribute( name );
   if ( !step.attribute && end == End::operation ) {
     operation_ = type_->operation( name );
-    operationOffset_ = step.offset;
     if ( operation_ ) {
       return;
     }
@@ -151,10 +151,6 @@ Reading Path::read() const {
 }
 
 String Path::call( Vex::TextCursor & in ) const {
-  if ( !operation_->safe ) {
-    throw BadLine( operationOffset_ + 1, "expected an operation that may be called at any time; " +
-                                             String( operation_->name ) + " may not" );
-  }
   const auto callee = unlocked( entity() );
   if ( !callee ) {
     throw BadLine( rootOffset_ + 1, "expected an entity that is there; " + text() + " is not" );

@@ -50,8 +50,8 @@ public:
   const Vex::EntityType * type() const { return type_; }
 
   // Calls the operation which the path ends with on the entity before it; what that returned.
-  // Raises BadLine, having called nothing, unless the operation is safe, the entity is there, and
-  // the rest of the line is its arguments.
+  // Raises BadLine, having called nothing, unless the entity is there and the rest of the line is
+  // its arguments.
   Vex::String call( Vex::TextCursor & in ) const;
 
   // The entity that the path names, null while it is not there.
@@ -87,7 +87,6 @@ private:
   std::vector< Step > steps_;
   const Vex::EntityType * type_ = nullptr;
   const Vex::OperationType * operation_ = nullptr;
-  size_t operationOffset_ = 0; // in the line
 };
 
 } // namespace Agent

@@ -183,13 +183,11 @@ void showClass( std::ostream & out, const Path & path ) {
   out << '\n';
   showTable( out, rows );
   for ( const auto & operation : type ? type->operations() : Vex::Operations() ) {
-    if ( operation->safe ) {
-      out << "  call " << operation->name;
-      for ( const auto & parameter : operation->parameters() ) {
-        out << ' ' << parameter.name << ':' << parameter.type;
-      }
-      out << '\n';
+    out << "  call " << operation->name;
+    for ( const auto & parameter : operation->parameters() ) {
+      out << ' ' << parameter.name << ':' << parameter.type;
     }
+    out << '\n';
   }
 }
 

@@ -61,6 +61,9 @@ struct WrongCall {
   Vex::String what;
   Failure answer = Failure::notProgrammed;
 };
+inline std::optional< WrongCall > wrongIf( bool wrong, const char * what ) {
+  return wrong ? std::optional( WrongCall{ what } ) : std::nullopt;
+}
 
 class SimulatedSwitch : public Vex::Entity {
   VEX_ENTITY( SimulatedSwitch, "Switch::SimulatedSwitch" )
@@ -93,7 +96,10 @@ public:
   bool hasRoom( Table table ) const {
     return !capacityHas( table ) || entries( table ) < capacity( table );
   }
-  bool hasRoom( Operation operation ) const { return hasRoom( typeOf( operation ).table ); }
+  // The same for an operation's entry, which needs no room if it is there.
+  bool hasRoom( Operation operation, bool there ) const {
+    return there || hasRoom( typeOf( operation ).table );
+  }
 
   // Of those that hear a call the later ones hear the answers of the earlier ones.
   void listenerIs( SwitchListener & listener ) { listeners_.push_back( &listener ); }

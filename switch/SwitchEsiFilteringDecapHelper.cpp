@@ -14,10 +14,6 @@ auto textOf( Wire::MplsLabel label, Wire::IntfId intfId ) {
   return [ label, intfId ] { return Vex::text( label ) + " " + Vex::text( intfId ); };
 }
 
-std::optional< WrongCall > wrongIf( bool wrong, const char * what ) {
-  return wrong ? std::optional( WrongCall{ what } ) : std::nullopt;
-}
-
 LfibHwProgrammingReturnCode codeOf( bool there, Failure failure ) {
   if ( there ) {
     return LfibHwProgrammingReturnCode::conflict;
@@ -34,7 +30,7 @@ LfibHwProgrammingReturnCode SwitchEsiFilteringDecapHelper::createEsiPortMap( Wir
   const bool there = hardware.esiPortMapHas( intfId );
   auto code = LfibHwProgrammingReturnCode::success;
   if ( const auto failure = hardware.creation(
-           Operation::createEsiPortMap, there || hardware.hasRoom( Operation::createEsiPortMap ),
+           Operation::createEsiPortMap, hardware.hasRoom( Operation::createEsiPortMap, there ),
            wrongIf( there, "the interface has a map" ), textOf( label, intfId ) ) ) {
     code = codeOf( there, *failure );
   } else {

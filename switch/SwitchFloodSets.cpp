@@ -35,6 +35,13 @@ void SwitchFloodSets::VexFecRequest::onAttribute( Vex::AttrId, const void * key 
   sm()->handleFecRequest( Kez::FecIdToHwFecIdRequest::fecAttr.key( key ) );
 }
 
+void SwitchFloodSets::VexFecRequest::handleNotifier() {
+  const auto request = notifier();
+  for ( const auto [ fecId, fec ] : request->fec() ) {
+    sm()->handleFecRequest( fecId );
+  }
+}
+
 void SwitchFloodSets::VexVlanFloodSetConfig::onAttribute( Vex::AttrId, const void * key ) {
   sm()->changed( Dest( fwkKey(), Kez::VlanFloodSetConfig::mplsDestConfigAttr.key( key ) ) );
 }
@@ -47,7 +54,11 @@ void SwitchFloodSets::VexVlanFloodSetConfig::handleNotifier() {
 }
 
 bool SwitchFloodSets::isRequested( FecId fecId ) const {
-  return fecRequest()->fecHas( fecId ) && fecRequest()->hwFecIdRequestHas( fecId );
+  return !fecRequest()->fec( fecId ).via.empty() && fecRequest()->hwFecIdRequestHas( fecId );
+}
+
+bool SwitchFloodSets::isGivenUp( FecId fecId ) const {
+  return !fecRequest()->fecHas( fecId ) && !fecRequest()->hwFecIdRequestHas( fecId );
 }
 
 SwitchFloodSets::Request SwitchFloodSets::standingRequest( FecId fecId ) const {
@@ -55,12 +66,11 @@ SwitchFloodSets::Request SwitchFloodSets::standingRequest( FecId fecId ) const {
            fecRequest()->hwFecIdRequest( fecId ).hwTunnelId };
 }
 
-// Requested is what has both halves, withdrawn what has neither.
 void SwitchFloodSets::handleFecRequest( FecId fecId ) {
   if ( isRequested( fecId ) ) {
     unanswered_[ fecId ] = standingRequest( fecId );
     changed( fecId );
-  } else if ( !fecRequest()->fecHas( fecId ) && !fecRequest()->hwFecIdRequestHas( fecId ) ) {
+  } else if ( isGivenUp( fecId ) ) {
     if ( const auto at = unanswered_.find( fecId ); at != unanswered_.end() ) {
       at->second.withdrawalDue =
           std::max( Vex::Clock::now() + answerDelay(), agenda_.dueOf( fecId ) );
@@ -108,16 +118,18 @@ void SwitchFloodSets::see( FecId fecId ) {
   if ( isRequested( fecId ) ) {
     answer( fecId, standingRequest( fecId ) );
   } else if ( unanswered ) {
-    dueIs( fecId, unanswered.mapped().withdrawalDue );
+    if ( isGivenUp( fecId ) ) {
+      dueIs( fecId, unanswered.mapped().withdrawalDue );
+    }
     answer( fecId, unanswered.mapped() );
-  } else {
+  } else if ( isGivenUp( fecId ) ) {
     withdraw( fecId );
   }
 }
 
 void SwitchFloodSets::answer( FecId fecId, const Request & request ) {
   auto & hardware = *simulatedSwitch_;
-  const bool room = hardware.fecHas( fecId ) || hardware.hasRoom( Operation::createFec );
+  const bool room = hardware.hasRoom( Operation::createFec, hardware.fecHas( fecId ) );
   if ( hardware.creation(
            Operation::createFec, room, std::nullopt, [ & ] { return Vex::text( fecId ); },
            [ & ] { return Vex::briefText( request.answer ); } ) ) {
@@ -137,8 +149,8 @@ void SwitchFloodSets::withdraw( FecId fecId ) {
     return;
   }
   const bool used = hardware.hwFecIdUse( hwFecIdOf( fecId ) ) > 0;
-  const auto wrong = used ? std::optional( WrongCall{ "a destination uses it" } ) : std::nullopt;
-  if ( hardware.deletion( Operation::deleteFec, wrong, [ & ] { return Vex::text( fecId ); } ) ) {
+  if ( hardware.deletion( Operation::deleteFec, wrongIf( used, "a destination uses it" ),
+                          [ & ] { return Vex::text( fecId ); } ) ) {
     TRACE( 5, "deleteFec ", fecId );
     hardware.fecDel( fecId );
     fecResponse()->hwFecIdResponseDel( fecId );
@@ -158,7 +170,7 @@ void SwitchFloodSets::program( const Dest & dest ) {
   auto & hardware = *simulatedSwitch_;
   auto status = HwProgrammingStatus::programmed;
   if ( hardware.creation( Operation::createFloodSetDest,
-                          hardware.hasRoom( Operation::createFloodSetDest ), std::nullopt,
+                          hardware.hasRoom( Operation::createFloodSetDest, false ), std::nullopt,
                           [ & ] { return Vex::briefText( dest ); } ) ) {
     dueIs( dest, Vex::Clock::now() + retryInterval() );
     status = HwProgrammingStatus::notProgrammed;

@@ -1,12 +1,13 @@
 // The simulated switch's side of flood sets: programs the FECs that are requested and the
 // configurations of flood-set destinations, and answers.
 //
-// An answer comes within the write that it answers, or `answerDelay` later, and is one to what is
-// requested or configured when its turn comes. A FEC that has been given up meanwhile is answered
-// all the same, since hardware has not heard of that yet; one that is requested anew is not
-// withdrawn in between. What is due at one time is taken in order, or, with a `shuffleSeed`, in a
-// random one. What could not be programmed is tried again after `retryInterval`, once for each FEC
-// or destination however often it has changed, a destination with the status notProgrammed
+// A FEC is requested while both halves of its request stand, with a via, and given up when neither
+// does. An answer comes within the write that it answers, or `answerDelay` later, and is one to
+// what is requested or configured when its turn comes. A FEC that has been given up meanwhile is
+// answered all the same, since hardware has not heard of that yet; one that is requested anew is
+// not withdrawn in between. What is due at one time is taken in order, or, with a `shuffleSeed`, in
+// a random one. What could not be programmed is tried again after `retryInterval`, once for each
+// FEC or destination however often it has changed, a destination with the status notProgrammed
 // meanwhile. Deleting a FEC that a destination uses is a wrong call.
 #pragma once
 
@@ -26,6 +27,7 @@ public:
 
   private:
     void onAttribute( Vex::AttrId id, const void * key ) override;
+    void handleNotifier() override;
   };
 
   class VexVlanFloodSetConfig
@@ -70,7 +72,7 @@ private:
   struct Request {
     Kez::HwFecIdResponse answer;
     Kez::HwTunnelId hwTunnelId;
-    double withdrawalDue = 0; // of one that has been given up
+    double withdrawalDue = 0; // once it has been given up
   };
   using Dest = Kez::FloodSetMplsDestConfig;
   using Subject = std::variant< Rook::Fib::FecId, Dest >;
@@ -86,6 +88,7 @@ private:
 
   void handleFecRequest( Rook::Fib::FecId fecId );
   bool isRequested( Rook::Fib::FecId fecId ) const;
+  bool isGivenUp( Rook::Fib::FecId fecId ) const;
   Request standingRequest( Rook::Fib::FecId fecId ) const;
   // Sees to what has changed about it, at once or after the delay.
   void changed( const Subject & subject );

@@ -21,16 +21,14 @@ template< class Key > auto untagged( const Key & key ) {
   return [ key ] { return Vex::briefText( key ); };
 }
 
-WrongCall isThere() {
-  return { "it is there" };
-}
+constexpr auto isThere = "it is there";
 
 WrongCall hasTag( VlanIdOrNone dot1q ) {
   return { "it has dot1q " + Vex::text( dot1q ) };
 }
 
 std::optional< WrongCall > wrongUnless( bool there ) {
-  return there ? std::nullopt : std::optional( WrongCall{ "it is not there" } );
+  return wrongIf( !there, "it is not there" );
 }
 
 // Of a deletion of what has the tag `present`, if it is there.
@@ -44,7 +42,7 @@ HwProgrammingStatus create( SimulatedSwitch & hardware, Operation operation, boo
                             const std::optional< WrongCall > & wrong, const Arguments & arguments,
                             const Program & program ) {
   auto status = HwProgrammingStatus::programmed;
-  if ( const auto failure = hardware.creation( operation, there || hardware.hasRoom( operation ),
+  if ( const auto failure = hardware.creation( operation, hardware.hasRoom( operation, there ),
                                                wrong, arguments ) ) {
     status = *failure == Failure::invalidHwId ? HwProgrammingStatus::invalidHwId
                                               : HwProgrammingStatus::notProgrammed;
@@ -89,7 +87,7 @@ HwProgrammingStatus SwitchFloodingHelper::createNonDfPort( IntfId parentIntfId, 
   auto & hardware = *simulatedSwitch_;
   const PortVlanKey key( parentIntfId, intfId, vlanId );
   const bool there = hardware.nonDfPort( key );
-  const auto wrong = there ? std::optional( isThere() ) : std::nullopt;
+  const auto wrong = wrongIf( there, isThere );
   return create( hardware, Operation::createNonDfPort, there, wrong, untagged( key ),
                  [ & ] { hardware.nonDfPortIs( key ); } );
 }
@@ -111,7 +109,7 @@ HwProgrammingStatus SwitchFloodingHelper::createVlanToDot1qMapping( IntfId paren
   const bool there = hardware.dot1qMappingHas( key );
   std::optional< WrongCall > wrong;
   if ( there ) {
-    wrong = isThere();
+    wrong = { isThere };
   } else if ( !hardware.vlanHas( vlanId ) ) {
     wrong = { "VLAN " + Vex::text( vlanId ) + " is not there" };
   }
@@ -143,7 +141,7 @@ HwProgrammingStatus SwitchFloodingHelper::createEsiData( IntfId parentIntfId, In
   if ( !hwTid.valid() ) {
     wrong = { "its hardware tunnel id is not valid", Failure::invalidHwId };
   } else if ( there && !updateSupportedOnCreateEsiData() ) {
-    wrong = isThere();
+    wrong = { isThere };
   }
   const auto arguments = [ & ] { return Vex::briefText( key ) + " " + Vex::briefText( data ); };
   return create( hardware, Operation::createEsiData, there, wrong, arguments,

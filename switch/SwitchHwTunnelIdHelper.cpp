@@ -27,8 +27,7 @@ void SwitchHwTunnelIdHelper::releaseHwTunnelId( const Kez::HwTunnelId & hwTunnel
   TRACE( 5, "releaseHwTunnelId ", hwTunnelId );
   const auto pool = hardware.hwTunnelIdPoolIs( hwTunnelId.hwTunnelIdType() );
   const bool inUse = pool->inUseHas( hwTunnelId );
-  const auto wrong = inUse ? std::nullopt : std::optional( WrongCall{ "it is not in use" } );
-  if ( hardware.deletion( Operation::releaseHwTunnelId, wrong,
+  if ( hardware.deletion( Operation::releaseHwTunnelId, wrongIf( !inUse, "it is not in use" ),
                           [ & ] { return Vex::text( hwTunnelId ); } ) &&
        inUse ) {
     pool->giveBack( hwTunnelId );

@@ -1,5 +1,8 @@
+#include "FailingNew.h"
 #include "KezEvpn/KezEvpn.h"
 #include "Loom/Task.h"
+#include "Mpls/Lfib.h"
+#include "RookTestTypes.h"
 #include "Vex/Clock.h"
 #include "Vex/FatalEnd.h"
 #include "agent/CommandLine.h"
@@ -39,7 +42,7 @@ class Ticker : public Loom::Task {
   VEX_MAP( 2, ticks, double, bool )
   VEX_INPUT( 3, rack, Rack )
   VEX_ATTRIBUTES( interval, ticks, rack )
-  VEX_OPERATIONS( VEX_SAFE( note, intfId, ports ), VEX_UNSAFE( cancel ) )
+  VEX_OPERATIONS( VEX_OPERATION( note, intfId, ports ) )
 
 public:
   uint64_t note( Wire::IntfId intfId, const Kez::KezPortList & ports ) {
@@ -168,11 +171,10 @@ TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
     { "call ticker.ticks", "18: expected an operation of an entity, which ticker.ticks is not, "
                            "found nothing" },
     { "call ticker.pause",
-      "13: expected an operation of Test::Ticker (scheduleNow, note, cancel), found 'pause'" },
+      "13: expected an operation of Test::Ticker (scheduleNow, note), found 'pause'" },
     { "call ticker.rack.slot[Ethernet9,1].paint",
       "36: expected an operation of Test::Slot (it has none), found 'paint'" },
-    { "call ticker.cancel",
-      "13: expected an operation that may be called at any time; cancel may not" },
+    { "call ticker.note.x", "17: expected a blank or the end of the line, found '.x'" },
     { "call ticker.note", "17: argument 'intfId': expected Wire::IntfId, found nothing" },
     { "call ticker.note Ethernet1 ,", "28: argument 'ports': expected a port's name, found ','" },
     { "call ticker.scheduleNow 5", "25: expected nothing more, found '5'" },
@@ -228,7 +230,7 @@ TEST_F( AgentTest, WritesAndShowsWhatPathsName ) {
 }
 
 TEST_F( AgentTest, CallsWhatAnEntityOffers ) {
-  EXPECT_EQ( output( "call ticker.note  Ethernet2 Ethernet1,Ethernet2" ), "2\n" );
+  EXPECT_EQ( output( "call ticker.note \tEthernet2\tEthernet1,Ethernet2" ), "2\n" );
   EXPECT_EQ( output( "show ticker.ticks[-1]" ), "ticker.ticks[-1] = 1\n" );
   EXPECT_EQ( output( "call ticker.note Ethernet2" ), "0\n" );
   EXPECT_EQ( output( "call ticker.scheduleNow" ), "" );
@@ -333,6 +335,7 @@ TEST( AgentProcessTest, AFailedAssertionTakesNothingWithItThatWasSaid ) {
   EXPECT_NE( std::system( ( command + " >" + file + " 2>&1" ).c_str() ), 0 );
   EXPECT_THAT( contents( file ), said );
   EXPECT_THAT( contents( report ), testing::HasSubstr( "ended by a failed assertion" ) );
+  EXPECT_THAT( contents( report ), testing::HasSubstr( wrong.substr( 0, wrong.size() - 1 ) ) );
   auto * const pipe = popen( ( command + " 2>&1" ).c_str(), "r" );
   std::string piped;
   for ( int c; ( c = fgetc( pipe ) ) != EOF; ) {
@@ -366,6 +369,85 @@ TEST( AgentProcessTest, AnEndThatFailsIsTheEndAllTheSame ) {
   };
   EXPECT_DEATH( fail(), "assertion failed: .*flushes.*\n.*assertion failed: .*flushed.*\n"
                         "concluded with .*flushed" );
+  const auto failWithoutMemory = [] {
+    const FailingNew none( 0 );
+    VEX_ASSERT( &none == nullptr );
+  };
+  EXPECT_DEATH( failWithoutMemory(), "AgentTest:[0-9]+: assertion failed: &none == nullptr" );
+}
+
+// Input whose lines are made as they are read; the end is an empty one.
+class MadeInput : public std::streambuf {
+public:
+  explicit MadeInput( std::function< std::string() > next ) : next_( std::move( next ) ) {}
+
+private:
+  int underflow() override {
+    line_ = next_();
+    setg( line_.data(), line_.data(), line_.data() + line_.size() );
+    return line_.empty() ? traits_type::eof() : traits_type::to_int_type( line_[ 0 ] );
+  }
+  const std::function< std::string() > next_;
+  std::string line_;
+};
+
+// For want of room, over a damaged table, without the file of another; the session goes on.
+TEST( AgentCommandLineTest, LinesThatFailSayWhereAndLeaveAnAgentOrItsInputs ) {
+  const RookTest::MountDirectory directory;
+  const auto tables = directory.path( "" ), page = tables + "page.html";
+  const auto route = tables + "/lfibStatus/route";
+  const auto mapping = tables + "/tunnelIdHwTunnelId/tunnelIdToHwTunnelId";
+  const auto spoil = [ & ] {
+    std::filesystem::remove( mapping );
+    std::ofstream( mapping ) << "a text of somebody's";
+  };
+  const Rook::Format::Layout layout( sizeof( Mpls::LfibRoute ),
+                                     static_cast< uint64_t >( getpagesize() ) );
+  const size_t version = layout.level( 0 ).slots + 4;
+  std::optional< RookTest::Limit > longest;
+  char check = 0;
+  const std::pair< std::function< void() >, std::string > steps[] = {
+    { [ & ] { longest.emplace( RLIMIT_FSIZE, Rook::Format::headSize ); },
+      "set lfibStatus.route[100] 100,1" },
+    { [ & ] { longest.reset(); }, "set lfibStatus.route[100] 100,1" },
+    { [ & ] {
+       check = contents( route )[ version ];
+       RookTest::poke( route, version, static_cast< char >( ~check ) );
+     },
+      "expect lfibStatus.route[100]" },
+    { [ & ] {
+       RookTest::poke( route, version, check );
+       spoil();
+     },
+      "restart" },
+    { [] {}, "expect lfibStatus.route count 1" },
+    { [] {}, "expect evpnLagMemberInfo" },
+    { [ & ] { std::filesystem::remove( mapping ); }, "restart" },
+    { [] {}, "expect evpnLagMemberInfo" },
+    { spoil, "restart" },
+  };
+  size_t at = 0;
+  MadeInput lines( [ & ] {
+    if ( at == std::size( steps ) ) {
+      return std::string();
+    }
+    steps[ at ].first();
+    return steps[ at++ ].second + "\n";
+  } );
+  std::istream in( &lines );
+  std::ostringstream out, err;
+  EXPECT_EQ(
+      Agent::kezAgent( { "shell", "--report", page, "--tables", tables }, { in, false }, out, err ),
+      0 );
+  const auto spoilt = ": " + mapping + " is no table: expected it to begin with ROOKTBL\n";
+  EXPECT_EQ( err.str(),
+             "stdin:1: no room for " + route + ": File too large\nstdin:3: " + route +
+                 ": the record in slot 0 is damaged\nstdin:4" + spoilt +
+                 "stdin:6:8: expected a root (acsd, lagConfigDir, bridgingConfig, vlanStatusDir, "
+                 "evpnStatus, evpnMplsConfig, floodSetOutput, lfibStatus, lfibTrackingStatus), "
+                 "found 'evpnLagMemberInfo'\nstdin:9" +
+                 spoilt );
+  EXPECT_THAT( contents( page ), testing::HasSubstr( "stdin:9: " ) );
 }
 
 TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {

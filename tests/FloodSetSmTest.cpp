@@ -114,6 +114,39 @@ public:
   std::function< void() > meddle;
 };
 
+// The hardware side by itself.
+TEST_F( FloodSetSmTest, AFecStandsWhileEitherHalfOfItsRequestDoes ) {
+  const Rook::Fib::Fec fec( 1, { { Wire::DynamicTunnelIntfId::intfId( 5 ), 100 } } );
+  const auto ask = [ & ]( const Rook::Fib::Fec & fec ) {
+    request->fecIs( fec );
+    request->hwFecIdRequestIs( { fec.fecId, {} } );
+  };
+  driver->answerDelayIs( 1 );
+  ask( fec );
+  ask( { 2, {} } ); // leads nowhere
+  advance( 0.5 );
+  request->fecDel( 1 );
+  advance( 0.5 );
+  EXPECT_TRUE( response->hwFecIdResponseHas( 1 ) );
+  advance( 5 );
+  EXPECT_TRUE( response->hwFecIdResponseHas( 1 ) );
+  EXPECT_EQ( response->hwFecIdResponses(), 1u );
+
+  // Hardware that comes late answers what is asked for already.
+  request->fecIs( fec );
+  const auto lateResponse = Kez::fecIdToHwFecIdResponseFactory();
+  const auto late = Vex::makePtr< Switch::SwitchFloodSets >(
+      Vex::makePtr< Switch::SimulatedSwitch >(), scheduler->timerWheel(), request, lateResponse,
+      config, status );
+  EXPECT_TRUE( lateResponse->hwFecIdResponseHas( 1 ) );
+
+  request->hwFecIdRequestDel( 1 );
+  EXPECT_TRUE( lateResponse->hwFecIdResponseHas( 1 ) );
+  request->fecDel( 1 );
+  advance( 1 );
+  EXPECT_EQ( response->hwFecIdResponses() + lateResponse->hwFecIdResponses(), 0u );
+}
+
 TEST_F( FloodSetSmTest, TracesADestinationsWayToHardwareAndBack ) {
   start();
   hwTunnelIdIs( 5, 7 );

@@ -1,3 +1,4 @@
+#include "FailingNew.h"
 #include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
 #include "KezEvpn/frame/Review.h"
 #include "RookTestTypes.h"
@@ -11,6 +12,7 @@
 #include <set>
 #include <sstream>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <thread>
 
 namespace RookTest {
@@ -130,6 +132,51 @@ TEST( Rook, WithoutAddressesThereIsNoRoom ) {
   EXPECT_EQ( walk( table ).size(), records );
 }
 #endif
+
+// Whichever piece of memory cannot be had for another level; what stands needs none to go.
+TEST( Rook, WithoutMemoryThereIsNoRoom ) {
+  size_t pieces = 0;
+  for ( bool grown = false; !grown; ++pieces ) {
+    EntryTable table;
+    table.mount( "table" );
+    const auto put = [ & ] { table.put( Entry( table.size(), 1 ) ); };
+    while ( table.size() < layout.capacity( 0 ) ) {
+      put();
+    }
+    const auto lack = messageOf< Rook::NoRoom >( [ & ] {
+      const FailingNew failing( pieces );
+      put();
+    } );
+    grown = lack.empty();
+    EXPECT_EQ( lack, grown ? "" : "no memory to make private table 'table' larger" );
+    EXPECT_EQ( walk( table ).size(), layout.capacity( 0 ) + grown );
+    const FailingNew failing( 0 );
+    EXPECT_EQ( table.makeRoom(), grown );
+    EXPECT_TRUE( table.lack() == lack );
+    for ( uint64_t key = 0; key < layout.capacity( 0 ); ++key ) {
+      table.del( key );
+    }
+  }
+  EXPECT_GT( pieces, 3u );
+}
+
+// A reader may still look into the index of an earlier level, where it must not need memory that a
+// full file system has not.
+TEST( Rook, IndicesLeftBehindKeepTheirMemory ) {
+  const MountDirectory directory;
+  EntryTable table;
+  table.mount( "table" );
+  uint64_t least = layout.level( 2 ).end;
+  for ( uint32_t level = 0; level <= 2; ++level ) {
+    least -= layout.indexSize( level ); // of which one is used
+  }
+  while ( table.size() < layout.capacity( 2 ) ) {
+    table.put( Entry( table.size(), 1 ) );
+  }
+  struct stat status {};
+  ASSERT_EQ( stat( directory.path( "table" ).c_str(), &status ), 0 );
+  EXPECT_GE( static_cast< uint64_t >( status.st_blocks ) * 512, least );
+}
 
 TEST( Rook, WalksMeetWhatStandsAndNothingNew ) {
   EntryTable table;
@@ -315,7 +362,27 @@ TEST( TunnelIdToHwTunnelIdMapping, TellsOfEveryWriteAndKeepsItsControlInformed )
   EXPECT_EQ( other->refs(), 1u );
 }
 
-// A table of 512 records that cannot become longer, in a file or in private memory.
+TEST( TunnelIdToHwTunnelIdMapping, IsShownWhateverItsIndexHasLost ) {
+  const MountDirectory directory;
+  const auto mapping = Kez::tunnelIdToHwTunnelIdMappingFactory( "mapping" );
+  for ( const uint32_t tunnel : { 5, 6 } ) {
+    mapping->tunnelIdToHwTunnelIdIs( { tunnel, { Kez::hwTunnelIdTypeDefault, tunnel } } );
+  }
+  const Rook::Format::Layout layout( sizeof( TunnelIdToHwTunnelId ),
+                                     static_cast< uint64_t >( getpagesize() ) );
+  for ( uint64_t at = 0; at < layout.indexSize( 0 ); ++at ) {
+    poke( directory.path( "mapping/tunnelIdToHwTunnelId" ), layout.level( 0 ).index + at, 0 );
+  }
+  std::vector< std::string > members;
+  const auto & attribute = *mapping->fwkType().attribute( "tunnelIdToHwTunnelId" );
+  attribute.forEach( *mapping, [ & ]( const auto & member ) {
+    members.push_back( member.key + "=" + member.value );
+  } );
+  EXPECT_THAT( members, ElementsAre( "5=5,0:5", "6=6,0:6" ) );
+  EXPECT_EQ( attribute.member( *mapping, "6" ), std::nullopt );
+}
+
+// A table that cannot become longer, in a file or in private memory.
 TEST( TunnelIdToHwTunnelIdMapping, WithoutRoomNothingChangesAndWhatStandsGoesOn ) {
   for ( const bool shared : { true, false } ) {
     const MountDirectory directory;
@@ -330,7 +397,10 @@ TEST( TunnelIdToHwTunnelIdMapping, WithoutRoomNothingChangesAndWhatStandsGoesOn 
     const auto record = [ & ]( uint32_t tunnel ) {
       return TunnelIdToHwTunnelId( tunnel, HwTunnelId( Kez::hwTunnelIdTypeDefault, tunnel ) );
     };
-    const Limit longest( RLIMIT_FSIZE, 64 * 1024 );
+    // So that the third level has room for an index, not for its slots.
+    const Rook::Format::Layout layout( sizeof( TunnelIdToHwTunnelId ),
+                                       static_cast< uint64_t >( getpagesize() ) );
+    const Limit longest( RLIMIT_FSIZE, layout.level( 2 ).index + layout.indexSize( 2 ) );
     uint32_t next = 0;
     while ( mapping->tunnelIdToHwTunnelIdMakeRoom() ) {
       ASSERT_NO_THROW( mapping->tunnelIdToHwTunnelIdIs( record( ++next ) ) );
@@ -340,6 +410,11 @@ TEST( TunnelIdToHwTunnelIdMapping, WithoutRoomNothingChangesAndWhatStandsGoesOn 
                                : "no room for private table 'mapping/tunnelIdToHwTunnelId'" ) +
                       ": File too large";
     EXPECT_EQ( mapping->tunnelIdToHwTunnelIdLack(), lack );
+    EXPECT_EQ( next, layout.capacity( 1 ) );
+    if ( shared ) {
+      EXPECT_EQ( std::filesystem::file_size( directory.path( "mapping/tunnelIdToHwTunnelId" ) ),
+                 layout.level( 1 ).end );
+    }
     EXPECT_EQ( messageOf< Rook::NoRoom >(
                    [ & ] { mapping->tunnelIdToHwTunnelIdIs( record( next + 1 ) ); } ),
                lack );

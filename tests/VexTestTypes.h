@@ -76,8 +76,8 @@ class Tree : public Plant {
   VEX_COUNTER( 6, visit, uint32_t )
   VEX_SET( 7, guest, Vex::String )
   VEX_ATTRIBUTES( branch, stroke, visit, guest )
-  VEX_OPERATIONS( VEX_SAFE( paint, at, stroke ), VEX_UNSAFE( guestDelAll ),
-                  VEX_SAFE( visitOf, key ) )
+  VEX_OPERATIONS( VEX_OPERATION( paint, at, stroke ), VEX_OPERATION( guestDelAll ),
+                  VEX_OPERATION( visitOf, key ) )
 
   void paint( const Point & at, Stroke stroke ) { strokeIs( at, stroke ); }
   uint32_t visitOf( TreeNumber number ) { return visit( number.value() ); }

@@ -20,7 +20,7 @@ class Task : public Vex::Entity, private LinkedList< Task >::Link {
   VEX_COMPUTED( 57, nextRun, std::optional< double > )
   VEX_COMPUTED( 58, runs, uint64_t ) // begun so far
   VEX_ATTRIBUTES( taskScheduler, taskName, taskPriority, nextRun, runs )
-  VEX_OPERATIONS( VEX_SAFE( scheduleNow ) )
+  VEX_OPERATIONS( VEX_OPERATION( scheduleNow ) )
 
 public:
   static constexpr auto vexAccess = Vex::Access::readOnly;

@@ -251,13 +251,16 @@ public:
     const auto wholePages = [ pageSize ]( uint64_t bytes ) {
       return ( bytes + pageSize - 1 ) / pageSize * pageSize;
     };
-    uint64_t end = wholePages( stagingOffset + stagingCells * stagingSizeOf( words ) );
-    while ( capacity( count_ ) <= mostSlots && end < mostBytes ) {
+    uint64_t index = wholePages( stagingOffset + stagingCells * stagingSizeOf( words ) );
+    for ( ; capacity( count_ ) <= mostSlots; ++count_ ) {
       const uint64_t slots =
-          end + 2 * wholePages( 2 * uint64_t( capacity( count_ ) ) * sizeof( Bucket ) );
+          index + 2 * wholePages( 2 * uint64_t( capacity( count_ ) ) * sizeof( Bucket ) );
       const uint64_t added = count_ ? capacity( count_ - 1 ) : capacity( 0 );
-      level_[ count_ ] = { end, slots, slots + added * slotSizeOf( words ) };
-      end = level_[ count_++ ].end;
+      level_[ count_ ] = { index, slots, slots + added * slotSizeOf( words ) };
+      index = level_[ count_ ].end;
+      if ( index > mostBytes ) {
+        break;
+      }
     }
   }
 

@@ -8,7 +8,8 @@
 //
 // What is raised, and nothing has changed then:
 //   - by mount, std::runtime_error, which Corruption and NoRoom are;
-//   - by put, NoRoom, for a record that is new;
+//   - by put, for a record that is new, NoRoom, for want of memory too, and std::runtime_error
+//     when the system cannot make room for another reason;
 //   - by look-ups and by the beginning of a walk, Corruption, which may be handed to the corruption
 //     handler by whoever goes on then.
 // Damage that a write or a removal meets is told to the corruption handler and ends the process.
@@ -73,9 +74,9 @@ public:
 
   // Inserts or replaces. Raises NoRoom when the record is a new one and there is no room for it, as
   // never after makeRoom returned true; nothing has changed then, and nobody is told. What is
-  // replaced is nearly always not looked at but for its key and
-  // version: damage in the rest of the record ends with it. In line, for among many records as many
-  // puts run at once as instructions of them fit what the processor looks ahead.
+  // replaced is nearly always not looked at but for its key and version: damage in the rest of the
+  // record ends with it. In line, for among many records as many puts run at once as instructions
+  // of them fit what the processor looks ahead.
   [[gnu::always_inline]] void put( const Record & record ) {
     const auto & key = Type::key( record );
     if ( !replaceGuessed( record ) ) [[unlikely]] {

@@ -33,7 +33,15 @@ public:
   TableType( std::string_view name, Vex::AttrId id, Vex::Access access )
       : Vex::KeyedType< C, storage >( name, id, tableKind, access, Vex::typeName< Record >() ) {}
 
-  // The record's own key is to be `key`.
+  // As a walk meets them, whatever the index says.
+  void
+  forEach( const Vex::Entity & entity,
+           const std::function< void( const Vex::ReflectedMember & ) > & visit ) const override {
+    for ( const auto & record : Storage::of( entity ).range() ) {
+      visit( reflected( record ) );
+    }
+  }
+  // The record's own key is to be `key`. Raises what Table::put does.
   void memberIs( Vex::Entity & entity, std::string_view key,
                  std::string_view value ) const override {
     const auto record = Vex::parseBriefly< Record >( value );
@@ -51,9 +59,12 @@ public:
   }
 
 private:
+  static Vex::ReflectedMember reflected( const Record & record ) {
+    return { Vex::briefText( Storage::Type::keyOf( record ) ), Vex::briefText( record ), {} };
+  }
   Vex::ReflectedMember reflect( const Key & key,
                                 const typename Storage::Type & all ) const override {
-    return { Vex::briefText( key ), Vex::briefText( *all.record( key ) ), {} };
+    return reflected( all.record( key ).value() );
   }
 };
 
@@ -80,7 +91,7 @@ private:
   [[nodiscard]] bool foo##MakeRoom() noexcept {                                                    \
     return foo##_.makeRoom();                                                                      \
   }                                                                                                \
-  const Vex::String & foo##Lack() const {                                                          \
+  std::string_view foo##Lack() const {                                                             \
     return foo##_.lack();                                                                          \
   }                                                                                                \
   void foo##Commit( const Record & record ) {                                                      \

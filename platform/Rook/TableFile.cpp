@@ -34,7 +34,8 @@ uint64_t Format::checkOf( const Header & header ) {
 }
 
 TableFile::TableFile( const String & path, Descriptor file )
-    : path_( path ), file_( std::move( file ) ) {}
+    : path_( path ), noMemory_( "no memory to make " + path + " larger" ),
+      file_( std::move( file ) ) {}
 
 TableFile::TableFile( const String & name, const Description & description )
     : TableFile( "private table '" + name + "'",
@@ -160,7 +161,11 @@ Mapping TableFile::mapped( std::span< const Mapping::Part > parts ) const {
   try {
     return { file_.number(), protection_, parts };
   } catch ( const std::system_error & error ) {
-    throw NoRoom( "cannot map " + path_ + ": " + error.code().message() );
+    const auto what = "cannot map " + path_ + ": " + error.code().message();
+    if ( error.code() != std::errc::not_enough_memory ) {
+      throw std::runtime_error( what );
+    }
+    throw NoRoom( what );
   }
 }
 
@@ -215,29 +220,33 @@ void TableFile::allocate( uint64_t offset, uint64_t size ) {
   }
 }
 
-void TableFile::makeLevel( uint32_t level ) {
+uint32_t TableFile::capacity( uint32_t level ) const {
   if ( level >= layout_.levels() ) {
     throw NoRoom( path_ + " is full" );
   }
+  return layout_.capacity( level );
+}
+
+void TableFile::makeLevel( uint32_t level ) {
   const auto & made = layout_.level( level );
-  if ( level == 0 ) {
-    allocate( Format::stagingOffset, made.index - Format::stagingOffset );
+  const uint64_t before = size();
+  try {
+    if ( level == 0 ) {
+      allocate( Format::stagingOffset, made.index - Format::stagingOffset );
+    }
+    makeIndex( level, 0 );
+    allocate( made.slots, made.end - made.slots );
+    mapLevels( level );
+  } catch ( ... ) {
+    // Where this fails the file keeps the memory.
+    (void)!ftruncate( file_.number(), static_cast< off_t >( before ) );
+    throw;
   }
-  makeIndex( level, 0 );
-  allocate( made.slots, made.end - made.slots );
-  mapLevels( level );
 }
 
 void TableFile::makeIndex( uint32_t level, uint32_t half ) {
   const uint64_t size = layout_.indexSize( level );
   allocate( layout_.level( level ).index + half * size, size );
-}
-
-void TableFile::dropIndices( uint32_t level ) {
-  // A file system that cannot keeps the memory.
-  fallocate( file_.number(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
-             static_cast< off_t >( layout_.level( level ).index ),
-             static_cast< off_t >( 2 * layout_.indexSize( level ) ) );
 }
 
 Corruption TableFile::damageOf( const String & what ) const {

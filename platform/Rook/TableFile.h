@@ -87,12 +87,15 @@ public:
   // Now. Whatever slot it covers can be read. Raises what currentIndex does.
   Moment moment() const;
 
-  // For the writer: makes the file have a level, or one of its indices. Raises NoRoom; what the
-  // state says of then stands as it did.
+  // The slots of a table that has this level. Raises NoRoom when none is so large.
+  uint32_t capacity( uint32_t level ) const;
+  // For the writer: makes the file have a level that there is, or one of its indices. Raises
+  // NoRoom, and std::runtime_error when the system cannot for another reason; the file is as long
+  // as before then, and what the state says of stands as it did. The indices of earlier levels keep
+  // their memory: a reader that still looks into one would be given it anew, and end where there is
+  // none.
   void makeLevel( uint32_t level );
   void makeIndex( uint32_t level, uint32_t half );
-  // Gives the memory of a level's indices back; who still reads them finds them empty.
-  void dropIndices( uint32_t level );
 
   // --- Slots. `words` is what the records have, a constant where their type is known.
 
@@ -179,6 +182,8 @@ public:
     changes.store( changes.load( std::memory_order_relaxed ) + 1, std::memory_order_release );
   }
 
+  // What is raised for want of memory, which is there already.
+  const NoRoom & noMemory() const { return noMemory_; }
   Corruption damageOfSlot( uint32_t slot ) const;
   Corruption damageOfIndex() const;
 
@@ -261,6 +266,7 @@ private:
   [[noreturn]] void cutShort( uint64_t least ) const;
 
   Vex::String path_;
+  NoRoom noMemory_;
   Vex::Descriptor file_;
   Description description_;
   Format::Layout layout_;

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <new>
 
 namespace Rook {
 
@@ -91,13 +92,13 @@ void TableWriter::notificationsSuppressedIs( bool suppressed ) {
 
 bool TableWriter::makeRoom() noexcept {
   VEX_ASSERT( writable() );
-  lack_.clear();
+  lack_.reset();
   try {
     change( [ this ] { ensureRoom(); } );
-  } catch ( const std::exception & none ) {
-    lack_ = none.what();
+  } catch ( const std::runtime_error & none ) {
+    lack_ = none;
   }
-  return lack_.empty();
+  return !lack_;
 }
 
 // What the last writer was at when it ended: a replacement that it had committed is finished, an
@@ -127,6 +128,7 @@ void TableWriter::takeOver() {
   }
   if ( const uint64_t word = state.index.load( std::memory_order_relaxed ) ) {
     current_ = file_->currentIndex( word );
+    freeSlots_.reserve( file_->capacity( current_.level ) );
     makeIndex( current_.level, 1 - current_.half );
   }
   state.quiesced.store( guarded( false ), memory_order_release );
@@ -134,14 +136,18 @@ void TableWriter::takeOver() {
 }
 
 void TableWriter::grow() {
-  if ( !index_.stands() ) {
-    file_->makeLevel( 0 );
-    makeIndex( 0, 0 );
-  } else if ( freeSlots_.empty() && slots_ == index_.capacity() ) {
-    file_->makeLevel( current_.level + 1 );
-    makeIndex( current_.level + 1, 0 );
-  } else {
-    makeIndex( current_.level, 1 - current_.half );
+  try {
+    const bool full = freeSlots_.empty() && slots_ == index_.capacity();
+    if ( index_.stands() && !full ) {
+      makeIndex( current_.level, 1 - current_.half );
+      return;
+    }
+    const uint32_t level = index_.stands() ? current_.level + 1 : 0;
+    freeSlots_.reserve( file_->capacity( level ) );
+    file_->makeLevel( level );
+    makeIndex( level, 0 );
+  } catch ( const std::bad_alloc & ) {
+    throw file_->noMemory();
   }
 }
 
@@ -161,13 +167,9 @@ void TableWriter::makeIndex( uint32_t level, uint32_t half ) {
       ++usedBuckets_;
     }
   }
-  const uint32_t levelBefore = current_.level;
   current_ = { current_.generation + 1, level, half };
   index_ = made;
   file_->state().index.store( guarded( current_.value() ), memory_order_release );
-  if ( level != levelBefore ) {
-    file_->dropIndices( levelBefore );
-  }
 }
 
 void TableWriter::fatal( const Corruption & corruption ) const noexcept {

@@ -7,6 +7,7 @@
 //   2. Each of the first `slots_` slots has a record, which stands in the index once, or is one of
 //      the free slots; `size_` counts the former.
 //   3. The index has an empty bucket, for `usedBuckets_`, the others, are three quarters at most.
+//   4. The free slots have capacity for all, so that removals need no memory.
 #pragma once
 
 #include "Rook/CorruptionHandler.h"
@@ -49,12 +50,13 @@ public:
 
   size_t size() const { return size_; }
 
-  // Makes room for one more record, so that the next insertion needs none. When there is none it
-  // returns false, `lack` says why, nothing has changed, and what needs no room goes on: records
-  // that stand are replaced and removed. Damage met on the way ends the writer, as in a write.
+  // Makes room for one more record, so that the next insertion needs none. When there is none, be
+  // it for want of memory, it returns false, `lack` says why, nothing has changed, and what needs
+  // no room goes on: records that stand are replaced and removed. Damage met on the way ends the
+  // writer, as in a write.
   [[nodiscard]] bool makeRoom() noexcept;
   // Why makeRoom returned false when it was last called; empty when it returned true.
-  const Vex::String & lack() const { return lack_; }
+  std::string_view lack() const { return lack_ ? lack_->what() : std::string_view(); }
 
   // --- For walks
   const TableFile & file() const { return *file_; }
@@ -79,7 +81,7 @@ protected:
 
   // --- Changes; `words` is what the records have, a constant there.
 
-  // Of a record that does not stand. Raises NoRoom, and nothing has changed then.
+  // Of a record that does not stand. Raises what ensureRoom does, and nothing has changed then.
   void insert( const auto & hash, size_t words, const uint64_t * record ) {
     ensureRoom();
     const uint32_t slot = takeSlot();
@@ -98,7 +100,7 @@ protected:
   void remove( uint32_t bucket, uint32_t slot, size_t words, uint64_t version ) {
     file_->emptySlot( slot, words, version );
     usedBuckets_ -= index_.leave( bucket );
-    freeSlots_.push_back( slot );
+    freeSlots_.push_back( slot ); // which has the capacity
     --size_;
   }
 
@@ -118,7 +120,8 @@ private:
   void makeIndex( uint32_t level, uint32_t half );
   void grow();
 
-  // Room for one more record, or NoRoom. The index is made anew when tombstones fill it.
+  // Room for one more record. Raises NoRoom, and std::runtime_error when the system cannot make it
+  // for another reason. The index is made anew when tombstones fill it.
   void ensureRoom() {
     const bool full = freeSlots_.empty() && slots_ == index_.capacity();
     if ( !index_.stands() || full || usedBuckets_ >= index_.buckets() / 4 * 3 ) [[unlikely]] {
@@ -145,7 +148,7 @@ private:
   bool callbacksStand_ = false;
   bool tells_ = false;
   std::function< void() > statusChanged_ = [] {};
-  Vex::String lack_;
+  std::optional< std::runtime_error > lack_; // as it was raised: a copy needs no memory
 
   Index index_;
   Format::Current current_{};

@@ -2,10 +2,7 @@
 #pragma once
 
 #include "Vex/WordValue.h"
-
-namespace Wire {
-class IntfId;
-}
+#include "Wire/IntfId.h"
 
 namespace Tunnel::TunnelTable {
 

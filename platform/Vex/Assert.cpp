@@ -2,10 +2,12 @@
 
 #include "Vex/FatalEnd.h"
 
+#include <algorithm>
 #include <atomic>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
-#include <string>
+#include <iterator>
 #include <utility>
 
 namespace Vex {
@@ -31,11 +33,50 @@ void write( std::string_view text ) {
   std::fwrite( text.data(), 1, text.size(), stderr );
 }
 
-std::string withoutExtension( std::string_view file ) {
-  const auto dot = file.rfind( '.' );
-  const auto slash = file.rfind( '/' );
-  const bool extension = dot != file.npos && ( slash == file.npos || dot > slash );
-  return std::string( extension ? file.substr( 0, dot ) : file );
+// As much of a text as fits, for there may be no memory.
+class LastText {
+public:
+  void append( std::string_view text ) {
+    text = text.substr( 0, sizeof( text_ ) - 1 - size_ ); // a line end is left room for
+    std::copy( text.begin(), text.end(), text_ + size_ );
+    size_ += text.size();
+  }
+  void append( int number ) {
+    char digits[ 12 ];
+    append( { digits, std::to_chars( digits, std::end( digits ), number ).ptr } );
+  }
+  void appendPlace( std::string_view file ) {
+    const auto dot = file.rfind( '.' );
+    const auto slash = file.rfind( '/' );
+    const bool extension = dot != file.npos && ( slash == file.npos || dot > slash );
+    append( extension ? file.substr( 0, dot ) : file );
+  }
+  std::string_view text() const { return { text_, size_ }; }
+  std::string_view line() {
+    text_[ size_ ] = '\n';
+    return { text_, size_ + 1 };
+  }
+
+private:
+  char text_[ 4096 ];
+  size_t size_ = 0;
+};
+
+// After all that was said before.
+void sayLast( std::string_view message ) {
+  static thread_local std::string_view unsaid; // while a flush that may fail is under way
+  const auto before = std::exchange( unsaid, message );
+  attempt( toFlush, []( FatalEnd & end ) { end.flush(); } );
+  unsaid = {};
+  write( before );
+  write( message );
+  std::fflush( stderr );
+}
+
+[[noreturn]] void fail( LastText & message ) {
+  sayLast( message.line() );
+  attempt( toConclude, [ & ]( FatalEnd & end ) { end.conclude( message.text() ); } );
+  std::abort();
 }
 
 } // namespace
@@ -45,30 +86,31 @@ void fatalEndIs( FatalEnd * end ) {
   toConclude = end;
 }
 
-void sayLast( std::string_view message ) {
-  static std::string_view unsaid; // while a flush that may fail is under way
-  const auto before = std::exchange( unsaid, message );
-  attempt( toFlush, []( FatalEnd & end ) { end.flush(); } );
-  unsaid = {};
-  write( before );
-  write( message );
-  std::fflush( stderr );
+void assertionFailed( const char * condition, const char * file, int line,
+                      std::string_view said ) noexcept {
+  LastText message;
+  message.append( said );
+  message.append( said.empty() ? "" : "\n" );
+  message.appendPlace( file );
+  message.append( ":" );
+  message.append( line );
+  message.append( ": assertion failed: " );
+  message.append( condition );
+  fail( message );
 }
 
-[[noreturn]] static void fail( const std::string & message ) {
-  sayLast( message + "\n" );
-  attempt( toConclude, [ & ]( FatalEnd & end ) { end.conclude( message ); } );
-  std::abort();
-}
-
-void assertionFailed( const char * condition, const char * file, int line ) {
-  fail( withoutExtension( file ) + ":" + std::to_string( line ) +
-        ": assertion failed: " + condition );
-}
-
-void assertionFailed( const char * condition, const char * source, const char * file, int line ) {
-  fail( withoutExtension( source ) + ": assertion failed: " + condition + " (" +
-        withoutExtension( file ) + ":" + std::to_string( line ) + ")" );
+void assertionFailed( const char * condition, const char * source, const char * file,
+                      int line ) noexcept {
+  LastText message;
+  message.appendPlace( source );
+  message.append( ": assertion failed: " );
+  message.append( condition );
+  message.append( " (" );
+  message.appendPlace( file );
+  message.append( ":" );
+  message.append( line );
+  message.append( ")" );
+  fail( message );
 }
 
 } // namespace Vex

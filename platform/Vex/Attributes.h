@@ -24,12 +24,13 @@
 //   VEX_REACTORS( id, foo, Reactor )     foo( key ), fooIs( entity )
 //   VEX_OWN_REACTORS( id, foo, Reactor ) foo( key ); the class writes fooIs, fooDel and fooDelAll
 //   VEX_ATTRIBUTES( foo, ... )           closes the list, naming every attribute of the class
-//   VEX_OPERATIONS( VEX_SAFE( foo, parameter, ... ), ... )
+//   VEX_OPERATIONS( VEX_OPERATION( foo, parameter, ... ), ... )
 //                                        what reflection may call beside, see Vex/Operation.h
 //
 // Member entities that stand only while they hold something are taken from by
 // fooMemberDel( key, member ), for those with one collection, which deletes the entity with its
-// last member, and by fooDelIfEmpty( key ) after any other change; both say whether it went.
+// last member, and by fooDelIfEmpty( key ) after any other change, for those with any; both say
+// whether it went.
 //
 // Every collection also has foo() (a range to walk), fooHas( key ), fooDel( key ), fooDelAll()
 // and foos() (the count), and each attribute its id `fooAttr`, whose key( pointer ) types what
@@ -256,6 +257,8 @@ public:                                                                         
   bool foo##MemberDel( Vex::Arg< T::FwkKey > key, Vex::Arg< Vex::OnlyKeyOf< Of > > member ) {      \
     return foo##_.memberDel( *this, ID, key, member );                                             \
   }                                                                                                \
+  template< class Of = T >                                                                         \
+    requires( Vex::collectionCount< Of >() > 0 )                                                   \
   bool foo##DelIfEmpty( Vex::Arg< T::FwkKey > key ) {                                              \
     return foo##_.delIfEmpty( *this, ID, key );                                                    \
   }                                                                                                \

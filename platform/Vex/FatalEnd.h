@@ -11,14 +11,11 @@ public:
   virtual ~FatalEnd() = default;
   // Before the assertion's message, so that this is the last of all that is said.
   virtual void flush() = 0;
-  // After it, for what may fail in the state that the process is in.
+  // After it, with all of it, for what may fail in the state that the process is in.
   virtual void conclude( std::string_view message ) = 0;
 };
 
 // The host's, or null. Each of the two is called once, whatever fails in it.
 void fatalEndIs( FatalEnd * end );
-
-// Writes the lines of `message` to standard error, after all that was said before.
-void sayLast( std::string_view message );
 
 } // namespace Vex

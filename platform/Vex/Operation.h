@@ -1,11 +1,12 @@
 // Operations that reflection calls by text, beside the attributes of a class:
 //
-//   VEX_OPERATIONS( VEX_SAFE( publishEvpnLagMemberInfo, lagIntfId, portList ),
-//                   VEX_UNSAFE( tunnelIdToHwTunnelIdNotifyQuiesced, quiesced ) )
+//   VEX_OPERATIONS( VEX_OPERATION( publishEvpnLagMemberInfo, lagIntfId, portList ),
+//                   VEX_OPERATION( scheduleNow ) )
 //
 // Each names a function of the class that changes something and is not overloaded, and its
-// parameters. Safe is what may be called with any arguments at any time between two events, so that
-// an operator may; the other ones are for hosts that know when.
+// parameters. It may be called with any arguments at any time between two events, so that an
+// operator may. Blanks, spaces or tabs, stand between the arguments, and may before and after them;
+// a text is the last of them, and takes all that is left.
 #pragma once
 
 #include "Vex/Describe.h"
@@ -15,6 +16,14 @@ namespace Vex {
 
 namespace Detail {
 
+inline bool skipBlanks( TextCursor & in ) {
+  bool skipped = false;
+  while ( in.skip( " " ) || in.skip( "\t" ) ) {
+    skipped = true;
+  }
+  return skipped;
+}
+
 // None but the last may be missing.
 template< class T >
 void parseArgument( TextCursor & in, const Parameter & parameter, bool last, T & value ) {
@@ -23,8 +32,8 @@ void parseArgument( TextCursor & in, const Parameter & parameter, bool last, T &
       in.fail( String( parameter.type ) );
     }
     parseBriefText( in, value );
-    if ( !in.done() && !last ) {
-      in.expect( " " );
+    if ( !skipBlanks( in ) && !in.done() && !last ) {
+      in.fail( "a blank" );
     }
   } catch ( ParseError & error ) {
     error.inArgument( parameter.name );
@@ -32,18 +41,25 @@ void parseArgument( TextCursor & in, const Parameter & parameter, bool last, T &
   } catch ( const RangeError & error ) {
     throw RangeError( "argument '" + String( parameter.name ) + "': " + error.what() );
   }
-  while ( in.skip( " " ) ) {}
+}
+
+template< class... Arguments > constexpr bool onlyTheLastIsText() {
+  [[maybe_unused]] size_t left = sizeof...( Arguments );
+  return ( (--left == 0 || !std::is_same_v< std::remove_cvref_t< Arguments >, String >)&&... );
 }
 
 template< class C, class Result, class... Arguments > class Operation : public OperationType {
+  static_assert( onlyTheLastIsText< Arguments... >() );
+
 public:
-  Operation( std::string_view name, bool safe, Result ( C::*function )( Arguments... ),
+  Operation( std::string_view name, Result ( C::*function )( Arguments... ),
              std::convertible_to< std::string_view > auto... names )
-      : OperationType( name, safe ), function_( function ) {
+      : OperationType( name ), function_( function ) {
     ( parameters_.push_back( { names, typeName< std::remove_cvref_t< Arguments > >() } ), ... );
   }
 
   String call( Entity & entity, TextCursor & in ) const override {
+    skipBlanks( in );
     std::tuple< std::remove_cvref_t< Arguments >... > values;
     std::apply(
         [ & ]( auto &... value ) {
@@ -72,20 +88,17 @@ private:
 
 template< class C, class Result, class... Arguments, std::same_as< std::string_view >... Names >
   requires( sizeof...( Names ) == sizeof...( Arguments ) )
-std::shared_ptr< const OperationType > operation( std::string_view name, bool safe,
-                                                  Result ( C::*function )( Arguments... ),
-                                                  Names... names ) {
+std::shared_ptr< const OperationType >
+operation( std::string_view name, Result ( C::*function )( Arguments... ), Names... names ) {
   using Type = Detail::Operation< C, Result, Arguments... >;
-  return std::make_shared< Type >( name, safe, function, names... );
+  return std::make_shared< Type >( name, function, names... );
 }
 
 } // namespace Vex
 
 #define VEX_PARAMETER_NAME( name ) std::string_view( #name )
-#define VEX_SAFE( foo, ... ) VEX_OPERATION( foo, true __VA_OPT__(, ) __VA_ARGS__ )
-#define VEX_UNSAFE( foo, ... ) VEX_OPERATION( foo, false __VA_OPT__(, ) __VA_ARGS__ )
-#define VEX_OPERATION( foo, safe, ... )                                                            \
-  Vex::operation( #foo, safe,                                                                      \
+#define VEX_OPERATION( foo, ... )                                                                  \
+  Vex::operation( #foo,                                                                            \
                   &VexSelf::foo __VA_OPT__(, VEX_FOR_EACH( VEX_PARAMETER_NAME, __VA_ARGS__ ) ) )
 #define VEX_OPERATIONS( ... )                                                                      \
 public:                                                                                            \

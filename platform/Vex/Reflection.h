@@ -2,7 +2,8 @@
 // text forms, and what operations it has and how to call them. Nothing is kept per instance. Keys
 // and values are taken and given in their brief text form; the full one is taken too. Bad text
 // raises ParseError or RangeError and changes nothing; an operation that the attribute's kind does
-// not have raises NotSupported.
+// not have raises NotSupported. A storage in a file may raise std::runtime_error besides: memberIs
+// when it has no room, having changed nothing, member and forEach when it is damaged.
 #pragma once
 
 #include "Vex/Ptr.h"
@@ -117,13 +118,12 @@ struct Parameter {
 // Something that entities of a class do when they are told to; see Vex/Operation.h.
 class OperationType {
 public:
-  OperationType( std::string_view name, bool safe ) : name( name ), safe( safe ) {}
+  explicit OperationType( std::string_view name ) : name( name ) {}
   OperationType( const OperationType & ) = delete;
   OperationType & operator=( const OperationType & ) = delete;
   virtual ~OperationType() = default;
 
   const std::string_view name;
-  const bool safe; // may be called with any arguments at any time between two events
   const std::vector< Parameter > & parameters() const { return parameters_; }
 
   // Reads the arguments, in their brief form and with blanks between them, up to the end; the last

@@ -1,5 +1,7 @@
 #include "Wire/IntfId.h"
 
+#include "Tunnel/TunnelTable.h"
+
 #include <algorithm>
 #include <array>
 #include <bit>

@@ -6,9 +6,13 @@
 // the empty name is the empty id. Ids are ordered by kind, numbers, and interned ones by name.
 #pragma once
 
-#include "Tunnel/TunnelTable.h"
+#include "Vex/WordValue.h"
 
 #include <bit>
+
+namespace Tunnel::TunnelTable {
+class TunnelId;
+}
 
 namespace Wire {
 

@@ -4,7 +4,7 @@
 // the default, the empty id, which absent values read as, leads to no tunnel.
 #pragma once
 
-#include "Wire/IntfId.h"
+#include "Tunnel/TunnelTable.h"
 
 namespace Wire {
 

@@ -34,8 +34,7 @@ class TunnelIdToHwTunnelIdMapping : public MachineState {
   VEX_REFERENCE( 2, tunnelIdToHwTunnelIdControl, Rook::CollectionControl )
   VEX_COMPUTED( 3, notifications, uint64_t )
   VEX_ATTRIBUTES( tunnelIdToHwTunnelId, tunnelIdToHwTunnelIdControl, notifications )
-  VEX_OPERATIONS( VEX_UNSAFE( tunnelIdToHwTunnelIdNotifyQuiesced, quiesced ),
-                  VEX_SAFE( tunnelIdToHwTunnelIdNotifyMountStatus ) )
+  VEX_OPERATIONS( VEX_OPERATION( tunnelIdToHwTunnelIdNotifyMountStatus ) )
 
 public:
   // Mounts the table, with a control of its own. Raises std::runtime_error when the table cannot
