@@ -46,7 +46,7 @@ struct alignas( 64 ) IndexChunk {
   void clear( size_t i ) { lineIs( line() & ~place( i ) ); }
 
 private:
-  using Alike = decltype( Tag{} == Tag{} );
+  using Alike [[gnu::vector_size( 16 )]] = signed char; // as a comparison has it
 #if defined( __SSE2__ ) && !defined( VEX_PORTABLE_VECTORS )
   // The one step for which the compiler's vectors have no word and this processor has.
   static constexpr size_t placeBits = 1;
