@@ -1,95 +1,13 @@
+#include "FloodSetMachines.h"
 #include "TraceCapture.h"
-#include "VirtualTime.h"
-
-#include "KezEvpn/KezEvpnFloodSetFecSm.h"
-#include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
-#include "KezEvpn/KezEvpnVlanFloodSetSm.h"
-#include "switch/SwitchFloodSets.h"
 
 #include <gmock/gmock.h>
-
-#include <set>
 
 using testing::ElementsAre;
 
 namespace {
 
-// The machines in a row, the simulated switch below them.
-class FloodSetSmTest : public VirtualTime {
-protected:
-  using Dest = L2Rib::Dest;
-  using Pair = Bridging::MacVlanPair;
-  using Via = Kez::MplsFloodSetVia;
-  static constexpr uint64_t firstFecId = 0x0B00000000000000;
-  static constexpr uint64_t perVlanTunnel = uint64_t( 14 ) << 44 | 3;
-
-  static constexpr uint64_t secondFecId = firstFecId + 1;
-
-  // The answer to the first path of `start()`, whose tunnel is 5.
-  static Kez::MplsDestConfig answered( uint32_t hwTunnelId, uint32_t label = 100,
-                                       uint64_t fecId = firstFecId ) {
-    return { 5,
-             label,
-             { Kez::hwTunnelIdTypeDefault, hwTunnelId },
-             Switch::SwitchFloodSets::hwFecIdOf( fecId ),
-             Wire::DynamicTunnelIntfId::intfId( 5 ) };
-  }
-
-  static Dest mpls( uint64_t tunnelId, uint32_t label = 100, Wire::IntfId intf = {} ) {
-    return Dest::ofMpls( { intf, label, tunnelId } );
-  }
-  Vex::Ptr< L2Rib::FloodSet > floodSet( Bridging::VlanId vlan = 10, Wire::EthAddr mac = 1 ) {
-    return input->vlanFloodSetIs( vlan )->floodSetIs( mac );
-  }
-  void hwTunnelIdIs( uint64_t tunnelId, uint32_t number ) {
-    mapping->tunnelIdToHwTunnelIdIs( { tunnelId, { Kez::hwTunnelIdTypeDefault, number } } );
-  }
-
-  void makeFilter() {
-    filter = Kez::vlanFloodSetFilterSmFactory( L2Rib::destTypeMpls_, input, mplsOnly );
-  }
-  void makeFloodSetSm() {
-    floodSetSm = Kez::evpnVlanFloodSetSmFactory( mplsOnly, mapping, hwInfo, config, status );
-  }
-  void makeFecSm() {
-    fecSm = Kez::evpnFloodSetFecSmFactory( mplsOnly, mapping, status, request, response, hwInfo,
-                                           scheduler->timerWheel() );
-  }
-  void start() {
-    makeFilter();
-    makeFloodSetSm();
-    makeFecSm();
-    filter->handleInitialized();
-    floodSetSm->handleInitialized();
-    fecSm->handleInitialized();
-  }
-  std::set< Kez::MplsDestConfig > configsOf( const Pair & pair ) const {
-    std::set< Kez::MplsDestConfig > all;
-    if ( const auto entry = config->config( pair ) ) {
-      for ( const auto & each : entry->mplsDestConfig() ) {
-        all.insert( each );
-      }
-    }
-    return all;
-  }
-
-  const Pair pair{ 1, 10 };
-  Vex::Ptr< L2Rib::FloodSetOutput > input = Vex::makePtr< L2Rib::FloodSetOutput >();
-  Vex::Ptr< L2Rib::FloodSetOutput > mplsOnly = Vex::makePtr< L2Rib::FloodSetOutput >();
-  Vex::Ptr< Kez::TunnelIdToHwTunnelIdMapping > mapping =
-      Kez::tunnelIdToHwTunnelIdMappingFactory( "mapping" );
-  Vex::Ptr< Kez::HwInfoMapping > hwInfo = Kez::hwInfoMappingFactory();
-  Vex::Ptr< Kez::EvpnVlanFloodSetHwConfig > config = Kez::evpnVlanFloodSetHwConfigFactory();
-  Vex::Ptr< Kez::EvpnVlanFloodSetHwStatus > status = Kez::evpnVlanFloodSetHwStatusFactory();
-  Vex::Ptr< Kez::FecIdToHwFecIdRequest > request = Kez::fecIdToHwFecIdRequestFactory();
-  Vex::Ptr< Kez::FecIdToHwFecIdResponse > response = Kez::fecIdToHwFecIdResponseFactory();
-  Vex::Ptr< Switch::SimulatedSwitch > hardware = Vex::makePtr< Switch::SimulatedSwitch >();
-  Vex::Ptr< Switch::SwitchFloodSets > driver = Vex::makePtr< Switch::SwitchFloodSets >(
-      hardware, scheduler->timerWheel(), request, response, config, status );
-  Vex::Ptr< Kez::VlanFloodSetFilterSm > filter;
-  Vex::Ptr< Kez::EvpnVlanFloodSetSm > floodSetSm;
-  Vex::Ptr< Kez::EvpnFloodSetFecSm > fecSm;
-};
+using FloodSetSmTest = FloodSetMachines;
 
 // Runs what it is given, once, at the first change of a flood set's configurations.
 class Meddler : public Vex::ReactorOwner {
@@ -115,38 +33,6 @@ public:
 };
 
 // The hardware side by itself.
-TEST_F( FloodSetSmTest, AFecStandsWhileEitherHalfOfItsRequestDoes ) {
-  const Rook::Fib::Fec fec( 1, { { Wire::DynamicTunnelIntfId::intfId( 5 ), 100 } } );
-  const auto ask = [ & ]( const Rook::Fib::Fec & fec ) {
-    request->fecIs( fec );
-    request->hwFecIdRequestIs( { fec.fecId, {} } );
-  };
-  driver->answerDelayIs( 1 );
-  ask( fec );
-  ask( { 2, {} } ); // leads nowhere
-  advance( 0.5 );
-  request->fecDel( 1 );
-  advance( 0.5 );
-  EXPECT_TRUE( response->hwFecIdResponseHas( 1 ) );
-  advance( 5 );
-  EXPECT_TRUE( response->hwFecIdResponseHas( 1 ) );
-  EXPECT_EQ( response->hwFecIdResponses(), 1u );
-
-  // Hardware that comes late answers what is asked for already.
-  request->fecIs( fec );
-  const auto lateResponse = Kez::fecIdToHwFecIdResponseFactory();
-  const auto late = Vex::makePtr< Switch::SwitchFloodSets >(
-      Vex::makePtr< Switch::SimulatedSwitch >(), scheduler->timerWheel(), request, lateResponse,
-      config, status );
-  EXPECT_TRUE( lateResponse->hwFecIdResponseHas( 1 ) );
-
-  request->hwFecIdRequestDel( 1 );
-  EXPECT_TRUE( lateResponse->hwFecIdResponseHas( 1 ) );
-  request->fecDel( 1 );
-  advance( 1 );
-  EXPECT_EQ( response->hwFecIdResponses() + lateResponse->hwFecIdResponses(), 0u );
-}
-
 TEST_F( FloodSetSmTest, TracesADestinationsWayToHardwareAndBack ) {
   start();
   hwTunnelIdIs( 5, 7 );
@@ -385,82 +271,6 @@ TEST_F( FloodSetSmTest, FecIdsRestAndThoseWithAnAnswerArePassedOver ) {
   EXPECT_EQ( request->fecs(), 4u );
   EXPECT_FALSE( request->fecHas( secondFecId + 2 ) );
   EXPECT_TRUE( request->fecHas( secondFecId + 6 ) );
-}
-
-TEST_F( FloodSetSmTest, AFecIsAnsweredForThePathThatHasItsIdWhenTheAnswerComes ) {
-  const Via other( 6, 100, 0 );
-  start();
-  // Refused, and given up: its id rests, and goes to another path before the next try.
-  driver->retryIntervalIs( 20 );
-  hardware->faultIs( Switch::Operation::createFec )->nextCallsIs( 1 );
-  floodSet()->destSetIs( mpls( 5 ) );
-  floodSet()->destSetDel( mpls( 5 ) );
-  advance( 12 );
-  floodSet()->destSetIs( mpls( 6 ) );
-  const auto fecId = fecSm->mplsFloodSetViaCache( other );
-  advance( 20 );
-  EXPECT_EQ( hwInfo->mapping( other ).l2IntfId, Wire::DynamicTunnelIntfId::intfId( 6 ) );
-  EXPECT_EQ( hardware->callCount( Switch::Operation::createFec ), 2u );
-
-  // The same of an answer that comes after the id has gone to another path.
-  floodSet()->destSetDelAll();
-  advance( 12 );
-  driver->answerDelayIs( 15 );
-  floodSet()->destSetIs( mpls( 5 ) );
-  floodSet()->destSetDel( mpls( 5 ) );
-  advance( 12 );
-  floodSet()->destSetIs( mpls( 6 ) );
-  EXPECT_EQ( fecSm->mplsFloodSetViaCache( other ), fecId );
-  for ( int i = 0; i < 20; ++i ) {
-    advance( 1 );
-    EXPECT_THAT( hwInfo->mapping( other ).l2IntfId,
-                 testing::AnyOf( Wire::IntfId(), Wire::DynamicTunnelIntfId::intfId( 6 ) ) );
-  }
-  EXPECT_TRUE( hwInfo->mappingHas( other ) );
-}
-
-TEST_F( FloodSetSmTest, ADestinationThatIsRefusedIsTriedOnceAnInterval ) {
-  start();
-  floodSet( 20 )->destSetIs( mpls( 5 ) ); // keeps the FEC
-  hardware->capacityIs( Switch::Table::floodSetDest, 1 );
-  for ( int i = 0; i < 20; ++i ) {
-    floodSet( 10 )->destSetIs( mpls( 5 ) );
-    floodSet( 10 )->destSetDel( mpls( 5 ) );
-  }
-  floodSet( 10 )->destSetIs( mpls( 5 ) );
-  const auto calls = hardware->callCount( Switch::Operation::createFloodSetDest );
-  advance( 10 );
-  EXPECT_EQ( hardware->callCount( Switch::Operation::createFloodSetDest ), calls + 2 );
-  hardware->capacityDel( Switch::Table::floodSetDest );
-  advance( 5 );
-  EXPECT_EQ( hardware->floodSetDests(), 2u );
-  EXPECT_EQ( driver->pendingAnswers(), 0u );
-}
-
-TEST_F( FloodSetSmTest, ShuffledAnswersComeInAnotherOrderTheSameForASeed ) {
-  start();
-  driver->answerDelayIs( 1 );
-  const auto order = [ & ]( uint64_t seed ) {
-    floodSet()->destSetDelAll();
-    advance( 20 );
-    driver->shuffleSeedIs( seed );
-    for ( uint32_t label = 100; label < 120; ++label ) {
-      floodSet()->destSetIs( mpls( 5, label ) );
-    }
-    advance( 1 );
-    std::vector< uint32_t > labels;
-    for ( const auto & [ path, info ] : hwInfo->mapping() ) {
-      labels.push_back( path.label.value() );
-    }
-    return labels;
-  };
-  const auto shuffled = order( 7 );
-  EXPECT_EQ( shuffled.size(), 20u );
-  EXPECT_FALSE( std::is_sorted( shuffled.begin(), shuffled.end() ) );
-  EXPECT_EQ( order( 7 ), shuffled );
-  EXPECT_NE( order( 8 ), shuffled );
-  const auto unshuffled = order( 0 );
-  EXPECT_TRUE( std::is_sorted( unshuffled.begin(), unshuffled.end() ) );
 }
 
 TEST_F( FloodSetSmTest, ConfigurationAndMappingFollowTheAnswer ) {

@@ -1,3 +1,4 @@
+#include "FileContents.h"
 #include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"
 #include "agent/CommandLine.h"
@@ -40,11 +41,7 @@ protected:
     const int status = Agent::kezAgent( arguments, { in, false }, out, err );
     return { status, out.str(), err.str() };
   }
-  std::string contents() const {
-    std::stringstream text;
-    text << std::ifstream( file ).rdbuf();
-    return text.str();
-  }
+  std::string contents() const { return ::contents( file ); }
   // The record of a run over the lines.
   std::string record( const std::string & lines, const std::string & clock = "virtual" ) {
     std::filesystem::remove( file );
