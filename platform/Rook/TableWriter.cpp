@@ -147,7 +147,7 @@ void TableWriter::grow() {
     file_->makeLevel( level );
     makeIndex( level, 0 );
   } catch ( const std::bad_alloc & ) {
-    throw file_->noMemory();
+    throw NoRoom( file_->noMemory() );
   }
 }
 
