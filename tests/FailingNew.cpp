@@ -29,9 +29,19 @@ void * operator new( size_t size ) {
   }
   throw std::bad_alloc();
 }
+void * operator new( size_t size, const std::nothrow_t & ) noexcept {
+  try {
+    return operator new( size );
+  } catch ( const std::bad_alloc & ) {
+    return nullptr;
+  }
+}
 void operator delete( void * memory ) noexcept {
   std::free( memory );
 }
 void operator delete( void * memory, size_t ) noexcept {
+  std::free( memory );
+}
+void operator delete( void * memory, const std::nothrow_t & ) noexcept {
   std::free( memory );
 }
