@@ -181,14 +181,17 @@ private:
 } // namespace
 
 Wiring unwired( const Wiring & earlier ) {
-  const auto hardware = Vex::makePtr< SimulatedSwitch >();
+  Wiring ground;
+  ground.roots = earlier.roots.ofRole( Role::input );
+  ground.scheduler = Vex::makePtr< Loom::TaskScheduler >();
+  ground.hardware = Vex::makePtr< SimulatedSwitch >();
   if ( earlier.hardware ) {
     for ( const auto [ table, entries ] : earlier.hardware->capacity() ) {
-      hardware->capacityIs( table, entries );
+      ground.hardware->capacityIs( table, entries );
     }
-    hardware->listenersOf( *earlier.hardware );
+    ground.hardware->listenersOf( *earlier.hardware );
   }
-  return { earlier.roots.ofRole( Role::input ), Vex::makePtr< Loom::TaskScheduler >(), hardware };
+  return ground;
 }
 
 Wiring wire( const Wiring & ground ) {
