@@ -7,6 +7,7 @@
 #pragma once
 
 #include "Tunnel/TunnelTable.h"
+#include "Wire/Ip4Addr.h"
 
 #include <bit>
 
@@ -99,6 +100,11 @@ struct FecIdIntfId {
   }
   static Tunnel::TunnelTable::TunnelId tunnelId( IntfId intfId );
   static IntfId srTePolicyIntfId( Tunnel::TunnelTable::TunnelId tunnelId );
+};
+
+// The interface that stands for a remote VXLAN tunnel endpoint: "Vtep10.0.0.1".
+struct VtepIntfId {
+  static IntfId intfId( Ip4Addr vtep );
 };
 
 } // namespace Wire
