@@ -376,6 +376,8 @@ TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {
     const char * out;
     const char * err;
   };
+  const auto toggles = testing::TempDir() + "toggles-" + std::to_string( getpid() ) + ".json";
+  std::ofstream( toggles ) << "{ \"a\": true, \"b\": false }\n";
   const Call calls[] = {
     { { "run", "-" },
       "# fine\n\nexpect no lagConfigDir.lagConfig",
@@ -425,6 +427,16 @@ TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {
       2,
       "",
       "kez-agent: cannot read not/there.kez: No such file or directory\n" },
+    { { "run", "--toggles", toggles, "-" },
+      "expect toggles.toggle[a] true\nexpect toggles.toggle[b] false\nexpect toggles.toggle count 2",
+      0,
+      "all 3 expectations hold\n",
+      "" },
+    { { "run", "--toggles", "not/there.json", "-" },
+      "show",
+      2,
+      "",
+      "kez-agent: cannot read not/there.json\n" },
     { { "run" },
       "show",
       2,
