@@ -23,7 +23,7 @@ constexpr uint32_t tunnels = 512;
 constexpr uint64_t firstDest = 1'000'000;
 
 MacVlanPair hostOf( uint32_t i ) {
-  return { 0x020000000000 + i, static_cast< uint16_t >( i % 4000 + 1 ) };
+  return { 0x020000000000 + uint64_t( i ), static_cast< uint16_t >( i % 4000 + 1 ) };
 }
 ObjectId chainOf( uint32_t i ) {
   return i % chains + 1;
