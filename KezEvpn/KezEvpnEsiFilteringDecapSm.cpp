@@ -127,11 +127,8 @@ void EsiFilteringDecapSm::doReviewRouteKeyBacklog() {
   const auto task = reviewRouteKeyBacklog();
   VEX_ASSERT( task );
   makeRoomForBacklog();
-  // What is done leaves the backlog, so that the next run goes on at the first.
-  task->review(
-      lfibTrackingStatus()->routeKeyBacklog(),
-      [ this ]( const RouteKey & routeKey ) { processRouteKeyBacklog( routeKey ); }, 0.0,
-      Resume::atFirst );
+  task->drain( lfibTrackingStatus()->routeKeyBacklog(),
+               [ this ]( const RouteKey & routeKey ) { processRouteKeyBacklog( routeKey ); } );
   // What found no room stays; nobody tells when there is some.
   if ( lfibTrackingStatus()->routeKeyBacklogs() > 0 && !task->isScheduled() ) {
     task->scheduleAfter( defaultUnprogrammedRetryInterval() );

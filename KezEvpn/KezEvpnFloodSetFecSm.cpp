@@ -10,21 +10,9 @@ static Ringlog::Handle traceHandle( "KezEvpnFloodSetFecSm" );
 using Ringlog::either;
 using Rook::Fib::FecId;
 
-namespace {
-
-constexpr uint64_t fecKind = 0x0B00000000000000;
-constexpr uint64_t highestFecIndex = UINT32_MAX;
-constexpr double restOfReleasedIndex = 10.0; // seconds
-
-uint64_t fecIdToIndex( FecId fecId ) {
-  return fecId.value() & ~fecKind;
-}
-
-} // namespace
-
 FecId indexToFecId( int64_t index ) {
   VEX_ASSERT( index >= 0 );
-  return static_cast< uint64_t >( index ) | fecKind;
+  return { Rook::Fib::FecKind::floodSetPath, static_cast< uint64_t >( index ) };
 }
 
 EvpnFloodSetFecSm::EvpnFloodSetFecSm( In< L2Rib::FloodSetOutput > floodSetOutput,
@@ -34,12 +22,12 @@ EvpnFloodSetFecSm::EvpnFloodSetFecSm( In< L2Rib::FloodSetOutput > floodSetOutput
                                       In< FecIdToHwFecIdResponse > mplsFloodSetFecResponse,
                                       Out< HwInfoMapping > hwInfoMapping,
                                       Out< Loom::TimerWheel > timerWheel )
-    : MplsFloodSetSm( traceHandle, floodSetOutput, hwTunnelIdMapping, vlanFloodSetHwStatus ),
+    : FecRequestSm( timerWheel, traceHandle, floodSetOutput, hwTunnelIdMapping,
+                    vlanFloodSetHwStatus ),
       mplsFloodSetFecRequest_( mplsFloodSetFecRequest ),
-      mplsFloodSetFecResponse_( mplsFloodSetFecResponse ), hwInfoMapping_( hwInfoMapping ),
-      timerWheel_( timerWheel ), mplsFloodSetFecResponseReactor_( *this ) {
+      mplsFloodSetFecResponse_( mplsFloodSetFecResponse ), hwInfoMapping_( hwInfoMapping ) {
   watchInputs();
-  mplsFloodSetFecResponseReactor_.notifierIs( mplsFloodSetFecResponse );
+  watchFecResponse( mplsFloodSetFecResponse );
 }
 
 Vex::Ptr< EvpnFloodSetFecSm >
@@ -54,23 +42,11 @@ evpnFloodSetFecSmFactory( In< L2Rib::FloodSetOutput > floodSetOutput,
                                             hwInfoMapping, timerWheel );
 }
 
-void EvpnFloodSetFecSm::VexMplsFloodSetFecResponse::onAttribute( Vex::AttrId id,
-                                                                 const void * key ) {
-  const auto sm = this->sm();
-  if ( id == FecIdToHwFecIdResponse::hwFecIdResponseAttr && sm->initialized() ) {
-    sm->handleFecResponse( FecIdToHwFecIdResponse::hwFecIdResponseAttr.key( key ) );
-  }
-}
-
 void EvpnFloodSetFecSm::handleInitialized() {
   TRACE( 8, "handleInitialized" );
   clearOutputs();
   clearCaches();
-  numAllocatorConfig_ = Vex::makePtr< Loom::NumAllocatorConfig >( Loom::Range( 0, highestFecIndex ),
-                                                                  restOfReleasedIndex );
-  numAllocatorStatus_ = Vex::makePtr< Loom::NumAllocatorStatus >();
-  numAllocator_ =
-      Vex::makePtr< Loom::NumAllocator >( numAllocatorConfig_, numAllocatorStatus_, timerWheel() );
+  makeNumAllocator();
   initializedIs( true );
   // What hardware still uses is known before the first path can go.
   handleEveryVlanFloodSetStatus();
@@ -78,18 +54,9 @@ void EvpnFloodSetFecSm::handleInitialized() {
 }
 
 void EvpnFloodSetFecSm::clearOutputs() {
-  for ( const auto & [ fecId, fec ] : mplsFloodSetFecRequest()->fec() ) {
-    earlierFecIdIs( fecId );
-  }
-  for ( const auto & [ fecId, request ] : mplsFloodSetFecRequest()->hwFecIdRequest() ) {
-    earlierFecIdIs( fecId );
-  }
-  for ( const auto & [ fecId, response ] : mplsFloodSetFecResponse()->hwFecIdResponse() ) {
-    earlierFecIdIs( fecId );
-  }
+  rememberEarlierFecIds();
   hwInfoMapping()->mappingDelAll();
-  mplsFloodSetFecRequest()->fecDelAll();
-  mplsFloodSetFecRequest()->hwFecIdRequestDelAll();
+  withdrawEveryFec();
 }
 
 // Their numbers are not those of the allocator to come.
@@ -190,8 +157,7 @@ void EvpnFloodSetFecSm::createOrUpdateFecRequest( const MplsFloodSetVia & via ) 
   const auto fecId = fec.fecId = getOrAllocateFecId( via );
   updateCachesForFecId( fecId, via, false );
   updateTunnelInfoCache( via, false );
-  mplsFloodSetFecRequest()->fecIs( fec );
-  mplsFloodSetFecRequest()->hwFecIdRequestIs( { fecId, hwTunnelId } );
+  requestFec( fec, hwTunnelId );
   TRACE( 2, "     mplsFloodSetFecRequest created or updated: (tunnelId: ", via.tunnelId,
          " label: ", via.label, " hwTunnelId:", hwTunnelId, " fecId: ", fecId );
 }
@@ -205,31 +171,17 @@ void EvpnFloodSetFecSm::removeFecRequest( const MplsFloodSetVia & via ) {
     return;
   }
   const auto fecId = mplsFloodSetViaCache( via );
-  mplsFloodSetFecRequest()->fecDel( fecId );
-  mplsFloodSetFecRequest()->hwFecIdRequestDel( fecId );
+  withdrawFec( fecId );
   TRACE( 2, "     mplsFloodSetFecRequest removed: (tunnelId: ", via.tunnelId, " label: ", via.label,
          " fecId: ", fecId );
   maybeDeleteFecId( fecId );
   updateTunnelInfoCache( via, true );
 }
 
-// A number that an answer stands for, or may come for from an earlier machine's request, is given
-// back at once: it rests, and then it is looked at again.
 FecId EvpnFloodSetFecSm::getOrAllocateFecId( const MplsFloodSetVia & via ) {
   VEX_ASSERT( initialized() );
-  if ( mplsFloodSetViaCacheHas( via ) ) {
-    return mplsFloodSetViaCache( via );
-  }
-  while ( true ) {
-    const auto index = numAllocator()->getNumber();
-    VEX_ASSERT( index != numAllocator()->invalidNumber() && "FecId range exhausted, Not possible" );
-    const auto fecId = indexToFecId( static_cast< int64_t >( index ) );
-    if ( !earlierFecIdHas( fecId ) && !mplsFloodSetFecResponse()->hwFecIdResponseHas( fecId ) ) {
-      return fecId;
-    }
-    earlierFecIdDel( fecId );
-    numAllocator()->releaseNumber( index );
-  }
+  return mplsFloodSetViaCacheHas( via ) ? mplsFloodSetViaCache( via )
+                                        : allocateFecId( indexToFecId );
 }
 
 Rook::Fib::Fec EvpnFloodSetFecSm::buildFec( FecId fecId, const MplsFloodSetVia & via ) const {
@@ -277,20 +229,14 @@ void EvpnFloodSetFecSm::handleFecResponse( FecId fecId ) {
   maybeDeleteFecId( fecId );
 }
 
-bool EvpnFloodSetFecSm::hasFecResponse( FecId fecId ) const {
-  return mplsFloodSetFecResponse()->hwFecIdResponse( fecId ).l2IntfId != Wire::IntfId();
-}
-
 void EvpnFloodSetFecSm::maybeDeleteFecId( FecId fecId ) {
-  const auto request = mplsFloodSetFecRequest();
-  if ( !fecIdCacheHas( fecId ) || request->fecHas( fecId ) || request->hwFecIdRequestHas( fecId ) ||
-       mplsFloodSetFecResponse()->hwFecIdResponseHas( fecId ) ) {
+  if ( !fecIdCacheHas( fecId ) || isFecHeld( fecId ) ) {
     return;
   }
   TRACE( 2, either( "   Deleting fecId: ", "   Deleting fecId : " ), fecId );
   const auto via = fecIdCache( fecId );
   updateCachesForFecId( fecId, via, true );
-  numAllocator()->releaseNumber( fecIdToIndex( fecId ) );
+  releaseFecId( fecId );
 }
 
 void EvpnFloodSetFecSm::handleMplsDestStatus( const Bridging::MacVlanPair & macVlanPair,

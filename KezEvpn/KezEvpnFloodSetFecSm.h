@@ -15,33 +15,19 @@
 // one held are passed over once, since answers to those may still come.
 #pragma once
 
-#include "KezEvpn/FecRequests.h"
+#include "KezEvpn/frame/FecRequestSm.h"
 #include "KezEvpn/frame/MplsFloodSetSm.h"
-#include "Loom/NumAllocator.h"
 
 namespace Kez {
 
-class EvpnFloodSetFecSm : public MplsFloodSetSm {
+class EvpnFloodSetFecSm : public FecRequestSm< MplsFloodSetSm > {
 public:
-  class VexMplsFloodSetFecResponse
-      : public Vex::ReactorOf< EvpnFloodSetFecSm, FecIdToHwFecIdResponse > {
-  public:
-    using ReactorOf::ReactorOf;
+  using VexMplsFloodSetFecResponse = VexFecResponse;
 
-  private:
-    void onAttribute( Vex::AttrId id, const void * key ) override;
-  };
-
-  VEX_ENTITY( EvpnFloodSetFecSm, "Kez::EvpnFloodSetFecSm", MplsFloodSetSm )
+  VEX_ENTITY( EvpnFloodSetFecSm, "Kez::EvpnFloodSetFecSm", FecRequestSm< MplsFloodSetSm > )
   VEX_OUTPUT( 1, mplsFloodSetFecRequest, FecIdToHwFecIdRequest )
   VEX_INPUT( 2, mplsFloodSetFecResponse, FecIdToHwFecIdResponse )
   VEX_OUTPUT( 3, hwInfoMapping, HwInfoMapping )
-  VEX_OUTPUT( 4, timerWheel, Loom::TimerWheel )
-  // These three from `handleInitialized()` on; an allocator may be replaced while no path has a
-  // number of it.
-  VEX_PART( 5, numAllocatorConfig, Loom::NumAllocatorConfig )
-  VEX_PART( 6, numAllocatorStatus, Loom::NumAllocatorStatus )
-  VEX_PART( 7, numAllocator, Loom::NumAllocator )
   VEX_MAP( 8, fecIdCache, Rook::Fib::FecId, MplsFloodSetVia )
   VEX_MAP( 9, mplsFloodSetViaCache, MplsFloodSetVia, Rook::Fib::FecId )
   VEX_ENTITIES( 10, floodSetEntryCache, MplsFloodSetViaToVlanMacDestSet )
@@ -49,12 +35,9 @@ public:
   VEX_ENTITIES( 12, tunnelInfoCache, TunnelIdToMplsFloodSetVia )
   // What `floodSetStatusCache` is made of.
   VEX_SET( 13, programmedConfig, FloodSetMplsDestConfig )
-  // Ids of an earlier machine that have not been passed over yet.
-  VEX_SET( 14, earlierFecId, Rook::Fib::FecId )
-  VEX_ATTRIBUTES( mplsFloodSetFecRequest, mplsFloodSetFecResponse, hwInfoMapping, timerWheel,
-                  numAllocatorConfig, numAllocatorStatus, numAllocator, fecIdCache,
+  VEX_ATTRIBUTES( mplsFloodSetFecRequest, mplsFloodSetFecResponse, hwInfoMapping, fecIdCache,
                   mplsFloodSetViaCache, floodSetEntryCache, floodSetStatusCache, tunnelInfoCache,
-                  programmedConfig, earlierFecId )
+                  programmedConfig )
 
   EvpnFloodSetFecSm( In< L2Rib::FloodSetOutput > floodSetOutput,
                      In< TunnelIdToHwTunnelIdMapping > hwTunnelIdMapping,
@@ -72,7 +55,7 @@ public:
   void handleHwTunnelIdMapping( Tunnel::TunnelTable::TunnelId tunnelId ) override;
   void handleMplsDestStatus( const Bridging::MacVlanPair & macVlanPair,
                              const MplsDestConfig & config ) override;
-  void handleFecResponse( Rook::Fib::FecId fecId );
+  void handleFecResponse( Rook::Fib::FecId fecId ) override;
   void explain( const Subject & subject, Explanation & out ) const override;
   void check( Findings & out ) const override;
 
@@ -86,8 +69,6 @@ public:
   void updateCachesForFecId( Rook::Fib::FecId fecId, const MplsFloodSetVia & via, bool deleted );
   void updateTunnelInfoCache( const MplsFloodSetVia & via, bool deleted );
   void maybeDeleteFecId( Rook::Fib::FecId fecId );
-  // Whether hardware has answered, with an interface.
-  bool hasFecResponse( Rook::Fib::FecId fecId ) const;
 
 private:
   // What keeps a path's request.
@@ -97,14 +78,14 @@ private:
   void checkFecIds( Findings & out ) const;
   void checkRequest( Rook::Fib::FecId fecId, const MplsFloodSetVia & via, Findings & out ) const;
 
+  FecIdToHwFecIdRequest & fecRequest() const override { return *mplsFloodSetFecRequest(); }
+  const FecIdToHwFecIdResponse & fecResponse() const override { return *mplsFloodSetFecResponse(); }
   void handleVlanFloodSetStatusNotInitialized() override;
   void makeUpForZombieMark() override;
   void clearOutputs();
   void clearCaches();
   void updateFloodSetStatusCache( const MplsFloodSetVia & via,
                                   const FloodSetMplsDestConfig & floodSetConfig, bool programmed );
-
-  VexMplsFloodSetFecResponse mplsFloodSetFecResponseReactor_;
 };
 
 // The FEC id of a number of the allocator. Asserts that it is not negative.

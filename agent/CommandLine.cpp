@@ -1,5 +1,6 @@
 #include "agent/CommandLine.h"
 
+#include "Kez/Toggles.h"
 #include "Ringlog/Ring.h"
 #include "Rook/TableWriter.h"
 #include "Vex/Clock.h"
@@ -35,6 +36,7 @@ constexpr auto usage = R"(kez-agent hosts the KezEvpn machines over simulated in
                           must not be there yet
   --report FILE           write a page to FILE in the end, for a browser: machines, time line,
                           failures, tables
+  --toggles FILE          set the feature toggles of FILE, which is by custom Kez.json
   --echo                  print each line before it is executed
   --clock virtual|steady  time passes by advance alone, which is the default, or by itself
 
@@ -55,6 +57,7 @@ struct Options {
   std::string report;
   std::string ring;
   std::string tables;
+  std::string toggles;
   bool echo = false;
   std::string clock;
 };
@@ -86,7 +89,8 @@ using TextOption = std::pair< std::string_view, std::string Options::* >;
 constexpr TextOption textOptions[] = {
   { "--trace", &Options::trace },   { "--ring", &Options::ring },
   { "--tables", &Options::tables }, { "--record", &Options::record },
-  { "--report", &Options::report }, { "--clock", &Options::clock }
+  { "--report", &Options::report }, { "--toggles", &Options::toggles },
+  { "--clock", &Options::clock }
 };
 
 // Of the arguments after the first: "--option value" or "--option=value".
@@ -111,7 +115,8 @@ Options parseOptions( const std::vector< std::string > & arguments ) {
       options.echo = true;
     } else if ( argument != "-" && argument.starts_with( "-" ) ) {
       throw UsageError(
-          "expected --trace, --ring, --tables, --record, --report, --echo or --clock, found '" +
+          "expected --trace, --ring, --tables, --record, --report, --toggles, --echo or --clock, "
+          "found '" +
           argument + "'" );
     } else {
       options.files.push_back( argument );
@@ -237,6 +242,20 @@ void executeOption( Shell & shell, const std::string & command, const std::strin
   }
 }
 
+// As lines of the session, so that its record has them.
+void setToggles( Shell & shell, const std::string & file ) {
+  if ( file.empty() ) {
+    return;
+  }
+  for ( const auto & [ name, on ] : Kez::readToggles( file ) ) {
+    try {
+      shell.execute( "set toggles.toggle[" + name + "] " + Vex::text( on ), "--toggles" );
+    } catch ( const BadLine & error ) {
+      throw UsageError( file + ": " + error.what() );
+    }
+  }
+}
+
 void checkArguments( const std::string & command, const Options & options ) {
   const auto expect = [ & ]( bool holds, const char * what ) {
     if ( !holds ) {
@@ -249,8 +268,9 @@ void checkArguments( const std::string & command, const Options & options ) {
     expect( options.files.empty(), "no file; lines come from standard input" );
   } else {
     expect( options.files.size() == 1 && options.files[ 0 ] != "-", "a record, and one alone" );
-    expect( options.record.empty() && options.clock.empty() && options.tables.empty(),
-            "none of --record, --clock and --tables" );
+    expect( options.record.empty() && options.clock.empty() && options.tables.empty() &&
+                options.toggles.empty(),
+            "none of --record, --clock, --tables and --toggles" );
   }
 }
 
@@ -288,6 +308,7 @@ int runOrConverse( const Options & options, const Input & input, std::ostream & 
   }
   executeOption( shell, "record", options.record );
   executeOption( shell, "trace", options.trace );
+  setToggles( shell, options.toggles );
   ReportFile page( options, titleOf( sources ), wiring );
   const bool isVirtual = options.clock != "steady";
   const LastWords lastWords( out, page, isVirtual );

@@ -11,11 +11,13 @@
 #include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
 #include "KezEvpn/KezEvpnVlanFloodSetSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
+#include "KezEvpn/KezMacAddrFecRequestSm.h"
 #include "KezEvpn/frame/StateMachine.h"
 #include "switch/SwitchEsiFilteringDecapHelper.h"
 #include "switch/SwitchFloodSets.h"
 #include "switch/SwitchFloodingHelper.h"
 #include "switch/SwitchHwTunnelIdHelper.h"
+#include "switch/SwitchMacs.h"
 
 #include <concepts>
 
@@ -43,9 +45,16 @@ public:
               Vex::makePtr< Switch::SwitchFloodSets >(
                   hardware_, scheduler_->timerWheel(), mplsFloodSetFecRequest_,
                   mplsFloodSetFecResponse_, vlanFloodSetHwConfig_, vlanFloodSetHwStatus_ ) );
+    hardware( "switchMacs", Vex::makePtr< Switch::SwitchMacs >(
+                                hardware_, scheduler_->timerWheel(), macAddrFecRequest_,
+                                macAddrFecResponse_, macAddrFecStatus_, macAddrHwStatus_ ) );
     wirePorts();
     wireTunnels();
     wireFloodSets();
+    machine( "kezMacAddrFecRequestSm",
+             Kez::kezMacAddrFecRequestSmFactory(
+                 hostOutput_, tunnelIdHwTunnelId_, toggles_, macAddrFecRequest_,
+                 macAddrFecResponse_, macAddrFecStatus_, macAddrHwStatus_, scheduler_ ) );
     machine( "esiFilteringDecapSm",
              Kez::esiFilteringDecapSmFactory( esiFilteringDecapHelper_, lfibStatus_, scheduler_,
                                               lfibTrackingStatus_, lfibHwStatus_ ) );
@@ -135,6 +144,8 @@ private:
   const Ptr< Evpn::MplsConfig > evpnMplsConfig_ = input< Evpn::MplsConfig >( "evpnMplsConfig" );
   const Ptr< L2Rib::FloodSetOutput > floodSetOutput_ =
       input< L2Rib::FloodSetOutput >( "floodSetOutput" );
+  const Ptr< L2Rib::HostOutput > hostOutput_ = input< L2Rib::HostOutput >( "hostOutput" );
+  const Ptr< Kez::FeatureToggles > toggles_ = input< Kez::FeatureToggles >( "toggles" );
   const Ptr< Mpls::LfibStatus > lfibStatus_ =
       input< Mpls::LfibStatus >( "lfibStatus", "lfibStatus" );
   const Ptr< Mpls::LfibTrackingStatus > lfibTrackingStatus_ =
@@ -158,6 +169,10 @@ private:
       output( "hwInfoMapping", Kez::hwInfoMappingFactory() );
   const Ptr< Kez::EvpnVlanFloodSetHwConfig > vlanFloodSetHwConfig_ =
       output( "vlanFloodSetHwConfig", Kez::evpnVlanFloodSetHwConfigFactory() );
+  const Ptr< Kez::FecIdToHwFecIdRequest > macAddrFecRequest_ =
+      output( "macAddrFecRequest", Kez::fecIdToHwFecIdRequestFactory() );
+  const Ptr< Kez::MacAddrFecStatus > macAddrFecStatus_ =
+      output( "macAddrFecStatus", Kez::macAddrFecStatusFactory() );
 
   // The switch stands before any machine does, so that what one asks for as it starts is answered.
   const Ptr< SimulatedSwitch > hardware_ = hardware( "switch", ground_.hardware );
@@ -176,6 +191,10 @@ private:
       hardware( "mplsFloodSetFecResponse", Kez::fecIdToHwFecIdResponseFactory() );
   const Ptr< Kez::EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus_ =
       hardware( "vlanFloodSetHwStatus", Kez::evpnVlanFloodSetHwStatusFactory() );
+  const Ptr< Kez::FecIdToHwFecIdResponse > macAddrFecResponse_ =
+      hardware( "macAddrFecResponse", Kez::fecIdToHwFecIdResponseFactory() );
+  const Ptr< Kez::MacAddrHwStatus > macAddrHwStatus_ =
+      hardware( "macAddrHwStatus", Kez::macAddrHwStatusFactory() );
 };
 
 } // namespace

@@ -32,6 +32,7 @@ private:
   void remoteLabel();
   void localLabel();
   void floodSet();
+  void host();
   void route();
   void fault();
   void capacity();
@@ -86,6 +87,7 @@ Generator::Generator( uint64_t seed ) : random_( seed ) {
   kind( &Generator::remoteLabel, 10 );
   kind( &Generator::localLabel, 4 );
   kind( &Generator::floodSet, 14 );
+  kind( &Generator::host, 14 );
   kind( &Generator::route, 14 );
   kind( &Generator::fault, 4 );
   kind( &Generator::capacity, 2 );
@@ -219,6 +221,36 @@ void Generator::floodSet() {
   }
 }
 
+// Objects of few ids, so that chains are shared, lead over each other, and meet.
+void Generator::host() {
+  const auto object = [ this ] { return number( 1, 8 ); };
+  switch ( below( 12 ) ) {
+  case 0:
+    add( oneIn( 2 ) ? "call kezMacAddrFecRequestSm.maxChainLengthIs " + number( 2, 3 )
+                    : "set toggles.toggle[KezEvpnVxlan4WayL2Ecmp] " + any( { "true", "false" } ) );
+    break;
+  case 1:
+  case 2:
+    setOrDelete( "hostOutput.label[" + number( 1, 3 ) + "]", number( 200, 201 ) + "," + object() );
+    break;
+  case 3:
+  case 4:
+    setOrDelete( "hostOutput.loadBalance[" + number( 3, 5 ) + "]",
+                 oneIn( 8 ) ? "[]" : "[" + object() + "," + object() + "," + object() + "]" );
+    break;
+  case 5:
+  case 6:
+  case 7:
+    setOrDelete( "hostOutput.dest[" + number( 5, 8 ) + "]",
+                 any( { "tunnel(1)", "tunnel(2)", "tunnel(3)", "mpls(,100,1)", "mpls(,100,2)",
+                        "mpls(SrTePolicy0.2,1048576,0)", "vxlan(10.0.0.1)", "intf(Ethernet1)" } ) );
+    break;
+  default:
+    setOrDelete( "hostOutput.host[00:00:00:00:00:0" + number( 1, 4 ) + "," + vlan() + "]",
+                 object() );
+  }
+}
+
 // A publisher that tells of what it changed, most of the time.
 void Generator::route() {
   const auto route = number( 1, 5 );
@@ -275,12 +307,13 @@ void Generator::capacity() {
 }
 
 void Generator::timing() {
+  const auto part = any( { "switchFloodSets", "switchMacs" } );
   switch ( below( 3 ) ) {
   case 0:
-    add( "set switchFloodSets.answerDelay " + any( { "0", "0.5", "1.5" } ) );
+    add( "set " + part + ".answerDelay " + any( { "0", "0.5", "1.5" } ) );
     break;
   case 1:
-    add( "set switchFloodSets.shuffleSeed " + number( 0, 9 ) );
+    add( "set " + part + ".shuffleSeed " + number( 0, 9 ) );
     break;
   default:
     add( "set scheduler.workBudget " + any( { "1", "2", "1000" } ) );

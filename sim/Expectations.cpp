@@ -1,5 +1,6 @@
 #include "sim/Expectations.h"
 
+#include "sim/HostExpectations.h"
 #include "sim/TunnelExpectations.h"
 
 // What depends on history, and is therefore not asked for, or only as far as it does not:
@@ -18,6 +19,8 @@
 //     (tunnelDifferences). An id that becomes free other than by a tunnel's doing, because a pool
 //     grew or a fault passed, wakes nobody.
 //   - Which path has which FEC number (floodSetDifferences).
+//   - Which chain has which FEC number; and a host whose chain is not complete may keep the FEC of
+//     another that is (hostDifferences).
 //   - Which of several routes that name an interface has its port map, and that a route which asks
 //     for none any more keeps the one it has (esiPortMaps). What a route asks for counts when it
 //     was told of since, or stood at a start.
@@ -240,6 +243,9 @@ void parked( const System & system, Differences & out ) {
   out.expect( system.switchFloodSets->pendingAnswers() == 0 || !room( Table::fec ) ||
                   !room( Table::floodSetDest ),
               "an answer is due with room for it" );
+  out.expect( system.switchMacs->pendingAnswers() == 0 || !room( Table::fec ) ||
+                  !room( Table::macEntry ),
+              "an answer for a host is due with room for it" );
 }
 
 } // namespace
@@ -312,6 +318,7 @@ Vex::String differences( const System & system, const History & history ) {
   esiData( system, history, out );
   tunnelDifferences( system, history, out );
   floodSetDifferences( system, out );
+  hostDifferences( system, out );
   esiPortMaps( system, history, out );
   parked( system, out );
   return out.text();
@@ -328,8 +335,8 @@ bool complete( const System & system, const History & history ) {
   }
   return system.dot1qSm->unprogrammedDot1qs() + system.floodFilterSm->unprogrammedFilters() +
              system.esiSm->unprogrammedEsis() + system.lfibHwStatus->unprogrammedRoutes() +
-             system.hwTunnelIdSm->unprogrammedTunnels() +
-             system.switchFloodSets->pendingAnswers() ==
+             system.hwTunnelIdSm->unprogrammedTunnels() + system.switchFloodSets->pendingAnswers() +
+             system.switchMacs->pendingAnswers() ==
          0;
 }
 
@@ -355,6 +362,7 @@ Vex::String switchContents( const System & system ) {
     entries.insert( "floodSetDest " + textOf( macVlanPair ) + " " + textOf( config.tunnelId ) +
                     " " + textOf( config.label ) + " " + textOf( config.l2IntfId ) );
   }
+  entries.merge( macEntries( system ) );
   Vex::String all;
   for ( const auto & entry : entries ) {
     all += entry + "\n";

@@ -21,6 +21,8 @@ System::System( const Agent::Wiring & wiring )
       evpnStatus( at< Evpn::EvpnStatus >( wiring, "evpnStatus" ) ),
       evpnMplsConfig( at< Evpn::MplsConfig >( wiring, "evpnMplsConfig" ) ),
       floodSetOutput( at< L2Rib::FloodSetOutput >( wiring, "floodSetOutput" ) ),
+      hostOutput( at< L2Rib::HostOutput >( wiring, "hostOutput" ) ),
+      toggles( at< Kez::FeatureToggles >( wiring, "toggles" ) ),
       lfibStatus( at< Mpls::LfibStatus >( wiring, "lfibStatus" ) ),
       lfibTrackingStatus( at< Mpls::LfibTrackingStatus >( wiring, "lfibTrackingStatus" ) ),
       evpnLagMemberInfo( at< Kez::EvpnLagMemberInfo >( wiring, "evpnLagMemberInfo" ) ),
@@ -32,11 +34,16 @@ System::System( const Agent::Wiring & wiring )
       fecRequest( at< Kez::FecIdToHwFecIdRequest >( wiring, "mplsFloodSetFecRequest" ) ),
       hwInfoMapping( at< Kez::HwInfoMapping >( wiring, "hwInfoMapping" ) ),
       hwConfig( at< Kez::EvpnVlanFloodSetHwConfig >( wiring, "vlanFloodSetHwConfig" ) ),
+      macFecRequest( at< Kez::FecIdToHwFecIdRequest >( wiring, "macAddrFecRequest" ) ),
+      macStatus( at< Kez::MacAddrFecStatus >( wiring, "macAddrFecStatus" ) ),
       hardware( at< Switch::SimulatedSwitch >( wiring, "switch" ) ),
       floodingHelper( at< KezHelper::EvpnFloodingSmHelper >( wiring, "floodingHelper" ) ),
       fecResponse( at< Kez::FecIdToHwFecIdResponse >( wiring, "mplsFloodSetFecResponse" ) ),
       hwStatus( at< Kez::EvpnVlanFloodSetHwStatus >( wiring, "vlanFloodSetHwStatus" ) ),
       switchFloodSets( at< Switch::SwitchFloodSets >( wiring, "switchFloodSets" ) ),
+      macFecResponse( at< Kez::FecIdToHwFecIdResponse >( wiring, "macAddrFecResponse" ) ),
+      macHwStatus( at< Kez::MacAddrHwStatus >( wiring, "macAddrHwStatus" ) ),
+      switchMacs( at< Switch::SwitchMacs >( wiring, "switchMacs" ) ),
       membershipSm( at< Kez::KezEvpnVlanMembershipSm >( wiring, "kezEvpnVlanMembershipSm" ) ),
       dot1qSm( at< Kez::EvpnFloodingDot1qSm >( wiring, "evpnFloodingDot1qSm" ) ),
       floodFilterSm( at< Kez::KezEvpnFloodFilterSm >( wiring, "kezEvpnFloodFilterSm" ) ),
@@ -45,6 +52,7 @@ System::System( const Agent::Wiring & wiring )
       fecSm( at< Kez::EvpnFloodSetFecSm >( wiring, "evpnFloodSetFecSm" ) ),
       floodSetSm( at< Kez::EvpnVlanFloodSetSm >( wiring, "evpnVlanFloodSetSm" ) ),
       filterSm( at< Kez::VlanFloodSetFilterSm >( wiring, "vlanFloodSetFilterSm" ) ),
+      macSm( at< Kez::KezMacAddrFecRequestSm >( wiring, "kezMacAddrFecRequestSm" ) ),
       decapSm( at< Kez::EsiFilteringDecapSm >( wiring, "esiFilteringDecapSm" ) ) {}
 
 } // namespace Sim

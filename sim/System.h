@@ -14,9 +14,11 @@
 #include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
 #include "KezEvpn/KezEvpnVlanFloodSetSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
+#include "KezEvpn/KezMacAddrFecRequestSm.h"
 #include "agent/Wiring.h"
 #include "switch/SimulatedSwitch.h"
 #include "switch/SwitchFloodSets.h"
+#include "switch/SwitchMacs.h"
 
 namespace Sim {
 
@@ -31,6 +33,8 @@ struct System {
   const Vex::Ptr< Evpn::EvpnStatus > evpnStatus;
   const Vex::Ptr< Evpn::MplsConfig > evpnMplsConfig;
   const Vex::Ptr< L2Rib::FloodSetOutput > floodSetOutput;
+  const Vex::Ptr< L2Rib::HostOutput > hostOutput;
+  const Vex::Ptr< Kez::FeatureToggles > toggles;
   const Vex::Ptr< Mpls::LfibStatus > lfibStatus;
   const Vex::Ptr< Mpls::LfibTrackingStatus > lfibTrackingStatus;
 
@@ -43,12 +47,17 @@ struct System {
   const Vex::Ptr< Kez::FecIdToHwFecIdRequest > fecRequest;
   const Vex::Ptr< Kez::HwInfoMapping > hwInfoMapping;
   const Vex::Ptr< Kez::EvpnVlanFloodSetHwConfig > hwConfig;
+  const Vex::Ptr< Kez::FecIdToHwFecIdRequest > macFecRequest;
+  const Vex::Ptr< Kez::MacAddrFecStatus > macStatus;
 
   const Vex::Ptr< Switch::SimulatedSwitch > hardware;
   const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > floodingHelper;
   const Vex::Ptr< Kez::FecIdToHwFecIdResponse > fecResponse;
   const Vex::Ptr< Kez::EvpnVlanFloodSetHwStatus > hwStatus;
   const Vex::Ptr< Switch::SwitchFloodSets > switchFloodSets;
+  const Vex::Ptr< Kez::FecIdToHwFecIdResponse > macFecResponse;
+  const Vex::Ptr< Kez::MacAddrHwStatus > macHwStatus;
+  const Vex::Ptr< Switch::SwitchMacs > switchMacs;
 
   const Vex::Ptr< Kez::KezEvpnVlanMembershipSm > membershipSm;
   const Vex::Ptr< Kez::EvpnFloodingDot1qSm > dot1qSm;
@@ -58,6 +67,7 @@ struct System {
   const Vex::Ptr< Kez::EvpnFloodSetFecSm > fecSm;
   const Vex::Ptr< Kez::EvpnVlanFloodSetSm > floodSetSm;
   const Vex::Ptr< Kez::VlanFloodSetFilterSm > filterSm;
+  const Vex::Ptr< Kez::KezMacAddrFecRequestSm > macSm;
   const Vex::Ptr< Kez::EsiFilteringDecapSm > decapSm;
 };
 

@@ -11,13 +11,13 @@
 namespace Switch {
 
 VEX_ENUM( Operation, "Switch::Operation", createVlan, createNonDfPort, createVlanToDot1qMapping,
-          createEsiData, createEsiPortMap, getHwTunnelId, createFec, createFloodSetDest, deleteVlan,
-          deleteNonDfPort, deleteVlanToDot1qMapping, deleteEsiData, deleteEsiPortMap,
-          releaseHwTunnelId, deleteFec, deleteFloodSetDest )
+          createEsiData, createEsiPortMap, getHwTunnelId, createFec, createFloodSetDest,
+          createMacEntry, deleteVlan, deleteNonDfPort, deleteVlanToDot1qMapping, deleteEsiData,
+          deleteEsiPortMap, releaseHwTunnelId, deleteFec, deleteFloodSetDest, deleteMacEntry )
 
 // The pools of hardware tunnel ids are the last, in the order of their types.
 VEX_ENUM( Table, "Switch::Table", vlan, dot1qMapping, nonDfPort, esiData, esiPortMap, fec,
-          floodSetDest, hwTunnelIdTypeDefault, hwTunnelIdTypeSharedEsi )
+          floodSetDest, macEntry, hwTunnelIdTypeDefault, hwTunnelIdTypeSharedEsi )
 
 // How a call fails.
 VEX_ENUM( Failure, "Switch::Failure", notProgrammed, invalidHwId, tableFull )
@@ -55,6 +55,7 @@ inline constexpr auto operationTypes = [] {
       { getHwTunnelId, hwTunnelIdTypeDefault, { notProgrammed } },
       { createFec, fec, { notProgrammed } },
       { createFloodSetDest, floodSetDest, { notProgrammed } },
+      { createMacEntry, macEntry, { notProgrammed, tableFull } },
       { deleteVlan, vlan },
       { deleteNonDfPort, nonDfPort },
       { deleteVlanToDot1qMapping, dot1qMapping },
@@ -63,6 +64,7 @@ inline constexpr auto operationTypes = [] {
       { releaseHwTunnelId, hwTunnelIdTypeDefault },
       { deleteFec, fec },
       { deleteFloodSetDest, floodSetDest },
+      { deleteMacEntry, macEntry },
   } );
 }();
 

@@ -100,6 +100,8 @@ size_t SimulatedSwitch::entries( Table table ) const {
     return fecs();
   case Table::floodSetDest:
     return floodSetDests();
+  case Table::macEntry:
+    return macEntrys();
   }
   VEX_ASSERT( 0 );
 }

@@ -73,9 +73,10 @@ class SimulatedSwitch : public Vex::Entity {
   VEX_MAP( 4, esiData, PortVlanKey, EsiData )
   VEX_MAP( 5, esiPortMap, Wire::IntfId, Wire::MplsLabel ) // to the label that is not flooded to it
   VEX_ENTITIES( 6, hwTunnelIdPool, HwTunnelIdPool )
-  VEX_MAP( 7, fec, Rook::Fib::FecId, Kez::HwTunnelId )
+  VEX_MAP( 7, fec, Rook::Fib::FecId, Kez::HwTunnelIds )
   VEX_SET( 8, floodSetDest, Kez::FloodSetMplsDestConfig )
-  VEX_COUNTER( 9, hwFecIdUse, uint64_t ) // how many of them use a FEC, by its hardware id
+  VEX_MAP( 10, macEntry, Bridging::MacVlanPair, uint64_t ) // to the hardware id of a FEC
+  VEX_COUNTER( 9, hwFecIdUse, uint64_t ) // how many of both use a FEC, by its hardware id
 
   VEX_MAP( 40, capacity, Table, uint32_t ) // entries; a table that is not named has room for all
   VEX_ENTITIES( 41, fault, FaultPlan )
@@ -88,8 +89,8 @@ class SimulatedSwitch : public Vex::Entity {
   VEX_COUNTER( 54, refusalCount, Operation )
   VEX_ATTRIBUTE( 55, lastRefusal, Vex::String )
   VEX_ATTRIBUTES( vlan, dot1qMapping, nonDfPort, esiData, esiPortMap, hwTunnelIdPool, fec,
-                  floodSetDest, hwFecIdUse, capacity, fault, strictness, callCount, successCount,
-                  faultCount, fullCount, refusalCount, lastRefusal )
+                  floodSetDest, macEntry, hwFecIdUse, capacity, fault, strictness, callCount,
+                  successCount, faultCount, fullCount, refusalCount, lastRefusal )
 
 public:
   // Whether one more entry fits.

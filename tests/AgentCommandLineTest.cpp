@@ -144,7 +144,7 @@ TEST( AgentCommandLineTest, LinesThatFailSayWhereAndLeaveAnAgentOrItsInputs ) {
              "stdin:1: no room for " + route + ": File too large\nstdin:3: " + route +
                  ": the record in slot 0 is damaged\nstdin:4" + spoilt +
                  "stdin:6:8: expected a root (acsd, lagConfigDir, bridgingConfig, vlanStatusDir, "
-                 "evpnStatus, evpnMplsConfig, floodSetOutput, lfibStatus, lfibTrackingStatus), "
+                 "evpnStatus, evpnMplsConfig, floodSetOutput, hostOutput, toggles, lfibStatus, lfibTrackingStatus), "
                  "found 'evpnLagMemberInfo'\nstdin:9" +
                  spoilt );
   EXPECT_THAT( contents( page ), testing::HasSubstr( "stdin:9: " ) );
@@ -158,6 +158,8 @@ TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {
     const char * out;
     const char * err;
   };
+  const auto toggles = testing::TempDir() + "toggles-" + std::to_string( getpid() ) + ".json";
+  std::ofstream( toggles ) << "{ \"a\": true, \"b\": false }\n";
   const Call calls[] = {
     { { "run", "-" },
       "# fine\n\nexpect no lagConfigDir.lagConfig",
@@ -207,6 +209,16 @@ TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {
       2,
       "",
       "kez-agent: cannot read not/there.kez: No such file or directory\n" },
+    { { "run", "--toggles", toggles, "-" },
+      "expect toggles.toggle[a] true\nexpect toggles.toggle[b] false\nexpect toggles.toggle count 2",
+      0,
+      "all 3 expectations hold\n",
+      "" },
+    { { "run", "--toggles", "not/there.json", "-" },
+      "show",
+      2,
+      "",
+      "kez-agent: cannot read not/there.json: No such file or directory\n" },
     { { "run" },
       "show",
       2,
@@ -235,6 +247,7 @@ TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {
   std::ostringstream err;
   EXPECT_EQ( Agent::kezAgent( { "run", "-" }, { in, false }, full, err ), 2 );
   EXPECT_EQ( err.str(), "kez-agent: cannot write standard output: No space left on device\n" );
+  EXPECT_TRUE( std::filesystem::remove( toggles ) );
 }
 
 } // namespace

@@ -270,6 +270,22 @@ const std::vector< Story > stories{
         "in 5.0 s" },
       { "advance 5\nexpect switch.esiPortMap[Port-Channel1] 600",
         "port map of label 600 and Port-Channel1; programmed" } } },
+  { "mac 10,00:00:00:00:00:01",
+    "kezMacAddrFecRequestSm",
+    { { "set switchMacs.answerDelay 2\nset hostOutput.dest[2] mpls(,200,5)", "" },
+      { "set hostOutput.host[00:00:00:00:00:01,10] 1", "to be looked at in 0.5 s" },
+      { "advance 1", "refers to chain 1; which has no FEC: object 1 is missing" },
+      { "set hostOutput.loadBalance[1] [2]",
+        "refers to chain 1; which is to be read in 0.5 s; which has no FEC: tunnel 5 has no "
+        "hardware tunnel id" },
+      { "set " + broadcast + "[mpls(,100,5)]\nadvance 1",
+        "refers to chain 1; waiting for hardware's answer for FEC 936748722493063168" },
+      { "set switch.fault[createMacEntry].nextCalls 1\nadvance 4",
+        "refers to chain 1; published with FEC 936748722493063168 of chain 1, hardware id "
+        "8589934593 on LoadBalance0; not in hardware, which tries again by itself" },
+      { "advance 10\nexpect switch.macEntry count 1",
+        "refers to chain 1; published with FEC 936748722493063168 of chain 1, hardware id "
+        "8589934593 on LoadBalance0; in hardware" } } },
 };
 
 class ExplainTest : public testing::TestWithParam< Story > {};

@@ -152,7 +152,7 @@ TEST_F( FloodSetSmTest, ANewHwTunnelIdReplacesTheConfigurationsOfItsTunnelAlone 
                          "label: 100 hwTunnelId: 0:8 hwId: 1 l2IntfId: DynamicTunnel0.5" );
   EXPECT_EQ( hardware->callCount( Switch::Operation::createFloodSetDest ), calls + 2 );
   EXPECT_EQ( configsOf( { 1, 20 } ), std::set{ answered( 8 ) } );
-  EXPECT_EQ( request->hwFecIdRequest( firstFecId ).hwTunnelId.number(), 8u );
+  EXPECT_EQ( request->hwFecIdRequest( firstFecId ).hwTunnelId.front().number(), 8u );
   hwTunnelIdIs( 5, 8 ); // each write of the table is told of
   EXPECT_THAT( trace.take(), ElementsAre( "1    no change in hardware config, skip ",
                                           "1    no change in hardware config, skip " ) );

@@ -39,6 +39,8 @@ const Lines life{
   "set lfibStatus.viaSet[1] 1,evpnEthernetSegmentFilter:1",
   "set lfibStatus.route[1] 1,1",
   "set lfibTrackingStatus.routeKeyBacklog[1]",
+  "set hostOutput.dest[1] mpls(,200,1)",
+  "set hostOutput.host[00:00:00:00:00:01,1] 1",
   compare,
 };
 
@@ -59,6 +61,9 @@ TEST( SimulationTest, WhatDiffersIsSeen ) {
     { "del switch.floodSetDest", "switch.floodSetDest lacks" },
     { "del mplsFloodSetFecResponse.hwFecIdResponse", "has no answer" },
     { "del vlanFloodSetHwStatus.status", "vlanFloodSetHwStatus lacks" },
+    { "del switch.macEntry", "switch.macEntry lacks 00:00:00:00:00:01,1 -> 4294967297" },
+    { "set switch.macEntry[00:00:00:00:00:02,1] 1", "switch.macEntry has 00:00:00:00:00:02,1" },
+    { "del macAddrFecResponse.hwFecIdResponse", "FEC 864691128455135232" },
     { "set switch.refusalCount[createVlan] 1", "wrong call" },
   };
   for ( const bool restarts : { false, true } ) {

@@ -14,6 +14,15 @@
 
 namespace Kez {
 
+// A host: a MAC address in a VLAN, as an operator writes it.
+struct VlanMac {
+  Bridging::VlanId vlanId;
+  Wire::EthAddr macAddr;
+  VEX_VALUE( VlanMac, "Kez::VlanMac", vlanId, macAddr )
+
+  Bridging::MacVlanPair macVlanPair() const { return { macAddr, vlanId }; }
+};
+
 // A kind of subject: the word for it, and the type of its keys.
 template< size_t size > struct SubjectWord {
   char text[ size ];
@@ -29,14 +38,15 @@ template< class... Kind > struct SubjectKinds {
 };
 
 // All that may be asked about.
-using Subjects = SubjectKinds< SubjectKind< "pair", IntfVlanKey >, //
-                               SubjectKind< "vlan", Bridging::VlanId >,
-                               SubjectKind< "tunnel", Tunnel::TunnelTable::TunnelId >,
-                               SubjectKind< "path", MplsFloodSetVia >, // of flood-set destinations
-                               SubjectKind< "route", Mpls::RouteKey > >;
+using Subjects =
+    SubjectKinds< SubjectKind< "pair", IntfVlanKey >, //
+                  SubjectKind< "vlan", Bridging::VlanId >,
+                  SubjectKind< "tunnel", Tunnel::TunnelTable::TunnelId >,
+                  SubjectKind< "path", MplsFloodSetVia >, // of flood-set destinations
+                  SubjectKind< "route", Mpls::RouteKey >, SubjectKind< "mac", VlanMac > >;
 
 // Reads as the word and the key in its brief form: "pair Ethernet1,10", "vlan 10", "tunnel 7",
-// "path 7,100,0", "route 100".
+// "path 7,100,0", "route 100", "mac 10,00:00:00:00:00:01".
 struct Subject {
   Subjects::Key key;
 

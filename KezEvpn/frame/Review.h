@@ -107,13 +107,26 @@ public:
   bool review( const Range & keys, Step && step, double resumeDelay, Resume resume ) {
     const auto from = bookmark();
     bookmarkDel();
-    for ( auto walk = keys.from( from ).begin(); walk.valid(); ++walk ) {
+    return walk( keys.from( from ), step, resumeDelay, [ & ]( const Key & next ) {
+      if ( resume != Resume::atFirst ) {
+        bookmarkIs( next );
+      }
+    } );
+  }
+  // The same over a queue of keys of any type, from which the step takes its key: what is left is
+  // gone on with at once.
+  template< class Range, class Step > bool drain( const Range & queue, Step && step ) {
+    return walk( queue, step, 0.0, []( const auto & ) {} );
+  }
+
+private:
+  template< class Range, class Step, class AtYield >
+  bool walk( const Range & keys, Step && step, double resumeDelay, AtYield && atYield ) {
+    for ( auto walk = keys.begin(); walk.valid(); ++walk ) {
       step( walk.key() );
       taskWorkInc();
       if ( walk.more() && taskShouldYield() ) {
-        if ( resume != Resume::atFirst ) {
-          bookmarkIs( walk.nextKey() );
-        }
+        atYield( walk.nextKey() );
         scheduleAfter( resumeDelay );
         return false;
       }
@@ -121,7 +134,6 @@ public:
     return true;
   }
 
-private:
   void run() override {
     if ( const Vex::Ptr< const Vex::Entity > alive = owner_ ) {
       entry_();

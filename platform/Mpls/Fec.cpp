@@ -1,5 +1,7 @@
 #include "Mpls/Fec.h"
 
+#include "Vex/ListText.h"
+
 namespace Rook::Fib {
 
 uint32_t FecVias::hash( uint32_t seed ) const {
@@ -10,29 +12,20 @@ uint32_t FecVias::hash( uint32_t seed ) const {
 }
 
 void appendText( Vex::TextBuffer & out, const FecVias & vias ) {
-  std::string_view opening = "[";
-  for ( const auto & via : vias ) {
-    out.append( opening );
+  Vex::appendList( out, vias, [ & ]( const FecVia & via ) {
     out.append( '(' );
     appendBrief( out, via );
     out.append( ')' );
-    opening = ",";
-  }
-  out.append( vias.empty() ? "[]" : "]" );
+  } );
 }
 
 void parseText( Vex::TextCursor & in, FecVias & vias ) {
   vias.clear();
-  in.expect( "[" );
-  while ( !in.skip( "]" ) ) {
-    if ( !vias.empty() ) {
-      in.expect( "," );
-      in.skip( " " );
-    }
+  Vex::parseList( in, [ & ] {
     in.expect( "(" );
     parseBrief( in, vias.emplace_back() );
     in.expect( ")" );
-  }
+  } );
 }
 
 } // namespace Rook::Fib

@@ -9,10 +9,21 @@
 
 namespace Rook::Fib {
 
+// What a FEC is for, and whether it has one via or shares traffic out among several.
+enum class FecKind : uint8_t { floodSetPath = 0x0B, macPath = 0x0C, macLoadBalance = 0x0D };
+
 // The FEC's kind in the top byte, a number of that kind below.
 class FecId : public Vex::WordValue< FecId, uint64_t > {
 public:
+  static constexpr unsigned kindShift = 56;
+
   constexpr FecId( uint64_t value = 0 ) : WordValue( value ) {}
+  // `number` is below 2 to the power of kindShift.
+  constexpr FecId( FecKind kind, uint64_t number )
+      : WordValue( uint64_t( kind ) << kindShift | number ) {}
+
+  constexpr FecKind kind() const { return static_cast< FecKind >( value() >> kindShift ); }
+  constexpr uint64_t number() const { return value() & ( ( uint64_t( 1 ) << kindShift ) - 1 ); }
 
   static constexpr std::string_view vexTypeName() { return "Rook::Fib::FecId"; }
   static constexpr uint64_t vexLowest = 0;

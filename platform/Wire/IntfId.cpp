@@ -299,6 +299,10 @@ IntfId FecIdIntfId::srTePolicyIntfId( TunnelId tunnelId ) {
   return tunnelIntfId( Kind::srTePolicy, tunnelId );
 }
 
+IntfId VtepIntfId::intfId( Ip4Addr vtep ) {
+  return "Vtep" + Vex::text( vtep );
+}
+
 } // namespace Wire
 
 Wire::IntfId Tunnel::TunnelTable::TunnelId::intfId() const {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "Vex/WordValue.h"
+#include "Wire/Ip4Addr.h"
 
 #include <bit>
 
@@ -103,6 +104,11 @@ struct FecIdIntfId {
   }
   static Tunnel::TunnelTable::TunnelId tunnelId( IntfId intfId );
   static IntfId srTePolicyIntfId( Tunnel::TunnelTable::TunnelId tunnelId );
+};
+
+// The interface that stands for a remote VXLAN tunnel endpoint: "Vtep10.0.0.1".
+struct VtepIntfId {
+  static IntfId intfId( Ip4Addr vtep );
 };
 
 } // namespace Wire

@@ -1,7 +1,9 @@
 // FECs and the hardware ids asked for and given for them: what machines that need FECs exchange
 // with the hardware side, a pair of entities for each of them.
 //
-// Asking is two writes, first the FEC and then the request. The hardware side answers with an
+// Asking is two writes, first the FEC and then the request; asking for the same FEC with another
+// content is one write of what has changed, or three: the request is taken back, and both written.
+// The hardware side answers with an
 // entry of the response and takes it back once both are gone; it may answer within the write or
 // at any later time, also for a FEC that has been given up meanwhile.
 #pragma once
@@ -9,11 +11,46 @@
 #include "KezEvpn/KezEvpn.h"
 #include "Mpls/Fec.h"
 
+#include <array>
+
 namespace Kez {
+
+// Of a FEC's vias, in their order; not valid for one whose tunnel has none. One by default, at most
+// four; one more raises Vex::RangeError. Text form: the one id, "0:7", or a list, "[0:7,0:8]".
+class HwTunnelIds {
+public:
+  HwTunnelIds( HwTunnelId only = {} ) : ids_{ only } {}
+  template< class Range > static HwTunnelIds of( const Range & ids ) {
+    HwTunnelIds all;
+    all.size_ = 0;
+    for ( const auto & id : ids ) {
+      all.append( id );
+    }
+    return all;
+  }
+
+  void append( HwTunnelId id );
+  size_t size() const { return size_; }
+  HwTunnelId front() const { return ids_.front(); }
+  const HwTunnelId * begin() const { return ids_.data(); }
+  const HwTunnelId * end() const { return begin() + size_; }
+
+  static constexpr std::string_view vexTypeName() { return "Kez::HwTunnelIds"; }
+  uint32_t hash( uint32_t seed ) const;
+  friend bool operator==( const HwTunnelIds &, const HwTunnelIds & ) = default;
+  friend std::strong_ordering operator<=>( const HwTunnelIds &, const HwTunnelIds & ) = default;
+
+private:
+  std::array< HwTunnelId, 4 > ids_; // not valid from `size_` on
+  uint32_t size_ = 1;
+};
+
+void appendText( Vex::TextBuffer & out, const HwTunnelIds & ids );
+void parseText( Vex::TextCursor & in, HwTunnelIds & ids );
 
 struct HwFecIdRequest {
   Rook::Fib::FecId fecId;
-  HwTunnelId hwTunnelId; // not valid while the FEC's tunnel has none
+  HwTunnelIds hwTunnelId;
   VEX_VALUE( HwFecIdRequest, "Kez::HwFecIdRequest", fecId, hwTunnelId )
 };
 

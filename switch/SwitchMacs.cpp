@@ -1,0 +1,78 @@
+#include "switch/SwitchMacs.h"
+
+static Ringlog::Handle traceHandle( "KezSwitchMacs" );
+
+namespace Switch {
+
+using Bridging::MacVlanPair;
+
+SwitchMacs::SwitchMacs( const Vex::Ptr< SimulatedSwitch > & hardware,
+                        const Vex::Ptr< Loom::TimerWheel > & timerWheel,
+                        const Vex::Ptr< const Kez::FecIdToHwFecIdRequest > & fecRequest,
+                        const Vex::Ptr< Kez::FecIdToHwFecIdResponse > & fecResponse,
+                        const Vex::Ptr< const Kez::MacAddrFecStatus > & macAddrFecStatus,
+                        const Vex::Ptr< Kez::MacAddrHwStatus > & macAddrHwStatus )
+    : SwitchFecs( traceHandle, "a MAC entry uses it", hardware, timerWheel, fecRequest,
+                  fecResponse ),
+      macAddrFecStatus_( macAddrFecStatus ), macAddrHwStatus_( macAddrHwStatus ),
+      macAddrFecStatusReactor_( *this ) {
+  watchFecRequests();
+  macAddrFecStatusReactor_.notifierIs( macAddrFecStatus );
+}
+
+void SwitchMacs::VexMacAddrFecStatus::onAttribute( Vex::AttrId, const void * key ) {
+  sm()->changed( Kez::MacAddrFecStatus::hostAttr.key( key ) );
+}
+
+void SwitchMacs::VexMacAddrFecStatus::handleNotifier() {
+  const auto status = notifier();
+  for ( const auto & [ host, fec ] : status->host() ) {
+    sm()->changed( host );
+  }
+}
+
+void SwitchMacs::see( const MacVlanPair & host ) {
+  if ( macAddrFecStatus()->hostHas( host ) ) {
+    program( host, macAddrFecStatus()->host( host ) );
+  } else {
+    unprogram( host );
+  }
+}
+
+void SwitchMacs::program( const MacVlanPair & host, const Kez::MacFec & fec ) {
+  auto & hardware = *simulatedSwitch();
+  const bool stands = hardware.macEntryHas( host );
+  const auto before = hardware.macEntry( host );
+  if ( stands && before == fec.hwFecId ) {
+    return;
+  }
+  if ( hardware.creation(
+           Operation::createMacEntry, hardware.hasRoom( Operation::createMacEntry, stands ),
+           std::nullopt,
+           [ & ] { return Vex::briefText( host ) + " hwFecId " + Vex::text( fec.hwFecId ); } ) ) {
+    retry( host );
+    return;
+  }
+  TRACE( 5, "createMacEntry ", host, " hwFecId ", fec.hwFecId );
+  hardware.macEntryIs( host, fec.hwFecId );
+  usedBy( fec.hwFecId );
+  if ( stands ) {
+    leftBy( before );
+  }
+  macAddrHwStatus()->programmedIs( host, fec.fecId );
+}
+
+void SwitchMacs::unprogram( const MacVlanPair & host ) {
+  auto & hardware = *simulatedSwitch();
+  const auto hwFecId = hardware.macEntry( host );
+  if ( hardware.macEntryHas( host ) &&
+       hardware.deletion( Operation::deleteMacEntry, std::nullopt,
+                          [ & ] { return Vex::briefText( host ); } ) ) {
+    TRACE( 5, "deleteMacEntry ", host );
+    hardware.macEntryDel( host );
+    leftBy( hwFecId );
+  }
+  macAddrHwStatus()->programmedDel( host );
+}
+
+} // namespace Switch

@@ -1,0 +1,83 @@
+// How hosts travel to hardware and back: the FEC over which frames to a MAC address in a VLAN go.
+#pragma once
+
+#include "Bridging/MacVlanPair.h"
+#include "KezEvpn/FecRequests.h"
+#include "L2Rib/HostOutput.h"
+
+namespace Kez {
+
+// What hardware answered for the FEC of a host's chain.
+struct MacFec {
+  Rook::Fib::FecId fecId;
+  uint64_t hwFecId = 0;
+  Wire::IntfId l2IntfId;
+  VEX_VALUE( MacFec, "Kez::MacFec", fecId, hwFecId, l2IntfId )
+};
+
+// The tunnel of a destination of any type; not valid for one that has none.
+Tunnel::TunnelTable::TunnelId destTunnelId( const L2Rib::Dest & dest );
+
+// How many tables a chain of hosts may lead over: 2 or 3; another number raises Vex::RangeError.
+class MaxChainLength : public Vex::WordValue< MaxChainLength, uint32_t > {
+public:
+  MaxChainLength( uint32_t value = 2 );
+
+  static constexpr std::string_view vexTypeName() { return "Kez::MaxChainLength"; }
+};
+void parseText( Vex::TextCursor & in, MaxChainLength & length );
+
+// What the hardware side programs MAC entries from.
+class MacAddrFecStatus : public MachineState {
+  VEX_ENTITY( MacAddrFecStatus, "Kez::MacAddrFecStatus" )
+  VEX_MAP( 1, host, Bridging::MacVlanPair, MacFec )
+  VEX_ATTRIBUTES( host )
+};
+Vex::Ptr< MacAddrFecStatus > macAddrFecStatusFactory();
+
+// Written by the hardware side, by the two functions alone: the FEC with which hardware has each
+// host, and how many it has with each FEC, which has an entry while there is one.
+class MacAddrHwStatus : public MachineState {
+  VEX_ENTITY( MacAddrHwStatus, "Kez::MacAddrHwStatus" )
+  VEX_MAP( 1, host, Bridging::MacVlanPair, Rook::Fib::FecId )
+  VEX_COUNTER( 2, fecHost, Rook::Fib::FecId )
+  VEX_ATTRIBUTES( host, fecHost )
+
+public:
+  void programmedIs( const Bridging::MacVlanPair & pair, Rook::Fib::FecId fecId );
+  void programmedDel( const Bridging::MacVlanPair & pair );
+
+private:
+  void leave( Rook::Fib::FecId fecId );
+};
+Vex::Ptr< MacAddrHwStatus > macAddrHwStatusFactory();
+
+// --- Private state
+
+// A chain that hosts refer to, by its first object.
+class MacChain : public MachineState {
+  VEX_ENTITY( MacChain, "Kez::MacChain" )
+  VEX_KEY( MacChain, first, L2Rib::ObjectId )
+  VEX_SET( 1, host, Bridging::MacVlanPair )   // that refer to it, or are published with a FEC of it
+  VEX_ATTRIBUTE( 2, fecId, Rook::Fib::FecId ) // 0 for none
+  VEX_ATTRIBUTE( 3, complete, bool )          // whether what begins at the object has a FEC
+  VEX_SET( 4, object, L2Rib::ObjectId )       // on which that depends
+  VEX_SET( 5, tunnel, Tunnel::TunnelTable::TunnelId ) // likewise
+  VEX_ATTRIBUTES( host, fecId, complete, object, tunnel )
+};
+
+class ObjectChains : public MachineState {
+  VEX_ENTITY( ObjectChains, "Kez::ObjectChains" )
+  VEX_KEY( ObjectChains, object, L2Rib::ObjectId )
+  VEX_SET( 1, chain, L2Rib::ObjectId )
+  VEX_ATTRIBUTES( chain )
+};
+
+class TunnelChains : public MachineState {
+  VEX_ENTITY( TunnelChains, "Kez::TunnelChains" )
+  VEX_KEY( TunnelChains, tunnelId, Tunnel::TunnelTable::TunnelId )
+  VEX_SET( 1, chain, L2Rib::ObjectId )
+  VEX_ATTRIBUTES( chain )
+};
+
+} // namespace Kez
