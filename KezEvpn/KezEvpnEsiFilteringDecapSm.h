@@ -78,6 +78,7 @@ public:
   void doReviewUnprogrammed() override;
   void explain( const Subject & subject, Explanation & out ) const override;
   void check( Findings & out ) const override;
+  bool settled() const override { return lfibTrackingStatus()->routeKeyBacklogs() == 0; }
 
 private:
   // The line of unprogrammed routes, in the hardware status.

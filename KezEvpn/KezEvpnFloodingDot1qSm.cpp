@@ -247,6 +247,12 @@ void EvpnFloodingDot1qSm::makeUpForZombieMark() {
   for ( const auto [ vlanId, dot1q ] : evpnStatus()->vlanToDot1q() ) {
     handleVlanDot1q( vlanId );
   }
+  // A review under the mark may have met a status that came and went beside its reactors.
+  for ( const auto & [ vlanId, intfs ] : vlanIntfSet() ) {
+    if ( !evpnVlanStatus()->vlanStatus( vlanId ) ) {
+      reviewIntfsOf( vlanId );
+    }
+  }
 }
 
 void EvpnFloodingDot1qSm::maybeScheduleIntfVlanReview( Wire::IntfId intfId,

@@ -16,9 +16,10 @@ EvpnHwTunnelIdSm::EvpnHwTunnelIdSm( Out< KezHelper::EvpnHwTunnelIdSmHelper > hwT
       evpnStatus_( evpnStatus ), remoteInfo_( remoteInfo ),
       tunnelIdHwTunnelId_( tunnelIdHwTunnelId ),
       parking_( *this, *this, unprogrammedTunnel_, unprogrammedTunnelAttr ),
-      evpnStatusReactor_( *this ), remoteInfoReactor_( *this ) {
+      evpnStatusReactor_( *this ), remoteInfoReactor_( *this ), helperReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );
   remoteInfoReactor_.notifierIs( remoteInfo );
+  helperReactor_.notifierIs( hwTunnelIdHelper );
 }
 
 Vex::Ptr< EvpnHwTunnelIdSm >
@@ -70,7 +71,12 @@ std::optional< TunnelIdToHwTunnelId > EvpnHwTunnelIdSm::mapped( TunnelId tunnelI
 void EvpnHwTunnelIdSm::handleInitialized() {
   TRACE( 8, "EvpnHwTunnelIdSm::handleInitialized" );
   reviewUnprogrammedIs( scheduler(), 2, "reviewUnprogrammed" );
-  tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdDelAll();
+  if ( const auto * const inUse = hwTunnelIdHelper()->hwTunnelIdsInUse();
+       inUse && hwTunnelIdHelper()->idsStay() ) {
+    takeOver( *inUse );
+  } else {
+    tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdDelAll();
+  }
   initializedIs( true );
   for ( const auto & [ esIntfId, status ] : evpnStatus()->ethernetSegmentStatus() ) {
     for ( const auto [ labelIntfId, label ] : status->remoteEsiLabel() ) {
@@ -80,6 +86,62 @@ void EvpnHwTunnelIdSm::handleInitialized() {
   for ( const auto [ tunnelId, count ] : remoteInfo()->remoteTunnelId() ) {
     publishHwTunnelId( tunnelId );
   }
+}
+
+// An id that was got twice for a tunnel goes on as the mapping has it; who takes hardware over sees
+// to the other one.
+void EvpnHwTunnelIdSm::takeOver( const IdsInUse & inUse ) {
+  const auto mapping = tunnelIdHwTunnelId();
+  Vex::Collection< HwTunnelId, TunnelId > recorded;
+  for ( const auto & record : mapping->tunnelIdToHwTunnelId() ) {
+    const auto tunnelId = inUse.find( record.hwTunnelId );
+    if ( tunnelId && ( *tunnelId == record.key || *tunnelId == TunnelId::invalid() ) ) {
+      recorded.findOrAdd( record.hwTunnelId, [ & ] { return record.key; } );
+    } else {
+      mapping->tunnelIdToHwTunnelIdDel( record.key );
+    }
+  }
+  for ( const auto walk = inUse.walk(); const auto entry = walk->next(); ) {
+    const auto hwTunnelId = entry->key;
+    const auto * const known = recorded.find( hwTunnelId );
+    const auto tunnelId = known ? *known : entry->data;
+    const bool wanted = known || ( tunnelId != TunnelId::invalid() && !mapped( tunnelId ) &&
+                                   mapping->tunnelIdToHwTunnelIdMakeRoom() );
+    if ( wanted ) {
+      TRACE( 5, "tunnelId ", tunnelId, " still has hw tunnel id ", hwTunnelId );
+      if ( !known ) {
+        mapping->tunnelIdToHwTunnelIdIs( { tunnelId, hwTunnelId } );
+      }
+      zombieTunnelIdIs( hwTunnelId.hwTunnelIdType() )->tunnelIdIs( tunnelId );
+    }
+  }
+  // All that uses a tunnel decides on the type of the first id that it gets.
+  for ( const auto & [ esIntfId, status ] : evpnStatus()->ethernetSegmentStatus() ) {
+    for ( const auto [ labelIntfId, label ] : status->remoteEsiLabel() ) {
+      recordUse( esIntfId, srTeOrDynamicTunnelIntfIdToTunnelId( labelIntfId ),
+                 status->sharedEsiLabelValid() );
+    }
+  }
+}
+
+void EvpnHwTunnelIdSm::VexHelper::onAttribute( Vex::AttrId id, const void * ) {
+  using Helper = KezHelper::EvpnHwTunnelIdSmHelper;
+  if ( ( id == Helper::idsFreedAttr || id == Helper::idsStayAttr ) && sm()->initialized() ) {
+    sm()->handleHelper();
+  }
+}
+
+void EvpnHwTunnelIdSm::handleHelper() {
+  TRACE( 8, "EvpnHwTunnelIdSm::handleHelper idsStay ", hwTunnelIdHelper()->idsStay() );
+  if ( hwTunnelIdHelper()->idsStay() ) {
+    return;
+  }
+  for ( const auto & [ tunnelId, info ] : tunnelInfo() ) {
+    if ( mapped( tunnelId ) ) {
+      maybeReprogramHwTunnelId( tunnelId );
+    }
+  }
+  parking_.freed();
 }
 
 void EvpnHwTunnelIdSm::VexRemoteInfo::onAttribute( Vex::AttrId id, const void * key ) {
@@ -218,11 +280,15 @@ void EvpnHwTunnelIdSm::programHwTunnelId( Wire::IntfId esIntfId, TunnelId tunnel
   const bool sharedEsi = sharedEsiLabelConfigured( esIntfId );
   TRACE( 8, "EvpnHwTunnelIdSm::programHwTunnelId intfId ", esIntfId, " tunnelId ", tunnelId,
          " sharedEsi ", sharedEsi );
+  recordUse( esIntfId, tunnelId, sharedEsi );
+  publishHwTunnelId( tunnelId );
+}
+
+void EvpnHwTunnelIdSm::recordUse( Wire::IntfId esIntfId, TunnelId tunnelId, bool sharedEsi ) {
   intfTunnelSetIs( esIntfId )->tunnelIdIs( tunnelId );
   const auto info = tunnelInfoIs( tunnelId );
   info->intfIdIs( esIntfId );
   info->sharedEsiLabelConfiguredIntfIs( esIntfId, sharedEsi );
-  publishHwTunnelId( tunnelId );
 }
 
 void EvpnHwTunnelIdSm::unProgramHwTunnelId( Wire::IntfId esIntfId, TunnelId tunnelId ) {
@@ -286,10 +352,10 @@ void EvpnHwTunnelIdSm::publishHwTunnelId( TunnelId tunnelId ) {
     maybeScheduleUnprogrammedReview( false );
     return;
   }
-  auto hwTunnelId = getHwTunnelId( hwTunnelIdType, used );
+  auto hwTunnelId = getHwTunnelId( hwTunnelIdType, used, tunnelId );
   if ( !hwTunnelId.valid() && hwTunnelIdType == hwTunnelIdTypeSharedEsi ) {
     TRACE( 5, " try allocating for hwTunnelIdTypeDefault for sharedEs" );
-    hwTunnelId = getHwTunnelId( hwTunnelIdTypeDefault, true );
+    hwTunnelId = getHwTunnelId( hwTunnelIdTypeDefault, true, tunnelId );
     if ( hwTunnelId.valid() ) {
       TRACE( 5, " allocated HwTunnelId ", hwTunnelId, " for tunnel ", tunnelId,
              " with hwTunnelIdType=hwTunnelIdTypeDefault" );
@@ -335,8 +401,12 @@ void EvpnHwTunnelIdSm::maybeReprogramHwTunnelId( TunnelId tunnelId ) {
            hwTunnelIdType );
     return;
   }
+  if ( hwTunnelIdHelper()->idsStay() ) {
+    TRACE( 8, " tunnelId ", tunnelId, " keeps ", oldId, ", ids stay" );
+    return;
+  }
   const bool used = usedBySegment( tunnelId );
-  const auto newId = getHwTunnelId( hwTunnelIdType, used );
+  const auto newId = getHwTunnelId( hwTunnelIdType, used, tunnelId );
   TRACE( 8, " tunnelId ", tunnelId, " oldHwTunnelId ", oldId, " oldHwTunnelIdType ",
          oldId.hwTunnelIdType(), " newHwTunnelId ", newId, " newHwTunnelIdType ", hwTunnelIdType,
          " hwTunnelIdValid ", newId.valid() );
@@ -354,20 +424,24 @@ void EvpnHwTunnelIdSm::maybeReprogramHwTunnelId( TunnelId tunnelId ) {
 }
 
 HwTunnelId EvpnHwTunnelIdSm::getHwTunnelId( HwTunnelIdType hwTunnelIdType,
-                                            bool attemptZombieRelease ) {
+                                            bool attemptZombieRelease, TunnelId tunnelId ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "EvpnHwTunnelIdSm::getHwTunnelId hwTunnelIdType ", hwTunnelIdType,
          " attemptZombieRelease ", attemptZombieRelease );
-  const auto hwTunnelId = hwTunnelIdHelper()->getHwTunnelId( hwTunnelIdType );
+  const auto hwTunnelId = hwTunnelIdHelper()->getHwTunnelIdForTunnel( hwTunnelIdType, tunnelId );
   if ( hwTunnelId.valid() || !attemptZombieRelease ||
        !releaseOneZombieTunnelId( hwTunnelIdType ) ) {
     return hwTunnelId;
   }
-  return hwTunnelIdHelper()->getHwTunnelId( hwTunnelIdType );
+  return hwTunnelIdHelper()->getHwTunnelIdForTunnel( hwTunnelIdType, tunnelId );
 }
 
 bool EvpnHwTunnelIdSm::releaseOneZombieTunnelId( HwTunnelIdType hwTunnelIdType ) {
   VEX_ASSERT( initialized() );
+  if ( hwTunnelIdHelper()->idsStay() ) {
+    TRACE( 8, "EvpnHwTunnelIdSm::releaseOneZombieTunnelId", hwTunnelIdType, " ids stay " );
+    return false;
+  }
   const auto zombies = zombieTunnelId( hwTunnelIdType );
   if ( !zombies ) {
     TRACE( 8, "EvpnHwTunnelIdSm::releaseOneZombieTunnelId", hwTunnelIdType,

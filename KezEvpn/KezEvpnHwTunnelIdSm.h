@@ -15,8 +15,11 @@
 // is.
 //
 // The ids that are free and those that are mapped are all ids of the pools, each once. So
-// `handleInitialized()` is called once, on a helper whose ids are all free: it empties the
-// mapping and gives nothing back. Damage met in the mapping is fatal, in a look-up too.
+// `handleInitialized()` is called once, and gives nothing back. On a helper whose ids are all free
+// it empties the mapping. On one over hardware that is taken over (`idsStay`), the ids in use that
+// the mapping or the helper has a tunnel for go on: no record that stays is away for a moment, and
+// their tunnels are zombies until something uses them. Damage met in the mapping is fatal, in a
+// look-up too.
 #pragma once
 
 #include "Evpn/EvpnStatus.h"
@@ -55,6 +58,14 @@ public:
     void handleNotifier() override;
   };
 
+  class VexHelper : public Vex::ReactorOf< EvpnHwTunnelIdSm, KezHelper::EvpnHwTunnelIdSmHelper > {
+  public:
+    using ReactorOf::ReactorOf;
+
+  private:
+    void onAttribute( Vex::AttrId id, const void * key ) override;
+  };
+
   VEX_ENTITY( EvpnHwTunnelIdSm, "Kez::EvpnHwTunnelIdSm", RetryingSm< TunnelId > )
   VEX_OUTPUT( 1, hwTunnelIdHelper, KezHelper::EvpnHwTunnelIdSmHelper )
   VEX_OUTPUT( 2, scheduler, Loom::TaskScheduler )
@@ -89,6 +100,8 @@ public:
 
   void handleInitialized() override;
   void handleRemoteTunnelId( TunnelId tunnelId );
+  // The helper has ids again, or tunnels need not keep theirs any more.
+  void handleHelper();
   void vex_handleSegmentStatus( VexSegmentStatus & reactor );
 
   void segmentStatusIs( In< Evpn::EthernetSegmentStatus > status );
@@ -100,8 +113,9 @@ public:
   void unProgramHwTunnelId( Wire::IntfId esIntfId, TunnelId tunnelId );
   void publishHwTunnelId( TunnelId tunnelId );
   void maybeReprogramHwTunnelId( TunnelId tunnelId );
-  // An id that is not valid when there is none.
-  HwTunnelId getHwTunnelId( HwTunnelIdType hwTunnelIdType, bool attemptZombieRelease );
+  // For the tunnel; an id that is not valid when there is none.
+  HwTunnelId getHwTunnelId( HwTunnelIdType hwTunnelIdType, bool attemptZombieRelease,
+                            TunnelId tunnelId = TunnelId::invalid() );
   bool releaseOneZombieTunnelId( HwTunnelIdType hwTunnelIdType );
 
   void doReviewUnprogrammed() override;
@@ -119,10 +133,14 @@ private:
   std::optional< TunnelIdToHwTunnelId > mapped( TunnelId tunnelId ) const;
   size_t parked() const override { return unprogrammedTunnels(); }
   bool makeRoom( HwTunnelIdType hwTunnelIdType, bool used );
+  using IdsInUse = KezHelper::EvpnHwTunnelIdSmHelper::HwTunnelIds;
+  void takeOver( const IdsInUse & inUse );
+  void recordUse( Wire::IntfId esIntfId, TunnelId tunnelId, bool sharedEsi );
 
   Parking< TunnelId > parking_;
   VexEvpnStatus evpnStatusReactor_;
   VexRemoteInfo remoteInfoReactor_;
+  VexHelper helperReactor_;
 };
 
 Vex::Ptr< EvpnHwTunnelIdSm >

@@ -121,6 +121,7 @@ public:
   void doReview();
   void explain( const Subject & subject, Explanation & out ) const override;
   void check( Findings & out ) const override;
+  bool settled() const override { return chainQueues() + hostQueues() == 0; }
 
 private:
   // What a chain comes to: a FEC without its id, or why it has none.

@@ -7,6 +7,7 @@
 // it. A deletion cannot fail.
 #pragma once
 
+#include "KezHelper/HwTable.h"
 #include "KezHelper/KezBaseHelper.h"
 #include "Mpls/Lfib.h"
 
@@ -23,6 +24,9 @@ public:
   virtual Mpls::LfibHwProgrammingReturnCode createEsiPortMap( Wire::MplsLabel label,
                                                               Wire::IntfId intfId );
   virtual void deleteEsiPortMap( Wire::MplsLabel label, Wire::IntfId intfId );
+
+  // The maps that hardware has, by interface; null where it cannot be asked.
+  virtual const HwTable< Wire::IntfId, Wire::MplsLabel > * esiPortMaps() const { return nullptr; }
 };
 
 } // namespace KezHelper

@@ -9,10 +9,36 @@
 #pragma once
 
 #include "KezEvpn/KezEvpn.h"
+#include "KezHelper/HwTable.h"
 #include "KezHelper/KezBaseHelper.h"
 #include "Wire/MplsLabel.h"
 
 namespace KezHelper {
+
+// What is programmed on a port for a VLAN, by the interface that it was programmed for: a port
+// that moves between two LAGs can be there for both.
+struct PortVlanKey {
+  Wire::IntfId parentIntfId;
+  Wire::IntfId memberIntfId;
+  Bridging::VlanId vlanId = 1;
+  VEX_VALUE( PortVlanKey, "KezHelper::PortVlanKey", parentIntfId, memberIntfId, vlanId )
+};
+
+struct EsiData {
+  Tunnel::TunnelTable::TunnelId tunnelId;
+  Kez::HwTunnelId hwTunnelId;
+  Wire::MplsLabel dfEsiLabel;
+  Wire::MplsLabel localEsiLabel;
+  VEX_VALUE( EsiData, "KezHelper::EsiData", tunnelId, hwTunnelId, dfEsiLabel, localEsiLabel )
+};
+
+// The tables that can be asked, null for one that cannot.
+struct EvpnFloodingInventory {
+  const HwTable< Bridging::VlanId, Bridging::VlanIdOrNone > * vlan = nullptr; // to its tag
+  const HwTable< PortVlanKey, Bridging::VlanIdOrNone > * dot1qMapping = nullptr;
+  const HwTable< PortVlanKey, Vex::NoValue > * nonDfPort = nullptr;
+  const HwTable< PortVlanKey, EsiData > * esiData = nullptr;
+};
 
 class EvpnFloodingSmHelper : public Kez::KezBaseHelper {
   VEX_ENTITY( EvpnFloodingSmHelper, "KezHelper::EvpnFloodingSmHelper", Kez::KezBaseHelper )
@@ -51,6 +77,10 @@ public:
   virtual void deleteEsiData( Wire::IntfId parentIntfId, Wire::IntfId memberIntfId,
                               Bridging::VlanId vlanId, const Tunnel::TunnelTable::TunnelId & tid,
                               const Kez::HwTunnelId & hwTid );
+
+  // What hardware has, which outlives nothing but the helper. Without it hardware is to be empty
+  // when the machines start.
+  virtual EvpnFloodingInventory inventory() const { return {}; }
 };
 
 } // namespace KezHelper

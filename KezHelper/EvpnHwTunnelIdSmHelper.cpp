@@ -7,6 +7,11 @@ Kez::HwTunnelId EvpnHwTunnelIdSmHelper::getHwTunnelId( Kez::HwTunnelIdType ) {
   return Kez::HwTunnelId();
 }
 
+Kez::HwTunnelId EvpnHwTunnelIdSmHelper::getHwTunnelIdForTunnel( Kez::HwTunnelIdType hwTunnelIdType,
+                                                                Tunnel::TunnelTable::TunnelId ) {
+  return getHwTunnelId( hwTunnelIdType );
+}
+
 void EvpnHwTunnelIdSmHelper::releaseHwTunnelId( const Kez::HwTunnelId & ) {
   unimplemented( "releaseHwTunnelId" );
 }

@@ -74,11 +74,14 @@ const std::vector< Shell::Command > & Shell::commands() {
       "  call evpnLagSm.publishEvpnLagMemberInfo Port-Channel1 Ethernet1,Ethernet2\n"
       "  call evpnFloodingEsiSm.reviewUnprogrammed.scheduleNow\n",
       &Shell::call },
-    { "restart", "", "end the agent and start it anew",
+    { "restart", "[hitless]", "end the agent and start it anew",
       "Machines, outputs and hardware are made anew over the inputs as they stand. Hardware is\n"
-      "empty then, as large as before, and behaves as it does at first. When they cannot be made,\n"
-      "as without the file of a table, inputs are all there is until another restart.\n"
-      "  restart\n",
+      "empty then, as large as before, and behaves as it does at first. With hitless it stays as it\n"
+      "is: what is asked for and stands is not programmed again, and once all machines have looked\n"
+      "at their inputs the rest is removed; show takeover says how far that is. When they cannot be\n"
+      "made, as without the file of a table, inputs are all there is until another restart.\n"
+      "  restart\n"
+      "  restart hitless\n",
       &Shell::restart },
     { "trace", "[SETTING | off]", "show or set what is traced",
       "SETTING is PATTERN[/LEVELS] entries separated by commas; * and ? stand for any characters\n"
@@ -332,10 +335,21 @@ void Shell::runTasks( double seconds ) {
 }
 
 void Shell::restart( Vex::TextCursor & in ) {
-  Vex::expectEnd( in );
-  wiring_ = unwired( wiring_ );
+  auto hardware = Hardware::empties;
+  if ( !in.done() ) {
+    const size_t offset = in.offset();
+    const auto how = takeRest( in );
+    if ( how != "hitless" ) {
+      failAt( offset, "hitless or the end of the line", how );
+    }
+    hardware = Hardware::stays;
+  }
+  wiring_ = unwired( wiring_, hardware );
   pace_->schedulerIs( *wiring_.scheduler );
   wiring_ = wire( wiring_ );
+  if ( wiring_.takeover ) {
+    wiring_.takeover->inputsCompleteIs( true );
+  }
   runTasks( 0 );
 }
 

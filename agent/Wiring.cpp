@@ -13,12 +13,16 @@
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
 #include "KezEvpn/KezMacAddrFecRequestSm.h"
 #include "KezEvpn/frame/StateMachine.h"
+#include "KezHelper/EsiFilteringDecapHelperTakeover.h"
+#include "KezHelper/EvpnFloodingSmHelperTakeover.h"
+#include "KezHelper/EvpnHwTunnelIdSmHelperTakeover.h"
 #include "switch/SwitchEsiFilteringDecapHelper.h"
 #include "switch/SwitchFloodSets.h"
 #include "switch/SwitchFloodingHelper.h"
 #include "switch/SwitchHwTunnelIdHelper.h"
 #include "switch/SwitchMacs.h"
 
+#include <algorithm>
 #include <concepts>
 
 namespace Agent {
@@ -34,6 +38,13 @@ template< class T > Ptr< T > standing( const Roots & roots, const Vex::String & 
   return root ? Vex::dynamicCast< T >( root->entity ) : nullptr;
 }
 
+// They end with the takeover that asks them.
+std::vector< const Kez::StateMachine * > machinesOf( const Wiring & wiring ) {
+  std::vector< const Kez::StateMachine * > machines;
+  forEachMachine( wiring, [ & ]( const Kez::StateMachine & sm ) { machines.push_back( &sm ); } );
+  return machines;
+}
+
 // An agent being made: the members, then the machines, in the order in which they stand here. Each
 // stands before what is handed it, and `show` lists the roots in that order.
 class Wirer {
@@ -41,13 +52,18 @@ public:
   explicit Wirer( const Wiring & ground ) : ground_( ground ) {}
 
   Wiring wire() {
-    hardware( "switchFloodSets",
-              Vex::makePtr< Switch::SwitchFloodSets >(
-                  hardware_, scheduler_->timerWheel(), mplsFloodSetFecRequest_,
-                  mplsFloodSetFecResponse_, vlanFloodSetHwConfig_, vlanFloodSetHwStatus_ ) );
-    hardware( "switchMacs", Vex::makePtr< Switch::SwitchMacs >(
-                                hardware_, scheduler_->timerWheel(), macAddrFecRequest_,
-                                macAddrFecResponse_, macAddrFecStatus_, macAddrHwStatus_ ) );
+    const auto floodSets =
+        hardware( "switchFloodSets",
+                  Vex::makePtr< Switch::SwitchFloodSets >(
+                      hardware_, scheduler_->timerWheel(), mplsFloodSetFecRequest_,
+                      mplsFloodSetFecResponse_, vlanFloodSetHwConfig_, vlanFloodSetHwStatus_ ) );
+    const auto macs =
+        hardware( "switchMacs", Vex::makePtr< Switch::SwitchMacs >(
+                                    hardware_, scheduler_->timerWheel(), macAddrFecRequest_,
+                                    macAddrFecResponse_, macAddrFecStatus_, macAddrHwStatus_ ) );
+    if ( takeover_ ) {
+      takeOver( *floodSets, *macs );
+    }
     wirePorts();
     wireTunnels();
     wireFloodSets();
@@ -56,9 +72,15 @@ public:
                  hostOutput_, tunnelIdHwTunnelId_, toggles_, macAddrFecRequest_,
                  macAddrFecResponse_, macAddrFecStatus_, macAddrHwStatus_, scheduler_ ) );
     machine( "esiFilteringDecapSm",
-             Kez::esiFilteringDecapSmFactory( esiFilteringDecapHelper_, lfibStatus_, scheduler_,
-                                              lfibTrackingStatus_, lfibHwStatus_ ) );
-    return { std::move( roots_ ), scheduler_, hardware_ };
+             Kez::esiFilteringDecapSmFactory( decap_, lfibStatus_, scheduler_, lfibTrackingStatus_,
+                                              lfibHwStatus_ ) );
+    Wiring wiring{ std::move( roots_ ), scheduler_, hardware_, takeover_ };
+    if ( takeover_ ) {
+      takeover_->settledIs( [ machines = machinesOf( wiring ) ] {
+        return std::ranges::all_of( machines, []( const auto * sm ) { return sm->settled(); } );
+      } );
+    }
+    return wiring;
   }
 
 private:
@@ -83,6 +105,20 @@ private:
     }
   }
 
+  // What uses an entry is swept before it: destinations and hosts before FECs, mappings before
+  // VLANs, and all that names a hardware tunnel id before the ids.
+  void takeOver( Switch::SwitchFloodSets & floodSets, Switch::SwitchMacs & macs ) {
+    roots_.rootIs( Role::runtime, "takeover", takeover_ );
+    floodSets.takeoverIs( takeover_ );
+    macs.takeoverIs( takeover_ );
+    decap_ = Vex::makePtr< KezHelper::EsiFilteringDecapHelperTakeover >(
+        "esiFilteringDecapHelper", takeover_, esiFilteringDecapHelper_ );
+    flooding_ = Vex::makePtr< KezHelper::EvpnFloodingSmHelperTakeover >(
+        "floodingHelper", takeover_, floodingHelper_ );
+    tunnelIds_ = Vex::makePtr< KezHelper::EvpnHwTunnelIdSmHelperTakeover >(
+        "hwTunnelIdHelper", takeover_, hwTunnelIdHelper_, tunnelIdHwTunnelId_ );
+  }
+
   // Who publishes before who reads it, so that this one starts over what the other has made of the
   // inputs that stand, and programs a port once. What counts tunnels hears of nothing yet: the
   // filter before it starts last.
@@ -94,22 +130,21 @@ private:
     machine( "evpnRemoteInfoFinderSm",
              Kez::evpnRemoteInfoFinderSmFactory( mplsFloodSetOutput_, evpnRemoteInfo_ ) );
     machine( "evpnFloodingDot1qSm",
-             Kez::evpnFloodingDot1qSmFactory( floodingHelper_, scheduler_, evpnLagMemberInfo_,
+             Kez::evpnFloodingDot1qSmFactory( flooding_, scheduler_, evpnLagMemberInfo_,
                                               evpnVlanStatus_, evpnStatus_, evpnMplsConfig_ ) );
-    machine( "kezEvpnFloodFilterSm",
-             Kez::kezEvpnFloodFilterSmFactory( floodingHelper_, scheduler_, evpnLagMemberInfo_,
-                                               evpnStatus_ ) );
+    machine( "kezEvpnFloodFilterSm", Kez::kezEvpnFloodFilterSmFactory(
+                                         flooding_, scheduler_, evpnLagMemberInfo_, evpnStatus_ ) );
   }
 
   // Ids before the ESI data that name them: what an earlier agent left in the shared table is put
   // right first.
   void wireTunnels() {
     machine( "evpnHwTunnelIdSm",
-             Kez::evpnHwTunnelIdSmFactory( hwTunnelIdHelper_, scheduler_, acsd_, evpnStatus_,
+             Kez::evpnHwTunnelIdSmFactory( tunnelIds_, scheduler_, acsd_, evpnStatus_,
                                            evpnRemoteInfo_, tunnelIdHwTunnelId_ ) );
     machine( "evpnFloodingEsiSm",
-             Kez::evpnFloodingEsiSmFactory( floodingHelper_, scheduler_, evpnLagMemberInfo_,
-                                            evpnStatus_, tunnelIdHwTunnelId_ ) );
+             Kez::evpnFloodingEsiSmFactory( flooding_, scheduler_, evpnLagMemberInfo_, evpnStatus_,
+                                            tunnelIdHwTunnelId_ ) );
   }
 
   // FECs hear of a change before the destinations that use them, but start after these: what an
@@ -185,6 +220,11 @@ private:
   const Ptr< Switch::SwitchEsiFilteringDecapHelper > esiFilteringDecapHelper_ =
       hardware( "esiFilteringDecapHelper", Vex::makePtr< Switch::SwitchEsiFilteringDecapHelper >(
                                                "esiFilteringDecapHelper", hardware_ ) );
+  // What the machines call: these, or what takes over between them.
+  Ptr< KezHelper::EvpnFloodingSmHelper > flooding_ = floodingHelper_;
+  Ptr< KezHelper::EvpnHwTunnelIdSmHelper > tunnelIds_ = hwTunnelIdHelper_;
+  Ptr< KezHelper::EsiFilteringDecapHelper > decap_ = esiFilteringDecapHelper_;
+  const Ptr< KezHelper::Takeover > takeover_ = ground_.takeover;
   const Ptr< Loom::TaskScheduler > scheduler_ =
       roots_.rootIs( Role::runtime, "scheduler", ground_.scheduler );
   const Ptr< Kez::FecIdToHwFecIdResponse > mplsFloodSetFecResponse_ =
@@ -199,10 +239,15 @@ private:
 
 } // namespace
 
-Wiring unwired( const Wiring & earlier ) {
+Wiring unwired( const Wiring & earlier, Hardware hardware ) {
   Wiring ground;
   ground.roots = earlier.roots.ofRole( Role::input );
   ground.scheduler = Vex::makePtr< Loom::TaskScheduler >();
+  if ( earlier.hardware && hardware == Hardware::stays ) {
+    ground.hardware = earlier.hardware;
+    ground.takeover = Vex::makePtr< KezHelper::Takeover >( ground.scheduler );
+    return ground;
+  }
   ground.hardware = Vex::makePtr< SimulatedSwitch >();
   if ( earlier.hardware ) {
     for ( const auto [ table, entries ] : earlier.hardware->capacity() ) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "KezEvpn/frame/StateMachine.h"
+#include "KezHelper/Takeover.h"
 #include "Loom/TaskScheduler.h"
 #include "shell/Roots.h"
 #include "switch/SimulatedSwitch.h"
@@ -13,14 +14,19 @@ struct Wiring {
   Roots roots;
   Vex::Ptr< Loom::TaskScheduler > scheduler;
   Vex::Ptr< Switch::SimulatedSwitch > hardware;
+  Vex::Ptr< KezHelper::Takeover > takeover; // null over a switch that was empty
 };
 
-// What an agent is made on, and what is left when it cannot be made: of an earlier one the inputs
-// as they stand, which come first among its roots too, a switch that is empty and has the same
-// sizes and listeners, and a scheduler.
-Wiring unwired( const Wiring & earlier = {} );
+// What becomes of the switch when an agent takes the place of an earlier one.
+enum class Hardware { empties, stays };
 
-// An agent, whose machines start. The earlier one has ended by then: machines do not share inputs,
+// What an agent is made on, and what is left when it cannot be made: of an earlier one the inputs
+// as they stand, which come first among its roots too, the switch, as it is or an empty one of the
+// same sizes and listeners, and a scheduler.
+Wiring unwired( const Wiring & earlier = {}, Hardware hardware = Hardware::empties );
+
+// An agent, whose machines start, and take over what the switch has if anything. The earlier one
+// has ended by then: machines do not share inputs,
 // and a shared table has one writer. Raises std::runtime_error when a table cannot be mounted.
 Wiring wire( const Wiring & ground = unwired() );
 

@@ -40,7 +40,7 @@ private:
   void time();
   void unheard();
   String machines();
-  void restart() { add( "restart" ); }
+  void restart() { add( any( { "restart", "restart hitless", "restart hitless" } ) ); }
 
   uint64_t below( uint64_t n ) { return random_() % n; }
   bool oneIn( uint64_t n ) { return below( n ) == 0; }
@@ -120,7 +120,7 @@ Lines Generator::lines( size_t events ) {
       chosen -= kind.weight;
     }
     if ( oneIn( 30 ) ) {
-      add( String( compareLine ) );
+      add( String( oneIn( 4 ) ? hitlessLine : compareLine ) );
     }
   }
   add( String( compareLine ) );

@@ -304,9 +304,11 @@ void startAnew( const System & system, History & history ) {
   for ( const auto & [ routeKey, route ] : system.lfibStatus->route() ) {
     history.told[ routeKey ] = wish( *system.lfibStatus, routeKey );
   }
-  history.poolsLimited = false;
-  history.poolsDisturbed = false;
-  history.updatesInPlace = false;
+  if ( !system.wiring.takeover ) {
+    history.poolsLimited = false;
+    history.poolsDisturbed = false;
+    history.updatesInPlace = false;
+  }
 }
 
 Vex::String differences( const System & system, const History & history ) {

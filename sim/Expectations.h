@@ -45,7 +45,7 @@ void judgeMembers( const System & system, History & history );
 void judgeMembersAnew( const System & system, History & history );
 
 // The agent has started anew, over inputs that stand: every machine looks at all of them, and
-// hardware has no past.
+// hardware has no past, unless it was taken over.
 void startAnew( const System & system, History & history );
 
 // How the switch and the outputs differ from what they must hold; empty when they do not.

@@ -25,6 +25,10 @@ inline constexpr std::string_view heardLine = "# heard";
 // From the next restart on tables stand in files, as they do with the agent's option --tables.
 inline constexpr std::string_view tablesLine = "# tables";
 
+// The machines are let come to rest, and started anew over hardware that stays, which costs no more
+// calls than hardware differs by afterwards.
+inline constexpr std::string_view hitlessLine = "# hitless";
+
 // What ends all faults and lets all that is due be done.
 inline const Lines settleLines{ "del switch.fault", "set scheduler.workBudget 1000", "advance 60" };
 
@@ -42,7 +46,9 @@ public:
 private:
   Vex::String executeOne( const Vex::String & line );
   void executeInAgent( const Vex::String & line );
-  Vex::String restart();
+  Vex::String restart( const Vex::String & line );
+  Vex::String settle();
+  Vex::String restartHitless();
   void remember( const Vex::String & line );
   Vex::String brokenPromises() const;
   Vex::String brokenInvariants() const;
@@ -52,6 +58,7 @@ private:
   void hear( Kez::StateMachine & machine );
   bool isDeaf( const Kez::StateMachine & machine ) const;
   uint64_t hardwareCalls() const;
+  uint64_t hardwareChanges() const;
 
   Agent::Wiring wiring_;
   std::ostream nowhere_{ nullptr };

@@ -53,18 +53,20 @@ Table poolOf( Kez::HwTunnelIdType type ) {
 
 // Each id of a pool is free or mapped, and there once.
 void conservation( const System & system, Differences & out ) {
-  std::set< Kez::HwTunnelId > mapped, inUse, all, released;
+  std::set< Kez::HwTunnelId > all, there;
+  std::set< std::pair< Kez::HwTunnelId, TunnelId > > mapped, inUse;
   for ( const auto & [ tunnelId, id ] : system.tunnelIdHwTunnelId->tunnelIdToHwTunnelId() ) {
-    out.expect( mapped.insert( id ).second, "two tunnels have " + textOf( id ) );
+    out.expect( there.insert( id ).second, "two tunnels have " + textOf( id ) );
+    mapped.emplace( id, tunnelId );
   }
   size_t numbers = 0;
   for ( const auto type : types ) {
     if ( const auto pool = system.hardware->hwTunnelIdPool( type ) ) {
-      for ( const auto id : pool->inUse() ) {
-        inUse.insert( id );
+      for ( const auto & [ id, tunnelId ] : pool->inUse() ) {
+        inUse.emplace( id, tunnelId );
       }
       for ( const auto & [ index, id ] : pool->released() ) {
-        released.insert( id );
+        there.insert( id );
       }
       numbers += pool->inUses() + pool->releaseds();
       for ( uint32_t number = 1; number <= pool->inUses() + pool->releaseds(); ++number ) {
@@ -73,8 +75,7 @@ void conservation( const System & system, Differences & out ) {
     }
   }
   out.same( "hardware tunnel ids in use", mapped, inUse );
-  released.merge( inUse );
-  out.same( "hardware tunnel ids", all, released );
+  out.same( "hardware tunnel ids", all, there );
   out.expect( all.size() == numbers, "a hardware tunnel id is there twice" );
 }
 
@@ -178,7 +179,7 @@ void fecs( const System & system, Differences & out ) {
     wanted.emplace( Wire::DynamicTunnelIntfId::intfId( path.tunnelId ), path.label );
   }
   std::map< uint64_t, Way > answered; // by hardware FEC id
-  std::set< std::pair< Rook::Fib::FecId, Kez::HwTunnelIds > > programmed;
+  std::set< std::pair< uint64_t, KezHelper::HwFec > > programmed, present;
   for ( const auto & [ fecId, fec ] : system.fecRequest->fec() ) {
     out.expect( fec.via.size() == 1 && fec.fecId == fecId && fecId.value() >= 0x0B00000000000000,
                 "FEC " + textOf( fecId ) + " is not one of a path" );
@@ -189,24 +190,23 @@ void fecs( const System & system, Differences & out ) {
     out.expect( system.fecRequest->hwFecIdRequest( fecId ) ==
                     Kez::HwFecIdRequest( fecId, hwTunnelId ),
                 "FEC " + textOf( fecId ) + " is requested wrongly" );
-    programmed.emplace( fecId, hwTunnelId );
     const auto answer = system.fecResponse->hwFecIdResponse( fecId );
     out.expect( !room || answer.l2IntfId == way.first,
                 "FEC " + textOf( fecId ) + " has no answer" );
     if ( answer.l2IntfId != IntfId() ) {
       answered[ answer.hwFecId ] = way;
+      programmed.emplace( answer.hwFecId, KezHelper::HwFec( false, fec.via, hwTunnelId ) );
     }
   }
   out.expect( wanted == requested, "other FECs are requested than paths are used" );
   out.expect( system.fecRequest->hwFecIdRequests() == requested.size(),
               "a FEC is requested by half" );
-  std::set< std::pair< Rook::Fib::FecId, Kez::HwTunnelIds > > present;
-  for ( const auto & [ fecId, hwTunnelIds ] : hardware.fec() ) {
-    if ( fecId.kind() == Rook::Fib::FecKind::floodSetPath ) {
-      present.emplace( fecId, hwTunnelIds );
+  for ( const auto & [ hwFecId, fec ] : hardware.fec() ) {
+    if ( !Switch::isHwFecIdOfHosts( hwFecId ) ) {
+      present.emplace( hwFecId, fec );
     }
   }
-  out.same( "switch.fec", programmed, present, room );
+  out.same( "switch.fec", programmed, present );
   out.expect( present.size() == answered.size() &&
                   system.fecResponse->hwFecIdResponses() == answered.size() &&
                   system.hwInfoMapping->mappings() == answered.size(),

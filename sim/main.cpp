@@ -26,12 +26,12 @@ namespace {
 // As a scenario that the agent runs too.
 void print( const Lines & lines ) {
   for ( const auto & line : lines ) {
-    if ( line == compareLine ) {
+    if ( line == compareLine || line == hitlessLine ) {
       for ( const auto & each : settleLines ) {
         std::cout << each << '\n';
       }
     }
-    std::cout << line << '\n';
+    std::cout << line << '\n' << ( line == hitlessLine ? "restart hitless\nadvance 60\n" : "" );
   }
 }
 

@@ -14,12 +14,12 @@ Kez::HwTunnelId HwTunnelIdPool::next() const {
              : Kez::HwTunnelId( hwTunnelIdType(), static_cast< uint32_t >( inUses() + 1 ) );
 }
 
-Kez::HwTunnelId HwTunnelIdPool::take() {
+Kez::HwTunnelId HwTunnelIdPool::takeFor( Tunnel::TunnelTable::TunnelId tunnelId ) {
   const auto id = next();
   if ( releaseds() > 0 ) {
     releasedDeq();
   }
-  inUseIs( id );
+  inUseIs( id, tunnelId );
   return id;
 }
 

@@ -12,9 +12,9 @@
 // What paths write, tables included, is no call.
 #pragma once
 
-#include "KezEvpn/FecRequests.h"
 #include "KezEvpn/FloodSets.h"
-#include "Wire/MplsLabel.h"
+#include "KezHelper/EvpnFloodingSmHelper.h"
+#include "KezHelper/HwFecs.h"
 #include "switch/SwitchCall.h"
 
 #include <vector>
@@ -24,35 +24,22 @@ namespace Switch {
 // A wrong call is carried out as far as it can be, left undone, or ends the process.
 VEX_ENUM( Strictness, "Switch::Strictness", count, refuse, fatal )
 
-// What is programmed on a port for a VLAN, by the interface that it was programmed for: a port
-// that moves between two LAGs can be there for both.
-struct PortVlanKey {
-  Wire::IntfId parentIntfId;
-  Wire::IntfId memberIntfId;
-  Bridging::VlanId vlanId = 1;
-  VEX_VALUE( PortVlanKey, "Switch::PortVlanKey", parentIntfId, memberIntfId, vlanId )
-};
-
-struct EsiData {
-  Tunnel::TunnelTable::TunnelId tunnelId;
-  Kez::HwTunnelId hwTunnelId;
-  Wire::MplsLabel dfEsiLabel;
-  Wire::MplsLabel localEsiLabel;
-  VEX_VALUE( EsiData, "Switch::EsiData", tunnelId, hwTunnelId, dfEsiLabel, localEsiLabel )
-};
+using KezHelper::EsiData;
+using KezHelper::HwFec;
+using KezHelper::PortVlanKey;
 
 // The hardware tunnel ids of one type: 1, 2, and so on. The one that was given back first is the
 // first to be given out again, before a fresh one.
 class HwTunnelIdPool : public Vex::Entity {
   VEX_ENTITY( HwTunnelIdPool, "Switch::HwTunnelIdPool" )
   VEX_KEY( HwTunnelIdPool, hwTunnelIdType, Kez::HwTunnelIdType )
-  VEX_SET( 1, inUse, Kez::HwTunnelId )
+  VEX_MAP( 1, inUse, Kez::HwTunnelId, Tunnel::TunnelTable::TunnelId ) // for which it was got
   VEX_QUEUE( 2, released, Kez::HwTunnelId )
   VEX_ATTRIBUTES( inUse, released )
 
 public:
   Kez::HwTunnelId next() const;
-  Kez::HwTunnelId take();
+  Kez::HwTunnelId takeFor( Tunnel::TunnelTable::TunnelId tunnelId );
   void giveBack( Kez::HwTunnelId hwTunnelId );
 };
 
@@ -73,7 +60,7 @@ class SimulatedSwitch : public Vex::Entity {
   VEX_MAP( 4, esiData, PortVlanKey, EsiData )
   VEX_MAP( 5, esiPortMap, Wire::IntfId, Wire::MplsLabel ) // to the label that is not flooded to it
   VEX_ENTITIES( 6, hwTunnelIdPool, HwTunnelIdPool )
-  VEX_MAP( 7, fec, Rook::Fib::FecId, Kez::HwTunnelIds )
+  VEX_MAP( 7, fec, uint64_t, HwFec ) // by its hardware id
   VEX_SET( 8, floodSetDest, Kez::FloodSetMplsDestConfig )
   VEX_MAP( 10, macEntry, Bridging::MacVlanPair, uint64_t ) // to the hardware id of a FEC
   VEX_COUNTER( 9, hwFecIdUse, uint64_t ) // how many of both use a FEC, by its hardware id

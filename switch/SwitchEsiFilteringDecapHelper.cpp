@@ -1,6 +1,7 @@
 #include "switch/SwitchEsiFilteringDecapHelper.h"
 
 #include "Ringlog/Trace.h"
+#include "switch/SwitchTable.h"
 
 static Ringlog::Handle traceHandle( "KezSwitchEsiFilteringDecapHelper" );
 
@@ -23,6 +24,15 @@ LfibHwProgrammingReturnCode codeOf( bool there, Failure failure ) {
 }
 
 } // namespace
+
+SwitchEsiFilteringDecapHelper::SwitchEsiFilteringDecapHelper(
+    const Vex::String & name, const Vex::Ptr< SimulatedSwitch > & hardware )
+    : EsiFilteringDecapHelper( name ), simulatedSwitch_( hardware ),
+      esiPortMap_( switchTable< Wire::IntfId, Wire::MplsLabel >(
+          [ &table = *hardware ] { return table.esiPortMap(); },
+          [ &table = *hardware ]( Wire::IntfId intfId ) {
+            return entryOf( table.esiPortMapHas( intfId ), table.esiPortMap( intfId ) );
+          } ) ) {}
 
 LfibHwProgrammingReturnCode SwitchEsiFilteringDecapHelper::createEsiPortMap( Wire::MplsLabel label,
                                                                              Wire::IntfId intfId ) {

@@ -17,12 +17,17 @@ class SwitchEsiFilteringDecapHelper : public KezHelper::EsiFilteringDecapHelper 
 
 public:
   SwitchEsiFilteringDecapHelper( const Vex::String & name,
-                                 const Vex::Ptr< SimulatedSwitch > & hardware )
-      : EsiFilteringDecapHelper( name ), simulatedSwitch_( hardware ) {}
+                                 const Vex::Ptr< SimulatedSwitch > & hardware );
 
   Mpls::LfibHwProgrammingReturnCode createEsiPortMap( Wire::MplsLabel label,
                                                       Wire::IntfId intfId ) override;
   void deleteEsiPortMap( Wire::MplsLabel label, Wire::IntfId intfId ) override;
+  const KezHelper::HwTable< Wire::IntfId, Wire::MplsLabel > * esiPortMaps() const override {
+    return esiPortMap_.get();
+  }
+
+private:
+  const std::unique_ptr< const KezHelper::HwTable< Wire::IntfId, Wire::MplsLabel > > esiPortMap_;
 };
 
 } // namespace Switch

@@ -5,18 +5,22 @@ namespace Switch {
 using Rook::Fib::FecId;
 using Rook::Fib::FecKind;
 
-// Those of flood sets from 1 on.
+// Below the kind a number from 1 on; the kind of flood sets is 0.
+static constexpr unsigned kindShift = 32;
+
 uint64_t hwFecIdOf( FecId fecId ) {
-  constexpr unsigned kindShift = 32;
   const auto kind = uint64_t( fecId.kind() ) - uint64_t( FecKind::floodSetPath );
   return kind << kindShift | ( ( fecId.number() & UINT32_MAX ) + 1 );
 }
 
-Kez::HwFecIdResponse hwFecIdResponseOf( const Rook::Fib::Fec & fec ) {
-  const bool sharesOut = fec.fecId.kind() == FecKind::macLoadBalance;
-  return { hwFecIdOf( fec.fecId ),
-           sharesOut ? Wire::IntfId( "LoadBalance" + Vex::text( fec.fecId.number() ) )
-                     : fec.via.front().intfId };
+bool isHwFecIdOfHosts( uint64_t hwFecId ) {
+  return hwFecId >> kindShift != 0;
+}
+
+Kez::HwFecIdResponse hwFecIdResponseOf( uint64_t hwFecId, const HwFec & fec ) {
+  const auto number = ( hwFecId & UINT32_MAX ) - 1;
+  return { hwFecId, fec.sharesOut ? Wire::IntfId( "LoadBalance" + Vex::text( number ) )
+                                  : fec.via.front().intfId };
 }
 
 } // namespace Switch

@@ -8,25 +8,34 @@
 // not withdrawn in between. What is due at one time is taken in order, or, with a `shuffleSeed`, in
 // a random one. What could not be programmed is tried again after `retryInterval`, once for each
 // FEC or user however often it has changed. Deleting a FEC that is used is a wrong call.
+//
+// Over hardware that is taken over, a request whose contents it has is answered from that, within
+// the write and without a call. What hardware has and is not asked for stays until the sweep, and a
+// FEC that is still used then until it is not.
 #pragma once
+
+#include "KezHelper/Takeover.h"
 
 #include "Loom/TimerWheel.h"
 #include "Ringlog/Trace.h"
 #include "switch/Agenda.h"
 #include "switch/Random.h"
 #include "switch/SimulatedSwitch.h"
+#include "switch/SwitchTable.h"
 
+#include <set>
 #include <variant>
 
 namespace Switch {
 
-// What hardware answers for a FEC: an id of its own among those of all kinds, and the interface of
-// its only via, or one of its own where it shares traffic out.
+// What hardware answers for a FEC: an id of its own among those of all kinds, or the next that is
+// free, and the interface of its only via, or one of its own where it shares traffic out.
 uint64_t hwFecIdOf( Rook::Fib::FecId fecId );
-Kez::HwFecIdResponse hwFecIdResponseOf( const Rook::Fib::Fec & fec );
+bool isHwFecIdOfHosts( uint64_t hwFecId );
+Kez::HwFecIdResponse hwFecIdResponseOf( uint64_t hwFecId, const HwFec & fec );
 
-// `User` is what uses FECs, as hardware is told of it.
-template< class User > class SwitchFecs : public Vex::Entity, public Vex::ReactorOwner {
+// `User` is what uses FECs, as hardware is told of it, `Data` what it has for one.
+template< class User, class Data > class SwitchFecs : public Vex::Entity, public Vex::ReactorOwner {
 public:
   class VexFecRequest : public Vex::ReactorOf< SwitchFecs, Kez::FecIdToHwFecIdRequest > {
   public:
@@ -57,6 +66,26 @@ public:
 
   static uint64_t hwFecIdOf( Rook::Fib::FecId fecId ) { return Switch::hwFecIdOf( fecId ); }
 
+  // Before the machines start.
+  void takeoverIs( const Vex::Ptr< KezHelper::Takeover > & takeover ) {
+    takeover_ = takeover;
+    for ( const auto walk = fecs().walk(); const auto entry = walk->next(); ) {
+      inherited_.add( entry->key, entry->data );
+      simulatedSwitch()->hwFecIdUseDel( entry->key );
+    }
+    takeover->inheritedInc( inherited_.size() );
+    for ( const auto walk = users().walk(); const auto entry = walk->next(); ) {
+      usedBy( hwFecIdUsedBy( entry->key, entry->data ) );
+      takeover->inheritedInc( 1 );
+    }
+    takeover->partIs( sweepOfUsers_ );
+    takeover->partIs( sweepOfFecs_ );
+  }
+
+  // What hardware has of those that are asked for here, and of their users.
+  const KezHelper::HwFecTable & fecs() const { return *fecTable_; }
+  virtual const KezHelper::HwTable< User, Data > & users() const = 0;
+
 protected:
   // `wrongWhenUsed` is what is wrong with the deletion of a FEC that is used.
   SwitchFecs( Ringlog::Handle & traceHandle, const char * wrongWhenUsed,
@@ -71,8 +100,27 @@ protected:
   // For the constructor, last.
   void watchFecRequests() { fecRequestReactor_.notifierIs( fecRequest() ); }
 
+  ~SwitchFecs() override {
+    if ( takeover_ ) {
+      takeover_->partDel( sweepOfUsers_ );
+      takeover_->partDel( sweepOfFecs_ );
+    }
+  }
+
   // Brings hardware, and what it answers, to what is asked for.
   virtual void see( const User & user ) = 0;
+  virtual uint64_t hwFecIdUsedBy( const User & user, const Data & data ) const = 0;
+  // Whether a FEC in hardware is of a kind that is asked for here.
+  virtual bool isOwn( uint64_t hwFecId ) const = 0;
+
+  // For what is asked for and stands.
+  void kept() {
+    if ( takeover_ && !takeover_->hasEnded() ) {
+      takeover_->keptInc();
+    }
+  }
+  // Whether what is not asked for stays in hardware for now.
+  bool leavesStanding() const { return takeover_ && takeover_->collects(); }
 
   // Sees to what has changed about it, at once or after the delay.
   using Subject = std::variant< Rook::Fib::FecId, User >;
@@ -90,14 +138,16 @@ protected:
   void leftBy( uint64_t hwFecId ) {
     if ( simulatedSwitch()->hwFecIdUseDec( hwFecId ) == 0 ) {
       simulatedSwitch()->hwFecIdUseDel( hwFecId );
+      if ( leftOver_.erase( hwFecId ) > 0 ) {
+        deleteFec( hwFecId, Vex::text( hwFecId ) );
+      }
     }
   }
 
 private:
   // A request of a FEC that is not answered yet.
   struct Request {
-    Kez::HwFecIdResponse answer;
-    Kez::HwTunnelIds hwTunnelId;
+    HwFec fec;
     double withdrawalDue = 0; // once it has been given up
   };
   class Delay final : public Loom::Timer {
@@ -109,6 +159,16 @@ private:
     void fire() override { owner_.doDueWork(); }
     SwitchFecs & owner_;
   };
+  // A part of a takeover that is swept by a function of this one.
+  class Sweep final : public KezHelper::TakeoverPart {
+  public:
+    Sweep( SwitchFecs & owner, bool ( SwitchFecs::*sweep )() ) : owner_( owner ), sweep_( sweep ) {}
+    bool sweepOne() override { return ( owner_.*sweep_ )(); }
+
+  private:
+    SwitchFecs & owner_;
+    bool ( SwitchFecs::*const sweep_ )();
+  };
 
   bool isRequested( Rook::Fib::FecId fecId ) const {
     return !fecRequest()->fec( fecId ).via.empty() && fecRequest()->hwFecIdRequestHas( fecId );
@@ -117,12 +177,15 @@ private:
     return !fecRequest()->fecHas( fecId ) && !fecRequest()->hwFecIdRequestHas( fecId );
   }
   Request standingRequest( Rook::Fib::FecId fecId ) const {
-    return { hwFecIdResponseOf( fecRequest()->fec( fecId ) ),
-             fecRequest()->hwFecIdRequest( fecId ).hwTunnelId };
+    return { { fecId.kind() == Rook::Fib::FecKind::macLoadBalance, fecRequest()->fec( fecId ).via,
+               fecRequest()->hwFecIdRequest( fecId ).hwTunnelId } };
   }
 
   void handleFecRequest( Rook::Fib::FecId fecId ) {
     if ( isRequested( fecId ) ) {
+      if ( inherited_.size() > 0 && claim( fecId, standingRequest( fecId ).fec ) ) {
+        return;
+      }
       unanswered_[ fecId ] = standingRequest( fecId );
       changed( fecId );
     } else if ( isGivenUp( fecId ) ) {
@@ -177,47 +240,125 @@ private:
       withdraw( fecId );
     }
   }
+  // Which it has, or would be given.
+  uint64_t hwFecIdFor( Rook::Fib::FecId fecId ) const {
+    if ( const auto at = hwFecIds_.find( fecId ); at != hwFecIds_.end() ) {
+      return at->second;
+    }
+    auto hwFecId = hwFecIdOf( fecId );
+    while ( simulatedSwitch()->fecHas( hwFecId ) ) {
+      ++hwFecId;
+    }
+    return hwFecId;
+  }
   void answer( Rook::Fib::FecId fecId, const Request & request ) {
     auto & hardware = *simulatedSwitch();
-    const bool room = hardware.hasRoom( Operation::createFec, hardware.fecHas( fecId ) );
+    const auto response = hwFecIdResponseOf( hwFecIdFor( fecId ), request.fec );
+    const bool room = hardware.hasRoom( Operation::createFec, hardware.fecHas( response.hwFecId ) );
     if ( hardware.creation(
              Operation::createFec, room, std::nullopt, [ & ] { return Vex::text( fecId ); },
-             [ & ] { return Vex::briefText( request.answer ); } ) ) {
+             [ & ] { return Vex::briefText( response ); } ) ) {
       if ( isRequested( fecId ) ) {
         retry( fecId );
       }
       return;
     }
     const auto & traceHandle = handle_;
-    TRACE( 5, "createFec ", fecId, " hwTunnelId ", request.hwTunnelId );
-    hardware.fecIs( fecId, request.hwTunnelId );
-    fecResponse()->hwFecIdResponseIs( fecId, request.answer );
+    TRACE( 5, "createFec ", fecId, " hwTunnelId ", request.fec.hwTunnelId );
+    hardware.fecIs( response.hwFecId, request.fec );
+    hwFecIds_[ fecId ] = response.hwFecId;
+    fecResponse()->hwFecIdResponseIs( fecId, response );
   }
   void withdraw( Rook::Fib::FecId fecId ) {
-    auto & hardware = *simulatedSwitch();
-    if ( !hardware.fecHas( fecId ) ) {
+    const auto at = hwFecIds_.find( fecId );
+    if ( at == hwFecIds_.end() ) {
       return;
     }
-    const bool used = hardware.hwFecIdUse( hwFecIdOf( fecId ) ) > 0;
-    if ( hardware.deletion( Operation::deleteFec, wrongIf( used, wrongWhenUsed_ ),
-                            [ & ] { return Vex::text( fecId ); } ) ) {
-      const auto & traceHandle = handle_;
-      TRACE( 5, "deleteFec ", fecId );
-      hardware.fecDel( fecId );
-      fecResponse()->hwFecIdResponseDel( fecId );
+    const auto hwFecId = at->second;
+    if ( leavesStanding() ) {
+      inherited_.add( hwFecId, simulatedSwitch()->fec( hwFecId ) );
+    } else if ( !deleteFec( hwFecId, Vex::text( fecId ) ) ) {
+      return;
     }
+    hwFecIds_.erase( at );
+    fecResponse()->hwFecIdResponseDel( fecId );
+  }
+  bool deleteFec( uint64_t hwFecId, const Vex::String & name ) {
+    auto & hardware = *simulatedSwitch();
+    const bool used = hardware.hwFecIdUse( hwFecId ) > 0;
+    const bool deleted = hardware.deletion( Operation::deleteFec, wrongIf( used, wrongWhenUsed_ ),
+                                            [ & ] { return name; } );
+    if ( deleted ) {
+      const auto & traceHandle = handle_;
+      TRACE( 5, "deleteFec ", name );
+      hardware.fecDel( hwFecId );
+    }
+    return deleted;
   }
 
+  // Answers a request from what hardware has. Whether it could.
+  bool claim( Rook::Fib::FecId fecId, const HwFec & fec ) {
+    if ( hwFecIds_.contains( fecId ) ) {
+      return false;
+    }
+    const auto hwFecId = inherited_.claim( fec );
+    if ( hwFecId ) {
+      kept();
+      hwFecIds_[ fecId ] = *hwFecId;
+      unanswered_.erase( fecId );
+      agenda_.del( fecId );
+      fecResponse()->hwFecIdResponseIs( fecId, hwFecIdResponseOf( *hwFecId, fec ) );
+    }
+    return hwFecId.has_value();
+  }
+  bool sweepUser() {
+    if ( !userWalk_ ) {
+      userWalk_ = users().walk();
+    }
+    const auto user = userWalk_->next();
+    if ( user ) {
+      see( user->key );
+      takeover_->removedInc( users().find( user->key ) ? 0 : 1 );
+    }
+    return user.has_value();
+  }
+  bool sweepFec() {
+    const auto hwFecId = inherited_.take();
+    if ( hwFecId && simulatedSwitch()->hwFecIdUse( *hwFecId ) > 0 ) {
+      leftOver_.insert( *hwFecId );
+    } else if ( hwFecId ) {
+      takeover_->removedInc( 1 );
+      deleteFec( *hwFecId, Vex::text( *hwFecId ) );
+    }
+    return hwFecId.has_value();
+  }
+
+  std::optional< HwFec > ownFec( uint64_t hwFecId ) const {
+    return simulatedSwitch()->fecHas( hwFecId ) && isOwn( hwFecId )
+               ? std::optional( simulatedSwitch()->fec( hwFecId ) )
+               : std::nullopt;
+  }
+
+  const std::unique_ptr< const KezHelper::HwFecTable > fecTable_ =
+      switchTable< uint64_t, HwFec >( [ this ] { return simulatedSwitch()->fec(); },
+                                      [ this ]( uint64_t hwFecId ) { return ownFec( hwFecId ); } );
   const Ringlog::Handle & handle_; // the part's
   const char * const wrongWhenUsed_;
   Agenda< Subject > agenda_;
   std::map< Rook::Fib::FecId, Request > unanswered_;
+  std::map< Rook::Fib::FecId, uint64_t > hwFecIds_; // of what has been answered
   uint64_t changes_ = 0;
   Delay delay_;
+  Vex::Ptr< KezHelper::Takeover > takeover_; // null over hardware that was empty
+  KezHelper::InheritedFecs inherited_;
+  std::set< uint64_t > leftOver_; // by the sweep, as long as they are used
+  std::unique_ptr< typename KezHelper::HwTable< User, Data >::Walk > userWalk_; // of the sweep
+  Sweep sweepOfUsers_{ *this, &SwitchFecs::sweepUser };
+  Sweep sweepOfFecs_{ *this, &SwitchFecs::sweepFec };
   VexFecRequest fecRequestReactor_;
 };
 
-template< class User > size_t SwitchFecs< User >::pendingAnswers() const {
+template< class User, class Data > size_t SwitchFecs< User, Data >::pendingAnswers() const {
   return agenda_.size();
 }
 

@@ -14,7 +14,13 @@ SwitchFloodSets::SwitchFloodSets( const Vex::Ptr< SimulatedSwitch > & hardware,
                                   const Vex::Ptr< Kez::EvpnVlanFloodSetHwStatus > & hwStatus )
     : SwitchFecs( traceHandle, "a destination uses it", hardware, timerWheel, fecRequest,
                   fecResponse ),
-      hwConfig_( hwConfig ), hwStatus_( hwStatus ), hwConfigReactor_( *this ) {
+      hwConfig_( hwConfig ), hwStatus_( hwStatus ),
+      dests_( switchTable< Dest, Vex::NoValue >(
+          [ this ] { return simulatedSwitch()->floodSetDest(); },
+          [ this ]( const Dest & dest ) {
+            return entryOf( simulatedSwitch()->floodSetDestHas( dest ) );
+          } ) ),
+      hwConfigReactor_( *this ) {
   watchFecRequests();
   hwConfigReactor_.notifierIs( hwConfig );
 }
@@ -30,12 +36,20 @@ void SwitchFloodSets::VexVlanFloodSetConfig::handleNotifier() {
   }
 }
 
+bool SwitchFloodSets::isOwn( uint64_t hwFecId ) const {
+  return !isHwFecIdOfHosts( hwFecId );
+}
+
 void SwitchFloodSets::see( const Dest & dest ) {
   const auto floodSet = hwConfig()->config( dest.macVlanPair );
   if ( !floodSet || !floodSet->mplsDestConfigHas( dest.config ) ) {
     unprogram( dest );
   } else if ( !simulatedSwitch()->floodSetDestHas( dest ) ) {
     program( dest );
+  } else if ( const auto status = hwStatus()->statusIs( dest.macVlanPair );
+              !status->mplsDestStatusHas( dest.config ) ) {
+    kept();
+    status->mplsDestStatusIs( dest.config, HwProgrammingStatus::programmed );
   }
 }
 
@@ -57,7 +71,7 @@ void SwitchFloodSets::program( const Dest & dest ) {
 
 void SwitchFloodSets::unprogram( const Dest & dest ) {
   auto & hardware = *simulatedSwitch();
-  if ( hardware.floodSetDestHas( dest ) &&
+  if ( !leavesStanding() && hardware.floodSetDestHas( dest ) &&
        hardware.deletion( Operation::deleteFloodSetDest, std::nullopt,
                           [ & ] { return Vex::briefText( dest ); } ) ) {
     TRACE( 5, "deleteFloodSetDest ", dest );

@@ -8,7 +8,7 @@
 
 namespace Switch {
 
-class SwitchFloodSets : public SwitchFecs< Kez::FloodSetMplsDestConfig > {
+class SwitchFloodSets : public SwitchFecs< Kez::FloodSetMplsDestConfig, Vex::NoValue > {
 public:
   class VexVlanFloodSetConfig
       : public Vex::MemberReactor< SwitchFloodSets, Kez::VlanFloodSetConfig > {
@@ -21,7 +21,7 @@ public:
   };
 
   VEX_ENTITY( SwitchFloodSets, "Switch::SwitchFloodSets",
-              SwitchFecs< Kez::FloodSetMplsDestConfig > )
+              SwitchFecs< Kez::FloodSetMplsDestConfig, Vex::NoValue > )
   VEX_INPUT( 1, hwConfig, Kez::EvpnVlanFloodSetHwConfig )
   VEX_OUTPUT( 2, hwStatus, Kez::EvpnVlanFloodSetHwStatus )
   VEX_REACTORS( 3, vlanFloodSetConfig, VexVlanFloodSetConfig )
@@ -37,13 +37,22 @@ public:
                    const Vex::Ptr< const Kez::EvpnVlanFloodSetHwConfig > & hwConfig,
                    const Vex::Ptr< Kez::EvpnVlanFloodSetHwStatus > & hwStatus );
 
+  const KezHelper::HwTable< Kez::FloodSetMplsDestConfig, Vex::NoValue > & users() const override {
+    return *dests_;
+  }
+
 private:
   using Dest = Kez::FloodSetMplsDestConfig;
 
   void see( const Dest & dest ) override;
+  uint64_t hwFecIdUsedBy( const Dest & dest, const Vex::NoValue & ) const override {
+    return dest.config.hwIdForTunnelProgramming;
+  }
+  bool isOwn( uint64_t hwFecId ) const override;
   void program( const Dest & dest );
   void unprogram( const Dest & dest );
 
+  const std::unique_ptr< const KezHelper::HwTable< Dest, Vex::NoValue > > dests_;
   VexHwConfig hwConfigReactor_;
 };
 

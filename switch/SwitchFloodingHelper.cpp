@@ -1,6 +1,7 @@
 #include "switch/SwitchFloodingHelper.h"
 
 #include "Ringlog/Trace.h"
+#include "switch/SwitchTable.h"
 
 static Ringlog::Handle traceHandle( "KezSwitchFloodingHelper" );
 
@@ -64,6 +65,34 @@ void remove( SimulatedSwitch & hardware, Operation operation,
 }
 
 } // namespace
+
+SwitchFloodingHelper::SwitchFloodingHelper( const Vex::String & name,
+                                            const Vex::Ptr< SimulatedSwitch > & hardware )
+    : EvpnFloodingSmHelper( name ), simulatedSwitch_( hardware ),
+      vlan_( switchTable< VlanId, VlanIdOrNone >( [ &table = *hardware ] { return table.vlan(); },
+                                                  [ &table = *hardware ]( VlanId vlanId ) {
+                                                    return entryOf( table.vlanHas( vlanId ),
+                                                                    table.vlan( vlanId ) );
+                                                  } ) ),
+      dot1qMapping_( switchTable< PortVlanKey, VlanIdOrNone >(
+          [ &table = *hardware ] { return table.dot1qMapping(); },
+          [ &table = *hardware ]( const PortVlanKey & key ) {
+            return entryOf( table.dot1qMappingHas( key ), table.dot1qMapping( key ) );
+          } ) ),
+      nonDfPort_( switchTable< PortVlanKey, Vex::NoValue >(
+          [ &table = *hardware ] { return table.nonDfPort(); },
+          [ &table = *hardware ]( const PortVlanKey & key ) {
+            return entryOf( table.nonDfPortHas( key ) );
+          } ) ),
+      esiData_( switchTable< PortVlanKey, EsiData >(
+          [ &table = *hardware ] { return table.esiData(); },
+          [ &table = *hardware ]( const PortVlanKey & key ) {
+            return entryOf( table.esiDataHas( key ), table.esiData( key ) );
+          } ) ) {}
+
+KezHelper::EvpnFloodingInventory SwitchFloodingHelper::inventory() const {
+  return { vlan_.get(), dot1qMapping_.get(), nonDfPort_.get(), esiData_.get() };
+}
 
 HwProgrammingStatus SwitchFloodingHelper::createVlan( VlanId vlanId, VlanIdOrNone dot1q ) {
   auto & hardware = *simulatedSwitch_;

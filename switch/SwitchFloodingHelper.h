@@ -21,8 +21,7 @@ class SwitchFloodingHelper : public KezHelper::EvpnFloodingSmHelper {
   VEX_ATTRIBUTES( simulatedSwitch )
 
 public:
-  SwitchFloodingHelper( const Vex::String & name, const Vex::Ptr< SimulatedSwitch > & hardware )
-      : EvpnFloodingSmHelper( name ), simulatedSwitch_( hardware ) {}
+  SwitchFloodingHelper( const Vex::String & name, const Vex::Ptr< SimulatedSwitch > & hardware );
 
   Kez::HwProgrammingStatus createVlan( Bridging::VlanId vlanId,
                                        Bridging::VlanIdOrNone dot1q ) override;
@@ -46,6 +45,16 @@ public:
   void deleteEsiData( Wire::IntfId parentIntfId, Wire::IntfId memberIntfId, Bridging::VlanId vlanId,
                       const Tunnel::TunnelTable::TunnelId & tid,
                       const Kez::HwTunnelId & hwTid ) override;
+  KezHelper::EvpnFloodingInventory inventory() const override;
+
+private:
+  template< class Key, class Data >
+  using Table = const std::unique_ptr< const KezHelper::HwTable< Key, Data > >;
+
+  Table< Bridging::VlanId, Bridging::VlanIdOrNone > vlan_;
+  Table< PortVlanKey, Bridging::VlanIdOrNone > dot1qMapping_;
+  Table< PortVlanKey, Vex::NoValue > nonDfPort_;
+  Table< PortVlanKey, EsiData > esiData_;
 };
 
 } // namespace Switch

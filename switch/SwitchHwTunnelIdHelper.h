@@ -19,7 +19,26 @@ public:
       : EvpnHwTunnelIdSmHelper( name ), simulatedSwitch_( hardware ) {}
 
   Kez::HwTunnelId getHwTunnelId( Kez::HwTunnelIdType hwTunnelIdType ) override;
+  Kez::HwTunnelId getHwTunnelIdForTunnel( Kez::HwTunnelIdType hwTunnelIdType,
+                                          Tunnel::TunnelTable::TunnelId tunnelId ) override;
   void releaseHwTunnelId( const Kez::HwTunnelId & hwTunnelId ) override;
+  const HwTunnelIds * hwTunnelIdsInUse() const override { return &idsInUse_; }
+
+private:
+  // Those of all pools.
+  class IdsInUse final : public HwTunnelIds {
+  public:
+    explicit IdsInUse( const SwitchHwTunnelIdHelper & helper ) : helper_( helper ) {}
+
+    std::optional< Tunnel::TunnelTable::TunnelId >
+    find( const Kez::HwTunnelId & hwTunnelId ) const override;
+    std::unique_ptr< Walk > walk() const override;
+
+  private:
+    const SwitchHwTunnelIdHelper & helper_;
+  };
+
+  const IdsInUse idsInUse_{ *this };
 };
 
 } // namespace Switch

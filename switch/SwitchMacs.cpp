@@ -15,6 +15,12 @@ SwitchMacs::SwitchMacs( const Vex::Ptr< SimulatedSwitch > & hardware,
     : SwitchFecs( traceHandle, "a MAC entry uses it", hardware, timerWheel, fecRequest,
                   fecResponse ),
       macAddrFecStatus_( macAddrFecStatus ), macAddrHwStatus_( macAddrHwStatus ),
+      macEntries_( switchTable< MacVlanPair, uint64_t >(
+          [ this ] { return simulatedSwitch()->macEntry(); },
+          [ this ]( const MacVlanPair & host ) {
+            return entryOf( simulatedSwitch()->macEntryHas( host ),
+                            simulatedSwitch()->macEntry( host ) );
+          } ) ),
       macAddrFecStatusReactor_( *this ) {
   watchFecRequests();
   macAddrFecStatusReactor_.notifierIs( macAddrFecStatus );
@@ -31,6 +37,10 @@ void SwitchMacs::VexMacAddrFecStatus::handleNotifier() {
   }
 }
 
+bool SwitchMacs::isOwn( uint64_t hwFecId ) const {
+  return isHwFecIdOfHosts( hwFecId );
+}
+
 void SwitchMacs::see( const MacVlanPair & host ) {
   if ( macAddrFecStatus()->hostHas( host ) ) {
     program( host, macAddrFecStatus()->host( host ) );
@@ -44,6 +54,10 @@ void SwitchMacs::program( const MacVlanPair & host, const Kez::MacFec & fec ) {
   const bool stands = hardware.macEntryHas( host );
   const auto before = hardware.macEntry( host );
   if ( stands && before == fec.hwFecId ) {
+    if ( !macAddrHwStatus()->hostHas( host ) ) {
+      kept();
+    }
+    macAddrHwStatus()->programmedIs( host, fec.fecId );
     return;
   }
   if ( hardware.creation(
@@ -65,7 +79,7 @@ void SwitchMacs::program( const MacVlanPair & host, const Kez::MacFec & fec ) {
 void SwitchMacs::unprogram( const MacVlanPair & host ) {
   auto & hardware = *simulatedSwitch();
   const auto hwFecId = hardware.macEntry( host );
-  if ( hardware.macEntryHas( host ) &&
+  if ( !leavesStanding() && hardware.macEntryHas( host ) &&
        hardware.deletion( Operation::deleteMacEntry, std::nullopt,
                           [ & ] { return Vex::briefText( host ); } ) ) {
     TRACE( 5, "deleteMacEntry ", host );

@@ -10,7 +10,7 @@
 
 namespace Switch {
 
-class SwitchMacs : public SwitchFecs< Bridging::MacVlanPair > {
+class SwitchMacs : public SwitchFecs< Bridging::MacVlanPair, uint64_t > {
 public:
   class VexMacAddrFecStatus : public Vex::ReactorOf< SwitchMacs, Kez::MacAddrFecStatus > {
   public:
@@ -21,7 +21,7 @@ public:
     void handleNotifier() override;
   };
 
-  VEX_ENTITY( SwitchMacs, "Switch::SwitchMacs", SwitchFecs< Bridging::MacVlanPair > )
+  VEX_ENTITY( SwitchMacs, "Switch::SwitchMacs", SwitchFecs< Bridging::MacVlanPair, uint64_t > )
   VEX_INPUT( 1, macAddrFecStatus, Kez::MacAddrFecStatus )
   VEX_OUTPUT( 2, macAddrHwStatus, Kez::MacAddrHwStatus )
   VEX_ATTRIBUTES( macAddrFecStatus, macAddrHwStatus )
@@ -33,11 +33,20 @@ public:
               const Vex::Ptr< const Kez::MacAddrFecStatus > & macAddrFecStatus,
               const Vex::Ptr< Kez::MacAddrHwStatus > & macAddrHwStatus );
 
+  const KezHelper::HwTable< Bridging::MacVlanPair, uint64_t > & users() const override {
+    return *macEntries_;
+  }
+
 private:
   void see( const Bridging::MacVlanPair & host ) override;
+  uint64_t hwFecIdUsedBy( const Bridging::MacVlanPair &, const uint64_t & hwFecId ) const override {
+    return hwFecId;
+  }
+  bool isOwn( uint64_t hwFecId ) const override;
   void program( const Bridging::MacVlanPair & host, const Kez::MacFec & fec );
   void unprogram( const Bridging::MacVlanPair & host );
 
+  const std::unique_ptr< const KezHelper::HwTable< Bridging::MacVlanPair, uint64_t > > macEntries_;
   VexMacAddrFecStatus macAddrFecStatusReactor_;
 };
 

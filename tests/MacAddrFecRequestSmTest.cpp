@@ -231,7 +231,8 @@ TEST_F( MacAddrFecRequestSmTest, AChangeInPlaceCostsOneRequestAndNoHost ) {
     settle();
     EXPECT_THAT( trace.take(), Not( Contains( HasSubstr( "processHost" ) ) ) );
     EXPECT_EQ( viasOf( firstLoadBalance ), vias );
-    EXPECT_EQ( Vex::briefText( hardware->fec( firstLoadBalance ) ), hwTunnelIds );
+    EXPECT_EQ( Vex::text( hardware->fec( Switch::hwFecIdOf( firstLoadBalance ) ).hwTunnelId ),
+               hwTunnelIds );
     EXPECT_EQ( calls( Operation::createFec ), requests + 1 );
     EXPECT_EQ( calls( Operation::createMacEntry ), 50u );
   };

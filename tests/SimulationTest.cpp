@@ -56,8 +56,8 @@ TEST( SimulationTest, WhatDiffersIsSeen ) {
     { "del switch.esiData", "switch.esiData lacks Port-Channel1,Ethernet1,1" },
     { "set switch.esiPortMap[Ethernet1] 501", "the port map of Ethernet1 is not what" },
     { "del switch.esiPortMap[Ethernet1]", "route 1 is neither programmed nor parked" },
-    { "set switch.hwTunnelIdPool[hwTunnelIdTypeDefault].inUse[0:2]", "in use has 0:2" },
-    { "del switch.fec", "switch.fec lacks 792633534417207296 -> 0:1" },
+    { "set switch.hwTunnelIdPool[hwTunnelIdTypeDefault].inUse[0:2] 5", "in use has 0:2 -> 5" },
+    { "del switch.fec", "switch.fec lacks 1 -> 0,[(DynamicTunnel0.1,100)],0:1" },
     { "del switch.floodSetDest", "switch.floodSetDest lacks" },
     { "del mplsFloodSetFecResponse.hwFecIdResponse", "has no answer" },
     { "del vlanFloodSetHwStatus.status", "vlanFloodSetHwStatus lacks" },
@@ -198,7 +198,7 @@ Lines changesOf( const std::filesystem::path & scenario ) {
   Lines lines;
   for ( std::string line; std::getline( file, line ); ) {
     if ( line.starts_with( "set " ) || line.starts_with( "del " ) ||
-         line.starts_with( "advance " ) ) {
+         line.starts_with( "advance " ) || line.starts_with( "restart hitless" ) ) {
       lines.push_back( line );
     }
   }

@@ -51,6 +51,10 @@ public:
   // Says what of its invariants does not hold. To be asked between events.
   virtual void check( Findings & ) const {}
 
+  // Whether it has looked at all that its inputs ask for. What is due all the same is tried again
+  // because hardware refused it, or looked at again for another's sake.
+  virtual bool settled() const { return true; }
+
   // By which what machines share traces and asserts in the machine's name.
   Ringlog::Handle & handle() const { return handle_; }
 
