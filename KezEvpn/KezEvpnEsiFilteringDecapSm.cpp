@@ -87,6 +87,18 @@ void EsiFilteringDecapSm::backlogEveryRoute() {
   }
 }
 
+// Routes that kept a port map are to be looked at again.
+void EsiFilteringDecapSm::unprogramOtherViaTypeChanged() {
+  if ( !unprogramOtherViaType() ) {
+    return;
+  }
+  for ( const auto & [ routeKey, via ] : routeEsiFilterVia() ) {
+    if ( decide( routeKey ).lack == Lack::filterViaType ) {
+      lfibTrackingStatus()->routeKeyBacklogIs( routeKey );
+    }
+  }
+}
+
 void EsiFilteringDecapSm::reviewRouteKeyBacklogIs( Out< Loom::TaskScheduler > scheduler,
                                                    Loom::TaskPriority priority,
                                                    const Vex::String & name ) {
@@ -198,8 +210,12 @@ bool EsiFilteringDecapSm::processRouteKey( const RouteKey & routeKey ) {
   case Lack::filterViaType:
     VEX_ASSERT( !!viaKey );
     TRACE( 5, "Skipping viaType ", viaKey.viaType() );
-    // It no longer asks for a port map; the one that it may have stays.
-    deleteRouteFromUnprogrammed( routeKey );
+    // It no longer asks for a port map.
+    if ( unprogramOtherViaType() ) {
+      deleteEsiFilterVia( routeKey );
+    } else {
+      deleteRouteFromUnprogrammed( routeKey );
+    }
     break;
   case Lack::via:
     deleteEsiFilterVia( routeKey );

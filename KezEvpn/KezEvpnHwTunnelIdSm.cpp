@@ -56,6 +56,16 @@ HwTunnelIdType EvpnHwTunnelIdSm::neededType( TunnelId tunnelId ) const {
                                                            : hwTunnelIdTypeDefault;
 }
 
+EvpnHwTunnelIdSm::Lack EvpnHwTunnelIdSm::lackOf( TunnelId tunnelId ) const {
+  const auto record = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().examine( tunnelId ).record;
+  if ( !record ) {
+    return isWanted( tunnelId ) ? Lack::id : Lack::nothing;
+  }
+  return usedBySegment( tunnelId ) && record->hwTunnelId.hwTunnelIdType() != neededType( tunnelId )
+             ? Lack::type
+             : Lack::nothing;
+}
+
 // The id of a damaged record can neither be kept nor given back.
 std::optional< TunnelIdToHwTunnelId > EvpnHwTunnelIdSm::mapped( TunnelId tunnelId ) const {
   try {
@@ -211,6 +221,24 @@ void EvpnHwTunnelIdSm::VexSegmentStatus::handleSharedEsiLabel() {
   }
 }
 
+// Tunnels that lack something are tried at once, or wait for their next try.
+void EvpnHwTunnelIdSm::retryLackingTunnelChanged() {
+  if ( !retryLackingTunnel() || !initialized() ) {
+    return;
+  }
+  for ( const auto & [ tunnelId, info ] : tunnelInfo() ) {
+    if ( lackOf( tunnelId ) != Lack::nothing ) {
+      publishHwTunnelId( tunnelId );
+    }
+  }
+  for ( const auto [ tunnelId, count ] : remoteInfo()->remoteTunnelId() ) {
+    if ( lackOf( tunnelId ) != Lack::nothing && !usedBySegment( tunnelId ) ) {
+      publishHwTunnelId( tunnelId );
+    }
+  }
+  scheduleRetry();
+}
+
 // --- Segments come to use tunnels, and cease to
 
 void EvpnHwTunnelIdSm::programHwTunnelId( Wire::IntfId esIntfId, TunnelId tunnelId ) {
@@ -245,7 +273,7 @@ void EvpnHwTunnelIdSm::unProgramHwTunnelId( Wire::IntfId esIntfId, TunnelId tunn
   }
   tunnelInfoDel( tunnelId );
   // Remote destinations that still count it keep a parked tunnel waiting.
-  if ( !remoteInfo()->remoteTunnelIdHas( tunnelId ) ) {
+  if ( lackOf( tunnelId ) == Lack::nothing ) {
     parking_.release( tunnelId );
   }
   const auto tidHwTid = mapped( tunnelId );
@@ -297,8 +325,7 @@ void EvpnHwTunnelIdSm::publishHwTunnelId( TunnelId tunnelId ) {
   }
   if ( !hwTunnelId.valid() ) {
     TRACE( 5, "failed to program tunnel" );
-    parking_.park( tunnelId );
-    parking_.settle( tunnelId );
+    parkRefused( tunnelId );
     return;
   }
   tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdIs( { tunnelId, hwTunnelId } );
@@ -306,7 +333,29 @@ void EvpnHwTunnelIdSm::publishHwTunnelId( TunnelId tunnelId ) {
   if ( !used ) {
     zombieTunnelIdIs( hwTunnelId.hwTunnelIdType() )->tunnelIdIs( tunnelId );
   }
-  parking_.release( tunnelId );
+  settleLack( tunnelId );
+}
+
+void EvpnHwTunnelIdSm::parkRefused( TunnelId tunnelId ) {
+  parking_.park( tunnelId );
+  parking_.settle( tunnelId );
+  scheduleRetry();
+}
+
+// Also of what an earlier run of the review had tried.
+void EvpnHwTunnelIdSm::scheduleRetry() {
+  if ( retryLackingTunnel() && parked() > 0 && !reviewUnprogrammed()->isScheduled() ) {
+    maybeScheduleUnprogrammedReview( false );
+  }
+}
+
+// After what may have changed what the tunnel lacks.
+void EvpnHwTunnelIdSm::settleLack( TunnelId tunnelId ) {
+  if ( retryLackingTunnel() && lackOf( tunnelId ) != Lack::nothing ) {
+    parkRefused( tunnelId );
+  } else {
+    parking_.release( tunnelId );
+  }
 }
 
 // In the mapping. A zombie that gives its id up to a segment's tunnel leaves it its room too.
@@ -333,6 +382,7 @@ void EvpnHwTunnelIdSm::maybeReprogramHwTunnelId( TunnelId tunnelId ) {
   if ( oldId.hwTunnelIdType() == hwTunnelIdType ) {
     TRACE( 8, " tunnelId ", tunnelId, " already has HwTunnelId allocated with type ",
            hwTunnelIdType );
+    settleLack( tunnelId );
     return;
   }
   const bool used = usedBySegment( tunnelId );
@@ -341,6 +391,7 @@ void EvpnHwTunnelIdSm::maybeReprogramHwTunnelId( TunnelId tunnelId ) {
          oldId.hwTunnelIdType(), " newHwTunnelId ", newId, " newHwTunnelIdType ", hwTunnelIdType,
          " hwTunnelIdValid ", newId.valid() );
   if ( !newId.valid() ) {
+    settleLack( tunnelId );
     return;
   }
   // In this order no reader ever holds an id that was given back.
@@ -350,6 +401,7 @@ void EvpnHwTunnelIdSm::maybeReprogramHwTunnelId( TunnelId tunnelId ) {
     zombieTunnelIdIs( oldId.hwTunnelIdType() )->tunnelIdDel( tunnelId );
     zombieTunnelIdIs( hwTunnelIdType )->tunnelIdIs( tunnelId );
   }
+  settleLack( tunnelId );
   parking_.freed();
 }
 
@@ -386,6 +438,7 @@ bool EvpnHwTunnelIdSm::releaseOneZombieTunnelId( HwTunnelIdType hwTunnelIdType )
   tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdDel( tunnelId );
   hwTunnelIdHelper()->releaseHwTunnelId( tidHwTid->hwTunnelId );
   zombies->tunnelIdDel( tunnelId );
+  settleLack( tunnelId );
   return true;
 }
 
@@ -400,6 +453,7 @@ void EvpnHwTunnelIdSm::doReviewUnprogrammed() {
       parking_.release( tunnelId );
     }
   } );
+  scheduleRetry();
 }
 
 } // namespace Kez
