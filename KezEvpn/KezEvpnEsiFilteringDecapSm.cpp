@@ -68,9 +68,14 @@ void EsiFilteringDecapSm::handleInitialized() {
 
 // Routes that an earlier machine left waiting come last, whether they were told of again or not:
 // else one might take an interface from the route that had it. Those that were told of and not yet
-// looked at come after the ones that may have theirs.
+// looked at come after the ones that may have theirs, and these after the ones that hardware has.
 void EsiFilteringDecapSm::backlogEveryRoute() {
   std::vector< RouteKey > behind;
+  for ( const auto & route : lfibStatus()->route() ) {
+    if ( !standsInHardware( route.routeKey ) ) {
+      behind.push_back( route.routeKey );
+    }
+  }
   for ( const auto & routeKey : lfibTrackingStatus()->routeKeyBacklog() ) {
     behind.push_back( routeKey );
   }
@@ -84,6 +89,26 @@ void EsiFilteringDecapSm::backlogEveryRoute() {
   for ( const auto & routeKey : behind ) {
     lfibTrackingStatus()->routeKeyBacklogDel( routeKey );
     lfibTrackingStatus()->routeKeyBacklogIs( routeKey );
+  }
+}
+
+bool EsiFilteringDecapSm::standsInHardware( const RouteKey & routeKey ) const {
+  const auto * const maps = esiFilteringDecapHelper()->esiPortMaps();
+  Explanation damage; // which is told of when the route has its turn
+  const auto decision = decide( routeKey, &damage );
+  return maps && decision.lack == Lack::nothing &&
+         maps->find( decision.via.intfId ) == decision.via.label;
+}
+
+// Routes that kept a port map are to be looked at again.
+void EsiFilteringDecapSm::unprogramOtherViaTypeChanged() {
+  if ( !unprogramOtherViaType() ) {
+    return;
+  }
+  for ( const auto & [ routeKey, via ] : routeEsiFilterVia() ) {
+    if ( decide( routeKey ).lack == Lack::filterViaType ) {
+      lfibTrackingStatus()->routeKeyBacklogIs( routeKey );
+    }
   }
 }
 
@@ -198,8 +223,12 @@ bool EsiFilteringDecapSm::processRouteKey( const RouteKey & routeKey ) {
   case Lack::filterViaType:
     VEX_ASSERT( !!viaKey );
     TRACE( 5, "Skipping viaType ", viaKey.viaType() );
-    // It no longer asks for a port map; the one that it may have stays.
-    deleteRouteFromUnprogrammed( routeKey );
+    // It no longer asks for a port map.
+    if ( unprogramOtherViaType() ) {
+      deleteEsiFilterVia( routeKey );
+    } else {
+      deleteRouteFromUnprogrammed( routeKey );
+    }
     break;
   case Lack::via:
     deleteEsiFilterVia( routeKey );

@@ -5,7 +5,7 @@
 // `conflict` and reaches no hardware. What waits, for that or because hardware refused it, stands
 // in LfibHwStatus::unprogrammedRoute and is tried again every `defaultUnprogrammedRetryInterval`
 // while anything is there; routes take turns. A route whose via becomes one of another type
-// keeps the port map that it has.
+// keeps the port map that it has, unless `unprogramOtherViaType` says otherwise.
 //
 // Routes to look at come through LfibTrackingStatus::routeKeyBacklog, from which the machine
 // takes each when it has dealt with it. It starts by itself, at the end of its construction, and
@@ -43,8 +43,10 @@ public:
   // The route whose via names the interface, the other way round.
   VEX_MAP( 7, intfRoute, Wire::IntfId, Mpls::RouteKey )
   VEX_OUTPUT( 8, reviewRouteKeyBacklog, VexReviewRouteKeyBacklog )
+  // The port map of a route whose via becomes one of another type is deleted.
+  VEX_HANDLED_TUNABLE( 9, unprogramOtherViaType, bool, false )
   VEX_ATTRIBUTES( esiFilteringDecapHelper, lfibStatus, scheduler, lfibTrackingStatus, lfibHwStatus,
-                  routeEsiFilterVia, intfRoute, reviewRouteKeyBacklog )
+                  routeEsiFilterVia, intfRoute, reviewRouteKeyBacklog, unprogramOtherViaType )
 
   EsiFilteringDecapSm( Out< KezHelper::EsiFilteringDecapHelper > esiFilteringDecapHelper,
                        In< Mpls::LfibStatus > lfibStatus, Out< Loom::TaskScheduler > scheduler,
@@ -108,6 +110,8 @@ private:
     Mpls::LfibEvpnEthernetSegmentFilterVia via;
   };
   void backlogEveryRoute();
+  bool standsInHardware( const Mpls::RouteKey & routeKey ) const;
+  void unprogramOtherViaTypeChanged();
   void makeRoomForBacklog();
   // Damage that is met is said to who asked, else handed to the table's corruption handler.
   Decision decide( const Mpls::RouteKey & routeKey, Explanation * asked = nullptr ) const;

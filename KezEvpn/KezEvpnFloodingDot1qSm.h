@@ -107,7 +107,7 @@ public:
   void vex_handleReviewIntfVlan_taskRun();
   void doReviewIntfVlan();
   void check( Findings & out ) const override;
-  bool settled() const override { return intfVlanQueues() == 0 && PortProgrammingSm::settled(); }
+  bool settled() const override { return intfVlanQueues() == 0; }
 
 private:
   // What a pair lacks to be mapped to a tag, the first of it.

@@ -212,6 +212,18 @@ void EvpnFloodingEsiSm::doReviewUnprogrammed() {
   } );
 }
 
+// Every pair is looked at again, at once.
+void EvpnFloodingEsiSm::tunableChanged( bool follows ) {
+  if ( !follows || !initialized() ) {
+    return;
+  }
+  for ( const auto & [ intfId, vlans ] : intfVlanSet() ) {
+    for ( const auto vlanId : vlans->vlanId() ) {
+      processIntfVlan( intfId, vlanId );
+    }
+  }
+}
+
 // --- A pair
 
 void EvpnFloodingEsiSm::addIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
@@ -266,9 +278,16 @@ void EvpnFloodingEsiSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId v
     deleteIntfVlanTunnelLabelMapping( intfId, vlanId, tunnelId );
   } else if ( lack == Lack::usableLabel ) {
     TRACE( 5, "incorrect encap type", uint32_t( remoteLabel.encapType() ) );
-    ports_.waitForInput( { intfId, vlanId } );
+    if ( unprogramUnusableLabel() ) {
+      deleteIntfVlanTunnelLabelMapping( intfId, vlanId, tunnelId );
+    } else {
+      ports_.waitForInput( { intfId, vlanId } );
+    }
   } else {
     addOrUpdateIntfVlanTunnelLabelMapping( intfId, vlanId, tunnelId, remoteLabel.mplsLabel() );
+  }
+  if ( reprogramChangedEsi() ) {
+    dropPortsOfOtherHwTunnelId( { intfId, vlanId } );
   }
 }
 
@@ -359,6 +378,11 @@ void EvpnFloodingEsiSm::programEsi( Wire::IntfId intfId, Bridging::VlanId vlanId
                              ? ForceMark::programOver
                              : ForceMark::removeFirst;
   const IntfVlanKey key{ intfId, vlanId };
+  if ( reprogramChangedEsi() ) {
+    for ( const auto port : changedPorts( key, Changed::any ) ) {
+      esiStatus( key )->forceReprogramIs( port );
+    }
+  }
   const bool dropped =
       ports_.dropStalePorts( key, *ports, forceMark, [ & ]( Wire::IntfId port, bool isPort ) {
         if ( !isPort ) {
@@ -403,10 +427,28 @@ void EvpnFloodingEsiSm::programEsiHelper( Wire::IntfId logicalIntfId, Wire::Intf
   const IntfVlanTunnelKey labelKey{ logicalIntfId, vlanId, tunnelId };
   VEX_ASSERT( intfVlanTunnelLabelHas( labelKey ) );
   ports_.programPort( key, phyIntfId, [ & ] {
-    return floodingHelper()->createEsiData(
-        logicalIntfId, phyIntfId, vlanId, tunnelId, mapping->hwTunnelId, label,
-        evpnStatus()->localEsiLabel( logicalIntfId ).mplsLabel() );
+    const EsiIds ids{ mapping->hwTunnelId,
+                      evpnStatus()->localEsiLabel( logicalIntfId ).mplsLabel() };
+    const auto rc = floodingHelper()->createEsiData( logicalIntfId, phyIntfId, vlanId, tunnelId,
+                                                     ids.hwTunnelId, label, ids.localEsiLabel );
+    if ( rc == HwProgrammingStatus::programmed ) {
+      esiStatus( key )->idsIs( phyIntfId, ids );
+    }
+    return rc;
   } );
+}
+
+// Data that could not be written over, or that waits for it, must not outlive its tunnel's hardware
+// id, which another tunnel may get.
+void EvpnFloodingEsiSm::dropPortsOfOtherHwTunnelId( const IntfVlanKey & key ) {
+  const auto ports = changedPorts( key, Changed::hwTunnelId );
+  for ( const auto port : ports ) {
+    const auto status = esiStatus( key );
+    ports_.dropPort( *status, port, [ & ] { deleteEsiData( *status, port ); } );
+  }
+  if ( !ports.empty() ) {
+    parking_.freed();
+  }
 }
 
 void EvpnFloodingEsiSm::unprogramEsi( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
@@ -427,14 +469,19 @@ void EvpnFloodingEsiSm::unprogramEsiHelper( Wire::IntfId logicalIntfId, Wire::In
   VEX_ASSERT( initialized() );
   TRACE( 8, "unprogramEsiHelper logicalIntfId ", logicalIntfId, " phyIntfId ", phyIntfId,
          " vlanId ", vlanId );
-  const bool programmed = ports_.unprogramPort( { logicalIntfId, vlanId }, phyIntfId, [ & ] {
-    // Hardware finds the entry by the ports and the VLAN.
-    floodingHelper()->deleteEsiData( logicalIntfId, phyIntfId, vlanId, TunnelId::invalid(),
-                                     HwTunnelId() );
-  } );
+  const IntfVlanKey key{ logicalIntfId, vlanId };
+  const bool programmed = ports_.unprogramPort(
+      key, phyIntfId, [ & ] { deleteEsiData( *esiStatus( key ), phyIntfId ); } );
   if ( !programmed ) {
     TRACE( 5, "not programmed" );
   }
+}
+
+void EvpnFloodingEsiSm::deleteEsiData( EsiStatus & status, Wire::IntfId port ) {
+  const auto [ intfId, vlanId ] = status.fwkKey();
+  // Hardware finds the entry by the ports and the VLAN.
+  floodingHelper()->deleteEsiData( intfId, port, vlanId, TunnelId::invalid(), HwTunnelId() );
+  status.idsDel( port );
 }
 
 } // namespace Kez

@@ -14,7 +14,9 @@
 // input is not there.
 //
 // Kept as it is: a programmed port is not programmed again when only its hardware tunnel id or the
-// local label's value changes; a label of a wrong encapsulation type leaves what stands.
+// local label's value changes; a label of a wrong encapsulation type leaves what stands. Two
+// tunables make hardware follow there too. Under `reprogramChangedEsi` no data names another
+// hardware tunnel id than its tunnel has, also where the new data is refused.
 #pragma once
 
 #include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
@@ -57,10 +59,17 @@ public:
   VEX_ENTITIES( 4, tunnelIntfVlanSet, TunnelIntfVlanSet )
   VEX_ENTITIES( 5, intfTunnelVlanSet, IntfTunnelVlanSet )
   VEX_MAP( 6, intfVlanTunnelLabel, IntfVlanTunnelKey, Wire::MplsLabel )
-  VEX_ENTITIES( 7, esiStatus, IntfVlanStatus )
+  VEX_ENTITIES( 7, esiStatus, EsiStatus )
   VEX_SET( 8, unprogrammedEsi, IntfVlanKey )
+  // A programmed port is programmed anew when its tunnel's hardware id or the value of the local
+  // label changes.
+  VEX_HANDLED_TUNABLE( 9, reprogramChangedEsi, bool, false )
+  // A label of a wrong encapsulation type is none: what was programmed with the one before is
+  // deleted.
+  VEX_HANDLED_TUNABLE( 10, unprogramUnusableLabel, bool, false )
   VEX_ATTRIBUTES( tunnelIdHwTunnelId, segmentStatus, intfVlanTunnel, tunnelIntfVlanSet,
-                  intfTunnelVlanSet, intfVlanTunnelLabel, esiStatus, unprogrammedEsi )
+                  intfTunnelVlanSet, intfVlanTunnelLabel, esiStatus, unprogrammedEsi,
+                  reprogramChangedEsi, unprogramUnusableLabel )
 
   // Follows the segments, and hears of the local labels.
   class VexEvpnStatus : public Vex::MirrorReactor< Evpn::EvpnStatus::ethernetSegmentStatusEntities,
@@ -111,6 +120,9 @@ public:
 private:
   void makeUpForZombieMark() override;
   size_t parked() const override { return unprogrammedEsis(); }
+  void reprogramChangedEsiChanged() { tunableChanged( reprogramChangedEsi() ); }
+  void unprogramUnusableLabelChanged() { tunableChanged( unprogramUnusableLabel() ); }
+  void tunableChanged( bool follows );
   void deleteTriple( const IntfVlanKey & key, TunnelId tunnelId );
 
   // What a pair lacks to have its data programmed, the first of it.
@@ -124,7 +136,16 @@ private:
   // And each of its ports, then.
   enum class PortLack { nothing, hwTunnelId, localLabel };
   PortLack portLackOf( Wire::IntfId intfId, bool hwTunnelIdPublished ) const;
+  // The ports that hardware has with other ids than the inputs say: other ones in any way, or
+  // another hardware tunnel id, which none is too.
+  enum class Changed { any, hwTunnelId };
+  std::vector< Wire::IntfId > changedPorts( const IntfVlanKey & key, Changed changed ) const;
+  // And those of them that nothing is due for. An unusable label leaves a local label in place.
+  std::vector< Wire::IntfId > laggingPorts( const IntfVlanKey & key ) const;
+  void dropPortsOfOtherHwTunnelId( const IntfVlanKey & key );
+  void deleteEsiData( EsiStatus & status, Wire::IntfId port );
   void explainPair( const IntfVlanKey & key, Explanation & out ) const;
+  void explainLag( const IntfVlanKey & key, Explanation & out ) const;
   std::optional< TunnelIdToHwTunnelId > mapped( TunnelId tunnelId ) const {
     return tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( tunnelId );
   }
@@ -133,7 +154,7 @@ private:
   }
 
   Parking< IntfVlanKey > parking_;
-  PortStatus< IntfVlanStatus > ports_;
+  PortStatus< EsiStatus > ports_;
   VexEvpnStatus evpnStatusReactor_;
   VexTunnelIdHwTunnelId tunnelIdHwTunnelIdReactor_;
 };

@@ -57,6 +57,16 @@ HwTunnelIdType EvpnHwTunnelIdSm::neededType( TunnelId tunnelId ) const {
                                                            : hwTunnelIdTypeDefault;
 }
 
+EvpnHwTunnelIdSm::Lack EvpnHwTunnelIdSm::lackOf( TunnelId tunnelId ) const {
+  const auto record = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().examine( tunnelId ).record;
+  if ( !record ) {
+    return isWanted( tunnelId ) ? Lack::id : Lack::nothing;
+  }
+  return usedBySegment( tunnelId ) && record->hwTunnelId.hwTunnelIdType() != neededType( tunnelId )
+             ? Lack::type
+             : Lack::nothing;
+}
+
 // The id of a damaged record can neither be kept nor given back.
 std::optional< TunnelIdToHwTunnelId > EvpnHwTunnelIdSm::mapped( TunnelId tunnelId ) const {
   try {
@@ -88,23 +98,39 @@ void EvpnHwTunnelIdSm::handleInitialized() {
   }
 }
 
+// The records whose ids hardware has for their tunnels; others are deleted, and of two with one id
+// the second.
+EvpnHwTunnelIdSm::RecordedIds EvpnHwTunnelIdSm::dropOtherRecords( const IdsInUse & inUse ) {
+  const auto mapping = tunnelIdHwTunnelId();
+  RecordedIds recorded;
+  size_t records = 0;
+  const size_t all = mapping->tunnelIdToHwTunnelIds();
+  try {
+    for ( const auto & [ tunnelId, hwTunnelId ] : mapping->tunnelIdToHwTunnelId() ) {
+      ++records;
+      const auto owner = inUse.find( hwTunnelId );
+      const bool stands = owner && ( *owner == tunnelId || *owner == TunnelId::invalid() );
+      if ( !stands || !recorded.emplace( hwTunnelId, tunnelId ).second ) {
+        mapping->tunnelIdToHwTunnelIdDel( tunnelId );
+      }
+    }
+  } catch ( const Rook::Corruption & corruption ) {
+    KezBaseHelper::kezAssert( corruption.what() );
+  }
+  VEX_ASSERT( records == all ); // a damaged one is stepped over
+  return recorded;
+}
+
 // An id that was got twice for a tunnel goes on as the mapping has it; who takes hardware over sees
 // to the other one.
 void EvpnHwTunnelIdSm::takeOver( const IdsInUse & inUse ) {
   const auto mapping = tunnelIdHwTunnelId();
-  Vex::Collection< HwTunnelId, TunnelId > recorded;
-  for ( const auto & record : mapping->tunnelIdToHwTunnelId() ) {
-    const auto tunnelId = inUse.find( record.hwTunnelId );
-    if ( tunnelId && ( *tunnelId == record.key || *tunnelId == TunnelId::invalid() ) ) {
-      recorded.findOrAdd( record.hwTunnelId, [ & ] { return record.key; } );
-    } else {
-      mapping->tunnelIdToHwTunnelIdDel( record.key );
-    }
-  }
+  const auto recorded = dropOtherRecords( inUse );
   for ( const auto walk = inUse.walk(); const auto entry = walk->next(); ) {
     const auto hwTunnelId = entry->key;
-    const auto * const known = recorded.find( hwTunnelId );
-    const auto tunnelId = known ? *known : entry->data;
+    const auto at = recorded.find( hwTunnelId );
+    const bool known = at != recorded.end();
+    const auto tunnelId = known ? at->second : entry->data;
     const bool wanted = known || ( tunnelId != TunnelId::invalid() && !mapped( tunnelId ) &&
                                    mapping->tunnelIdToHwTunnelIdMakeRoom() );
     if ( wanted ) {
@@ -273,6 +299,24 @@ void EvpnHwTunnelIdSm::VexSegmentStatus::handleSharedEsiLabel() {
   }
 }
 
+// Tunnels that lack something are tried at once, or wait for their next try.
+void EvpnHwTunnelIdSm::retryLackingTunnelChanged() {
+  if ( !retryLackingTunnel() || !initialized() ) {
+    return;
+  }
+  for ( const auto & [ tunnelId, info ] : tunnelInfo() ) {
+    if ( lackOf( tunnelId ) != Lack::nothing ) {
+      publishHwTunnelId( tunnelId );
+    }
+  }
+  for ( const auto [ tunnelId, count ] : remoteInfo()->remoteTunnelId() ) {
+    if ( lackOf( tunnelId ) != Lack::nothing && !usedBySegment( tunnelId ) ) {
+      publishHwTunnelId( tunnelId );
+    }
+  }
+  scheduleRetry();
+}
+
 // --- Segments come to use tunnels, and cease to
 
 void EvpnHwTunnelIdSm::programHwTunnelId( Wire::IntfId esIntfId, TunnelId tunnelId ) {
@@ -311,7 +355,7 @@ void EvpnHwTunnelIdSm::unProgramHwTunnelId( Wire::IntfId esIntfId, TunnelId tunn
   }
   tunnelInfoDel( tunnelId );
   // Remote destinations that still count it keep a parked tunnel waiting.
-  if ( !remoteInfo()->remoteTunnelIdHas( tunnelId ) ) {
+  if ( lackOf( tunnelId ) == Lack::nothing ) {
     parking_.release( tunnelId );
   }
   const auto tidHwTid = mapped( tunnelId );
@@ -363,8 +407,7 @@ void EvpnHwTunnelIdSm::publishHwTunnelId( TunnelId tunnelId ) {
   }
   if ( !hwTunnelId.valid() ) {
     TRACE( 5, "failed to program tunnel" );
-    parking_.park( tunnelId );
-    parking_.settle( tunnelId );
+    parkRefused( tunnelId );
     return;
   }
   tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdIs( { tunnelId, hwTunnelId } );
@@ -372,7 +415,29 @@ void EvpnHwTunnelIdSm::publishHwTunnelId( TunnelId tunnelId ) {
   if ( !used ) {
     zombieTunnelIdIs( hwTunnelId.hwTunnelIdType() )->tunnelIdIs( tunnelId );
   }
-  parking_.release( tunnelId );
+  settleLack( tunnelId );
+}
+
+void EvpnHwTunnelIdSm::parkRefused( TunnelId tunnelId ) {
+  parking_.park( tunnelId );
+  parking_.settle( tunnelId );
+  scheduleRetry();
+}
+
+// Also of what an earlier run of the review had tried.
+void EvpnHwTunnelIdSm::scheduleRetry() {
+  if ( retryLackingTunnel() && parked() > 0 && !reviewUnprogrammed()->isScheduled() ) {
+    maybeScheduleUnprogrammedReview( false );
+  }
+}
+
+// After what may have changed what the tunnel lacks.
+void EvpnHwTunnelIdSm::settleLack( TunnelId tunnelId ) {
+  if ( retryLackingTunnel() && lackOf( tunnelId ) != Lack::nothing ) {
+    parkRefused( tunnelId );
+  } else {
+    parking_.release( tunnelId );
+  }
 }
 
 // In the mapping. A zombie that gives its id up to a segment's tunnel leaves it its room too.
@@ -399,10 +464,12 @@ void EvpnHwTunnelIdSm::maybeReprogramHwTunnelId( TunnelId tunnelId ) {
   if ( oldId.hwTunnelIdType() == hwTunnelIdType ) {
     TRACE( 8, " tunnelId ", tunnelId, " already has HwTunnelId allocated with type ",
            hwTunnelIdType );
+    settleLack( tunnelId );
     return;
   }
   if ( hwTunnelIdHelper()->idsStay() ) {
     TRACE( 8, " tunnelId ", tunnelId, " keeps ", oldId, ", ids stay" );
+    settleLack( tunnelId );
     return;
   }
   const bool used = usedBySegment( tunnelId );
@@ -411,6 +478,7 @@ void EvpnHwTunnelIdSm::maybeReprogramHwTunnelId( TunnelId tunnelId ) {
          oldId.hwTunnelIdType(), " newHwTunnelId ", newId, " newHwTunnelIdType ", hwTunnelIdType,
          " hwTunnelIdValid ", newId.valid() );
   if ( !newId.valid() ) {
+    settleLack( tunnelId );
     return;
   }
   // In this order no reader ever holds an id that was given back.
@@ -420,6 +488,7 @@ void EvpnHwTunnelIdSm::maybeReprogramHwTunnelId( TunnelId tunnelId ) {
     zombieTunnelIdIs( oldId.hwTunnelIdType() )->tunnelIdDel( tunnelId );
     zombieTunnelIdIs( hwTunnelIdType )->tunnelIdIs( tunnelId );
   }
+  settleLack( tunnelId );
   parking_.freed();
 }
 
@@ -460,6 +529,7 @@ bool EvpnHwTunnelIdSm::releaseOneZombieTunnelId( HwTunnelIdType hwTunnelIdType )
   tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdDel( tunnelId );
   hwTunnelIdHelper()->releaseHwTunnelId( tidHwTid->hwTunnelId );
   zombies->tunnelIdDel( tunnelId );
+  settleLack( tunnelId );
   return true;
 }
 
@@ -474,6 +544,7 @@ void EvpnHwTunnelIdSm::doReviewUnprogrammed() {
       parking_.release( tunnelId );
     }
   } );
+  scheduleRetry();
 }
 
 } // namespace Kez

@@ -14,6 +14,11 @@
 // is no room is parked too, and a review is due while one waits for that: nobody tells when there
 // is.
 //
+// With the tunable `retryLackingTunnel` a tunnel that is used and lacks an id of the type that it
+// needs is always parked, one that gave its id up and one that has an id of the other type too, and
+// parked tunnels are also tried again every `defaultUnprogrammedRetryInterval`. To a tunnel that no
+// segment uses ids of both types are the same.
+//
 // The ids that are free and those that are mapped are all ids of the pools, each once. So
 // `handleInitialized()` is called once, and gives nothing back. On a helper whose ids are all free
 // it empties the mapping. On one over hardware that is taken over (`idsStay`), the ids in use that
@@ -27,6 +32,8 @@
 #include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
 #include "KezEvpn/frame/Parking.h"
 #include "KezHelper/EvpnHwTunnelIdSmHelper.h"
+
+#include <map>
 
 namespace Kez {
 
@@ -80,10 +87,12 @@ public:
   VEX_ENTITIES( 9, tunnelInfo, TunnelInfo )
   // By type, the tunnels whose mapped id is of the type and that no segment uses.
   VEX_ENTITIES( 10, zombieTunnelId, TunnelIdSet )
-  // The tunnels that were refused an id, or room for it in the mapping, and are not mapped.
+  // The tunnels that were refused an id, or room for it in the mapping, and lack it.
   VEX_SET( 11, unprogrammedTunnel, TunnelId )
+  VEX_HANDLED_TUNABLE( 12, retryLackingTunnel, bool, false )
   VEX_ATTRIBUTES( hwTunnelIdHelper, scheduler, acsd, evpnStatus, remoteInfo, tunnelIdHwTunnelId,
-                  segmentStatus, intfTunnelSet, tunnelInfo, zombieTunnelId, unprogrammedTunnel )
+                  segmentStatus, intfTunnelSet, tunnelInfo, zombieTunnelId, unprogrammedTunnel,
+                  retryLackingTunnel )
 
   using VexEvpnStatus =
       Vex::MirrorReactor< Evpn::EvpnStatus::ethernetSegmentStatusEntities, segmentStatusReactors >;
@@ -134,8 +143,20 @@ private:
   size_t parked() const override { return unprogrammedTunnels(); }
   bool makeRoom( HwTunnelIdType hwTunnelIdType, bool used );
   using IdsInUse = KezHelper::EvpnHwTunnelIdSmHelper::HwTunnelIds;
+  using RecordedIds = std::map< HwTunnelId, TunnelId >;
+  RecordedIds dropOtherRecords( const IdsInUse & inUse );
   void takeOver( const IdsInUse & inUse );
   void recordUse( Wire::IntfId esIntfId, TunnelId tunnelId, bool sharedEsi );
+  // What a tunnel that is used lacks: an id at all, or one of the type that its segments need.
+  enum class Lack { nothing, id, type };
+  Lack lackOf( TunnelId tunnelId ) const;
+  void parkRefused( TunnelId tunnelId );
+  void settleLack( TunnelId tunnelId );
+  void scheduleRetry();
+  void retryLackingTunnelChanged();
+  void explainWait( TunnelId tunnelId, Explanation & out ) const;
+  void explainLack( TunnelId tunnelId, Explanation & out ) const;
+  void checkRetried( Findings & out ) const;
 
   Parking< TunnelId > parking_;
   VexEvpnStatus evpnStatusReactor_;

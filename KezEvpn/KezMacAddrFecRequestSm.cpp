@@ -2,6 +2,7 @@
 
 #include "Ringlog/Trace.h"
 
+#include <algorithm>
 #include <map>
 
 namespace Kez {
@@ -52,8 +53,8 @@ void KezMacAddrFecRequestSm::handleInitialized() {
   VexReviewTask::replace( reviewTask_, scheduler(), 2, "reviewTask", *this,
                           [ this ] { vex_handleReviewTask_taskRun(); }, traceHandle, {} );
   clearCaches();
-  makeNumAllocator();
   rememberEarlierFecIds();
+  makeNumAllocator();
   initializedIs( true );
   // Hosts before the FECs that hardware has them on.
   macAddrFecStatus()->hostDelAll();
@@ -98,6 +99,13 @@ void KezMacAddrFecRequestSm::makeUpForZombieMark() {
   queueEverything();
   for ( const auto & [ fecId, first ] : fecChain() ) {
     handleFecResponse( fecId );
+    maybeWithdraw( fecId );
+  }
+  // What hardware has let go of an earlier machine's.
+  for ( const auto & [ fecId, fec ] : macAddrFecRequest()->fec() ) {
+    maybeWithdraw( fecId );
+  }
+  for ( const auto & [ fecId, request ] : macAddrFecRequest()->hwFecIdRequest() ) {
     maybeWithdraw( fecId );
   }
 }
@@ -156,7 +164,9 @@ void KezMacAddrFecRequestSm::handleToggle( const Vex::String & name ) {
 void KezMacAddrFecRequestSm::handleFecResponse( FecId fecId ) {
   TRACE( 8, "handleFecResponse ", fecId );
   if ( !fecChainHas( fecId ) ) {
-    TRACE( 2, " got stale response for FecId:", fecId );
+    if ( hasFecResponse( fecId ) ) {
+      TRACE( 2, " got stale response for FecId:", fecId );
+    }
     return;
   }
   if ( const auto chain = this->chain( fecChain( fecId ) ) ) {
@@ -237,8 +247,9 @@ KezMacAddrFecRequestSm::Decision KezMacAddrFecRequestSm::decide( ObjectId first,
       return decision;
     }
   }
+  const auto most = maxVias( decision.walked );
   for ( const auto & [ via, tunnelId ] : ways ) {
-    if ( decision.vias.size() == maxVias( decision.walked ) ) {
+    if ( decision.vias.size() == most ) {
       break;
     }
     decision.vias.push_back( via );
@@ -263,17 +274,18 @@ void KezMacAddrFecRequestSm::processChain( ObjectId first ) {
   }
   const auto decision = decide( first );
   TRACE( 8, "processChain ", first, ": ", decision.lack.empty() ? "complete" : decision.lack );
-  updateDependencies( *chain, decision );
   const bool wasComplete = chain->complete();
   chain->completeIs( decision.lack.empty() );
-  const auto before = chain->fecId();
   if ( chain->complete() ) {
     request( *chain, decision );
   }
-  if ( chain->complete() != wasComplete ) {
+  updateDependencies( *chain, decision );
+  const auto former = chain->formerFecId();
+  if ( chain->complete() != wasComplete || ( former != FecId() && !isSound( former ) ) ) {
     queueHosts( *chain );
   }
-  maybeWithdraw( before );
+  maybeWithdraw( chain->fecId() );
+  maybeWithdraw( former );
 }
 
 void KezMacAddrFecRequestSm::updateDependencies( MacChain & chain, const Decision & decision ) {
@@ -289,7 +301,10 @@ void KezMacAddrFecRequestSm::updateDependencies( MacChain & chain, const Decisio
     chain.objectIs( object );
     objectChainIs( object )->chainIs( chain.first() );
   }
-  for ( const auto tunnelId : decision.tunnels ) {
+  // Hosts may still be on the former FEC.
+  auto tunnels = tunnelsOf( macAddrFecRequest()->fec( chain.formerFecId() ) );
+  tunnels.insert( tunnels.end(), decision.tunnels.begin(), decision.tunnels.end() );
+  for ( const auto tunnelId : tunnels ) {
     chain.tunnelIs( tunnelId );
     tunnelChainIs( tunnelId )->chainIs( chain.first() );
   }
@@ -298,7 +313,12 @@ void KezMacAddrFecRequestSm::updateDependencies( MacChain & chain, const Decisio
 // An id of another kind is not the chain's any more, but stands until nobody is on it.
 void KezMacAddrFecRequestSm::request( MacChain & chain, const Decision & decision ) {
   const auto kind = decision.kind();
-  if ( chain.fecId() == FecId() || chain.fecId().kind() != kind ) {
+  if ( chain.fecId() != FecId() && chain.fecId().kind() != kind ) {
+    const auto former = chain.fecId();
+    chain.fecIdIs( chain.formerFecId() );
+    chain.formerFecIdIs( former );
+  }
+  if ( chain.fecId() == FecId() ) {
     const auto fecId = allocateFecId(
         [ kind ]( int64_t index ) { return FecId( kind, static_cast< uint64_t >( index ) ); } );
     fecChainIs( fecId, chain.first() );
@@ -385,16 +405,40 @@ void KezMacAddrFecRequestSm::leaveChain( ObjectId first, const MacVlanPair & hos
   chain->hostDel( host );
   if ( chain->hosts() == 0 ) {
     maybeWithdraw( chain->fecId() );
+    maybeWithdraw( chain->formerFecId() );
     maybeDeleteChain( first );
   }
 }
 
 // --- A FEC
 
-// Whether it may go on being used: answered, and its chain complete.
+// Whether it may go on being used. A chain's own FEC is requested as its tunnels are, a former one
+// is not any more.
 bool KezMacAddrFecRequestSm::isSound( FecId fecId ) const {
   const auto chain = this->chain( fecChain( fecId ) );
-  return chain && chain->complete() && hasFecResponse( fecId );
+  if ( !chain || !chain->complete() || !hasFecResponse( fecId ) ) {
+    return false;
+  }
+  if ( chain->fecId() == fecId ) {
+    return true;
+  }
+  const auto requested = macAddrFecRequest()->hwFecIdRequest( fecId ).hwTunnelId;
+  return std::ranges::all_of( tunnelsOf( macAddrFecRequest()->fec( fecId ) ), [ & ](
+                                                                                  auto tunnelId ) {
+    const auto record = hwTunnelIdMapping()->tunnelIdToHwTunnelIdTable().examine( tunnelId ).record;
+    return record && std::ranges::count( requested, record->hwTunnelId ) > 0;
+  } );
+}
+
+std::vector< Tunnel::TunnelTable::TunnelId >
+KezMacAddrFecRequestSm::tunnelsOf( const Rook::Fib::Fec & fec ) {
+  std::vector< TunnelId > tunnels;
+  for ( const auto & via : fec.via ) {
+    if ( Wire::DynamicTunnelIntfId::isDynamicTunnelIntfId( via.intfId ) ) {
+      tunnels.push_back( Wire::DynamicTunnelIntfId::tunnelId( via.intfId ) );
+    }
+  }
+  return tunnels;
 }
 
 KezMacAddrFecRequestSm::Use KezMacAddrFecRequestSm::useOf( FecId fecId ) const {
@@ -431,8 +475,12 @@ void KezMacAddrFecRequestSm::maybeDeleteFecId( FecId fecId ) {
   const auto first = fecChain( fecId );
   fecChainDel( fecId );
   releaseFecId( fecId );
-  if ( const auto chain = this->chain( first ); chain && chain->fecId() == fecId ) {
+  const auto chain = this->chain( first );
+  if ( chain && chain->fecId() == fecId ) {
     chain->fecIdDel();
+    maybeDeleteChain( first );
+  } else if ( chain && chain->formerFecId() == fecId ) {
+    chain->formerFecIdDel();
     maybeDeleteChain( first );
   }
 }
@@ -440,7 +488,8 @@ void KezMacAddrFecRequestSm::maybeDeleteFecId( FecId fecId ) {
 // One that no host is on, and that has no FEC to come back to.
 void KezMacAddrFecRequestSm::maybeDeleteChain( ObjectId first ) {
   const auto chain = this->chain( first );
-  if ( chain && chain->hosts() == 0 && chain->fecId() == FecId() ) {
+  if ( chain && chain->hosts() == 0 && chain->fecId() == FecId() &&
+       chain->formerFecId() == FecId() ) {
     updateDependencies( *chain, {} );
     chainQueueDel( first );
     chainDel( first );

@@ -12,10 +12,11 @@
 // chain has one FEC, which keeps its id when the contents change and is requested anew; over a
 // load-balance object one of another kind, with a via for each path, different ones and the
 // smallest, at most two, or four with the toggle. A chain that comes or ceases to lead over one
-// gets another FEC.
+// gets another FEC, or again the one of that kind that still stands.
 //
 // A host has the FEC of its chain from the answer on. Until then it keeps the one that it has, of
-// an earlier chain or of another kind, as long as that is answered and its chain complete. A FEC's
+// an earlier chain or of another kind, as long as that is answered, its chain complete and its
+// tunnels' hardware ids those that it was requested with. A FEC's
 // request stands until no host is published with it, hardware has none on it, and no host refers to
 // its chain or that is not complete; its id is kept until request and response are both gone. After
 // every event:
@@ -166,6 +167,7 @@ private:
   void publish( const MacVlanPair & host, const MacFec & fec );
 
   bool isSound( Rook::Fib::FecId fecId ) const;
+  static std::vector< TunnelId > tunnelsOf( const Rook::Fib::Fec & fec );
   Use useOf( Rook::Fib::FecId fecId ) const;
   void maybeWithdraw( Rook::Fib::FecId fecId );
   void maybeDeleteFecId( Rook::Fib::FecId fecId );

@@ -11,9 +11,9 @@ EsiFilteringDecapHelperTakeover::EsiFilteringDecapHelperTakeover(
     const Vex::Ptr< EsiFilteringDecapHelper > & chip )
     : EsiFilteringDecapHelper( name ), chip_( chip ) {
   if ( const auto * const maps = chip->esiPortMaps() ) {
-    esiPortMap_.emplace( takeover, *maps, [ this ]( IntfId intfId, MplsLabel label ) {
-      chip_->deleteEsiPortMap( label, intfId );
-    } );
+    esiPortMap_.emplace(
+        takeover, SweepRank::port, *maps,
+        [ this ]( IntfId intfId, MplsLabel label ) { chip_->deleteEsiPortMap( label, intfId ); } );
   }
 }
 

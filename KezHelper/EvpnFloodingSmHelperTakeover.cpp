@@ -31,28 +31,29 @@ EvpnFloodingSmHelperTakeover::EvpnFloodingSmHelperTakeover(
     : EvpnFloodingSmHelper( name ), chip_( chip ), chipReactor_( *this ) {
   const auto tables = chip->inventory();
   if ( tables.esiData ) {
-    esiData_.emplace( takeover, *tables.esiData,
+    esiData_.emplace( takeover, SweepRank::port, *tables.esiData,
                       [ this ]( const PortVlanKey & key, const EsiData & ) {
                         chip_->deleteEsiData( key.parentIntfId, key.memberIntfId, key.vlanId,
                                               TunnelId(), Kez::HwTunnelId() );
                       } );
   }
   if ( tables.nonDfPort ) {
-    nonDfPort_.emplace( takeover, *tables.nonDfPort,
+    nonDfPort_.emplace( takeover, SweepRank::port, *tables.nonDfPort,
                         [ this ]( const PortVlanKey & key, Vex::NoValue ) {
                           chip_->deleteNonDfPort( key.parentIntfId, key.memberIntfId, key.vlanId );
                         } );
   }
   if ( tables.dot1qMapping ) {
-    dot1qMapping_.emplace(
-        takeover, *tables.dot1qMapping, [ this ]( const PortVlanKey & key, VlanIdOrNone dot1q ) {
-          chip_->deleteVlanToDot1qMapping( key.parentIntfId, key.memberIntfId, key.vlanId, dot1q );
-        } );
+    dot1qMapping_.emplace( takeover, SweepRank::port, *tables.dot1qMapping,
+                           [ this ]( const PortVlanKey & key, VlanIdOrNone dot1q ) {
+                             chip_->deleteVlanToDot1qMapping( key.parentIntfId, key.memberIntfId,
+                                                              key.vlanId, dot1q );
+                           } );
   }
   if ( tables.vlan ) {
-    vlan_.emplace( takeover, *tables.vlan, [ this ]( VlanId vlanId, VlanIdOrNone dot1q ) {
-      chip_->deleteVlan( vlanId, dot1q );
-    } );
+    vlan_.emplace(
+        takeover, SweepRank::vlan, *tables.vlan,
+        [ this ]( VlanId vlanId, VlanIdOrNone dot1q ) { chip_->deleteVlan( vlanId, dot1q ); } );
   }
   chipReactor_.notifierIs( chip );
 }

@@ -26,7 +26,7 @@ public:
   VEX_OUTPUT( 3, chip, EvpnFloodingSmHelper )
   VEX_ATTRIBUTES( chip )
 
-  // Before the machines start; mappings, ports and data are swept before VLANs.
+  // Before the machines start.
   EvpnFloodingSmHelperTakeover( const Vex::String & name, const Vex::Ptr< Takeover > & takeover,
                                 const Vex::Ptr< EvpnFloodingSmHelper > & chip );
 

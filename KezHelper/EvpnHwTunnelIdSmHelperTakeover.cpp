@@ -14,7 +14,7 @@ EvpnHwTunnelIdSmHelperTakeover::EvpnHwTunnelIdSmHelperTakeover(
     }
   }
   idsStayIs( true );
-  takeover->partIs( *this );
+  takeover->partIs( *this, SweepRank::hwTunnelId );
   chipReactor_.notifierIs( chip );
 }
 
@@ -59,8 +59,16 @@ void EvpnHwTunnelIdSmHelperTakeover::releaseUnmapped() {
     return;
   }
   Vex::Collection< Kez::HwTunnelId > mapped;
-  for ( const auto & record : mapping()->tunnelIdToHwTunnelId() ) {
-    mapped.add( record.hwTunnelId );
+  try {
+    for ( const auto & record : mapping()->tunnelIdToHwTunnelId() ) {
+      mapped.add( record.hwTunnelId );
+    }
+  } catch ( const Rook::Corruption & corruption ) {
+    kezAssert( corruption.what() );
+  }
+  // A damaged record, which is stepped over, may have any of them.
+  if ( mapped.size() < mapping()->tunnelIdToHwTunnelIds() ) {
+    return;
   }
   for ( const auto walk = inUse->walk(); const auto entry = walk->next(); ) {
     if ( mapped.has( entry->key ) ) {

@@ -28,7 +28,7 @@ public:
   VEX_INPUT( 2, mapping, Kez::TunnelIdToHwTunnelIdMapping )
   VEX_ATTRIBUTES( chip, mapping )
 
-  // After the helpers whose entries name ids.
+  // Before the machine starts.
   EvpnHwTunnelIdSmHelperTakeover(
       const Vex::String & name, const Vex::Ptr< Takeover > & takeover,
       const Vex::Ptr< EvpnHwTunnelIdSmHelper > & chip,

@@ -42,7 +42,7 @@ void Takeover::go() {
 // Whether nothing is left to remove. A part that comes earlier may have got something new to remove
 // meanwhile.
 bool Takeover::sweep() {
-  for ( auto * const part : parts_ ) {
+  for ( const auto & [ rank, part ] : parts_ ) {
     while ( part->sweepOne() ) {
       run_->taskWorkInc();
       if ( run_->taskShouldYield() ) {

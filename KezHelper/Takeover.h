@@ -17,11 +17,14 @@
 #include "Vex/Collection.h"
 
 #include <functional>
-#include <vector>
+#include <map>
 
 namespace KezHelper {
 
 VEX_ENUM( TakeoverState, "KezHelper::TakeoverState", collecting, sweeping, ended )
+
+// In which order tables are swept: what uses an entry before it.
+enum class SweepRank { fecUser, fec, port, vlan, hwTunnelId };
 
 // A table that is taken over.
 class TakeoverPart {
@@ -35,19 +38,25 @@ public:
 class Takeover : public Vex::Entity {
   VEX_ENTITY( Takeover, "KezHelper::Takeover" )
   VEX_ATTRIBUTE( 1, state, TakeoverState )
-  VEX_ATTRIBUTE( 2, timeLimit, Vex::Interval, 300.0 ) // since it began
-  VEX_ATTRIBUTE( 3, inputsComplete, bool )            // set by the host, never taken back
-  VEX_ATTRIBUTE( 4, inherited, uint64_t )             // entries that stood as it began
-  VEX_ATTRIBUTE( 5, kept, uint64_t )     // of them, or of what was made since, without a call
-  VEX_ATTRIBUTE( 6, replaced, uint64_t ) // entries that differed
-  VEX_ATTRIBUTE( 7, removed, uint64_t )  // by the sweep
+  VEX_TUNABLE( 2, timeLimit, Vex::Interval, 300.0 ) // since it began
+  VEX_ATTRIBUTE( 3, inputsComplete, bool )
+  VEX_ATTRIBUTE( 4, inherited, uint64_t ) // entries that stood as it began
+  VEX_ATTRIBUTE( 5, kept, uint64_t )      // of them, or of what was made since, without a call
+  VEX_ATTRIBUTE( 6, replaced, uint64_t )  // tries of entries that differed
+  VEX_ATTRIBUTE( 7, removed, uint64_t )   // by the sweep
   VEX_ATTRIBUTES( state, timeLimit, inputsComplete, inherited, kept, replaced, removed )
+  VEX_OPERATIONS( VEX_OPERATION( inputsAreComplete ) )
 
 public:
+  static constexpr auto vexAccess = Vex::Access::readOnly;
+
   explicit Takeover( const Vex::Ptr< Loom::TaskScheduler > & scheduler );
   ~Takeover() override;
 
-  // Says whether every machine has looked at all of its inputs; without it all have.
+  // For the host, once; it cannot be taken back.
+  void inputsAreComplete() { inputsCompleteIs( true ); }
+  // Says whether every machine has looked at all of its inputs; without it all have. It is asked
+  // until the sweep begins.
   void settledIs( std::function< bool() > settled ) { settled_ = std::move( settled ); }
 
   bool collects() const { return state() == TakeoverState::collecting; }
@@ -59,10 +68,11 @@ public:
   void replacedInc() { replacedIs( replaced() + 1 ); }
   void removedInc( uint64_t entries ) { removedIs( removed() + entries ); }
 
-  // In the order of the sweep. A part is handed in before the machines start, and taken out again
-  // by its own end.
-  void partIs( TakeoverPart & part ) { parts_.push_back( &part ); }
-  void partDel( TakeoverPart & part ) { std::erase( parts_, &part ); }
+  // A part is handed in before the machines start, and taken out again by its own end.
+  void partIs( TakeoverPart & part, SweepRank rank ) { parts_.emplace( rank, &part ); }
+  void partDel( TakeoverPart & part ) {
+    std::erase_if( parts_, [ & ]( const auto & each ) { return each.second == &part; } );
+  }
 
 private:
   class Run final : public Loom::Task {
@@ -79,7 +89,7 @@ private:
 
   std::function< bool() > settled_;
   const double began_;
-  std::vector< TakeoverPart * > parts_;
+  std::multimap< SweepRank, TakeoverPart * > parts_;
   const Vex::Ptr< Run > run_;
 };
 
@@ -90,14 +100,15 @@ public:
   using Remove = std::function< void( const Key & key, const Data & data ) >;
 
   // Reads what hardware has; `remove` has the chip remove an entry.
-  TakeoverTable( const Vex::Ptr< Takeover > & takeover, const Table & table, Remove remove )
+  TakeoverTable( const Vex::Ptr< Takeover > & takeover, SweepRank rank, const Table & table,
+                 Remove remove )
       : takeover_( takeover ), remove_( std::move( remove ) ) {
     for ( const auto walk = table.walk(); auto entry = walk->next(); ) {
       const Standing standing{ std::move( entry->data ), false };
       entries_.findOrAdd( entry->key, [ & ] { return standing; } );
     }
     takeover->inheritedInc( entries_.size() );
-    takeover->partIs( *this );
+    takeover->partIs( *this, rank );
   }
   ~TakeoverTable() override { takeover_->partDel( *this ); }
 

@@ -348,7 +348,7 @@ void Shell::restart( Vex::TextCursor & in ) {
   pace_->schedulerIs( *wiring_.scheduler );
   wiring_ = wire( wiring_ );
   if ( wiring_.takeover ) {
-    wiring_.takeover->inputsCompleteIs( true );
+    wiring_.takeover->inputsAreComplete();
   }
   runTasks( 0 );
 }

@@ -38,7 +38,7 @@ template< class T > Ptr< T > standing( const Roots & roots, const Vex::String & 
   return root ? Vex::dynamicCast< T >( root->entity ) : nullptr;
 }
 
-// They end with the takeover that asks them.
+// They end when the next agent's ground is laid, which is when the takeover ceases to ask them.
 std::vector< const Kez::StateMachine * > machinesOf( const Wiring & wiring ) {
   std::vector< const Kez::StateMachine * > machines;
   forEachMachine( wiring, [ & ]( const Kez::StateMachine & sm ) { machines.push_back( &sm ); } );
@@ -76,8 +76,9 @@ public:
                                               lfibHwStatus_ ) );
     Wiring wiring{ std::move( roots_ ), scheduler_, hardware_, takeover_ };
     if ( takeover_ ) {
-      takeover_->settledIs( [ machines = machinesOf( wiring ) ] {
-        return std::ranges::all_of( machines, []( const auto * sm ) { return sm->settled(); } );
+      takeover_->settledIs( [ machines = machinesOf( wiring ), floodSets, macs ] {
+        return std::ranges::all_of( machines, []( const auto * sm ) { return sm->settled(); } ) &&
+               floodSets->hasTriedAll() && macs->hasTriedAll();
       } );
     }
     return wiring;
@@ -94,6 +95,11 @@ private:
   }
   template< class T > Ptr< T > hardware( const Vex::String & name, const Ptr< T > & entity ) {
     return roots_.rootIs( Role::hardware, name, entity );
+  }
+  // Of the switch, with what was set of it.
+  template< class T > Ptr< T > helper( const Vex::String & name ) {
+    const auto there = standing< T >( ground_.roots, name );
+    return hardware( name, there ? there : Vex::makePtr< T >( name, hardware_ ) );
   }
   // Starts it, if it has not started as it was made.
   template< class T > void machine( const Vex::String & name, const Ptr< T > & sm ) {
@@ -212,14 +218,11 @@ private:
   // The switch stands before any machine does, so that what one asks for as it starts is answered.
   const Ptr< SimulatedSwitch > hardware_ = hardware( "switch", ground_.hardware );
   const Ptr< Switch::SwitchFloodingHelper > floodingHelper_ =
-      hardware( "floodingHelper",
-                Vex::makePtr< Switch::SwitchFloodingHelper >( "floodingHelper", hardware_ ) );
+      helper< Switch::SwitchFloodingHelper >( "floodingHelper" );
   const Ptr< Switch::SwitchHwTunnelIdHelper > hwTunnelIdHelper_ =
-      hardware( "hwTunnelIdHelper",
-                Vex::makePtr< Switch::SwitchHwTunnelIdHelper >( "hwTunnelIdHelper", hardware_ ) );
+      helper< Switch::SwitchHwTunnelIdHelper >( "hwTunnelIdHelper" );
   const Ptr< Switch::SwitchEsiFilteringDecapHelper > esiFilteringDecapHelper_ =
-      hardware( "esiFilteringDecapHelper", Vex::makePtr< Switch::SwitchEsiFilteringDecapHelper >(
-                                               "esiFilteringDecapHelper", hardware_ ) );
+      helper< Switch::SwitchEsiFilteringDecapHelper >( "esiFilteringDecapHelper" );
   // What the machines call: these, or what takes over between them.
   Ptr< KezHelper::EvpnFloodingSmHelper > flooding_ = floodingHelper_;
   Ptr< KezHelper::EvpnHwTunnelIdSmHelper > tunnelIds_ = hwTunnelIdHelper_;
@@ -243,7 +246,16 @@ Wiring unwired( const Wiring & earlier, Hardware hardware ) {
   Wiring ground;
   ground.roots = earlier.roots.ofRole( Role::input );
   ground.scheduler = Vex::makePtr< Loom::TaskScheduler >();
+  if ( earlier.takeover ) {
+    earlier.takeover->settledIs( nullptr );
+  }
   if ( earlier.hardware && hardware == Hardware::stays ) {
+    for ( const auto * name :
+          { "floodingHelper", "hwTunnelIdHelper", "esiFilteringDecapHelper" } ) {
+      if ( const auto * const helper = earlier.roots.root( name ) ) {
+        ground.roots.rootIs( Role::hardware, name, helper->entity );
+      }
+    }
     ground.hardware = earlier.hardware;
     ground.takeover = Vex::makePtr< KezHelper::Takeover >( ground.scheduler );
     return ground;

@@ -37,10 +37,9 @@ public:
     using ReactorOf::ReactorOf;
 
   private:
-    void onAttribute( Vex::AttrId id, const void * key ) override {
-      if ( id == Kez::FecIdToHwFecIdRequest::hwFecIdRequestAttr ||
-           notifier()->hwFecIdRequestHas( Kez::FecIdToHwFecIdRequest::fecAttr.key( key ) ) ) {
-        const auto fecId = Kez::FecIdToHwFecIdRequest::fecAttr.key( key );
+    void onAttribute( Vex::AttrId, const void * key ) override {
+      const auto fecId = Kez::FecIdToHwFecIdRequest::fecAttr.key( key );
+      if ( notifier()->fecHas( fecId ) && notifier()->hwFecIdRequestHas( fecId ) ) {
         ++sm()->requests;
         sm()->response->hwFecIdResponseIs( fecId, { fecId.value(), "Vlan1" } );
       }

@@ -39,8 +39,10 @@ private:
   void timing();
   void time();
   void unheard();
+  void tunable();
   String machines();
-  void restart() { add( any( { "restart", "restart hitless", "restart hitless" } ) ); }
+  void restart();
+  void follow();
 
   uint64_t below( uint64_t n ) { return random_() % n; }
   bool oneIn( uint64_t n ) { return below( n ) == 0; }
@@ -68,7 +70,8 @@ private:
   std::mt19937_64 random_;
   std::vector< Kind > kinds_;
   const bool updatesEsiData_ =
-      oneIn( 2 ); // where it never does, nothing may outlive its tunnel's id
+      oneIn( 2 );                   // where it never does, nothing may outlive its tunnel's id
+  const bool follows_ = oneIn( 2 ); // from each start on
   Lines lines_;
 };
 
@@ -94,6 +97,9 @@ Generator::Generator( uint64_t seed ) : random_( seed ) {
   kind( &Generator::timing, 4 );
   kind( &Generator::unheard, 3 );
   kind( &Generator::restart, 1 );
+  if ( oneIn( 4 ) ) {
+    kind( &Generator::tunable, 3 );
+  }
   kinds_.push_back( { 12, &Generator::time } );
 }
 
@@ -102,6 +108,7 @@ Lines Generator::lines( size_t events ) {
     add( String( tablesLine ) );
     add( "restart" );
   }
+  follow();
   if ( oneIn( 2 ) ) { // pools that last for some of the tunnels
     add( "set switch.capacity[hwTunnelIdTypeDefault] " + number( 0, 4 ) );
     add( "set switch.capacity[hwTunnelIdTypeSharedEsi] " + number( 0, 2 ) );
@@ -120,7 +127,11 @@ Lines Generator::lines( size_t events ) {
       chosen -= kind.weight;
     }
     if ( oneIn( 30 ) ) {
-      add( String( oneIn( 4 ) ? hitlessLine : compareLine ) );
+      add( String( compareLine ) );
+    }
+    if ( oneIn( 120 ) ) {
+      add( String( hitlessLine ) );
+      follow();
     }
   }
   add( String( compareLine ) );
@@ -328,6 +339,26 @@ void Generator::unheard() {
   }
   const std::string_view kinds[] = { unheardLine, unheardLine, silentLine, heardLine };
   add( String( kinds[ below( 4 ) ] ) + machines() );
+}
+
+// Hardware comes to follow what it lags behind by rule, or ceases to.
+void Generator::tunable() {
+  auto line = anyOf( followLines );
+  if ( oneIn( 3 ) ) {
+    line.replace( line.rfind( "true" ), 4, "false" );
+  }
+  add( line );
+}
+
+void Generator::restart() {
+  add( any( { "restart", "restart hitless", "restart hitless" } ) );
+  follow();
+}
+
+void Generator::follow() {
+  if ( follows_ ) {
+    lines_.insert( lines_.end(), followLines.begin(), followLines.end() );
+  }
 }
 
 // Some names: often one, and often all.

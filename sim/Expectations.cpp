@@ -8,24 +8,34 @@
 //   - Whether an interface is a member of a VLAN that it is not configured in is judged when it
 //     comes up or goes down there, not when its traffic comes to be filtered or ceases to
 //     (judgeMembers); and anew with all others at a start, and when a mark on the machine ends.
-//   - A published VLAN that hardware refuses to create again keeps its mappings until it is created
-//     (dot1qMappings).
-//   - ESI data stays as it was programmed when only the hardware tunnel id or the value of the
-//     local label changes. A remote label of a wrong encapsulation type leaves what stands, ports
-//     that left the LAG meanwhile included; so does, where data is created over what is there, a
-//     new forwarder whose tunnel has no hardware tunnel id (esiData).
-//   - Which tunnel has which hardware tunnel id, and of which type once pools have a size; a zombie
-//     keeps its id until a segment's tunnel needs it, and then has none though it may be counted
-//     (tunnelDifferences). An id that becomes free other than by a tunnel's doing, because a pool
-//     grew or a fault passed, wakes nobody.
-//   - Which path has which FEC number (floodSetDifferences).
-//   - Which chain has which FEC number; and a host whose chain is not complete may keep the FEC of
-//     another that is (hostDifferences).
-//   - Which of several routes that name an interface has its port map, and that a route which asks
-//     for none any more keeps the one it has (esiPortMaps). What a route asks for counts when it
-//     was told of since, or stood at a start.
-//   - A filtered flood set has the type that it had when a destination was last added
-//     (floodSetDifferences), which is not compared.
+//
+// What hardware lags behind unless a tunable makes it follow, and is asked for only then:
+//
+//   - `reprogramChangedEsi`: ESI data stays as it was programmed when only the hardware tunnel id
+//   or
+//     the value of the local label changes; so does, where data is created over what is there, that
+//     of a forwarder before one whose tunnel has no hardware tunnel id (esiData).
+//   - `unprogramUnusableLabel`: a remote label of a wrong encapsulation type leaves what stands,
+//     ports that left the LAG meanwhile included (esiData).
+//   - `retryLackingTunnel`: a zombie whose id a segment's tunnel took has none though it may be
+//     counted; a tunnel keeps an id of another type than it needs, where there was none of that
+//     type; and an id that becomes free other than by a tunnel's doing, because a pool grew or a
+//     fault passed, wakes nobody (tunnelDifferences).
+//   - `unprogramOtherViaType`: a route that asks for no port map any more keeps the one that it has
+//     (esiPortMaps).
+//
+// What is one of several that are right, and who came first decides which:
+//
+//   - Which tunnels have ids where there are too few, and which tunnel has which
+//   (tunnelDifferences);
+//     which path and which chain has which FEC number (floodSetDifferences, hostDifferences).
+//   - Which of several routes that name an interface has its port map (esiPortMaps). What a route
+//     asks for counts when it was told of since, or stood at a start.
+//   - A host whose chain is not complete may keep the FEC of another that is (hostDifferences).
+//   - A published VLAN that hardware has no room to create again keeps its mappings until it is
+//     created (dot1qMappings).
+//   - A filtered flood set has the type that it had when a destination was last added, which is not
+//     compared (floodSetDifferences).
 
 namespace Sim {
 
@@ -154,14 +164,28 @@ void floodFilters( const System & system, Differences & out ) {
 
 // --- Segments
 
-// What must be there, by (port, VLAN): the tunnel and the forwarder's label. What is there besides
-// must be what history may have left.
+// What must be there. What is there besides must be what history may have left.
 void esiData( const System & system, const History & history, Differences & out ) {
   const auto & hardware = *system.hardware;
-  std::set< std::pair< PortVlanKey, std::pair< TunnelId, Wire::MplsLabel > > > expected, present;
+  const bool reprograms = system.esiSm->reprogramChangedEsi();
+  const bool unprograms = system.esiSm->unprogramUnusableLabel();
+  std::set< std::pair< PortVlanKey, Switch::EsiData > > expected, present;
+  const auto mapped = [ & ]( TunnelId tunnelId ) {
+    const auto record = system.tunnelIdHwTunnelId->tunnelIdToHwTunnelId( tunnelId );
+    return record ? record->hwTunnelId : Kez::HwTunnelId();
+  };
+  const auto add = [ & ]( auto & entries, const PortVlanKey & key, Switch::EsiData data ) {
+    if ( !reprograms ) {
+      data.hwTunnelId = {};
+      data.localEsiLabel = {};
+    }
+    entries.emplace( key, data );
+  };
   for ( const auto & [ key, data ] : hardware.esiData() ) {
     out.expect( data.hwTunnelId.valid(), "switch.esiData without a hardware tunnel id" );
-    present.emplace( key, std::pair( data.tunnelId, data.dfEsiLabel ) );
+    out.expect( !reprograms || data.hwTunnelId == mapped( data.tunnelId ),
+                "switch.esiData with the hardware tunnel id of another tunnel" );
+    add( present, key, data );
   }
   for ( const auto & [ intfId, segment ] : system.evpnStatus->ethernetSegmentStatus() ) {
     const auto local = system.evpnStatus->localEsiLabel( intfId );
@@ -171,15 +195,14 @@ void esiData( const System & system, const History & history, Differences & out 
       }
       const auto label = segment->remoteEsiLabel( forwarder );
       const bool usable = label.encapType() >= 2;
-      const bool mapped =
-          system.tunnelIdHwTunnelId->tunnelIdToHwTunnelIdHas( forwarder.tunnelId() );
+      const auto hwTunnelId = mapped( forwarder.tunnelId() );
       const auto ports = portsOf( system, intfId );
-      if ( usable && mapped ) {
+      if ( usable && hwTunnelId.valid() ) {
         for ( const auto port : ports ) {
-          expected.emplace( PortVlanKey( intfId, port, vlanId ),
-                            std::pair( forwarder.tunnelId(), label.mplsLabel() ) );
+          add( expected, PortVlanKey( intfId, port, vlanId ),
+               { forwarder.tunnelId(), hwTunnelId, label.mplsLabel(), local.mplsLabel() } );
         }
-      } else if ( !usable || history.updatesInPlace ) {
+      } else if ( usable ? history.updatesInPlace && !reprograms : !unprograms ) {
         std::erase_if( present, [ &, intf = intfId, vlan = vlanId ]( const auto & entry ) {
           const auto & [ parent, port, entryVlan ] = entry.first;
           return parent == intf && entryVlan == vlan && ( !usable || ports.contains( port ) );
@@ -224,8 +247,9 @@ void esiPortMaps( const System & system, const History & history, Differences & 
     const auto owner = ownerOf( intfId );
     const auto asked = owner ? told( *owner ) : std::nullopt;
     out.expect( owner.has_value(), "the port map of " + textOf( intfId ) + " is nobody's" );
-    out.expect( !asked || asked->kind == Wish::other ||
-                    *asked == Wish{ Wish::portMap, label, intfId },
+    const bool keeps =
+        asked && asked->kind == Wish::other && !system.decapSm->unprogramOtherViaType();
+    out.expect( !asked || keeps || *asked == Wish{ Wish::portMap, label, intfId },
                 "the port map of " + textOf( intfId ) + " is not what its route asks for" );
   }
 }

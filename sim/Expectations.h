@@ -33,6 +33,8 @@ struct History {
 
   // What each route asked for when it was told of last; a route that changed since is not here.
   std::map< Mpls::RouteKey, Wish > told;
+
+  // Only asked about where the machine concerned is not told to follow.
   bool poolsLimited = false;   // a pool of hardware tunnel ids has or had a size
   bool poolsDisturbed = false; // one changed its size, or failed as planned, with tunnels in use
   bool updatesInPlace = false; // ESI data could at some time be created over what is there

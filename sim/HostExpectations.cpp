@@ -129,7 +129,7 @@ void fecs( const System & system, Differences & out ) {
   }
   out.same( "chains with a FEC", used, present, room );
   for ( const auto & [ hwFecId, fec ] : hardware.fec() ) {
-    if ( Switch::isHwFecIdOfHosts( hwFecId ) ) {
+    if ( Switch::hwFecKindOf( hwFecId ) != 0 ) {
       entries.emplace( hwFecId, fec );
     }
   }

@@ -50,6 +50,12 @@ Vex::String brokenState( const System & system ) {
             programmedOf( system.floodFilterSm->programmedStatus() ), all );
   out.same( "evpnFloodingEsiSm: programmed", keysOf( hardware.esiData() ),
             programmedOf( system.esiSm->esiStatus() ), all );
+  for ( const auto & [ key, data ] : hardware.esiData() ) {
+    const auto status = system.esiSm->esiStatus( { key.parentIntfId, key.vlanId } );
+    out.expect( !all || ( status && status->ids( key.memberIntfId ) ==
+                                        Kez::EsiIds( data.hwTunnelId, data.localEsiLabel ) ),
+                "evpnFloodingEsiSm: other ids are on record" );
+  }
   std::set< std::pair< IntfId, Wire::MplsLabel > > portMaps;
   for ( const auto & [ routeKey, via ] : system.decapSm->routeEsiFilterVia() ) {
     portMaps.emplace( via.intfId, via.label );

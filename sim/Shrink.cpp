@@ -49,7 +49,8 @@ void shrinkNames( Lines & least ) {
   for ( size_t i = 0; i < least.size(); ++i ) {
     for ( const auto & name : machineNames() ) {
       auto fewer = least;
-      const auto at = i < least.size() ? least[ i ].find( " " + name ) : Vex::String::npos;
+      const bool names = i < least.size() && least[ i ].starts_with( '#' );
+      const auto at = names ? least[ i ].find( " " + name ) : Vex::String::npos;
       if ( at != Vex::String::npos ) {
         fewer[ i ].erase( at, name.size() + 1 );
         keepIfItFails( std::move( fewer ), least );

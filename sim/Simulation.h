@@ -32,6 +32,12 @@ inline constexpr std::string_view hitlessLine = "# hitless";
 // What ends all faults and lets all that is due be done.
 inline const Lines settleLines{ "del switch.fault", "set scheduler.workBudget 1000", "advance 60" };
 
+// What makes hardware follow where it lags behind its inputs by rule.
+inline const Lines followLines{ "set evpnFloodingEsiSm.reprogramChangedEsi true",
+                                "set evpnFloodingEsiSm.unprogramUnusableLabel true",
+                                "set evpnHwTunnelIdSm.retryLackingTunnel true",
+                                "set esiFilteringDecapSm.unprogramOtherViaType true" };
+
 class Simulation {
 public:
   Simulation();

@@ -100,6 +100,9 @@ void tunnelDifferences( const System & system, const History & history, Differen
       available[ id.hwTunnelIdType() ] = true;
     }
   }
+  // What a machine that tries again has no need to know.
+  const bool retries = system.hwTunnelIdSm->retryLackingTunnel();
+  const bool disturbed = history.poolsDisturbed && !retries;
   auto needed = counted;
   for ( const auto & [ tunnelId, use ] : users ) {
     needed[ tunnelId ];
@@ -108,17 +111,21 @@ void tunnelDifferences( const System & system, const History & history, Differen
     const auto text = "tunnel " + textOf( tunnelId );
     const bool parked = parkedHas( tunnelId );
     out.expect( record || parked, text + " has no id and is not parked" );
-    out.expect( history.poolsLimited || !record || record->hwTunnelId.hwTunnelIdType() == type,
+    out.expect( !record || ( retries ? parked : history.poolsLimited ) ||
+                    record->hwTunnelId.hwTunnelIdType() == type,
                 text + " has an id of the wrong type" );
-    out.expect( !parked || history.poolsDisturbed ||
-                    ( !available[ type ] && !available[ Kez::hwTunnelIdTypeDefault ] ),
-                text + " is parked while there is an id for it" );
+    out.expect(
+        !parked || disturbed ||
+            ( !available[ type ] && ( record || !available[ Kez::hwTunnelIdTypeDefault ] ) ),
+        text + " is parked while there is an id for it" );
   }
   for ( const auto & [ tunnelId, count ] : needed ) {
     const auto text = "tunnel " + textOf( tunnelId );
-    out.expect( history.poolsLimited || mapping.tunnelIdToHwTunnelIdHas( tunnelId ),
+    const bool mapped = mapping.tunnelIdToHwTunnelIdHas( tunnelId );
+    const bool parked = parkedHas( tunnelId );
+    out.expect( mapped || ( retries ? parked : history.poolsLimited ),
                 text + " has no id though pools have no end" );
-    out.expect( !parkedHas( tunnelId ) || history.poolsDisturbed ||
+    out.expect( !parked || mapped || disturbed ||
                     !system.hardware->hasRoom( Table::hwTunnelIdTypeDefault ),
                 text + " is parked while an id is free" );
   }
@@ -202,7 +209,7 @@ void fecs( const System & system, Differences & out ) {
   out.expect( system.fecRequest->hwFecIdRequests() == requested.size(),
               "a FEC is requested by half" );
   for ( const auto & [ hwFecId, fec ] : hardware.fec() ) {
-    if ( !Switch::isHwFecIdOfHosts( hwFecId ) ) {
+    if ( Switch::hwFecKindOf( hwFecId ) == 0 ) {
       present.emplace( hwFecId, fec );
     }
   }

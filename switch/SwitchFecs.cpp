@@ -13,8 +13,8 @@ uint64_t hwFecIdOf( FecId fecId ) {
   return kind << kindShift | ( ( fecId.number() & UINT32_MAX ) + 1 );
 }
 
-bool isHwFecIdOfHosts( uint64_t hwFecId ) {
-  return hwFecId >> kindShift != 0;
+uint64_t hwFecKindOf( uint64_t hwFecId ) {
+  return hwFecId >> kindShift;
 }
 
 Kez::HwFecIdResponse hwFecIdResponseOf( uint64_t hwFecId, const HwFec & fec ) {

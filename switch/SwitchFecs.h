@@ -31,7 +31,7 @@ namespace Switch {
 // What hardware answers for a FEC: an id of its own among those of all kinds, or the next that is
 // free, and the interface of its only via, or one of its own where it shares traffic out.
 uint64_t hwFecIdOf( Rook::Fib::FecId fecId );
-bool isHwFecIdOfHosts( uint64_t hwFecId );
+uint64_t hwFecKindOf( uint64_t hwFecId ); // 0 for flood sets, others for hosts
 Kez::HwFecIdResponse hwFecIdResponseOf( uint64_t hwFecId, const HwFec & fec );
 
 // `User` is what uses FECs, as hardware is told of it, `Data` what it has for one.
@@ -71,6 +71,7 @@ public:
     takeover_ = takeover;
     for ( const auto walk = fecs().walk(); const auto entry = walk->next(); ) {
       inherited_.add( entry->key, entry->data );
+      note( entry->key );
       simulatedSwitch()->hwFecIdUseDel( entry->key );
     }
     takeover->inheritedInc( inherited_.size() );
@@ -78,9 +79,12 @@ public:
       usedBy( hwFecIdUsedBy( entry->key, entry->data ) );
       takeover->inheritedInc( 1 );
     }
-    takeover->partIs( sweepOfUsers_ );
-    takeover->partIs( sweepOfFecs_ );
+    takeover->partIs( sweepOfUsers_, KezHelper::SweepRank::fecUser );
+    takeover->partIs( sweepOfFecs_, KezHelper::SweepRank::fec );
   }
+
+  // Whether each request has been answered, or refused once.
+  bool hasTriedAll() const { return unanswered_.empty(); }
 
   // What hardware has of those that are asked for here, and of their users.
   const KezHelper::HwFecTable & fecs() const { return *fecTable_; }
@@ -245,11 +249,13 @@ private:
     if ( const auto at = hwFecIds_.find( fecId ); at != hwFecIds_.end() ) {
       return at->second;
     }
-    auto hwFecId = hwFecIdOf( fecId );
-    while ( simulatedSwitch()->fecHas( hwFecId ) ) {
-      ++hwFecId;
-    }
-    return hwFecId;
+    const auto hwFecId = hwFecIdOf( fecId );
+    return simulatedSwitch()->fecHas( hwFecId ) ? highest_.at( hwFecKindOf( hwFecId ) ) + 1
+                                                : hwFecId;
+  }
+  void note( uint64_t hwFecId ) {
+    auto & highest = highest_[ hwFecKindOf( hwFecId ) ];
+    highest = std::max( highest, hwFecId );
   }
   void answer( Rook::Fib::FecId fecId, const Request & request ) {
     auto & hardware = *simulatedSwitch();
@@ -266,6 +272,7 @@ private:
     const auto & traceHandle = handle_;
     TRACE( 5, "createFec ", fecId, " hwTunnelId ", request.fec.hwTunnelId );
     hardware.fecIs( response.hwFecId, request.fec );
+    note( response.hwFecId );
     hwFecIds_[ fecId ] = response.hwFecId;
     fecResponse()->hwFecIdResponseIs( fecId, response );
   }
@@ -277,6 +284,8 @@ private:
     const auto hwFecId = at->second;
     if ( leavesStanding() ) {
       inherited_.add( hwFecId, simulatedSwitch()->fec( hwFecId ) );
+    } else if ( takeover_ && simulatedSwitch()->hwFecIdUse( hwFecId ) > 0 ) {
+      leftOver_.insert( hwFecId ); // by what an earlier life made, which the machine does not know
     } else if ( !deleteFec( hwFecId, Vex::text( fecId ) ) ) {
       return;
     }
@@ -347,11 +356,12 @@ private:
   Agenda< Subject > agenda_;
   std::map< Rook::Fib::FecId, Request > unanswered_;
   std::map< Rook::Fib::FecId, uint64_t > hwFecIds_; // of what has been answered
+  std::map< uint64_t, uint64_t > highest_;          // hardware id by its kind, of those there were
   uint64_t changes_ = 0;
   Delay delay_;
   Vex::Ptr< KezHelper::Takeover > takeover_; // null over hardware that was empty
   KezHelper::InheritedFecs inherited_;
-  std::set< uint64_t > leftOver_; // by the sweep, as long as they are used
+  std::set< uint64_t > leftOver_; // of a takeover, as long as they are used
   std::unique_ptr< typename KezHelper::HwTable< User, Data >::Walk > userWalk_; // of the sweep
   Sweep sweepOfUsers_{ *this, &SwitchFecs::sweepUser };
   Sweep sweepOfFecs_{ *this, &SwitchFecs::sweepFec };

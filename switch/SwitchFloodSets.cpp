@@ -37,7 +37,7 @@ void SwitchFloodSets::VexVlanFloodSetConfig::handleNotifier() {
 }
 
 bool SwitchFloodSets::isOwn( uint64_t hwFecId ) const {
-  return !isHwFecIdOfHosts( hwFecId );
+  return hwFecKindOf( hwFecId ) == 0;
 }
 
 void SwitchFloodSets::see( const Dest & dest ) {

@@ -38,7 +38,7 @@ void SwitchMacs::VexMacAddrFecStatus::handleNotifier() {
 }
 
 bool SwitchMacs::isOwn( uint64_t hwFecId ) const {
-  return isHwFecIdOfHosts( hwFecId );
+  return hwFecKindOf( hwFecId ) != 0;
 }
 
 void SwitchMacs::see( const MacVlanPair & host ) {

@@ -191,6 +191,14 @@ TEST_F( EsiFilteringDecapSmTest, PortMapFollowsTheFirstViaOfARoute ) {
   EXPECT_TRUE( settle() );
   EXPECT_THAT( chip->take(), IsEmpty() );
   EXPECT_THAT( trace.take(), testing::Contains( "5 Skipping viaType mpls" ) );
+  sm->unprogramOtherViaTypeIs( true );
+  EXPECT_TRUE( settle() );
+  EXPECT_THAT( chip->take(), ElementsAre( "delete 501 Ethernet2" ) );
+  filterRoute( 1, 500, eth1 );
+  EXPECT_TRUE( settle() );
+  route( 1, { { LfibViaType::mpls, 9 } } );
+  EXPECT_TRUE( settle() );
+  EXPECT_THAT( chip->take(), ElementsAre( "create 500 Ethernet1", "delete 500 Ethernet1" ) );
 
   const std::pair< const char *, std::function< void() > > ends[] = {
     { "5 route was deleted", [ & ] { routeDel( 1 ); } },

@@ -171,6 +171,38 @@ TEST_F( EvpnHwTunnelIdSmTest, ParkedTunnelWaitsWhileAnyoneNeedsIt ) {
   EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
 }
 
+TEST_F( EvpnHwTunnelIdSmTest, WhatIsUsedGetsWhatItLacksOnceThatIsAskedFor ) {
+  start( 1, 0 );
+  const auto grow = [ & ]( HwTunnelIdType type, uint32_t number ) {
+    helper->freeHwTunnelIdIs( type )->hwTunnelIdEnq( { type, number } );
+    advance( 5 );
+  };
+  count( 5, 1 );
+  label( es1, 6 );
+  sharedEsi( es1, true );
+  EXPECT_EQ( state( 5 ), "none" );
+  sm->retryLackingTunnelIs( true );
+  EXPECT_EQ( state( 5 ), "parked" );
+  EXPECT_EQ( state( 6 ), "0:1" ); // kept while it waits for one of its type
+  EXPECT_TRUE( sm->unprogrammedTunnelHas( Tunnel::TunnelTable::TunnelId( 6 ) ) );
+  grow( hwTunnelIdTypeSharedEsi, 1 );
+  EXPECT_EQ( state( 6 ), "1:1" );
+  settle();
+  EXPECT_EQ( state( 5 ), "0:1" ); // given back
+  EXPECT_EQ( scheduler->nextDeadline(), std::nullopt );
+  label( es2, 7 );
+  EXPECT_EQ( state( 7 ) + " " + state( 5 ), "0:1 parked" );
+  grow( hwTunnelIdTypeDefault, 2 );
+  EXPECT_EQ( state( 5 ), "0:2" );
+  // One that no segment uses any more is content with what it has.
+  sharedEsi( es2, true );
+  EXPECT_EQ( sm->unprogrammedTunnels(), 1u );
+  count( 7, 1 );
+  unlabel( es2, 7 );
+  EXPECT_EQ( state( 7 ), "0:1" );
+  EXPECT_EQ( sm->unprogrammedTunnels(), 0u );
+}
+
 TEST_F( EvpnHwTunnelIdSmTest, ReviewThatYieldedPassesNobodyWhoWaits ) {
   start( 2, 0 );
   scheduler->workBudgetIs( 1 );

@@ -155,7 +155,15 @@ const std::vector< Story > stories{
       { "advance 5\nset " + segment + ".remoteEsiLabel[DynamicTunnel0.1] 0:200",
         "waiting for a remote ESI label of TEP DynamicTunnel0.1 of the right encapsulation type, "
         "0:200 "
-        "published; what is programmed stays till then; programmed on Ethernet1" } } },
+        "published; what is programmed stays till then; unprogramUnusableLabel would delete it; "
+        "programmed on Ethernet1" },
+      { "set " + segment +
+            ".remoteEsiLabel[DynamicTunnel0.1] 2:200\n"
+            "set evpnStatus.localEsiLabel[Port-Channel1] 2:51",
+        "tunnel 1, label 200; programmed on Ethernet1; with an earlier hardware tunnel id or local "
+        "label on Ethernet1, reprogramChangedEsi would follow" },
+      { "set evpnFloodingEsiSm.reprogramChangedEsi true",
+        "tunnel 1, label 200; programmed on Ethernet1" } } },
   { "tunnel 7",
     "evpnHwTunnelIdSm",
     { { "set switch.capacity[hwTunnelIdTypeDefault] 1\nset " + broadcast + "[mpls(,100,5)]", "" },
@@ -168,14 +176,18 @@ const std::vector< Story > stories{
         "used by segments Port-Channel1; has hardware tunnel id 0:1" },
       { "set switch.capacity[hwTunnelIdTypeSharedEsi] 0\nset " + segment + ".sharedEsiLabel 200",
         "used by segments Port-Channel1; has hardware tunnel id 0:1; found no shared-ESI id free "
-        "when its segments changed" },
+        "when its segments changed; retryLackingTunnel would try again" },
       { "del " + segment,
         "has hardware tunnel id 0:1; gives it up when a segment's tunnel needs one" },
       { "set " + segment +
             ".remoteEsiLabel[DynamicTunnel0.8] 2:100\n"
             "expect no tunnelIdHwTunnelId.tunnelIdToHwTunnelId[7]",
         "gave its hardware tunnel id up to a segment's tunnel, and gets one when a segment or a "
-        "first flood-set destination uses it again" } } },
+        "first flood-set destination uses it again; retryLackingTunnel would try again" },
+      { "set evpnHwTunnelIdSm.retryLackingTunnel true",
+        "waiting for a default hardware tunnel id, none was free, tried once, next try in 5.0 s" },
+      { "set switch.capacity[hwTunnelIdTypeDefault] 3\nadvance 5",
+        "has hardware tunnel id 0:3; gives it up when a segment's tunnel needs one" } } },
   { "tunnel 6",
     "evpnHwTunnelIdSm",
     { { "set switch.capacity[hwTunnelIdTypeDefault] 0\nset " + segment +
@@ -183,7 +195,12 @@ const std::vector< Story > stories{
         "used by segments Port-Channel1; has hardware tunnel id 1:1" },
       { "del " + segment + ".sharedEsiLabel",
         "used by segments Port-Channel1; has hardware tunnel id 1:1; found no default id free when "
-        "its segments changed" } } },
+        "its segments changed; retryLackingTunnel would try again" },
+      { "set evpnHwTunnelIdSm.retryLackingTunnel true",
+        "used by segments Port-Channel1; has hardware tunnel id 1:1; waiting for a default "
+        "hardware tunnel id, none was free, tried once, next try in 5.0 s" },
+      { "set switch.capacity[hwTunnelIdTypeDefault] 1\nadvance 5",
+        "used by segments Port-Channel1; has hardware tunnel id 0:1" } } },
   { "tunnel 9",
     "evpnHwTunnelIdSm",
     { { "set switch.capacity[hwTunnelIdTypeDefault] 1\nset " + broadcast + "[mpls(,100,5)]\nset " +
@@ -248,7 +265,9 @@ const std::vector< Story > stories{
       { "set lfibStatus.viaSet[1] 1,mpls:3\nset lfibTrackingStatus.routeKeyBacklog[100]\n"
         "expect switch.esiPortMap[Port-Channel1] 500",
         "needs no port map, its first via being mpls:3; keeps the port map of label 500 and "
-        "Port-Channel1" } } },
+        "Port-Channel1; unprogramOtherViaType would delete it" },
+      { "set esiFilteringDecapSm.unprogramOtherViaType true\nexpect no switch.esiPortMap",
+        "needs no port map, its first via being mpls:3" } } },
   { "route 200",
     "esiFilteringDecapSm",
     { { "set " + via1 +

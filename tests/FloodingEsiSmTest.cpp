@@ -171,6 +171,45 @@ TEST_F( FloodingEsiSmTest, WhatWaitsForAnInputIsNotRetried ) {
   evpnStatus->localEsiLabelIs( eth1, { 2, 51 } );
   EXPECT_THAT( inHardware(),
                ElementsAre( std::pair( Port( eth1, eth1, 10 ), data( 1, 7, 0, 50 ) ) ) );
+  sm->unprogramUnusableLabelIs( true );
+  EXPECT_THAT( inHardware(), IsEmpty() );
+}
+
+TEST_F( FloodingEsiSmTest, ChangedIdsAreFollowedOnceThatIsAskedFor ) {
+  for ( const bool update : { false, true } ) {
+    helper->updateSupportedOnCreateEsiDataIs( update );
+    segmentOfEth1();
+    start();
+    const auto is = [ & ]( uint32_t hwId, uint32_t label, uint32_t local ) {
+      return ElementsAre( std::pair( Port( eth1, eth1, 10 ), data( 1, hwId, label, local ) ) );
+    };
+    hwIdIs( 1, 8 );
+    evpnStatus->localEsiLabelIs( eth1, { 2, 51 } );
+    EXPECT_THAT( inHardware(), is( 7, 100, 50 ) );
+    sm->reprogramChangedEsiIs( true ); // catches up with both at once
+    EXPECT_THAT( inHardware(), is( 8, 100, 51 ) );
+    const auto deleted = calls( Operation::deleteEsiData );
+    evpnStatus->localEsiLabelIs( eth1, { 2, 50 } );
+    EXPECT_EQ( calls( Operation::deleteEsiData ), deleted + ( update ? 0 : 1 ) );
+    // Refused, it leaves nothing that names an id of before; another label may stay till then.
+    failNext( Operation::createEsiData, 2 );
+    evpnStatus->localEsiLabelIs( eth1, { 2, 51 } );
+    EXPECT_EQ( inHardware().size(), update ? 1u : 0u );
+    hwIdIs( 1, 9 );
+    EXPECT_THAT( inHardware(), IsEmpty() );
+    advance( 5 );
+    EXPECT_THAT( inHardware(), is( 9, 100, 51 ) );
+    // Under a label of no use too.
+    segment( eth1 )->remoteEsiLabelIs( tep( 1 ), { 1, 100 } );
+    EXPECT_THAT( inHardware(), is( 9, 100, 51 ) );
+    hwIdIs( 1, 8 );
+    EXPECT_THAT( inHardware(), IsEmpty() );
+    segment( eth1 )->remoteEsiLabelIs( tep( 1 ), { 2, 100 } );
+    segment( eth1 )->remoteEsiLabelIs( tep( 2 ), { 2, 100 } );
+    segment( eth1 )->designatedForwarderTepIs( 10, tep( 2 ) ); // which has no hardware id
+    EXPECT_THAT( inHardware(), IsEmpty() );
+    evpnStatus->ethernetSegmentStatusDel( eth1 );
+  }
 }
 
 TEST_F( FloodingEsiSmTest, WithdrawnDataMakesRoomAtOnceAndLagPortsFollow ) {

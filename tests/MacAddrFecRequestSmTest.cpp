@@ -392,7 +392,7 @@ TEST( TogglesTest, ADamagedFileSaysWhere ) {
     { "{ \"a\": true, \"a\": false }",
       "line 1, column 14: expected another name, a stands already, found '\"a'" },
     { "{ \"a\\n\": true }",
-      "line 1, column 5: expected a name without escapes and control characters, found '\\n'" },
+      "line 1, column 5: expected a name without escapes, brackets and control characters, found '\\n'" },
     { "{ \"a", "line 1, column 5: expected '\"', found the end" },
   };
   for ( const auto & [ text, message ] : damaged ) {

@@ -54,6 +54,7 @@ TEST( SimulationTest, WhatDiffersIsSeen ) {
     { "del switch.dot1qMapping", "switch.dot1qMapping lacks Port-Channel1,Ethernet1,1 -> 100" },
     { "set switch.nonDfPort[Ethernet9,Ethernet9,1]", "switch.nonDfPort has Ethernet9" },
     { "del switch.esiData", "switch.esiData lacks Port-Channel1,Ethernet1,1" },
+    { "set switch.esiData[Port-Channel1,Ethernet1,1] 1,0:1,100,51", "other ids are on record" },
     { "set switch.esiPortMap[Ethernet1] 501", "the port map of Ethernet1 is not what" },
     { "del switch.esiPortMap[Ethernet1]", "route 1 is neither programmed nor parked" },
     { "set switch.hwTunnelIdPool[hwTunnelIdTypeDefault].inUse[0:2] 5", "in use has 0:2 -> 5" },
@@ -72,6 +73,7 @@ TEST( SimulationTest, WhatDiffersIsSeen ) {
       if ( restarts ) {
         lines.insert( lines.end(), { "restart", compare } );
       }
+      lines.insert( lines.end(), Sim::followLines.begin(), Sim::followLines.end() );
       lines.insert( lines.end(), { line, compare } );
       const auto outcome = Sim::run( lines );
       ASSERT_TRUE( outcome ) << line;
@@ -147,7 +149,7 @@ TEST( SimulationTest, RareLivesEndWhereTheInputsSay ) {
 
 TEST( SimulationTest, WhatFailsIsCutDown ) {
   auto lines = Sim::randomLines( 3, 200 );
-  lines.insert( lines.begin() + 90, "set switch.vlan[9] 7" );
+  lines.insert( lines.end() - 1, "set switch.vlan[9] 7" );
   const auto outcome = Sim::runApart( lines );
   ASSERT_TRUE( outcome );
   EXPECT_THAT( Sim::shrink( lines, *outcome ),
@@ -212,16 +214,24 @@ TEST( SimulationTest, EveryScenarioSurvivesTheFailureOfEachOfItsHardwareCalls ) 
       continue;
     }
     ++scenarios;
-    const auto lines = changesOf( entry.path() );
-    size_t calls = 1;
-    for ( size_t n = 0; n <= calls; ++n ) { // 0: none fails
-      Simulation simulation;
-      const FailNth failure( simulation.system().hardware, n );
-      for ( const auto & line : lines ) {
-        ASSERT_EQ( simulation.execute( line ), "" ) << entry.path() << " call " << n << " " << line;
+    for ( const bool follows : { false, true } ) {
+      auto lines = follows ? Sim::followLines : Lines();
+      const auto changes = changesOf( entry.path() );
+      lines.insert( lines.end(), changes.begin(), changes.end() );
+      size_t calls = 1;
+      for ( size_t n = 0; n <= calls; ++n ) { // 0: none fails
+        Simulation simulation;
+        const FailNth failure( simulation.system().hardware, n );
+        const auto at = [ & ] {
+          return entry.path().string() + " call " + std::to_string( n ) + " follows " +
+                 std::to_string( follows );
+        };
+        for ( const auto & line : lines ) {
+          ASSERT_EQ( simulation.execute( line ), "" ) << at() << " " << line;
+        }
+        ASSERT_EQ( simulation.execute( compare ), "" ) << at();
+        calls = n == 0 ? failure.calls() : calls;
       }
-      ASSERT_EQ( simulation.execute( compare ), "" ) << entry.path() << " call " << n;
-      calls = n == 0 ? failure.calls() : calls;
     }
   }
   EXPECT_GT( scenarios, 10u );

@@ -72,7 +72,7 @@ TEST_F( TakeoverTest, SweepsOnceInputsAreCompleteAndLookedAt ) {
   advance( 10 );
   EXPECT_TRUE( takeover->collects() );
   settled = false;
-  takeover->inputsCompleteIs( true );
+  takeover->inputsAreComplete();
   advance( 10 );
   EXPECT_TRUE( takeover->collects() );
   EXPECT_EQ( calls(), 1u );

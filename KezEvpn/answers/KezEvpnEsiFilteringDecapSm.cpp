@@ -60,9 +60,12 @@ bool EsiFilteringDecapSm::explainProgrammed( const RouteKey & routeKey, const De
     out.say( "programmed" );
     return true;
   }
-  const bool keeps = decision.lack == Lack::filterViaType;
+  const bool keeps = decision.lack == Lack::filterViaType && !unprogramOtherViaType();
   out.say( keeps ? "keeps" : "programmed is", " the port map of label ", via.label, " and ",
            via.intfId );
+  if ( keeps ) {
+    out.say( "unprogramOtherViaType would delete it" );
+  }
   return keeps;
 }
 

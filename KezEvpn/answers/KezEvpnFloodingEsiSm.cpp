@@ -14,6 +14,7 @@ void EvpnFloodingEsiSm::explain( const Subject & subject, Explanation & out ) co
   if ( const auto * const pair = subject.get< IntfVlanKey >() ) {
     explainPair( *pair, out );
     ports_.explain( *pair, out );
+    explainLag( *pair, out );
     explainRefusal( *pair, out );
   } else if ( const auto * const tunnelId = subject.get< TunnelId >() ) {
     if ( const auto intfVlans = tunnelIntfVlanSet( *tunnelId ) ) {
@@ -39,6 +40,9 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
              " of the right encapsulation type, ", remoteLabel, " published" );
     if ( const auto status = esiStatus( key ); status && status->programmeds() > 0 ) {
       out.say( "what is programmed stays till then" );
+      if ( !unprogramUnusableLabel() ) {
+        out.say( "unprogramUnusableLabel would delete it" );
+      }
     }
     return;
   case Lack::nothing:
@@ -58,6 +62,45 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
     out.say( "waiting for a hardware tunnel id of tunnel ", tunnelId, ", none published" );
   } else if ( portLack == PortLack::localLabel ) {
     out.say( "waiting for the local ESI label of ", key.intfId, ", none published" );
+  }
+}
+
+// --- What lags
+
+std::vector< Wire::IntfId > EvpnFloodingEsiSm::changedPorts( const IntfVlanKey & key,
+                                                             Changed changed ) const {
+  const auto status = esiStatus( key );
+  if ( !status || status->programmeds() == 0 ) {
+    return {};
+  }
+  // What cannot be read is none.
+  const auto & table = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable();
+  const auto mapping = table.examine( intfVlanTunnel( key ) ).record;
+  const EsiIds ids{ mapping ? mapping->hwTunnelId : HwTunnelId(),
+                    evpnStatus()->localEsiLabel( key.intfId ).mplsLabel() };
+  std::vector< Wire::IntfId > ports;
+  for ( const auto port : status->programmed() ) {
+    const auto has = status->ids( port );
+    if ( changed == Changed::any ? has != ids : has.hwTunnelId != ids.hwTunnelId ) {
+      ports.push_back( port );
+    }
+  }
+  return ports;
+}
+
+std::vector< Wire::IntfId > EvpnFloodingEsiSm::laggingPorts( const IntfVlanKey & key ) const {
+  const bool usable = decide( key ).lack == Lack::nothing;
+  auto ports = changedPorts( key, usable ? Changed::any : Changed::hwTunnelId );
+  std::erase_if( ports,
+                 [ & ]( Wire::IntfId port ) { return esiStatus( key )->unprogrammedHas( port ); } );
+  return ports;
+}
+
+void EvpnFloodingEsiSm::explainLag( const IntfVlanKey & key, Explanation & out ) const {
+  const auto ports = laggingPorts( key );
+  if ( !ports.empty() ) {
+    out.say( "with an earlier hardware tunnel id or local label on ", Members{ ports },
+             ", reprogramChangedEsi would follow" );
   }
 }
 
@@ -107,6 +150,12 @@ void EvpnFloodingEsiSm::check( Findings & out ) const {
   }
   for ( const auto & [ key, status ] : esiStatus() ) {
     out.expect( intfVlanTunnelHas( key ), key, " has ports and no tunnel" );
+    out.expect( status->idss() == status->programmeds(), key,
+                " is programmed on other ports than it is on record with ids" );
+    out.expect( !reprogramChangedEsi() || laggingPorts( key ).empty(), key,
+                " is programmed with an earlier hardware tunnel id or local label" );
+    out.expect( !reprogramChangedEsi() || changedPorts( key, Changed::hwTunnelId ).empty(), key,
+                " is programmed with a hardware tunnel id that its tunnel has not" );
   }
   for ( const auto [ key, label ] : intfVlanTunnelLabel() ) {
     out.expect( intfVlanTunnel( { key.intfId, key.vlanId } ) == key.tunnelId,

@@ -10,7 +10,7 @@ using Tunnel::TunnelTable::TunnelId;
 // --- What an operator is told
 
 static std::string_view nameOf( HwTunnelIdType type ) {
-  return type == hwTunnelIdTypeDefault ? "default" : "shared-ESI or default";
+  return type == hwTunnelIdTypeDefault ? "default" : "shared-ESI";
 }
 
 void EvpnHwTunnelIdSm::explain( const Subject & subject, Explanation & out ) const {
@@ -26,31 +26,54 @@ void EvpnHwTunnelIdSm::explain( const Subject & subject, Explanation & out ) con
       tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().examine( *tunnelId );
   if ( damage ) {
     out.say( damage->what() );
-  } else if ( record ) {
+    return;
+  }
+  if ( record ) {
     out.say( "has hardware tunnel id ", record->hwTunnelId );
     if ( !used ) {
       out.say( "gives it up when a segment's tunnel needs one" );
-    } else if ( record->hwTunnelId.hwTunnelIdType() != neededType( *tunnelId ) ) {
-      out.say( "found no ",
-               neededType( *tunnelId ) == hwTunnelIdTypeSharedEsi ? "shared-ESI" : "default",
-               " id free when its segments changed" );
     }
-  } else if ( unprogrammedTunnelHas( *tunnelId ) && !isWanted( *tunnelId ) ) {
+  }
+  if ( unprogrammedTunnelHas( *tunnelId ) ) {
+    explainWait( *tunnelId, out );
+  } else {
+    explainLack( *tunnelId, out );
+  }
+}
+
+void EvpnHwTunnelIdSm::explainWait( TunnelId tunnelId, Explanation & out ) const {
+  const auto lack = lackOf( tunnelId );
+  if ( lack == Lack::nothing ) {
     out.say( "waited for a hardware tunnel id; nothing uses it any more" );
-  } else if ( unprogrammedTunnelHas( *tunnelId ) && !refusalHas( *tunnelId ) ) {
+  } else if ( !refusalHas( tunnelId ) ) {
     out.say( "waiting for room to publish a hardware tunnel id, next try ", nextTry() );
-    if ( const auto & lack = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdLack(); !lack.empty() ) {
-      out.say( lack );
+    if ( const auto & room = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdLack(); !room.empty() ) {
+      out.say( room );
     }
-  } else if ( unprogrammedTunnelHas( *tunnelId ) ) {
-    out.say( "waiting for a ", nameOf( neededType( *tunnelId ) ),
-             " hardware tunnel id, none was free, tried ", Times{ refusal( *tunnelId ) },
+  } else {
+    const auto type = neededType( tunnelId );
+    const bool either = lack == Lack::id && type != hwTunnelIdTypeDefault;
+    out.say( "waiting for a ", nameOf( type ), either ? " or default" : "",
+             " hardware tunnel id, none was free, tried ", Times{ refusal( tunnelId ) },
              ", next try ",
              nextTry( "when an id is given back or a tunnel's last segment leaves it" ) );
-  } else if ( isWanted( *tunnelId ) ) {
+  }
+}
+
+// What it lacks though nothing tries to get it that.
+void EvpnHwTunnelIdSm::explainLack( TunnelId tunnelId, Explanation & out ) const {
+  switch ( lackOf( tunnelId ) ) {
+  case Lack::nothing:
+    return;
+  case Lack::id:
     out.say( "gave its hardware tunnel id up to a segment's tunnel, and gets one when a segment "
              "or a first flood-set destination uses it again" );
+    break;
+  case Lack::type:
+    out.say( "found no ", nameOf( neededType( tunnelId ) ), " id free when its segments changed" );
+    break;
   }
+  out.say( "retryLackingTunnel would try again" );
 }
 
 // --- What holds between events
@@ -107,8 +130,27 @@ void EvpnHwTunnelIdSm::check( Findings & out ) const {
                 "a mapped tunnel is neither used by a segment nor a zombie" );
   }
   for ( const auto tunnelId : unprogrammedTunnel() ) {
-    out.expect( !mapping.examine( tunnelId ).record, "tunnel ", tunnelId, " is parked and mapped" );
+    out.expect( !mapping.examine( tunnelId ).record || lackOf( tunnelId ) == Lack::type, "tunnel ",
+                tunnelId, " is parked and mapped" );
   }
+  if ( initialized() && retryLackingTunnel() ) {
+    checkRetried( out );
+  }
+}
+
+void EvpnHwTunnelIdSm::checkRetried( Findings & out ) const {
+  const auto checkOne = [ & ]( TunnelId tunnelId ) {
+    out.expect( lackOf( tunnelId ) == Lack::nothing || unprogrammedTunnelHas( tunnelId ), "tunnel ",
+                tunnelId, " lacks an id and is not parked" );
+  };
+  for ( const auto & [ tunnelId, info ] : tunnelInfo() ) {
+    checkOne( tunnelId );
+  }
+  for ( const auto [ tunnelId, count ] : remoteInfo()->remoteTunnelId() ) {
+    checkOne( tunnelId );
+  }
+  out.expect( unprogrammedTunnels() == 0 || reviewUnprogrammed()->isScheduled(),
+              "tunnels are parked and no review is due" );
 }
 
 } // namespace Kez

@@ -93,12 +93,13 @@ void KezMacAddrFecRequestSm::checkChains( Findings & out ) const {
     }
     objects += chain->objects();
     tunnels += chain->tunnels();
-    out.expect( chain->hosts() > 0 || chain->fecId() != FecId(), "chain ", first,
-                " has neither host nor FEC" );
-    if ( chain->hosts() == 0 || chainQueueHas( first ) ) {
+    out.expect( chain->hosts() > 0 || chain->fecId() != FecId() || chain->formerFecId() != FecId(),
+                "chain ", first, " has neither host nor FEC" );
+    Explanation damage;
+    const auto decision = decide( first, &damage );
+    if ( chain->hosts() == 0 || chainQueueHas( first ) || !damage.text().empty() ) {
       continue;
     }
-    const auto decision = decide( first );
     out.expect( chain->complete() == decision.lack.empty(), "chain ", first, " is taken to be ",
                 chain->complete() ? "complete" : "incomplete" );
     if ( chain->complete() ) {
@@ -164,12 +165,18 @@ void KezMacAddrFecRequestSm::checkFecs( Findings & out ) const {
   out.expect( fecHosts() == hosts.size(), "fecHost has ", fecHosts(), " FECs of ", hosts.size() );
   for ( const auto & [ fecId, first ] : fecChain() ) {
     out.expect( isFecHeld( fecId ), "FEC ", fecId, " is neither requested nor answered" );
-    out.expect( useOf( fecId ) != Use::none || !isFecRequested( fecId ), "FEC ", fecId,
-                " is requested for nobody" );
+    const auto chain = this->chain( first );
+    out.expect( chain && ( chain->fecId() == fecId || chain->formerFecId() == fecId ), "FEC ",
+                fecId, " is on record with a chain that has it not" );
   }
   for ( const auto & [ first, chain ] : chain() ) {
-    out.expect( chain->fecId() == FecId() || fecChain( chain->fecId() ) == first, "chain ", first,
-                " has the FEC of another" );
+    for ( const auto fecId : { chain->fecId(), chain->formerFecId() } ) {
+      out.expect( fecId == FecId() || fecChain( fecId ) == first, "chain ", first,
+                  " has the FEC of another" );
+    }
+  }
+  for ( const auto & [ fecId, fec ] : macAddrFecRequest()->fec() ) {
+    out.expect( useOf( fecId ) != Use::none, "FEC ", fecId, " is requested for nobody" );
   }
   const auto used = numAllocatorStatus()->counts().used;
   out.expect( used == fecChains(), fecChains(), " FECs and ", used, " numbers in use" );

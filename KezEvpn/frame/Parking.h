@@ -75,9 +75,6 @@ public:
     }
   }
 
-  // What is parked has been refused.
-  bool settled() const override { return parked() == this->refusals(); }
-
 protected:
   RetryingSm( Ringlog::Handle & traceHandle, const ParkingPolicy & policy )
       : InitializedSm( traceHandle ), policy_( policy ) {}

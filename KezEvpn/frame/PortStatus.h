@@ -141,11 +141,9 @@ public:
     }
     const bool programmed = status->programmedHas( port );
     if ( programmed ) {
-      remove();
+      dropPort( *status, port, std::forward< Remove >( remove ) );
     }
     status->unprogrammedDel( port );
-    status->forceReprogramDel( port );
-    status->programmedDel( port );
     return programmed;
   }
 
@@ -156,6 +154,13 @@ public:
         status->forceReprogramIs( port );
       }
     }
+  }
+
+  // Calls `remove()` for a programmed port. A try of it that is due stays due.
+  template< class Remove > void dropPort( Status & status, Wire::IntfId port, Remove && remove ) {
+    remove();
+    status.forceReprogramDel( port );
+    status.programmedDel( port );
   }
 
   // Nothing of the key is to be tried again until an input changes.

@@ -48,13 +48,14 @@ private:
     }
     toggles[ name ] = on;
   }
-  // Names of features need no escapes.
+  // Names of features need no escapes, nor what ends a key in a path.
   Vex::String string() {
     expect( "\"", "a name in double quotes" );
     const auto begin = at_;
     while ( at_ < text_.size() && text_[ at_ ] != '"' ) {
-      if ( text_[ at_ ] == '\\' || static_cast< unsigned char >( text_[ at_ ] ) < ' ' ) {
-        fail( "a name without escapes and control characters" );
+      if ( text_[ at_ ] == '\\' || text_[ at_ ] == ']' ||
+           static_cast< unsigned char >( text_[ at_ ] ) < ' ' ) {
+        fail( "a name without escapes, brackets and control characters" );
       }
       ++at_;
     }
@@ -101,7 +102,9 @@ std::map< Vex::String, bool > parseToggles( std::string_view text ) {
 std::map< Vex::String, bool > readToggles( const Vex::String & file ) {
   std::ifstream in( file );
   std::stringstream text;
-  text << in.rdbuf();
+  if ( in && in.peek() != std::ifstream::traits_type::eof() ) {
+    text << in.rdbuf();
+  }
   if ( !in.is_open() || in.bad() ) {
     throw std::runtime_error( "cannot read " + file + ": " + std::strerror( errno ) );
   }

@@ -12,6 +12,9 @@
 //   VEX_ATTRIBUTE( id, foo, T[, init] )  foo(), fooIs( value ), fooDel() (back to init)
 //   VEX_TUNABLE( id, foo, T, init )      the same, and reflection may write it in any class;
 //                                        T of either may be a domain, see Vex/Domain.h
+//   VEX_HANDLED_TUNABLE( id, foo, T, init )
+//                                        likewise; the class writes `void fooChanged()`, which runs
+//                                        when it has changed
 //   VEX_COMPUTED( id, foo, T )           declares `T foo() const`, which reflection reads
 //   VEX_SET( id, foo, Key )              foo( key ): bool, fooIs( key, present = true )
 //   VEX_MAP( id, foo, Key, Value )       foo( key ), fooIs( key, value )
@@ -135,23 +138,30 @@ private:                                                                        
                                                                                                    \
 public:
 
-#define VEX_ATTRIBUTE_ACCESS( ID, foo, T, access, ... )                                            \
-  VEX_DECLARE( ID, foo, void, Vex::ValueType, ( access, &VexSelf::foo##Del ),                      \
+#define VEX_ATTRIBUTE_ACCESS( ID, foo, T, access, whenChanged, ... )                               \
+  VEX_DECLARE( ID, foo, void, Vex::ValueType, ( access, &VexSelf::foo##Is, &VexSelf::foo##Del ),   \
                Vex::ValueStorage< T > foo##_{ __VA_ARGS__ } )                                      \
   Vex::Arg< Vex::HeldBy< T > > foo() const {                                                       \
     return foo##_.get();                                                                           \
   }                                                                                                \
   void foo##Is( Vex::Arg< Vex::HeldBy< T > > value ) {                                             \
-    foo##_.set( *this, ID, value );                                                                \
+    if ( foo##_.set( *this, ID, value ) ) {                                                        \
+      whenChanged;                                                                                 \
+    }                                                                                              \
   }                                                                                                \
   void foo##Del() {                                                                                \
-    foo##_.set( *this, ID, Vex::ValueStorage< T >{ __VA_ARGS__ }.get() );                          \
+    foo##Is( Vex::ValueStorage< T >{ __VA_ARGS__ }.get() );                                        \
   }
 
 #define VEX_ATTRIBUTE( ID, foo, T, ... )                                                           \
-  VEX_ATTRIBUTE_ACCESS( ID, foo, T, VexSelf::vexAccess __VA_OPT__(, ) __VA_ARGS__ )
+  VEX_ATTRIBUTE_ACCESS( ID, foo, T, VexSelf::vexAccess,                                            \
+                        static_cast< void >( 0 ) __VA_OPT__(, ) __VA_ARGS__ )
 #define VEX_TUNABLE( ID, foo, T, ... )                                                             \
-  VEX_ATTRIBUTE_ACCESS( ID, foo, T, Vex::Access::writable __VA_OPT__(, ) __VA_ARGS__ )
+  VEX_ATTRIBUTE_ACCESS( ID, foo, T, Vex::Access::writable,                                         \
+                        static_cast< void >( 0 ) __VA_OPT__(, ) __VA_ARGS__ )
+#define VEX_HANDLED_TUNABLE( ID, foo, T, ... )                                                     \
+  VEX_ATTRIBUTE_ACCESS( ID, foo, T, Vex::Access::writable,                                         \
+                        this->foo##Changed() __VA_OPT__(, ) __VA_ARGS__ )
 
 #define VEX_COMPUTED( ID, foo, T )                                                                 \
 public:                                                                                            \

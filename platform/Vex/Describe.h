@@ -46,14 +46,16 @@ template< class C, auto storage > class ValueType : public AttributeType {
   using T = typename Storage::Type::Declared;
 
 public:
-  ValueType( std::string_view name, AttrId id, Access access, void ( C::*reset )() )
-      : AttributeType( name, id, valueKind, access, {}, typeName< T >() ), reset_( reset ) {}
+  using Set = void ( C::* )( Arg< HeldBy< T > > );
+  ValueType( std::string_view name, AttrId id, Access access, Set set, void ( C::*reset )() )
+      : AttributeType( name, id, valueKind, access, {}, typeName< T >() ), set_( set ),
+        reset_( reset ) {}
 
   String value( const Entity & entity ) const override {
     return briefText( Storage::of( entity ).get() );
   }
   void valueIs( Entity & entity, std::string_view text ) const override {
-    Storage::of( entity ).set( entity, id, parseHeld< T >( text ) );
+    ( static_cast< C & >( entity ).*set_ )( parseHeld< T >( text ) );
   }
   void reset( Entity & entity ) const override { ( static_cast< C & >( entity ).*reset_ )(); }
   String canonicalValue( std::string_view text ) const override {
@@ -61,7 +63,8 @@ public:
   }
 
 private:
-  void ( C::*reset_ )();
+  const Set set_;
+  void ( C::*const reset_ )();
 };
 
 inline constexpr AttributeKind computedKind{ "computed" };

@@ -28,16 +28,19 @@ public:
   }
 
   Arg< Value > get() const { return value_; }
-  void set( const Entity & owner, AttrId id, const Value & value ) {
+  // Whether it is another value.
+  bool set( const Entity & owner, AttrId id, const Value & value ) {
     if constexpr ( Domain< T > ) {
       if ( !contains< T >( value ) ) [[unlikely]] {
         refuse< T >( owner.vexAttributeName( id ), value );
       }
     }
-    if ( !( value_ == value ) ) {
-      value_ = value;
-      owner.vexNotify( id, nullptr );
+    if ( value_ == value ) {
+      return false;
     }
+    value_ = value;
+    owner.vexNotify( id, nullptr );
+    return true;
   }
 
 private:

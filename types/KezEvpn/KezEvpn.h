@@ -43,6 +43,13 @@ struct TunnelIdToHwTunnelId {
   Vex::String rookString() const;
 };
 
+// What a port's ESI data name that may change under them.
+struct EsiIds {
+  HwTunnelId hwTunnelId;
+  Wire::MplsLabel localEsiLabel;
+  VEX_VALUE( EsiIds, "Kez::EsiIds", hwTunnelId, localEsiLabel )
+};
+
 // The outcome of a hardware programming call. `notProgrammed` is a transient failure, to be
 // tried again; `invalidHwId` says that the hardware tunnel id passed was not valid.
 VEX_ENUM( HwProgrammingStatus, "Kez::HwProgrammingStatus", programmed, notProgrammed, invalidHwId )
@@ -160,6 +167,16 @@ class IntfVlanStatus : public MachineState {
   VEX_SET( 2, unprogrammed, Wire::IntfId )   // programming failed, and is to be tried again
   VEX_SET( 3, forceReprogram, Wire::IntfId ) // to be programmed again though in `programmed`
   VEX_ATTRIBUTES( programmed, unprogrammed, forceReprogram )
+};
+
+// The same of ESI data, and what each programmed port was programmed with.
+class EsiStatus : public IntfVlanStatus {
+  VEX_ENTITY( EsiStatus, "Kez::EsiStatus", IntfVlanStatus )
+  VEX_MAP( 4, ids, Wire::IntfId, EsiIds )
+  VEX_ATTRIBUTES( ids )
+
+public:
+  using IntfVlanStatus::IntfVlanStatus;
 };
 
 } // namespace Kez

@@ -60,10 +60,12 @@ class MacChain : public MachineState {
   VEX_KEY( MacChain, first, L2Rib::ObjectId )
   VEX_SET( 1, host, Bridging::MacVlanPair )   // that refer to it, or are published with a FEC of it
   VEX_ATTRIBUTE( 2, fecId, Rook::Fib::FecId ) // 0 for none
-  VEX_ATTRIBUTE( 3, complete, bool )          // whether what begins at the object has a FEC
-  VEX_SET( 4, object, L2Rib::ObjectId )       // on which that depends
+  // Of the other kind, from before the chain came or ceased to lead over a load-balance object.
+  VEX_ATTRIBUTE( 6, formerFecId, Rook::Fib::FecId )
+  VEX_ATTRIBUTE( 3, complete, bool )                  // whether what begins at the object has a FEC
+  VEX_SET( 4, object, L2Rib::ObjectId )               // on which that depends
   VEX_SET( 5, tunnel, Tunnel::TunnelTable::TunnelId ) // likewise
-  VEX_ATTRIBUTES( host, fecId, complete, object, tunnel )
+  VEX_ATTRIBUTES( host, fecId, formerFecId, complete, object, tunnel )
 };
 
 class ObjectChains : public MachineState {
