@@ -135,7 +135,8 @@ void KezMacAddrFecRequestSm::checkHosts( Findings & out ) const {
   };
   for ( const auto & [ host, first ] : hostChain() ) {
     expectIn( first, host );
-    out.expect( hostQueueHas( host ) ||
+    const auto publishedChain = fecChain( macAddrFecStatus()->host( host ).fecId );
+    out.expect( hostQueueHas( host ) || chainQueueHas( publishedChain ) ||
                     ( hostOutput()->host( host ) == first &&
                       fecToPublish( host, first ) == macAddrFecStatus()->host( host ) ),
                 "host ", host, " is not published as it should be, and not queued" );
