@@ -336,11 +336,15 @@ MacFec KezMacAddrFecRequestSm::fecToPublish( const MacVlanPair & host, ObjectId 
   if ( wanted == ObjectId() ) {
     return {};
   }
-  const auto published = macAddrFecStatus()->host( host );
-  const auto chain = this->chain( wanted );
-  const bool answered = chain && chain->complete() && hasFecResponse( chain->fecId() );
-  const auto fecId = answered ? chain->fecId() : published.fecId;
-  if ( !answered && !isSound( fecId ) ) {
+  const auto published = macAddrFecStatus()->host( host ).fecId;
+  auto fecId = answeredFecOf( wanted );
+  if ( fecId == FecId() && published != FecId() ) {
+    fecId = answeredFecOf( fecChain( published ) );
+  }
+  if ( fecId == FecId() && isSound( published ) ) {
+    fecId = published;
+  }
+  if ( fecId == FecId() ) {
     return {};
   }
   const auto response = macAddrFecResponse()->hwFecIdResponse( fecId );
@@ -411,6 +415,12 @@ void KezMacAddrFecRequestSm::leaveChain( ObjectId first, const MacVlanPair & hos
 }
 
 // --- A FEC
+
+// Of a complete chain that has its answer.
+FecId KezMacAddrFecRequestSm::answeredFecOf( ObjectId first ) const {
+  const auto chain = this->chain( first );
+  return chain && chain->complete() && hasFecResponse( chain->fecId() ) ? chain->fecId() : FecId();
+}
 
 // Whether it may go on being used. A chain's own FEC is requested as its tunnels are, a former one
 // is not any more.

@@ -14,11 +14,11 @@
 // smallest, at most two, or four with the toggle. A chain that comes or ceases to lead over one
 // gets another FEC, or again the one of that kind that still stands.
 //
-// A host has the FEC of its chain from the answer on. Until then it keeps the one that it has, of
-// an earlier chain or of another kind, as long as that is answered, its chain complete and its
-// tunnels' hardware ids those that it was requested with. A FEC's
-// request stands until no host is published with it, hardware has none on it, and no host refers to
-// its chain or that is not complete; its id is kept until request and response are both gone. After
+// A host has the FEC of its chain from the answer on. Until then it has the one of the earlier
+// chain that it has a FEC of, or keeps that one, of another kind, as long as that is answered, its
+// chain complete and its tunnels' hardware ids those that it was requested with. A FEC's request
+// stands until no host is published with it, hardware has none on it, and no host refers to its
+// chain or that is not complete; its id is kept until request and response are both gone. After
 // every event:
 //   - what does not agree with the inputs is in a queue, and a review is due while one is not
 //     empty;
@@ -166,6 +166,7 @@ private:
   void leaveChain( L2Rib::ObjectId first, const MacVlanPair & host );
   void publish( const MacVlanPair & host, const MacFec & fec );
 
+  Rook::Fib::FecId answeredFecOf( L2Rib::ObjectId first ) const;
   bool isSound( Rook::Fib::FecId fecId ) const;
   static std::vector< TunnelId > tunnelsOf( const Rook::Fib::Fec & fec );
   Use useOf( Rook::Fib::FecId fecId ) const;

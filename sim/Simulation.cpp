@@ -110,13 +110,18 @@ Changes changes( const Entries & before, const Switch::SimulatedSwitch & hardwar
 
 // Whether hardware lags behind no input, nor behind what a route asks for that was not told of.
 bool follows( const System & system, const History & history ) {
+  const Kez::EsiFilteringDecapSm & decapSm = *system.decapSm;
+  std::set< Mpls::RouteKey > routes;
   for ( const auto & [ routeKey, route ] : system.lfibStatus->route() ) {
-    if ( !history.told.contains( routeKey ) ) {
-      return false;
-    }
+    routes.insert( routeKey );
   }
-  return system.esiSm->reprogramChangedEsi() && system.esiSm->unprogramUnusableLabel() &&
-         system.hwTunnelIdSm->retryLackingTunnel() && system.decapSm->unprogramOtherViaType();
+  for ( const auto & [ intfId, routeKey ] : decapSm.intfRoute() ) {
+    routes.insert( routeKey );
+  }
+  const bool told = std::ranges::all_of(
+      routes, [ & ]( const auto & routeKey ) { return history.told.contains( routeKey ); } );
+  return told && system.esiSm->reprogramChangedEsi() && system.esiSm->unprogramUnusableLabel() &&
+         system.hwTunnelIdSm->retryLackingTunnel() && decapSm.unprogramOtherViaType();
 }
 
 // What must come through a restart, though everybody who knew it ends.

@@ -117,6 +117,9 @@ protected:
   // Whether a FEC in hardware is of a kind that is asked for here.
   virtual bool isOwn( uint64_t hwFecId ) const = 0;
 
+  // Whether the FEC has been given up, and goes: nothing new is to use it.
+  bool isLeaving( uint64_t hwFecId ) const { return leaving_.contains( hwFecId ); }
+
   // For what is asked for and stands.
   void kept() {
     if ( takeover_ && !takeover_->hasEnded() ) {
@@ -190,9 +193,15 @@ private:
       if ( inherited_.size() > 0 && claim( fecId, standingRequest( fecId ).fec ) ) {
         return;
       }
+      if ( const auto at = hwFecIds_.find( fecId ); at != hwFecIds_.end() ) {
+        leaving_.erase( at->second );
+      }
       unanswered_[ fecId ] = standingRequest( fecId );
       changed( fecId );
     } else if ( isGivenUp( fecId ) ) {
+      if ( const auto at = hwFecIds_.find( fecId ); at != hwFecIds_.end() ) {
+        leaving_.insert( at->second );
+      }
       if ( const auto at = unanswered_.find( fecId ); at != unanswered_.end() ) {
         at->second.withdrawalDue =
             std::max( Vex::Clock::now() + answerDelay(), agenda_.dueOf( fecId ) );
@@ -289,6 +298,7 @@ private:
     } else if ( !deleteFec( hwFecId, Vex::text( fecId ) ) ) {
       return;
     }
+    leaving_.erase( hwFecId );
     hwFecIds_.erase( at );
     fecResponse()->hwFecIdResponseDel( fecId );
   }
@@ -356,6 +366,7 @@ private:
   Agenda< Subject > agenda_;
   std::map< Rook::Fib::FecId, Request > unanswered_;
   std::map< Rook::Fib::FecId, uint64_t > hwFecIds_; // of what has been answered
+  std::set< uint64_t > leaving_;                    // hardware ids of what has been given up
   std::map< uint64_t, uint64_t > highest_;          // hardware id by its kind, of those there were
   uint64_t changes_ = 0;
   Delay delay_;

@@ -56,7 +56,8 @@ void SwitchFloodSets::see( const Dest & dest ) {
 void SwitchFloodSets::program( const Dest & dest ) {
   auto & hardware = *simulatedSwitch();
   auto status = HwProgrammingStatus::programmed;
-  if ( hardware.creation( Operation::createFloodSetDest,
+  if ( isLeaving( dest.config.hwIdForTunnelProgramming ) ||
+       hardware.creation( Operation::createFloodSetDest,
                           hardware.hasRoom( Operation::createFloodSetDest, false ), std::nullopt,
                           [ & ] { return Vex::briefText( dest ); } ) ) {
     retry( dest );
