@@ -38,7 +38,8 @@ template< class T > Ptr< T > standing( const Roots & roots, const Vex::String & 
   return root ? Vex::dynamicCast< T >( root->entity ) : nullptr;
 }
 
-// They end when the next agent's ground is laid, which is when the takeover ceases to ask them.
+// Those whom the takeover asks, which it does not hold: they hold it. The next agent's ground is
+// laid before they end, which is when it ceases to ask.
 std::vector< const Kez::StateMachine * > machinesOf( const Wiring & wiring ) {
   std::vector< const Kez::StateMachine * > machines;
   forEachMachine( wiring, [ & ]( const Kez::StateMachine & sm ) { machines.push_back( &sm ); } );
@@ -76,7 +77,8 @@ public:
                                               lfibHwStatus_ ) );
     Wiring wiring{ std::move( roots_ ), scheduler_, hardware_, takeover_ };
     if ( takeover_ ) {
-      takeover_->settledIs( [ machines = machinesOf( wiring ), floodSets, macs ] {
+      takeover_->settledIs( [ machines = machinesOf( wiring ), floodSets = floodSets.get(),
+                              macs = macs.get() ] {
         return std::ranges::all_of( machines, []( const auto * sm ) { return sm->settled(); } ) &&
                floodSets->hasTriedAll() && macs->hasTriedAll();
       } );
