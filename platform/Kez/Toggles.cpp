@@ -59,7 +59,7 @@ private:
       }
       ++at_;
     }
-    const auto name = Vex::String( text_.substr( begin, at_ - begin ) );
+    auto name = Vex::String( text_.substr( begin, at_ - begin ) );
     if ( at_ == text_.size() || name.empty() ) {
       fail( name.empty() ? "a name" : "'\"'" );
     }
