@@ -33,7 +33,7 @@ inline void appendText( Vex::TextBuffer & out, HwTunnelId id ) {
 inline void parseText( Vex::TextCursor & in, HwTunnelId & id ) {
   constexpr auto types = vexNames( HwTunnelIdType() ).size();
   Vex::TextCursor word( in.peekWord() );
-  uint32_t type = 0;
+  uint64_t type = 0;
   uint32_t number = 0;
   if ( !Vex::readNumber( word, type ) || type >= types || !word.skip( ":" ) ||
        !Vex::readNumber( word, number ) || !word.done() ) {
