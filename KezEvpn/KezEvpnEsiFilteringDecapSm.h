@@ -80,6 +80,7 @@ public:
   void doReviewUnprogrammed() override;
   void explain( const Subject & subject, Explanation & out ) const override;
   void check( Findings & out ) const override;
+  void addAuditParts( KezHelper::AuditParts & out ) override;
   bool settled() const override { return lfibTrackingStatus()->routeKeyBacklogs() == 0; }
 
 private:

@@ -55,6 +55,7 @@ public:
   void doReviewUnprogrammed() override;
   void explain( const Subject & subject, Explanation & out ) const override;
   void check( Findings & out ) const override;
+  void addAuditParts( KezHelper::AuditParts & out ) override;
 
   void processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId );
   void addIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId );

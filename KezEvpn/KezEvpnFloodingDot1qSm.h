@@ -107,6 +107,7 @@ public:
   void vex_handleReviewIntfVlan_taskRun();
   void doReviewIntfVlan();
   void check( Findings & out ) const override;
+  void addAuditParts( KezHelper::AuditParts & out ) override;
   bool settled() const override { return intfVlanQueues() == 0; }
 
 private:

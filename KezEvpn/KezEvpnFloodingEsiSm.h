@@ -99,6 +99,7 @@ public:
   void doReviewUnprogrammed() override;
   void explain( const Subject & subject, Explanation & out ) const override;
   void check( Findings & out ) const override;
+  void addAuditParts( KezHelper::AuditParts & out ) override;
 
   void addIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId );
   void deleteIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId );
@@ -144,6 +145,9 @@ private:
   std::vector< Wire::IntfId > laggingPorts( const IntfVlanKey & key ) const;
   void dropPortsOfOtherHwTunnelId( const IntfVlanKey & key );
   void deleteEsiData( EsiStatus & status, Wire::IntfId port );
+  std::optional< KezHelper::EsiData > dataOnRecord( const KezHelper::PortVlanKey & key ) const;
+  // On each port of the interface.
+  std::optional< KezHelper::EsiData > dataAskedFor( const IntfVlanKey & pair ) const;
   void explainPair( const IntfVlanKey & key, Explanation & out ) const;
   void explainLag( const IntfVlanKey & key, Explanation & out ) const;
   std::optional< TunnelIdToHwTunnelId > mapped( TunnelId tunnelId ) const {

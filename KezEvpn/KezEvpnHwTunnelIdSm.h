@@ -130,6 +130,7 @@ public:
   void doReviewUnprogrammed() override;
   void explain( const Subject & subject, Explanation & out ) const override;
   void check( Findings & out ) const override;
+  void addAuditParts( KezHelper::AuditParts & out ) override;
 
 private:
   bool usedBySegment( TunnelId tunnelId ) const { return tunnelInfoHas( tunnelId ); }
@@ -157,6 +158,7 @@ private:
   void explainWait( TunnelId tunnelId, Explanation & out ) const;
   void explainLack( TunnelId tunnelId, Explanation & out ) const;
   void checkRetried( Findings & out ) const;
+  std::optional< TunnelId > recordedFor( HwTunnelId hwTunnelId ) const;
 
   Parking< TunnelId > parking_;
   VexEvpnStatus evpnStatusReactor_;

@@ -2,6 +2,7 @@
 
 #include "KezEvpn/frame/Explain.h"
 #include "KezEvpn/frame/Findings.h"
+#include "KezHelper/Audit.h"
 #include "Ringlog/Setting.h"
 #include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"
@@ -20,6 +21,24 @@ struct Shell::Command {
   String detail;
   void ( Shell::*run )( Vex::TextCursor & );
 };
+
+static String differenceText( const KezHelper::AuditDifference & difference ) {
+  const auto textOf = []( const String & data ) { return data.empty() ? "nothing" : data; };
+  String text = Vex::text( difference.kind() ) + ": " + textOf( difference.inHardware() ) +
+                " in hardware, " + textOf( difference.onRecord() ) + " on record";
+  if ( difference.askedFor() != difference.onRecord() ) {
+    text += ", " + textOf( difference.askedFor() ) + " asked for";
+  }
+  text += ", since " + Vex::text( difference.since() ) + " s";
+  if ( difference.repair() == KezHelper::Repair::impossible ) {
+    return text + "; cannot be mended";
+  }
+  if ( difference.repair() == KezHelper::Repair::done ) {
+    text += difference.inHardware().empty() ? "" : "; removed";
+    text += difference.onRecord().empty() ? "" : "; tried again by the next review";
+  }
+  return text;
+}
 
 const std::vector< Shell::Command > & Shell::commands() {
   static const std::vector< Command > all{
@@ -64,6 +83,15 @@ const std::vector< Shell::Command > & Shell::commands() {
       "What is broken counts as an expectation that failed.\n"
       "  check\n",
       &Shell::check },
+    { "audit", "[repair]", "compare hardware with what machines have on record and inputs ask for",
+      "Goes round all tables once and says what is missing in hardware, unexpected or different, and\n"
+      "what a machine lags behind by rule. With repair what is wrong is removed, and what is on\n"
+      "record tried again by the machine's next review. audit.difference keeps what the last round\n"
+      "found; with audit.interval there is a round every so many seconds, which repairs with\n"
+      "audit.repairs.\n"
+      "  audit\n"
+      "  set audit.interval 60\n",
+      &Shell::audit },
     { "advance", "SECONDS", "let time pass, running the tasks that fall due",
       "Tasks run at their time. On the steady clock the time is waited for.\n"
       "  advance 5\n",
@@ -289,6 +317,38 @@ void Shell::check( Vex::TextCursor & in ) {
   } else {
     reportFailure( "invariants are broken\n" + broken );
   }
+}
+
+void Shell::audit( Vex::TextCursor & in ) {
+  bool repairs = false;
+  if ( !in.done() ) {
+    const size_t offset = in.offset();
+    const auto how = takeRest( in );
+    if ( how != "repair" ) {
+      failAt( offset, "repair or the end of the line", how );
+    }
+    repairs = true;
+  }
+  const auto * const root = wiring_.roots.root( "audit" );
+  const auto audit = root ? Vex::dynamicCast< KezHelper::Audit >( root->entity ) : nullptr;
+  if ( !audit ) {
+    throw BadLine( 1, "there is no agent, which restart makes" );
+  }
+  audit->begin( repairs );
+  runTasks( 0 );
+  if ( audit->isUnderWay() ) {
+    out_ << "it goes on when hardware has been taken over, which show takeover tells of\n";
+    return;
+  }
+  if ( audit->differences() == 0 ) {
+    out_ << "hardware has what is on record and asked for; entries compared: " << audit->compared()
+         << '\n';
+  }
+  std::vector< std::vector< String > > rows;
+  for ( const auto & [ entry, difference ] : audit->difference() ) {
+    rows.push_back( { "  " + difference->machine(), entry, differenceText( *difference ) } );
+  }
+  showTable( out_, rows );
 }
 
 void Shell::judge( bool holds, const Path & path, const String & expected,

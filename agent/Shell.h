@@ -50,6 +50,7 @@ private:
   void expect( Vex::TextCursor & in );
   void explain( Vex::TextCursor & in );
   void check( Vex::TextCursor & in );
+  void audit( Vex::TextCursor & in );
   void advance( Vex::TextCursor & in );
   void call( Vex::TextCursor & in );
   void restart( Vex::TextCursor & in );

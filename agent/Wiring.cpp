@@ -13,6 +13,7 @@
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
 #include "KezEvpn/KezMacAddrFecRequestSm.h"
 #include "KezEvpn/frame/StateMachine.h"
+#include "KezHelper/Audit.h"
 #include "KezHelper/EsiFilteringDecapHelperTakeover.h"
 #include "KezHelper/EvpnFloodingSmHelperTakeover.h"
 #include "KezHelper/EvpnHwTunnelIdSmHelperTakeover.h"
@@ -46,6 +47,12 @@ std::vector< const Kez::StateMachine * > machinesOf( const Wiring & wiring ) {
   return machines;
 }
 
+void addTablesOf( auto & entity, KezHelper::Audit & audit ) {
+  KezHelper::AuditParts parts;
+  entity.addAuditParts( parts );
+  audit.partsAre( &entity, std::move( parts ) );
+}
+
 // An agent being made: the members, then the machines, in the order in which they stand here. Each
 // stands before what is handed it, and `show` lists the roots in that order.
 class Wirer {
@@ -76,6 +83,11 @@ public:
              Kez::esiFilteringDecapSmFactory( decap_, lfibStatus_, scheduler_, lfibTrackingStatus_,
                                               lfibHwStatus_ ) );
     Wiring wiring{ std::move( roots_ ), scheduler_, hardware_, takeover_ };
+    const auto audit = wiring.roots.rootIs(
+        Role::runtime, "audit", Vex::makePtr< KezHelper::Audit >( scheduler_, takeover_ ) );
+    forEachMachine( wiring, [ & ]( Kez::StateMachine & sm ) { addTablesOf( sm, *audit ); } );
+    addTablesOf( *floodSets, *audit );
+    addTablesOf( *macs, *audit );
     if ( takeover_ ) {
       takeover_->settledIs( [ machines = machinesOf( wiring ), floodSets = floodSets.get(),
                               macs = macs.get() ] {

@@ -42,6 +42,7 @@ private:
   void tunable();
   String machines();
   void restart();
+  void tamper();
   void follow();
 
   uint64_t below( uint64_t n ) { return random_() % n; }
@@ -97,6 +98,7 @@ Generator::Generator( uint64_t seed ) : random_( seed ) {
   kind( &Generator::timing, 4 );
   kind( &Generator::unheard, 3 );
   kind( &Generator::restart, 1 );
+  kind( &Generator::tamper, 1 );
   if ( oneIn( 4 ) ) {
     kind( &Generator::tunable, 3 );
   }
@@ -353,6 +355,18 @@ void Generator::tunable() {
 void Generator::restart() {
   add( any( { "restart", "restart hitless", "restart hitless" } ) );
   follow();
+}
+
+void Generator::tamper() {
+  add( String( tamperLine ) +
+       any( { "del switch.vlan", "del switch.dot1qMapping", "del switch.nonDfPort",
+              "del switch.esiData", "del switch.esiPortMap", "del switch.fec",
+              "del switch.floodSetDest", "del switch.macEntry", "set switch.vlan[2] 9",
+              "set switch.dot1qMapping[Ethernet1,Ethernet1,2] 9",
+              "set switch.nonDfPort[Ethernet1,Ethernet1,2]",
+              "set switch.esiData[Ethernet1,Ethernet1,2] 9,0:9,100,50",
+              "set switch.esiPortMap[Ethernet1] 9",
+              "set switch.macEntry[00:00:00:00:00:01,1] 9" } ) );
 }
 
 void Generator::follow() {

@@ -205,6 +205,9 @@ String Simulation::executeOne( const String & line ) {
     if ( line == hitlessLine ) {
       return restartHitless();
     }
+    if ( line.starts_with( tamperLine ) ) {
+      return tamper( line.substr( tamperLine.size() ) );
+    }
     if ( line.starts_with( "restart" ) ) {
       return restart( line ) + brokenPromises();
     }
@@ -352,9 +355,10 @@ String Simulation::compare() {
   if ( auto broken = brokenInvariants(); !broken.empty() ) {
     return broken;
   }
-  auto wrong = brokenState( *system_ ); // while things are still due
+  auto wrong = brokenState( *system_ ) + audited( false ); // while things are still due
   wrong += settle();
   wrong += brokenInvariants() + differences( *system_, history_ ) + brokenState( *system_ );
+  wrong += audited( follows( *system_, history_ ) );
   if ( !wrong.empty() || !complete( *system_, history_ ) ) {
     return wrong;
   }
@@ -362,6 +366,39 @@ String Simulation::compare() {
     return "something is due though nothing is parked";
   }
   return reviewEverything();
+}
+
+// An answer that was given stands, also where its FEC finds no room any more: it is tried again
+// before others can take it.
+String Simulation::tamper( const String & line ) {
+  const bool takesOver = wiring_.takeover && !wiring_.takeover->hasEnded();
+  if ( takesOver || !system_->hardware->hasRoom( Switch::Table::fec ) ) {
+    return "";
+  }
+  executeInAgent( line );
+  executeInAgent( "audit repair" );
+  for ( const auto & [ entry, difference ] : system_->audit->difference() ) {
+    if ( difference->repair() == KezHelper::Repair::impossible ) {
+      return "an audit cannot mend " + entry + "\n";
+    }
+  }
+  return settle();
+}
+
+String Simulation::audited( bool nothingLags ) {
+  if ( wiring_.takeover && !wiring_.takeover->hasEnded() ) {
+    return "";
+  }
+  executeInAgent( "audit" );
+  String wrong;
+  for ( const auto & [ entry, difference ] : system_->audit->difference() ) {
+    if ( nothingLags || difference->kind() != KezHelper::DifferenceKind::lagging ) {
+      wrong += "audit: " + entry + " is " + Vex::text( difference->kind() ) + ": in hardware " +
+               difference->inHardware() + ", on record " + difference->onRecord() + ", asked for " +
+               difference->askedFor() + "\n";
+    }
+  }
+  return wrong;
 }
 
 String Simulation::settle() {

@@ -29,6 +29,10 @@ inline constexpr std::string_view tablesLine = "# tables";
 // calls than hardware differs by afterwards.
 inline constexpr std::string_view hitlessLine = "# hitless";
 
+// Hardware is changed behind the machines' back by the line that is named behind it, which an audit
+// mends: nothing, if hardware is being taken over or has no room for a FEC.
+inline constexpr std::string_view tamperLine = "# tamper ";
+
 // What ends all faults and lets all that is due be done.
 inline const Lines settleLines{ "del switch.fault", "set scheduler.workBudget 1000", "advance 60" };
 
@@ -55,6 +59,9 @@ private:
   Vex::String restart( const Vex::String & line );
   Vex::String settle();
   Vex::String restartHitless();
+  Vex::String tamper( const Vex::String & line );
+  // What an audit finds, but for what lags by rule unless nothing may.
+  Vex::String audited( bool nothingLags );
   void remember( const Vex::String & line );
   Vex::String brokenPromises() const;
   Vex::String brokenInvariants() const;

@@ -44,6 +44,7 @@ System::System( const Agent::Wiring & wiring )
       macFecResponse( at< Kez::FecIdToHwFecIdResponse >( wiring, "macAddrFecResponse" ) ),
       macHwStatus( at< Kez::MacAddrHwStatus >( wiring, "macAddrHwStatus" ) ),
       switchMacs( at< Switch::SwitchMacs >( wiring, "switchMacs" ) ),
+      audit( at< KezHelper::Audit >( wiring, "audit" ) ),
       membershipSm( at< Kez::KezEvpnVlanMembershipSm >( wiring, "kezEvpnVlanMembershipSm" ) ),
       dot1qSm( at< Kez::EvpnFloodingDot1qSm >( wiring, "evpnFloodingDot1qSm" ) ),
       floodFilterSm( at< Kez::KezEvpnFloodFilterSm >( wiring, "kezEvpnFloodFilterSm" ) ),

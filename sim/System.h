@@ -15,6 +15,7 @@
 #include "KezEvpn/KezEvpnVlanFloodSetSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
 #include "KezEvpn/KezMacAddrFecRequestSm.h"
+#include "KezHelper/Audit.h"
 #include "agent/Wiring.h"
 #include "switch/SimulatedSwitch.h"
 #include "switch/SwitchFloodSets.h"
@@ -59,6 +60,7 @@ struct System {
   const Vex::Ptr< Kez::MacAddrHwStatus > macHwStatus;
   const Vex::Ptr< Switch::SwitchMacs > switchMacs;
 
+  const Vex::Ptr< KezHelper::Audit > audit;
   const Vex::Ptr< Kez::KezEvpnVlanMembershipSm > membershipSm;
   const Vex::Ptr< Kez::EvpnFloodingDot1qSm > dot1qSm;
   const Vex::Ptr< Kez::KezEvpnFloodFilterSm > floodFilterSm;

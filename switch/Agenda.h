@@ -11,6 +11,7 @@ namespace Switch {
 template< class Thing > class Agenda {
 public:
   size_t size() const { return things_.size(); }
+  bool has( const Thing & thing ) const { return things_.contains( thing ); }
   // Of what is on the agenda.
   double dueOf( const Thing & thing ) const { return things_.at( thing )->first.due; }
   // Of the first thing; there is one.

@@ -14,7 +14,8 @@
 // FEC that is still used then until it is not.
 #pragma once
 
-#include "KezHelper/Takeover.h"
+#include "KezHelper/Audit.h"
+#include "KezHelper/TableView.h"
 
 #include "Loom/TimerWheel.h"
 #include "Ringlog/Trace.h"
@@ -90,16 +91,59 @@ public:
   const KezHelper::HwFecTable & fecs() const { return *fecTable_; }
   virtual const KezHelper::HwTable< User, Data > & users() const = 0;
 
+  // Of FECs, whose record is what has been answered, and of their users.
+  void addAuditParts( KezHelper::AuditParts & out ) {
+    out.add( KezHelper::AuditedSides< uint64_t, HwFec >{
+        .machine = this->name(),
+        .table = "fec",
+        .hardware = &fecs(),
+        .record = KezHelper::tableView< uint64_t, HwFec >(
+            [ this ] { return this->fecResponse()->hwFecIdResponse(); },
+            []( const auto & member ) {
+              const auto [ fecId, response ] = *member;
+              return std::vector{ response.hwFecId };
+            },
+            [ this ]( uint64_t hwFecId ) { return fecOnRecord( hwFecId ); } ),
+        .askedFor = nullptr,
+        .due = []( uint64_t ) { return false; },
+        .remove =
+            [ this ]( uint64_t hwFecId, const HwFec & ) {
+              if ( simulatedSwitch()->hwFecIdUse( hwFecId ) == 0 ) {
+                deleteFec( hwFecId, Vex::text( hwFecId ) );
+              }
+            },
+        .forget = [ this ]( uint64_t hwFecId,
+                            const HwFec & ) { retry( answeredFecId_.at( hwFecId ) ); },
+        .writesOver = true,
+    } );
+    out.add( KezHelper::AuditedSides< User, Data >{
+        .machine = this->name(),
+        .table = userTable_,
+        .hardware = &users(),
+        .record = usersOnRecord(),
+        .askedFor = nullptr,
+        .due = []( const User & ) { return false; },
+        .remove = [ this ]( const User & user, const Data & ) { removeUser( user ); },
+        .forget =
+            [ this ]( const User & user, const Data & data ) {
+              leftBy( hwFecIdUsedBy( user, data ) );
+              lost( user );
+              retry( user );
+            },
+    } );
+  }
+
 protected:
-  // `wrongWhenUsed` is what is wrong with the deletion of a FEC that is used.
-  SwitchFecs( Ringlog::Handle & traceHandle, const char * wrongWhenUsed,
+  // `userTable` names the table of users, and `wrongWhenUsed` is what is wrong with the deletion of
+  // a FEC that is used.
+  SwitchFecs( Ringlog::Handle & traceHandle, const char * userTable, const char * wrongWhenUsed,
               const Vex::Ptr< SimulatedSwitch > & hardware,
               const Vex::Ptr< Loom::TimerWheel > & timerWheel,
               const Vex::Ptr< const Kez::FecIdToHwFecIdRequest > & fecRequest,
               const Vex::Ptr< Kez::FecIdToHwFecIdResponse > & fecResponse )
       : simulatedSwitch_( hardware ), fecRequest_( fecRequest ), fecResponse_( fecResponse ),
-        handle_( traceHandle ), wrongWhenUsed_( wrongWhenUsed ), delay_( timerWheel, *this ),
-        fecRequestReactor_( *this ) {}
+        handle_( traceHandle ), userTable_( userTable ), wrongWhenUsed_( wrongWhenUsed ),
+        delay_( timerWheel, *this ), fecRequestReactor_( *this ) {}
 
   // For the constructor, last.
   void watchFecRequests() { fecRequestReactor_.notifierIs( fecRequest() ); }
@@ -114,8 +158,19 @@ protected:
   // Brings hardware, and what it answers, to what is asked for.
   virtual void see( const User & user ) = 0;
   virtual uint64_t hwFecIdUsedBy( const User & user, const Data & data ) const = 0;
+  // What has been answered of them, as hardware should have it; where nothing has, and something is
+  // due about one, what hardware has of it, from an earlier life perhaps.
+  virtual std::unique_ptr< const KezHelper::HwTable< User, Data > > usersOnRecord() const = 0;
+  // Has hardware remove one that nothing is on record of, which counts as a use of no FEC.
+  virtual void removeUser( const User & user ) = 0;
+  // Answers that hardware does not have it.
+  virtual void lost( const User & user ) = 0;
   // Whether a FEC in hardware is of a kind that is asked for here.
   virtual bool isOwn( uint64_t hwFecId ) const = 0;
+
+  bool isDue( const User & user ) const { return agenda_.has( user ); }
+  // That a FEC in use has been answered with.
+  uint64_t hwFecIdAnswered( Rook::Fib::FecId fecId ) const { return hwFecIds_.at( fecId ); }
 
   // Whether the FEC has been given up, and goes: nothing new is to use it.
   bool isLeaving( uint64_t hwFecId ) const { return leaving_.contains( hwFecId ); }
@@ -259,12 +314,16 @@ private:
       return at->second;
     }
     const auto hwFecId = hwFecIdOf( fecId );
-    return simulatedSwitch()->fecHas( hwFecId ) ? highest_.at( hwFecKindOf( hwFecId ) ) + 1
-                                                : hwFecId;
+    const bool taken = simulatedSwitch()->fecHas( hwFecId ) || answeredFecId_.contains( hwFecId );
+    return taken ? highest_.at( hwFecKindOf( hwFecId ) ) + 1 : hwFecId;
   }
   void note( uint64_t hwFecId ) {
     auto & highest = highest_[ hwFecKindOf( hwFecId ) ];
     highest = std::max( highest, hwFecId );
+  }
+  void isAnsweredWith( Rook::Fib::FecId fecId, uint64_t hwFecId ) {
+    hwFecIds_[ fecId ] = hwFecId;
+    answeredFecId_[ hwFecId ] = fecId;
   }
   void answer( Rook::Fib::FecId fecId, const Request & request ) {
     auto & hardware = *simulatedSwitch();
@@ -282,7 +341,7 @@ private:
     TRACE( 5, "createFec ", fecId, " hwTunnelId ", request.fec.hwTunnelId );
     hardware.fecIs( response.hwFecId, request.fec );
     note( response.hwFecId );
-    hwFecIds_[ fecId ] = response.hwFecId;
+    isAnsweredWith( fecId, response.hwFecId );
     fecResponse()->hwFecIdResponseIs( fecId, response );
   }
   void withdraw( Rook::Fib::FecId fecId ) {
@@ -299,6 +358,7 @@ private:
       return;
     }
     leaving_.erase( hwFecId );
+    answeredFecId_.erase( hwFecId );
     hwFecIds_.erase( at );
     fecResponse()->hwFecIdResponseDel( fecId );
   }
@@ -323,7 +383,7 @@ private:
     const auto hwFecId = inherited_.claim( fec );
     if ( hwFecId ) {
       kept();
-      hwFecIds_[ fecId ] = *hwFecId;
+      isAnsweredWith( fecId, *hwFecId );
       unanswered_.erase( fecId );
       agenda_.del( fecId );
       fecResponse()->hwFecIdResponseIs( fecId, hwFecIdResponseOf( *hwFecId, fec ) );
@@ -352,6 +412,16 @@ private:
     return hwFecId.has_value();
   }
 
+  // One that something is due about may be as it was.
+  std::optional< HwFec > fecOnRecord( uint64_t hwFecId ) const {
+    const auto at = answeredFecId_.find( hwFecId );
+    const bool answered = at != answeredFecId_.end();
+    if ( answered && isRequested( at->second ) && !agenda_.has( at->second ) ) {
+      return standingRequest( at->second ).fec;
+    }
+    return answered || leftOver_.contains( hwFecId ) ? ownFec( hwFecId ) : std::nullopt;
+  }
+
   std::optional< HwFec > ownFec( uint64_t hwFecId ) const {
     return simulatedSwitch()->fecHas( hwFecId ) && isOwn( hwFecId )
                ? std::optional( simulatedSwitch()->fec( hwFecId ) )
@@ -362,12 +432,14 @@ private:
       switchTable< uint64_t, HwFec >( [ this ] { return simulatedSwitch()->fec(); },
                                       [ this ]( uint64_t hwFecId ) { return ownFec( hwFecId ); } );
   const Ringlog::Handle & handle_; // the part's
+  const char * const userTable_;
   const char * const wrongWhenUsed_;
   Agenda< Subject > agenda_;
   std::map< Rook::Fib::FecId, Request > unanswered_;
-  std::map< Rook::Fib::FecId, uint64_t > hwFecIds_; // of what has been answered
-  std::set< uint64_t > leaving_;                    // hardware ids of what has been given up
-  std::map< uint64_t, uint64_t > highest_;          // hardware id by its kind, of those there were
+  std::map< Rook::Fib::FecId, uint64_t > hwFecIds_;      // of what has been answered
+  std::map< uint64_t, Rook::Fib::FecId > answeredFecId_; // the other way round
+  std::set< uint64_t > leaving_;                         // hardware ids of what has been given up
+  std::map< uint64_t, uint64_t > highest_; // hardware id by its kind, of those there were
   uint64_t changes_ = 0;
   Delay delay_;
   Vex::Ptr< KezHelper::Takeover > takeover_; // null over hardware that was empty

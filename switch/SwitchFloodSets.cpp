@@ -12,8 +12,8 @@ SwitchFloodSets::SwitchFloodSets( const Vex::Ptr< SimulatedSwitch > & hardware,
                                   const Vex::Ptr< Kez::FecIdToHwFecIdResponse > & fecResponse,
                                   const Vex::Ptr< const Kez::EvpnVlanFloodSetHwConfig > & hwConfig,
                                   const Vex::Ptr< Kez::EvpnVlanFloodSetHwStatus > & hwStatus )
-    : SwitchFecs( traceHandle, "a destination uses it", hardware, timerWheel, fecRequest,
-                  fecResponse ),
+    : SwitchFecs( traceHandle, "floodSetDest", "a destination uses it", hardware, timerWheel,
+                  fecRequest, fecResponse ),
       hwConfig_( hwConfig ), hwStatus_( hwStatus ),
       dests_( switchTable< Dest, Vex::NoValue >(
           [ this ] { return simulatedSwitch()->floodSetDest(); },
@@ -71,15 +71,52 @@ void SwitchFloodSets::program( const Dest & dest ) {
 }
 
 void SwitchFloodSets::unprogram( const Dest & dest ) {
-  auto & hardware = *simulatedSwitch();
-  if ( !leavesStanding() && hardware.floodSetDestHas( dest ) &&
-       hardware.deletion( Operation::deleteFloodSetDest, std::nullopt,
-                          [ & ] { return Vex::briefText( dest ); } ) ) {
-    TRACE( 5, "deleteFloodSetDest ", dest );
-    hardware.floodSetDestDel( dest );
+  if ( !leavesStanding() && simulatedSwitch()->floodSetDestHas( dest ) && deleteDest( dest ) ) {
     leftBy( dest.config.hwIdForTunnelProgramming );
   }
   hwStatus()->statusMemberDel( dest.macVlanPair, dest.config );
+}
+
+bool SwitchFloodSets::deleteDest( const Dest & dest ) {
+  auto & hardware = *simulatedSwitch();
+  const bool deleted = hardware.deletion( Operation::deleteFloodSetDest, std::nullopt,
+                                          [ & ] { return Vex::briefText( dest ); } );
+  if ( deleted ) {
+    TRACE( 5, "deleteFloodSetDest ", dest );
+    hardware.floodSetDestDel( dest );
+  }
+  return deleted;
+}
+
+std::unique_ptr< const KezHelper::HwTable< SwitchFloodSets::Dest, Vex::NoValue > >
+SwitchFloodSets::usersOnRecord() const {
+  return KezHelper::tableView< Dest, Vex::NoValue >(
+      [ this ] { return hwStatus()->status(); },
+      []( const auto & member ) {
+        const auto [ macVlanPair, floodSet ] = *member;
+        std::vector< Dest > dests;
+        for ( const auto & [ config, status ] : floodSet->mplsDestStatus() ) {
+          dests.emplace_back( macVlanPair, config );
+        }
+        return dests;
+      },
+      [ this ]( const Dest & dest ) {
+        const auto floodSet = hwStatus()->status( dest.macVlanPair );
+        const bool programmed =
+            floodSet && floodSet->mplsDestStatusHas( dest.config ) &&
+            floodSet->mplsDestStatus( dest.config ) == HwProgrammingStatus::programmed;
+        return !programmed && isDue( dest ) ? users().find( dest ) : entryOf( programmed );
+      } );
+}
+
+void SwitchFloodSets::removeUser( const Dest & dest ) {
+  deleteDest( dest );
+}
+
+void SwitchFloodSets::lost( const Dest & dest ) {
+  hwStatus()
+      ->statusIs( dest.macVlanPair )
+      ->mplsDestStatusIs( dest.config, HwProgrammingStatus::notProgrammed );
 }
 
 } // namespace Switch

@@ -12,7 +12,7 @@ SwitchMacs::SwitchMacs( const Vex::Ptr< SimulatedSwitch > & hardware,
                         const Vex::Ptr< Kez::FecIdToHwFecIdResponse > & fecResponse,
                         const Vex::Ptr< const Kez::MacAddrFecStatus > & macAddrFecStatus,
                         const Vex::Ptr< Kez::MacAddrHwStatus > & macAddrHwStatus )
-    : SwitchFecs( traceHandle, "a MAC entry uses it", hardware, timerWheel, fecRequest,
+    : SwitchFecs( traceHandle, "macEntry", "a MAC entry uses it", hardware, timerWheel, fecRequest,
                   fecResponse ),
       macAddrFecStatus_( macAddrFecStatus ), macAddrHwStatus_( macAddrHwStatus ),
       macEntries_( switchTable< MacVlanPair, uint64_t >(
@@ -77,15 +77,41 @@ void SwitchMacs::program( const MacVlanPair & host, const Kez::MacFec & fec ) {
 }
 
 void SwitchMacs::unprogram( const MacVlanPair & host ) {
-  auto & hardware = *simulatedSwitch();
-  const auto hwFecId = hardware.macEntry( host );
-  if ( !leavesStanding() && hardware.macEntryHas( host ) &&
-       hardware.deletion( Operation::deleteMacEntry, std::nullopt,
-                          [ & ] { return Vex::briefText( host ); } ) ) {
-    TRACE( 5, "deleteMacEntry ", host );
-    hardware.macEntryDel( host );
+  const auto hwFecId = simulatedSwitch()->macEntry( host );
+  if ( !leavesStanding() && simulatedSwitch()->macEntryHas( host ) && deleteEntry( host ) ) {
     leftBy( hwFecId );
   }
+  macAddrHwStatus()->programmedDel( host );
+}
+
+bool SwitchMacs::deleteEntry( const MacVlanPair & host ) {
+  auto & hardware = *simulatedSwitch();
+  const bool deleted = hardware.deletion( Operation::deleteMacEntry, std::nullopt,
+                                          [ & ] { return Vex::briefText( host ); } );
+  if ( deleted ) {
+    TRACE( 5, "deleteMacEntry ", host );
+    hardware.macEntryDel( host );
+  }
+  return deleted;
+}
+
+std::unique_ptr< const KezHelper::HwTable< MacVlanPair, uint64_t > >
+SwitchMacs::usersOnRecord() const {
+  return KezHelper::tableView< MacVlanPair, uint64_t >(
+      [ this ] { return macAddrHwStatus()->host(); },
+      [ this ]( const MacVlanPair & host ) -> std::optional< uint64_t > {
+        if ( macAddrHwStatus()->hostHas( host ) ) {
+          return hwFecIdAnswered( macAddrHwStatus()->host( host ) );
+        }
+        return isDue( host ) ? users().find( host ) : std::nullopt;
+      } );
+}
+
+void SwitchMacs::removeUser( const MacVlanPair & host ) {
+  deleteEntry( host );
+}
+
+void SwitchMacs::lost( const MacVlanPair & host ) {
   macAddrHwStatus()->programmedDel( host );
 }
 

@@ -200,7 +200,8 @@ Lines changesOf( const std::filesystem::path & scenario ) {
   Lines lines;
   for ( std::string line; std::getline( file, line ); ) {
     if ( line.starts_with( "set " ) || line.starts_with( "del " ) ||
-         line.starts_with( "advance " ) || line.starts_with( "restart hitless" ) ) {
+         line.starts_with( "advance " ) || line.starts_with( "restart hitless" ) ||
+         line.starts_with( "audit" ) ) {
       lines.push_back( line );
     }
   }

@@ -2,6 +2,7 @@
 
 #include "KezEvpn/frame/Explain.h"
 #include "KezEvpn/frame/Findings.h"
+#include "KezEvpn/frame/PortAudit.h"
 
 namespace Kez {
 
@@ -40,6 +41,37 @@ void KezEvpnFloodFilterSm::check( Findings & out ) const {
                   vlanId );
     }
   }
+}
+
+void KezEvpnFloodFilterSm::addAuditParts( KezHelper::AuditParts & out ) {
+  using KezHelper::PortVlanKey;
+  using Sides = KezHelper::AuditedSides< PortVlanKey, Vex::NoValue >;
+  const auto thereIf = []( bool there ) {
+    return there ? std::optional( Vex::NoValue() ) : std::nullopt;
+  };
+  out.add( Sides{
+      .machine = name(),
+      .table = "nonDfPort",
+      .hardware = floodingHelper()->inventory().nonDfPort,
+      .record = portsOnRecord< Vex::NoValue >(
+          [ this ] { return programmedStatus(); },
+          [ this, thereIf ]( const PortVlanKey & key ) {
+            const auto status = programmedStatus( pairOf( key ) );
+            return thereIf( status && status->programmedHas( key.memberIntfId ) );
+          } ),
+      .askedFor = portsAskedFor< Vex::NoValue >( *this,
+                                                 [ this, thereIf ]( const IntfVlanKey & pair ) {
+                                                   return thereIf( isFloodFilterApplied(
+                                                       pair.intfId, pair.vlanId ) );
+                                                 } ),
+      .due = [ this ]( const PortVlanKey & key ) { return parking_.has( pairOf( key ) ); },
+      .remove =
+          [ this ]( const PortVlanKey & key, Vex::NoValue ) {
+            floodingHelper()->deleteNonDfPort( key.parentIntfId, key.memberIntfId, key.vlanId );
+          },
+      .forget = [ this ]( const PortVlanKey & key,
+                          Vex::NoValue ) { ports_.lost( pairOf( key ), key.memberIntfId ); },
+  } );
 }
 
 } // namespace Kez

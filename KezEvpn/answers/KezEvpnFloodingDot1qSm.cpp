@@ -2,6 +2,7 @@
 
 #include "KezEvpn/frame/Explain.h"
 #include "KezEvpn/frame/Findings.h"
+#include "KezEvpn/frame/PortAudit.h"
 
 namespace Kez {
 
@@ -107,6 +108,76 @@ void EvpnFloodingDot1qSm::check( Findings & out ) const {
                   " is a member, and no look at it is due" );
     }
   }
+}
+
+// --- What an audit is told
+
+void EvpnFloodingDot1qSm::addAuditParts( KezHelper::AuditParts & out ) {
+  using Bridging::VlanId;
+  using Bridging::VlanIdOrNone;
+  using KezHelper::PortVlanKey;
+  const auto vlanIsDue = [ this ]( VlanId vlanId ) {
+    return parking_.has( vlanLevelKey( vlanId ) );
+  };
+  const auto tables = floodingHelper()->inventory();
+  out.add( KezHelper::AuditedSides< VlanId, VlanIdOrNone >{
+      .machine = name(),
+      .table = "vlan",
+      .hardware = tables.vlan,
+      .record = KezHelper::tableView< VlanId, VlanIdOrNone >(
+          [ this ] { return programmedDot1q(); },
+          [ this ]( VlanId vlanId ) {
+            return programmedDot1qHas( vlanId ) ? std::optional( programmedDot1q( vlanId ) )
+                                                : std::nullopt;
+          } ),
+      .askedFor = KezHelper::tableView< VlanId, VlanIdOrNone >(
+          [ this ] { return evpnStatus()->vlanToDot1q(); },
+          [ this ]( VlanId vlanId ) {
+            return evpnStatus()->vlanToDot1qHas( vlanId )
+                       ? std::optional( dot1qTagForVlan( vlanId ) )
+                       : std::nullopt;
+          } ),
+      .due = vlanIsDue,
+      .remove = [ this ]( VlanId vlanId,
+                          VlanIdOrNone dot1q ) { floodingHelper()->deleteVlan( vlanId, dot1q ); },
+      .forget =
+          [ this ]( VlanId vlanId, VlanIdOrNone ) {
+            programmedDot1qDel( vlanId );
+            parking_.park( vlanLevelKey( vlanId ) );
+          },
+  } );
+  out.add( KezHelper::AuditedSides< PortVlanKey, VlanIdOrNone >{
+      .machine = name(),
+      .table = "dot1qMapping",
+      .hardware = tables.dot1qMapping,
+      .record = portsOnRecord< VlanIdOrNone >(
+          [ this ] { return dot1qStatus(); },
+          [ this ]( const PortVlanKey & key ) {
+            const auto status = dot1qStatus( pairOf( key ) );
+            return status && status->programmedHas( key.memberIntfId )
+                       ? std::optional( intfVlanDot1q( pairOf( key ) ) )
+                       : std::nullopt;
+          } ),
+      .askedFor = portsAskedFor< VlanIdOrNone >( *this,
+                                                 [ this ]( const IntfVlanKey & pair ) {
+                                                   return lackOf( pair ) == Lack::nothing
+                                                              ? std::optional(
+                                                                    dot1qTagForVlan( pair.vlanId ) )
+                                                              : std::nullopt;
+                                                 } ),
+      .due =
+          [ this, vlanIsDue ]( const PortVlanKey & key ) {
+            return parking_.has( pairOf( key ) ) || intfVlanQueueHas( pairOf( key ) ) ||
+                   vlanIsDue( key.vlanId );
+          },
+      .remove =
+          [ this ]( const PortVlanKey & key, VlanIdOrNone dot1q ) {
+            floodingHelper()->deleteVlanToDot1qMapping( key.parentIntfId, key.memberIntfId,
+                                                        key.vlanId, dot1q );
+          },
+      .forget = [ this ]( const PortVlanKey & key,
+                          VlanIdOrNone ) { ports_.lost( pairOf( key ), key.memberIntfId ); },
+  } );
 }
 
 } // namespace Kez

@@ -2,6 +2,7 @@
 
 #include "KezEvpn/frame/Explain.h"
 #include "KezEvpn/frame/Findings.h"
+#include "KezEvpn/frame/PortAudit.h"
 
 namespace Kez {
 
@@ -161,6 +162,70 @@ void EvpnFloodingEsiSm::check( Findings & out ) const {
     out.expect( intfVlanTunnel( { key.intfId, key.vlanId } ) == key.tunnelId,
                 "a label is on record for ", key, ", whose tunnel is another" );
   }
+}
+
+// --- What an audit is told
+
+// A port that bears a force mark may have its data of before; there is no record of that.
+std::optional< KezHelper::EsiData >
+EvpnFloodingEsiSm::dataOnRecord( const KezHelper::PortVlanKey & key ) const {
+  const auto pair = pairOf( key );
+  const auto status = esiStatus( pair );
+  if ( !status || !status->programmedHas( key.memberIntfId ) ) {
+    return std::nullopt;
+  }
+  if ( status->forceReprogramHas( key.memberIntfId ) ) {
+    return floodingHelper()->inventory().esiData->find( key );
+  }
+  const auto tunnelId = intfVlanTunnel( pair );
+  const auto ids = status->ids( key.memberIntfId );
+  return KezHelper::EsiData( tunnelId, ids.hwTunnelId,
+                             intfVlanTunnelLabel( { pair.intfId, pair.vlanId, tunnelId } ),
+                             ids.localEsiLabel );
+}
+
+std::optional< KezHelper::EsiData >
+EvpnFloodingEsiSm::dataAskedFor( const IntfVlanKey & pair ) const {
+  const auto [ lack, dfTepIntfId, remoteLabel ] = decide( pair );
+  if ( lack != Lack::nothing ) {
+    return std::nullopt;
+  }
+  const auto tunnelId = srTeOrDynamicTunnelIntfIdToTunnelId( dfTepIntfId );
+  const auto mapping = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().examine( tunnelId ).record;
+  if ( portLackOf( pair.intfId, mapping.has_value() ) != PortLack::nothing ) {
+    return std::nullopt;
+  }
+  return KezHelper::EsiData( tunnelId, mapping->hwTunnelId, remoteLabel.mplsLabel(),
+                             evpnStatus()->localEsiLabel( pair.intfId ).mplsLabel() );
+}
+
+void EvpnFloodingEsiSm::addAuditParts( KezHelper::AuditParts & out ) {
+  using KezHelper::EsiData;
+  using KezHelper::PortVlanKey;
+  out.add( KezHelper::AuditedSides< PortVlanKey, EsiData >{
+      .machine = name(),
+      .table = "esiData",
+      .hardware = floodingHelper()->inventory().esiData,
+      .record = portsOnRecord< EsiData >(
+          [ this ] { return esiStatus(); },
+          [ this ]( const PortVlanKey & key ) { return dataOnRecord( key ); } ),
+      .askedFor = portsAskedFor< EsiData >(
+          *this, [ this ]( const IntfVlanKey & pair ) { return dataAskedFor( pair ); } ),
+      .due = [ this ]( const PortVlanKey & key ) { return parking_.has( pairOf( key ) ); },
+      .remove =
+          [ this ]( const PortVlanKey & key, const EsiData & ) {
+            floodingHelper()->deleteEsiData( key.parentIntfId, key.memberIntfId, key.vlanId,
+                                             TunnelId::invalid(), HwTunnelId() );
+          },
+      .forget =
+          [ this ]( const PortVlanKey & key, const EsiData & ) {
+            esiStatus( pairOf( key ) )->idsDel( key.memberIntfId );
+            ports_.lost( pairOf( key ), key.memberIntfId );
+            if ( !dataAskedFor( pairOf( key ) ) ) {
+              ports_.waitForInput( pairOf( key ) );
+            }
+          },
+  } );
 }
 
 } // namespace Kez

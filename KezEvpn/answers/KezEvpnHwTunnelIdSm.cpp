@@ -2,6 +2,8 @@
 
 #include "KezEvpn/frame/Explain.h"
 #include "KezEvpn/frame/Findings.h"
+#include "KezHelper/Audit.h"
+#include "KezHelper/TableView.h"
 
 namespace Kez {
 
@@ -151,6 +153,46 @@ void EvpnHwTunnelIdSm::checkRetried( Findings & out ) const {
   }
   out.expect( unprogrammedTunnels() == 0 || reviewUnprogrammed()->isScheduled(),
               "tunnels are parked and no review is due" );
+}
+
+// --- What an audit is told
+
+// By the tunnel that hardware has the id in use for; where that is another one, or is not known, by
+// all records.
+std::optional< TunnelId > EvpnHwTunnelIdSm::recordedFor( HwTunnelId hwTunnelId ) const {
+  const auto & table = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable();
+  const auto owner = hwTunnelIdHelper()->hwTunnelIdsInUse()->find( hwTunnelId );
+  if ( owner && *owner != TunnelId::invalid() ) {
+    const auto record = table.examine( *owner ).record;
+    if ( record && record->hwTunnelId == hwTunnelId ) {
+      return owner;
+    }
+  }
+  for ( const auto & [ tunnelId, id ] : tunnelIdHwTunnelId()->tunnelIdToHwTunnelId() ) {
+    if ( id == hwTunnelId ) {
+      return owner && *owner == TunnelId::invalid() ? owner : tunnelId;
+    }
+  }
+  return std::nullopt;
+}
+
+// An id that hardware gave up cannot be got again: nothing mends that.
+void EvpnHwTunnelIdSm::addAuditParts( KezHelper::AuditParts & out ) {
+  const auto * const inUse = hwTunnelIdHelper()->hwTunnelIdsInUse();
+  out.add( KezHelper::AuditedSides< HwTunnelId, TunnelId >{
+      .machine = name(),
+      .table = "hwTunnelIdsInUse",
+      .hardware = inUse,
+      .record = KezHelper::tableView< HwTunnelId, TunnelId >(
+          [ this ] { return tunnelIdHwTunnelId()->tunnelIdToHwTunnelId(); },
+          []( const auto & member ) { return std::vector{ ( *member ).hwTunnelId }; },
+          [ this ]( HwTunnelId hwTunnelId ) { return recordedFor( hwTunnelId ); } ),
+      .askedFor = nullptr,
+      .due = []( HwTunnelId ) { return false; },
+      .remove = [ this ]( HwTunnelId hwTunnelId,
+                          TunnelId ) { hwTunnelIdHelper()->releaseHwTunnelId( hwTunnelId ); },
+      .forget = nullptr,
+  } );
 }
 
 } // namespace Kez

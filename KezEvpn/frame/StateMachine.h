@@ -10,13 +10,17 @@
 // `vexDoZombieReactors` marks and unmarks all of them; when the mark is taken away, the machine
 // makes up for what it did not hear under it, as far as the inputs still show it. `explain` tells
 // an operator why something is in hardware or not; `check` proves the machine's invariants, which
-// its header states.
+// its header states; an audit compares its record with what hardware has.
 #pragma once
 
 #include "Ringlog/Trace.h"
 #include "Vex/Attributes.h"
 
 #include <utility>
+
+namespace KezHelper {
+class AuditParts;
+}
 
 namespace Kez {
 
@@ -50,6 +54,9 @@ public:
 
   // Says what of its invariants does not hold. To be asked between events.
   virtual void check( Findings & ) const {}
+
+  // Adds the tables of hardware that it fills, to be audited for as long as it lives.
+  virtual void addAuditParts( KezHelper::AuditParts & ) {}
 
   // Whether it has looked at all that its inputs ask for. What is due all the same is tried again
   // because hardware refused it, or looked at again for another's sake.

@@ -1,0 +1,183 @@
+#include "KezHelper/Audit.h"
+#include "KezHelper/TableView.h"
+#include "Loom/TaskScheduler.h"
+#include "Vex/Clock.h"
+#include "switch/SimulatedSwitch.h"
+#include "switch/SwitchTable.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Bridging::VlanId;
+using Bridging::VlanIdOrNone;
+using KezHelper::Audit;
+using KezHelper::DifferenceKind;
+using KezHelper::Repair;
+using Switch::SimulatedSwitch;
+
+auto vlans( const SimulatedSwitch & table ) {
+  return KezHelper::tableView< VlanId, VlanIdOrNone >(
+      [ &table ] { return table.vlan(); },
+      [ &table ]( VlanId vlanId ) {
+        return Switch::entryOf( table.vlanHas( vlanId ), table.vlan( vlanId ) );
+      } );
+}
+
+// VLANs in hardware, on record and asked for.
+class AuditTest : public testing::Test {
+protected:
+  AuditTest() {
+    Vex::Clock::virtualIs( 0 );
+    for ( uint16_t vlanId = 1; vlanId <= 100; ++vlanId ) {
+      for ( const auto & side : { hardware, record, askedFor } ) {
+        side->vlanIs( vlanId, 5 );
+      }
+    }
+    auditIs( nullptr );
+  }
+  void auditIs( const Vex::Ptr< KezHelper::Takeover > & takeover ) {
+    audit = Vex::makePtr< Audit >( scheduler, takeover );
+    KezHelper::AuditParts parts;
+    parts.add( KezHelper::AuditedSides< VlanId, VlanIdOrNone >{
+        .machine = "machine",
+        .table = "vlan",
+        .hardware = hardwareTable.get(),
+        .record = vlans( *record ),
+        .askedFor = vlans( *askedFor ),
+        .due = [ this ]( VlanId vlanId ) { return vlanId == due; },
+        .remove =
+            [ this ]( VlanId vlanId, VlanIdOrNone ) {
+              if ( vlanId != stuck ) {
+                hardware->vlanDel( vlanId );
+              }
+            },
+        .forget = [ this ]( VlanId vlanId, VlanIdOrNone ) { record->vlanDel( vlanId ); },
+    } );
+    audit->partsAre( record, std::move( parts ) );
+  }
+  // One round and what it takes.
+  size_t round( bool repairs = false ) {
+    audit->begin( repairs );
+    size_t turns = 0;
+    for ( ; audit->isUnderWay(); ++turns ) {
+      scheduler->runReady();
+    }
+    return turns;
+  }
+  DifferenceKind kind( const char * entry ) const { return audit->difference( entry )->kind(); }
+
+  const Vex::Ptr< Loom::TaskScheduler > scheduler = Vex::makePtr< Loom::TaskScheduler >();
+  const Vex::Ptr< SimulatedSwitch > hardware = Vex::makePtr< SimulatedSwitch >();
+  const Vex::Ptr< SimulatedSwitch > record = Vex::makePtr< SimulatedSwitch >();
+  const Vex::Ptr< SimulatedSwitch > askedFor = Vex::makePtr< SimulatedSwitch >();
+  const std::unique_ptr< const KezHelper::HwTable< VlanId, VlanIdOrNone > > hardwareTable =
+      vlans( *hardware );
+  VlanId due = 4000;
+  VlanId stuck = 4000;
+  Vex::Ptr< Audit > audit;
+};
+
+TEST_F( AuditTest, TellsEachKindOnceAndWhatIsRightAgainNoMore ) {
+  hardware->vlanDel( 1 );
+  hardware->vlanIs( 2, 6 );
+  record->vlanDel( 3 );
+  askedFor->vlanDel( 4 );
+  askedFor->vlanIs( 5, 6 );
+  askedFor->vlanIs( 200, 5 );
+  askedFor->vlanIs( 6, 6 );
+  due = 6;
+  round();
+  EXPECT_EQ( audit->compared(), 101u );
+  ASSERT_EQ( audit->differences(), 6u );
+  EXPECT_EQ( kind( "vlan/1" ), DifferenceKind::missing );
+  EXPECT_EQ( kind( "vlan/2" ), DifferenceKind::different );
+  EXPECT_EQ( kind( "vlan/3" ), DifferenceKind::unexpected );
+  EXPECT_EQ( kind( "vlan/4" ), DifferenceKind::lagging );
+  EXPECT_EQ( kind( "vlan/5" ), DifferenceKind::lagging );
+  EXPECT_EQ( kind( "vlan/200" ), DifferenceKind::lagging );
+  EXPECT_EQ( audit->found( DifferenceKind::lagging ), 3u );
+  EXPECT_EQ( audit->difference( "vlan/2" )->inHardware(), "6" );
+  EXPECT_EQ( audit->difference( "vlan/2" )->onRecord(), "5" );
+
+  Vex::Clock::virtualIs( 10 );
+  hardware->vlanIs( 1, 5 );
+  hardware->vlanDel( 2 );
+  hardware->vlanDel( 7 );
+  round();
+  EXPECT_FALSE( audit->differenceHas( "vlan/1" ) );
+  EXPECT_EQ( kind( "vlan/2" ), DifferenceKind::missing );
+  EXPECT_EQ( audit->difference( "vlan/2" )->since(), 0 );
+  EXPECT_EQ( audit->difference( "vlan/7" )->since(), 10 );
+  EXPECT_EQ( audit->found( DifferenceKind::different ), 0u );
+}
+
+TEST_F( AuditTest, RepairsByRemovingAndForgettingAndSaysWhatItCannot ) {
+  hardware->vlanDel( 1 );
+  hardware->vlanIs( 2, 6 );
+  record->vlanDel( 3 );
+  hardware->vlanIs( 4, 6 );
+  stuck = 4;
+  askedFor->vlanIs( 5, 6 );
+  round( true );
+  EXPECT_FALSE( record->vlanHas( 1 ) );
+  EXPECT_FALSE( record->vlanHas( 2 ) || hardware->vlanHas( 2 ) );
+  EXPECT_FALSE( hardware->vlanHas( 3 ) );
+  EXPECT_EQ( audit->repaired(), 3u );
+  EXPECT_EQ( audit->difference( "vlan/4" )->repair(), Repair::impossible );
+  EXPECT_EQ( audit->difference( "vlan/5" )->repair(), Repair::none );
+  EXPECT_TRUE( record->vlanHas( 5 ) && hardware->vlanHas( 5 ) );
+}
+
+// A round that yields after each entry meets entries that come and go meanwhile.
+TEST_F( AuditTest, YieldsAndStaysRightWhileEntriesComeAndGo ) {
+  scheduler->workBudgetIs( 1 );
+  EXPECT_GT( round(), 100u );
+  audit->begin( false );
+  for ( uint16_t i = 0; audit->isUnderWay(); ++i ) {
+    scheduler->runReady();
+    const auto gone = static_cast< uint16_t >( i % 100 + 1 );
+    const auto come = static_cast< uint16_t >( ( i + 50 ) % 100 + 1 );
+    for ( const auto & side : { askedFor, record, hardware } ) {
+      side->vlanDel( gone );
+      side->vlanIs( come, static_cast< uint16_t >( i % 4000 + 1 ) );
+    }
+  }
+  EXPECT_EQ( audit->differences(), 0u );
+}
+
+TEST_F( AuditTest, CountsWhatItDoesNotKeep ) {
+  audit->differenceLimitIs( 2 );
+  hardware->vlanDelAll();
+  round();
+  EXPECT_EQ( audit->differences(), 2u );
+  EXPECT_EQ( audit->found( DifferenceKind::missing ), 100u );
+}
+
+TEST_F( AuditTest, BeginsByItselfAndOnlyOverHardwareThatHasBeenTakenOver ) {
+  const auto takeover = Vex::makePtr< KezHelper::Takeover >( scheduler );
+  auditIs( takeover );
+  const auto advanceTo = [ & ]( double time ) {
+    for ( double now = Vex::Clock::now(); now < time; ) {
+      now = std::min( time, now + 0.5 );
+      Vex::Clock::virtualIs( now );
+      for ( int turn = 0; turn < 10; ++turn ) {
+        scheduler->runReady();
+      }
+    }
+  };
+  audit->intervalIs( 10 );
+  advanceTo( 15 );
+  EXPECT_TRUE( audit->isUnderWay() );
+  EXPECT_EQ( audit->rounds(), 0u );
+  takeover->inputsAreComplete();
+  advanceTo( 20 );
+  EXPECT_EQ( audit->rounds(), 1u );
+  advanceTo( 42 );
+  EXPECT_EQ( audit->rounds(), 3u );
+  audit->intervalIs( 0 );
+  advanceTo( 100 );
+  EXPECT_EQ( audit->rounds(), 3u );
+}
+
+} // namespace
