@@ -2,10 +2,12 @@
 #include "KezHelper/TableView.h"
 #include "Loom/TaskScheduler.h"
 #include "Vex/Clock.h"
+#include "agent/Shell.h"
 #include "switch/SimulatedSwitch.h"
 #include "switch/SwitchTable.h"
 
 #include <gtest/gtest.h>
+#include <sstream>
 
 namespace {
 
@@ -15,6 +17,7 @@ using KezHelper::Audit;
 using KezHelper::DifferenceKind;
 using KezHelper::Repair;
 using Switch::SimulatedSwitch;
+using Vex::String;
 
 auto vlans( const SimulatedSwitch & table ) {
   return KezHelper::tableView< VlanId, VlanIdOrNone >(
@@ -178,6 +181,33 @@ TEST_F( AuditTest, BeginsByItselfAndOnlyOverHardwareThatHasBeenTakenOver ) {
   audit->intervalIs( 0 );
   advanceTo( 100 );
   EXPECT_EQ( audit->rounds(), 3u );
+}
+
+// Ids that nobody uses are given back; one that hardware gave up cannot be got again.
+TEST( AuditOfHwTunnelIdsTest, TellsWhichAreInUseForNobodyAndWhichAreNotInUse ) {
+  Vex::Clock::virtualIs( 0 );
+  auto wiring = Agent::wire();
+  std::ostringstream out;
+  Agent::Shell shell( wiring, out, out );
+  const String pool = "switch.hwTunnelIdPool[hwTunnelIdTypeDefault].inUse";
+  for ( const auto & line :
+        { String(
+              "set evpnStatus.ethernetSegmentStatus[Ethernet1].remoteEsiLabel[DynamicTunnel0.1] "
+              "2:100" ),
+          String(
+              "set evpnStatus.ethernetSegmentStatus[Ethernet1].remoteEsiLabel[DynamicTunnel0.2] "
+              "2:100" ),
+          "del " + pool + "[0:1]", "set " + pool + "[0:2] 7", "set " + pool + "[0:3] 9",
+          String( "audit repair" ), String( "expect audit.found[missing] 1" ),
+          String( "expect audit.difference[hwTunnelIdsInUse/0:1].repair impossible" ),
+          String( "expect audit.difference[hwTunnelIdsInUse/0:2].kind different" ),
+          String( "expect audit.difference[hwTunnelIdsInUse/0:2].repair impossible" ),
+          String( "expect audit.difference[hwTunnelIdsInUse/0:3].kind unexpected" ),
+          "expect no " + pool + "[0:3]", "expect " + pool + "[0:2] 7",
+          String( "expect tunnelIdHwTunnelId.tunnelIdToHwTunnelId count 2" ) } ) {
+    shell.execute( line, line );
+  }
+  EXPECT_EQ( shell.failures(), 0u ) << out.str();
 }
 
 } // namespace
