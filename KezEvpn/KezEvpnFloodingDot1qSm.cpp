@@ -4,6 +4,10 @@ namespace Kez {
 
 static Ringlog::Handle traceHandle( "KezEvpnFloodingDot1qSm" );
 
+using Bridging::VlanId;
+using Bridging::VlanIdOrNone;
+using Wire::IntfId;
+
 static constexpr PortTexts portTexts{
   .noLagConfiguration = "no lag configuration",
   .noLagMembers = "no lag members",
@@ -105,20 +109,20 @@ void EvpnFloodingDot1qSm::reviewIntfVlanIs( Out< Loom::TaskScheduler > scheduler
 
 // --- VLANs
 
-Bridging::VlanIdOrNone EvpnFloodingDot1qSm::dot1qTagForVlan( Bridging::VlanId vlanId ) const {
+VlanIdOrNone EvpnFloodingDot1qSm::dot1qTagForVlan( VlanId vlanId ) const {
   VEX_ASSERT( initialized() );
   const auto published = evpnStatus()->vlanToDot1q( vlanId );
-  if ( published != Bridging::VlanIdOrNone() ) {
+  if ( published != VlanIdOrNone() ) {
     return published;
   }
-  return vlanServiceDot1qEnabled() ? vlanId : Bridging::VlanIdOrNone();
+  return vlanServiceDot1qEnabled() ? vlanId : VlanIdOrNone();
 }
 
 bool EvpnFloodingDot1qSm::vlanServiceDot1qEnabled() const {
   return evpnMplsConfig() && evpnMplsConfig()->vlanServiceDot1qEnabled();
 }
 
-void EvpnFloodingDot1qSm::handleVlanDot1q( Bridging::VlanId vlanId ) {
+void EvpnFloodingDot1qSm::handleVlanDot1q( VlanId vlanId ) {
   if ( !initialized() ) {
     return;
   }
@@ -128,7 +132,7 @@ void EvpnFloodingDot1qSm::handleVlanDot1q( Bridging::VlanId vlanId ) {
          programmed, " programmedDot1q ", programmedDot1q( vlanId ), " publishedDot1qExists ",
          published, " publishedDot1q ", evpnStatus()->vlanToDot1q( vlanId ) );
   parking_.unpark( vlanLevelKey( vlanId ) );
-  const auto dot1q = published ? dot1qTagForVlan( vlanId ) : Bridging::VlanIdOrNone();
+  const auto dot1q = published ? dot1qTagForVlan( vlanId ) : VlanIdOrNone();
   if ( programmed != published || programmedDot1q( vlanId ) != dot1q ) {
     reprogramVlan( vlanId, dot1q );
   }
@@ -139,7 +143,7 @@ void EvpnFloodingDot1qSm::handleVlanDot1q( Bridging::VlanId vlanId ) {
   }
 }
 
-void EvpnFloodingDot1qSm::reprogramVlan( Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q ) {
+void EvpnFloodingDot1qSm::reprogramVlan( VlanId vlanId, VlanIdOrNone dot1q ) {
   if ( programmedDot1qHas( vlanId ) ) {
     floodingHelper()->deleteVlan( vlanId, programmedDot1q( vlanId ) );
     programmedDot1qDel( vlanId );
@@ -162,7 +166,7 @@ void EvpnFloodingDot1qSm::reprogramVlan( Bridging::VlanId vlanId, Bridging::Vlan
   }
 }
 
-void EvpnFloodingDot1qSm::reviewIntfsOf( Bridging::VlanId vlanId ) {
+void EvpnFloodingDot1qSm::reviewIntfsOf( VlanId vlanId ) {
   if ( const auto intfs = vlanIntfSet( vlanId ) ) {
     for ( const auto intfId : intfs->intfId() ) {
       maybeScheduleIntfVlanReview( intfId, vlanId );
@@ -204,7 +208,7 @@ void EvpnFloodingDot1qSm::VexVlanStatus::handleVlanStatus() {
   }
 }
 
-void EvpnFloodingDot1qSm::VexVlanStatus::handleMember( Wire::IntfId intfId ) {
+void EvpnFloodingDot1qSm::VexVlanStatus::handleMember( IntfId intfId ) {
   const auto sm = this->sm();
   if ( !sm->initialized() ) {
     return;
@@ -213,7 +217,7 @@ void EvpnFloodingDot1qSm::VexVlanStatus::handleMember( Wire::IntfId intfId ) {
   sm->maybeScheduleIntfVlanReview( intfId, vlanId() );
 }
 
-void EvpnFloodingDot1qSm::handleLagPort( Wire::IntfId lagIntfId ) {
+void EvpnFloodingDot1qSm::handleLagPort( IntfId lagIntfId ) {
   if ( !initialized() ) {
     return;
   }
@@ -255,8 +259,7 @@ void EvpnFloodingDot1qSm::makeUpForZombieMark() {
   }
 }
 
-void EvpnFloodingDot1qSm::maybeScheduleIntfVlanReview( Wire::IntfId intfId,
-                                                       Bridging::VlanId vlanId ) {
+void EvpnFloodingDot1qSm::maybeScheduleIntfVlanReview( IntfId intfId, VlanId vlanId ) {
   TRACE( 8, "EvpnFloodingDot1qSm::maybeScheduleIntfVlanReview intf ", intfId, " vlan ", vlanId );
   VEX_ASSERT( initialized() );
   intfVlanQueueIs( { intfId, vlanId } );
@@ -313,12 +316,12 @@ EvpnFloodingDot1qSm::Lack EvpnFloodingDot1qSm::lackOf( const IntfVlanKey & key )
 }
 
 // Without a notification, while they are off or under a zombie mark.
-bool EvpnFloodingDot1qSm::tagChangedUnheard( Bridging::VlanId vlanId ) const {
+bool EvpnFloodingDot1qSm::tagChangedUnheard( VlanId vlanId ) const {
   return programmedDot1qHas( vlanId ) && evpnStatus()->vlanToDot1qHas( vlanId ) &&
          programmedDot1q( vlanId ) != dot1qTagForVlan( vlanId );
 }
 
-void EvpnFloodingDot1qSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
+void EvpnFloodingDot1qSm::processIntfVlan( IntfId intfId, VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "EvpnFloodingDot1qSm::processIntfVlan intf ", intfId, " vlan ", vlanId );
   intfVlanQueueDel( { intfId, vlanId } );
@@ -352,20 +355,19 @@ void EvpnFloodingDot1qSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId
   }
 }
 
-void EvpnFloodingDot1qSm::addIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
+void EvpnFloodingDot1qSm::addIntfVlanMapping( IntfId intfId, VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   addToIndex( intfId, vlanId );
 }
 
-void EvpnFloodingDot1qSm::deleteIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
+void EvpnFloodingDot1qSm::deleteIntfVlanMapping( IntfId intfId, VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   deleteIntfVlanDot1qMapping( intfId, vlanId );
   removeFromIndex( intfId, vlanId );
 }
 
-void EvpnFloodingDot1qSm::addOrUpdateIntfVlanDot1qMapping( Wire::IntfId intfId,
-                                                           Bridging::VlanId vlanId,
-                                                           Bridging::VlanIdOrNone dot1q ) {
+void EvpnFloodingDot1qSm::addOrUpdateIntfVlanDot1qMapping( IntfId intfId, VlanId vlanId,
+                                                           VlanIdOrNone dot1q ) {
   VEX_ASSERT( initialized() );
   const IntfVlanKey key{ intfId, vlanId };
   if ( intfVlanDot1qHas( key ) && intfVlanDot1q( key ) != dot1q ) {
@@ -375,8 +377,7 @@ void EvpnFloodingDot1qSm::addOrUpdateIntfVlanDot1qMapping( Wire::IntfId intfId,
   programDot1q( intfId, vlanId, dot1q );
 }
 
-void EvpnFloodingDot1qSm::deleteIntfVlanDot1qMapping( Wire::IntfId intfId,
-                                                      Bridging::VlanId vlanId ) {
+void EvpnFloodingDot1qSm::deleteIntfVlanDot1qMapping( IntfId intfId, VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   const IntfVlanKey key{ intfId, vlanId };
   if ( intfVlanDot1qHas( key ) ) {
@@ -388,8 +389,7 @@ void EvpnFloodingDot1qSm::deleteIntfVlanDot1qMapping( Wire::IntfId intfId,
 
 // --- Ports
 
-void EvpnFloodingDot1qSm::programDot1q( Wire::IntfId intfId, Bridging::VlanId vlanId,
-                                        Bridging::VlanIdOrNone dot1q ) {
+void EvpnFloodingDot1qSm::programDot1q( IntfId intfId, VlanId vlanId, VlanIdOrNone dot1q ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "EvpnFloodingDot1qSm::programDot1q intf ", intfId, " vlan ", vlanId, " dot1q ", dot1q );
   const auto ports = ports_.portsOf( intfId );
@@ -398,19 +398,17 @@ void EvpnFloodingDot1qSm::programDot1q( Wire::IntfId intfId, Bridging::VlanId vl
     return;
   }
   const IntfVlanKey key{ intfId, vlanId };
-  ports_.dropStalePorts( key, *ports, ForceMark::removeFirst, [ & ]( Wire::IntfId port, bool ) {
+  ports_.dropStalePorts( key, *ports, ForceMark::removeFirst, [ & ]( IntfId port, bool ) {
     TRACE( 5, "staleMember ", port, " forceReprogram ",
            dot1qStatus( key )->forceReprogramHas( port ) );
     unprogramDot1qHelper( intfId, port, vlanId, dot1q );
   } );
-  ports_.programPorts( key, *ports, [ & ]( Wire::IntfId port ) {
-    programDot1qHelper( intfId, port, vlanId, dot1q );
-  } );
+  ports_.programPorts(
+      key, *ports, [ & ]( IntfId port ) { programDot1qHelper( intfId, port, vlanId, dot1q ); } );
 }
 
-void EvpnFloodingDot1qSm::programDot1qHelper( Wire::IntfId logIntfId, Wire::IntfId phyIntfId,
-                                              Bridging::VlanId vlanId,
-                                              Bridging::VlanIdOrNone dot1q ) {
+void EvpnFloodingDot1qSm::programDot1qHelper( IntfId logIntfId, IntfId phyIntfId, VlanId vlanId,
+                                              VlanIdOrNone dot1q ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "programDot1qHelper logical intf ", logIntfId, " phy intf ", phyIntfId, " vlan ",
          vlanId, " dot1q ", dot1q );
@@ -423,22 +421,20 @@ void EvpnFloodingDot1qSm::programDot1qHelper( Wire::IntfId logIntfId, Wire::Intf
   } );
 }
 
-void EvpnFloodingDot1qSm::unprogramDot1q( Wire::IntfId intfId, Bridging::VlanId vlanId,
-                                          Bridging::VlanIdOrNone dot1q ) {
+void EvpnFloodingDot1qSm::unprogramDot1q( IntfId intfId, VlanId vlanId, VlanIdOrNone dot1q ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "EvpnFloodingDot1qSm::unprogramDot1q intf ", intfId, " vlan ", vlanId, " dot1q ",
          dot1q );
   if ( !dot1qStatusHas( { intfId, vlanId } ) ) {
     TRACE( 5, "not programmed" );
   }
-  ports_.unprogramPorts( { intfId, vlanId }, [ & ]( Wire::IntfId port ) {
+  ports_.unprogramPorts( { intfId, vlanId }, [ & ]( IntfId port ) {
     unprogramDot1qHelper( intfId, port, vlanId, dot1q );
   } );
 }
 
-void EvpnFloodingDot1qSm::unprogramDot1qHelper( Wire::IntfId logIntfId, Wire::IntfId phyIntfId,
-                                                Bridging::VlanId vlanId,
-                                                Bridging::VlanIdOrNone dot1q ) {
+void EvpnFloodingDot1qSm::unprogramDot1qHelper( IntfId logIntfId, IntfId phyIntfId, VlanId vlanId,
+                                                VlanIdOrNone dot1q ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "unprogramDot1qHelper logical intf ", logIntfId, " phy intf ", phyIntfId, " vlan ",
          vlanId, " dot1q ", dot1q );

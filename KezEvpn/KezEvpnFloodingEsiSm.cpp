@@ -4,6 +4,10 @@ namespace Kez {
 
 static Ringlog::Handle traceHandle( "KezEvpnFloodingEsiSm" );
 
+using Bridging::VlanId;
+using Wire::IntfId;
+using Wire::MplsLabel;
+
 static constexpr PortTexts portTexts{
   .noLagConfiguration = "no lag configuration",
   .noLagMembers = "no lag members",
@@ -12,9 +16,6 @@ static constexpr PortTexts portTexts{
   .failed = "failed to program esi",
   .invalidHwId = "invalid hwId, failed to program",
 };
-
-// The last label word whose encapsulation type is of no use for ESI filtering.
-static constexpr uint32_t lastUnusableLabel = 0x1ffffff;
 
 EvpnFloodingEsiSm::EvpnFloodingEsiSm( Out< KezHelper::EvpnFloodingSmHelper > floodingHelper,
                                       Out< Loom::TaskScheduler > scheduler,
@@ -109,7 +110,7 @@ void EvpnFloodingEsiSm::VexSegmentStatus::handleSegmentStatus() {
   }
 }
 
-void EvpnFloodingEsiSm::VexSegmentStatus::handleDFTep( Bridging::VlanId vlanId ) {
+void EvpnFloodingEsiSm::VexSegmentStatus::handleDFTep( VlanId vlanId ) {
   const auto sm = this->sm();
   if ( !sm->initialized() ) {
     return;
@@ -123,7 +124,7 @@ void EvpnFloodingEsiSm::VexSegmentStatus::handleDFTep( Bridging::VlanId vlanId )
   }
 }
 
-void EvpnFloodingEsiSm::VexSegmentStatus::handleLabel( Wire::IntfId tepIntfId ) {
+void EvpnFloodingEsiSm::VexSegmentStatus::handleLabel( IntfId tepIntfId ) {
   const auto sm = this->sm();
   if ( !sm->initialized() ) {
     return;
@@ -132,14 +133,10 @@ void EvpnFloodingEsiSm::VexSegmentStatus::handleLabel( Wire::IntfId tepIntfId ) 
   const auto tunnelId = srTeOrDynamicTunnelIntfIdToTunnelId( tepIntfId );
   TRACE( 8, "EvpnFloodingEsiSm::VexSegmentStatus::handleLabel", " tunnel", tunnelId, ", intfId",
          intf );
-  if ( const auto vlans = sm->intfTunnelVlanSet( { intf, tunnelId } ) ) {
-    for ( const auto vlanId : vlans->vlanId() ) {
-      sm->processIntfVlan( intf, vlanId );
-    }
-  }
+  sm->processVlans( intf, sm->intfTunnelVlanSet( { intf, tunnelId } ) );
 }
 
-void EvpnFloodingEsiSm::handleLocalEsiLabel( Wire::IntfId intfId ) {
+void EvpnFloodingEsiSm::handleLocalEsiLabel( IntfId intfId ) {
   if ( !initialized() ) {
     return;
   }
@@ -157,16 +154,12 @@ void EvpnFloodingEsiSm::handleLocalEsiLabel( Wire::IntfId intfId ) {
   }
 }
 
-void EvpnFloodingEsiSm::handleLagPort( Wire::IntfId lagIntfId ) {
+void EvpnFloodingEsiSm::handleLagPort( IntfId lagIntfId ) {
   if ( !initialized() ) {
     return;
   }
   TRACE( 8, "handleLagPort intfId ", lagIntfId );
-  if ( const auto vlans = intfVlanSet( lagIntfId ) ) {
-    for ( const auto vlanId : vlans->vlanId() ) {
-      processIntfVlan( lagIntfId, vlanId );
-    }
-  }
+  processVlans( lagIntfId, intfVlanSet( lagIntfId ) );
 }
 
 void EvpnFloodingEsiSm::handleTunnelIdMapping( const TunnelId & tunnelId ) {
@@ -218,46 +211,27 @@ void EvpnFloodingEsiSm::tunableChanged( bool follows ) {
     return;
   }
   for ( const auto & [ intfId, vlans ] : intfVlanSet() ) {
-    for ( const auto vlanId : vlans->vlanId() ) {
-      processIntfVlan( intfId, vlanId );
-    }
+    processVlans( intfId, vlans );
   }
 }
 
 // --- A pair
 
-void EvpnFloodingEsiSm::addIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
+void EvpnFloodingEsiSm::addIntfVlanMapping( IntfId intfId, VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "addIntfVlanMapping intfId ", intfId, " vlanId ", vlanId );
   addToIndex( intfId, vlanId );
   processIntfVlan( intfId, vlanId );
 }
 
-void EvpnFloodingEsiSm::deleteIntfVlanMapping( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
+void EvpnFloodingEsiSm::deleteIntfVlanMapping( IntfId intfId, VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "deleteIntfVlanMapping intfId ", intfId, " vlanId ", vlanId );
   removeFromIndex( intfId, vlanId );
   processIntfVlan( intfId, vlanId );
 }
 
-EvpnFloodingEsiSm::Decision EvpnFloodingEsiSm::decide( const IntfVlanKey & key ) const {
-  const auto status = evpnStatus()->ethernetSegmentStatus( key.intfId );
-  if ( !status ) {
-    return { Lack::segment, {}, {} };
-  }
-  if ( !status->designatedForwarderTepHas( key.vlanId ) ) {
-    return { Lack::designatedForwarder, {}, {} };
-  }
-  const auto dfTepIntfId = status->designatedForwarderTep( key.vlanId );
-  if ( !status->remoteEsiLabelHas( dfTepIntfId ) ) {
-    return { Lack::remoteLabel, dfTepIntfId, {} };
-  }
-  const auto label = status->remoteEsiLabel( dfTepIntfId );
-  const bool usable = label.value() > lastUnusableLabel;
-  return { usable ? Lack::nothing : Lack::usableLabel, dfTepIntfId, label };
-}
-
-void EvpnFloodingEsiSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
+void EvpnFloodingEsiSm::processIntfVlan( IntfId intfId, VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   const auto [ lack, dfTepIntfId, remoteLabel ] = decide( { intfId, vlanId } );
   if ( lack == Lack::segment ) {
@@ -293,8 +267,7 @@ void EvpnFloodingEsiSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId v
 
 // --- Its tunnel
 
-void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping( Wire::IntfId intfId,
-                                                          Bridging::VlanId vlanId,
+void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping( IntfId intfId, VlanId vlanId,
                                                           TunnelId tunnelId ) {
   VEX_ASSERT( initialized() );
   const IntfVlanKey key{ intfId, vlanId };
@@ -313,8 +286,7 @@ void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping( Wire::IntfId intfId,
   intfTunnelVlanSetIs( { intfId, tunnelId } )->vlanIdIs( vlanId );
 }
 
-void EvpnFloodingEsiSm::deleteIntfVlanTunnelMapping( Wire::IntfId intfId,
-                                                     Bridging::VlanId vlanId ) {
+void EvpnFloodingEsiSm::deleteIntfVlanTunnelMapping( IntfId intfId, VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   const IntfVlanKey key{ intfId, vlanId };
   if ( !intfVlanTunnelHas( key ) ) {
@@ -338,10 +310,9 @@ void EvpnFloodingEsiSm::deleteTriple( const IntfVlanKey & key, TunnelId tunnelId
 
 // --- Its label
 
-void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelLabelMapping( Wire::IntfId intfId,
-                                                               Bridging::VlanId vlanId,
+void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelLabelMapping( IntfId intfId, VlanId vlanId,
                                                                TunnelId tunnelId,
-                                                               Wire::MplsLabel label ) {
+                                                               MplsLabel label ) {
   VEX_ASSERT( initialized() );
   const IntfVlanTunnelKey key{ intfId, vlanId, tunnelId };
   if ( intfVlanTunnelLabelHas( key ) && intfVlanTunnelLabel( key ) != label ) {
@@ -355,8 +326,7 @@ void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelLabelMapping( Wire::IntfId intf
   programEsi( intfId, vlanId, label );
 }
 
-void EvpnFloodingEsiSm::deleteIntfVlanTunnelLabelMapping( Wire::IntfId intfId,
-                                                          Bridging::VlanId vlanId,
+void EvpnFloodingEsiSm::deleteIntfVlanTunnelLabelMapping( IntfId intfId, VlanId vlanId,
                                                           TunnelId tunnelId ) {
   VEX_ASSERT( initialized() );
   intfVlanTunnelLabelDel( { intfId, vlanId, tunnelId } );
@@ -365,8 +335,7 @@ void EvpnFloodingEsiSm::deleteIntfVlanTunnelLabelMapping( Wire::IntfId intfId,
 
 // --- Its ports
 
-void EvpnFloodingEsiSm::programEsi( Wire::IntfId intfId, Bridging::VlanId vlanId,
-                                    Wire::MplsLabel label ) {
+void EvpnFloodingEsiSm::programEsi( IntfId intfId, VlanId vlanId, MplsLabel label ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "programEsi intfId ", intfId, " vlanId ", vlanId, " label ", label );
   const auto ports = ports_.portsOf( intfId );
@@ -384,7 +353,7 @@ void EvpnFloodingEsiSm::programEsi( Wire::IntfId intfId, Bridging::VlanId vlanId
     }
   }
   const bool dropped =
-      ports_.dropStalePorts( key, *ports, forceMark, [ & ]( Wire::IntfId port, bool isPort ) {
+      ports_.dropStalePorts( key, *ports, forceMark, [ & ]( IntfId port, bool isPort ) {
         if ( !isPort ) {
           TRACE( 5, "stale lag member, delete" );
         }
@@ -393,21 +362,12 @@ void EvpnFloodingEsiSm::programEsi( Wire::IntfId intfId, Bridging::VlanId vlanId
   if ( dropped ) {
     parking_.freed();
   }
-  ports_.programPorts( key, *ports, [ & ]( Wire::IntfId port ) {
-    programEsiHelper( intfId, port, vlanId, label );
-  } );
+  ports_.programPorts( key, *ports,
+                       [ & ]( IntfId port ) { programEsiHelper( intfId, port, vlanId, label ); } );
 }
 
-EvpnFloodingEsiSm::PortLack EvpnFloodingEsiSm::portLackOf( Wire::IntfId intfId,
-                                                           bool hwTunnelIdPublished ) const {
-  if ( !hwTunnelIdPublished ) {
-    return PortLack::hwTunnelId;
-  }
-  return localEsiLabelPublished( intfId ) ? PortLack::nothing : PortLack::localLabel;
-}
-
-void EvpnFloodingEsiSm::programEsiHelper( Wire::IntfId logicalIntfId, Wire::IntfId phyIntfId,
-                                          Bridging::VlanId vlanId, Wire::MplsLabel label ) {
+void EvpnFloodingEsiSm::programEsiHelper( IntfId logicalIntfId, IntfId phyIntfId, VlanId vlanId,
+                                          MplsLabel label ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "programEsiHelper logicalIntfId ", logicalIntfId, " phyIntfId ", phyIntfId, " vlanId ",
          vlanId, " label ", label );
@@ -451,12 +411,11 @@ void EvpnFloodingEsiSm::dropPortsOfOtherHwTunnelId( const IntfVlanKey & key ) {
   }
 }
 
-void EvpnFloodingEsiSm::unprogramEsi( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
+void EvpnFloodingEsiSm::unprogramEsi( IntfId intfId, VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "unprogramEsi intfId ", intfId, " vlanId ", vlanId );
-  const bool any = ports_.unprogramPorts( { intfId, vlanId }, [ & ]( Wire::IntfId port ) {
-    unprogramEsiHelper( intfId, port, vlanId );
-  } );
+  const bool any = ports_.unprogramPorts(
+      { intfId, vlanId }, [ & ]( IntfId port ) { unprogramEsiHelper( intfId, port, vlanId ); } );
   if ( any ) {
     parking_.freed();
   } else {
@@ -464,8 +423,8 @@ void EvpnFloodingEsiSm::unprogramEsi( Wire::IntfId intfId, Bridging::VlanId vlan
   }
 }
 
-void EvpnFloodingEsiSm::unprogramEsiHelper( Wire::IntfId logicalIntfId, Wire::IntfId phyIntfId,
-                                            Bridging::VlanId vlanId ) {
+void EvpnFloodingEsiSm::unprogramEsiHelper( IntfId logicalIntfId, IntfId phyIntfId,
+                                            VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "unprogramEsiHelper logicalIntfId ", logicalIntfId, " phyIntfId ", phyIntfId,
          " vlanId ", vlanId );
@@ -477,7 +436,7 @@ void EvpnFloodingEsiSm::unprogramEsiHelper( Wire::IntfId logicalIntfId, Wire::In
   }
 }
 
-void EvpnFloodingEsiSm::deleteEsiData( EsiStatus & status, Wire::IntfId port ) {
+void EvpnFloodingEsiSm::deleteEsiData( EsiStatus & status, IntfId port ) {
   const auto [ intfId, vlanId ] = status.fwkKey();
   // Hardware finds the entry by the ports and the VLAN.
   floodingHelper()->deleteEsiData( intfId, port, vlanId, TunnelId::invalid(), HwTunnelId() );

@@ -19,6 +19,7 @@
 // hardware tunnel id than its tunnel has, also where the new data is refused.
 #pragma once
 
+#include "KezEvpn/EsiDecision.h"
 #include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
 #include "KezEvpn/frame/PortProgrammingSm.h"
 
@@ -124,19 +125,23 @@ private:
   void reprogramChangedEsiChanged() { tunableChanged( reprogramChangedEsi() ); }
   void unprogramUnusableLabelChanged() { tunableChanged( unprogramUnusableLabel() ); }
   void tunableChanged( bool follows );
+  // Of an interface; null for none.
+  template< class Vlans > void processVlans( Wire::IntfId intfId, const Vlans & vlans ) {
+    if ( vlans ) {
+      for ( const auto vlanId : vlans->vlanId() ) {
+        processIntfVlan( intfId, vlanId );
+      }
+    }
+  }
   void deleteTriple( const IntfVlanKey & key, TunnelId tunnelId );
 
-  // What a pair lacks to have its data programmed, the first of it.
-  enum class Lack { nothing, segment, designatedForwarder, remoteLabel, usableLabel };
-  struct Decision {
-    Lack lack = Lack::nothing;
-    Wire::TepIntfId dfTepIntfId;
-    Evpn::EncapTypeLabel remoteLabel;
-  };
-  Decision decide( const IntfVlanKey & key ) const;
-  // And each of its ports, then.
-  enum class PortLack { nothing, hwTunnelId, localLabel };
-  PortLack portLackOf( Wire::IntfId intfId, bool hwTunnelIdPublished ) const;
+  using Decision = EsiDecision;
+  using Lack = Decision::Lack;
+  Decision decide( const IntfVlanKey & key ) const { return decideEsi( *evpnStatus(), key ); }
+  using PortLack = EsiPortLack;
+  PortLack portLackOf( Wire::IntfId intfId, bool hwTunnelIdPublished ) const {
+    return esiPortLack( *evpnStatus(), intfId, hwTunnelIdPublished );
+  }
   // The ports that hardware has with other ids than the inputs say: other ones in any way, or
   // another hardware tunnel id, which none is too.
   enum class Changed { any, hwTunnelId };
@@ -154,7 +159,7 @@ private:
     return tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( tunnelId );
   }
   bool localEsiLabelPublished( Wire::IntfId intfId ) const {
-    return evpnStatus()->localEsiLabel( intfId ) != Evpn::EncapTypeLabel();
+    return Kez::localEsiLabelPublished( *evpnStatus(), intfId );
   }
 
   Parking< IntfVlanKey > parking_;

@@ -15,6 +15,8 @@ EvpnHwTunnelIdSm::EvpnHwTunnelIdSm( Out< KezHelper::EvpnHwTunnelIdSmHelper > hwT
       hwTunnelIdHelper_( hwTunnelIdHelper ), scheduler_( scheduler ), acsd_( acsd ),
       evpnStatus_( evpnStatus ), remoteInfo_( remoteInfo ),
       tunnelIdHwTunnelId_( tunnelIdHwTunnelId ),
+      segmentTunnels_( *this, intfTunnelSet_, intfTunnelSetAttr, tunnelInfo_, tunnelInfoAttr,
+                       evpnStatus_ ),
       parking_( *this, *this, unprogrammedTunnel_, unprogrammedTunnelAttr ),
       evpnStatusReactor_( *this ), remoteInfoReactor_( *this ), helperReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );
@@ -29,51 +31,6 @@ evpnHwTunnelIdSmFactory( Out< KezHelper::EvpnHwTunnelIdSmHelper > hwTunnelIdHelp
                          Out< TunnelIdToHwTunnelIdMapping > tunnelIdHwTunnelId ) {
   return Vex::makePtr< EvpnHwTunnelIdSm >( hwTunnelIdHelper, scheduler, acsd, evpnStatus,
                                            remoteInfo, tunnelIdHwTunnelId );
-}
-
-// --- What the inputs and the state say
-
-// Over either of the two interfaces that may lead to a tunnel.
-bool EvpnHwTunnelIdSm::labelled( Wire::IntfId esIntfId, TunnelId tunnelId ) const {
-  const auto status = evpnStatus()->ethernetSegmentStatus( esIntfId );
-  if ( !status ) {
-    return false;
-  }
-  const bool overDynamicTunnel =
-      tunnelId.value() <= TunnelId::maxValue &&
-      status->remoteEsiLabelHas( Wire::DynamicTunnelIntfId::intfId( tunnelId ) );
-  return overDynamicTunnel ||
-         status->remoteEsiLabelHas( Wire::FecIdIntfId::srTePolicyIntfId( tunnelId ) );
-}
-
-bool EvpnHwTunnelIdSm::sharedEsiLabelConfigured( Wire::IntfId esIntfId ) const {
-  const auto status = evpnStatus()->ethernetSegmentStatus( esIntfId );
-  return status && status->sharedEsiLabelValid();
-}
-
-HwTunnelIdType EvpnHwTunnelIdSm::neededType( TunnelId tunnelId ) const {
-  const auto info = tunnelInfo( tunnelId );
-  return info && info->sharedEsiLabelConfiguredIntfs() > 0 ? hwTunnelIdTypeSharedEsi
-                                                           : hwTunnelIdTypeDefault;
-}
-
-EvpnHwTunnelIdSm::Lack EvpnHwTunnelIdSm::lackOf( TunnelId tunnelId ) const {
-  const auto record = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().examine( tunnelId ).record;
-  if ( !record ) {
-    return isWanted( tunnelId ) ? Lack::id : Lack::nothing;
-  }
-  return usedBySegment( tunnelId ) && record->hwTunnelId.hwTunnelIdType() != neededType( tunnelId )
-             ? Lack::type
-             : Lack::nothing;
-}
-
-// The id of a damaged record can neither be kept nor given back.
-std::optional< TunnelIdToHwTunnelId > EvpnHwTunnelIdSm::mapped( TunnelId tunnelId ) const {
-  try {
-    return tunnelIdHwTunnelId()->tunnelIdToHwTunnelId( tunnelId );
-  } catch ( const Rook::Corruption & corruption ) {
-    KezBaseHelper::kezAssert( corruption.what() );
-  }
 }
 
 // --- Handlers
@@ -98,54 +55,15 @@ void EvpnHwTunnelIdSm::handleInitialized() {
   }
 }
 
-// The records whose ids hardware has for their tunnels; others are deleted, and of two with one id
-// the second.
-EvpnHwTunnelIdSm::RecordedIds EvpnHwTunnelIdSm::dropOtherRecords( const IdsInUse & inUse ) {
-  const auto mapping = tunnelIdHwTunnelId();
-  RecordedIds recorded;
-  size_t records = 0;
-  const size_t all = mapping->tunnelIdToHwTunnelIds();
-  try {
-    for ( const auto & [ tunnelId, hwTunnelId ] : mapping->tunnelIdToHwTunnelId() ) {
-      ++records;
-      const auto owner = inUse.find( hwTunnelId );
-      const bool stands = owner && ( *owner == tunnelId || *owner == TunnelId::invalid() );
-      if ( !stands || !recorded.emplace( hwTunnelId, tunnelId ).second ) {
-        mapping->tunnelIdToHwTunnelIdDel( tunnelId );
-      }
-    }
-  } catch ( const Rook::Corruption & corruption ) {
-    KezBaseHelper::kezAssert( corruption.what() );
-  }
-  VEX_ASSERT( records == all ); // a damaged one is stepped over
-  return recorded;
-}
-
-// An id that was got twice for a tunnel goes on as the mapping has it; who takes hardware over sees
-// to the other one.
 void EvpnHwTunnelIdSm::takeOver( const IdsInUse & inUse ) {
-  const auto mapping = tunnelIdHwTunnelId();
-  const auto recorded = dropOtherRecords( inUse );
-  for ( const auto walk = inUse.walk(); const auto entry = walk->next(); ) {
-    const auto hwTunnelId = entry->key;
-    const auto at = recorded.find( hwTunnelId );
-    const bool known = at != recorded.end();
-    const auto tunnelId = known ? at->second : entry->data;
-    const bool wanted = known || ( tunnelId != TunnelId::invalid() && !mapped( tunnelId ) &&
-                                   mapping->tunnelIdToHwTunnelIdMakeRoom() );
-    if ( wanted ) {
-      TRACE( 5, "tunnelId ", tunnelId, " still has hw tunnel id ", hwTunnelId );
-      if ( !known ) {
-        mapping->tunnelIdToHwTunnelIdIs( { tunnelId, hwTunnelId } );
-      }
-      zombieTunnelIdIs( hwTunnelId.hwTunnelIdType() )->tunnelIdIs( tunnelId );
-    }
-  }
+  takeOverHwTunnelIdRecords( *tunnelIdHwTunnelId(), inUse, [ this ]( const auto & record ) {
+    TRACE( 5, "tunnelId ", record.key, " still has hw tunnel id ", record.hwTunnelId );
+    zombieTunnelIdIs( record.hwTunnelId.hwTunnelIdType() )->tunnelIdIs( record.key );
+  } );
   // All that uses a tunnel decides on the type of the first id that it gets.
   for ( const auto & [ esIntfId, status ] : evpnStatus()->ethernetSegmentStatus() ) {
     for ( const auto [ labelIntfId, label ] : status->remoteEsiLabel() ) {
-      recordUse( esIntfId, srTeOrDynamicTunnelIntfIdToTunnelId( labelIntfId ),
-                 status->sharedEsiLabelValid() );
+      segmentTunnels_.add( esIntfId, srTeOrDynamicTunnelIntfIdToTunnelId( labelIntfId ) );
     }
   }
 }
@@ -237,11 +155,6 @@ void EvpnHwTunnelIdSm::segmentStatusDelAll() {
   }
 }
 
-void EvpnHwTunnelIdSm::vex_handleSegmentStatus( VexSegmentStatus & reactor ) {
-  reactor.handleSegmentStatus();
-  reactor.handleSharedEsiLabel();
-}
-
 void EvpnHwTunnelIdSm::VexSegmentStatus::handleSegmentStatus() {
   const auto sm = this->sm();
   const auto intfId = esIntfId();
@@ -314,7 +227,7 @@ void EvpnHwTunnelIdSm::retryLackingTunnelChanged() {
       publishHwTunnelId( tunnelId );
     }
   }
-  scheduleRetry();
+  ensureReview();
 }
 
 // --- Segments come to use tunnels, and cease to
@@ -324,36 +237,25 @@ void EvpnHwTunnelIdSm::programHwTunnelId( Wire::IntfId esIntfId, TunnelId tunnel
   const bool sharedEsi = sharedEsiLabelConfigured( esIntfId );
   TRACE( 8, "EvpnHwTunnelIdSm::programHwTunnelId intfId ", esIntfId, " tunnelId ", tunnelId,
          " sharedEsi ", sharedEsi );
-  recordUse( esIntfId, tunnelId, sharedEsi );
+  segmentTunnels_.add( esIntfId, tunnelId );
   publishHwTunnelId( tunnelId );
-}
-
-void EvpnHwTunnelIdSm::recordUse( Wire::IntfId esIntfId, TunnelId tunnelId, bool sharedEsi ) {
-  intfTunnelSetIs( esIntfId )->tunnelIdIs( tunnelId );
-  const auto info = tunnelInfoIs( tunnelId );
-  info->intfIdIs( esIntfId );
-  info->sharedEsiLabelConfiguredIntfIs( esIntfId, sharedEsi );
 }
 
 void EvpnHwTunnelIdSm::unProgramHwTunnelId( Wire::IntfId esIntfId, TunnelId tunnelId ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "EvpnHwTunnelIdSm::unProgramHwTunnelId intfId ", esIntfId, " tunnelId ", tunnelId );
-  const auto tunnels = intfTunnelSet( esIntfId );
-  if ( !tunnels || !tunnels->tunnelIdHas( tunnelId ) ) {
+  if ( const auto tunnels = intfTunnelSet( esIntfId );
+       !tunnels || !tunnels->tunnelIdHas( tunnelId ) ) {
     TRACE( 5, " tunnel not programmed " );
     return;
   }
   VEX_ASSERT( tunnelInfo( tunnelId )->intfIdHas( esIntfId ) );
-  const auto info = tunnelInfo( tunnelId );
-  info->sharedEsiLabelConfiguredIntfDel( esIntfId );
-  info->intfIdDel( esIntfId );
-  intfTunnelSetMemberDel( esIntfId, tunnelId );
-  if ( info->intfIds() > 0 ) {
+  segmentTunnels_.remove( esIntfId, tunnelId );
+  if ( const auto info = tunnelInfo( tunnelId ) ) {
     TRACE( 5, info->intfIds(), " ethernet segments still using tunnelId ", tunnelId );
     maybeReprogramHwTunnelId( tunnelId );
     return;
   }
-  tunnelInfoDel( tunnelId );
   // Remote destinations that still count it keep a parked tunnel waiting.
   if ( lackOf( tunnelId ) == Lack::nothing ) {
     parking_.release( tunnelId );
@@ -407,7 +309,8 @@ void EvpnHwTunnelIdSm::publishHwTunnelId( TunnelId tunnelId ) {
   }
   if ( !hwTunnelId.valid() ) {
     TRACE( 5, "failed to program tunnel" );
-    parkRefused( tunnelId );
+    parking_.park( tunnelId );
+    parking_.settle( tunnelId );
     return;
   }
   tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdIs( { tunnelId, hwTunnelId } );
@@ -418,23 +321,21 @@ void EvpnHwTunnelIdSm::publishHwTunnelId( TunnelId tunnelId ) {
   settleLack( tunnelId );
 }
 
-void EvpnHwTunnelIdSm::parkRefused( TunnelId tunnelId ) {
-  parking_.park( tunnelId );
-  parking_.settle( tunnelId );
-  scheduleRetry();
-}
-
-// Also of what an earlier run of the review had tried.
-void EvpnHwTunnelIdSm::scheduleRetry() {
-  if ( retryLackingTunnel() && parked() > 0 && !reviewUnprogrammed()->isScheduled() ) {
-    maybeScheduleUnprogrammedReview( false );
+EvpnHwTunnelIdSm::Lack EvpnHwTunnelIdSm::lackOf( TunnelId tunnelId ) const {
+  const auto record = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().examine( tunnelId ).record;
+  if ( !record ) {
+    return isWanted( tunnelId ) ? Lack::id : Lack::nothing;
   }
+  return usedBySegment( tunnelId ) && record->hwTunnelId.hwTunnelIdType() != neededType( tunnelId )
+             ? Lack::type
+             : Lack::nothing;
 }
 
 // After what may have changed what the tunnel lacks.
 void EvpnHwTunnelIdSm::settleLack( TunnelId tunnelId ) {
   if ( retryLackingTunnel() && lackOf( tunnelId ) != Lack::nothing ) {
-    parkRefused( tunnelId );
+    parking_.park( tunnelId );
+    parking_.settle( tunnelId );
   } else {
     parking_.release( tunnelId );
   }
@@ -512,13 +413,9 @@ bool EvpnHwTunnelIdSm::releaseOneZombieTunnelId( HwTunnelIdType hwTunnelIdType )
     return false;
   }
   const auto zombies = zombieTunnelId( hwTunnelIdType );
-  if ( !zombies ) {
+  if ( !zombies || zombies->tunnelIds() == 0 ) {
     TRACE( 8, "EvpnHwTunnelIdSm::releaseOneZombieTunnelId", hwTunnelIdType,
-           " not in zombieTunnelId collection " );
-    return false;
-  }
-  if ( zombies->tunnelIds() == 0 ) {
-    TRACE( 8, "EvpnHwTunnelIdSm::releaseOneZombieTunnelId", hwTunnelIdType, " collection empty " );
+           zombies ? " collection empty " : " not in zombieTunnelId collection " );
     return false;
   }
   const TunnelId tunnelId = *zombies->tunnelId().begin();
@@ -544,7 +441,6 @@ void EvpnHwTunnelIdSm::doReviewUnprogrammed() {
       parking_.release( tunnelId );
     }
   } );
-  scheduleRetry();
 }
 
 } // namespace Kez

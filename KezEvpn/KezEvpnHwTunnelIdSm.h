@@ -29,11 +29,9 @@
 
 #include "Evpn/EvpnStatus.h"
 #include "Kez/KezCommonSmData.h"
-#include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
+#include "KezEvpn/HwTunnelIdRecords.h"
+#include "KezEvpn/SegmentTunnels.h"
 #include "KezEvpn/frame/Parking.h"
-#include "KezHelper/EvpnHwTunnelIdSmHelper.h"
-
-#include <map>
 
 namespace Kez {
 
@@ -111,7 +109,10 @@ public:
   void handleRemoteTunnelId( TunnelId tunnelId );
   // The helper has ids again, or tunnels need not keep theirs any more.
   void handleHelper();
-  void vex_handleSegmentStatus( VexSegmentStatus & reactor );
+  void vex_handleSegmentStatus( VexSegmentStatus & reactor ) {
+    reactor.handleSegmentStatus();
+    reactor.handleSharedEsiLabel();
+  }
 
   void segmentStatusIs( In< Evpn::EthernetSegmentStatus > status );
   // A segment that loses its reactor uses no tunnel any more, also while it stands in the input.
@@ -137,29 +138,34 @@ private:
   bool isWanted( TunnelId tunnelId ) const {
     return usedBySegment( tunnelId ) || remoteInfo()->remoteTunnelIdHas( tunnelId );
   }
-  bool labelled( Wire::IntfId esIntfId, TunnelId tunnelId ) const;
-  bool sharedEsiLabelConfigured( Wire::IntfId esIntfId ) const;
-  HwTunnelIdType neededType( TunnelId tunnelId ) const;
-  std::optional< TunnelIdToHwTunnelId > mapped( TunnelId tunnelId ) const;
+  bool labelled( Wire::IntfId esIntfId, TunnelId tunnelId ) const {
+    return segmentTunnels_.labelled( esIntfId, tunnelId );
+  }
+  bool sharedEsiLabelConfigured( Wire::IntfId esIntfId ) const {
+    return segmentTunnels_.sharedEsiLabelConfigured( esIntfId );
+  }
+  HwTunnelIdType neededType( TunnelId tunnelId ) const {
+    return segmentTunnels_.neededType( tunnelId );
+  }
+  std::optional< TunnelIdToHwTunnelId > mapped( TunnelId tunnelId ) const {
+    return hwTunnelIdRecord( *tunnelIdHwTunnelId(), tunnelId );
+  }
   size_t parked() const override { return unprogrammedTunnels(); }
+  bool retriesRefused() const override { return retryLackingTunnel(); }
   bool makeRoom( HwTunnelIdType hwTunnelIdType, bool used );
   using IdsInUse = KezHelper::EvpnHwTunnelIdSmHelper::HwTunnelIds;
-  using RecordedIds = std::map< HwTunnelId, TunnelId >;
-  RecordedIds dropOtherRecords( const IdsInUse & inUse );
   void takeOver( const IdsInUse & inUse );
-  void recordUse( Wire::IntfId esIntfId, TunnelId tunnelId, bool sharedEsi );
   // What a tunnel that is used lacks: an id at all, or one of the type that its segments need.
   enum class Lack { nothing, id, type };
   Lack lackOf( TunnelId tunnelId ) const;
-  void parkRefused( TunnelId tunnelId );
   void settleLack( TunnelId tunnelId );
-  void scheduleRetry();
   void retryLackingTunnelChanged();
   void explainWait( TunnelId tunnelId, Explanation & out ) const;
   void explainLack( TunnelId tunnelId, Explanation & out ) const;
   void checkRetried( Findings & out ) const;
   std::optional< TunnelId > recordedFor( HwTunnelId hwTunnelId ) const;
 
+  SegmentTunnels segmentTunnels_;
   Parking< TunnelId > parking_;
   VexEvpnStatus evpnStatusReactor_;
   VexRemoteInfo remoteInfoReactor_;

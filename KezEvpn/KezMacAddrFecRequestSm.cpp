@@ -3,7 +3,6 @@
 #include "Ringlog/Trace.h"
 
 #include <algorithm>
-#include <map>
 
 namespace Kez {
 
@@ -23,8 +22,10 @@ KezMacAddrFecRequestSm::KezMacAddrFecRequestSm(
       hwTunnelIdMapping_( hwTunnelIdMapping ), toggles_( toggles ),
       macAddrFecRequest_( macAddrFecRequest ), macAddrFecResponse_( macAddrFecResponse ),
       macAddrFecStatus_( macAddrFecStatus ), macAddrHwStatus_( macAddrHwStatus ),
-      scheduler_( scheduler ), hostOutputReactor_( *this ), hwTunnelIdMappingReactor_( *this ),
-      togglesReactor_( *this ), macAddrHwStatusReactor_( *this ) {
+      scheduler_( scheduler ),
+      dependencies_( *this, objectChain_, objectChainAttr, tunnelChain_, tunnelChainAttr ),
+      hostOutputReactor_( *this ), hwTunnelIdMappingReactor_( *this ), togglesReactor_( *this ),
+      macAddrHwStatusReactor_( *this ) {
   hostOutputReactor_.notifierIs( hostOutput );
   hwTunnelIdMappingReactor_.notifierIs( hwTunnelIdMapping );
   togglesReactor_.notifierIs( toggles );
@@ -223,48 +224,10 @@ void KezMacAddrFecRequestSm::doReview() {
 
 // --- A chain
 
-size_t KezMacAddrFecRequestSm::maxVias( const L2Rib::Chain & walked ) const {
-  return !walked.loadBalanced ? 1 : toggles()->toggle( Vex::String( fourWayToggle ) ) ? 4 : 2;
-}
-
-KezMacAddrFecRequestSm::Decision KezMacAddrFecRequestSm::decide( ObjectId first,
-                                                                 Explanation * asked ) const {
-  Decision decision;
-  decision.walked = L2Rib::walkChain( *hostOutput(), first, maxChainLength_.value() );
-  if ( decision.walked.lack != L2Rib::ChainLack::nothing ) {
-    decision.lack = L2Rib::lackText( decision.walked );
-    return decision;
-  }
-  std::map< Rook::Fib::FecVia, TunnelId > ways; // the tunnel is invalid for a VXLAN endpoint
-  for ( const auto & [ label, dest ] : decision.walked.paths ) {
-    const auto tunnelId = destTunnelId( dest );
-    if ( dest.destType() == L2Rib::destTypeVxlan_ ) {
-      ways[ { Wire::VtepIntfId::intfId( dest.vtep() ), label } ] = tunnelId;
-    } else if ( tunnelId != TunnelId::invalid() ) {
-      ways[ { tunnelId.intfId(), label } ] = tunnelId;
-    } else {
-      decision.lack = Vex::text( dest ) + " is reached by no FEC";
-      return decision;
-    }
-  }
-  const auto most = maxVias( decision.walked );
-  for ( const auto & [ via, tunnelId ] : ways ) {
-    if ( decision.vias.size() == most ) {
-      break;
-    }
-    decision.vias.push_back( via );
-    decision.hwTunnelIds.emplace_back();
-    if ( tunnelId != TunnelId::invalid() ) {
-      const auto & table = hwTunnelIdMapping()->tunnelIdToHwTunnelIdTable();
-      const auto record = asked ? examine( table, tunnelId, *asked ) : table.safeRecord( tunnelId );
-      decision.tunnels.push_back( tunnelId );
-      decision.hwTunnelIds.back() = record ? record->hwTunnelId : HwTunnelId();
-      if ( !decision.hwTunnelIds.back().valid() ) {
-        decision.lack = "tunnel " + Vex::text( tunnelId ) + " has no hardware tunnel id";
-      }
-    }
-  }
-  return decision;
+MacChainDecision KezMacAddrFecRequestSm::decide( ObjectId first, Explanation * asked ) const {
+  const size_t maxPaths = toggles()->toggle( Vex::String( fourWayToggle ) ) ? 4 : 2;
+  return decideMacChain( *hostOutput(), *hwTunnelIdMapping(), first, maxChainLength_, maxPaths,
+                         asked );
 }
 
 void KezMacAddrFecRequestSm::processChain( ObjectId first ) {
@@ -288,30 +251,16 @@ void KezMacAddrFecRequestSm::processChain( ObjectId first ) {
   maybeWithdraw( former );
 }
 
-void KezMacAddrFecRequestSm::updateDependencies( MacChain & chain, const Decision & decision ) {
-  for ( const auto object : chain.object() ) {
-    objectChainMemberDel( object, chain.first() );
-  }
-  for ( const auto tunnelId : chain.tunnel() ) {
-    tunnelChainMemberDel( tunnelId, chain.first() );
-  }
-  chain.objectDelAll();
-  chain.tunnelDelAll();
-  for ( const auto object : decision.walked.objects ) {
-    chain.objectIs( object );
-    objectChainIs( object )->chainIs( chain.first() );
-  }
+void KezMacAddrFecRequestSm::updateDependencies( MacChain & chain,
+                                                 const MacChainDecision & decision ) {
   // Hosts may still be on the former FEC.
-  auto tunnels = tunnelsOf( macAddrFecRequest()->fec( chain.formerFecId() ) );
+  auto tunnels = fecTunnelIds( macAddrFecRequest()->fec( chain.formerFecId() ) );
   tunnels.insert( tunnels.end(), decision.tunnels.begin(), decision.tunnels.end() );
-  for ( const auto tunnelId : tunnels ) {
-    chain.tunnelIs( tunnelId );
-    tunnelChainIs( tunnelId )->chainIs( chain.first() );
-  }
+  dependencies_.are( chain, decision.walked.objects, tunnels );
 }
 
 // An id of another kind is not the chain's any more, but stands until nobody is on it.
-void KezMacAddrFecRequestSm::request( MacChain & chain, const Decision & decision ) {
+void KezMacAddrFecRequestSm::request( MacChain & chain, const MacChainDecision & decision ) {
   const auto kind = decision.kind();
   if ( chain.fecId() != FecId() && chain.fecId().kind() != kind ) {
     const auto former = chain.fecId();
@@ -433,22 +382,12 @@ bool KezMacAddrFecRequestSm::isSound( FecId fecId ) const {
     return true;
   }
   const auto requested = macAddrFecRequest()->hwFecIdRequest( fecId ).hwTunnelId;
-  return std::ranges::all_of( tunnelsOf( macAddrFecRequest()->fec( fecId ) ), [ & ](
-                                                                                  auto tunnelId ) {
-    const auto record = hwTunnelIdMapping()->tunnelIdToHwTunnelIdTable().examine( tunnelId ).record;
-    return record && std::ranges::count( requested, record->hwTunnelId ) > 0;
-  } );
-}
-
-std::vector< Tunnel::TunnelTable::TunnelId >
-KezMacAddrFecRequestSm::tunnelsOf( const Rook::Fib::Fec & fec ) {
-  std::vector< TunnelId > tunnels;
-  for ( const auto & via : fec.via ) {
-    if ( Wire::DynamicTunnelIntfId::isDynamicTunnelIntfId( via.intfId ) ) {
-      tunnels.push_back( Wire::DynamicTunnelIntfId::tunnelId( via.intfId ) );
-    }
-  }
-  return tunnels;
+  return std::ranges::all_of(
+      fecTunnelIds( macAddrFecRequest()->fec( fecId ) ), [ & ]( auto tunnelId ) {
+        const auto record =
+            hwTunnelIdMapping()->tunnelIdToHwTunnelIdTable().examine( tunnelId ).record;
+        return record && std::ranges::count( requested, record->hwTunnelId ) > 0;
+      } );
 }
 
 KezMacAddrFecRequestSm::Use KezMacAddrFecRequestSm::useOf( FecId fecId ) const {

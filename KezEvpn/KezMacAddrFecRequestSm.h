@@ -32,8 +32,8 @@
 #pragma once
 
 #include "Kez/Toggles.h"
-#include "KezEvpn/MacFecs.h"
-#include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
+#include "KezEvpn/MacChainDecision.h"
+#include "KezEvpn/MacChainDependencies.h"
 #include "KezEvpn/frame/FecRequestSm.h"
 #include "KezEvpn/frame/Review.h"
 
@@ -125,18 +125,6 @@ public:
   bool settled() const override { return chainQueues() + hostQueues() == 0; }
 
 private:
-  // What a chain comes to: a FEC without its id, or why it has none.
-  struct Decision {
-    L2Rib::Chain walked;
-    std::vector< TunnelId > tunnels; // on which the decision depends
-    Vex::String lack;                // empty for a complete chain
-    Rook::Fib::FecVias vias;
-    std::vector< HwTunnelId > hwTunnelIds;
-
-    Rook::Fib::FecKind kind() const {
-      return walked.loadBalanced ? Rook::Fib::FecKind::macLoadBalance : Rook::Fib::FecKind::macPath;
-    }
-  };
   // Why a FEC's request stands.
   enum class Use { none, hosts, hardware };
 
@@ -154,12 +142,10 @@ private:
   }
   void queueHosts( const MacChain & chain );
 
-  // Damage that is met is said to who asked, else handed to the table's corruption handler.
-  Decision decide( L2Rib::ObjectId first, Explanation * asked = nullptr ) const;
-  size_t maxVias( const L2Rib::Chain & walked ) const;
+  MacChainDecision decide( L2Rib::ObjectId first, Explanation * asked = nullptr ) const;
   void processChain( L2Rib::ObjectId first );
-  void updateDependencies( MacChain & chain, const Decision & decision );
-  void request( MacChain & chain, const Decision & decision );
+  void updateDependencies( MacChain & chain, const MacChainDecision & decision );
+  void request( MacChain & chain, const MacChainDecision & decision );
 
   void processHost( const MacVlanPair & host );
   MacFec fecToPublish( const MacVlanPair & host, L2Rib::ObjectId wanted ) const;
@@ -168,7 +154,6 @@ private:
 
   Rook::Fib::FecId answeredFecOf( L2Rib::ObjectId first ) const;
   bool isSound( Rook::Fib::FecId fecId ) const;
-  static std::vector< TunnelId > tunnelsOf( const Rook::Fib::Fec & fec );
   Use useOf( Rook::Fib::FecId fecId ) const;
   void maybeWithdraw( Rook::Fib::FecId fecId );
   void maybeDeleteFecId( Rook::Fib::FecId fecId );
@@ -181,6 +166,7 @@ private:
   void checkFecs( Findings & out ) const;
 
   MaxChainLength maxChainLength_;
+  MacChainDependencies dependencies_;
   VexHostOutput hostOutputReactor_;
   VexInput< TunnelIdToHwTunnelIdMapping, TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdAttr,
             &KezMacAddrFecRequestSm::handleHwTunnelIdMapping >

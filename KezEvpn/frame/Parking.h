@@ -23,9 +23,10 @@ namespace Kez {
 // When parked keys are reviewed.
 enum class Retry {
   afterRefusal, // an interval after one was refused, and on while there are any
-  whenFreed,    // refused ones only when hardware has room again, at once; what waits for room of
-                // another kind an interval after the machine said so, and on while there is any
-  byMachine     // when the machine says; it must, before its task's run ends
+  whenFreed, // refused ones when hardware has room again, at once, and only then unless the machine
+             // `retriesRefused()`; what waits for room of another kind an interval after the
+             // machine said so, and on while there is any
+  byMachine  // when the machine says; it must, before its task's run ends
 };
 
 struct ParkingPolicy {
@@ -83,6 +84,16 @@ protected:
   // How many keys are parked.
   virtual size_t parked() const = 0;
 
+  // Under Retry::whenFreed: whether refused keys are tried every interval too.
+  virtual bool retriesRefused() const { return false; }
+
+  // Has a review due if something waits for one, without putting off or restarting one that is.
+  void ensureReview() {
+    if ( !reviewIsDueWhileParked() ) {
+      maybeScheduleUnprogrammedReview( false );
+    }
+  }
+
   // From the first key on: at once, or after the interval unless a run is pending.
   void scheduleUnprogrammedReview( bool immediate ) {
     VEX_ASSERT_IN( source(), initialized() );
@@ -108,7 +119,8 @@ private:
 
   // How many keys nothing but a review brings on.
   size_t awaitingReview() const {
-    return parked() - ( policy_.retry == Retry::whenFreed ? this->refusals() : 0 );
+    const bool all = policy_.retry != Retry::whenFreed || retriesRefused();
+    return parked() - ( all ? 0 : this->refusals() );
   }
   bool reviewIsDueWhileParked() const {
     return awaitingReview() == 0 || reviewUnprogrammed()->isScheduled();
@@ -182,6 +194,9 @@ public:
   void settle( const Key & key, bool refused ) {
     if ( refused ) {
       sm_.refusalInc( key );
+      if ( sm_.retriesRefused() ) {
+        sm_.ensureReview();
+      }
     } else if ( sm_.refusals() > 0 ) {
       sm_.refusalDel( key );
     }

@@ -10,6 +10,16 @@ TunnelId destTunnelId( const L2Rib::Dest & dest ) {
                                                      : TunnelId::invalid();
 }
 
+std::vector< TunnelId > fecTunnelIds( const Rook::Fib::Fec & fec ) {
+  std::vector< TunnelId > tunnelIds;
+  for ( const auto & via : fec.via ) {
+    if ( Wire::DynamicTunnelIntfId::isDynamicTunnelIntfId( via.intfId ) ) {
+      tunnelIds.push_back( Wire::DynamicTunnelIntfId::tunnelId( via.intfId ) );
+    }
+  }
+  return tunnelIds;
+}
+
 MaxChainLength::MaxChainLength( uint32_t value ) : WordValue( value ) {
   if ( value < 2 || value > 3 ) {
     throw Vex::RangeError( "KezMacAddrFecRequestSm::maxChainLength < 2 or > 3 not allowed" );

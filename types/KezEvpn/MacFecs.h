@@ -18,6 +18,9 @@ struct MacFec {
 // The tunnel of a destination of any type; not valid for one that has none.
 Tunnel::TunnelTable::TunnelId destTunnelId( const L2Rib::Dest & dest );
 
+// The tunnels of a FEC's vias.
+std::vector< Tunnel::TunnelTable::TunnelId > fecTunnelIds( const Rook::Fib::Fec & fec );
+
 // How many tables a chain of hosts may lead over: 2 or 3; another number raises Vex::RangeError.
 class MaxChainLength : public Vex::WordValue< MaxChainLength, uint32_t > {
 public:
