@@ -3,6 +3,8 @@
 #include "Ringlog/Trace.h"
 #include "Vex/Clock.h"
 
+#include <algorithm>
+
 static Ringlog::Handle traceHandle( "KezAudit" );
 
 namespace KezHelper {
@@ -23,7 +25,9 @@ Audit::~Audit() {
 
 void Audit::partsAre( const Vex::Ptr< const Vex::Entity > & owner, AuditParts parts ) {
   for ( auto & part : parts.parts_ ) {
-    parts_.push_back( { owner, std::move( part ) } );
+    const auto at = std::ranges::upper_bound(
+        parts_, part->rank(), {}, []( const Owned & each ) { return each.part->rank(); } );
+    parts_.insert( at, { owner, std::move( part ) } );
   }
 }
 
@@ -34,6 +38,7 @@ void Audit::begin( bool repairs ) {
 
 void Audit::beginRound( bool repairs ) {
   if ( underWay_ ) {
+    repairsNow_ |= repairs;
     return;
   }
   TRACE( 5, "begin" );
@@ -58,7 +63,9 @@ void Audit::intervalChanged() {
 }
 
 void Audit::go() {
-  beginRound( repairs() );
+  if ( !underWay_ ) {
+    beginRound( repairs() );
+  }
   if ( takeover_ && !takeover_->hasEnded() ) {
     run_->scheduleAfter( lookInterval );
   } else if ( !goRound() ) {
@@ -107,7 +114,7 @@ void Audit::differs( const Vex::String & entry, const Difference & found ) {
   if ( !differenceHas( entry ) ) {
     TRACE( 1, found.kind, " ", entry, " in hardware ", found.inHardware, " on record ",
            found.onRecord, " asked for ", found.askedFor, " repair ", found.repair );
-    if ( differences() >= differenceLimit() ) {
+    if ( differences() - notFoundAgain_.size() >= differenceLimit() ) {
       return;
     }
     differenceIs( entry )->sinceIs( Vex::Clock::now() );

@@ -12,9 +12,9 @@
 #pragma once
 
 #include "KezHelper/HwTable.h"
+#include "KezHelper/TableView.h"
 #include "KezHelper/Takeover.h"
 
-#include <array>
 #include <functional>
 #include <map>
 #include <set>
@@ -66,6 +66,8 @@ public:
   virtual ~AuditPart() = default;
   // A step of a round: compares an entry. False when none is left, and the next step begins anew.
   virtual bool auditOne( Audit & audit ) = 0;
+  // Where it stands in a round: what uses an entry before it, as in a sweep.
+  virtual SweepRank rank() const = 0;
 };
 
 template< class Key, class Data > struct AuditedSides;
@@ -104,17 +106,17 @@ public:
          const Vex::Ptr< const Takeover > & takeover );
   ~Audit() override;
 
-  // Tables of an owner, which is held as long as they are audited.
+  // Tables of an owner, which is held for as long as the audit lives. Before the first round.
   void partsAre( const Vex::Ptr< const Vex::Entity > & owner, AuditParts parts );
 
-  // Begins a round, unless one is under way; `repairs` has this one repair in any case.
+  // Begins a round, unless one is under way; `repairs` has that one repair, from where it stands.
   void begin( bool repairs );
   bool repairsNow() const { return repairsNow_; }
   bool isUnderWay() const { return underWay_; }
 
   // For parts: an entry has been looked at, and what is wrong with it.
   void comparedInc() { comparedIs( compared() + 1 ); }
-  void differs( const Vex::String & entry, const Difference & difference );
+  void differs( const Vex::String & entry, const Difference & found );
 
 private:
   class Run final : public Loom::Task {
@@ -148,13 +150,14 @@ private:
 
 // A table of hardware, and the same as a machine has it on record and as its inputs ask for it.
 template< class Key, class Data > struct AuditedSides {
-  using Table = HwTable< Key, Data >;
   Vex::String machine;
   Vex::String table;
-  const Table * hardware; // the helper's
-  std::unique_ptr< const Table > record;
-  std::unique_ptr< const Table > askedFor;  // null where the machine cannot say
-  std::function< bool( const Key & ) > due; // whether it has yet to look at an input, or to retry
+  SweepRank rank = SweepRank::port;
+  const HwTable< Key, Data > * hardware = nullptr; // the helper's
+  std::unique_ptr< const TableView< Key, Data > > record;
+  std::unique_ptr< const TableView< Key, Data > > askedFor; // null where the machine cannot say
+  // Whether it has yet to look at an input, or to retry.
+  std::function< bool( const Key & ) > due = []( const Key & ) { return false; };
   // From hardware, what need not be on record.
   std::function< void( const Key & key, const Data & data ) > remove;
   // From the record, as if refused; null where nothing would try it again.
@@ -164,42 +167,65 @@ template< class Key, class Data > struct AuditedSides {
 
 template< class Key, class Data > class AuditedTable final : public AuditPart {
 public:
-  using Table = HwTable< Key, Data >;
-
   explicit AuditedTable( AuditedSides< Key, Data > sides ) : sides_( std::move( sides ) ) {}
 
+  SweepRank rank() const override { return sides_.rank; }
   bool auditOne( Audit & audit ) override {
-    while ( side_ < sidesOf().size() ) {
-      const Table * const table = sidesOf()[ side_ ];
-      if ( !walk_ && table ) {
-        walk_ = table->walk();
+    if ( side_ == Side::hardware ) {
+      if ( !hardwareWalk_ ) {
+        hardwareWalk_ = sides_.hardware->walk();
       }
-      if ( const auto entry = walk_ ? walk_->next() : std::nullopt ) {
+      if ( const auto entry = hardwareWalk_->next() ) {
         compare( entry->key, audit );
         return true;
       }
-      walk_.reset();
-      ++side_;
+      hardwareWalk_.reset();
+      side_ = Side::record;
     }
-    side_ = 0;
+    if ( side_ == Side::record ) {
+      if ( stepOver( *sides_.record, audit ) ) {
+        return true;
+      }
+      side_ = Side::askedFor;
+    }
+    if ( sides_.askedFor && stepOver( *sides_.askedFor, audit ) ) {
+      return true;
+    }
+    side_ = Side::hardware;
     return false;
   }
 
 private:
-  // In the order in which they are walked over.
-  std::array< const Table *, 3 > sidesOf() const {
-    return { sides_.hardware, sides_.record.get(), sides_.askedFor.get() };
+  // Which is walked over, in this order.
+  enum class Side { hardware, record, askedFor };
+
+  bool stepOver( const TableView< Key, Data > & view, Audit & audit ) {
+    if ( !viewWalk_ ) {
+      viewWalk_ = view.walk();
+    }
+    std::optional< Key > key;
+    if ( !viewWalk_->next( key ) ) {
+      viewWalk_.reset();
+      return false;
+    }
+    if ( key ) {
+      compare( *key, audit );
+    }
+    return true;
   }
 
   // An entry is compared in the first walk that comes to it.
   void compare( const Key & key, Audit & audit ) {
     const auto inHardware = sides_.hardware->find( key );
     const auto onRecord = sides_.record->find( key );
-    if ( ( side_ > 0 && inHardware ) || ( side_ > 1 && onRecord ) ) {
+    if ( ( side_ != Side::hardware && inHardware ) || ( side_ == Side::askedFor && onRecord ) ) {
+      return;
+    }
+    const auto askedFor = sides_.askedFor ? sides_.askedFor->find( key ) : onRecord;
+    if ( !inHardware && !onRecord && !askedFor ) {
       return;
     }
     audit.comparedInc();
-    const auto askedFor = sides_.askedFor ? sides_.askedFor->find( key ) : onRecord;
     if ( inHardware == onRecord && ( askedFor == onRecord || sides_.due( key ) ) ) {
       return;
     }
@@ -226,11 +252,14 @@ private:
     const bool isWrittenOver = onRecord && sides_.writesOver;
     if ( inHardware && !isWrittenOver ) {
       sides_.remove( key, *inHardware );
+      if ( sides_.hardware->find( key ) ) {
+        return false;
+      }
     }
     if ( onRecord ) {
       sides_.forget( key, *onRecord );
     }
-    return isWrittenOver || !sides_.hardware->find( key );
+    return true;
   }
 
   static Vex::String textOf( const std::optional< Data > & data ) {
@@ -242,8 +271,9 @@ private:
   }
 
   const AuditedSides< Key, Data > sides_;
-  size_t side_ = 0;
-  std::unique_ptr< typename Table::Walk > walk_;
+  Side side_ = Side::hardware;
+  std::unique_ptr< typename HwTable< Key, Data >::Walk > hardwareWalk_;
+  std::unique_ptr< typename TableView< Key, Data >::Walk > viewWalk_;
 };
 
 template< class Key, class Data > void AuditParts::add( AuditedSides< Key, Data > sides ) {

@@ -1,26 +1,40 @@
-// A table as others are asked for it, made of what stands elsewhere: of a collection in whose
-// members its keys are, one or many in each, and of a function that finds the data of a key.
+// One side of a table that is audited: a function that finds the data of a key, and where its keys
+// are, in the members of a collection, one or many in each.
 #pragma once
 
-#include "KezHelper/HwTable.h"
-
 #include <functional>
+#include <memory>
+#include <optional>
+#include <utility>
 #include <vector>
 
 namespace KezHelper {
 
-// `range()` is the collection, `keysOf( walk )` the keys in the member that a walk over it stands
-// at, and `find( key )` the data, nothing for a key that is in no table.
-template< class Key, class Data, class Range > class TableView final : public HwTable< Key, Data > {
-  using Base = HwTable< Key, Data >;
+template< class Key, class Data > class TableView {
+public:
+  // A walk over the keys, a key or a member without any at a time, so that none takes long.
+  class Walk {
+  public:
+    virtual ~Walk() = default;
+    // False behind the last one. The key need not have any data.
+    virtual bool next( std::optional< Key > & key ) = 0;
+  };
+
+  virtual ~TableView() = default;
+  virtual std::optional< Data > find( const Key & key ) const = 0;
+  virtual std::unique_ptr< Walk > walk() const = 0;
+};
+
+template< class Key, class Data, class Range >
+class TableViewOf final : public TableView< Key, Data > {
+  using Base = TableView< Key, Data >;
   using Member = decltype( std::declval< Range >()().begin() );
 
 public:
-  using Entry = typename Base::Entry;
   using KeysOf = std::function< std::vector< Key >( const Member & member ) >;
   using Find = std::function< std::optional< Data >( const Key & key ) >;
 
-  TableView( Range range, KeysOf keysOf, Find find )
+  TableViewOf( Range range, KeysOf keysOf, Find find )
       : range_( std::move( range ) ), keysOf_( std::move( keysOf ) ), find_( std::move( find ) ) {}
 
   std::optional< Data > find( const Key & key ) const override { return find_( key ); }
@@ -31,19 +45,17 @@ public:
 private:
   class Walk final : public Base::Walk {
   public:
-    explicit Walk( const TableView & table ) : table_( table ), member_( table.range_().begin() ) {}
+    explicit Walk( const TableViewOf & view ) : view_( view ), member_( view.range_().begin() ) {}
 
-    std::optional< Entry > next() override {
-      while ( at_ < keys_.size() || step() ) {
-        if ( at_ == keys_.size() ) {
-          continue;
-        }
-        const auto & key = keys_[ at_++ ];
-        if ( auto data = table_.find_( key ) ) {
-          return Entry{ key, std::move( *data ) };
-        }
+    bool next( std::optional< Key > & key ) override {
+      key.reset();
+      if ( at_ == keys_.size() && !step() ) {
+        return false;
       }
-      return std::nullopt;
+      if ( at_ < keys_.size() ) {
+        key = keys_[ at_++ ];
+      }
+      return true;
     }
 
   private:
@@ -51,15 +63,12 @@ private:
       if ( std::exchange( begun_, true ) ) {
         ++member_;
       }
-      if ( !member_.valid() ) {
-        return false;
-      }
-      keys_ = table_.keysOf_( member_ );
       at_ = 0;
-      return true;
+      keys_ = member_.valid() ? view_.keysOf_( member_ ) : std::vector< Key >();
+      return member_.valid();
     }
 
-    const TableView & table_;
+    const TableViewOf & view_;
     Member member_;
     bool begun_ = false;
     std::vector< Key > keys_; // of the member
@@ -71,17 +80,19 @@ private:
   const Find find_;
 };
 
+// `range()` is the collection, `keysOf( walk )` the keys in the member that a walk over it stands
+// at, and `find( key )` the data, nothing for a key that is in no table.
 template< class Key, class Data, class Range >
-std::unique_ptr< const HwTable< Key, Data > >
-tableView( Range range, typename TableView< Key, Data, Range >::KeysOf keysOf,
-           typename TableView< Key, Data, Range >::Find find ) {
-  return std::make_unique< TableView< Key, Data, Range > >( std::move( range ), std::move( keysOf ),
-                                                            std::move( find ) );
+std::unique_ptr< const TableView< Key, Data > >
+tableView( Range range, typename TableViewOf< Key, Data, Range >::KeysOf keysOf,
+           typename TableViewOf< Key, Data, Range >::Find find ) {
+  return std::make_unique< TableViewOf< Key, Data, Range > >(
+      std::move( range ), std::move( keysOf ), std::move( find ) );
 }
 // Where each member is a key.
 template< class Key, class Data, class Range >
-std::unique_ptr< const HwTable< Key, Data > >
-tableView( Range range, typename TableView< Key, Data, Range >::Find find ) {
+std::unique_ptr< const TableView< Key, Data > >
+tableView( Range range, typename TableViewOf< Key, Data, Range >::Find find ) {
   return tableView< Key, Data >(
       std::move( range ), []( const auto & member ) { return std::vector{ Key( member.key() ) }; },
       std::move( find ) );

@@ -34,8 +34,7 @@ static String differenceText( const KezHelper::AuditDifference & difference ) {
     return text + "; cannot be mended";
   }
   if ( difference.repair() == KezHelper::Repair::done ) {
-    text += difference.inHardware().empty() ? "" : "; removed";
-    text += difference.onRecord().empty() ? "" : "; tried again by the next review";
+    text += difference.onRecord().empty() ? "; removed" : "; to be tried again";
   }
   return text;
 }
@@ -340,7 +339,11 @@ void Shell::audit( Vex::TextCursor & in ) {
     out_ << "it goes on when hardware has been taken over, which show takeover tells of\n";
     return;
   }
-  if ( audit->differences() == 0 ) {
+  uint32_t found = 0;
+  for ( const auto [ kind, times ] : audit->found() ) {
+    found += times;
+  }
+  if ( found == 0 ) {
     out_ << "hardware has what is on record and asked for; entries compared: " << audit->compared()
          << '\n';
   }
@@ -349,6 +352,9 @@ void Shell::audit( Vex::TextCursor & in ) {
     rows.push_back( { "  " + difference->machine(), entry, differenceText( *difference ) } );
   }
   showTable( out_, rows );
+  if ( found > audit->differences() ) {
+    out_ << "and " << found - audit->differences() << " more\n";
+  }
 }
 
 void Shell::judge( bool holds, const Path & path, const String & expected,

@@ -77,7 +77,7 @@ public:
     }
     takeover->inheritedInc( inherited_.size() );
     for ( const auto walk = users().walk(); const auto entry = walk->next(); ) {
-      usedBy( hwFecIdUsedBy( entry->key, entry->data ) );
+      usedBy( entry->key, hwFecIdUsedBy( entry->key, entry->data ) );
       takeover->inheritedInc( 1 );
     }
     takeover->partIs( sweepOfUsers_, KezHelper::SweepRank::fecUser );
@@ -93,44 +93,50 @@ public:
 
   // Of FECs, whose record is what has been answered, and of their users.
   void addAuditParts( KezHelper::AuditParts & out ) {
-    out.add( KezHelper::AuditedSides< uint64_t, HwFec >{
-        .machine = this->name(),
-        .table = "fec",
-        .hardware = &fecs(),
-        .record = KezHelper::tableView< uint64_t, HwFec >(
-            [ this ] { return this->fecResponse()->hwFecIdResponse(); },
-            []( const auto & member ) {
-              const auto [ fecId, response ] = *member;
-              return std::vector{ response.hwFecId };
-            },
-            [ this ]( uint64_t hwFecId ) { return fecOnRecord( hwFecId ); } ),
-        .askedFor = nullptr,
-        .due = []( uint64_t ) { return false; },
-        .remove =
-            [ this ]( uint64_t hwFecId, const HwFec & ) {
-              if ( simulatedSwitch()->hwFecIdUse( hwFecId ) == 0 ) {
-                deleteFec( hwFecId, Vex::text( hwFecId ) );
-              }
-            },
-        .forget = [ this ]( uint64_t hwFecId,
-                            const HwFec & ) { retry( answeredFecId_.at( hwFecId ) ); },
-        .writesOver = true,
-    } );
-    out.add( KezHelper::AuditedSides< User, Data >{
-        .machine = this->name(),
-        .table = userTable_,
-        .hardware = &users(),
-        .record = usersOnRecord(),
-        .askedFor = nullptr,
-        .due = []( const User & ) { return false; },
-        .remove = [ this ]( const User & user, const Data & ) { removeUser( user ); },
-        .forget =
-            [ this ]( const User & user, const Data & data ) {
-              leftBy( hwFecIdUsedBy( user, data ) );
-              lost( user );
-              retry( user );
-            },
-    } );
+    {
+      KezHelper::AuditedSides< uint64_t, HwFec > sides;
+      sides.machine = this->name();
+      sides.table = "fec";
+      sides.rank = KezHelper::SweepRank::fec;
+      sides.hardware = &fecs();
+      sides.record = KezHelper::tableView< uint64_t, HwFec >(
+          [ this ] { return this->fecResponse()->hwFecIdResponse(); },
+          []( const auto & member ) {
+            const auto [ fecId, response ] = *member;
+            return std::vector{ response.hwFecId };
+          },
+          [ this ]( uint64_t hwFecId ) { return fecOnRecord( hwFecId ); } );
+      sides.remove = [ this ]( uint64_t hwFecId, const HwFec & ) {
+        if ( simulatedSwitch()->hwFecIdUse( hwFecId ) == 0 ) {
+          deleteFec( hwFecId, Vex::text( hwFecId ) );
+        }
+      };
+      sides.forget = [ this ]( uint64_t hwFecId, const HwFec & ) {
+        retry( answeredFecId_.at( hwFecId ) );
+      };
+      sides.writesOver = true;
+      out.add( std::move( sides ) );
+    }
+    {
+      KezHelper::AuditedSides< User, Data > sides;
+      sides.machine = this->name();
+      sides.table = userTable_;
+      sides.rank = KezHelper::SweepRank::fecUser;
+      sides.hardware = &users();
+      sides.record = KezHelper::tableView< User, Data >(
+          [ this ] { return uses_.range(); },
+          [ this ]( const User & user ) {
+            const auto * const hwFecId = uses_.find( user );
+            return hwFecId ? std::optional( dataOf( user, *hwFecId ) ) : std::nullopt;
+          } );
+      sides.remove = [ this ]( const User & user, const Data & ) { removeUser( user ); };
+      sides.forget = [ this ]( const User & user, const Data & ) {
+        leftBy( user );
+        lost( user );
+        retry( user );
+      };
+      out.add( std::move( sides ) );
+    }
   }
 
 protected:
@@ -158,22 +164,19 @@ protected:
   // Brings hardware, and what it answers, to what is asked for.
   virtual void see( const User & user ) = 0;
   virtual uint64_t hwFecIdUsedBy( const User & user, const Data & data ) const = 0;
-  // What has been answered of them, as hardware should have it; where nothing has, and something is
-  // due about one, what hardware has of it, from an earlier life perhaps.
-  virtual std::unique_ptr< const KezHelper::HwTable< User, Data > > usersOnRecord() const = 0;
-  // Has hardware remove one that nothing is on record of, which counts as a use of no FEC.
+  // What hardware has for one that uses the FEC.
+  virtual Data dataOf( const User & user, uint64_t hwFecId ) const = 0;
+  // Has hardware remove one.
   virtual void removeUser( const User & user ) = 0;
   // Answers that hardware does not have it.
   virtual void lost( const User & user ) = 0;
   // Whether a FEC in hardware is of a kind that is asked for here.
   virtual bool isOwn( uint64_t hwFecId ) const = 0;
 
-  bool isDue( const User & user ) const { return agenda_.has( user ); }
-  // That a FEC in use has been answered with.
-  uint64_t hwFecIdAnswered( Rook::Fib::FecId fecId ) const { return hwFecIds_.at( fecId ); }
-
-  // Whether the FEC has been given up, and goes: nothing new is to use it.
-  bool isLeaving( uint64_t hwFecId ) const { return leaving_.contains( hwFecId ); }
+  // Whether something new may use the FEC: hardware has it, and it has not been given up.
+  bool isUsable( uint64_t hwFecId ) const {
+    return simulatedSwitch()->fecHas( hwFecId ) && !leaving_.contains( hwFecId );
+  }
 
   // For what is asked for and stands.
   void kept() {
@@ -196,8 +199,19 @@ protected:
   }
   void retry( const Subject & subject ) { dueIs( subject, Vex::Clock::now() + retryInterval() ); }
 
-  void usedBy( uint64_t hwFecId ) { simulatedSwitch()->hwFecIdUseInc( hwFecId ); }
-  void leftBy( uint64_t hwFecId ) {
+  // What uses which FEC is known from here, not from hardware, which may lose it.
+  void usedBy( const User & user, uint64_t hwFecId ) {
+    leftBy( user );
+    *uses_.findOrAdd( user, [] { return uint64_t( 0 ); } ).first = hwFecId;
+    simulatedSwitch()->hwFecIdUseInc( hwFecId );
+  }
+  void leftBy( const User & user ) {
+    const auto * const use = uses_.find( user );
+    if ( !use ) {
+      return;
+    }
+    const auto hwFecId = *use;
+    uses_.erase( user );
     if ( simulatedSwitch()->hwFecIdUseDec( hwFecId ) == 0 ) {
       simulatedSwitch()->hwFecIdUseDel( hwFecId );
       if ( leftOver_.erase( hwFecId ) > 0 ) {
@@ -315,7 +329,15 @@ private:
     }
     const auto hwFecId = hwFecIdOf( fecId );
     const bool taken = simulatedSwitch()->fecHas( hwFecId ) || answeredFecId_.contains( hwFecId );
-    return taken ? highest_.at( hwFecKindOf( hwFecId ) ) + 1 : hwFecId;
+    if ( !taken ) {
+      return hwFecId;
+    }
+    const auto highest = highest_.find( hwFecKindOf( hwFecId ) );
+    auto next = highest == highest_.end() ? hwFecId : highest->second + 1;
+    while ( simulatedSwitch()->fecHas( next ) ) {
+      ++next;
+    }
+    return next;
   }
   void note( uint64_t hwFecId ) {
     auto & highest = highest_[ hwFecKindOf( hwFecId ) ];
@@ -364,6 +386,9 @@ private:
   }
   bool deleteFec( uint64_t hwFecId, const Vex::String & name ) {
     auto & hardware = *simulatedSwitch();
+    if ( !hardware.fecHas( hwFecId ) ) {
+      return true;
+    }
     const bool used = hardware.hwFecIdUse( hwFecId ) > 0;
     const bool deleted = hardware.deletion( Operation::deleteFec, wrongIf( used, wrongWhenUsed_ ),
                                             [ & ] { return name; } );
@@ -412,14 +437,15 @@ private:
     return hwFecId.has_value();
   }
 
-  // One that something is due about may be as it was.
+  // One that something is due about may be as it was, if it is there.
   std::optional< HwFec > fecOnRecord( uint64_t hwFecId ) const {
     const auto at = answeredFecId_.find( hwFecId );
     const bool answered = at != answeredFecId_.end();
-    if ( answered && isRequested( at->second ) && !agenda_.has( at->second ) ) {
+    const auto standing = ownFec( hwFecId );
+    if ( answered && isRequested( at->second ) && !( standing && agenda_.has( at->second ) ) ) {
       return standingRequest( at->second ).fec;
     }
-    return answered || leftOver_.contains( hwFecId ) ? ownFec( hwFecId ) : std::nullopt;
+    return answered || leftOver_.contains( hwFecId ) ? standing : std::nullopt;
   }
 
   std::optional< HwFec > ownFec( uint64_t hwFecId ) const {
@@ -438,7 +464,8 @@ private:
   std::map< Rook::Fib::FecId, Request > unanswered_;
   std::map< Rook::Fib::FecId, uint64_t > hwFecIds_;      // of what has been answered
   std::map< uint64_t, Rook::Fib::FecId > answeredFecId_; // the other way round
-  std::set< uint64_t > leaving_;                         // hardware ids of what has been given up
+  Vex::Collection< User, uint64_t > uses_; // the hardware id of the FEC that each uses
+  std::set< uint64_t > leaving_;           // hardware ids of what has been given up
   std::map< uint64_t, uint64_t > highest_; // hardware id by its kind, of those there were
   uint64_t changes_ = 0;
   Delay delay_;

@@ -56,7 +56,7 @@ void SwitchFloodSets::see( const Dest & dest ) {
 void SwitchFloodSets::program( const Dest & dest ) {
   auto & hardware = *simulatedSwitch();
   auto status = HwProgrammingStatus::programmed;
-  if ( isLeaving( dest.config.hwIdForTunnelProgramming ) ||
+  if ( !isUsable( dest.config.hwIdForTunnelProgramming ) ||
        hardware.creation( Operation::createFloodSetDest,
                           hardware.hasRoom( Operation::createFloodSetDest, false ), std::nullopt,
                           [ & ] { return Vex::briefText( dest ); } ) ) {
@@ -65,52 +65,27 @@ void SwitchFloodSets::program( const Dest & dest ) {
   } else {
     TRACE( 5, "createFloodSetDest ", dest );
     hardware.floodSetDestIs( dest );
-    usedBy( dest.config.hwIdForTunnelProgramming );
+    usedBy( dest, dest.config.hwIdForTunnelProgramming );
   }
   hwStatus()->statusIs( dest.macVlanPair )->mplsDestStatusIs( dest.config, status );
 }
 
 void SwitchFloodSets::unprogram( const Dest & dest ) {
-  if ( !leavesStanding() && simulatedSwitch()->floodSetDestHas( dest ) && deleteDest( dest ) ) {
-    leftBy( dest.config.hwIdForTunnelProgramming );
+  if ( !leavesStanding() ) {
+    removeUser( dest );
+    leftBy( dest );
   }
   hwStatus()->statusMemberDel( dest.macVlanPair, dest.config );
 }
 
-bool SwitchFloodSets::deleteDest( const Dest & dest ) {
+void SwitchFloodSets::removeUser( const Dest & dest ) {
   auto & hardware = *simulatedSwitch();
-  const bool deleted = hardware.deletion( Operation::deleteFloodSetDest, std::nullopt,
-                                          [ & ] { return Vex::briefText( dest ); } );
-  if ( deleted ) {
+  if ( hardware.floodSetDestHas( dest ) &&
+       hardware.deletion( Operation::deleteFloodSetDest, std::nullopt,
+                          [ & ] { return Vex::briefText( dest ); } ) ) {
     TRACE( 5, "deleteFloodSetDest ", dest );
     hardware.floodSetDestDel( dest );
   }
-  return deleted;
-}
-
-std::unique_ptr< const KezHelper::HwTable< SwitchFloodSets::Dest, Vex::NoValue > >
-SwitchFloodSets::usersOnRecord() const {
-  return KezHelper::tableView< Dest, Vex::NoValue >(
-      [ this ] { return hwStatus()->status(); },
-      []( const auto & member ) {
-        const auto [ macVlanPair, floodSet ] = *member;
-        std::vector< Dest > dests;
-        for ( const auto & [ config, status ] : floodSet->mplsDestStatus() ) {
-          dests.emplace_back( macVlanPair, config );
-        }
-        return dests;
-      },
-      [ this ]( const Dest & dest ) {
-        const auto floodSet = hwStatus()->status( dest.macVlanPair );
-        const bool programmed =
-            floodSet && floodSet->mplsDestStatusHas( dest.config ) &&
-            floodSet->mplsDestStatus( dest.config ) == HwProgrammingStatus::programmed;
-        return !programmed && isDue( dest ) ? users().find( dest ) : entryOf( programmed );
-      } );
-}
-
-void SwitchFloodSets::removeUser( const Dest & dest ) {
-  deleteDest( dest );
 }
 
 void SwitchFloodSets::lost( const Dest & dest ) {

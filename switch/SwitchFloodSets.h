@@ -49,12 +49,11 @@ private:
     return dest.config.hwIdForTunnelProgramming;
   }
   bool isOwn( uint64_t hwFecId ) const override;
-  std::unique_ptr< const KezHelper::HwTable< Dest, Vex::NoValue > > usersOnRecord() const override;
+  Vex::NoValue dataOf( const Dest &, uint64_t ) const override { return {}; }
   void removeUser( const Dest & dest ) override;
   void lost( const Dest & dest ) override;
   void program( const Dest & dest );
   void unprogram( const Dest & dest );
-  bool deleteDest( const Dest & dest );
 
   const std::unique_ptr< const KezHelper::HwTable< Dest, Vex::NoValue > > dests_;
   VexHwConfig hwConfigReactor_;

@@ -52,15 +52,15 @@ void SwitchMacs::see( const MacVlanPair & host ) {
 void SwitchMacs::program( const MacVlanPair & host, const Kez::MacFec & fec ) {
   auto & hardware = *simulatedSwitch();
   const bool stands = hardware.macEntryHas( host );
-  const auto before = hardware.macEntry( host );
-  if ( stands && before == fec.hwFecId ) {
+  if ( stands && hardware.macEntry( host ) == fec.hwFecId ) {
     if ( !macAddrHwStatus()->hostHas( host ) ) {
       kept();
     }
     macAddrHwStatus()->programmedIs( host, fec.fecId );
     return;
   }
-  if ( hardware.creation(
+  if ( !isUsable( fec.hwFecId ) ||
+       hardware.creation(
            Operation::createMacEntry, hardware.hasRoom( Operation::createMacEntry, stands ),
            std::nullopt,
            [ & ] { return Vex::briefText( host ) + " hwFecId " + Vex::text( fec.hwFecId ); } ) ) {
@@ -69,46 +69,26 @@ void SwitchMacs::program( const MacVlanPair & host, const Kez::MacFec & fec ) {
   }
   TRACE( 5, "createMacEntry ", host, " hwFecId ", fec.hwFecId );
   hardware.macEntryIs( host, fec.hwFecId );
-  usedBy( fec.hwFecId );
-  if ( stands ) {
-    leftBy( before );
-  }
+  usedBy( host, fec.hwFecId );
   macAddrHwStatus()->programmedIs( host, fec.fecId );
 }
 
 void SwitchMacs::unprogram( const MacVlanPair & host ) {
-  const auto hwFecId = simulatedSwitch()->macEntry( host );
-  if ( !leavesStanding() && simulatedSwitch()->macEntryHas( host ) && deleteEntry( host ) ) {
-    leftBy( hwFecId );
+  if ( !leavesStanding() ) {
+    removeUser( host );
+    leftBy( host );
   }
   macAddrHwStatus()->programmedDel( host );
 }
 
-bool SwitchMacs::deleteEntry( const MacVlanPair & host ) {
+void SwitchMacs::removeUser( const MacVlanPair & host ) {
   auto & hardware = *simulatedSwitch();
-  const bool deleted = hardware.deletion( Operation::deleteMacEntry, std::nullopt,
-                                          [ & ] { return Vex::briefText( host ); } );
-  if ( deleted ) {
+  if ( hardware.macEntryHas( host ) &&
+       hardware.deletion( Operation::deleteMacEntry, std::nullopt,
+                          [ & ] { return Vex::briefText( host ); } ) ) {
     TRACE( 5, "deleteMacEntry ", host );
     hardware.macEntryDel( host );
   }
-  return deleted;
-}
-
-std::unique_ptr< const KezHelper::HwTable< MacVlanPair, uint64_t > >
-SwitchMacs::usersOnRecord() const {
-  return KezHelper::tableView< MacVlanPair, uint64_t >(
-      [ this ] { return macAddrHwStatus()->host(); },
-      [ this ]( const MacVlanPair & host ) -> std::optional< uint64_t > {
-        if ( macAddrHwStatus()->hostHas( host ) ) {
-          return hwFecIdAnswered( macAddrHwStatus()->host( host ) );
-        }
-        return isDue( host ) ? users().find( host ) : std::nullopt;
-      } );
-}
-
-void SwitchMacs::removeUser( const MacVlanPair & host ) {
-  deleteEntry( host );
 }
 
 void SwitchMacs::lost( const MacVlanPair & host ) {

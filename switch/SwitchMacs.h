@@ -43,13 +43,13 @@ private:
     return hwFecId;
   }
   bool isOwn( uint64_t hwFecId ) const override;
-  std::unique_ptr< const KezHelper::HwTable< Bridging::MacVlanPair, uint64_t > >
-  usersOnRecord() const override;
+  uint64_t dataOf( const Bridging::MacVlanPair &, uint64_t hwFecId ) const override {
+    return hwFecId;
+  }
   void removeUser( const Bridging::MacVlanPair & host ) override;
   void lost( const Bridging::MacVlanPair & host ) override;
   void program( const Bridging::MacVlanPair & host, const Kez::MacFec & fec );
   void unprogram( const Bridging::MacVlanPair & host );
-  bool deleteEntry( const Bridging::MacVlanPair & host );
 
   const std::unique_ptr< const KezHelper::HwTable< Bridging::MacVlanPair, uint64_t > > macEntries_;
   VexMacAddrFecStatus macAddrFecStatusReactor_;

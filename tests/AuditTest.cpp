@@ -42,21 +42,22 @@ protected:
   void auditIs( const Vex::Ptr< KezHelper::Takeover > & takeover ) {
     audit = Vex::makePtr< Audit >( scheduler, takeover );
     KezHelper::AuditParts parts;
-    parts.add( KezHelper::AuditedSides< VlanId, VlanIdOrNone >{
-        .machine = "machine",
-        .table = "vlan",
-        .hardware = hardwareTable.get(),
-        .record = vlans( *record ),
-        .askedFor = vlans( *askedFor ),
-        .due = [ this ]( VlanId vlanId ) { return vlanId == due; },
-        .remove =
-            [ this ]( VlanId vlanId, VlanIdOrNone ) {
-              if ( vlanId != stuck ) {
-                hardware->vlanDel( vlanId );
-              }
-            },
-        .forget = [ this ]( VlanId vlanId, VlanIdOrNone ) { record->vlanDel( vlanId ); },
-    } );
+    {
+      KezHelper::AuditedSides< VlanId, VlanIdOrNone > sides;
+      sides.machine = "machine";
+      sides.table = "vlan";
+      sides.hardware = hardwareTable.get();
+      sides.record = vlans( *record );
+      sides.askedFor = vlans( *askedFor );
+      sides.due = [ this ]( VlanId vlanId ) { return vlanId == due; };
+      sides.remove = [ this ]( VlanId vlanId, VlanIdOrNone ) {
+        if ( vlanId != stuck ) {
+          hardware->vlanDel( vlanId );
+        }
+      };
+      sides.forget = [ this ]( VlanId vlanId, VlanIdOrNone ) { record->vlanDel( vlanId ); };
+      parts.add( std::move( sides ) );
+    }
     audit->partsAre( record, std::move( parts ) );
   }
   // One round and what it takes.

@@ -113,45 +113,38 @@ void EsiFilteringDecapSm::addAuditParts( KezHelper::AuditParts & out ) {
   using Wire::IntfId;
   using Wire::MplsLabel;
   const auto intfs = [ this ] { return intfRoute(); };
-  out.add( KezHelper::AuditedSides< IntfId, MplsLabel >{
-      .machine = name(),
-      .table = "esiPortMap",
-      .hardware = esiFilteringDecapHelper()->esiPortMaps(),
-      .record = KezHelper::tableView< IntfId, MplsLabel >(
-          intfs,
-          [ this ]( IntfId intfId ) {
-            return intfRouteHas( intfId )
-                       ? std::optional( routeEsiFilterVia( intfRoute( intfId ) ).label )
-                       : std::nullopt;
-          } ),
-      // Which of the routes that name an interface has it is a matter of which came first.
-      .askedFor = KezHelper::tableView< IntfId, MplsLabel >(
-          intfs,
-          [ this ]( IntfId intfId ) -> std::optional< MplsLabel > {
-            Explanation damage; // which is told of where the route is looked at
-            const auto decision = decide( intfRoute( intfId ), &damage );
-            return intfRouteHas( intfId ) && decision.lack == Lack::nothing &&
-                           decision.via.intfId == intfId
-                       ? std::optional( decision.via.label )
-                       : std::nullopt;
-          } ),
-      .due =
-          [ this ]( IntfId intfId ) {
-            return lfibTrackingStatus()->routeKeyBacklogHas( intfRoute( intfId ) );
-          },
-      .remove =
-          [ this ]( IntfId intfId, MplsLabel label ) {
-            esiFilteringDecapHelper()->deleteEsiPortMap( label, intfId );
-          },
-      // There may be no room to publish it as refused; the backlog needs none.
-      .forget =
-          [ this ]( IntfId intfId, MplsLabel ) {
-            const auto routeKey = intfRoute( intfId );
-            routeEsiFilterViaDel( routeKey );
-            intfRouteDel( intfId );
-            lfibTrackingStatus()->routeKeyBacklogIs( routeKey );
-          },
+  KezHelper::AuditedSides< IntfId, MplsLabel > sides;
+  sides.machine = name();
+  sides.table = "esiPortMap";
+  sides.hardware = esiFilteringDecapHelper()->esiPortMaps();
+  sides.record = KezHelper::tableView< IntfId, MplsLabel >( intfs, [ this ]( IntfId intfId ) {
+    return intfRouteHas( intfId ) ? std::optional( routeEsiFilterVia( intfRoute( intfId ) ).label )
+                                  : std::nullopt;
   } );
+  // Which of the routes that name an interface has it is a matter of which came first.
+  sides.askedFor = KezHelper::tableView< IntfId, MplsLabel >(
+      intfs, [ this ]( IntfId intfId ) -> std::optional< MplsLabel > {
+        Explanation damage; // which is told of where the route is looked at
+        const auto decision = decide( intfRoute( intfId ), &damage );
+        return intfRouteHas( intfId ) && decision.lack == Lack::nothing &&
+                       decision.via.intfId == intfId
+                   ? std::optional( decision.via.label )
+                   : std::nullopt;
+      } );
+  sides.due = [ this ]( IntfId intfId ) {
+    return lfibTrackingStatus()->routeKeyBacklogHas( intfRoute( intfId ) );
+  };
+  sides.remove = [ this ]( IntfId intfId, MplsLabel label ) {
+    esiFilteringDecapHelper()->deleteEsiPortMap( label, intfId );
+  };
+  // There may be no room to publish it as refused; the backlog needs none.
+  sides.forget = [ this ]( IntfId intfId, MplsLabel ) {
+    const auto routeKey = intfRoute( intfId );
+    routeEsiFilterViaDel( routeKey );
+    intfRouteDel( intfId );
+    lfibTrackingStatus()->routeKeyBacklogIs( routeKey );
+  };
+  out.add( std::move( sides ) );
 }
 
 } // namespace Kez

@@ -49,29 +49,28 @@ void KezEvpnFloodFilterSm::addAuditParts( KezHelper::AuditParts & out ) {
   const auto thereIf = []( bool there ) {
     return there ? std::optional( Vex::NoValue() ) : std::nullopt;
   };
-  out.add( Sides{
-      .machine = name(),
-      .table = "nonDfPort",
-      .hardware = floodingHelper()->inventory().nonDfPort,
-      .record = portsOnRecord< Vex::NoValue >(
-          [ this ] { return programmedStatus(); },
-          [ this, thereIf ]( const PortVlanKey & key ) {
-            const auto status = programmedStatus( pairOf( key ) );
-            return thereIf( status && status->programmedHas( key.memberIntfId ) );
-          } ),
-      .askedFor = portsAskedFor< Vex::NoValue >( *this,
-                                                 [ this, thereIf ]( const IntfVlanKey & pair ) {
-                                                   return thereIf( isFloodFilterApplied(
-                                                       pair.intfId, pair.vlanId ) );
-                                                 } ),
-      .due = [ this ]( const PortVlanKey & key ) { return parking_.has( pairOf( key ) ); },
-      .remove =
-          [ this ]( const PortVlanKey & key, Vex::NoValue ) {
-            floodingHelper()->deleteNonDfPort( key.parentIntfId, key.memberIntfId, key.vlanId );
-          },
-      .forget = [ this ]( const PortVlanKey & key,
-                          Vex::NoValue ) { ports_.lost( pairOf( key ), key.memberIntfId ); },
-  } );
+  Sides sides;
+  sides.machine = name();
+  sides.table = "nonDfPort";
+  sides.hardware = floodingHelper()->inventory().nonDfPort;
+  sides.record = portsOnRecord< Vex::NoValue >(
+      [ this ] { return programmedStatus(); },
+      [ this, thereIf ]( const PortVlanKey & key ) {
+        const auto status = programmedStatus( pairOf( key ) );
+        return thereIf( status && status->programmedHas( key.memberIntfId ) );
+      } );
+  sides.askedFor =
+      portsAskedFor< Vex::NoValue >( *this, [ this, thereIf ]( const IntfVlanKey & pair ) {
+        return thereIf( isFloodFilterApplied( pair.intfId, pair.vlanId ) );
+      } );
+  sides.due = [ this ]( const PortVlanKey & key ) { return parking_.has( pairOf( key ) ); };
+  sides.remove = [ this ]( const PortVlanKey & key, Vex::NoValue ) {
+    floodingHelper()->deleteNonDfPort( key.parentIntfId, key.memberIntfId, key.vlanId );
+  };
+  sides.forget = [ this ]( const PortVlanKey & key, Vex::NoValue ) {
+    ports_.lost( pairOf( key ), key.memberIntfId );
+  };
+  out.add( std::move( sides ) );
 }
 
 } // namespace Kez

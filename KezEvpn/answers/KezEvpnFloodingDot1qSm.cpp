@@ -120,64 +120,66 @@ void EvpnFloodingDot1qSm::addAuditParts( KezHelper::AuditParts & out ) {
     return parking_.has( vlanLevelKey( vlanId ) );
   };
   const auto tables = floodingHelper()->inventory();
-  out.add( KezHelper::AuditedSides< VlanId, VlanIdOrNone >{
-      .machine = name(),
-      .table = "vlan",
-      .hardware = tables.vlan,
-      .record = KezHelper::tableView< VlanId, VlanIdOrNone >(
-          [ this ] { return programmedDot1q(); },
-          [ this ]( VlanId vlanId ) {
-            return programmedDot1qHas( vlanId ) ? std::optional( programmedDot1q( vlanId ) )
-                                                : std::nullopt;
-          } ),
-      .askedFor = KezHelper::tableView< VlanId, VlanIdOrNone >(
-          [ this ] { return evpnStatus()->vlanToDot1q(); },
-          [ this ]( VlanId vlanId ) {
-            return evpnStatus()->vlanToDot1qHas( vlanId )
-                       ? std::optional( dot1qTagForVlan( vlanId ) )
-                       : std::nullopt;
-          } ),
-      .due = vlanIsDue,
-      .remove = [ this ]( VlanId vlanId,
-                          VlanIdOrNone dot1q ) { floodingHelper()->deleteVlan( vlanId, dot1q ); },
-      .forget =
-          [ this ]( VlanId vlanId, VlanIdOrNone ) {
-            programmedDot1qDel( vlanId );
-            parking_.park( vlanLevelKey( vlanId ) );
-          },
-  } );
-  out.add( KezHelper::AuditedSides< PortVlanKey, VlanIdOrNone >{
-      .machine = name(),
-      .table = "dot1qMapping",
-      .hardware = tables.dot1qMapping,
-      .record = portsOnRecord< VlanIdOrNone >(
-          [ this ] { return dot1qStatus(); },
-          [ this ]( const PortVlanKey & key ) {
-            const auto status = dot1qStatus( pairOf( key ) );
-            return status && status->programmedHas( key.memberIntfId )
-                       ? std::optional( intfVlanDot1q( pairOf( key ) ) )
-                       : std::nullopt;
-          } ),
-      .askedFor = portsAskedFor< VlanIdOrNone >( *this,
-                                                 [ this ]( const IntfVlanKey & pair ) {
-                                                   return lackOf( pair ) == Lack::nothing
-                                                              ? std::optional(
-                                                                    dot1qTagForVlan( pair.vlanId ) )
-                                                              : std::nullopt;
-                                                 } ),
-      .due =
-          [ this, vlanIsDue ]( const PortVlanKey & key ) {
-            return parking_.has( pairOf( key ) ) || intfVlanQueueHas( pairOf( key ) ) ||
-                   vlanIsDue( key.vlanId );
-          },
-      .remove =
-          [ this ]( const PortVlanKey & key, VlanIdOrNone dot1q ) {
-            floodingHelper()->deleteVlanToDot1qMapping( key.parentIntfId, key.memberIntfId,
-                                                        key.vlanId, dot1q );
-          },
-      .forget = [ this ]( const PortVlanKey & key,
-                          VlanIdOrNone ) { ports_.lost( pairOf( key ), key.memberIntfId ); },
-  } );
+  {
+    KezHelper::AuditedSides< VlanId, VlanIdOrNone > sides;
+    sides.machine = name();
+    sides.table = "vlan";
+    sides.rank = KezHelper::SweepRank::vlan;
+    sides.hardware = tables.vlan;
+    sides.record = KezHelper::tableView< VlanId, VlanIdOrNone >(
+        [ this ] { return programmedDot1q(); },
+        [ this ]( VlanId vlanId ) {
+          return programmedDot1qHas( vlanId ) ? std::optional( programmedDot1q( vlanId ) )
+                                              : std::nullopt;
+        } );
+    sides.askedFor = KezHelper::tableView< VlanId, VlanIdOrNone >(
+        [ this ] { return evpnStatus()->vlanToDot1q(); },
+        [ this ]( VlanId vlanId ) {
+          return initialized() && evpnStatus()->vlanToDot1qHas( vlanId )
+                     ? std::optional( dot1qTagForVlan( vlanId ) )
+                     : std::nullopt;
+        } );
+    sides.due = vlanIsDue;
+    sides.remove = [ this ]( VlanId vlanId, VlanIdOrNone dot1q ) {
+      floodingHelper()->deleteVlan( vlanId, dot1q );
+    };
+    sides.forget = [ this ]( VlanId vlanId, VlanIdOrNone ) {
+      programmedDot1qDel( vlanId );
+      parking_.park( vlanLevelKey( vlanId ) );
+    };
+    out.add( std::move( sides ) );
+  }
+  {
+    KezHelper::AuditedSides< PortVlanKey, VlanIdOrNone > sides;
+    sides.machine = name();
+    sides.table = "dot1qMapping";
+    sides.hardware = tables.dot1qMapping;
+    sides.record = portsOnRecord< VlanIdOrNone >(
+        [ this ] { return dot1qStatus(); },
+        [ this ]( const PortVlanKey & key ) {
+          const auto status = dot1qStatus( pairOf( key ) );
+          return status && status->programmedHas( key.memberIntfId )
+                     ? std::optional( intfVlanDot1q( pairOf( key ) ) )
+                     : std::nullopt;
+        } );
+    sides.askedFor = portsAskedFor< VlanIdOrNone >( *this, [ this ]( const IntfVlanKey & pair ) {
+      return initialized() && lackOf( pair ) == Lack::nothing
+                 ? std::optional( dot1qTagForVlan( pair.vlanId ) )
+                 : std::nullopt;
+    } );
+    sides.due = [ this, vlanIsDue ]( const PortVlanKey & key ) {
+      return parking_.has( pairOf( key ) ) || intfVlanQueueHas( pairOf( key ) ) ||
+             vlanIsDue( key.vlanId );
+    };
+    sides.remove = [ this ]( const PortVlanKey & key, VlanIdOrNone dot1q ) {
+      floodingHelper()->deleteVlanToDot1qMapping( key.parentIntfId, key.memberIntfId, key.vlanId,
+                                                  dot1q );
+    };
+    sides.forget = [ this ]( const PortVlanKey & key, VlanIdOrNone ) {
+      ports_.lost( pairOf( key ), key.memberIntfId );
+    };
+    out.add( std::move( sides ) );
+  }
 }
 
 } // namespace Kez

@@ -166,7 +166,8 @@ void EvpnFloodingEsiSm::check( Findings & out ) const {
 
 // --- What an audit is told
 
-// A port that bears a force mark may have its data of before; there is no record of that.
+// A port that bears a force mark may have its data of before, of which there is no record but that
+// it is there.
 std::optional< KezHelper::EsiData >
 EvpnFloodingEsiSm::dataOnRecord( const KezHelper::PortVlanKey & key ) const {
   const auto pair = pairOf( key );
@@ -174,8 +175,9 @@ EvpnFloodingEsiSm::dataOnRecord( const KezHelper::PortVlanKey & key ) const {
   if ( !status || !status->programmedHas( key.memberIntfId ) ) {
     return std::nullopt;
   }
-  if ( status->forceReprogramHas( key.memberIntfId ) ) {
-    return floodingHelper()->inventory().esiData->find( key );
+  const auto standing = floodingHelper()->inventory().esiData->find( key );
+  if ( standing && status->forceReprogramHas( key.memberIntfId ) ) {
+    return standing;
   }
   const auto tunnelId = intfVlanTunnel( pair );
   const auto ids = status->ids( key.memberIntfId );
@@ -202,30 +204,28 @@ EvpnFloodingEsiSm::dataAskedFor( const IntfVlanKey & pair ) const {
 void EvpnFloodingEsiSm::addAuditParts( KezHelper::AuditParts & out ) {
   using KezHelper::EsiData;
   using KezHelper::PortVlanKey;
-  out.add( KezHelper::AuditedSides< PortVlanKey, EsiData >{
-      .machine = name(),
-      .table = "esiData",
-      .hardware = floodingHelper()->inventory().esiData,
-      .record = portsOnRecord< EsiData >(
-          [ this ] { return esiStatus(); },
-          [ this ]( const PortVlanKey & key ) { return dataOnRecord( key ); } ),
-      .askedFor = portsAskedFor< EsiData >(
-          *this, [ this ]( const IntfVlanKey & pair ) { return dataAskedFor( pair ); } ),
-      .due = [ this ]( const PortVlanKey & key ) { return parking_.has( pairOf( key ) ); },
-      .remove =
-          [ this ]( const PortVlanKey & key, const EsiData & ) {
-            floodingHelper()->deleteEsiData( key.parentIntfId, key.memberIntfId, key.vlanId,
-                                             TunnelId::invalid(), HwTunnelId() );
-          },
-      .forget =
-          [ this ]( const PortVlanKey & key, const EsiData & ) {
-            esiStatus( pairOf( key ) )->idsDel( key.memberIntfId );
-            ports_.lost( pairOf( key ), key.memberIntfId );
-            if ( !dataAskedFor( pairOf( key ) ) ) {
-              ports_.waitForInput( pairOf( key ) );
-            }
-          },
-  } );
+  KezHelper::AuditedSides< PortVlanKey, EsiData > sides;
+  sides.machine = name();
+  sides.table = "esiData";
+  sides.hardware = floodingHelper()->inventory().esiData;
+  sides.record = portsOnRecord< EsiData >(
+      [ this ] { return esiStatus(); },
+      [ this ]( const PortVlanKey & key ) { return dataOnRecord( key ); } );
+  sides.askedFor = portsAskedFor< EsiData >(
+      *this, [ this ]( const IntfVlanKey & pair ) { return dataAskedFor( pair ); } );
+  sides.due = [ this ]( const PortVlanKey & key ) { return parking_.has( pairOf( key ) ); };
+  sides.remove = [ this ]( const PortVlanKey & key, const EsiData & ) {
+    floodingHelper()->deleteEsiData( key.parentIntfId, key.memberIntfId, key.vlanId,
+                                     TunnelId::invalid(), HwTunnelId() );
+  };
+  sides.forget = [ this ]( const PortVlanKey & key, const EsiData & ) {
+    esiStatus( pairOf( key ) )->idsDel( key.memberIntfId );
+    ports_.lost( pairOf( key ), key.memberIntfId );
+    if ( !dataAskedFor( pairOf( key ) ) ) {
+      ports_.waitForInput( pairOf( key ) );
+    }
+  };
+  out.add( std::move( sides ) );
 }
 
 } // namespace Kez

@@ -158,7 +158,7 @@ void EvpnHwTunnelIdSm::checkRetried( Findings & out ) const {
 // --- What an audit is told
 
 // By the tunnel that hardware has the id in use for; where that is another one, or is not known, by
-// all records.
+// all records. While one of these is damaged any id may be its.
 std::optional< TunnelId > EvpnHwTunnelIdSm::recordedFor( HwTunnelId hwTunnelId ) const {
   const auto & table = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable();
   const auto owner = hwTunnelIdHelper()->hwTunnelIdsInUse()->find( hwTunnelId );
@@ -168,31 +168,33 @@ std::optional< TunnelId > EvpnHwTunnelIdSm::recordedFor( HwTunnelId hwTunnelId )
       return owner;
     }
   }
+  size_t records = 0;
   for ( const auto & [ tunnelId, id ] : tunnelIdHwTunnelId()->tunnelIdToHwTunnelId() ) {
+    ++records;
     if ( id == hwTunnelId ) {
       return owner && *owner == TunnelId::invalid() ? owner : tunnelId;
     }
   }
-  return std::nullopt;
+  return records == tunnelIdHwTunnelId()->tunnelIdToHwTunnelIds() ? std::nullopt : owner;
 }
 
 // An id that hardware gave up cannot be got again: nothing mends that.
 void EvpnHwTunnelIdSm::addAuditParts( KezHelper::AuditParts & out ) {
   const auto * const inUse = hwTunnelIdHelper()->hwTunnelIdsInUse();
-  out.add( KezHelper::AuditedSides< HwTunnelId, TunnelId >{
-      .machine = name(),
-      .table = "hwTunnelIdsInUse",
-      .hardware = inUse,
-      .record = KezHelper::tableView< HwTunnelId, TunnelId >(
-          [ this ] { return tunnelIdHwTunnelId()->tunnelIdToHwTunnelId(); },
-          []( const auto & member ) { return std::vector{ ( *member ).hwTunnelId }; },
-          [ this ]( HwTunnelId hwTunnelId ) { return recordedFor( hwTunnelId ); } ),
-      .askedFor = nullptr,
-      .due = []( HwTunnelId ) { return false; },
-      .remove = [ this ]( HwTunnelId hwTunnelId,
-                          TunnelId ) { hwTunnelIdHelper()->releaseHwTunnelId( hwTunnelId ); },
-      .forget = nullptr,
-  } );
+  KezHelper::AuditedSides< HwTunnelId, TunnelId > sides;
+  sides.machine = name();
+  sides.table = "hwTunnelIdsInUse";
+  sides.rank = KezHelper::SweepRank::hwTunnelId;
+  sides.hardware = inUse;
+  sides.record = KezHelper::tableView< HwTunnelId, TunnelId >(
+      [ this ] { return tunnelIdHwTunnelId()->tunnelIdToHwTunnelId(); },
+      []( const auto & member ) { return std::vector{ ( *member ).hwTunnelId }; },
+      [ this ]( HwTunnelId hwTunnelId ) { return recordedFor( hwTunnelId ); } );
+  sides.remove = [ this ]( HwTunnelId hwTunnelId, TunnelId ) {
+    hwTunnelIdHelper()->releaseHwTunnelId( hwTunnelId );
+    parking_.freed();
+  };
+  out.add( std::move( sides ) );
 }
 
 } // namespace Kez

@@ -166,10 +166,11 @@ public:
   // Hardware does not have what is on record: a port is on record no more, and is to be tried again
   // as if it had been refused.
   void lost( const Key & key, Wire::IntfId port ) {
-    const auto status = statuses_.get( key );
-    dropPort( *status, port, [] {} );
-    status->unprogrammedIs( port );
-    parking_.park( key );
+    if ( const auto status = statuses_.get( key ) ) {
+      dropPort( *status, port, [] {} );
+      status->unprogrammedIs( port );
+      parking_.park( key );
+    }
   }
 
   // Nothing of the key is to be tried again until an input changes.

@@ -55,7 +55,7 @@ public:
   // Says what of its invariants does not hold. To be asked between events.
   virtual void check( Findings & ) const {}
 
-  // Adds the tables of hardware that it fills, to be audited for as long as it lives.
+  // Adds the tables of hardware that it fills, for an audit, which holds the machine.
   virtual void addAuditParts( KezHelper::AuditParts & ) {}
 
   // Whether it has looked at all that its inputs ask for. What is due all the same is tried again
