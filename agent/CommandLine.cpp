@@ -7,6 +7,7 @@
 #include "Vex/FatalEnd.h"
 #include "agent/Session.h"
 #include "record/SteppedPace.h"
+#include "switch/SwitchJournal.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -32,6 +33,8 @@ constexpr auto usage = R"(kez-agent hosts the KezEvpn machines over simulated in
                           the round, which kez-inspect ring FILE reads; an older ring is replaced
   --tables DIR            keep shared tables below DIR, where kez-inspect table FILE reads them;
                           without it they are private
+  --journal DIR           keep what the switch has below DIR, as hardware does by itself; when it
+                          has anything the agent starts hitless over it, until inputs complete
   --record FILE           write the session's lines and what hardware answered to FILE, which
                           must not be there yet
   --report FILE           write a page to FILE in the end, for a browser: machines, time line,
@@ -57,6 +60,7 @@ struct Options {
   std::string report;
   std::string ring;
   std::string tables;
+  std::string journal;
   std::string toggles;
   bool echo = false;
   std::string clock;
@@ -76,21 +80,42 @@ public:
   MountedRing & operator=( const MountedRing & ) = delete;
 };
 
-// Has the tables of the session mounted below the directory of the options.
+// While it lives, tables are mounted below the directory.
 class MountDirectory {
 public:
   explicit MountDirectory( const std::string & directory ) { Rook::mountDirectoryIs( directory ); }
-  ~MountDirectory() { Rook::mountDirectoryIs( {} ); }
+  ~MountDirectory() { Rook::mountDirectoryIs( before_ ); }
   MountDirectory( const MountDirectory & ) = delete;
   MountDirectory & operator=( const MountDirectory & ) = delete;
+
+private:
+  const Vex::String before_ = Rook::mountDirectory();
+};
+
+// The journal that the options ask for, if they do.
+class JournalOption {
+public:
+  JournalOption( const std::string & directory, Wiring & ground ) {
+    if ( directory.empty() ) {
+      return;
+    }
+    const MountDirectory mounted( directory );
+    journal_.emplace( *ground.hardware );
+    if ( !journal_->empty() ) {
+      takeoverIs( ground );
+    }
+  }
+
+private:
+  std::optional< Switch::SwitchJournal > journal_;
 };
 
 using TextOption = std::pair< std::string_view, std::string Options::* >;
 constexpr TextOption textOptions[] = {
-  { "--trace", &Options::trace },   { "--ring", &Options::ring },
-  { "--tables", &Options::tables }, { "--record", &Options::record },
-  { "--report", &Options::report }, { "--toggles", &Options::toggles },
-  { "--clock", &Options::clock }
+  { "--trace", &Options::trace },     { "--ring", &Options::ring },
+  { "--tables", &Options::tables },   { "--journal", &Options::journal },
+  { "--record", &Options::record },   { "--report", &Options::report },
+  { "--toggles", &Options::toggles }, { "--clock", &Options::clock }
 };
 
 // Of the arguments after the first: "--option value" or "--option=value".
@@ -115,8 +140,8 @@ Options parseOptions( const std::vector< std::string > & arguments ) {
       options.echo = true;
     } else if ( argument != "-" && argument.starts_with( "-" ) ) {
       throw UsageError(
-          "expected --trace, --ring, --tables, --record, --report, --toggles, --echo or --clock, "
-          "found '" +
+          "expected --trace, --ring, --tables, --journal, --record, --report, --toggles, --echo or "
+          "--clock, found '" +
           argument + "'" );
     } else {
       options.files.push_back( argument );
@@ -269,8 +294,8 @@ void checkArguments( const std::string & command, const Options & options ) {
   } else {
     expect( options.files.size() == 1 && options.files[ 0 ] != "-", "a record, and one alone" );
     expect( options.record.empty() && options.clock.empty() && options.tables.empty() &&
-                options.toggles.empty(),
-            "none of --record, --clock, --tables and --toggles" );
+                options.journal.empty() && options.toggles.empty(),
+            "none of --record, --clock, --tables, --journal and --toggles" );
   }
 }
 
@@ -300,7 +325,9 @@ int runOrConverse( const Options & options, const Input & input, std::ostream & 
   } else {
     Vex::Clock::virtualIs( stepped ? SteppedPace::start() : 0 );
   }
-  auto wiring = wire();
+  auto ground = unwired();
+  const JournalOption journal( options.journal, ground );
+  auto wiring = wire( ground );
   Shell shell( wiring, out, err );
   std::optional< SteppedPace > pace;
   if ( stepped ) {

@@ -103,13 +103,19 @@ const std::vector< Shell::Command > & Shell::commands() {
       &Shell::call },
     { "restart", "[hitless]", "end the agent and start it anew",
       "Machines, outputs and hardware are made anew over the inputs as they stand. Hardware is\n"
-      "empty then, as large as before, and behaves as it does at first. With hitless it stays as it\n"
-      "is: what is asked for and stands is not programmed again, and once all machines have looked\n"
-      "at their inputs the rest is removed; show takeover says how far that is. When they cannot be\n"
-      "made, as without the file of a table, inputs are all there is until another restart.\n"
+      "empty then, and so is its journal, as large as before, and behaves as it does at first. With\n"
+      "hitless it stays as it is: what is asked for and stands is not programmed again, and once all\n"
+      "machines have looked at their inputs the rest is removed; show takeover says how far that is.\n"
+      "When they cannot be made, as without the file of a table, inputs are all there is until\n"
+      "another restart.\n"
       "  restart\n"
       "  restart hitless\n",
       &Shell::restart },
+    { "inputs", "complete", "let a takeover remove what nobody asks for",
+      "Until then, or for 300 s (takeover.timeLimit), an agent that started over a switch with\n"
+      "contents, by --journal, leaves what it finds. Without a takeover this does nothing.\n"
+      "  inputs complete\n",
+      &Shell::inputs },
     { "trace", "[SETTING | off]", "show or set what is traced",
       "SETTING is PATTERN[/LEVELS] entries separated by commas; * and ? stand for any characters\n"
       "and for one, LEVELS is like 5, 0-5 or 1+5+8-9.\n"
@@ -413,6 +419,19 @@ void Shell::restart( Vex::TextCursor & in ) {
   wiring_ = unwired( wiring_, hardware );
   pace_->schedulerIs( *wiring_.scheduler );
   wiring_ = wire( wiring_ );
+  inputsAreComplete();
+}
+
+void Shell::inputs( Vex::TextCursor & in ) {
+  const size_t offset = in.offset();
+  const auto how = takeRest( in );
+  if ( how != "complete" ) {
+    failAt( offset, "complete", how );
+  }
+  inputsAreComplete();
+}
+
+void Shell::inputsAreComplete() {
   if ( wiring_.takeover ) {
     wiring_.takeover->inputsAreComplete();
   }

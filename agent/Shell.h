@@ -54,11 +54,13 @@ private:
   void advance( Vex::TextCursor & in );
   void call( Vex::TextCursor & in );
   void restart( Vex::TextCursor & in );
+  void inputs( Vex::TextCursor & in );
   void trace( Vex::TextCursor & in );
   void record( Vex::TextCursor & in );
   void help( Vex::TextCursor & in );
 
   void runTasks( double seconds );
+  void inputsAreComplete();
   // Counts an expectation, and reports it unless it holds.
   void judge( bool holds, const Path & path, const Vex::String & expected,
               const Reading & reading );

@@ -21,6 +21,7 @@
 #include "switch/SwitchFloodSets.h"
 #include "switch/SwitchFloodingHelper.h"
 #include "switch/SwitchHwTunnelIdHelper.h"
+#include "switch/SwitchJournal.h"
 #include "switch/SwitchMacs.h"
 
 #include <algorithm>
@@ -271,7 +272,7 @@ Wiring unwired( const Wiring & earlier, Hardware hardware ) {
       }
     }
     ground.hardware = earlier.hardware;
-    ground.takeover = Vex::makePtr< KezHelper::Takeover >( ground.scheduler );
+    takeoverIs( ground );
     return ground;
   }
   ground.hardware = Vex::makePtr< SimulatedSwitch >();
@@ -280,8 +281,15 @@ Wiring unwired( const Wiring & earlier, Hardware hardware ) {
       ground.hardware->capacityIs( table, entries );
     }
     ground.hardware->listenersOf( *earlier.hardware );
+    if ( auto * const journal = earlier.hardware->journal() ) {
+      journal->startOver( *ground.hardware );
+    }
   }
   return ground;
+}
+
+void takeoverIs( Wiring & ground ) {
+  ground.takeover = Vex::makePtr< KezHelper::Takeover >( ground.scheduler );
 }
 
 Wiring wire( const Wiring & ground ) {

@@ -22,8 +22,11 @@ enum class Hardware { empties, stays };
 
 // What an agent is made on, and what is left when it cannot be made: of an earlier one the inputs
 // as they stand, which come first among its roots too, the switch, as it is or an empty one of the
-// same sizes and listeners, and a scheduler.
+// same sizes, listeners and journal, which is emptied, and a scheduler.
 Wiring unwired( const Wiring & earlier = {}, Hardware hardware = Hardware::empties );
+
+// Has the agent that is made on this take over what the switch has.
+void takeoverIs( Wiring & ground );
 
 // An agent, whose machines start, and take over what the switch has if anything. The earlier one
 // has ended by then: machines do not share inputs,

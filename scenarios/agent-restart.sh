@@ -1,45 +1,19 @@
 #!/usr/bin/env bash
 # The agent is killed and started again while kez-inspect follows the tunnels' table: the follower
 # sees each change, what the new agent clears and publishes included, and never has to reattach.
-# The agent has so many KiB of addresses, or unlimited ones.
 #
 #   agent-restart.sh KEZ-AGENT KEZ-INSPECT KIB
-set -euo pipefail
-
-agent=$1
-inspect=$2
-addresses=$3
-dir=$( mktemp -d )
-trap 'kill -9 $( jobs -p ) 2>/dev/null || true; rm -rf "$dir"' EXIT
-
-fail() {
-  echo "agent-restart: $1" >&2
-  cat "$dir/followed" >&2
-  exit 1
-}
-
-# Waits until the file has so many lines that match.
-expect() {
-  for _ in $( seq 600 ); do
-    if [ -e "$1" ] && [ "$( grep -c -- "$3" "$1" )" -ge "$2" ]; then
-      return
-    fi
-    sleep 0.05
-  done
-  fail "expected $2 lines like '$3'"
-}
+. "$( dirname "$0" )/agent-lives.sh" agent-restart "$@"
 
 start() {
   rm -f "$dir/lines"
   mkfifo "$dir/lines"
-  ( ulimit -v "$addresses" && exec "$agent" shell --tables "$dir/tables" ) <"$dir/lines" >/dev/null &
+  ( run_agent shell ) <"$dir/lines" >/dev/null &
   pid=$!
   exec 3>"$dir/lines"
 }
 
 destination='floodSetOutput.vlanFloodSet[10].floodSet[ff:ff:ff:ff:ff:ff].destSet'
-table=$dir/tables/tunnelIdHwTunnelId/tunnelIdToHwTunnelId
-mkdir "$dir/tables"
 
 start
 echo "set $destination[mpls(,100,5)]" >&3

@@ -2,6 +2,7 @@
 
 #include "KezHelper/KezBaseHelper.h"
 #include "Ringlog/Trace.h"
+#include "switch/SwitchJournal.h"
 
 static Ringlog::Handle traceHandle( "KezSimulatedSwitch" );
 
@@ -26,6 +27,19 @@ Kez::HwTunnelId HwTunnelIdPool::takeFor( Tunnel::TunnelTable::TunnelId tunnelId 
 void HwTunnelIdPool::giveBack( Kez::HwTunnelId hwTunnelId ) {
   inUseDel( hwTunnelId );
   releasedEnq( hwTunnelId );
+}
+
+void HwTunnelIdPool::releaseGaps() {
+  const auto all = inUses();
+  size_t found = 0;
+  for ( uint32_t number = 1; found < all; ++number ) {
+    const Kez::HwTunnelId id( hwTunnelIdType(), number );
+    if ( inUseHas( id ) ) {
+      ++found;
+    } else {
+      releasedEnq( id );
+    }
+  }
 }
 
 bool SimulatedSwitch::refuses( Operation operation, const Vex::String & arguments,
@@ -74,6 +88,10 @@ void SimulatedSwitch::count( Operation operation, Outcome outcome ) {
   case Outcome::refused:
     break;
   }
+}
+
+bool SimulatedSwitch::journalHasRoom( Table table ) const {
+  return journal_->hasRoom( table );
 }
 
 size_t SimulatedSwitch::entries( Table table ) const {

@@ -41,6 +41,8 @@ public:
   Kez::HwTunnelId next() const;
   Kez::HwTunnelId takeFor( Tunnel::TunnelTable::TunnelId tunnelId );
   void giveBack( Kez::HwTunnelId hwTunnelId );
+  // Once those in use are there, in no order: gives out what lies between them.
+  void releaseGaps();
 };
 
 // What is wrong with a call, and what it answers when it is refused for that.
@@ -51,6 +53,8 @@ struct WrongCall {
 inline std::optional< WrongCall > wrongIf( bool wrong, const char * what ) {
   return wrong ? std::optional( WrongCall{ what } ) : std::nullopt;
 }
+
+class SwitchJournal;
 
 class SimulatedSwitch : public Vex::Entity {
   VEX_ENTITY( SimulatedSwitch, "Switch::SimulatedSwitch" )
@@ -82,7 +86,8 @@ class SimulatedSwitch : public Vex::Entity {
 public:
   // Whether one more entry fits.
   bool hasRoom( Table table ) const {
-    return !capacityHas( table ) || entries( table ) < capacity( table );
+    return ( !capacityHas( table ) || entries( table ) < capacity( table ) ) &&
+           ( !journal_ || journalHasRoom( table ) );
   }
   // The same for an operation's entry, which needs no room if it is there.
   bool hasRoom( Operation operation, bool there ) const {
@@ -94,6 +99,10 @@ public:
   void listenerDel( SwitchListener & listener ) { std::erase( listeners_, &listener ); }
   // Those of a switch that this one takes the place of.
   void listenersOf( const SimulatedSwitch & other ) { listeners_ = other.listeners_; }
+
+  // What keeps the contents beyond the switch's life, null for nothing. It says so itself.
+  SwitchJournal * journal() const { return journal_; }
+  void journalIs( SwitchJournal * journal ) { journal_ = journal; }
 
   // Counts a call that adds or changes an entry; `room` is false when it adds one to a full table.
   // The failure to answer, or none when the call is to be carried out. `arguments()` and `given()`
@@ -156,8 +165,10 @@ private:
   void tell( Operation operation, const Vex::String & arguments, SwitchAnswer & answer );
   void count( Operation operation, Outcome outcome );
   size_t entries( Table table ) const;
+  bool journalHasRoom( Table table ) const;
 
   std::vector< SwitchListener * > listeners_;
+  SwitchJournal * journal_ = nullptr;
 };
 
 } // namespace Switch

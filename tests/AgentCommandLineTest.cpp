@@ -162,6 +162,7 @@ TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {
   };
   const auto toggles = testing::TempDir() + "toggles-" + std::to_string( getpid() ) + ".json";
   std::ofstream( toggles ) << "{ \"a\": true, \"b\": false }\n";
+  const auto journal = testing::TempDir() + "journal-" + std::to_string( getpid() );
   const Call calls[] = {
     { { "run", "-" },
       "# fine\n\nexpect no lagConfigDir.lagConfig",
@@ -221,6 +222,35 @@ TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {
       2,
       "",
       "kez-agent: cannot read not/there.json: No such file or directory\n" },
+    { { "run", "--journal", journal, "-" },
+      "inputs complete\nset evpnStatus.vlanToDot1q[10] 110\n"
+      "set evpnStatus.evpnVlanFloodStatus[10].floodFilter[swp3]\n"
+      "expect switch.callCount count 2\n",
+      0,
+      "all 1 expectations hold\n",
+      "" },
+    // What nobody asks for stays until the inputs are complete, and hardware is empty after a
+    // restart, for the next process too.
+    { { "run", "--journal", journal, "-" },
+      "set evpnStatus.vlanToDot1q[10] 110\nadvance 10\nexpect switch.nonDfPort[swp3,swp3,10]\n"
+      "expect no switch.callCount\ninputs completely\n",
+      2,
+      "",
+      "stdin:5:8: expected complete, found 'completely'\n" },
+    { { "run", "--journal", journal, "-" },
+      "set evpnStatus.vlanToDot1q[10] 110\ninputs complete\nadvance 1\n"
+      "expect no switch.nonDfPort\nexpect switch.callCount count 1\n"
+      "expect switch.callCount[deleteNonDfPort] 1\nexpect takeover.kept 1\n"
+      "del evpnStatus.vlanToDot1q\nset switch.vlan[20] 120\nrestart\nexpect no switch.vlan\n",
+      0,
+      "all 5 expectations hold\n",
+      "" },
+    { { "run", "--journal", journal, "-" },
+      "set evpnStatus.vlanToDot1q[10] 110\ndel evpnStatus.vlanToDot1q\n"
+      "expect no switch.vlan\nexpect switch.callCount count 2\n",
+      0,
+      "all 2 expectations hold\n",
+      "" },
     { { "run" },
       "show",
       2,
@@ -250,6 +280,7 @@ TEST( AgentCommandLineTest, TellsWhatHappenedByStatusAndStreams ) {
   EXPECT_EQ( Agent::kezAgent( { "run", "-" }, { in, false }, full, err ), 2 );
   EXPECT_EQ( err.str(), "kez-agent: cannot write standard output: No space left on device\n" );
   EXPECT_TRUE( std::filesystem::remove( toggles ) );
+  std::filesystem::remove_all( journal );
 }
 
 } // namespace

@@ -1,0 +1,175 @@
+// Values as words of 32 bits that mean the same in the next process, for the records of a journal:
+// numbers, enumerators and values of one word as they lie in memory, interface ids as the numbers
+// that JournalNames has for them, values and lists of such, one after the other.
+#pragma once
+
+#include "KezHelper/JournalNames.h"
+#include "Wire/EthAddr.h"
+
+#include <stdexcept>
+
+namespace KezHelper {
+
+// A list longer than that raises std::runtime_error.
+inline constexpr size_t journalListLength = 4;
+
+namespace Detail {
+
+template< class T >
+concept JournalList = requires( const T & list ) {
+  list.size();
+  *list.begin();
+};
+template< class T >
+using ElementOf = std::remove_cvref_t< decltype( *std::declval< T >().begin() ) >;
+
+template< class T > constexpr size_t journalBytes() {
+  if constexpr ( Vex::Composite< T > ) {
+    return std::apply(
+        []( const auto &... field ) {
+          const auto each = []< class C, class F >( const Vex::Field< C, F > & ) {
+            return journalBytes< F >();
+          };
+          return ( size_t( 0 ) + ... + each( field ) );
+        },
+        T::vexFields() );
+  } else if constexpr ( std::is_same_v< T, Wire::IntfId > ) {
+    return sizeof( uint32_t );
+  } else if constexpr ( std::is_same_v< T, Wire::EthAddr > ) {
+    return Wire::EthAddr::bytes;
+  } else if constexpr ( std::is_empty_v< T > ) {
+    return 0;
+  } else if constexpr ( JournalList< T > ) {
+    return 1 + journalListLength * journalBytes< ElementOf< T > >();
+  } else {
+    static_assert( Rook::Shareable< T > && std::is_trivially_copyable_v< T > );
+    return sizeof( T );
+  }
+}
+
+template< class T > const std::byte * copyFrom( const std::byte * at, T & value ) {
+  std::memcpy( static_cast< void * >( &value ), at, sizeof( value ) );
+  return at + sizeof( value );
+}
+template< class T > std::byte * copyTo( std::byte * at, const T & value ) {
+  std::memcpy( at, &value, sizeof( value ) );
+  return at + sizeof( value );
+}
+
+// `numberOf( intfId )` is the number of an interface id. Both return where the next value goes.
+template< class T, class NumberOf >
+std::byte * pack( std::byte * at, const T & value, const NumberOf & numberOf ) {
+  if constexpr ( Vex::Composite< T > ) {
+    std::apply(
+        [ & ]( const auto &... field ) {
+          ( ( at = pack( at, value.*field.member, numberOf ) ), ... );
+        },
+        T::vexFields() );
+    return at;
+  } else if constexpr ( std::is_same_v< T, Wire::IntfId > ) {
+    return copyTo< uint32_t >( at, numberOf( value ) );
+  } else if constexpr ( std::is_same_v< T, Wire::EthAddr > ) {
+    at = copyTo( at, static_cast< uint32_t >( value.value() ) );
+    return copyTo( at, static_cast< uint16_t >( value.value() >> 32 ) );
+  } else if constexpr ( std::is_empty_v< T > ) {
+    return at;
+  } else if constexpr ( JournalList< T > ) {
+    if ( value.size() > journalListLength ) {
+      throw std::runtime_error( "a list of " + std::to_string( value.size() ) +
+                                " is longer than a journal has room for" );
+    }
+    auto * const end = at + journalBytes< T >();
+    at = copyTo( at, static_cast< uint8_t >( value.size() ) );
+    for ( const auto & each : value ) {
+      at = pack( at, each, numberOf );
+    }
+    return end;
+  } else {
+    return copyTo( at, value );
+  }
+}
+
+template< class T >
+const std::byte * unpack( const std::byte * at, T & value, const JournalNames & names ) {
+  if constexpr ( Vex::Composite< T > ) {
+    std::apply(
+        [ & ]( const auto &... field ) {
+          ( ( at = unpack( at, value.*field.member, names ) ), ... );
+        },
+        T::vexFields() );
+    return at;
+  } else if constexpr ( std::is_same_v< T, Wire::IntfId > ) {
+    uint32_t number = 0;
+    at = copyFrom( at, number );
+    value = names.intfId( number );
+    return at;
+  } else if constexpr ( std::is_same_v< T, Wire::EthAddr > ) {
+    uint32_t low = 0;
+    uint16_t high = 0;
+    at = copyFrom( copyFrom( at, low ), high );
+    value = Wire::EthAddr( uint64_t( high ) << 32 | low );
+    return at;
+  } else if constexpr ( std::is_empty_v< T > ) {
+    return at;
+  } else if constexpr ( JournalList< T > ) {
+    const auto * const end = at + journalBytes< T >();
+    uint8_t size = 0;
+    at = copyFrom( at, size );
+    std::vector< ElementOf< T > > all( std::min< size_t >( size, journalListLength ) );
+    for ( auto & each : all ) {
+      at = unpack( at, each, names );
+    }
+    if constexpr ( requires { T::of( all ); } ) {
+      value = T::of( all );
+    } else {
+      value = T( all.begin(), all.end() );
+    }
+    return end;
+  } else {
+    return copyFrom( at, value );
+  }
+}
+
+// What is packed, so that a journal of a release that packs otherwise is known as such.
+template< class T > void appendPacked( Vex::TextBuffer & out ) {
+  out.append( Vex::typeName< T >() );
+  if constexpr ( Vex::Composite< T > ) {
+    std::apply(
+        [ & ]( const auto &... field ) {
+          char before = '(';
+          const auto append = [ & ]< class C, class F >( const Vex::Field< C, F > & each ) {
+            out.append( std::exchange( before, ',' ) );
+            out.append( each.name );
+            out.append( ' ' );
+            appendPacked< F >( out );
+          };
+          ( append( field ), ... );
+        },
+        T::vexFields() );
+    out.append( ')' );
+  }
+}
+
+} // namespace Detail
+
+template< class T >
+using JournalWordsOf =
+    JournalWords< ( Detail::journalBytes< T >() + sizeof( uint32_t ) - 1 ) / sizeof( uint32_t ) >;
+
+template< class T, class NumberOf >
+JournalWordsOf< T > journalWordsOf( const T & value, const NumberOf & numberOf ) {
+  std::byte bytes[ sizeof( JournalWordsOf< T > ) ] = {};
+  Detail::pack( bytes, value, numberOf );
+  JournalWordsOf< T > words;
+  Detail::copyFrom( bytes, words );
+  return words;
+}
+// Raises std::runtime_error for a number that has no name.
+template< class T >
+T fromJournalWords( const JournalWordsOf< T > & words, const JournalNames & names ) {
+  T value{};
+  Detail::unpack( reinterpret_cast< const std::byte * >( &words ), value, names );
+  return value;
+}
+
+} // namespace KezHelper
