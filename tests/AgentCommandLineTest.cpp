@@ -73,8 +73,7 @@ TEST( AgentProcessTest, AnEndThatFailsIsTheEndAllTheSame ) {
     const bool memory = false;
     VEX_ASSERT( memory );
   };
-  EXPECT_DEATH( failWithoutMemory(),
-                "AgentCommandLineTest:[0-9]+: assertion failed: memory" );
+  EXPECT_DEATH( failWithoutMemory(), "AgentCommandLineTest:[0-9]+: assertion failed: memory" );
 }
 
 // Input whose lines are made as they are read; the end is an empty one.

@@ -76,7 +76,11 @@ protected:
   const Vex::Ptr< SimulatedSwitch > record = Vex::makePtr< SimulatedSwitch >();
   const Vex::Ptr< SimulatedSwitch > askedFor = Vex::makePtr< SimulatedSwitch >();
   const std::unique_ptr< const KezHelper::HwTable< VlanId, VlanIdOrNone > > hardwareTable =
-      vlans( *hardware );
+      Switch::switchTable< VlanId, VlanIdOrNone >(
+          [ this ] { return hardware->vlan(); },
+          [ this ]( VlanId vlanId ) {
+            return Switch::entryOf( hardware->vlanHas( vlanId ), hardware->vlan( vlanId ) );
+          } );
   VlanId due = 4000;
   VlanId stuck = 4000;
   Vex::Ptr< Audit > audit;
