@@ -368,11 +368,10 @@ String Simulation::compare() {
   return reviewEverything();
 }
 
-// An answer that was given stands, also where its FEC finds no room any more: it is tried again
-// before others can take it.
+// An answer that was given stands, also where its FEC finds no room any more.
 String Simulation::tamper( const String & line ) {
   const bool takesOver = wiring_.takeover && !wiring_.takeover->hasEnded();
-  if ( takesOver || !system_->hardware->hasRoom( Switch::Table::fec ) ) {
+  if ( takesOver || system_->hardware->capacityHas( Switch::Table::fec ) ) {
     return "";
   }
   executeInAgent( line );

@@ -30,7 +30,7 @@ inline constexpr std::string_view tablesLine = "# tables";
 inline constexpr std::string_view hitlessLine = "# hitless";
 
 // Hardware is changed behind the machines' back by the line that is named behind it, which an audit
-// mends: nothing, if hardware is being taken over or has no room for a FEC.
+// mends: nothing, if hardware is being taken over or may lack room for FECs.
 inline constexpr std::string_view tamperLine = "# tamper ";
 
 // What ends all faults and lets all that is due be done.
