@@ -175,7 +175,8 @@ EvpnFloodingEsiSm::dataOnRecord( const KezHelper::PortVlanKey & key ) const {
   if ( !status || !status->programmedHas( key.memberIntfId ) ) {
     return std::nullopt;
   }
-  const auto standing = floodingHelper()->inventory().esiData->find( key );
+  const auto * const table = floodingHelper()->inventory().esiData;
+  const auto standing = table ? table->find( key ) : std::nullopt;
   if ( standing && status->forceReprogramHas( key.memberIntfId ) ) {
     return standing;
   }
