@@ -115,9 +115,9 @@ const std::byte * unpack( const std::byte * at, T & value, const JournalNames & 
     const auto * const end = at + journalBytes< T >();
     uint8_t size = 0;
     at = copyFrom( at, size );
-    std::vector< ElementOf< T > > all( std::min< size_t >( size, journalListLength ) );
-    for ( auto & each : all ) {
-      at = unpack( at, each, names );
+    std::vector< ElementOf< T > > all;
+    while ( all.size() < std::min< size_t >( size, journalListLength ) ) {
+      at = unpack( at, all.emplace_back(), names );
     }
     if constexpr ( requires { T::of( all ); } ) {
       value = T::of( all );
