@@ -217,8 +217,11 @@ private:
   // An entry is compared in the first walk that comes to it.
   void compare( const Key & key, Audit & audit ) {
     const auto inHardware = sides_.hardware->find( key );
+    if ( side_ != Side::hardware && inHardware ) {
+      return;
+    }
     const auto onRecord = sides_.record->find( key );
-    if ( ( side_ != Side::hardware && inHardware ) || ( side_ == Side::askedFor && onRecord ) ) {
+    if ( side_ == Side::askedFor && onRecord ) {
       return;
     }
     const auto askedFor = sides_.askedFor ? sides_.askedFor->find( key ) : onRecord;
