@@ -160,6 +160,24 @@ TEST_F( AuditTest, CountsWhatItDoesNotKeep ) {
   round();
   EXPECT_EQ( audit->differences(), 2u );
   EXPECT_EQ( audit->found( DifferenceKind::missing ), 100u );
+  // What is right again leaves its place to others.
+  hardware->vlanIs( 1, 5 );
+  hardware->vlanIs( 2, 5 );
+  round();
+  EXPECT_EQ( audit->differences(), 2u );
+  EXPECT_FALSE( audit->differenceHas( "vlan/1" ) );
+}
+
+TEST_F( AuditTest, RepairsFromWhereItStandsWhenAskedToInARound ) {
+  scheduler->workBudgetIs( 1 );
+  hardware->vlanIs( 200, 5 );
+  audit->begin( false );
+  scheduler->runReady();
+  round( true );
+  EXPECT_FALSE( hardware->vlanHas( 200 ) );
+  hardware->vlanIs( 200, 5 );
+  round();
+  EXPECT_TRUE( hardware->vlanHas( 200 ) );
 }
 
 TEST_F( AuditTest, BeginsByItselfAndOnlyOverHardwareThatHasBeenTakenOver ) {
@@ -188,31 +206,54 @@ TEST_F( AuditTest, BeginsByItselfAndOnlyOverHardwareThatHasBeenTakenOver ) {
   EXPECT_EQ( audit->rounds(), 3u );
 }
 
-// Ids that nobody uses are given back; one that hardware gave up cannot be got again.
-TEST( AuditOfHwTunnelIdsTest, TellsWhichAreInUseForNobodyAndWhichAreNotInUse ) {
+// Plays lines in an agent.
+void play( std::initializer_list< String > lines ) {
   Vex::Clock::virtualIs( 0 );
   auto wiring = Agent::wire();
   std::ostringstream out;
   Agent::Shell shell( wiring, out, out );
-  const String pool = "switch.hwTunnelIdPool[hwTunnelIdTypeDefault].inUse";
-  for ( const auto & line :
-        { String(
-              "set evpnStatus.ethernetSegmentStatus[Ethernet1].remoteEsiLabel[DynamicTunnel0.1] "
-              "2:100" ),
-          String(
-              "set evpnStatus.ethernetSegmentStatus[Ethernet1].remoteEsiLabel[DynamicTunnel0.2] "
-              "2:100" ),
-          "del " + pool + "[0:1]", "set " + pool + "[0:2] 7", "set " + pool + "[0:3] 9",
-          String( "audit repair" ), String( "expect audit.found[missing] 1" ),
-          String( "expect audit.difference[hwTunnelIdsInUse/0:1].repair impossible" ),
-          String( "expect audit.difference[hwTunnelIdsInUse/0:2].kind different" ),
-          String( "expect audit.difference[hwTunnelIdsInUse/0:2].repair impossible" ),
-          String( "expect audit.difference[hwTunnelIdsInUse/0:3].kind unexpected" ),
-          "expect no " + pool + "[0:3]", "expect " + pool + "[0:2] 7",
-          String( "expect tunnelIdHwTunnelId.tunnelIdToHwTunnelId count 2" ) } ) {
+  for ( const auto & line : lines ) {
     shell.execute( line, line );
   }
   EXPECT_EQ( shell.failures(), 0u ) << out.str();
+}
+
+const String segment = "evpnStatus.ethernetSegmentStatus[Ethernet1].remoteEsiLabel";
+const String pool = "switch.hwTunnelIdPool[hwTunnelIdTypeDefault].inUse";
+
+// Ids that nobody uses are given back; one that hardware gave up cannot be got again.
+TEST( AuditOfHwTunnelIdsTest, TellsWhichAreInUseForNobodyAndWhichAreNotInUse ) {
+  play( { "set " + segment + "[DynamicTunnel0.1] 2:100",
+          "set " + segment + "[DynamicTunnel0.2] 2:100", "del " + pool + "[0:1]",
+          "set " + pool + "[0:2] 7", "set " + pool + "[0:3] 9", "audit repair",
+          "expect audit.found[missing] 1",
+          "expect audit.difference[hwTunnelIdsInUse/0:1].repair impossible",
+          "expect audit.difference[hwTunnelIdsInUse/0:2].kind different",
+          "expect audit.difference[hwTunnelIdsInUse/0:2].repair impossible",
+          "expect audit.difference[hwTunnelIdsInUse/0:3].kind unexpected",
+          "expect no " + pool + "[0:3]", "expect " + pool + "[0:2] 7",
+          "expect tunnelIdHwTunnelId.tunnelIdToHwTunnelId count 2" } );
+}
+
+TEST( AuditOfHwTunnelIdsTest, GivesAnIdThatNobodyUsedToATunnelThatWaits ) {
+  play( { "set switch.capacity[hwTunnelIdTypeDefault] 1", "set " + pool + "[0:1] 9",
+          "set " + segment + "[DynamicTunnel0.1] 2:100",
+          "expect evpnHwTunnelIdSm.unprogrammedTunnel[1]", "audit repair",
+          "expect tunnelIdHwTunnelId.tunnelIdToHwTunnelId[1] 1,0:1" } );
+}
+
+// Which FECs are used is known without hardware, which has lost or changed the users.
+TEST( AuditOfFecsTest, LeavesNoFecBehindThatTamperedUsersNamed ) {
+  for ( const String tampering :
+        { "del switch.macEntry", "set switch.macEntry[00:00:00:00:00:01,10] 999" } ) {
+    play(
+        { "set hostOutput.dest[1] mpls(,200,5)",
+          "set evpnStatus.ethernetSegmentStatus[Ethernet1].remoteEsiLabel[DynamicTunnel0.5] 2:100",
+          "set hostOutput.host[00:00:00:00:00:01,10] 1", "advance 1", "expect switch.fec count 1",
+          tampering, "del hostOutput.host", "advance 10", "expect no switch.fec",
+          "expect no switch.macEntry", "expect no switch.hwFecIdUse",
+          "expect no switch.refusalCount", "audit", "expect no audit.difference", "check" } );
+  }
 }
 
 } // namespace
