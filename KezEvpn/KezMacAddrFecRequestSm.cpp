@@ -23,6 +23,7 @@ KezMacAddrFecRequestSm::KezMacAddrFecRequestSm(
       macAddrFecRequest_( macAddrFecRequest ), macAddrFecResponse_( macAddrFecResponse ),
       macAddrFecStatus_( macAddrFecStatus ), macAddrHwStatus_( macAddrHwStatus ),
       scheduler_( scheduler ),
+      hostChains_( *this, otherChain_, otherChainAttr, fecChain_, macAddrFecStatus_ ),
       dependencies_( *this, objectChain_, objectChainAttr, tunnelChain_, tunnelChainAttr ),
       hostOutputReactor_( *this ), hwTunnelIdMappingReactor_( *this ), togglesReactor_( *this ),
       macAddrHwStatusReactor_( *this ) {
@@ -69,7 +70,7 @@ void KezMacAddrFecRequestSm::handleInitialized() {
 void KezMacAddrFecRequestSm::clearCaches() {
   chainQueueDelAll();
   hostQueueDelAll();
-  hostChainDelAll();
+  otherChainDelAll();
   chainDelAll();
   objectChainDelAll();
   tunnelChainDelAll();
@@ -305,10 +306,8 @@ void KezMacAddrFecRequestSm::processHost( const MacVlanPair & host ) {
   const auto before = hostChain( host );
   TRACE( 8, "processHost mac: ", host.macAddr, " vlan: ", host.vlanId, " chain: ", wanted );
   if ( wanted != before ) {
-    if ( wanted == ObjectId() ) {
-      hostChainDel( host );
-    } else {
-      hostChainIs( host, wanted );
+    hostChains_.is( host, wanted );
+    if ( wanted != ObjectId() ) {
       const auto chain = chainIs( wanted );
       const bool first = chain->hosts() == 0;
       chain->hostIs( host );
@@ -336,11 +335,7 @@ void KezMacAddrFecRequestSm::publish( const MacVlanPair & host, const MacFec & f
       fecHostDel( before );
     }
   }
-  if ( fec.fecId == FecId() ) {
-    macAddrFecStatus()->hostDel( host );
-  } else {
-    macAddrFecStatus()->hostIs( host, fec );
-  }
+  hostChains_.publish( host, fec );
   if ( before != FecId() && before != fec.fecId ) {
     maybeWithdraw( before );
     leaveChain( chainBefore, host );

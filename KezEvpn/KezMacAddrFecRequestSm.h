@@ -22,8 +22,8 @@
 // every event:
 //   - what does not agree with the inputs is in a queue, and a review is due while one is not
 //     empty;
-//   - `hostChain` says to which chain each host refers, MacChain::host also who is published with a
-//     FEC of it, `fecHost` how many are with each FEC;
+//   - `hostChain()` says to which chain each host refers, MacChain::host also who is published with
+//     a FEC of it, `fecHost` how many are with each FEC;
 //   - `objectChain` and `tunnelChain` are what chains depend on, the other way round;
 //   - `fecChain` has every FEC id, whose numbers are the allocator's in use; each is held by the
 //     request or the response.
@@ -34,6 +34,7 @@
 #include "Kez/Toggles.h"
 #include "KezEvpn/MacChainDecision.h"
 #include "KezEvpn/MacChainDependencies.h"
+#include "KezEvpn/MacHostChains.h"
 #include "KezEvpn/frame/FecRequestSm.h"
 #include "KezEvpn/frame/Review.h"
 
@@ -81,7 +82,9 @@ public:
   VEX_OUTPUT( 11, reviewTask, VexReviewTask )
   VEX_SET( 12, chainQueue, L2Rib::ObjectId )
   VEX_SET( 13, hostQueue, Bridging::MacVlanPair )
-  VEX_MAP( 14, hostChain, Bridging::MacVlanPair, L2Rib::ObjectId )
+  // Of the hosts that refer to another chain than the one that they are published with a FEC of; 0
+  // for none.
+  VEX_MAP( 14, otherChain, Bridging::MacVlanPair, L2Rib::ObjectId )
   VEX_ENTITIES( 15, chain, MacChain )
   VEX_ENTITIES( 16, objectChain, ObjectChains )
   VEX_ENTITIES( 17, tunnelChain, TunnelChains )
@@ -89,7 +92,7 @@ public:
   VEX_COUNTER( 19, fecHost, Rook::Fib::FecId )
   VEX_ATTRIBUTES( hostOutput, hwTunnelIdMapping, toggles, macAddrFecRequest, macAddrFecResponse,
                   macAddrFecStatus, macAddrHwStatus, scheduler, maxChainLength, reviewInterval,
-                  reviewTask, chainQueue, hostQueue, hostChain, chain, objectChain, tunnelChain,
+                  reviewTask, chainQueue, hostQueue, otherChain, chain, objectChain, tunnelChain,
                   fecChain, fecHost )
   VEX_OPERATIONS( VEX_OPERATION( maxChainLengthIs, length ) )
 
@@ -147,6 +150,11 @@ private:
   void updateDependencies( MacChain & chain, const MacChainDecision & decision );
   void request( MacChain & chain, const MacChainDecision & decision );
 
+  L2Rib::ObjectId hostChain( const MacVlanPair & host ) const { return hostChains_.of( host ); }
+  bool hostChainHas( const MacVlanPair & host ) const {
+    return hostChain( host ) != L2Rib::ObjectId();
+  }
+  auto hostChain() const { return hostChains_.all(); }
   void processHost( const MacVlanPair & host );
   MacFec fecToPublish( const MacVlanPair & host, L2Rib::ObjectId wanted ) const;
   void leaveChain( L2Rib::ObjectId first, const MacVlanPair & host );
@@ -166,6 +174,7 @@ private:
   void checkFecs( Findings & out ) const;
 
   MaxChainLength maxChainLength_;
+  MacHostChains hostChains_;
   MacChainDependencies dependencies_;
   VexHostOutput hostOutputReactor_;
   VexInput< TunnelIdToHwTunnelIdMapping, TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdAttr,

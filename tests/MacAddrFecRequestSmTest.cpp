@@ -7,6 +7,8 @@
 
 #include <gmock/gmock.h>
 
+#include <random>
+
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -95,6 +97,7 @@ TEST_F( MacAddrFecRequestSmTest, HostsShareTheFecOfTheirChain ) {
   EXPECT_EQ( status->host( b ), fec );
   EXPECT_EQ( hardware->macEntry( b ), fec.hwFecId );
   EXPECT_EQ( hwStatus->fecHost( firstPath ), 2u );
+  EXPECT_EQ( sm->otherChains(), 0u ); // nothing is kept of hosts that have what they refer to
   output->hostDel( a );
   settle();
   EXPECT_EQ( request->fecs(), 1u );
@@ -107,6 +110,30 @@ TEST_F( MacAddrFecRequestSmTest, HostsShareTheFecOfTheirChain ) {
   output->hostIs( a, 1 );
   settle();
   EXPECT_TRUE( request->fecHas( firstPath + 1 ) );
+}
+
+// Sets of all sizes up to 400 that grow, shrink and stay as large, against a plain list.
+TEST( HostSetTest, HostsStandInTheOrderInWhichTheyCame ) {
+  std::mt19937 random( 1 );
+  for ( uint32_t hosts = 1; hosts < 400; hosts += 13 ) {
+    Kez::HostSet set;
+    std::vector< Bridging::MacVlanPair > expected;
+    for ( uint32_t step = 0; step < 3000; ++step ) {
+      const uint16_t number = random() % hosts;
+      const Bridging::MacVlanPair host{ number, number };
+      const auto at = std::ranges::find( expected, host );
+      ASSERT_EQ( set.has( host ), at != expected.end() );
+      const bool add = random() % 3 < step / 1000 || step < 500;
+      if ( add && at == expected.end() ) {
+        expected.push_back( host );
+      } else if ( !add && at != expected.end() ) {
+        expected.erase( at );
+      }
+      add ? set.add( host ) : set.remove( host );
+      ASSERT_EQ( set.size(), expected.size() );
+      ASSERT_TRUE( step % 20 != 0 || set.all() == expected );
+    }
+  }
 }
 
 TEST_F( MacAddrFecRequestSmTest, AChainMayArriveInAnyOrder ) {

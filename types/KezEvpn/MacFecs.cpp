@@ -60,6 +60,10 @@ void MacAddrHwStatus::leave( Rook::Fib::FecId fecId ) {
   }
 }
 
+size_t MacChain::hosts() const {
+  return hosts_.size();
+}
+
 Vex::Ptr< MacAddrFecStatus > macAddrFecStatusFactory() {
   return Vex::makePtr< MacAddrFecStatus >();
 }

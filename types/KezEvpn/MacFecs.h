@@ -3,6 +3,7 @@
 
 #include "Bridging/MacVlanPair.h"
 #include "KezEvpn/FecRequests.h"
+#include "KezEvpn/HostSet.h"
 #include "L2Rib/HostOutput.h"
 
 namespace Kez {
@@ -61,14 +62,23 @@ Vex::Ptr< MacAddrHwStatus > macAddrHwStatusFactory();
 class MacChain : public MachineState {
   VEX_ENTITY( MacChain, "Kez::MacChain" )
   VEX_KEY( MacChain, first, L2Rib::ObjectId )
-  VEX_SET( 1, host, Bridging::MacVlanPair )   // that refer to it, or are published with a FEC of it
+  VEX_COMPUTED( 1, hosts, size_t )            // that refer to it, or are published with a FEC of it
   VEX_ATTRIBUTE( 2, fecId, Rook::Fib::FecId ) // 0 for none
   // Of the other kind, from before the chain came or ceased to lead over a load-balance object.
   VEX_ATTRIBUTE( 6, formerFecId, Rook::Fib::FecId )
   VEX_ATTRIBUTE( 3, complete, bool )                  // whether what begins at the object has a FEC
   VEX_SET( 4, object, L2Rib::ObjectId )               // on which that depends
   VEX_SET( 5, tunnel, Tunnel::TunnelTable::TunnelId ) // likewise
-  VEX_ATTRIBUTES( host, fecId, formerFecId, complete, object, tunnel )
+  VEX_ATTRIBUTES( hosts, fecId, formerFecId, complete, object, tunnel )
+
+public:
+  std::vector< Bridging::MacVlanPair > host() const { return hosts_.all(); }
+  bool hostHas( const Bridging::MacVlanPair & pair ) const { return hosts_.has( pair ); }
+  void hostIs( const Bridging::MacVlanPair & pair ) { hosts_.add( pair ); }
+  void hostDel( const Bridging::MacVlanPair & pair ) { hosts_.remove( pair ); }
+
+private:
+  HostSet hosts_;
 };
 
 class ObjectChains : public MachineState {
