@@ -16,7 +16,7 @@ static Bridging::MacVlanPair hostOf( uint64_t word ) {
 }
 
 static size_t roomIn( size_t places ) {
-  return places - places / 8;
+  return places * 7 / 8; // a place at least stays free, where a search ends
 }
 
 size_t HostSet::homeOf( uint64_t word ) const {
