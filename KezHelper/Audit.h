@@ -8,6 +8,9 @@
 // record and is tried again by the machine's next review, as if hardware had refused it. What a
 // machine lags behind by rule is said, and left as it is.
 //
+// An entry that hardware turns out to have lost (HwTable::onLost), as a chip does that refuses
+// later what was accepted, goes from the record likewise, at once.
+//
 // Over hardware that is taken over, the first round begins when that has ended.
 #pragma once
 
@@ -167,7 +170,9 @@ template< class Key, class Data > struct AuditedSides {
 
 template< class Key, class Data > class AuditedTable final : public AuditPart {
 public:
-  explicit AuditedTable( AuditedSides< Key, Data > sides ) : sides_( std::move( sides ) ) {}
+  explicit AuditedTable( AuditedSides< Key, Data > sides )
+      : sides_( std::move( sides ) ),
+        lossListener_( sides_.hardware->onLost( [ this ]( const Key & key ) { lost( key ); } ) ) {}
 
   SweepRank rank() const override { return sides_.rank; }
   bool auditOne( Audit & audit ) override {
@@ -247,6 +252,13 @@ private:
     audit.differs( sides_.table + '/' + Vex::briefText( key ), difference );
   }
 
+  void lost( const Key & key ) {
+    const auto onRecord = sides_.record->find( key );
+    if ( onRecord && sides_.forget ) {
+      sides_.forget( key, *onRecord );
+    }
+  }
+
   bool repair( const Key & key, const std::optional< Data > & inHardware,
                const std::optional< Data > & onRecord ) {
     if ( onRecord && !sides_.forget ) {
@@ -274,6 +286,7 @@ private:
   }
 
   const AuditedSides< Key, Data > sides_;
+  const typename HwTable< Key, Data >::LossListener lossListener_;
   Side side_ = Side::hardware;
   std::unique_ptr< typename HwTable< Key, Data >::Walk > hardwareWalk_;
   std::unique_ptr< typename TableView< Key, Data >::Walk > viewWalk_;

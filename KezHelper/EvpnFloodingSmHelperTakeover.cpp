@@ -5,127 +5,80 @@ namespace KezHelper {
 using Bridging::VlanId;
 using Bridging::VlanIdOrNone;
 using Kez::HwProgrammingStatus;
-using Tunnel::TunnelTable::TunnelId;
-using Wire::IntfId;
-
-namespace {
-
-// Of a table that is taken over; another one's calls go to the chip.
-template< class Part, class Key, class Data, class Create >
-HwProgrammingStatus createIn( std::optional< Part > & part, const Key & key, const Data & data,
-                              bool writesOver, Create && create ) {
-  return part ? part->create( key, data, HwProgrammingStatus::programmed, writesOver, create )
-              : create();
-}
-
-template< class Part, class Key >
-bool removesFrom( std::optional< Part > & part, const Key & key ) {
-  return !part || part->removes( key );
-}
-
-} // namespace
 
 EvpnFloodingSmHelperTakeover::EvpnFloodingSmHelperTakeover(
     const Vex::String & name, const Vex::Ptr< Takeover > & takeover,
     const Vex::Ptr< EvpnFloodingSmHelper > & chip )
-    : EvpnFloodingSmHelper( name ), chip_( chip ), chipReactor_( *this ) {
+    : EvpnFloodingSmHelperOver( name, chip ) {
   const auto tables = chip->inventory();
-  if ( tables.esiData ) {
-    esiData_.emplace( takeover, SweepRank::port, *tables.esiData,
-                      [ this ]( const PortVlanKey & key, const EsiData & ) {
-                        chip_->deleteEsiData( key.parentIntfId, key.memberIntfId, key.vlanId,
-                                              TunnelId(), Kez::HwTunnelId() );
-                      } );
-  }
-  if ( tables.nonDfPort ) {
-    nonDfPort_.emplace( takeover, SweepRank::port, *tables.nonDfPort,
-                        [ this ]( const PortVlanKey & key, Vex::NoValue ) {
-                          chip_->deleteNonDfPort( key.parentIntfId, key.memberIntfId, key.vlanId );
-                        } );
-  }
-  if ( tables.dot1qMapping ) {
-    dot1qMapping_.emplace( takeover, SweepRank::port, *tables.dot1qMapping,
-                           [ this ]( const PortVlanKey & key, VlanIdOrNone dot1q ) {
-                             chip_->deleteVlanToDot1qMapping( key.parentIntfId, key.memberIntfId,
-                                                              key.vlanId, dot1q );
-                           } );
-  }
-  if ( tables.vlan ) {
-    vlan_.emplace(
-        takeover, SweepRank::vlan, *tables.vlan,
-        [ this ]( VlanId vlanId, VlanIdOrNone dot1q ) { chip_->deleteVlan( vlanId, dot1q ); } );
-  }
-  chipReactor_.notifierIs( chip );
+  takeOver( esiData_, takeover, SweepRank::port, tables.esiData );
+  takeOver( nonDfPort_, takeover, SweepRank::port, tables.nonDfPort );
+  takeOver( dot1qMapping_, takeover, SweepRank::port, tables.dot1qMapping );
+  takeOver( vlan_, takeover, SweepRank::vlan, tables.vlan );
+  watchChip();
 }
 
-void EvpnFloodingSmHelperTakeover::VexChip::onAttribute( Vex::AttrId, const void * ) {
-  handleNotifier();
-}
-
-void EvpnFloodingSmHelperTakeover::VexChip::handleNotifier() {
-  sm()->updateSupportedOnCreateEsiDataIs( notifier()->updateSupportedOnCreateEsiData() );
-  sm()->programCpuIntfIs( notifier()->programCpuIntf() );
-}
-
-HwProgrammingStatus EvpnFloodingSmHelperTakeover::createVlan( VlanId vlanId, VlanIdOrNone dot1q ) {
-  return createIn( vlan_, vlanId, dot1q, false,
-                   [ & ] { return chip_->createVlan( vlanId, dot1q ); } );
-}
-
-void EvpnFloodingSmHelperTakeover::deleteVlan( VlanId vlanId, VlanIdOrNone dot1q ) {
-  if ( removesFrom( vlan_, vlanId ) ) {
-    chip_->deleteVlan( vlanId, dot1q );
+template< class Key, class Data >
+void EvpnFloodingSmHelperTakeover::takeOver( Table< Key, Data > & table,
+                                             const Vex::Ptr< Takeover > & takeover, SweepRank rank,
+                                             const HwTable< Key, Data > * inventory ) {
+  if ( inventory ) {
+    table.emplace( takeover, rank, *inventory, [ this ]( const Key & key, const Data & data ) {
+      removeEntry( *chip(), key, data );
+    } );
   }
 }
 
-HwProgrammingStatus EvpnFloodingSmHelperTakeover::createNonDfPort( IntfId parentIntfId,
-                                                                   IntfId intfId, VlanId vlanId ) {
-  return createIn( nonDfPort_, PortVlanKey( parentIntfId, intfId, vlanId ), Vex::NoValue(), false,
-                   [ & ] { return chip_->createNonDfPort( parentIntfId, intfId, vlanId ); } );
+template< class Key, class Data >
+HwProgrammingStatus EvpnFloodingSmHelperTakeover::createIn( Table< Key, Data > & table,
+                                                            const Key & key, const Data & data,
+                                                            bool writesOver ) {
+  const auto create = [ & ] { return createEntry( *chip(), key, data ); };
+  return table ? table->create( key, data, HwProgrammingStatus::programmed, writesOver, create )
+               : create();
 }
 
-void EvpnFloodingSmHelperTakeover::deleteNonDfPort( IntfId parentIntfId, IntfId intfId,
-                                                    VlanId vlanId ) {
-  if ( removesFrom( nonDfPort_, PortVlanKey( parentIntfId, intfId, vlanId ) ) ) {
-    chip_->deleteNonDfPort( parentIntfId, intfId, vlanId );
+template< class Key, class Data >
+void EvpnFloodingSmHelperTakeover::removeFrom( Table< Key, Data > & table, const Key & key,
+                                               const Data & data ) {
+  if ( !table || table->removes( key ) ) {
+    removeEntry( *chip(), key, data );
   }
 }
 
-HwProgrammingStatus EvpnFloodingSmHelperTakeover::createVlanToDot1qMapping( IntfId parentIntfId,
-                                                                            IntfId memberIntfId,
-                                                                            VlanId vlanId,
-                                                                            VlanIdOrNone dot1q ) {
-  return createIn(
-      dot1qMapping_, PortVlanKey( parentIntfId, memberIntfId, vlanId ), dot1q, false, [ & ] {
-        return chip_->createVlanToDot1qMapping( parentIntfId, memberIntfId, vlanId, dot1q );
-      } );
+HwProgrammingStatus EvpnFloodingSmHelperTakeover::create( VlanId key, VlanIdOrNone data ) {
+  return createIn( vlan_, key, data, false );
 }
 
-void EvpnFloodingSmHelperTakeover::deleteVlanToDot1qMapping( IntfId parentIntfId,
-                                                             IntfId memberIntfId, VlanId vlanId,
-                                                             VlanIdOrNone dot1q ) {
-  if ( removesFrom( dot1qMapping_, PortVlanKey( parentIntfId, memberIntfId, vlanId ) ) ) {
-    chip_->deleteVlanToDot1qMapping( parentIntfId, memberIntfId, vlanId, dot1q );
-  }
+HwProgrammingStatus EvpnFloodingSmHelperTakeover::create( const PortVlanKey & key,
+                                                          VlanIdOrNone data ) {
+  return createIn( dot1qMapping_, key, data, false );
 }
 
-HwProgrammingStatus EvpnFloodingSmHelperTakeover::createEsiData(
-    IntfId parentIntfId, IntfId memberIntfId, VlanId vlanId, const TunnelId & tid,
-    const Kez::HwTunnelId & hwTid, Wire::MplsLabel dfEsiLabel, Wire::MplsLabel localEsiLabel ) {
-  return createIn( esiData_, PortVlanKey( parentIntfId, memberIntfId, vlanId ),
-                   EsiData( tid, hwTid, dfEsiLabel, localEsiLabel ),
-                   updateSupportedOnCreateEsiData(), [ & ] {
-                     return chip_->createEsiData( parentIntfId, memberIntfId, vlanId, tid, hwTid,
-                                                  dfEsiLabel, localEsiLabel );
-                   } );
+HwProgrammingStatus EvpnFloodingSmHelperTakeover::create( const PortVlanKey & key,
+                                                          Vex::NoValue data ) {
+  return createIn( nonDfPort_, key, data, false );
 }
 
-void EvpnFloodingSmHelperTakeover::deleteEsiData( IntfId parentIntfId, IntfId memberIntfId,
-                                                  VlanId vlanId, const TunnelId & tid,
-                                                  const Kez::HwTunnelId & hwTid ) {
-  if ( removesFrom( esiData_, PortVlanKey( parentIntfId, memberIntfId, vlanId ) ) ) {
-    chip_->deleteEsiData( parentIntfId, memberIntfId, vlanId, tid, hwTid );
-  }
+HwProgrammingStatus EvpnFloodingSmHelperTakeover::create( const PortVlanKey & key,
+                                                          const EsiData & data ) {
+  return createIn( esiData_, key, data, updateSupportedOnCreateEsiData() );
+}
+
+void EvpnFloodingSmHelperTakeover::remove( VlanId key, VlanIdOrNone data ) {
+  removeFrom( vlan_, key, data );
+}
+
+void EvpnFloodingSmHelperTakeover::remove( const PortVlanKey & key, VlanIdOrNone data ) {
+  removeFrom( dot1qMapping_, key, data );
+}
+
+void EvpnFloodingSmHelperTakeover::remove( const PortVlanKey & key, Vex::NoValue data ) {
+  removeFrom( nonDfPort_, key, data );
+}
+
+void EvpnFloodingSmHelperTakeover::remove( const PortVlanKey & key, const EsiData & data ) {
+  removeFrom( esiData_, key, data );
 }
 
 } // namespace KezHelper

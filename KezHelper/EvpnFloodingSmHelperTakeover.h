@@ -4,66 +4,47 @@
 // go to the chip as they come.
 #pragma once
 
-#include "KezHelper/EvpnFloodingSmHelper.h"
+#include "KezHelper/EvpnFloodingSmHelperOver.h"
 #include "KezHelper/Takeover.h"
 
 namespace KezHelper {
 
-class EvpnFloodingSmHelperTakeover : public EvpnFloodingSmHelper, public Vex::ReactorOwner {
-public:
-  // What the machines are to know of the chip.
-  class VexChip : public Vex::ReactorOf< EvpnFloodingSmHelperTakeover, EvpnFloodingSmHelper > {
-  public:
-    using ReactorOf::ReactorOf;
-
-  private:
-    void onAttribute( Vex::AttrId id, const void * key ) override;
-    void handleNotifier() override;
-  };
-
+class EvpnFloodingSmHelperTakeover final : public EvpnFloodingSmHelperOver {
   VEX_ENTITY( EvpnFloodingSmHelperTakeover, "KezHelper::EvpnFloodingSmHelperTakeover",
-              EvpnFloodingSmHelper )
-  VEX_OUTPUT( 3, chip, EvpnFloodingSmHelper )
-  VEX_ATTRIBUTES( chip )
+              EvpnFloodingSmHelperOver )
+  VEX_ATTRIBUTES()
 
+public:
   // Before the machines start.
   EvpnFloodingSmHelperTakeover( const Vex::String & name, const Vex::Ptr< Takeover > & takeover,
                                 const Vex::Ptr< EvpnFloodingSmHelper > & chip );
 
-  Kez::HwProgrammingStatus createVlan( Bridging::VlanId vlanId,
-                                       Bridging::VlanIdOrNone dot1q ) override;
-  void deleteVlan( Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q ) override;
-  Kez::HwProgrammingStatus createNonDfPort( Wire::IntfId parentIntfId, Wire::IntfId intfId,
-                                            Bridging::VlanId vlanId ) override;
-  void deleteNonDfPort( Wire::IntfId parentIntfId, Wire::IntfId intfId,
-                        Bridging::VlanId vlanId ) override;
-  Kez::HwProgrammingStatus createVlanToDot1qMapping( Wire::IntfId parentIntfId,
-                                                     Wire::IntfId memberIntfId,
-                                                     Bridging::VlanId vlanId,
-                                                     Bridging::VlanIdOrNone dot1q ) override;
-  void deleteVlanToDot1qMapping( Wire::IntfId parentIntfId, Wire::IntfId memberIntfId,
-                                 Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q ) override;
-  Kez::HwProgrammingStatus createEsiData( Wire::IntfId parentIntfId, Wire::IntfId memberIntfId,
-                                          Bridging::VlanId vlanId,
-                                          const Tunnel::TunnelTable::TunnelId & tid,
-                                          const Kez::HwTunnelId & hwTid, Wire::MplsLabel dfEsiLabel,
-                                          Wire::MplsLabel localEsiLabel ) override;
-  void deleteEsiData( Wire::IntfId parentIntfId, Wire::IntfId memberIntfId, Bridging::VlanId vlanId,
-                      const Tunnel::TunnelTable::TunnelId & tid,
-                      const Kez::HwTunnelId & hwTid ) override;
-  EvpnFloodingInventory inventory() const override { return chip_->inventory(); }
-
 private:
-  using VlanTakeover = TakeoverTable< Bridging::VlanId, Bridging::VlanIdOrNone >;
-  using MappingTakeover = TakeoverTable< PortVlanKey, Bridging::VlanIdOrNone >;
-  using PortTakeover = TakeoverTable< PortVlanKey, Vex::NoValue >;
-  using EsiDataTakeover = TakeoverTable< PortVlanKey, EsiData >;
+  template< class Key, class Data > using Table = std::optional< TakeoverTable< Key, Data > >;
 
-  std::optional< EsiDataTakeover > esiData_;
-  std::optional< PortTakeover > nonDfPort_;
-  std::optional< MappingTakeover > dot1qMapping_;
-  std::optional< VlanTakeover > vlan_;
-  VexChip chipReactor_;
+  Kez::HwProgrammingStatus create( Bridging::VlanId key, Bridging::VlanIdOrNone data ) override;
+  Kez::HwProgrammingStatus create( const PortVlanKey & key, Bridging::VlanIdOrNone data ) override;
+  Kez::HwProgrammingStatus create( const PortVlanKey & key, Vex::NoValue data ) override;
+  Kez::HwProgrammingStatus create( const PortVlanKey & key, const EsiData & data ) override;
+  void remove( Bridging::VlanId key, Bridging::VlanIdOrNone data ) override;
+  void remove( const PortVlanKey & key, Bridging::VlanIdOrNone data ) override;
+  void remove( const PortVlanKey & key, Vex::NoValue data ) override;
+  void remove( const PortVlanKey & key, const EsiData & data ) override;
+
+  template< class Key, class Data >
+  void takeOver( Table< Key, Data > & table, const Vex::Ptr< Takeover > & takeover, SweepRank rank,
+                 const HwTable< Key, Data > * inventory );
+  // Of a table that is taken over; another one's calls go to the chip.
+  template< class Key, class Data >
+  Kez::HwProgrammingStatus createIn( Table< Key, Data > & table, const Key & key, const Data & data,
+                                     bool writesOver );
+  template< class Key, class Data >
+  void removeFrom( Table< Key, Data > & table, const Key & key, const Data & data );
+
+  Table< PortVlanKey, EsiData > esiData_;
+  Table< PortVlanKey, Vex::NoValue > nonDfPort_;
+  Table< PortVlanKey, Bridging::VlanIdOrNone > dot1qMapping_;
+  Table< Bridging::VlanId, Bridging::VlanIdOrNone > vlan_;
 };
 
 } // namespace KezHelper

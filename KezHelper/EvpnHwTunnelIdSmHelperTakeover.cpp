@@ -25,6 +25,8 @@ EvpnHwTunnelIdSmHelperTakeover::~EvpnHwTunnelIdSmHelperTakeover() {
 void EvpnHwTunnelIdSmHelperTakeover::VexChip::onAttribute( Vex::AttrId id, const void * ) {
   if ( id == EvpnHwTunnelIdSmHelper::idsFreedAttr ) {
     sm()->idsFreedIs( sm()->idsFreed() + 1 );
+  } else if ( id == EvpnHwTunnelIdSmHelper::idsStayAttr ) {
+    sm()->idsStayIs( !sm()->swept_ || notifier()->idsStay() );
   }
 }
 
@@ -46,9 +48,9 @@ void EvpnHwTunnelIdSmHelperTakeover::releaseHwTunnelId( const Kez::HwTunnelId & 
 // All in one step: pools are small, and an id that is got meanwhile must not be taken for one that
 // no tunnel has.
 bool EvpnHwTunnelIdSmHelperTakeover::sweepOne() {
-  if ( idsStay() ) {
+  if ( !std::exchange( swept_, true ) ) {
     releaseUnmapped();
-    idsStayIs( false );
+    idsStayIs( chip_->idsStay() );
   }
   return false;
 }

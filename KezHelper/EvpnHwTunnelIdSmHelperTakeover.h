@@ -46,6 +46,7 @@ private:
   void releaseUnmapped();
 
   const Vex::Ptr< Takeover > takeover_;
+  bool swept_ = false;
   VexChip chipReactor_;
 };
 

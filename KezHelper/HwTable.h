@@ -3,8 +3,10 @@
 // but hardware has to be empty when a machine starts.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace KezHelper {
 
@@ -25,9 +27,38 @@ public:
     virtual std::optional< Entry > next() = 0;
   };
 
+  // Who is to hear of entries that are lost, for as long as it is held.
+  using LossListener = std::shared_ptr< const std::function< void( const Key & key ) > >;
+
   virtual ~HwTable() = default;
   virtual std::optional< Data > find( const Key & key ) const = 0;
   virtual std::unique_ptr< Walk > walk() const = 0;
+
+  // Calls `lost` for an entry that was answered as programmed and turns out not to be there: audits
+  // have the machine try it again, as if it had been refused. Earlier listeners hear it earlier.
+  LossListener onLost( std::function< void( const Key & key ) > lost ) const {
+    auto listener =
+        std::make_shared< const std::function< void( const Key & key ) > >( std::move( lost ) );
+    std::erase_if( listeners_, []( const auto & each ) { return each.expired(); } );
+    listeners_.push_back( listener );
+    return listener;
+  }
+
+protected:
+  // Whether anybody has heard it.
+  bool tellLost( const Key & key ) const {
+    bool heard = false;
+    for ( const auto & each : std::vector( listeners_ ) ) {
+      if ( const auto listener = each.lock() ) {
+        ( *listener )( key );
+        heard = true;
+      }
+    }
+    return heard;
+  }
+
+private:
+  mutable std::vector< std::weak_ptr< const std::function< void( const Key & key ) > > > listeners_;
 };
 
 } // namespace KezHelper

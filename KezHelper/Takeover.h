@@ -109,6 +109,7 @@ public:
     }
     takeover->inheritedInc( entries_.size() );
     takeover->partIs( *this, rank );
+    lossListener_ = table.onLost( [ this ]( const Key & key ) { entries_.erase( key ); } );
   }
   ~TakeoverTable() override { takeover_->partDel( *this ); }
 
@@ -180,6 +181,7 @@ private:
   const Vex::Ptr< Takeover > takeover_;
   const Remove remove_;
   Vex::Collection< Key, Standing > entries_;
+  typename Table::LossListener lossListener_;
 };
 
 } // namespace KezHelper

@@ -14,9 +14,13 @@
 #include "KezEvpn/KezMacAddrFecRequestSm.h"
 #include "KezEvpn/frame/StateMachine.h"
 #include "KezHelper/Audit.h"
+#include "KezHelper/EsiFilteringDecapHelperLater.h"
 #include "KezHelper/EsiFilteringDecapHelperTakeover.h"
+#include "KezHelper/EvpnFloodingSmHelperLater.h"
 #include "KezHelper/EvpnFloodingSmHelperTakeover.h"
+#include "KezHelper/EvpnHwTunnelIdSmHelperLater.h"
 #include "KezHelper/EvpnHwTunnelIdSmHelperTakeover.h"
+#include "switch/SwitchAnswers.h"
 #include "switch/SwitchEsiFilteringDecapHelper.h"
 #include "switch/SwitchFloodSets.h"
 #include "switch/SwitchFloodingHelper.h"
@@ -116,6 +120,17 @@ private:
     const auto there = standing< T >( ground_.roots, name );
     return hardware( name, there ? there : Vex::makePtr< T >( name, hardware_ ) );
   }
+  // With what was set of an earlier one.
+  Ptr< Switch::SwitchAnswers > switchAnswers() {
+    const auto answers = Vex::makePtr< Switch::SwitchAnswers >(
+        scheduler_->timerWheel(), floodingHelper_, esiFilteringDecapHelper_ );
+    if ( const auto earlier =
+             standing< Switch::SwitchAnswers >( ground_.roots, "switchAnswers" ) ) {
+      answers->answerDelayIs( earlier->answerDelay() );
+      answers->shuffleSeedIs( earlier->shuffleSeed() );
+    }
+    return answers;
+  }
   // Starts it, if it has not started as it was made.
   template< class T > void machine( const Vex::String & name, const Ptr< T > & sm ) {
     roots_.rootIs( Role::machine, name, sm );
@@ -132,12 +147,12 @@ private:
     roots_.rootIs( Role::runtime, "takeover", takeover_ );
     floodSets.takeoverIs( takeover_ );
     macs.takeoverIs( takeover_ );
-    decap_ = Vex::makePtr< KezHelper::EsiFilteringDecapHelperTakeover >(
-        "esiFilteringDecapHelper", takeover_, esiFilteringDecapHelper_ );
-    flooding_ = Vex::makePtr< KezHelper::EvpnFloodingSmHelperTakeover >(
-        "floodingHelper", takeover_, floodingHelper_ );
+    decap_ = Vex::makePtr< KezHelper::EsiFilteringDecapHelperTakeover >( "esiFilteringDecapHelper",
+                                                                         takeover_, decap_ );
+    flooding_ = Vex::makePtr< KezHelper::EvpnFloodingSmHelperTakeover >( "floodingHelper",
+                                                                         takeover_, flooding_ );
     tunnelIds_ = Vex::makePtr< KezHelper::EvpnHwTunnelIdSmHelperTakeover >(
-        "hwTunnelIdHelper", takeover_, hwTunnelIdHelper_, tunnelIdHwTunnelId_ );
+        "hwTunnelIdHelper", takeover_, tunnelIds_, tunnelIdHwTunnelId_ );
   }
 
   // Who publishes before who reads it, so that this one starts over what the other has made of the
@@ -238,13 +253,24 @@ private:
       helper< Switch::SwitchHwTunnelIdHelper >( "hwTunnelIdHelper" );
   const Ptr< Switch::SwitchEsiFilteringDecapHelper > esiFilteringDecapHelper_ =
       helper< Switch::SwitchEsiFilteringDecapHelper >( "esiFilteringDecapHelper" );
-  // What the machines call: these, or what takes over between them.
-  Ptr< KezHelper::EvpnFloodingSmHelper > flooding_ = floodingHelper_;
-  Ptr< KezHelper::EvpnHwTunnelIdSmHelper > tunnelIds_ = hwTunnelIdHelper_;
-  Ptr< KezHelper::EsiFilteringDecapHelper > decap_ = esiFilteringDecapHelper_;
   const Ptr< KezHelper::Takeover > takeover_ = ground_.takeover;
   const Ptr< Loom::TaskScheduler > scheduler_ =
       roots_.rootIs( Role::runtime, "scheduler", ground_.scheduler );
+  const Ptr< Switch::SwitchAnswers > switchAnswers_ = hardware( "switchAnswers", switchAnswers() );
+  const Ptr< KezHelper::LateCalls > lateCalls_ =
+      roots_.rootIs( Role::runtime, "lateCalls", Vex::makePtr< KezHelper::LateCalls >() );
+  // What the machines call: what waits for the switch's answers, or what takes over above that.
+  Ptr< KezHelper::EvpnFloodingSmHelper > flooding_ =
+      Vex::makePtr< KezHelper::EvpnFloodingSmHelperLater >( "floodingHelper", lateCalls_,
+                                                            floodingHelper_, switchAnswers_,
+                                                            switchAnswers_->flooding() );
+  Ptr< KezHelper::EvpnHwTunnelIdSmHelper > tunnelIds_ =
+      Vex::makePtr< KezHelper::EvpnHwTunnelIdSmHelperLater >( "hwTunnelIdHelper", lateCalls_,
+                                                              hwTunnelIdHelper_ );
+  Ptr< KezHelper::EsiFilteringDecapHelper > decap_ =
+      Vex::makePtr< KezHelper::EsiFilteringDecapHelperLater >(
+          "esiFilteringDecapHelper", lateCalls_, esiFilteringDecapHelper_, switchAnswers_,
+          switchAnswers_->esiPortMap() );
   const Ptr< Kez::FecIdToHwFecIdResponse > mplsFloodSetFecResponse_ =
       hardware( "mplsFloodSetFecResponse", Kez::fecIdToHwFecIdResponseFactory() );
   const Ptr< Kez::EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus_ =
@@ -266,10 +292,14 @@ Wiring unwired( const Wiring & earlier, Hardware hardware ) {
   }
   if ( earlier.hardware && hardware == Hardware::stays ) {
     for ( const auto * name :
-          { "floodingHelper", "hwTunnelIdHelper", "esiFilteringDecapHelper" } ) {
+          { "floodingHelper", "hwTunnelIdHelper", "esiFilteringDecapHelper", "switchAnswers" } ) {
       if ( const auto * const helper = earlier.roots.root( name ) ) {
         ground.roots.rootIs( Role::hardware, name, helper->entity );
       }
+    }
+    if ( const auto answers =
+             standing< Switch::SwitchAnswers >( earlier.roots, "switchAnswers" ) ) {
+      answers->carryOutAll();
     }
     ground.hardware = earlier.hardware;
     takeoverIs( ground );

@@ -115,16 +115,26 @@ void ReportPage::machines( const Roots & roots ) {
                          [ & ]( const Root & each ) { return each.entity.get() == entity; } ) -
            roots.begin();
   };
-  const auto references = [ & ]( const Root & root, bool writes ) {
-    std::vector< ptrdiff_t > targets;
-    for ( const auto * attribute : root.entity->fwkType().attributes() ) {
-      if ( attribute->kind == Vex::referenceKind && attribute->writesTarget() == writes ) {
-        const auto index = indexOf( attribute->target( *root.entity ).get() );
-        if ( index < roots.end() - roots.begin() ) {
-          targets.push_back( index );
-        }
+  // What stands between two roots is passed over.
+  const auto addTargets = [ & ]( const Vex::Entity & entity, bool writes,
+                                 std::vector< ptrdiff_t > & targets,
+                                 const auto & addFurther ) -> void {
+    for ( const auto * attribute : entity.fwkType().attributes() ) {
+      if ( attribute->kind != Vex::referenceKind || attribute->writesTarget() != writes ) {
+        continue;
+      }
+      const auto target = attribute->target( entity );
+      const auto index = indexOf( target.get() );
+      if ( index < roots.end() - roots.begin() ) {
+        targets.push_back( index );
+      } else if ( target ) {
+        addFurther( *target, writes, targets, addFurther );
       }
     }
+  };
+  const auto references = [ & ]( const Root & root, bool writes ) {
+    std::vector< ptrdiff_t > targets;
+    addTargets( *root.entity, writes, targets, addTargets );
     return targets;
   };
   array( "roots", [ & ] {

@@ -37,6 +37,7 @@ private:
   void fault();
   void capacity();
   void timing();
+  void late();
   void time();
   void unheard();
   void tunable();
@@ -73,6 +74,7 @@ private:
   const bool updatesEsiData_ =
       oneIn( 2 );                   // where it never does, nothing may outlive its tunnel's id
   const bool follows_ = oneIn( 2 ); // from each start on
+  const bool answersLater_ = oneIn( 2 );
   Lines lines_;
 };
 
@@ -111,6 +113,7 @@ Lines Generator::lines( size_t events ) {
     add( "restart" );
   }
   follow();
+  late();
   if ( oneIn( 2 ) ) { // pools that last for some of the tunnels
     add( "set switch.capacity[hwTunnelIdTypeDefault] " + number( 0, 4 ) );
     add( "set switch.capacity[hwTunnelIdTypeSharedEsi] " + number( 0, 2 ) );
@@ -130,10 +133,12 @@ Lines Generator::lines( size_t events ) {
     }
     if ( oneIn( 30 ) ) {
       add( String( compareLine ) );
+      late();
     }
     if ( oneIn( 120 ) ) {
       add( String( hitlessLine ) );
       follow();
+      late();
     }
   }
   add( String( compareLine ) );
@@ -184,8 +189,10 @@ void Generator::segment() {
     add( "del " + path + any( { "", ".remoteEsiLabel", ".designatedForwarderTep" } ) );
     break;
   case 1:
-    if ( updatesEsiData_ ) {
-      add( "set floodingHelper.updateSupportedOnCreateEsiData " + any( { "true", "false" } ) );
+    if ( updatesEsiData_ ) { // which a chip cannot cease to do while it is at it
+      const bool updates = answersLater_ || oneIn( 2 );
+      add( String( "set floodingHelper.updateSupportedOnCreateEsiData " ) +
+           ( updates ? "true" : "false" ) );
     }
     break;
   default:
@@ -321,6 +328,7 @@ void Generator::capacity() {
 
 void Generator::timing() {
   const auto part = any( { "switchFloodSets", "switchMacs" } );
+  late();
   switch ( below( 3 ) ) {
   case 0:
     add( "set " + part + ".answerDelay " + any( { "0", "0.5", "1.5" } ) );
@@ -330,6 +338,14 @@ void Generator::timing() {
     break;
   default:
     add( "set scheduler.workBudget " + any( { "1", "2", "1000" } ) );
+  }
+}
+
+// The switch comes to answer later, until everything is let come to rest.
+void Generator::late() {
+  if ( answersLater_ ) {
+    add( "set switchAnswers.answerDelay " + any( { "0", "0.5", "1.5", "1.5" } ) );
+    add( "set switchAnswers.shuffleSeed " + number( 0, 9 ) );
   }
 }
 

@@ -33,6 +33,9 @@ template< class Range > std::set< PortVlanKey > keysOf( const Range & range ) {
 Vex::String brokenState( const System & system ) {
   using Bridging::VlanId;
   using Bridging::VlanIdOrNone;
+  if ( system.lateCalls->pending() > 0 ) {
+    return ""; // hardware has yet to become what is on record
+  }
   Differences out;
   const Switch::SimulatedSwitch & hardware = *system.hardware;
   const auto & takeover = system.wiring.takeover;

@@ -357,6 +357,9 @@ String Simulation::compare() {
   }
   auto wrong = brokenState( *system_ ) + audited( false ); // while things are still due
   wrong += settle();
+  if ( system_->lateCalls->pending() > 0 ) {
+    return wrong + "entries are pending though hardware has answered";
+  }
   wrong += brokenInvariants() + differences( *system_, history_ ) + brokenState( *system_ );
   wrong += audited( follows( *system_, history_ ) );
   if ( !wrong.empty() || !complete( *system_, history_ ) ) {
@@ -368,10 +371,12 @@ String Simulation::compare() {
   return reviewEverything();
 }
 
-// An answer that was given stands, also where its FEC finds no room any more.
+// An answer that was given stands, also where its FEC finds no room any more; and a call that is
+// under way may be wrong by then.
 String Simulation::tamper( const String & line ) {
   const bool takesOver = wiring_.takeover && !wiring_.takeover->hasEnded();
-  if ( takesOver || system_->hardware->capacityHas( Switch::Table::fec ) ) {
+  if ( takesOver || system_->hardware->capacityHas( Switch::Table::fec ) ||
+       system_->lateCalls->pending() > 0 ) {
     return "";
   }
   executeInAgent( line );

@@ -34,7 +34,8 @@ inline constexpr std::string_view hitlessLine = "# hitless";
 inline constexpr std::string_view tamperLine = "# tamper ";
 
 // What ends all faults and lets all that is due be done.
-inline const Lines settleLines{ "del switch.fault", "set scheduler.workBudget 1000", "advance 60" };
+inline const Lines settleLines{ "del switch.fault", "set scheduler.workBudget 1000",
+                                "set switchAnswers.answerDelay 0", "advance 60" };
 
 // What makes hardware follow where it lags behind its inputs by rule.
 inline const Lines followLines{ "set evpnFloodingEsiSm.reprogramChangedEsi true",

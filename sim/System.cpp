@@ -45,6 +45,7 @@ System::System( const Agent::Wiring & wiring )
       macHwStatus( at< Kez::MacAddrHwStatus >( wiring, "macAddrHwStatus" ) ),
       switchMacs( at< Switch::SwitchMacs >( wiring, "switchMacs" ) ),
       audit( at< KezHelper::Audit >( wiring, "audit" ) ),
+      lateCalls( at< KezHelper::LateCalls >( wiring, "lateCalls" ) ),
       membershipSm( at< Kez::KezEvpnVlanMembershipSm >( wiring, "kezEvpnVlanMembershipSm" ) ),
       dot1qSm( at< Kez::EvpnFloodingDot1qSm >( wiring, "evpnFloodingDot1qSm" ) ),
       floodFilterSm( at< Kez::KezEvpnFloodFilterSm >( wiring, "kezEvpnFloodFilterSm" ) ),

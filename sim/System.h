@@ -16,6 +16,7 @@
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
 #include "KezEvpn/KezMacAddrFecRequestSm.h"
 #include "KezHelper/Audit.h"
+#include "KezHelper/Later.h"
 #include "agent/Wiring.h"
 #include "switch/SimulatedSwitch.h"
 #include "switch/SwitchFloodSets.h"
@@ -61,6 +62,7 @@ struct System {
   const Vex::Ptr< Switch::SwitchMacs > switchMacs;
 
   const Vex::Ptr< KezHelper::Audit > audit;
+  const Vex::Ptr< KezHelper::LateCalls > lateCalls;
   const Vex::Ptr< Kez::KezEvpnVlanMembershipSm > membershipSm;
   const Vex::Ptr< Kez::EvpnFloodingDot1qSm > dot1qSm;
   const Vex::Ptr< Kez::KezEvpnFloodFilterSm > floodFilterSm;

@@ -137,12 +137,16 @@ void EsiFilteringDecapSm::addAuditParts( KezHelper::AuditParts & out ) {
   sides.remove = [ this ]( IntfId intfId, MplsLabel label ) {
     esiFilteringDecapHelper()->deleteEsiPortMap( label, intfId );
   };
-  // There may be no room to publish it as refused; the backlog needs none.
+  // Without room to publish that it is not programmed it goes to the backlog, which needs none.
   sides.forget = [ this ]( IntfId intfId, MplsLabel ) {
     const auto routeKey = intfRoute( intfId );
     routeEsiFilterViaDel( routeKey );
     intfRouteDel( intfId );
-    lfibTrackingStatus()->routeKeyBacklogIs( routeKey );
+    if ( addRouteToUnprogrammed( routeKey, Mpls::LfibHwProgrammingReturnCode::notProgrammed ) ) {
+      maybeScheduleUnprogrammedReview();
+    } else {
+      lfibTrackingStatus()->routeKeyBacklogIs( routeKey );
+    }
   };
   out.add( std::move( sides ) );
 }

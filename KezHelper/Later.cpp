@@ -1,0 +1,43 @@
+#include "KezHelper/Later.h"
+
+#include "Ringlog/Trace.h"
+
+namespace KezHelper {
+
+static Ringlog::Handle traceHandle( "KezLateCalls" );
+
+void LateCalls::lostInc( const Vex::String & key, bool heard ) {
+  lostIs( lost() + 1 );
+  if ( heard ) {
+    TRACE( 5, "refused after it was accepted: ", key );
+  } else {
+    TRACE( 0, "refused after it was accepted: ", key,
+           ", and nobody hears it: no audit has its table" );
+  }
+}
+
+uint64_t LateCalls::begin() {
+  ended_.push_back( false );
+  return first_ + ended_.size() - 1;
+}
+
+void LateCalls::end( uint64_t number ) {
+  ended_[ number - first_ ] = true;
+  while ( !ended_.empty() && ended_.front() ) {
+    ended_.pop_front();
+    ++first_;
+  }
+  while ( !waiting_.empty() && waiting_.begin()->first <= first_ ) {
+    waiting_.extract( waiting_.begin() ).mapped()();
+  }
+}
+
+void LateCalls::whenEndedBefore( uint64_t number, std::function< void() > next ) {
+  if ( number <= first_ ) {
+    next();
+  } else {
+    waiting_.emplace( number, std::move( next ) );
+  }
+}
+
+} // namespace KezHelper

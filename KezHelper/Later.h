@@ -1,0 +1,412 @@
+// A chip that answers later, behind helpers whose machines are answered at once.
+//
+// What a machine asks for is accepted, as if hardware had done it, and kept: for each key, what is
+// wanted of it. The chip is brought to that call by call:
+//
+//   - Of a key one call at most is outstanding. When its answer comes, the next one is made of what
+//     is wanted by then; what was wanted in between is never called.
+//   - A creation that the chip refuses after it has been accepted is lost: what stood under its key
+//     is removed, and who listens to the table is told (HwTable::onLost). An audit has the machine
+//     try again as if it had been refused at once, so that a host needs one, over all tables.
+//   - A creation waits for the entry that it needs, and the removal of what others use waits until
+//     all calls that were accepted before have been answered.
+//
+// A chip that answers within its call is passed on: the machine gets its answer.
+#pragma once
+
+#include "KezHelper/HwTable.h"
+#include "KezHelper/KezBaseHelper.h"
+#include "Vex/Collection.h"
+
+#include <deque>
+#include <map>
+
+namespace KezHelper {
+
+// What helpers of one chip share: the order of what has been accepted, and what becomes of it.
+class LateCalls : public Vex::Entity {
+  VEX_ENTITY( LateCalls, "KezHelper::LateCalls" )
+  VEX_ATTRIBUTE( 1, pending, uint32_t )     // entries that hardware has not as they are wanted yet
+  VEX_ATTRIBUTE( 2, outstanding, uint32_t ) // calls that the chip has yet to answer
+  VEX_ATTRIBUTE( 3, made, uint64_t )        // calls of the chip
+  VEX_ATTRIBUTE( 4, superseded, uint64_t )  // what was accepted, and no more wanted by its turn
+  VEX_ATTRIBUTE( 5, lost, uint64_t )        // creations that were refused after they were accepted
+  VEX_ATTRIBUTES( pending, outstanding, made, superseded, lost )
+
+public:
+  static constexpr auto vexAccess = Vex::Access::readOnly;
+
+  // For tables: an entry is pending, and no more; a call is made, and is answered.
+  void pendingInc() { pendingIs( pending() + 1 ); }
+  void pendingDec() { pendingIs( pending() - 1 ); }
+  void callIs() {
+    madeIs( made() + 1 );
+    outstandingIs( outstanding() + 1 );
+  }
+  void answerIs() { outstandingIs( outstanding() - 1 ); }
+  void supersededInc() { supersededIs( superseded() + 1 ); }
+  void lostInc( const Vex::String & key, bool heard );
+
+  // A number for what is under way from here on until it has ended.
+  uint64_t begin();
+  void end( uint64_t number );
+  // Runs `next` once all that began before `number` has ended: at once, or within the last end().
+  void whenEndedBefore( uint64_t number, std::function< void() > next );
+  bool isUnderWay() const { return !ended_.empty(); }
+
+private:
+  uint64_t first_ = 1;       // that has not ended
+  std::deque< bool > ended_; // from that on
+  std::multimap< uint64_t, std::function< void() > > waiting_;
+};
+
+template< class Key, class Answer > class LateAnswers {
+public:
+  virtual ~LateAnswers() = default;
+  // Of the outstanding call of the key.
+  virtual void answerIs( const Key & key, Answer answer ) = 0;
+};
+
+// What a chip does for one of its tables. It answers each call once, in any order, within the call
+// or later, on the thread of the machines; a removal cannot fail.
+template< class Key, class Data, class Answer > class LateChip {
+public:
+  virtual ~LateChip() = default;
+  virtual void create( const Key & key, const Data & data ) = 0;
+  virtual void remove( const Key & key, const Data & data ) = 0;
+  // What is being created is wanted no more: it may answer that it has not done so.
+  virtual void cancel( const Key & ) {}
+
+  // Whom it answers; null when nobody waits for answers any more.
+  void answersGoTo( LateAnswers< Key, Answer > * answers ) { answers_ = answers; }
+
+protected:
+  void answer( const Key & key, Answer answer ) {
+    if ( answers_ ) {
+      answers_->answerIs( key, answer );
+    }
+  }
+
+private:
+  LateAnswers< Key, Answer > * answers_ = nullptr;
+};
+
+// Whether what an entry needs is there as it is wanted, or will be, or is not wanted at all.
+enum class LateNeed { there, awaited, missing };
+
+// How one table's calls depend on others.
+template< class Key > struct LateOrder {
+  // When it is awaited `retry( key )` is called once it is there, `lose( key )` when it is lost.
+  std::function< LateNeed( const Key & key ) > need = []( const Key & ) { return LateNeed::there; };
+  // An entry is there as it is wanted; and one is lost.
+  std::function< void( const Key & key ) > created = []( const Key & ) {};
+  std::function< void( const Key & key ) > lost = []( const Key & ) {};
+  bool isUsedByOthers = false;
+  std::function< bool() > writesOver = [] { return false; };
+};
+
+// What a machine asks for of one table, and the calls of the chip that make it so. As hardware's
+// table it has what hardware will have when all that is outstanding has been done.
+template< class Key, class Data, class Answer >
+class LateTable final : public HwTable< Key, Data >, private LateAnswers< Key, Answer > {
+  using Base = HwTable< Key, Data >;
+
+public:
+  using Entry = typename Base::Entry;
+  using Chip = LateChip< Key, Data, Answer >;
+
+  // `done` is the answer of a creation that the chip carried out. What hardware has is read from
+  // `inventory`; without one it is to be empty, and to have what was answered since.
+  LateTable( const Vex::Ptr< LateCalls > & calls, Chip & chip, Answer done, const Base * inventory,
+             LateOrder< Key > order = {} )
+      : calls_( calls ), chip_( chip ), done_( done ), inventory_( inventory ),
+        order_( std::move( order ) ) {
+    if ( inventory_ ) {
+      for ( const auto walk = inventory_->walk(); const auto entry = walk->next(); ) {
+        present( entry->key ) = entry->data;
+      }
+    }
+    chip_.answersGoTo( this );
+  }
+  ~LateTable() override { chip_.answersGoTo( nullptr ); }
+
+  Answer create( const Key & key, const Data & data ) {
+    if ( auto * const standing = openOf( key ) ) {
+      wants( key, *standing, data );
+      return done_;
+    }
+    seeWhatStands( key );
+    Open & open = add( key );
+    open.wanted = data;
+    std::optional< Answer > answer;
+    open.within = &answer;
+    makeCall( key, open, true );
+    if ( !answer ) {
+      open.within = nullptr;
+      return done_;
+    }
+    close( key );
+    return *answer;
+  }
+  void remove( const Key & key, const Data & data ) {
+    if ( auto * const standing = openOf( key ) ) {
+      wants( key, *standing, std::nullopt );
+      return;
+    }
+    present( key ) = data;
+    makeCall( key, add( key ), true );
+  }
+  void retry( const Key & key ) {
+    if ( auto * const open = openOf( key ); open && open->state == State::waits ) {
+      makeCall( key, *open, false );
+    }
+  }
+
+  // Its creation waits for what is lost.
+  void lose( const Key & key ) {
+    if ( auto * const open = openOf( key ); open && open->state == State::waits && open->wanted ) {
+      open->wanted.reset();
+      makeCall( key, *open, false );
+      tellOfLoss( key );
+    }
+  }
+
+  // Whether hardware has the entry as it is wanted, and no call is to remove it.
+  bool stands( const Key & key ) const {
+    const auto * const there = present_.find( key );
+    const auto * const open = openOf( key );
+    const bool removes = open && open->state == State::calls && !open->created;
+    return there && !removes && ( !open || open->wanted == *there );
+  }
+
+  std::optional< Data > find( const Key & key ) const override {
+    if ( const auto * const open = openOf( key ) ) {
+      return open->wanted;
+    }
+    if ( inventory_ ) {
+      return inventory_->find( key );
+    }
+    const auto * const there = present_.find( key );
+    return there ? std::optional( *there ) : std::nullopt;
+  }
+  std::unique_ptr< typename Base::Walk > walk() const override {
+    return std::make_unique< Walk >( *this );
+  }
+
+private:
+  enum class State { waits, calls };
+  struct Open {
+    std::optional< Data > wanted;
+    std::optional< Data > created; // by the outstanding call; none when that removes
+    State state = State::waits;
+    uint64_t number = 0; // of what the outstanding call, or the next, is to fulfil; 0 for none
+    uint64_t next = 0;   // of what was asked for since the outstanding call; 0 for nothing
+    std::optional< Answer > * within = nullptr; // where an answer goes before create() returns
+  };
+
+  // First what is open, then the rest.
+  class Walk final : public Base::Walk {
+  public:
+    explicit Walk( const LateTable & table )
+        : table_( table ), open_( table.open_.range().begin() ),
+          present_( table.present_.range().begin() ),
+          inventory_( table.inventory_ ? table.inventory_->walk() : nullptr ) {}
+
+    std::optional< Entry > next() override {
+      while ( const auto key = nextKey() ) {
+        if ( auto data = table_.find( *key ) ) {
+          return Entry{ *key, std::move( *data ) };
+        }
+      }
+      return std::nullopt;
+    }
+
+  private:
+    std::optional< Key > nextKey() {
+      if ( open_.valid() ) {
+        const auto key = open_.key();
+        ++open_;
+        wasOpen_.add( key );
+        return key;
+      }
+      auto key = nextPresent();
+      while ( key && wasOpen_.has( *key ) ) {
+        key = nextPresent();
+      }
+      return key;
+    }
+    std::optional< Key > nextPresent() {
+      if ( inventory_ ) {
+        const auto entry = inventory_->next();
+        return entry ? std::optional( entry->key ) : std::nullopt;
+      }
+      if ( !present_.valid() ) {
+        return std::nullopt;
+      }
+      const auto key = present_.key();
+      ++present_;
+      return key;
+    }
+
+    const LateTable & table_;
+    decltype( std::declval< const LateTable & >().open_.range().begin() ) open_;
+    decltype( std::declval< const LateTable & >().present_.range().begin() ) present_;
+    const std::unique_ptr< typename Base::Walk > inventory_;
+    Vex::Collection< Key > wasOpen_;
+  };
+
+  // Of what is created: nothing stands there, unless it is to be written over.
+  void seeWhatStands( const Key & key ) {
+    const auto there = order_.writesOver() && inventory_ ? inventory_->find( key ) : std::nullopt;
+    if ( there ) {
+      present( key ) = *there;
+    } else if ( !order_.writesOver() || inventory_ ) {
+      present_.erase( key );
+    }
+  }
+
+  Open * openOf( const Key & key ) const {
+    const auto * const open = open_.find( key );
+    return open ? open->get() : nullptr;
+  }
+  Open & add( const Key & key ) {
+    calls_->pendingInc();
+    return **open_.findOrAdd( key, [] { return std::make_unique< Open >(); } ).first;
+  }
+  Data & present( const Key & key ) {
+    return *present_.findOrAdd( key, [] { return Data(); } ).first;
+  }
+
+  // Of an entry that is open: what is wanted of it is another thing from now on.
+  void wants( const Key & key, Open & open, const std::optional< Data > & wanted ) {
+    if ( open.wanted == wanted ) {
+      return;
+    }
+    open.wanted = wanted;
+    if ( open.state == State::waits ) {
+      calls_->supersededInc();
+      makeCall( key, open, false );
+    } else if ( open.next > 0 ) {
+      calls_->supersededInc();
+    } else {
+      open.next = calls_->begin();
+      if ( open.created ) {
+        chip_.cancel( key );
+      }
+    }
+  }
+
+  // The next call that brings the chip to what is wanted, unless it is there or what comes before
+  // has yet to happen. What a machine has just asked for is called in any case.
+  void makeCall( const Key key, Open & open, bool asked ) {
+    const auto * const there = present_.find( key );
+    if ( !asked && open.wanted == ( there ? std::optional( *there ) : std::nullopt ) ) {
+      close( key );
+      return;
+    }
+    const bool creates = open.wanted && ( asked || !there || order_.writesOver() );
+    const auto need = creates ? order_.need( key ) : LateNeed::there;
+    if ( need == LateNeed::missing && !asked ) {
+      lose( key );
+      return;
+    }
+    if ( need == LateNeed::awaited ) {
+      if ( const auto number = std::exchange( open.number, 0 ) ) {
+        calls_->end( number );
+      }
+      return;
+    }
+    if ( open.number == 0 ) {
+      open.number = calls_->begin();
+    }
+    if ( creates ) {
+      call( open, open.wanted );
+      chip_.create( key, Data( *open.wanted ) );
+    } else if ( order_.isUsedByOthers ) {
+      const auto removeIt = [ this, key, number = open.number, alive = std::weak_ptr( alive_ ) ] {
+        if ( !alive.expired() ) {
+          removeUnlessChanged( key, number );
+        }
+      };
+      calls_->whenEndedBefore( open.number, removeIt );
+    } else {
+      removeNow( key, open );
+    }
+  }
+  void removeUnlessChanged( const Key & key, uint64_t number ) {
+    auto * const open = openOf( key );
+    if ( open && open->number == number && open->state == State::waits ) {
+      removeNow( key, *open );
+    }
+  }
+  void removeNow( const Key & key, Open & open ) {
+    call( open, std::nullopt );
+    chip_.remove( key, Data( present( key ) ) );
+  }
+  void call( Open & open, const std::optional< Data > & created ) {
+    open.state = State::calls;
+    open.created = created;
+    calls_->callIs();
+  }
+
+  void answerIs( const Key & answered, Answer answer ) override {
+    const Key key = answered;
+    auto * const open = openOf( key );
+    if ( !open || open->state != State::calls ) {
+      Kez::KezBaseHelper::kezAssert( "an answer for " + Vex::briefText( key ) +
+                                     ", of which no call is outstanding" );
+    }
+    calls_->answerIs();
+    open->state = State::waits;
+    const bool done = answer == done_;
+    if ( open->created && done ) {
+      present( key ) = *open->created;
+    } else if ( !open->created ) {
+      if ( !done ) {
+        Kez::KezBaseHelper::kezAssert( "the removal of " + Vex::briefText( key ) + " was refused" );
+      }
+      present_.erase( key );
+    }
+    if ( open->within ) {
+      *open->within = answer;
+      return;
+    }
+    const bool lost = open->created && !done && open->next == 0;
+    if ( lost ) {
+      open->wanted.reset();
+    }
+    const auto number = std::exchange( open->number, std::exchange( open->next, 0 ) );
+    makeCall( key, *open, false );
+    calls_->end( number );
+    if ( lost ) {
+      tellOfLoss( key );
+    }
+  }
+  void tellOfLoss( const Key & key ) {
+    calls_->lostInc( Vex::briefText( key ), this->tellLost( key ) );
+    order_.lost( key );
+  }
+
+  void close( const Key key ) {
+    const auto number = openOf( key )->number;
+    open_.erase( key );
+    calls_->pendingDec();
+    if ( present_.has( key ) ) {
+      order_.created( key );
+    }
+    if ( number > 0 ) {
+      calls_->end( number );
+    }
+  }
+
+  const Vex::Ptr< LateCalls > calls_;
+  Chip & chip_;
+  const Answer done_;
+  const Base * const inventory_;
+  const LateOrder< Key > order_;
+  Vex::Collection< Key, Data > present_; // in hardware, by what it answered
+  Vex::Collection< Key, std::unique_ptr< Open > > open_;
+  const std::shared_ptr< const bool > alive_ = std::make_shared< const bool >( true );
+};
+
+} // namespace KezHelper

@@ -1,0 +1,253 @@
+#include "KezHelper/EvpnFloodingSmHelperLater.h"
+#include "KezHelper/EvpnHwTunnelIdSmHelperLater.h"
+#include "agent/Shell.h"
+#include "switch/SwitchHwTunnelIdHelper.h"
+
+#include "Vex/Clock.h"
+
+#include <gmock/gmock.h>
+
+#include <sstream>
+
+using Kez::HwProgrammingStatus;
+using KezHelper::LateCalls;
+using KezHelper::LateOrder;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using Answer = HwProgrammingStatus;
+
+// Answers a call when it is told to.
+class Chip final : public KezHelper::LateChip< uint32_t, uint32_t, Answer > {
+public:
+  void create( const uint32_t & key, const uint32_t & data ) override {
+    said( "create " + std::to_string( key ) + "=" + std::to_string( data ), key );
+  }
+  void remove( const uint32_t & key, const uint32_t & data ) override {
+    said( "remove " + std::to_string( key ) + "=" + std::to_string( data ), key );
+  }
+  void cancel( const uint32_t & key ) override {
+    calls.push_back( "cancel " + std::to_string( key ) );
+  }
+  void answerIs( uint32_t key, Answer answer = Answer::programmed ) { this->answer( key, answer ); }
+
+  std::vector< std::string > takeCalls() { return std::exchange( calls, {} ); }
+
+  std::optional< Answer > atOnce;
+  std::vector< std::string > calls;
+
+private:
+  void said( const std::string & call, uint32_t key ) {
+    calls.push_back( call );
+    if ( atOnce ) {
+      this->answer( key, *atOnce );
+    }
+  }
+};
+
+struct LateTableTest : testing::Test {
+  using Table = KezHelper::LateTable< uint32_t, uint32_t, Answer >;
+
+  Vex::Ptr< LateCalls > calls = Vex::makePtr< LateCalls >();
+  Chip chip;
+  Table table{ calls, chip, Answer::programmed, nullptr };
+  std::vector< uint32_t > lost;
+  Table::LossListener listener =
+      table.onLost( [ this ]( uint32_t key ) { lost.push_back( key ); } );
+
+  std::map< uint32_t, uint32_t > entries( const Table & of ) {
+    std::map< uint32_t, uint32_t > all;
+    for ( const auto walk = of.walk(); const auto entry = walk->next(); ) {
+      EXPECT_TRUE( all.emplace( entry->key, entry->data ).second ) << entry->key << " comes twice";
+    }
+    return all;
+  }
+};
+
+TEST_F( LateTableTest, OneCallAKeyIsOutstandingAndTheNextIsOfWhatIsWantedByThen ) {
+  EXPECT_EQ( table.create( 1, 10 ), Answer::programmed );
+  EXPECT_EQ( table.create( 2, 20 ), Answer::programmed );
+  table.remove( 1, 10 );
+  EXPECT_EQ( table.create( 1, 11 ), Answer::programmed );
+  table.remove( 1, 11 );
+  EXPECT_EQ( table.create( 1, 12 ), Answer::programmed );
+  EXPECT_THAT( chip.takeCalls(), ElementsAre( "create 1=10", "create 2=20", "cancel 1" ) );
+  EXPECT_THAT( entries( table ), ElementsAre( std::pair( 1, 12 ), std::pair( 2, 20 ) ) );
+  chip.answerIs( 1 );
+  EXPECT_THAT( chip.takeCalls(), ElementsAre( "remove 1=10" ) );
+  chip.answerIs( 2 );
+  chip.answerIs( 1 );
+  EXPECT_THAT( chip.takeCalls(), ElementsAre( "create 1=12" ) );
+  EXPECT_EQ( calls->outstanding(), 1u );
+  chip.answerIs( 1 );
+  EXPECT_EQ( calls->pending(), 0u );
+  EXPECT_FALSE( calls->isUnderWay() );
+  EXPECT_THAT( entries( table ), ElementsAre( std::pair( 1, 12 ), std::pair( 2, 20 ) ) );
+  // What is wanted again as it is needs no call, and what a machine asks for is called.
+  table.remove( 2, 20 );
+  chip.takeCalls();
+  table.create( 2, 20 );
+  table.remove( 2, 20 );
+  chip.answerIs( 2 );
+  EXPECT_THAT( chip.takeCalls(), IsEmpty() );
+  EXPECT_THAT( entries( table ), ElementsAre( std::pair( 1, 12 ) ) );
+  table.create( 1, 12 );
+  EXPECT_THAT( chip.takeCalls(), ElementsAre( "create 1=12" ) );
+}
+
+TEST_F( LateTableTest, ACreationThatIsRefusedLateIsLostUnlessItIsWantedNoMore ) {
+  table.create( 1, 10 );
+  chip.answerIs( 1, Answer::notProgrammed );
+  EXPECT_THAT( lost, ElementsAre( 1 ) );
+  EXPECT_FALSE( table.find( 1 ) );
+  EXPECT_EQ( calls->pending(), 0u );
+  EXPECT_EQ( calls->lost(), 1u );
+  table.create( 1, 10 );
+  table.remove( 1, 10 );
+  chip.takeCalls();
+  chip.answerIs( 1, Answer::notProgrammed );
+  EXPECT_THAT( chip.takeCalls(), IsEmpty() );
+  EXPECT_EQ( lost.size(), 1u );
+  // Wanted again meanwhile, it is tried again.
+  table.create( 1, 10 );
+  table.remove( 1, 10 );
+  table.create( 1, 10 );
+  chip.takeCalls();
+  chip.answerIs( 1, Answer::notProgrammed );
+  EXPECT_THAT( chip.takeCalls(), ElementsAre( "create 1=10" ) );
+  EXPECT_EQ( lost.size(), 1u );
+  // Within the call it is an answer like others.
+  chip.answerIs( 1 );
+  chip.atOnce = Answer::notProgrammed;
+  EXPECT_EQ( table.create( 2, 20 ), Answer::notProgrammed );
+  EXPECT_EQ( lost.size(), 1u );
+  EXPECT_EQ( calls->pending(), 0u );
+}
+
+TEST_F( LateTableTest, WhatStoodUnderALostUpdateIsRemoved ) {
+  LateOrder< uint32_t > order;
+  order.writesOver = [] { return true; };
+  Chip other;
+  Table over( calls, other, Answer::programmed, nullptr, order );
+  over.create( 3, 30 );
+  other.answerIs( 3 );
+  over.create( 3, 31 );
+  other.takeCalls();
+  other.answerIs( 3, Answer::notProgrammed );
+  EXPECT_THAT( other.takeCalls(), ElementsAre( "remove 3=30" ) );
+  over.create( 3, 32 );
+  other.answerIs( 3 );
+  EXPECT_THAT( other.takeCalls(), ElementsAre( "create 3=32" ) );
+  // An update that comes to be wanted meanwhile is written over, not removed first.
+  over.create( 3, 33 );
+  other.answerIs( 3 );
+  over.create( 3, 34 );
+  over.create( 3, 35 );
+  other.takeCalls();
+  other.answerIs( 3 );
+  EXPECT_THAT( other.takeCalls(), ElementsAre( "create 3=35" ) );
+}
+
+TEST_F( LateTableTest, WhatOthersUseIsRemovedAfterAllThatWasAcceptedBefore ) {
+  Chip shared;
+  LateOrder< uint32_t > order;
+  order.isUsedByOthers = true;
+  Table used( calls, shared, Answer::programmed, nullptr, order );
+  shared.atOnce = Answer::programmed;
+  used.create( 1, 1 );
+  shared.takeCalls();
+  table.create( 5, 50 );
+  table.create( 6, 60 );
+  used.remove( 1, 1 );
+  table.create( 7, 70 );
+  table.remove( 6, 60 );
+  EXPECT_THAT( shared.takeCalls(), IsEmpty() );
+  chip.answerIs( 6 );
+  EXPECT_THAT( shared.takeCalls(), IsEmpty() );
+  chip.answerIs( 5 );
+  EXPECT_THAT( shared.takeCalls(), ElementsAre( "remove 1=1" ) );
+  EXPECT_EQ( calls->pending(), 2u ); // the later creation and removal
+  // Wanted again before its turn it stays.
+  used.create( 2, 2 );
+  used.remove( 2, 2 );
+  used.create( 2, 2 );
+  chip.answerIs( 6 );
+  chip.answerIs( 7 );
+  EXPECT_THAT( shared.takeCalls(), ElementsAre( "create 2=2" ) );
+  EXPECT_EQ( calls->pending(), 0u );
+}
+
+TEST_F( LateTableTest, AnAnswerNeedsACall ) {
+  EXPECT_DEATH( chip.answerIs( 9 ), "an answer for 9, of which no call is outstanding" );
+  chip.atOnce = Answer::notProgrammed;
+  EXPECT_DEATH( table.remove( 1, 10 ), "the removal of 1 was refused" );
+}
+
+// Ids rest until nothing that was accepted before names them, and tunnels keep theirs meanwhile.
+TEST_F( LateTableTest, AHardwareTunnelIdRests ) {
+  const auto hardware = Vex::makePtr< Switch::SimulatedSwitch >();
+  const auto pools = Vex::makePtr< Switch::SwitchHwTunnelIdHelper >( "ids", hardware );
+  const auto later = Vex::makePtr< KezHelper::EvpnHwTunnelIdSmHelperLater >( "ids", calls, pools );
+  const auto first = later->getHwTunnelIdForTunnel( Kez::hwTunnelIdTypeDefault, 1 );
+  const auto second = later->getHwTunnelIdForTunnel( Kez::hwTunnelIdTypeDefault, 2 );
+  later->releaseHwTunnelId( first );
+  EXPECT_FALSE( later->idsStay() );
+  table.create( 1, 10 );
+  later->releaseHwTunnelId( second );
+  EXPECT_TRUE( later->idsStay() );
+  EXPECT_FALSE( later->hwTunnelIdsInUse()->find( second ) );
+  EXPECT_FALSE( later->hwTunnelIdsInUse()->walk()->next() );
+  EXPECT_EQ( later->getHwTunnelIdForTunnel( Kez::hwTunnelIdTypeDefault, 3 ), first );
+  chip.answerIs( 1 );
+  EXPECT_FALSE( later->idsStay() );
+  EXPECT_EQ( later->getHwTunnelIdForTunnel( Kez::hwTunnelIdTypeDefault, 4 ), second );
+  EXPECT_EQ( hardware->refusalCounts(), 0u );
+}
+
+// The agent over a switch that answers later.
+struct LateAgentTest : testing::Test {
+  LateAgentTest() : wiring( wireAtZero() ), shell( wiring, out, errors ) {}
+  static Agent::Wiring wireAtZero() {
+    Vex::Clock::virtualIs( 0 );
+    return Agent::wire();
+  }
+  void execute( const char * line ) {
+    shell.execute( line, line );
+    EXPECT_EQ( errors.str(), "" ) << line;
+  }
+
+  Agent::Wiring wiring;
+  std::ostringstream out;
+  std::ostringstream errors;
+  Agent::Shell shell;
+};
+
+TEST_F( LateAgentTest, WhatIsRefusedLaterIsTriedAgainAsIfItHadBeenRefused ) {
+  execute( "set switchAnswers.answerDelay 1" );
+  execute( "set evpnStatus.evpnVlanFloodStatus[10].floodFilter[Ethernet3]" );
+  execute( "set evpnStatus.vlanToDot1q[10] 110" );
+  const auto & hardware = *wiring.hardware;
+  const KezHelper::PortVlanKey port( Wire::IntfId( "Ethernet3" ), Wire::IntfId( "Ethernet3" ), 10 );
+  EXPECT_FALSE( hardware.nonDfPort( port ) );
+  execute( "expect kezEvpnFloodFilterSm.programmedStatus[Ethernet3,10].programmed[Ethernet3]" );
+  execute( "set switch.fault[createNonDfPort].nextCalls 1" );
+  execute( "set switch.fault[createVlan].nextCalls 1" );
+  execute( "advance 1" );
+  execute( "expect kezEvpnFloodFilterSm.unprogrammedFilter[Ethernet3,10]" );
+  execute( "expect no switch.vlan[10]" );
+  execute( "audit" );
+  execute( "advance 7" );
+  EXPECT_TRUE( hardware.nonDfPort( port ) );
+  execute( "expect switch.vlan[10] 110" );
+  execute( "expect lateCalls.lost 2" );
+  // An agent that ends with calls outstanding leaves what hardware makes of them to the next one.
+  execute( "set evpnStatus.evpnVlanFloodStatus[10].floodFilter[Ethernet4]" );
+  execute( "restart hitless" );
+  execute( "advance 10" );
+  execute( "expect switch.nonDfPort[Ethernet4,Ethernet4,10]" );
+  execute( "expect lateCalls.made 0" );
+}
+
+} // namespace
