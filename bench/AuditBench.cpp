@@ -1,6 +1,8 @@
 // A round of an audit over dot1q mappings, against the start that programmed them, both over the
 // simulated switch. Times are per mapping.
+#include "Dot1qInputs.h"
 #include "Ratio.h"
+#include "Settle.h"
 
 #include "KezEvpn/KezEvpnFloodingDot1qSm.h"
 #include "KezHelper/Audit.h"
@@ -10,39 +12,13 @@
 
 namespace {
 
-constexpr uint16_t vlans = 4000;
-
-void settle( Loom::TaskScheduler & scheduler ) {
-  while ( const auto deadline = scheduler.nextDeadline() ) {
-    Vex::Clock::advanceTo( std::max( *deadline, Vex::Clock::now() ) );
-    scheduler.runReady();
-  }
-}
-
-// Every interface is a member of each VLAN.
-struct Inputs {
-  explicit Inputs( uint32_t intfs ) {
-    for ( uint16_t vlan = 1; vlan <= vlans; ++vlan ) {
-      evpnStatus->vlanToDot1qIs( vlan, uint32_t( vlan ) );
-      const auto members = evpnVlanStatus->vlanStatusIs( vlan );
-      for ( uint32_t i = 1; i <= intfs; ++i ) {
-        members->memberIs( Wire::IntfId( "Ethernet" + std::to_string( i ) ) );
-      }
-    }
-  }
-
-  Vex::Ptr< Evpn::EvpnStatus > evpnStatus = Vex::makePtr< Evpn::EvpnStatus >();
-  Vex::Ptr< Kez::EvpnVlanStatus > evpnVlanStatus = Kez::evpnVlanStatusFactory();
-  Vex::Ptr< Kez::EvpnLagMemberInfo > lags = Kez::evpnLagMemberInfoFactory();
-};
-
 struct Agent {
-  explicit Agent( const Inputs & inputs ) {
+  explicit Agent( const Bench::Dot1qInputs & inputs ) {
     Vex::Clock::virtualIs( 0 );
     sm = Kez::evpnFloodingDot1qSmFactory( helper, scheduler, inputs.lags, inputs.evpnVlanStatus,
                                           inputs.evpnStatus, nullptr );
     sm->handleInitialized();
-    settle( *scheduler );
+    Bench::settle( *scheduler );
   }
 
   Vex::Ptr< Loom::TaskScheduler > scheduler = Vex::makePtr< Loom::TaskScheduler >();
@@ -53,8 +29,7 @@ struct Agent {
 };
 
 void auditRound( benchmark::State & state ) {
-  const auto intfs = static_cast< uint32_t >( state.range( 0 ) );
-  const Inputs inputs( intfs );
+  const Bench::Dot1qInputs inputs( 4000, static_cast< uint32_t >( state.range( 0 ) ) );
   const Agent agent( inputs );
   const auto audit = Vex::makePtr< KezHelper::Audit >( agent.scheduler, nullptr );
   KezHelper::AuditParts parts;
@@ -62,7 +37,7 @@ void auditRound( benchmark::State & state ) {
   audit->partsAre( agent.sm, std::move( parts ) );
   double longestTurn = 0;
   Bench::compare(
-      state, double( vlans ) * intfs,
+      state, double( inputs.mappings ),
       [ & ] {
         audit->begin( false );
         while ( audit->isUnderWay() ) {

@@ -2,6 +2,7 @@
 // loop that makes the same helper calls and keeps the same per-port status in std::unordered_maps.
 // Times are per port.
 #include "Ratio.h"
+#include "Settle.h"
 
 #include "KezEvpn/KezEvpnFloodFilterSm.h"
 #include "KezEvpn/KezEvpnFloodingDot1qSm.h"
@@ -93,13 +94,6 @@ struct Interfaces {
   size_t portCount = 0; // of one VLAN
 };
 
-void settle( Loom::TaskScheduler & scheduler ) {
-  while ( const auto deadline = scheduler.nextDeadline() ) {
-    Vex::Clock::advanceTo( std::max( *deadline, Vex::Clock::now() ) );
-    scheduler.runReady();
-  }
-}
-
 constexpr uint64_t pairOf( Wire::IntfId intf, Bridging::VlanId vlan ) {
   return intf.vexWord() << 12 | vlan.value(); // enough of the word to tell these interfaces apart
 }
@@ -146,7 +140,7 @@ struct Dot1qInputs {
     auto sm = Kez::evpnFloodingDot1qSmFactory( helper, scheduler, interfaces.lagInfo,
                                                evpnVlanStatus, evpnStatus, nullptr );
     sm->handleInitialized();
-    settle( *scheduler );
+    Bench::settle( *scheduler );
     return sm;
   }
 
@@ -326,7 +320,7 @@ void lagMemberChange( benchmark::State & state ) {
       some.portDel( *all.begin() );
       for ( const auto & ports : { some, all } ) {
         interfaces.lagInfo->lagToPortIs( lag, ports );
-        settle( *sm->scheduler() );
+        Bench::settle( *sm->scheduler() );
       }
     }
     Interfaces interfaces;
