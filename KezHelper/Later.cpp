@@ -6,6 +6,16 @@ namespace KezHelper {
 
 static Ringlog::Handle traceHandle( "KezLateCalls" );
 
+LateCalls::Run::Run( const Vex::Ptr< Loom::TaskScheduler > & scheduler, LateCalls & owner )
+    : Task( scheduler, 2, "lateCalls" ), owner_( owner ) {}
+
+LateCalls::LateCalls( const Vex::Ptr< Loom::TaskScheduler > & scheduler )
+    : run_( Vex::makePtr< Run >( scheduler, *this ) ) {}
+
+LateCalls::~LateCalls() {
+  run_->cancel();
+}
+
 void LateCalls::lostInc( const Vex::String & key, bool heard ) {
   lostIs( lost() + 1 );
   if ( heard ) {
@@ -28,7 +38,7 @@ void LateCalls::end( uint64_t number ) {
     ++first_;
   }
   while ( !waiting_.empty() && waiting_.begin()->first <= first_ ) {
-    waiting_.extract( waiting_.begin() ).mapped()();
+    later( std::move( waiting_.extract( waiting_.begin() ).mapped() ) );
   }
 }
 
@@ -37,6 +47,24 @@ void LateCalls::whenEndedBefore( uint64_t number, std::function< void() > next )
     next();
   } else {
     waiting_.emplace( number, std::move( next ) );
+  }
+}
+
+void LateCalls::later( std::function< void() > next ) {
+  due_.push_back( std::move( next ) );
+  run_->scheduleNow();
+}
+
+void LateCalls::go() {
+  while ( !due_.empty() ) {
+    const auto next = std::move( due_.front() );
+    due_.pop_front();
+    next();
+    run_->taskWorkInc();
+    if ( run_->taskShouldYield() && !due_.empty() ) {
+      run_->scheduleNow();
+      return;
+    }
   }
 }
 

@@ -6,8 +6,9 @@
 //   - Of a key one call at most is outstanding. When its answer comes, the next one is made of what
 //     is wanted by then; what was wanted in between is never called.
 //   - A creation that the chip refuses after it has been accepted is lost: what stood under its key
-//     is removed, and who listens to the table is told (HwTable::onLost). An audit has the machine
-//     try again as if it had been refused at once, so that a host needs one, over all tables.
+//     is removed, and who listens to the table is told later (HwTable::onLost). An audit has the
+//     machine try again as if it had been refused at once, so that a host needs one, over all
+//     tables.
 //   - A creation waits for the entry that it needs, and the removal of what others use waits until
 //     all calls that were accepted before have been answered.
 //
@@ -16,6 +17,7 @@
 
 #include "KezHelper/HwTable.h"
 #include "KezHelper/KezBaseHelper.h"
+#include "Loom/Task.h"
 #include "Vex/Collection.h"
 
 #include <deque>
@@ -36,6 +38,9 @@ class LateCalls : public Vex::Entity {
 public:
   static constexpr auto vexAccess = Vex::Access::readOnly;
 
+  explicit LateCalls( const Vex::Ptr< Loom::TaskScheduler > & scheduler );
+  ~LateCalls() override;
+
   // For tables: an entry is pending, and no more; a call is made, and is answered.
   void pendingInc() { pendingIs( pending() + 1 ); }
   void pendingDec() { pendingIs( pending() - 1 ); }
@@ -50,14 +55,29 @@ public:
   // A number for what is under way from here on until it has ended.
   uint64_t begin();
   void end( uint64_t number );
-  // Runs `next` once all that began before `number` has ended: at once, or within the last end().
+  // Runs `next` once all that began before `number` has ended: at once, or later().
   void whenEndedBefore( uint64_t number, std::function< void() > next );
   bool isUnderWay() const { return !ended_.empty(); }
+  // From a task of its own, not within what a machine has called.
+  void later( std::function< void() > next );
 
 private:
+  class Run final : public Loom::Task {
+  public:
+    Run( const Vex::Ptr< Loom::TaskScheduler > & scheduler, LateCalls & owner );
+
+  private:
+    void run() override { owner_.go(); }
+    LateCalls & owner_;
+  };
+
+  void go();
+
   uint64_t first_ = 1;       // that has not ended
   std::deque< bool > ended_; // from that on
   std::multimap< uint64_t, std::function< void() > > waiting_;
+  std::deque< std::function< void() > > due_;
+  const Vex::Ptr< Run > run_;
 };
 
 template< class Key, class Answer > class LateAnswers {
@@ -131,6 +151,7 @@ public:
   ~LateTable() override { chip_.answersGoTo( nullptr ); }
 
   Answer create( const Key & key, const Data & data ) {
+    isLostNoMore( key );
     if ( auto * const standing = openOf( key ) ) {
       wants( key, *standing, data );
       return done_;
@@ -149,6 +170,9 @@ public:
     return *answer;
   }
   void remove( const Key & key, const Data & data ) {
+    if ( isLostNoMore( key ) ) {
+      return;
+    }
     if ( auto * const standing = openOf( key ) ) {
       wants( key, *standing, std::nullopt );
       return;
@@ -167,7 +191,7 @@ public:
     if ( auto * const open = openOf( key ); open && open->state == State::waits && open->wanted ) {
       open->wanted.reset();
       makeCall( key, *open, false );
-      tellOfLoss( key );
+      isLost( key );
     }
   }
 
@@ -379,12 +403,28 @@ private:
     makeCall( key, *open, false );
     calls_->end( number );
     if ( lost ) {
-      tellOfLoss( key );
+      isLost( key );
     }
   }
-  void tellOfLoss( const Key & key ) {
-    calls_->lostInc( Vex::briefText( key ), this->tellLost( key ) );
-    order_.lost( key );
+
+  // A machine has it on record until it is told.
+  void isLost( const Key & key ) {
+    lost_.add( key );
+    calls_->pendingInc();
+    calls_->later( [ this, key, alive = std::weak_ptr( alive_ ) ] {
+      if ( !alive.expired() && isLostNoMore( key ) ) {
+        calls_->lostInc( Vex::briefText( key ), this->tellLost( key ) );
+        order_.lost( key );
+      }
+    } );
+  }
+  // Whether it was, and nobody has been told.
+  bool isLostNoMore( const Key & key ) {
+    const bool was = lost_.erase( key );
+    if ( was ) {
+      calls_->pendingDec();
+    }
+    return was;
   }
 
   void close( const Key key ) {
@@ -406,6 +446,7 @@ private:
   const LateOrder< Key > order_;
   Vex::Collection< Key, Data > present_; // in hardware, by what it answered
   Vex::Collection< Key, std::unique_ptr< Open > > open_;
+  Vex::Collection< Key > lost_; // whose listeners have yet to be told
   const std::shared_ptr< const bool > alive_ = std::make_shared< const bool >( true );
 };
 

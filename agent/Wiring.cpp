@@ -257,8 +257,8 @@ private:
   const Ptr< Loom::TaskScheduler > scheduler_ =
       roots_.rootIs( Role::runtime, "scheduler", ground_.scheduler );
   const Ptr< Switch::SwitchAnswers > switchAnswers_ = hardware( "switchAnswers", switchAnswers() );
-  const Ptr< KezHelper::LateCalls > lateCalls_ =
-      roots_.rootIs( Role::runtime, "lateCalls", Vex::makePtr< KezHelper::LateCalls >() );
+  const Ptr< KezHelper::LateCalls > lateCalls_ = roots_.rootIs(
+      Role::runtime, "lateCalls", Vex::makePtr< KezHelper::LateCalls >( scheduler_ ) );
   // What the machines call: what waits for the switch's answers, or what takes over above that.
   Ptr< KezHelper::EvpnFloodingSmHelper > flooding_ =
       Vex::makePtr< KezHelper::EvpnFloodingSmHelperLater >( "floodingHelper", lateCalls_,

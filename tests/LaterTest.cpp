@@ -50,9 +50,16 @@ private:
 struct LateTableTest : testing::Test {
   using Table = KezHelper::LateTable< uint32_t, uint32_t, Answer >;
 
-  Vex::Ptr< LateCalls > calls = Vex::makePtr< LateCalls >();
+  Vex::Ptr< Loom::TaskScheduler > scheduler = Vex::makePtr< Loom::TaskScheduler >();
+  Vex::Ptr< LateCalls > calls = Vex::makePtr< LateCalls >( scheduler );
   Chip chip;
   Table table{ calls, chip, Answer::programmed, nullptr };
+  // Answers, and what comes of that in the next turn.
+  void answerIs( Chip & of, uint32_t key, Answer answer = Answer::programmed ) {
+    of.answerIs( key, answer );
+    scheduler->runReady();
+  }
+
   std::vector< uint32_t > lost;
   Table::LossListener listener =
       table.onLost( [ this ]( uint32_t key ) { lost.push_back( key ); } );
@@ -75,13 +82,13 @@ TEST_F( LateTableTest, OneCallAKeyIsOutstandingAndTheNextIsOfWhatIsWantedByThen 
   EXPECT_EQ( table.create( 1, 12 ), Answer::programmed );
   EXPECT_THAT( chip.takeCalls(), ElementsAre( "create 1=10", "create 2=20", "cancel 1" ) );
   EXPECT_THAT( entries( table ), ElementsAre( std::pair( 1, 12 ), std::pair( 2, 20 ) ) );
-  chip.answerIs( 1 );
+  answerIs( chip, 1 );
   EXPECT_THAT( chip.takeCalls(), ElementsAre( "remove 1=10" ) );
-  chip.answerIs( 2 );
-  chip.answerIs( 1 );
+  answerIs( chip, 2 );
+  answerIs( chip, 1 );
   EXPECT_THAT( chip.takeCalls(), ElementsAre( "create 1=12" ) );
   EXPECT_EQ( calls->outstanding(), 1u );
-  chip.answerIs( 1 );
+  answerIs( chip, 1 );
   EXPECT_EQ( calls->pending(), 0u );
   EXPECT_FALSE( calls->isUnderWay() );
   EXPECT_THAT( entries( table ), ElementsAre( std::pair( 1, 12 ), std::pair( 2, 20 ) ) );
@@ -90,7 +97,7 @@ TEST_F( LateTableTest, OneCallAKeyIsOutstandingAndTheNextIsOfWhatIsWantedByThen 
   chip.takeCalls();
   table.create( 2, 20 );
   table.remove( 2, 20 );
-  chip.answerIs( 2 );
+  answerIs( chip, 2 );
   EXPECT_THAT( chip.takeCalls(), IsEmpty() );
   EXPECT_THAT( entries( table ), ElementsAre( std::pair( 1, 12 ) ) );
   table.create( 1, 12 );
@@ -99,7 +106,7 @@ TEST_F( LateTableTest, OneCallAKeyIsOutstandingAndTheNextIsOfWhatIsWantedByThen 
 
 TEST_F( LateTableTest, ACreationThatIsRefusedLateIsLostUnlessItIsWantedNoMore ) {
   table.create( 1, 10 );
-  chip.answerIs( 1, Answer::notProgrammed );
+  answerIs( chip, 1, Answer::notProgrammed );
   EXPECT_THAT( lost, ElementsAre( 1 ) );
   EXPECT_FALSE( table.find( 1 ) );
   EXPECT_EQ( calls->pending(), 0u );
@@ -107,19 +114,33 @@ TEST_F( LateTableTest, ACreationThatIsRefusedLateIsLostUnlessItIsWantedNoMore ) 
   table.create( 1, 10 );
   table.remove( 1, 10 );
   chip.takeCalls();
-  chip.answerIs( 1, Answer::notProgrammed );
+  answerIs( chip, 1, Answer::notProgrammed );
   EXPECT_THAT( chip.takeCalls(), IsEmpty() );
+  EXPECT_EQ( lost.size(), 1u );
+  // What a machine withdraws or asks for anew before it is told is lost no more.
+  table.create( 1, 10 );
+  chip.answerIs( 1, Answer::notProgrammed );
+  table.remove( 1, 10 );
+  scheduler->runReady();
+  table.create( 1, 10 );
+  chip.answerIs( 1, Answer::notProgrammed );
+  table.create( 1, 10 );
+  answerIs( chip, 1 );
+  table.remove( 1, 10 );
+  answerIs( chip, 1 );
+  EXPECT_THAT( chip.takeCalls(),
+               ElementsAre( "create 1=10", "create 1=10", "create 1=10", "remove 1=10" ) );
   EXPECT_EQ( lost.size(), 1u );
   // Wanted again meanwhile, it is tried again.
   table.create( 1, 10 );
   table.remove( 1, 10 );
   table.create( 1, 10 );
   chip.takeCalls();
-  chip.answerIs( 1, Answer::notProgrammed );
+  answerIs( chip, 1, Answer::notProgrammed );
   EXPECT_THAT( chip.takeCalls(), ElementsAre( "create 1=10" ) );
   EXPECT_EQ( lost.size(), 1u );
   // Within the call it is an answer like others.
-  chip.answerIs( 1 );
+  answerIs( chip, 1 );
   chip.atOnce = Answer::notProgrammed;
   EXPECT_EQ( table.create( 2, 20 ), Answer::notProgrammed );
   EXPECT_EQ( lost.size(), 1u );
@@ -132,21 +153,21 @@ TEST_F( LateTableTest, WhatStoodUnderALostUpdateIsRemoved ) {
   Chip other;
   Table over( calls, other, Answer::programmed, nullptr, order );
   over.create( 3, 30 );
-  other.answerIs( 3 );
+  answerIs( other, 3 );
   over.create( 3, 31 );
   other.takeCalls();
-  other.answerIs( 3, Answer::notProgrammed );
+  answerIs( other, 3, Answer::notProgrammed );
   EXPECT_THAT( other.takeCalls(), ElementsAre( "remove 3=30" ) );
   over.create( 3, 32 );
-  other.answerIs( 3 );
+  answerIs( other, 3 );
   EXPECT_THAT( other.takeCalls(), ElementsAre( "create 3=32" ) );
   // An update that comes to be wanted meanwhile is written over, not removed first.
   over.create( 3, 33 );
-  other.answerIs( 3 );
+  answerIs( other, 3 );
   over.create( 3, 34 );
   over.create( 3, 35 );
   other.takeCalls();
-  other.answerIs( 3 );
+  answerIs( other, 3 );
   EXPECT_THAT( other.takeCalls(), ElementsAre( "create 3=35" ) );
 }
 
@@ -164,17 +185,17 @@ TEST_F( LateTableTest, WhatOthersUseIsRemovedAfterAllThatWasAcceptedBefore ) {
   table.create( 7, 70 );
   table.remove( 6, 60 );
   EXPECT_THAT( shared.takeCalls(), IsEmpty() );
-  chip.answerIs( 6 );
+  answerIs( chip, 6 );
   EXPECT_THAT( shared.takeCalls(), IsEmpty() );
-  chip.answerIs( 5 );
+  answerIs( chip, 5 );
   EXPECT_THAT( shared.takeCalls(), ElementsAre( "remove 1=1" ) );
   EXPECT_EQ( calls->pending(), 2u ); // the later creation and removal
   // Wanted again before its turn it stays.
   used.create( 2, 2 );
   used.remove( 2, 2 );
   used.create( 2, 2 );
-  chip.answerIs( 6 );
-  chip.answerIs( 7 );
+  answerIs( chip, 6 );
+  answerIs( chip, 7 );
   EXPECT_THAT( shared.takeCalls(), ElementsAre( "create 2=2" ) );
   EXPECT_EQ( calls->pending(), 0u );
 }
@@ -200,7 +221,7 @@ TEST_F( LateTableTest, AHardwareTunnelIdRests ) {
   EXPECT_FALSE( later->hwTunnelIdsInUse()->find( second ) );
   EXPECT_FALSE( later->hwTunnelIdsInUse()->walk()->next() );
   EXPECT_EQ( later->getHwTunnelIdForTunnel( Kez::hwTunnelIdTypeDefault, 3 ), first );
-  chip.answerIs( 1 );
+  answerIs( chip, 1 );
   EXPECT_FALSE( later->idsStay() );
   EXPECT_EQ( later->getHwTunnelIdForTunnel( Kez::hwTunnelIdTypeDefault, 4 ), second );
   EXPECT_EQ( hardware->refusalCounts(), 0u );
