@@ -47,11 +47,10 @@ LateOrder< PortVlanKey > EvpnFloodingSmHelperLater::mappingOrder() {
     if ( vlan_.stands( key.vlanId ) ) {
       return LateNeed::there;
     }
-    if ( !vlan_.find( key.vlanId ) ) {
-      return LateNeed::missing;
-    }
+    return vlan_.find( key.vlanId ) ? LateNeed::awaited : LateNeed::missing;
+  };
+  order.await = [ this ]( const PortVlanKey & key ) {
     mappingsWaiting_[ key.vlanId ].push_back( key );
-    return LateNeed::awaited;
   };
   return order;
 }

@@ -116,8 +116,9 @@ enum class LateNeed { there, awaited, missing };
 
 // How one table's calls depend on others.
 template< class Key > struct LateOrder {
-  // When it is awaited `retry( key )` is called once it is there, `lose( key )` when it is lost.
   std::function< LateNeed( const Key & key ) > need = []( const Key & ) { return LateNeed::there; };
+  // `retry( key )` is to be called once it is there, `lose( key )` when it is lost.
+  std::function< void( const Key & key ) > await = []( const Key & ) {};
   // An entry is there as it is wanted; and one is lost.
   std::function< void( const Key & key ) > created = []( const Key & ) {};
   std::function< void( const Key & key ) > lost = []( const Key & ) {};
@@ -154,6 +155,10 @@ public:
     isLostNoMore( key );
     if ( auto * const standing = openOf( key ) ) {
       wants( key, *standing, data );
+      return done_;
+    }
+    if ( order_.need( key ) == LateNeed::missing ) {
+      isLost( key ); // with what it needs, of which the machine has yet to hear
       return done_;
     }
     seeWhatStands( key );
@@ -330,11 +335,12 @@ private:
     }
     const bool creates = open.wanted && ( asked || !there || order_.writesOver() );
     const auto need = creates ? order_.need( key ) : LateNeed::there;
-    if ( need == LateNeed::missing && !asked ) {
+    if ( need == LateNeed::missing ) {
       lose( key );
       return;
     }
     if ( need == LateNeed::awaited ) {
+      order_.await( key );
       if ( const auto number = std::exchange( open.number, 0 ) ) {
         calls_->end( number );
       }

@@ -271,4 +271,28 @@ TEST_F( LateAgentTest, WhatIsRefusedLaterIsTriedAgainAsIfItHadBeenRefused ) {
   execute( "expect lateCalls.made 0" );
 }
 
+TEST_F( LateAgentTest, AMappingWaitsForItsVlanAndIsLostWithIt ) {
+  execute( "set switch.capacity[vlan] 0" );
+  execute( "set vlanStatusDir.vlanStatus[2].vlanPortStatus[Port-Channel1] blocking" );
+  execute( "set switchAnswers.answerDelay 0.5" );
+  execute( "set evpnStatus.vlanToDot1q[2] 0" );
+  execute( "advance 5" );
+  execute( "set lagConfigDir.lagConfig[Port-Channel1].member[Ethernet2] portProgRx" );
+  execute( "advance 7" );
+  execute( "expect no switch.dot1qMapping" );
+  execute( "expect no switch.refusalCount" );
+  execute( "del switch.capacity" );
+  execute( "advance 20" );
+  execute( "expect switch.dot1qMapping[Port-Channel1,Ethernet2,2] 0" );
+  // A VLAN that goes is removed after its mappings, whatever the switch does first.
+  execute( "set switchAnswers.shuffleSeed 8" );
+  execute( "del evpnStatus.vlanToDot1q[2]" );
+  execute( "advance 0.1" );
+  execute( "set evpnStatus.vlanToDot1q[2] 0" );
+  execute( "advance 20" );
+  execute( "expect switch.dot1qMapping[Port-Channel1,Ethernet2,2] 0" );
+  execute( "expect no switch.refusalCount" );
+  execute( "expect lateCalls.pending 0" );
+}
+
 } // namespace
