@@ -29,8 +29,8 @@ void EvpnFloodingSmHelperLater::forEachWaiting( Bridging::VlanId vlanId, const a
   }
 }
 
-LateOrder< Bridging::VlanId > EvpnFloodingSmHelperLater::vlanOrder() {
-  LateOrder< Bridging::VlanId > order;
+EvpnFloodingSmHelperLater::VlanOrder EvpnFloodingSmHelperLater::vlanOrder() {
+  VlanOrder order;
   order.isUsedByOthers = true;
   order.created = [ this ]( Bridging::VlanId vlanId ) {
     forEachWaiting( vlanId, [ this ]( const auto & key ) { dot1qMapping_.retry( key ); } );
@@ -41,13 +41,14 @@ LateOrder< Bridging::VlanId > EvpnFloodingSmHelperLater::vlanOrder() {
   return order;
 }
 
-LateOrder< PortVlanKey > EvpnFloodingSmHelperLater::mappingOrder() {
-  LateOrder< PortVlanKey > order;
-  order.need = [ this ]( const PortVlanKey & key ) {
-    if ( vlan_.stands( key.vlanId ) ) {
-      return LateNeed::there;
-    }
-    return vlan_.find( key.vlanId ) ? LateNeed::awaited : LateNeed::missing;
+EvpnFloodingSmHelperLater::MappingOrder EvpnFloodingSmHelperLater::mappingOrder() {
+  MappingOrder order;
+  // The VLAN with the same tag.
+  order.need = [ this ]( const PortVlanKey & key, Bridging::VlanIdOrNone dot1q ) {
+    const auto wanted = vlan_.find( key.vlanId );
+    return !wanted                                         ? LateNeed::missing
+           : wanted == dot1q && vlan_.stands( key.vlanId ) ? LateNeed::there
+                                                           : LateNeed::awaited;
   };
   order.await = [ this ]( const PortVlanKey & key ) {
     mappingsWaiting_[ key.vlanId ].push_back( key );
@@ -55,8 +56,8 @@ LateOrder< PortVlanKey > EvpnFloodingSmHelperLater::mappingOrder() {
   return order;
 }
 
-LateOrder< PortVlanKey > EvpnFloodingSmHelperLater::esiDataOrder() {
-  LateOrder< PortVlanKey > order;
+EvpnFloodingSmHelperLater::EsiDataOrder EvpnFloodingSmHelperLater::esiDataOrder() {
+  EsiDataOrder order;
   order.writesOver = [ this ] { return updateSupportedOnCreateEsiData(); };
   return order;
 }

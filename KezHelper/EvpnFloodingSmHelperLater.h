@@ -65,9 +65,12 @@ private:
   }
 
   void forEachWaiting( Bridging::VlanId vlanId, const auto & what );
-  LateOrder< Bridging::VlanId > vlanOrder();
-  LateOrder< PortVlanKey > mappingOrder();
-  LateOrder< PortVlanKey > esiDataOrder();
+  using VlanOrder = LateOrder< Bridging::VlanId, Bridging::VlanIdOrNone >;
+  using MappingOrder = LateOrder< PortVlanKey, Bridging::VlanIdOrNone >;
+  using EsiDataOrder = LateOrder< PortVlanKey, EsiData >;
+  VlanOrder vlanOrder();
+  MappingOrder mappingOrder();
+  EsiDataOrder esiDataOrder();
 
   const Vex::Ptr< const Vex::Entity > owner_;
   std::map< Bridging::VlanId, std::vector< PortVlanKey > > mappingsWaiting_; // for the VLAN

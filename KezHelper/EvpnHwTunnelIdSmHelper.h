@@ -15,7 +15,8 @@ class EvpnHwTunnelIdSmHelper : public Kez::KezBaseHelper {
   // wait for one are looked at again.
   VEX_ATTRIBUTE( 50, idsFreed, uint64_t )
   // While it is set tunnels keep the ids that they have: what asks for them, and for which type, is
-  // not known of all yet.
+  // not known of all yet, or ids that were given back cannot be had again yet. A machine that
+  // starts while it is set goes on with those that are in use.
   VEX_ATTRIBUTE( 51, idsStay, bool )
   VEX_ATTRIBUTES( idsFreed, idsStay )
 

@@ -26,12 +26,13 @@ void EvpnHwTunnelIdSmHelperLater::releaseHwTunnelId( const HwTunnelId & hwTunnel
   restingIs( hwTunnelId );
   idsStayIs( true );
   const auto number = calls_->begin();
-  calls_->whenEndedBefore( number, [ this, hwTunnelId, number, alive = std::weak_ptr( alive_ ) ] {
-    if ( !alive.expired() ) {
-      giveBack( hwTunnelId );
-      calls_->end( number );
-    }
-  } );
+  calls_->whenEndedBefore(
+      number, [ this, hwTunnelId, number, alive = std::weak_ptr( alive_ ), calls = calls_.get() ] {
+        if ( !alive.expired() ) {
+          giveBack( hwTunnelId );
+        }
+        calls->end( number );
+      } );
 }
 
 void EvpnHwTunnelIdSmHelperLater::giveBack( const HwTunnelId & hwTunnelId ) {

@@ -1,7 +1,7 @@
 // The hardware tunnel id helper beside a chip that answers later; see KezHelper/Later.h. Ids are
 // handed out at once. One that is given back rests until all calls that were accepted before have
-// been answered, so that no entry of hardware names it any more when it is handed out again;
-// meanwhile tunnels keep the ids that they have.
+// been answered, so that none of them is to name it, or to take away what does, when it is handed
+// out again; meanwhile tunnels keep the ids that they have.
 #pragma once
 
 #include "KezHelper/EvpnHwTunnelIdSmHelper.h"

@@ -19,9 +19,9 @@ LateCalls::~LateCalls() {
 void LateCalls::lostInc( const Vex::String & key, bool heard ) {
   lostIs( lost() + 1 );
   if ( heard ) {
-    TRACE( 5, "refused after it was accepted: ", key );
+    TRACE( 5, "lost after it was accepted: ", key );
   } else {
-    TRACE( 0, "refused after it was accepted: ", key,
+    TRACE( 0, "lost after it was accepted: ", key,
            ", and nobody hears it: no audit has its table" );
   }
 }

@@ -32,7 +32,7 @@ class LateCalls : public Vex::Entity {
   VEX_ATTRIBUTE( 2, outstanding, uint32_t ) // calls that the chip has yet to answer
   VEX_ATTRIBUTE( 3, made, uint64_t )        // calls of the chip
   VEX_ATTRIBUTE( 4, superseded, uint64_t )  // what was accepted, and no more wanted by its turn
-  VEX_ATTRIBUTE( 5, lost, uint64_t )        // creations that were refused after they were accepted
+  VEX_ATTRIBUTE( 5, lost, uint64_t )        // that machines were told of
   VEX_ATTRIBUTES( pending, outstanding, made, superseded, lost )
 
 public:
@@ -88,17 +88,25 @@ public:
 };
 
 // What a chip does for one of its tables. It answers each call once, in any order, within the call
-// or later, on the thread of the machines; a removal cannot fail.
+// or later, on the thread of the machines; a removal cannot fail. An answer may lead to the next
+// call of its key, and to calls of other tables, before it returns.
 template< class Key, class Data, class Answer > class LateChip {
 public:
   virtual ~LateChip() = default;
   virtual void create( const Key & key, const Data & data ) = 0;
   virtual void remove( const Key & key, const Data & data ) = 0;
-  // What is being created is wanted no more: it may answer that it has not done so.
+  // What is being created is wanted no more, or with other data: it may answer that it has not done
+  // so, and has what stood before.
   virtual void cancel( const Key & ) {}
 
-  // Whom it answers; null when nobody waits for answers any more.
-  void answersGoTo( LateAnswers< Key, Answer > * answers ) { answers_ = answers; }
+  // Whom it answers; and that this one waits for answers no more. What an earlier one has called is
+  // answered, or forgotten, by then.
+  void answersGoTo( LateAnswers< Key, Answer > & answers ) { answers_ = &answers; }
+  void answersEnd( const LateAnswers< Key, Answer > & answers ) {
+    if ( answers_ == &answers ) {
+      answers_ = nullptr;
+    }
+  }
 
 protected:
   void answer( const Key & key, Answer answer ) {
@@ -115,8 +123,9 @@ private:
 enum class LateNeed { there, awaited, missing };
 
 // How one table's calls depend on others.
-template< class Key > struct LateOrder {
-  std::function< LateNeed( const Key & key ) > need = []( const Key & ) { return LateNeed::there; };
+template< class Key, class Data > struct LateOrder {
+  std::function< LateNeed( const Key & key, const Data & data ) > need =
+      []( const Key &, const Data & ) { return LateNeed::there; };
   // `retry( key )` is to be called once it is there, `lose( key )` when it is lost.
   std::function< void( const Key & key ) > await = []( const Key & ) {};
   // An entry is there as it is wanted; and one is lost.
@@ -139,7 +148,7 @@ public:
   // `done` is the answer of a creation that the chip carried out. What hardware has is read from
   // `inventory`; without one it is to be empty, and to have what was answered since.
   LateTable( const Vex::Ptr< LateCalls > & calls, Chip & chip, Answer done, const Base * inventory,
-             LateOrder< Key > order = {} )
+             LateOrder< Key, Data > order = {} )
       : calls_( calls ), chip_( chip ), done_( done ), inventory_( inventory ),
         order_( std::move( order ) ) {
     if ( inventory_ ) {
@@ -147,9 +156,18 @@ public:
         present( entry->key ) = entry->data;
       }
     }
-    chip_.answersGoTo( this );
+    chip_.answersGoTo( *this );
   }
-  ~LateTable() override { chip_.answersGoTo( nullptr ); }
+  ~LateTable() override {
+    chip_.answersEnd( *this );
+    KeyWalk open( open_.range() );
+    while ( const auto key = open.next() ) {
+      abandon( *openOf( *key ) );
+    }
+    for ( auto count = lost_.size(); count > 0; --count ) {
+      calls_->pendingDec();
+    }
+  }
 
   Answer create( const Key & key, const Data & data ) {
     isLostNoMore( key );
@@ -157,7 +175,7 @@ public:
       wants( key, *standing, data );
       return done_;
     }
-    if ( order_.need( key ) == LateNeed::missing ) {
+    if ( order_.need( key, data ) == LateNeed::missing ) {
       isLost( key ); // with what it needs, of which the machine has yet to hear
       return done_;
     }
@@ -233,13 +251,26 @@ private:
     std::optional< Answer > * within = nullptr; // where an answer goes before create() returns
   };
 
+  // One pass over the keys of a collection; it stands on a key only while that is handed out.
+  template< class Range > class KeyWalk {
+  public:
+    explicit KeyWalk( const Range & range ) : walk_( range.begin() ) {}
+    std::optional< Key > next() {
+      if ( std::exchange( begun_, true ) ) {
+        ++walk_;
+      }
+      return walk_.valid() ? std::optional( walk_.key() ) : std::nullopt;
+    }
+
+  private:
+    decltype( std::declval< const Range & >().begin() ) walk_;
+    bool begun_ = false;
+  };
+
   // First what is open, then the rest.
   class Walk final : public Base::Walk {
   public:
-    explicit Walk( const LateTable & table )
-        : table_( table ), open_( table.open_.range().begin() ),
-          present_( table.present_.range().begin() ),
-          inventory_( table.inventory_ ? table.inventory_->walk() : nullptr ) {}
+    explicit Walk( const LateTable & table ) : table_( table ), open_( table.open_.range() ) {}
 
     std::optional< Entry > next() override {
       while ( const auto key = nextKey() ) {
@@ -252,11 +283,17 @@ private:
 
   private:
     std::optional< Key > nextKey() {
-      if ( open_.valid() ) {
-        const auto key = open_.key();
-        ++open_;
-        wasOpen_.add( key );
-        return key;
+      if ( !openEnded_ ) {
+        if ( const auto key = open_.next() ) {
+          wasOpen_.add( *key );
+          return key;
+        }
+        openEnded_ = true;
+        if ( table_.inventory_ ) {
+          inventory_ = table_.inventory_->walk();
+        } else {
+          present_.emplace( table_.present_.range() );
+        }
       }
       auto key = nextPresent();
       while ( key && wasOpen_.has( *key ) ) {
@@ -265,22 +302,19 @@ private:
       return key;
     }
     std::optional< Key > nextPresent() {
-      if ( inventory_ ) {
-        const auto entry = inventory_->next();
-        return entry ? std::optional( entry->key ) : std::nullopt;
+      if ( present_ ) {
+        return present_->next();
       }
-      if ( !present_.valid() ) {
-        return std::nullopt;
-      }
-      const auto key = present_.key();
-      ++present_;
-      return key;
+      const auto entry = inventory_->next();
+      return entry ? std::optional( entry->key ) : std::nullopt;
     }
 
     const LateTable & table_;
-    decltype( std::declval< const LateTable & >().open_.range().begin() ) open_;
-    decltype( std::declval< const LateTable & >().present_.range().begin() ) present_;
-    const std::unique_ptr< typename Base::Walk > inventory_;
+    KeyWalk< decltype( std::declval< const LateTable & >().open_.range() ) > open_;
+    bool openEnded_ = false;
+    std::unique_ptr< typename Base::Walk > inventory_;
+    std::optional< KeyWalk< decltype( std::declval< const LateTable & >().present_.range() ) > >
+        present_;
     Vex::Collection< Key > wasOpen_;
   };
 
@@ -334,7 +368,7 @@ private:
       return;
     }
     const bool creates = open.wanted && ( asked || !there || order_.writesOver() );
-    const auto need = creates ? order_.need( key ) : LateNeed::there;
+    const auto need = creates ? order_.need( key, *open.wanted ) : LateNeed::there;
     if ( need == LateNeed::missing ) {
       lose( key );
       return;
@@ -405,9 +439,14 @@ private:
     if ( lost ) {
       open->wanted.reset();
     }
-    const auto number = std::exchange( open->number, std::exchange( open->next, 0 ) );
+    // What was to be written over stands, and is under way as before until it is gone.
+    const bool oldStands = open->created && !done && present_.has( key );
+    const auto next = std::exchange( open->next, 0 );
+    const auto ended = oldStands ? next : std::exchange( open->number, next );
     makeCall( key, *open, false );
-    calls_->end( number );
+    if ( ended > 0 ) {
+      calls_->end( ended );
+    }
     if ( lost ) {
       isLost( key );
     }
@@ -433,6 +472,19 @@ private:
     return was;
   }
 
+  // What others wait for waits no more.
+  void abandon( const Open & open ) {
+    calls_->pendingDec();
+    if ( open.state == State::calls ) {
+      calls_->answerIs();
+    }
+    for ( const auto number : { open.number, open.next } ) {
+      if ( number > 0 ) {
+        calls_->end( number );
+      }
+    }
+  }
+
   void close( const Key key ) {
     const auto number = openOf( key )->number;
     open_.erase( key );
@@ -449,7 +501,7 @@ private:
   Chip & chip_;
   const Answer done_;
   const Base * const inventory_;
-  const LateOrder< Key > order_;
+  const LateOrder< Key, Data > order_;
   Vex::Collection< Key, Data > present_; // in hardware, by what it answered
   Vex::Collection< Key, std::unique_ptr< Open > > open_;
   Vex::Collection< Key > lost_; // whose listeners have yet to be told

@@ -72,11 +72,11 @@ private:
 
   private:
     void call( const Key & key, std::function< Answer() > carryOut ) {
+      VEX_ASSERT( !numbers_.contains( key ) ); // one call a key is outstanding
       if ( owner_.answerDelay() == 0 ) {
         this->answer( key, carryOut() );
         return;
       }
-      VEX_ASSERT( !numbers_.contains( key ) ); // one call a key is outstanding
       const auto answer = std::make_shared< Answer >( done_ );
       numbers_[ key ] = owner_.callIs( { [ answer, carryOut ] { *answer = carryOut(); },
                                          [ this, key, answer ] {

@@ -141,6 +141,9 @@ HwProgrammingStatus SwitchFloodingHelper::createVlanToDot1qMapping( IntfId paren
     wrong = { isThere };
   } else if ( !hardware.vlanHas( vlanId ) ) {
     wrong = { "VLAN " + Vex::text( vlanId ) + " is not there" };
+  } else if ( hardware.vlan( vlanId ) != dot1q ) {
+    wrong = { "VLAN " + Vex::text( vlanId ) + " has dot1q " +
+              Vex::text( hardware.vlan( vlanId ) ) };
   }
   return create( hardware, Operation::createVlanToDot1qMapping, there, wrong, tagged( key, dot1q ),
                  [ & ] { hardware.dot1qMappingIs( key, dot1q ); } );

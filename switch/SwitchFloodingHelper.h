@@ -2,7 +2,8 @@
 //
 //   - a creation of what is there, but of a VLAN with the tag that it has and, where
 //     `updateSupportedOnCreateEsiData` is set, of ESI data, which it updates;
-//   - a mapping on a VLAN that is not there, and ESI data with an invalid hardware tunnel id;
+//   - a mapping on a VLAN that is not there or has another tag, and ESI data with an invalid
+//   hardware tunnel id;
 //   - a deletion of what is not there or has another tag.
 //
 // A VLAN may be deleted before its mappings, which stand until each is deleted. Every call is

@@ -148,7 +148,7 @@ TEST_F( LateTableTest, ACreationThatIsRefusedLateIsLostUnlessItIsWantedNoMore ) 
 }
 
 TEST_F( LateTableTest, WhatStoodUnderALostUpdateIsRemoved ) {
-  LateOrder< uint32_t > order;
+  LateOrder< uint32_t, uint32_t > order;
   order.writesOver = [] { return true; };
   Chip other;
   Table over( calls, other, Answer::programmed, nullptr, order );
@@ -173,7 +173,7 @@ TEST_F( LateTableTest, WhatStoodUnderALostUpdateIsRemoved ) {
 
 TEST_F( LateTableTest, WhatOthersUseIsRemovedAfterAllThatWasAcceptedBefore ) {
   Chip shared;
-  LateOrder< uint32_t > order;
+  LateOrder< uint32_t, uint32_t > order;
   order.isUsedByOthers = true;
   Table used( calls, shared, Answer::programmed, nullptr, order );
   shared.atOnce = Answer::programmed;
@@ -198,6 +198,67 @@ TEST_F( LateTableTest, WhatOthersUseIsRemovedAfterAllThatWasAcceptedBefore ) {
   answerIs( chip, 7 );
   EXPECT_THAT( shared.takeCalls(), ElementsAre( "create 2=2" ) );
   EXPECT_EQ( calls->pending(), 0u );
+}
+
+TEST_F( LateTableTest, WhatStandsUnderALostUpdateIsUnderWayUntilItIsGone ) {
+  LateOrder< uint32_t, uint32_t > order;
+  order.writesOver = [] { return true; };
+  Chip other;
+  Table over( calls, other, Answer::programmed, nullptr, order );
+  LateOrder< uint32_t, uint32_t > sharedOrder;
+  sharedOrder.isUsedByOthers = true;
+  Chip shared;
+  Table used( calls, shared, Answer::programmed, nullptr, sharedOrder );
+  used.create( 1, 1 );
+  answerIs( shared, 1 );
+  over.create( 3, 30 );
+  answerIs( other, 3 );
+  over.create( 3, 31 );
+  used.remove( 1, 1 );
+  shared.takeCalls();
+  answerIs( other, 3, Answer::notProgrammed );
+  EXPECT_THAT( shared.takeCalls(), IsEmpty() );
+  answerIs( other, 3 );
+  EXPECT_THAT( shared.takeCalls(), ElementsAre( "remove 1=1" ) );
+}
+
+TEST_F( LateTableTest, AWalkComesOnceToWhatSettlesMeanwhile ) {
+  for ( uint32_t key = 1; key <= 4; ++key ) {
+    table.create( key, key );
+  }
+  answerIs( chip, 4 );
+  const auto walk = table.walk();
+  EXPECT_EQ( walk->next()->key, 1u );
+  for ( uint32_t key = 1; key <= 3; ++key ) {
+    answerIs( chip, key );
+  }
+  std::vector< uint32_t > rest;
+  while ( const auto entry = walk->next() ) {
+    rest.push_back( entry->key );
+  }
+  EXPECT_THAT( rest, testing::UnorderedElementsAre( 2, 3, 4 ) );
+}
+
+// What an adapter leaves is waited for no more, and its chip answers another one.
+TEST_F( LateTableTest, ATableMayEndWithCallsOutstanding ) {
+  Chip shared;
+  LateOrder< uint32_t, uint32_t > order;
+  order.isUsedByOthers = true;
+  Table used( calls, shared, Answer::programmed, nullptr, order );
+  used.create( 1, 1 );
+  answerIs( shared, 1 );
+  Chip other;
+  {
+    Table earlier( calls, other, Answer::programmed, nullptr );
+    earlier.create( 2, 2 );
+    used.remove( 1, 1 );
+    other.answerIs( 2, Answer::notProgrammed );
+    earlier.create( 3, 3 );
+  }
+  scheduler->runReady();
+  EXPECT_THAT( shared.takeCalls(), ElementsAre( "create 1=1", "remove 1=1" ) );
+  EXPECT_EQ( calls->outstanding(), 1u );
+  EXPECT_EQ( calls->pending(), 1u );
 }
 
 TEST_F( LateTableTest, AnAnswerNeedsACall ) {

@@ -143,6 +143,7 @@ void EsiFilteringDecapSm::addAuditParts( KezHelper::AuditParts & out ) {
     routeEsiFilterViaDel( routeKey );
     intfRouteDel( intfId );
     if ( addRouteToUnprogrammed( routeKey, Mpls::LfibHwProgrammingReturnCode::notProgrammed ) ) {
+      parking_.settle( routeKey, waitsForHardware( routeKey ) );
       maybeScheduleUnprogrammedReview();
     } else {
       lfibTrackingStatus()->routeKeyBacklogIs( routeKey );

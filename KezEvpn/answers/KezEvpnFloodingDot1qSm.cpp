@@ -146,6 +146,7 @@ void EvpnFloodingDot1qSm::addAuditParts( KezHelper::AuditParts & out ) {
     sides.forget = [ this ]( VlanId vlanId, VlanIdOrNone ) {
       programmedDot1qDel( vlanId );
       parking_.park( vlanLevelKey( vlanId ) );
+      parking_.settle( vlanLevelKey( vlanId ) );
     };
     out.add( std::move( sides ) );
   }

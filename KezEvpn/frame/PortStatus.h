@@ -170,6 +170,7 @@ public:
       dropPort( *status, port, [] {} );
       status->unprogrammedIs( port );
       parking_.park( key );
+      parking_.settle( key );
     }
   }
 
