@@ -217,7 +217,7 @@ size_t residentBytes() {
   return resident * static_cast< size_t >( sysconf( _SC_PAGESIZE ) );
 }
 
-// Against the flat keys and values of what has a member a host: the published FEC, the chain, the
+// Against the flat keys and values of what is known of a host: its published FEC, its chain, the
 // chain's host, and what hardware has. First of all, while no memory has been given back.
 void bytesAHost( benchmark::State & state ) {
   const auto hosts = static_cast< uint32_t >( state.range( 0 ) );

@@ -1,4 +1,4 @@
-#include "KezHelper/Later.h"
+#include "KezHelper/LateCalls.h"
 
 #include "Ringlog/Trace.h"
 
