@@ -112,7 +112,7 @@ public:
   }
 
   Answer create( const Key & key, const Data & data ) {
-    isLostNoMore( key );
+    const bool wasLost = isLostNoMore( key );
     if ( auto * const standing = openOf( key ) ) {
       wants( key, *standing, data );
       return done_;
@@ -132,6 +132,9 @@ public:
       return done_;
     }
     close( key );
+    if ( wasLost && *answer != done_ ) {
+      isLost( key ); // the machine takes what it updates to stand
+    }
     return *answer;
   }
   void remove( const Key & key, const Data & data ) {

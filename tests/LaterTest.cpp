@@ -131,6 +131,15 @@ TEST_F( LateTableTest, ACreationThatIsRefusedLateIsLostUnlessItIsWantedNoMore ) 
   EXPECT_THAT( chip.takeCalls(),
                ElementsAre( "create 1=10", "create 1=10", "create 1=10", "remove 1=10" ) );
   EXPECT_EQ( lost.size(), 1u );
+  // A machine that updates what is lost, and is refused at once, is still to hear of it.
+  table.create( 1, 10 );
+  chip.answerIs( 1, Answer::notProgrammed );
+  chip.atOnce = Answer::notProgrammed;
+  EXPECT_EQ( table.create( 1, 11 ), Answer::notProgrammed );
+  scheduler->runReady();
+  EXPECT_EQ( lost.size(), 2u );
+  chip.atOnce.reset();
+  lost.pop_back();
   // Wanted again meanwhile, it is tried again.
   table.create( 1, 10 );
   table.remove( 1, 10 );
