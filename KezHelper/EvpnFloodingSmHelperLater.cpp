@@ -35,7 +35,7 @@ EvpnFloodingSmHelperLater::VlanOrder EvpnFloodingSmHelperLater::vlanOrder() {
   order.created = [ this ]( Bridging::VlanId vlanId ) {
     forEachWaiting( vlanId, [ this ]( const auto & key ) { dot1qMapping_.retry( key ); } );
   };
-  order.lost = [ this ]( Bridging::VlanId vlanId ) {
+  order.absent = [ this ]( Bridging::VlanId vlanId ) {
     forEachWaiting( vlanId, [ this ]( const auto & key ) { dot1qMapping_.lose( key ); } );
   };
   return order;

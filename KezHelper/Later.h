@@ -68,11 +68,11 @@ enum class LateNeed { there, awaited, missing };
 template< class Key, class Data > struct LateOrder {
   std::function< LateNeed( const Key & key, const Data & data ) > need =
       []( const Key &, const Data & ) { return LateNeed::there; };
-  // `retry( key )` is to be called once it is there, `lose( key )` when it is lost.
+  // `retry( key )` is to be called once it is there, `lose( key )` when it is wanted no more.
   std::function< void( const Key & key ) > await = []( const Key & ) {};
-  // An entry is there as it is wanted; and one is lost.
+  // An entry is there as it is wanted; and one is not, nor wanted.
   std::function< void( const Key & key ) > created = []( const Key & ) {};
-  std::function< void( const Key & key ) > lost = []( const Key & ) {};
+  std::function< void( const Key & key ) > absent = []( const Key & ) {};
   bool isUsedByOthers = false;
   std::function< bool() > writesOver = [] { return false; };
 };
@@ -154,7 +154,7 @@ public:
     }
   }
 
-  // Its creation waits for what is lost.
+  // Its creation waits for what will not be there.
   void lose( const Key & key ) {
     if ( auto * const open = openOf( key ); open && open->state == State::waits && open->wanted ) {
       open->wanted.reset();
@@ -388,12 +388,12 @@ private:
     const bool oldStands = open->created && !done && present_.has( key );
     const auto next = std::exchange( open->next, 0 );
     const auto ended = oldStands ? next : std::exchange( open->number, next );
+    if ( lost ) {
+      isLost( key ); // before those that need it
+    }
     makeCall( key, *open, false );
     if ( ended > 0 ) {
       calls_->end( ended );
-    }
-    if ( lost ) {
-      isLost( key );
     }
   }
 
@@ -404,7 +404,6 @@ private:
     calls_->later( [ this, key, alive = std::weak_ptr( alive_ ) ] {
       if ( !alive.expired() && isLostNoMore( key ) ) {
         calls_->lostInc( Vex::briefText( key ), this->tellLost( key ) );
-        order_.lost( key );
       }
     } );
   }
@@ -436,6 +435,8 @@ private:
     calls_->pendingDec();
     if ( present_.has( key ) ) {
       order_.created( key );
+    } else {
+      order_.absent( key );
     }
     if ( number > 0 ) {
       calls_->end( number );

@@ -372,8 +372,9 @@ String Simulation::compare() {
 }
 
 // An answer that was given stands, also where its FEC finds no room any more; and a call that is
-// under way may be wrong by then.
+// under way may be wrong by then, be it one of a task that is due.
 String Simulation::tamper( const String & line ) {
+  shell_.catchUp();
   const bool takesOver = wiring_.takeover && !wiring_.takeover->hasEnded();
   if ( takesOver || system_->hardware->capacityHas( Switch::Table::fec ) ||
        system_->lateCalls->pending() > 0 ) {

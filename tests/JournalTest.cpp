@@ -10,6 +10,9 @@
 
 #include <sys/wait.h>
 
+#include <map>
+#include <random>
+
 namespace {
 
 using KezHelper::EsiData;
@@ -42,6 +45,9 @@ std::string messageOf( const std::function< void() > & what ) {
   }
   return {};
 }
+
+template< class Data > using Block = KezHelper::Detail::JournalBlock< PortVlanKey, Data >;
+using NotedTag = KezHelper::Detail::JournalNoted< Bridging::VlanIdOrNone >;
 
 const auto leave = []( const PortVlanKey & ) { FAIL() << "nothing is uncertain"; };
 
@@ -149,7 +155,9 @@ TEST( Journal, DamagedAndForeignOnesAreRefused ) {
   // The same words, but other fields.
   const auto foreign =
       messageOf( [ & ] { JournalFile< PortVlanKey, Bridging::VlanId > other( names, "tags" ); } );
-  EXPECT_THAT( foreign, StartsWith( file + " has records of 16 bytes, KezHelper::PortVlanKey" ) );
+  const auto size = std::to_string( sizeof( Block< Bridging::VlanIdOrNone > ) );
+  EXPECT_THAT( foreign,
+               StartsWith( file + " has records of " + size + " bytes, KezHelper::PortVlanKey" ) );
   EXPECT_THAT( foreign, HasSubstr( "to Bridging::VlanId[" ) );
   const auto mount = [ & ] {
     JournalFile< PortVlanKey, Bridging::VlanIdOrNone > tags( names, "tags" );
@@ -164,7 +172,8 @@ TEST( Journal, DamagedAndForeignOnesAreRefused ) {
                directory.path( "other/tags" ) + ": " + directory.path( "other/intfId" ) +
                    ": interface 0 has no name" );
   }
-  const Rook::Format::Layout layout( 16, static_cast< uint64_t >( getpagesize() ) );
+  const Rook::Format::Layout layout( sizeof( Block< Bridging::VlanIdOrNone > ),
+                                     static_cast< uint64_t >( getpagesize() ) );
   const auto record = layout.level( 0 ).slots + 16;
   RookTest::poke( file, record, 77 );
   EXPECT_EQ( messageOf( mount ), file + ": the record in slot 0 is damaged" );
@@ -176,7 +185,8 @@ TEST( Journal, AFullOneCallsNothing ) {
   JournalNames names( "chip" );
   Tags tags( names, "tags", leave );
   names.numberIs( "Ethernet1" );
-  const Rook::Format::Layout layout( 16, static_cast< uint64_t >( getpagesize() ) );
+  const Rook::Format::Layout layout( sizeof( Block< NotedTag > ),
+                                     static_cast< uint64_t >( getpagesize() ) );
   const RookTest::Limit longest( RLIMIT_FSIZE, layout.level( 0 ).end );
   const auto key = []( size_t at ) {
     return PortVlanKey( "Ethernet1", "Ethernet1", static_cast< uint16_t >( at ) );
@@ -187,7 +197,7 @@ TEST( Journal, AFullOneCallsNothing ) {
   while ( tags.is( key( made + 1 ), 10, call ) ) {
     ++made;
   }
-  EXPECT_EQ( made, layout.capacity( 0 ) );
+  EXPECT_EQ( made, layout.capacity( 0 ) * Block< NotedTag >::entries );
   EXPECT_EQ( calls, made );
   EXPECT_EQ( tags.find( key( made + 1 ) ), std::nullopt );
   EXPECT_EQ( tags.lack(), "no room for " + directory.path( "chip/tags" ) + ": File too large" );
@@ -203,6 +213,49 @@ TEST( Journal, AFullOneCallsNothing ) {
   EXPECT_EQ( hardware->fullCount( Switch::Operation::createVlan ), 1u );
   EXPECT_EQ( hardware->vlans(), vlan - 1u );
   EXPECT_GE( hardware->vlans(), 512u );
+}
+
+// Whatever comes and goes, and however often it is mounted anew.
+TEST( Journal, HasWhatWasPutAndNotRemoved ) {
+  const RookTest::MountDirectory directory;
+  JournalNames names( "chip" );
+  std::map< uint32_t, uint32_t > model;
+  std::optional< JournalFile< uint32_t, uint32_t > > file;
+  std::mt19937 random( 1 );
+  constexpr uint32_t keys = 20'000;
+  for ( uint32_t step = 0; step < 200'000; ++step ) {
+    if ( step % 50'000 == 0 ) {
+      file.reset();
+      file.emplace( names, "table" );
+    }
+    const auto key = static_cast< uint32_t >( random() % keys );
+    if ( random() % 3 && step < 180'000 ) {
+      ASSERT_TRUE( file->put( key, step ) );
+      model[ key ] = step;
+    } else {
+      file->del( key );
+      model.erase( key );
+    }
+    if ( step % 10'000 == 9'999 ) {
+      ASSERT_EQ( file->size(), model.size() );
+      std::map< uint32_t, uint32_t > walked;
+      for ( const auto walk = file->walk(); const auto entry = walk->next(); ) {
+        EXPECT_TRUE( walked.emplace( entry->key, entry->data ).second );
+      }
+      EXPECT_EQ( walked, model );
+      for ( uint32_t each = 0; each < keys; ++each ) {
+        const auto found = file->find( each );
+        const auto stands = model.find( each );
+        ASSERT_EQ( found.value_or( UINT32_MAX ),
+                   stands == model.end() ? UINT32_MAX : stands->second );
+      }
+    }
+  }
+  file->delAll();
+  EXPECT_EQ( file->size(), 0u );
+  EXPECT_FALSE( file->walk()->next() );
+  ASSERT_TRUE( file->put( 1, 2 ) );
+  EXPECT_EQ( file->find( 1 ), 2u );
 }
 
 // What paths and helpers change of the switch is there for the next one, until it starts over.

@@ -365,4 +365,24 @@ TEST_F( LateAgentTest, AMappingWaitsForItsVlanAndIsLostWithIt ) {
   execute( "expect lateCalls.pending 0" );
 }
 
+// The VLAN of a mapping that waits is created with another tag, and refused at once.
+TEST_F( LateAgentTest, AMappingDoesNotWaitForAVlanThatIsWantedNoMore ) {
+  execute( "set vlanStatusDir.vlanStatus[1].vlanPortStatus[Ethernet1] forwarding" );
+  execute( "set switch.capacity[vlan] 0" );
+  execute( "set switchAnswers.answerDelay 1.5" );
+  execute( "set evpnStatus.vlanToDot1q[1] 200" );
+  execute( "set switchAnswers.shuffleSeed 9" ); // leaves out what is wanted no more
+  execute( "advance 1" );
+  execute( "expect lateCalls.pending 2" );
+  execute( "set switchAnswers.answerDelay 0" );
+  execute( "set evpnStatus.vlanToDot1q[1] 100" );
+  execute( "advance 10" );
+  execute( "expect lateCalls.pending 0" );
+  execute( "audit" );
+  execute( "expect no audit.difference" );
+  execute( "del switch.capacity" );
+  execute( "advance 10" );
+  execute( "expect switch.dot1qMapping[Ethernet1,Ethernet1,1] 100" );
+}
+
 } // namespace

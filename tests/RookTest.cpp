@@ -178,6 +178,47 @@ TEST( Rook, IndicesLeftBehindKeepTheirMemory ) {
   EXPECT_GE( static_cast< uint64_t >( status.st_blocks ) * 512, least );
 }
 
+// What the private tables of this process have, in bytes.
+size_t privateMemory() {
+  size_t bytes = 0;
+  for ( const auto & each : std::filesystem::directory_iterator( "/proc/self/fd" ) ) {
+    std::error_code closed;
+    struct stat status {};
+    if ( read_symlink( each.path(), closed ).string().starts_with( "/memfd:Rook" ) &&
+         stat( each.path().c_str(), &status ) == 0 ) {
+      bytes += static_cast< size_t >( status.st_blocks ) * 512;
+    }
+  }
+  return bytes;
+}
+
+// Whatever is looked up, also where several tags are alike: who looks at a slot without memory
+// gives it some, or ends where there is none.
+TEST( Rook, SlotsGetMemoryAsTheyAreUsed ) {
+  EntryTable table;
+  table.mount( "slots" );
+  constexpr uint32_t level = 9;
+  const auto & grown = layout.level( level + 1 );
+  const uint64_t slots = grown.end - grown.slots;
+  const auto before = privateMemory();
+  while ( table.size() <= layout.capacity( level ) ) {
+    table.put( Entry( table.size(), 1 ) );
+  }
+  EXPECT_LT( privateMemory() - before, grown.slots + slots / 4 );
+  while ( table.size() < layout.capacity( level ) * 5 / 4 ) {
+    table.put( Entry( table.size(), 1 ) );
+  }
+  const auto memory = privateMemory();
+  EXPECT_LT( memory - before, grown.slots + slots / 2 );
+  for ( uint64_t key = 0; key < 2 * table.size(); ++key ) {
+    ASSERT_EQ( table.has( key ), key < table.size() );
+    if ( key < table.size() ) {
+      table.put( Entry( key, 2 ) );
+    }
+  }
+  EXPECT_EQ( privateMemory(), memory );
+}
+
 TEST( Rook, WalksMeetWhatStandsAndNothingNew ) {
   EntryTable table;
   table.mount( "private" );

@@ -30,7 +30,7 @@ public:
   std::optional< Record > record( Vex::Arg< Key > key ) const {
     Copy copy;
     // What an index leads to stands also where that is not the current one any more.
-    if ( Type::guess( file_, index_, keyHash( key ), key, copy ) &&
+    if ( Type::guess( file_, index_, slots_, keyHash( key ), key, copy ) &&
          copy.state.birth <= latestBirth_ ) [[likely]] {
       return Type::record( copy.words );
     }
@@ -76,6 +76,9 @@ private:
         return stands( copy, key );
       } );
       if ( found.found ) {
+        if ( copy.slot >= slots_ ) {
+          slots_ = static_cast< uint32_t >( file_.load( file_.state().slots, "slots" ) );
+        }
         return copy;
       }
       // Else what is not in this index may have been in the one that took its place.
@@ -112,6 +115,7 @@ private:
   TableFile file_;
   mutable Index index_;
   mutable uint64_t indexWord_ = 0;
+  mutable uint32_t slots_ = 0;       // not above those that the state has
   mutable uint64_t latestBirth_ = 0; // not above the births that the state has
 };
 

@@ -67,14 +67,16 @@ template< Vex::Composite R, class K, K R::*keyField > struct RecordOf< keyField 
     SlotState state;
     Words words;
   };
-  // Whether the record of a key was where it nearly always is. When it was not nothing is said.
+  // Whether the record of a key was where it nearly always is, among the first so many slots. When
+  // it was not nothing is said.
   [[gnu::always_inline]] static bool guess( const TableFile & file, const Index & index,
-                                            const auto & hash, const Key & key, Copy & copy ) {
+                                            uint32_t slots, const auto & hash, const Key & key,
+                                            Copy & copy ) {
     if ( !index.stands() ) {
       return false;
     }
     copy.slot = index.guess( hash );
-    return file.copySlot( copy.slot, words, copy.words.data(), copy.state ) &&
+    return copy.slot < slots && file.copySlot( copy.slot, words, copy.words.data(), copy.state ) &&
            RecordOf::key( record( copy.words ) ) == key;
   }
 

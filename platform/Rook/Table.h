@@ -40,7 +40,7 @@ public:
   // The record as it stands, or none.
   std::optional< Record > record( Vex::Arg< Key > key ) const {
     Copy copy;
-    if ( Type::guess( file(), index(), keyHash( key ), key, copy ) ) [[likely]] {
+    if ( Type::guess( file(), index(), slots(), keyHash( key ), key, copy ) ) [[likely]] {
       return Type::record( copy.words );
     }
     const auto found = find( key );
@@ -163,16 +163,19 @@ private:
   }
 
   // Whether the record of its key was where it nearly always is. The slot is read without further
-  // ado, as nobody else writes to it. Slot 0 is also what is guessed when nothing is alike, and
-  // damage may make it look like the one.
+  // ado, as nobody else writes to it, if it is one that has been used. Slot 0 is also what is
+  // guessed when nothing is alike, and damage may make it look like the one.
   [[gnu::always_inline]] bool replaceGuessed( const Record & record ) {
     if ( !index().stands() ) {
       return false;
     }
     const auto & key = Type::key( record );
     const uint32_t slot = index().guess( keyHash( key ) );
+    if ( slot - 1 >= slots() - 1 ) [[unlikely]] {
+      return false;
+    }
     const uint64_t version = file().versionOf( slot, Type::words );
-    if ( slot == 0 || !( version & Format::placedBit ) ||
+    if ( !( version & Format::placedBit ) ||
          Type::keyIn( file().recordOf( slot, Type::words ) ) != key ) [[unlikely]] {
       return false;
     }

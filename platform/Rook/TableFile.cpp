@@ -210,6 +210,12 @@ Moment TableFile::moment() const {
   return { Format::latestBirth( births ), static_cast< uint32_t >( slots ) };
 }
 
+void TableFile::lengthIs( uint64_t size ) {
+  if ( ftruncate( file_.number(), static_cast< off_t >( size ) ) != 0 ) {
+    throw NoRoom( "no room for " + path_ + ": " + std::strerror( errno ) );
+  }
+}
+
 void TableFile::allocate( uint64_t offset, uint64_t size ) {
   do {
     errno = posix_fallocate( file_.number(), static_cast< off_t >( offset ),
@@ -227,21 +233,33 @@ uint32_t TableFile::capacity( uint32_t level ) const {
   return layout_.capacity( level );
 }
 
-void TableFile::makeLevel( uint32_t level ) {
+uint32_t TableFile::makeLevel( uint32_t level ) {
   const auto & made = layout_.level( level );
   const uint64_t before = size();
   try {
+    lengthIs( std::max( before, made.end ) );
     if ( level == 0 ) {
       allocate( Format::stagingOffset, made.index - Format::stagingOffset );
     }
     makeIndex( level, 0 );
-    allocate( made.slots, made.end - made.slots );
+    const uint32_t slots = makeSlots( level, level ? layout_.capacity( level - 1 ) : 0 );
     mapLevels( level );
+    return slots;
   } catch ( ... ) {
     // Where this fails the file keeps the memory.
     (void)!ftruncate( file_.number(), static_cast< off_t >( before ) );
     throw;
   }
+}
+
+// An eighth of the level at a time, so that a table that has just grown has no more than it needs.
+uint32_t TableFile::makeSlots( uint32_t level, uint32_t from ) {
+  const uint32_t first = level ? layout_.capacity( level - 1 ) : 0;
+  const uint32_t end = layout_.capacity( level );
+  const uint32_t to = level ? std::min( end, from + ( end - first ) / 8 ) : end;
+  const uint64_t slotSize = Format::slotSizeOf( Format::wordsOf( description_.recordSize ) );
+  allocate( layout_.level( level ).slots + ( from - first ) * slotSize, ( to - from ) * slotSize );
+  return to;
 }
 
 void TableFile::makeIndex( uint32_t level, uint32_t half ) {

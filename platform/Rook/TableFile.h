@@ -5,7 +5,9 @@
 //   1. The file grows by levels at its end: nothing in it ever moves.
 //   2. Addresses are taken for the levels alone that have been asked for, by the writer's makeLevel
 //      or by anybody's currentIndex or moment, and the file has these.
-//   3. Indices keep their addresses. Slots, which lie one after the other whatever their level, get
+//   3. Of a level's slots those that have been used have memory, and those that makeSlots has made
+//      ready: no other may be looked at.
+//   4. Indices keep their addresses. Slots, which lie one after the other whatever their level, get
 //      others when a level is asked for the first time: nobody keeps the address of one.
 #pragma once
 
@@ -89,12 +91,14 @@ public:
 
   // The slots of a table that has this level. Raises NoRoom when none is so large.
   uint32_t capacity( uint32_t level ) const;
-  // For the writer: makes the file have a level that there is, or one of its indices. Raises
-  // NoRoom, and std::runtime_error when the system cannot for another reason; the file is as long
-  // as before then, and what the state says of stands as it did. The indices of earlier levels keep
-  // their memory: a reader that still looks into one would be given it anew, and end where there is
-  // none.
-  void makeLevel( uint32_t level );
+  // For the writer: makes the file have a level that there is, one of its indices, or memory for
+  // some more of its slots, from the first `from` on; makeLevel and makeSlots return how many slots
+  // have it then. Raise NoRoom, and std::runtime_error when the system cannot for another reason;
+  // the file is as long as before then, and what the state says of stands as it did. The indices of
+  // earlier levels keep their memory: a reader that still looks into one would be given it anew,
+  // and end where there is none.
+  uint32_t makeLevel( uint32_t level );
+  uint32_t makeSlots( uint32_t level, uint32_t from );
   void makeIndex( uint32_t level, uint32_t half );
 
   // --- Slots. `words` is what the records have, a constant where their type is known.
@@ -262,6 +266,7 @@ private:
   void mapLevels( uint32_t level ) const;
   Mapping mapped( std::span< const Mapping::Part > parts ) const;
   uint64_t size() const;
+  void lengthIs( uint64_t size );
   void allocate( uint64_t offset, uint64_t size );
   [[noreturn]] void cutShort( uint64_t least ) const;
 

@@ -66,7 +66,7 @@ void TableWriter::unmount() {
 void TableWriter::forget() {
   file_.reset();
   freeSlots_.clear();
-  size_ = slots_ = usedBuckets_ = 0;
+  size_ = slots_ = readySlots_ = usedBuckets_ = 0;
   births_ = 0;
   index_ = Index();
   current_ = {};
@@ -108,7 +108,7 @@ void TableWriter::takeOver() {
   auto & state = file_->state();
   const auto moment = file_->moment();
   births_ = Format::numberOf( moment.latestBirth );
-  slots_ = moment.slots;
+  slots_ = readySlots_ = moment.slots;
   for ( uint32_t slot = slots_; slot-- > 0; ) {
     const auto found = file_->readSlot( slot, scratch_.size(), scratch_.data() );
     if ( found.damaged ) {
@@ -137,15 +137,17 @@ void TableWriter::takeOver() {
 
 void TableWriter::grow() {
   try {
-    const bool full = freeSlots_.empty() && slots_ == index_.capacity();
-    if ( index_.stands() && !full ) {
+    if ( index_.stands() && !full() ) {
       makeIndex( current_.level, 1 - current_.half );
-      return;
+    } else if ( readySlots_ < index_.capacity() && index_.stands() ) {
+      readySlots_ = file_->makeSlots( current_.level, readySlots_ );
+    } else {
+      const uint32_t level = index_.stands() ? current_.level + 1 : 0;
+      freeSlots_.reserve( file_->capacity( level ) );
+      const uint32_t ready = file_->makeLevel( level );
+      makeIndex( level, 0 );
+      readySlots_ = ready;
     }
-    const uint32_t level = index_.stands() ? current_.level + 1 : 0;
-    freeSlots_.reserve( file_->capacity( level ) );
-    file_->makeLevel( level );
-    makeIndex( level, 0 );
   } catch ( const std::bad_alloc & ) {
     throw NoRoom( file_->noMemory() );
   }

@@ -7,7 +7,8 @@
 //   2. Each of the first `slots_` slots has a record, which stands in the index once, or is one of
 //      the free slots; `size_` counts the former.
 //   3. The index has an empty bucket, for `usedBuckets_`, the others, are three quarters at most.
-//   4. The free slots have capacity for all, so that removals need no memory.
+//   4. The first `readySlots_` slots, at least `slots_`, have memory.
+//   5. The free slots have capacity for all, so that removals need no memory.
 #pragma once
 
 #include "Rook/CorruptionHandler.h"
@@ -78,6 +79,7 @@ protected:
     tells_ = callbacksStand_ && !suppressed_;
   }
   const Index & index() const { return index_; }
+  uint32_t slots() const { return slots_; }
 
   // --- Changes; `words` is what the records have, a constant there.
 
@@ -120,13 +122,14 @@ private:
   void makeIndex( uint32_t level, uint32_t half );
   void grow();
 
+  bool full() const { return freeSlots_.empty() && slots_ == readySlots_; }
   // Room for one more record. Raises NoRoom, and std::runtime_error when the system cannot make it
   // for another reason. The index is made anew when tombstones fill it.
   void ensureRoom() {
-    const bool full = freeSlots_.empty() && slots_ == index_.capacity();
-    if ( !index_.stands() || full || usedBuckets_ >= index_.buckets() / 4 * 3 ) [[unlikely]] {
-      grow();
-    }
+    while ( !index_.stands() || full() || usedBuckets_ >= index_.buckets() / 4 * 3 )
+      [[unlikely]] {
+        grow();
+      }
   }
   uint32_t takeSlot() {
     if ( freeSlots_.empty() ) {
@@ -154,6 +157,7 @@ private:
   Format::Current current_{};
   uint64_t births_ = 0;
   uint32_t slots_ = 0;
+  uint32_t readySlots_ = 0;
   uint32_t size_ = 0;
   uint32_t usedBuckets_ = 0; // tombstones among them
   std::vector< uint32_t > freeSlots_;

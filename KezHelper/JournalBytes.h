@@ -1,6 +1,6 @@
-// Values as words of 32 bits that mean the same in the next process, for the records of a journal:
-// numbers, enumerators and values of one word as they lie in memory, interface ids as the numbers
-// that JournalNames has for them, values and lists of such, one after the other.
+// Values as bytes that mean the same in the next process, for the entries of a journal: numbers,
+// enumerators and values of one word as they lie in memory, interface ids as the numbers that
+// JournalNames has for them, values and lists of such, one after the other.
 #pragma once
 
 #include "KezHelper/JournalNames.h"
@@ -56,7 +56,7 @@ template< class T > std::byte * copyTo( std::byte * at, const T & value ) {
   return at + sizeof( value );
 }
 
-// `numberOf( intfId )` is the number of an interface id. Both return where the next value goes.
+// Both return where the next value goes.
 template< class T, class NumberOf >
 std::byte * pack( std::byte * at, const T & value, const NumberOf & numberOf ) {
   if constexpr ( Vex::Composite< T > ) {
@@ -152,23 +152,19 @@ template< class T > void appendPacked( Vex::TextBuffer & out ) {
 
 } // namespace Detail
 
-template< class T >
-using JournalWordsOf =
-    JournalWords< ( Detail::journalBytes< T >() + sizeof( uint32_t ) - 1 ) / sizeof( uint32_t ) >;
+template< class T > using JournalBytes = std::array< std::byte, Detail::journalBytes< T >() >;
 
+// `numberOf( intfId )` is the number of an interface id.
 template< class T, class NumberOf >
-JournalWordsOf< T > journalWordsOf( const T & value, const NumberOf & numberOf ) {
-  std::byte bytes[ sizeof( JournalWordsOf< T > ) ] = {};
-  Detail::pack( bytes, value, numberOf );
-  JournalWordsOf< T > words;
-  Detail::copyFrom( bytes, words );
-  return words;
+JournalBytes< T > journalBytesOf( const T & value, const NumberOf & numberOf ) {
+  JournalBytes< T > bytes{};
+  Detail::pack( bytes.data(), value, numberOf );
+  return bytes;
 }
 // Raises std::runtime_error for a number that has no name.
-template< class T >
-T fromJournalWords( const JournalWordsOf< T > & words, const JournalNames & names ) {
+template< class T > T fromJournalBytes( const std::byte * bytes, const JournalNames & names ) {
   T value{};
-  Detail::unpack( reinterpret_cast< const std::byte * >( &words ), value, names );
+  Detail::unpack( bytes, value, names );
   return value;
 }
 
