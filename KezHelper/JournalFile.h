@@ -260,7 +260,7 @@ private:
       throw std::runtime_error( table_.file().path() + " is full" );
     }
     index_.makeRoom( static_cast< uint32_t >( places ), [ this ]( const auto & enter ) {
-      forEachEntry( [ & ]( const Block & block, uint32_t at ) {
+      this->forEachEntry( [ & ]( const Block & block, uint32_t at ) {
         KeyBytes key;
         std::copy_n( block.entry( at ), key.size(), key.begin() );
         enter( hashOf( key ), placeOf( block, at ) );
