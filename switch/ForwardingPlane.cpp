@@ -121,7 +121,7 @@ void ForwardingPlane::forwardFromPort( const Crossing & in, const Frame & frame,
                              {},
                              {},
                              LagMemberKey{ from.parentIntfId, from.memberIntfId } } );
-  } else if ( frame.isForGroup() || !toHost( *vlan, from, frame, out ) ) {
+  } else if ( !toHost( *vlan, from, frame, out ) ) {
     out.flooded = true;
     floodToPorts( *vlan, from, {}, frame.hash(), out );
     if ( const auto * const dests = vlan->dests( frame.to ) ) {
@@ -145,7 +145,7 @@ void ForwardingPlane::forwardFromTunnel( const Crossing & in, const Frame & fram
   if ( !vlan ) {
     out.stopped.push_back( { StopReason::noVlan, {}, {}, vlanId } );
   } else if ( use == LabelUse::unicast ) {
-    if ( frame.isForGroup() || !toHost( *vlan, from, frame, out ) ) {
+    if ( !toHost( *vlan, from, frame, out ) ) {
       out.stopped.push_back(
           { StopReason::unknownHost, {}, {}, Bridging::MacVlanPair( frame.to, vlanId ) } );
     }
@@ -159,6 +159,9 @@ void ForwardingPlane::forwardFromTunnel( const Crossing & in, const Frame & fram
 
 bool ForwardingPlane::toHost( const VlanLists & vlan, const PortVlanKey & from, const Frame & frame,
                               Forwarded & out ) const {
+  if ( frame.isForGroup() ) {
+    return false;
+  }
   const Bridging::MacVlanPair host( frame.to, from.vlanId );
   if ( forwardingInput()->localHostHas( host ) ) {
     toLocalHost( vlan, from, forwardingInput()->localHost( host ), frame, out );

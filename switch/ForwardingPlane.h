@@ -23,6 +23,7 @@ public:
 
   private:
     void onAttribute( Vex::AttrId, const void * ) override { this->sm()->listsDel(); }
+    // An entity that is put back has its attributes as it comes.
     void handleNotifier() override { this->sm()->listsDel(); }
   };
   using VexHwTunnelIdPool = WatchOf< HwTunnelIdPool >;

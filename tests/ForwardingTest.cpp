@@ -156,8 +156,8 @@ TEST_F( ForwardingTest, CopiesAreWhatTheTablesSayAndStopsNameTheEntry ) {
       {},
       "tunnel 5" + toAll,
       "of no VLAN\n  not  the top label is no service's  forwardingInput.serviceLabel[1048576]\n" },
-    { "flooded under a unicast label",
-      {},
+    { "flooded under a unicast label, whatever is said of a group",
+      { "set forwardingInput.localHost[ff:ff:ff:ff:ff:ff,10] Port-Channel1" },
       "tunnel 5 labels 301" + toAll,
       "VLAN 10\n  not  a unicast label, and no host of it here  "
       "forwardingInput.localHost[ff:ff:ff:ff:ff:ff,10]\n" },
@@ -338,6 +338,19 @@ TEST_F( ForwardingTest, WhatWasPutTogetherIsForgottenWithAnyChange ) {
   }
   EXPECT_GT( copies, 2'000u );
   EXPECT_GT( stops, 10'000u );
+
+  // A pool that is put back comes with what it has.
+  begin( {}, false );
+  const auto in = Switch::Crossing::onPort( "Ethernet3", 110 );
+  const Switch::Frame toAll{ 1, 0xffff'ffff'ffff };
+  const auto pool = hardware->hwTunnelIdPool( Kez::hwTunnelIdTypeDefault );
+  hardware->hwTunnelIdPoolDel( Kez::hwTunnelIdTypeDefault );
+  kept->forward( in, toAll, found );
+  EXPECT_EQ( found.copies.size(), 2u );
+  pool->inUseIs( { Kez::hwTunnelIdTypeDefault, 1 }, 5 );
+  hardware->hwTunnelIdPoolIs( pool );
+  kept->forward( in, toAll, found );
+  EXPECT_EQ( found.copies.size(), 3u );
 }
 
 TEST_F( ForwardingTest, LinesSayWhatIsWrongWithThem ) {
