@@ -7,6 +7,7 @@
 #include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"
 #include "Vex/Domain.h"
+#include "agent/Send.h"
 #include "record/RecordEntry.h"
 #include "shell/Show.h"
 
@@ -62,12 +63,24 @@ const std::vector< Shell::Command > & Shell::commands() {
     { "expect", "[no] PATH [VALUE | count N]", "check what stands at a path",
       "Checks that a path is there, is not there, has a value, or is a collection of so many\n"
       "members. A collection is there while it has members. What fails is reported with both\n"
-      "values, and the session goes on.\n"
+      "values, and the session goes on. With send and a frame: which copies are made of it, in any\n"
+      "order.\n"
       "  expect evpnLagMemberInfo.lagToPort[Port-Channel1] Ethernet1,Ethernet2\n"
       "  expect evpnVlanStatus.vlanStatus[10].member[Ethernet1]\n"
       "  expect no evpnVlanStatus.vlanStatus[10]\n"
-      "  expect evpnVlanStatus.vlanStatus count 2\n",
+      "  expect evpnVlanStatus.vlanStatus count 2\n"
+      "  expect send Ethernet1 tag 110 to ff:ff:ff:ff:ff:ff copies Ethernet2 tag 110, tunnel 5 "
+      "labels 100\n",
       &Shell::expect },
+    { "send", "FRAME", "tell what the switch does to a frame",
+      "Shows the copies that the switch makes of it by its tables, and for each that it does not\n"
+      "make the entry that stopped it. FRAME is one of\n"
+      "  PORT [tag N] [from MAC] to MAC\n"
+      "  tunnel T labels LABEL[,ESI-LABEL] [from MAC] to MAC\n"
+      "for instance\n"
+      "  send Ethernet1 tag 110 from 00:00:00:00:00:01 to ff:ff:ff:ff:ff:ff\n"
+      "  send tunnel 5 labels 100,500 to ff:ff:ff:ff:ff:ff\n",
+      &Shell::send },
     { "explain", "SUBJECT", "tell why something is in hardware or what it waits for",
       "Every machine that has to do with the subject tells how it stands there. SUBJECT is one of\n"
       "  pair INTERFACE,VLAN\n"
@@ -262,6 +275,11 @@ void Shell::show( Vex::TextCursor & in ) {
 }
 
 void Shell::expect( Vex::TextCursor & in ) {
+  if ( Switch::skipWord( in, "send" ) ) {
+    const auto copies = expectCopies( wiring_.roots, in );
+    judge( copies.found == copies.expected, "send " + copies.frame, copies.expected, copies.found );
+    return;
+  }
   auto ahead = in;
   const bool absent = takeWord( ahead ) == "no";
   if ( absent ) {
@@ -287,6 +305,12 @@ void Shell::expect( Vex::TextCursor & in ) {
                                ? "expected 'count' and a number"
                                : "expected nothing more, since " + path.text() + " has no value" );
   }
+}
+
+void Shell::send( Vex::TextCursor & in ) {
+  const auto forwarded = Agent::send( wiring_.roots, in );
+  Vex::expectEnd( in );
+  showForwarded( out_, forwarded );
 }
 
 void Shell::explain( Vex::TextCursor & in ) {
@@ -365,16 +389,20 @@ void Shell::audit( Vex::TextCursor & in ) {
 
 void Shell::judge( bool holds, const Path & path, const String & expected,
                    const Reading & reading ) {
-  ++expectations_;
-  if ( holds ) {
-    return;
-  }
   const auto found = reading.value   ? *reading.value
                      : reading.count ? "count " + std::to_string( *reading.count )
                      : reading.there ? "there"
                                      : "none";
-  reportFailure( "expectation failed: " + path.text() + "\n  expected  " + expected +
-                 "\n  found     " + found );
+  judge( holds, path.text(), expected, found );
+}
+
+void Shell::judge( bool holds, const String & subject, const String & expected,
+                   const String & found ) {
+  ++expectations_;
+  if ( !holds ) {
+    reportFailure( "expectation failed: " + subject + "\n  expected  " + expected +
+                   "\n  found     " + found );
+  }
 }
 
 void Shell::reportFailure( const String & text ) {

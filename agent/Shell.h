@@ -48,6 +48,7 @@ private:
   void del( Vex::TextCursor & in );
   void show( Vex::TextCursor & in );
   void expect( Vex::TextCursor & in );
+  void send( Vex::TextCursor & in );
   void explain( Vex::TextCursor & in );
   void check( Vex::TextCursor & in );
   void audit( Vex::TextCursor & in );
@@ -64,6 +65,8 @@ private:
   // Counts an expectation, and reports it unless it holds.
   void judge( bool holds, const Path & path, const Vex::String & expected,
               const Reading & reading );
+  void judge( bool holds, const Vex::String & subject, const Vex::String & expected,
+              const Vex::String & found );
   void reportFailure( const Vex::String & text );
 
   Wiring & wiring_;

@@ -20,6 +20,7 @@
 #include "KezHelper/EvpnFloodingSmHelperTakeover.h"
 #include "KezHelper/EvpnHwTunnelIdSmHelperLater.h"
 #include "KezHelper/EvpnHwTunnelIdSmHelperTakeover.h"
+#include "switch/ForwardingInput.h"
 #include "switch/SwitchAnswers.h"
 #include "switch/SwitchEsiFilteringDecapHelper.h"
 #include "switch/SwitchFloodSets.h"
@@ -221,6 +222,9 @@ private:
       input< Mpls::LfibStatus >( "lfibStatus", "lfibStatus" );
   const Ptr< Mpls::LfibTrackingStatus > lfibTrackingStatus_ =
       input< Mpls::LfibTrackingStatus >( "lfibTrackingStatus" );
+  // The switch's own, for its frames; no machine reads it.
+  const Ptr< Switch::ForwardingInput > forwardingInput_ =
+      input< Switch::ForwardingInput >( "forwardingInput" );
 
   const Ptr< Kez::EvpnLagMemberInfo > evpnLagMemberInfo_ =
       output( "evpnLagMemberInfo", Kez::evpnLagMemberInfoFactory() );

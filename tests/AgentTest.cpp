@@ -111,8 +111,8 @@ TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
   const std::string slot = "set rack.slot[Ethernet1,11]."; // not there: it must not be made
   const std::pair< std::string, const char * > lines[] = {
     { "sett rack",
-      "1: expected a command (set, del, show, expect, explain, check, audit, advance, call, restart, "
-      "inputs, trace, record, help), found 'sett'" },
+      "1: expected a command (set, del, show, expect, send, explain, check, audit, advance, call, "
+      "restart, inputs, trace, record, help), found 'sett'" },
     { "set", "4: expected a root (rack, made, ticker), found nothing" },
     { "  set rak.slot 5", "7: expected a root (rack, made, ticker), found 'rak'" },
     { "set rack", "9: expected '.' and an attribute of Test::Rack" },

@@ -36,7 +36,7 @@ hostile='</script><script>throw 1</script><img src=x onerror=alert(1)> & "quoted
 "$agent" run --report "$work/full.html" "$work/full.kez" >"$work/out" 2>&1 && fail 'a failed expectation'
 show full
 shows 'data-errors="0"'
-shows 'data-drawn="45 65 '
+shows 'data-drawn="46 65 '
 shows '<p id="verdict" class="bad">1 failed, 10 expectations</p>'
 shows '<div><dt>calls of hardware</dt><dd>11</dd></div>'
 shows '<td class="text">createNonDfPort Ethernet4,Ethernet4,10 -&gt; no room</td>'
