@@ -181,7 +181,7 @@ public:
         hardwareWalk_ = sides_.hardware->walk();
       }
       if ( const auto entry = hardwareWalk_->next() ) {
-        compare( entry->key, audit );
+        compare( entry->key, entry->data, audit );
         return true;
       }
       hardwareWalk_.reset();
@@ -204,6 +204,7 @@ private:
   // Which is walked over, in this order.
   enum class Side { hardware, record, askedFor };
 
+  // An entry is compared in the first walk that comes to it.
   bool stepOver( const TableView< Key, Data > & view, Audit & audit ) {
     if ( !viewWalk_ ) {
       viewWalk_ = view.walk();
@@ -213,18 +214,16 @@ private:
       viewWalk_.reset();
       return false;
     }
-    if ( key ) {
-      compare( *key, audit );
+    if ( !key ) {
+      return true;
+    }
+    if ( !sides_.hardware->find( *key ) ) {
+      compare( *key, std::nullopt, audit );
     }
     return true;
   }
 
-  // An entry is compared in the first walk that comes to it.
-  void compare( const Key & key, Audit & audit ) {
-    const auto inHardware = sides_.hardware->find( key );
-    if ( side_ != Side::hardware && inHardware ) {
-      return;
-    }
+  void compare( const Key & key, const std::optional< Data > & inHardware, Audit & audit ) {
     const auto onRecord = sides_.record->find( key );
     if ( side_ == Side::askedFor && onRecord ) {
       return;
