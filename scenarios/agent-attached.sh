@@ -62,6 +62,19 @@ serve
 kill -9 "$pid"
 wait "$pid" 2>/dev/null || true
 [ -e "$dir/control" ] || fail 'a name outlives an agent that is killed'
-serve
+
+# A service manager hears how it goes.
+python3 -c 'import socket, sys
+heard = socket.socket( socket.AF_UNIX, socket.SOCK_DGRAM )
+heard.bind( sys.argv[ 1 ] )
+told = ""
+while told != "STOPPING=1":
+  told = heard.recv( 100 ).decode()
+  print( told )' "$dir/manager" >"$dir/heard" &
+manager=$!
+until [ -S "$dir/manager" ]; do sleep 0.05; done
+NOTIFY_SOCKET=$dir/manager WATCHDOG_USEC=2000 serve
 kill -INT "$pid"
 wait "$pid" || fail 'SIGINT ends an agent in order'
+wait "$manager"
+[ "$( uniq "$dir/heard" | xargs )" = 'READY=1 WATCHDOG=1 STOPPING=1' ] || fail "it heard $( uniq "$dir/heard" )"
