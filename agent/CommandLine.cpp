@@ -5,7 +5,10 @@
 #include "Rook/TableWriter.h"
 #include "Vex/Clock.h"
 #include "Vex/FatalEnd.h"
+#include "agent/Options.h"
+#include "agent/Serve.h"
 #include "agent/Session.h"
+#include "client/Attach.h"
 #include "record/SteppedPace.h"
 #include "switch/SwitchJournal.h"
 
@@ -19,52 +22,6 @@
 namespace Agent {
 
 namespace {
-
-constexpr auto usage = R"(kez-agent hosts the KezEvpn machines over simulated inputs.
-
-  kez-agent run [OPTION]... FILE...   execute the lines of the files; - is standard input
-  kez-agent shell [OPTION]...         execute lines as they are typed
-  kez-agent replay [OPTION]... FILE   execute a record again, with the answers that hardware gave
-  kez-agent help                      this text; the command help tells about lines
-  kez-agent --version
-
-  --trace SETTING         trace from the start, like KezEvpn*/5
-  --ring FILE             write every trace statement in binary form to FILE, 16 MiB used in
-                          the round, which kez-inspect ring FILE reads; an older ring is replaced
-  --tables DIR            keep shared tables below DIR, where kez-inspect table FILE reads them;
-                          without it they are private
-  --journal DIR           keep what the switch has below DIR, as hardware does by itself; when it
-                          has anything the agent starts hitless over it, until inputs complete
-  --record FILE           write the session's lines and what hardware answered to FILE, which
-                          must not be there yet
-  --report FILE           write a page to FILE in the end, for a browser: machines, time line,
-                          failures, tables
-  --toggles FILE          set the feature toggles of FILE, which is by custom Kez.json
-  --echo                  print each line before it is executed
-  --clock virtual|steady  time passes by advance alone, which is the default, or by itself
-
-A replay goes by the record's clock, is not recorded itself and keeps its tables private.
-
-Exit status: 0; 1 an expectation failed or a replay differs; 2 a bad line of a run, a bad option or
-file.
-)";
-
-struct UsageError : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
-
-struct Options {
-  std::vector< std::string > files;
-  std::string trace;
-  std::string record;
-  std::string report;
-  std::string ring;
-  std::string tables;
-  std::string journal;
-  std::string toggles;
-  bool echo = false;
-  std::string clock;
-};
 
 // Keeps the ring of the options mounted, if they have one.
 class MountedRing {
@@ -109,49 +66,6 @@ public:
 private:
   std::optional< Switch::SwitchJournal > journal_;
 };
-
-using TextOption = std::pair< std::string_view, std::string Options::* >;
-constexpr TextOption textOptions[] = {
-  { "--trace", &Options::trace },     { "--ring", &Options::ring },
-  { "--tables", &Options::tables },   { "--journal", &Options::journal },
-  { "--record", &Options::record },   { "--report", &Options::report },
-  { "--toggles", &Options::toggles }, { "--clock", &Options::clock }
-};
-
-// Of the arguments after the first: "--option value" or "--option=value".
-Options parseOptions( const std::vector< std::string > & arguments ) {
-  Options options;
-  for ( size_t i = 1; i < arguments.size(); ++i ) {
-    const auto & argument = arguments[ i ];
-    const auto name = argument.substr( 0, argument.find( '=' ) );
-    const auto * const option =
-        std::find_if( std::begin( textOptions ), std::end( textOptions ),
-                      [ & ]( const TextOption & each ) { return each.first == name; } );
-    if ( option != std::end( textOptions ) ) {
-      const bool inOne = name.size() < argument.size();
-      const auto value = inOne                     ? argument.substr( name.size() + 1 )
-                         : ++i == arguments.size() ? std::string()
-                                                   : arguments[ i ];
-      if ( value.empty() ) {
-        throw UsageError( name + ": expected a value" );
-      }
-      options.*option->second = value;
-    } else if ( argument == "--echo" ) {
-      options.echo = true;
-    } else if ( argument != "-" && argument.starts_with( "-" ) ) {
-      throw UsageError(
-          "expected --trace, --ring, --tables, --journal, --record, --report, --toggles, --echo or "
-          "--clock, found '" +
-          argument + "'" );
-    } else {
-      options.files.push_back( argument );
-    }
-  }
-  if ( !options.clock.empty() && options.clock != "virtual" && options.clock != "steady" ) {
-    throw UsageError( "--clock: expected virtual or steady, found '" + options.clock + "'" );
-  }
-  return options;
-}
 
 std::string contents( const std::string & name ) {
   std::ifstream file( name );
@@ -281,24 +195,6 @@ void setToggles( Shell & shell, const std::string & file ) {
   }
 }
 
-void checkArguments( const std::string & command, const Options & options ) {
-  const auto expect = [ & ]( bool holds, const char * what ) {
-    if ( !holds ) {
-      throw UsageError( command + ": expected " + what );
-    }
-  };
-  if ( command == "run" ) {
-    expect( !options.files.empty(), "a file, or - for standard input" );
-  } else if ( command == "shell" ) {
-    expect( options.files.empty(), "no file; lines come from standard input" );
-  } else {
-    expect( options.files.size() == 1 && options.files[ 0 ] != "-", "a record, and one alone" );
-    expect( options.record.empty() && options.clock.empty() && options.tables.empty() &&
-                options.journal.empty() && options.toggles.empty(),
-            "none of --record, --clock, --tables, --journal and --toggles" );
-  }
-}
-
 int replay( const Options & options, std::ostream & out, std::ostream & err ) {
   const auto & name = options.files[ 0 ];
   Replay replay( name, std::make_unique< std::string >( contents( name ) ) );
@@ -316,8 +212,20 @@ int replay( const Options & options, std::ostream & out, std::ostream & err ) {
   return status;
 }
 
-int runOrConverse( const Options & options, const Input & input, std::ostream & out,
-                   std::ostream & err ) {
+// Where hardware lags behind by rule, one that runs on its own follows.
+constexpr const char * followingLines[] = { "set evpnFloodingEsiSm.reprogramChangedEsi true",
+                                            "set evpnFloodingEsiSm.unprogramUnusableLabel true",
+                                            "set evpnHwTunnelIdSm.retryLackingTunnel true",
+                                            "set esiFilteringDecapSm.unprogramOtherViaType true" };
+
+void openDoor( KezShell::Door & door, const Options & options ) {
+  door.socketIs( options.socket, KezShell::Rights::change, 0600 );
+  if ( !options.readOnlySocket.empty() ) {
+    door.socketIs( options.readOnlySocket, KezShell::Rights::look, 0660 );
+  }
+}
+
+int host( const Options & options, const Input & input, std::ostream & out, std::ostream & err ) {
   const auto sources = readFiles( options.files );
   const bool stepped = options.clock == "steady" && !options.record.empty();
   if ( options.clock == "steady" && !stepped ) {
@@ -336,15 +244,25 @@ int runOrConverse( const Options & options, const Input & input, std::ostream & 
   executeOption( shell, "record", options.record );
   executeOption( shell, "trace", options.trace );
   setToggles( shell, options.toggles );
+  const bool isDaemon = options.command == "serve";
+  std::optional< KezShell::Door > door;
+  if ( isDaemon ) {
+    openDoor( door.emplace( shell.commands() ), options );
+    shell.standingLinesAre( { std::begin( followingLines ), std::end( followingLines ) } );
+  }
   ReportFile page( options, titleOf( sources ), wiring );
   const bool isVirtual = options.clock != "steady";
   const LastWords lastWords( out, page, isVirtual );
   Session session( shell, options.echo, page.report(), out, err );
   int status = 0;
-  if ( sources.empty() ) {
-    session.converse( input );
-  } else {
+  if ( !sources.empty() ) {
     status = session.run( sources, input );
+  } else if ( !isDaemon ) {
+    session.converse( input );
+  }
+  if ( isDaemon && status < 2 ) {
+    serve( shell, *door, out );
+    status = 0;
   }
   page.write( session.verdict(), isVirtual );
   return status;
@@ -362,16 +280,18 @@ int dispatch( const std::vector< std::string > & arguments, const Input & input,
     out << "kez-agent " KEZ_VERSION "\n";
     return 0;
   }
-  if ( command != "run" && command != "shell" && command != "replay" ) {
-    throw UsageError( "expected run, shell, replay, help or --version, found " +
+  if ( command != "run" && command != "shell" && command != "replay" && command != "serve" &&
+       command != "attach" ) {
+    throw UsageError( "expected run, shell, replay, serve, attach, help or --version, found " +
                       ( command.empty() ? "nothing" : "'" + command + "'" ) );
   }
   const auto options = parseOptions( arguments );
-  checkArguments( command, options );
+  if ( command == "attach" ) {
+    return attach( { options.socket, options.files }, input.stream, input.terminal, out, err );
+  }
   const MountedRing ring( options.ring );
   const MountDirectory tables( options.tables );
-  return command == "replay" ? replay( options, out, err )
-                             : runOrConverse( options, input, out, err );
+  return command == "replay" ? replay( options, out, err ) : host( options, input, out, err );
 }
 
 } // namespace

@@ -8,13 +8,16 @@
 
 namespace Agent {
 
+using KezShell::BadLine;
+using KezShell::Session;
 using Switch::Crossing;
 using Switch::skipWord;
 using Vex::String;
 
 namespace {
 
-template< class T > Vex::Ptr< const T > entityOf( const Roots & roots, std::string_view name ) {
+template< class T >
+Vex::Ptr< const T > entityOf( const KezShell::Roots & roots, std::string_view name ) {
   const auto * const root = roots.root( name );
   const auto entity = root ? Vex::dynamicCast< T >( root->entity ) : nullptr;
   if ( !entity ) {
@@ -39,9 +42,9 @@ String copiesText( std::vector< Crossing > copies ) {
   return text.empty() ? "none" : text;
 }
 
-} // namespace
-
-Switch::Forwarded send( const Roots & roots, Vex::TextCursor & in ) {
+// Reads "PORT [tag N] [from MAC] to MAC" or "tunnel T labels A[,B] [from MAC] to MAC" and the
+// blanks behind it, and has the switch forward that frame.
+Switch::Forwarded forwarded( const KezShell::Roots & roots, Vex::TextCursor & in ) {
   const auto plane = Vex::makePtr< Switch::ForwardingPlane >(
       entityOf< Switch::SimulatedSwitch >( roots, "switch" ),
       entityOf< Switch::ForwardingInput >( roots, "forwardingInput" ),
@@ -57,34 +60,38 @@ Switch::Forwarded send( const Roots & roots, Vex::TextCursor & in ) {
     in.fail( "to and a MAC address" );
   }
   frame.to = parseAddress( in );
-  Switch::Forwarded forwarded;
-  plane->forward( crossing, frame, forwarded );
-  return forwarded;
+  Switch::Forwarded all;
+  plane->forward( crossing, frame, all );
+  return all;
 }
 
-void showForwarded( std::ostream & out, const Switch::Forwarded & forwarded ) {
-  if ( forwarded.vlanId == Bridging::VlanIdOrNone() ) {
+void send( const KezShell::Roots & roots, Vex::TextCursor & in, Session & session ) {
+  const auto all = forwarded( roots, in );
+  Vex::expectEnd( in );
+  auto & out = session.out();
+  if ( all.vlanId == Bridging::VlanIdOrNone() ) {
     out << "of no VLAN\n";
   } else {
-    out << "VLAN " << forwarded.vlanId << ( forwarded.flooded ? ", flooded\n" : "\n" );
+    out << "VLAN " << all.vlanId << ( all.flooded ? ", flooded\n" : "\n" );
   }
-  for ( const auto & copy : forwarded.copies ) {
+  for ( const auto & copy : all.copies ) {
     out << "  " << Vex::text( copy ) << '\n';
   }
   std::vector< std::vector< String > > rows;
-  for ( const auto & stop : forwarded.stopped ) {
+  for ( const auto & stop : all.stopped ) {
     const auto where = stop.intfId != Wire::IntfId() ? " to " + Vex::text( stop.intfId )
                        : stop.tunnelId.value() != 0  ? " over tunnel " + Vex::text( stop.tunnelId )
                                                      : "";
     rows.push_back( { "  not" + where, String( reasonText( stop.reason ) ), entryPath( stop ) } );
   }
-  showTable( out, rows );
+  KezShell::showTable( out, rows );
 }
 
-CopiesExpectation expectCopies( const Roots & roots, Vex::TextCursor & in ) {
+// Reads a frame as `send` does, "copies", and these, separated by a comma and a blank, or "none".
+void expectSend( const KezShell::Roots & roots, Vex::TextCursor & in, Session & session ) {
   const auto begin = in.at();
-  const auto forwarded = send( roots, in );
-  const String frame( trimmed( { begin, static_cast< size_t >( in.at() - begin ) } ) );
+  const auto all = forwarded( roots, in );
+  const String frame( KezShell::trimmed( { begin, static_cast< size_t >( in.at() - begin ) } ) );
   if ( !skipWord( in, "copies" ) ) {
     in.fail( "copies and what they are, or none" );
   }
@@ -95,7 +102,35 @@ CopiesExpectation expectCopies( const Roots & roots, Vex::TextCursor & in ) {
     } while ( in.skip( ", " ) );
   }
   Vex::expectEnd( in );
-  return { frame, copiesText( std::move( expected ) ), copiesText( forwarded.copies ) };
+  const auto inOrder = copiesText( std::move( expected ) );
+  const auto found = copiesText( all.copies );
+  session.judge( found == inOrder, "send " + frame, inOrder, found );
+}
+
+} // namespace
+
+void addSend( KezShell::Shell & shell ) {
+  shell.commandIs(
+      { "send", "FRAME", "tell what the switch does to a frame",
+        "Shows the copies that the switch makes of it by its tables, and for each that it does not\n"
+        "make the entry that stopped it. FRAME is one of\n"
+        "  PORT [tag N] [from MAC] to MAC\n"
+        "  tunnel T labels LABEL[,ESI-LABEL] [from MAC] to MAC\n"
+        "With expect before it, and copies and what they are behind it, it checks these, in any\n"
+        "order.\n"
+        "  send Ethernet1 tag 110 from 00:00:00:00:00:01 to ff:ff:ff:ff:ff:ff\n"
+        "  send tunnel 5 labels 100,500 to ff:ff:ff:ff:ff:ff\n"
+        "  expect send Ethernet1 to ff:ff:ff:ff:ff:ff copies Ethernet2 tag 110, tunnel 5 labels 100\n"
+        "  expect send Ethernet3 to 00:00:00:00:00:02 copies none\n",
+        KezShell::Effect::none,
+        [ &shell ]( Vex::TextCursor & in, Session & session ) {
+          send( shell.roots(), in, session );
+        },
+        false,
+        [ &shell ]( Vex::TextCursor & in, Session & session ) {
+          expectSend( shell.roots(), in, session );
+        } },
+      "explain" );
 }
 
 } // namespace Agent

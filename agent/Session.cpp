@@ -2,6 +2,8 @@
 
 namespace Agent {
 
+using KezShell::trimmed;
+
 int Session::run( const std::vector< Source > & sources, const Input & input ) {
   for ( const auto & source : sources ) {
     out_ << ( echo_ && &source != &sources.front() ? "\n" : "" );

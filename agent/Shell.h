@@ -1,84 +1,79 @@
-// The agent's commands. A line is a command and what it applies to; blank lines and lines that
-// begin with # are for readers. Everything is found by path, through reflection.
+// The agent's command line: the commands that every host has, its own, and a console for whoever
+// started it.
 //
-// A bad line changes nothing. A failed expectation is reported and counted, and the session goes
-// on. After a line that changes something the tasks run until none is ready. While a shell
-// lives, what is traced goes to its output, in order with everything else.
+// After a line that changes something the tasks run until none is ready. While a shell lives, what
+// is traced goes to the console's output, in order with everything else.
 #pragma once
 
 #include "agent/Wiring.h"
 #include "record/Pace.h"
 #include "record/Recorder.h"
-#include "shell/Path.h"
-
-#include <ostream>
+#include "shell/Shell.h"
 
 namespace Agent {
 
-class Shell {
+using KezShell::BadLine;
+
+class Shell : private KezShell::Host {
 public:
   Shell( Wiring & wiring, std::ostream & out, std::ostream & err );
-  ~Shell();
+  ~Shell() override;
   Shell( const Shell & ) = delete;
   Shell & operator=( const Shell & ) = delete;
 
-  // `place` is where the line stands, for reports: "<file>:<line>". Raises BadLine, and
-  // std::runtime_error for what the line is not to blame for: a table is damaged, has no room or
-  // cannot be mounted. Neither is in the record.
-  void execute( std::string_view line, const Vex::String & place );
+  // A line of the console. `place` is where it stands, for reports: "<file>:<line>". Raises
+  // BadLine, and std::runtime_error for what the line is not to blame for: a table is damaged, has
+  // no room or cannot be mounted. Neither is in the record.
+  void execute( std::string_view line, const Vex::String & place ) {
+    console_.execute( line, place );
+  }
   // Runs the tasks that are due.
-  void catchUp() { runTasks( 0 ); }
+  void catchUp() { runTasks( console_, 0 ); }
 
+  // For sessions beside the console.
+  KezShell::Shell & commands() { return commands_; }
+  // Executes them as lines of the console, now and after each restart.
+  void standingLinesAre( std::vector< Vex::String > lines );
+  // Runs one turn of the scheduler if one is due; whether one was.
+  bool turn() { return pace_->turn( *wiring_.scheduler ); }
+  // When the next turn is due.
+  std::optional< double > nextDeadline() const { return wiring_.scheduler->nextDeadline(); }
   // Of the lines that are executed from now on.
   void paceIs( Pace & pace );
   Recorder & recorder() { return recorder_; }
 
-  size_t expectations() const { return expectations_; }
-  size_t failures() const { return failures_; }
-  const Vex::String & lastFailure() const { return lastFailure_; }
+  size_t expectations() const { return console_.expectations(); }
+  size_t failures() const { return console_.failures(); }
+  const Vex::String & lastFailure() const { return console_.lastFailure(); }
 
 private:
-  struct Command;
-  static const std::vector< Command > & commands();
-  static const Command * command( std::string_view name );
-  static Vex::String commandNames();
+  using Session = KezShell::Session;
+
+  const KezShell::Roots & roots() const override { return wiring_.roots; }
+  bool isVirtual() const override { return pace_->isVirtual(); }
+  void execute( const KezShell::Command & command, Vex::TextCursor & in, Session & session,
+                std::string_view line ) override;
+  void remarkIs( std::string_view text ) override;
+  void runTasks( Session & session ) override { runTasks( session, 0 ); }
+
+  void addCommands();
+  void advance( Vex::TextCursor & in, Session & session );
+  void restart( Vex::TextCursor & in, Session & session );
+  void inputs( Vex::TextCursor & in, Session & session );
+  void record( Vex::TextCursor & in, Session & session );
 
   void lineIs( std::string_view text );
-  void set( Vex::TextCursor & in );
-  void del( Vex::TextCursor & in );
-  void show( Vex::TextCursor & in );
-  void expect( Vex::TextCursor & in );
-  void send( Vex::TextCursor & in );
-  void explain( Vex::TextCursor & in );
-  void check( Vex::TextCursor & in );
-  void audit( Vex::TextCursor & in );
-  void advance( Vex::TextCursor & in );
-  void call( Vex::TextCursor & in );
-  void restart( Vex::TextCursor & in );
-  void inputs( Vex::TextCursor & in );
-  void trace( Vex::TextCursor & in );
-  void record( Vex::TextCursor & in );
-  void help( Vex::TextCursor & in );
-
-  void runTasks( double seconds );
-  void inputsAreComplete();
-  // Counts an expectation, and reports it unless it holds.
-  void judge( bool holds, const Path & path, const Vex::String & expected,
-              const Reading & reading );
-  void judge( bool holds, const Vex::String & subject, const Vex::String & expected,
-              const Vex::String & found );
-  void reportFailure( const Vex::String & text );
+  void runTasks( Session & session, double seconds );
+  void inputsAreComplete( Session & session );
+  void executeStandingLines();
 
   Wiring & wiring_;
-  std::ostream & out_;
-  std::ostream & err_;
   Recorder recorder_;
   Pace ordinaryPace_;
   Pace * pace_ = &ordinaryPace_;
-  Vex::String place_; // of the line that is executed
-  size_t expectations_ = 0;
-  size_t failures_ = 0;
-  Vex::String lastFailure_;
+  KezShell::Shell commands_{ *this };
+  Session console_;
+  std::vector< Vex::String > standingLines_;
 };
 
 } // namespace Agent

@@ -12,7 +12,6 @@
 #include "KezEvpn/KezEvpnVlanFloodSetSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
 #include "KezEvpn/KezMacAddrFecRequestSm.h"
-#include "KezEvpn/frame/StateMachine.h"
 #include "KezHelper/Audit.h"
 #include "KezHelper/EsiFilteringDecapHelperLater.h"
 #include "KezHelper/EsiFilteringDecapHelperTakeover.h"
@@ -20,6 +19,7 @@
 #include "KezHelper/EvpnFloodingSmHelperTakeover.h"
 #include "KezHelper/EvpnHwTunnelIdSmHelperLater.h"
 #include "KezHelper/EvpnHwTunnelIdSmHelperTakeover.h"
+#include "shell/Machines.h"
 #include "switch/ForwardingInput.h"
 #include "switch/SwitchAnswers.h"
 #include "switch/SwitchEsiFilteringDecapHelper.h"
@@ -49,7 +49,8 @@ template< class T > Ptr< T > standing( const Roots & roots, const Vex::String & 
 // laid before they end, which is when it ceases to ask.
 std::vector< const Kez::StateMachine * > machinesOf( const Wiring & wiring ) {
   std::vector< const Kez::StateMachine * > machines;
-  forEachMachine( wiring, [ & ]( const Kez::StateMachine & sm ) { machines.push_back( &sm ); } );
+  KezShell::forEachMachine( wiring.roots,
+                            [ & ]( const Kez::StateMachine & sm ) { machines.push_back( &sm ); } );
   return machines;
 }
 
@@ -91,7 +92,8 @@ public:
     Wiring wiring{ std::move( roots_ ), scheduler_, hardware_, takeover_ };
     const auto audit = wiring.roots.rootIs(
         Role::runtime, "audit", Vex::makePtr< KezHelper::Audit >( scheduler_, takeover_ ) );
-    forEachMachine( wiring, [ & ]( Kez::StateMachine & sm ) { addTablesOf( sm, *audit ); } );
+    KezShell::forEachMachine( wiring.roots,
+                              [ & ]( Kez::StateMachine & sm ) { addTablesOf( sm, *audit ); } );
     addTablesOf( *floodSets, *audit );
     addTablesOf( *macs, *audit );
     if ( takeover_ ) {

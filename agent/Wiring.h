@@ -2,13 +2,15 @@
 // of the agent knows them by reflection alone.
 #pragma once
 
-#include "KezEvpn/frame/StateMachine.h"
 #include "KezHelper/Takeover.h"
 #include "Loom/TaskScheduler.h"
 #include "shell/Roots.h"
 #include "switch/SimulatedSwitch.h"
 
 namespace Agent {
+
+using KezShell::Role;
+using KezShell::Roots;
 
 struct Wiring {
   Roots roots;
@@ -32,14 +34,5 @@ void takeoverIs( Wiring & ground );
 // has ended by then: machines do not share inputs,
 // and a shared table has one writer. Raises std::runtime_error when a table cannot be mounted.
 Wiring wire( const Wiring & ground = unwired() );
-
-// Runs `what( machine )` for every machine, in the order in which they were made.
-template< class What > void forEachMachine( const Wiring & wiring, What && what ) {
-  for ( const auto & [ role, entity ] : wiring.roots ) {
-    if ( auto * const machine = dynamic_cast< Kez::StateMachine * >( entity.get() ) ) {
-      what( *machine );
-    }
-  }
-}
 
 } // namespace Agent

@@ -14,19 +14,26 @@ bool Pace::isVirtual() const {
 bool Pace::run( Loom::TaskScheduler & scheduler, double seconds ) {
   const double end = now() + seconds;
   for ( size_t turns = 0; turns < turnLimit; ) {
-    const auto deadline = scheduler.nextDeadline();
-    const double time = now();
-    if ( deadline && *deadline <= time ) {
-      turnIs();
-      scheduler.runReady();
+    if ( turn( scheduler ) ) {
       ++turns;
-    } else if ( time >= end ) {
+    } else if ( now() >= end ) {
       return true;
     } else {
+      const auto deadline = scheduler.nextDeadline();
       waitUntil( deadline ? std::min( *deadline, end ) : end );
     }
   }
   return false;
+}
+
+bool Pace::turn( Loom::TaskScheduler & scheduler ) {
+  const auto deadline = scheduler.nextDeadline();
+  if ( !deadline || *deadline > now() ) {
+    return false;
+  }
+  turnIs();
+  scheduler.runReady();
+  return true;
 }
 
 double Pace::now() {

@@ -23,6 +23,9 @@ public:
   // the turn limit is reached first.
   virtual bool run( Loom::TaskScheduler & scheduler, double seconds );
 
+  // Runs one turn of the scheduler if one is due; whether one was.
+  bool turn( Loom::TaskScheduler & scheduler );
+
 protected:
   // The time that stands, in seconds of Vex::Clock, brought up to date where it does not move by
   // itself.

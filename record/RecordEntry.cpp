@@ -6,6 +6,12 @@
 
 namespace Agent {
 
+using KezShell::BadLine;
+using KezShell::failAt;
+using KezShell::inTextAt;
+using KezShell::takeRest;
+using KezShell::takeWord;
+
 namespace {
 
 constexpr std::string_view answerMark = " -> ";

@@ -15,6 +15,9 @@
 
 namespace Agent {
 
+using KezShell::Role;
+using KezShell::Roots;
+
 class Report : public Switch::SwitchListener {
 public:
   static constexpr size_t eventLimit = 16'000;

@@ -111,8 +111,9 @@ void ReportPage::put( std::string_view text ) {
 
 void ReportPage::machines( const Roots & roots ) {
   const auto indexOf = [ & ]( const Vex::Entity * entity ) {
-    return std::find_if( roots.begin(), roots.end(),
-                         [ & ]( const Root & each ) { return each.entity.get() == entity; } ) -
+    return std::find_if(
+               roots.begin(), roots.end(),
+               [ & ]( const KezShell::Root & each ) { return each.entity.get() == entity; } ) -
            roots.begin();
   };
   // What stands between two roots is passed over.
@@ -132,7 +133,7 @@ void ReportPage::machines( const Roots & roots ) {
       }
     }
   };
-  const auto references = [ & ]( const Root & root, bool writes ) {
+  const auto references = [ & ]( const KezShell::Root & root, bool writes ) {
     std::vector< ptrdiff_t > targets;
     addTargets( *root.entity, writes, targets, addTargets );
     return targets;

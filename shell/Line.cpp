@@ -1,6 +1,6 @@
 #include "shell/Line.h"
 
-namespace Agent {
+namespace KezShell {
 
 namespace {
 
@@ -37,4 +37,4 @@ void failAt( size_t offset, const Vex::String & expected, std::string_view found
   throw Vex::ParseError( expected, Vex::String( found ), offset );
 }
 
-} // namespace Agent
+} // namespace KezShell

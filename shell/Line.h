@@ -4,7 +4,7 @@
 
 #include "Vex/Text.h"
 
-namespace Agent {
+namespace KezShell {
 
 // A line that cannot be executed; it has changed nothing. Columns are bytes and count from 1.
 class BadLine : public std::runtime_error {
@@ -35,4 +35,4 @@ std::string_view takeRest( Vex::TextCursor & in );
 
 [[noreturn]] void failAt( size_t offset, const Vex::String & expected, std::string_view found );
 
-} // namespace Agent
+} // namespace KezShell

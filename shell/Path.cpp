@@ -2,7 +2,7 @@
 
 #include "Vex/Assert.h"
 
-namespace Agent {
+namespace KezShell {
 
 using Vex::AttributeType;
 using Vex::Entity;
@@ -159,7 +159,7 @@ String Path::call( Vex::TextCursor & in ) const {
 }
 
 bool Path::writable() const {
-  return root_->role != Role::output &&
+  return root_->access == Vex::Access::writable &&
          std::all_of( steps_.begin(), steps_.end(), []( const Step & step ) {
            return step.attribute->access == Vex::Access::writable;
          } );
@@ -170,8 +170,9 @@ void Path::checkWritable() const {
     throw BadLine( offset + 1,
                    "expected something that may be written; " + String( name ) + " is " + why );
   };
-  if ( root_->role == Role::output ) {
-    refuse( rootOffset_, root_->entity->name(), "an output" );
+  if ( root_->access == Vex::Access::readOnly ) {
+    refuse( rootOffset_, root_->entity->name(),
+            root_->role == Role::output ? "an output" : "read-only" );
   }
   for ( const auto & step : steps_ ) {
     if ( step.attribute->kind == Vex::referenceKind ) {
@@ -201,4 +202,4 @@ Ptr< Entity > Path::holderIs() const {
   return entity;
 }
 
-} // namespace Agent
+} // namespace KezShell

@@ -13,7 +13,7 @@
 #include "shell/Line.h"
 #include "shell/Roots.h"
 
-namespace Agent {
+namespace KezShell {
 
 // What stands at a path. An entity has neither a value nor a count.
 struct Reading {
@@ -89,4 +89,4 @@ private:
   const Vex::OperationType * operation_ = nullptr;
 };
 
-} // namespace Agent
+} // namespace KezShell

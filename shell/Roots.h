@@ -1,5 +1,5 @@
 // The entities that paths begin with, each by its name and with the role it plays. Outputs are
-// read-only altogether; what else may be written, the attributes say.
+// read-only altogether, and so is what its host says; what else may be written, the attributes say.
 #pragma once
 
 #include "Vex/Entity.h"
@@ -8,21 +8,23 @@
 #include <algorithm>
 #include <vector>
 
-namespace Agent {
+namespace KezShell {
 
-VEX_ENUM( Role, "Agent::Role", input, output, machine, hardware, runtime )
+VEX_ENUM( Role, "KezShell::Role", input, output, machine, hardware, runtime )
 
 struct Root {
   Role role;
   Vex::Ptr< Vex::Entity > entity; // has a name
+  Vex::Access access;
 };
 
 class Roots {
 public:
   template< class T >
-  Vex::Ptr< T > rootIs( Role role, const Vex::String & name, const Vex::Ptr< T > & entity ) {
+  Vex::Ptr< T > rootIs( Role role, const Vex::String & name, const Vex::Ptr< T > & entity,
+                        Vex::Access access = Vex::Access::writable ) {
     entity->nameIs( name );
-    roots_.push_back( { role, entity } );
+    roots_.push_back( { role, entity, role == Role::output ? Vex::Access::readOnly : access } );
     return entity;
   }
 
@@ -51,4 +53,4 @@ private:
   std::vector< Root > roots_;
 };
 
-} // namespace Agent
+} // namespace KezShell

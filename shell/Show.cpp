@@ -2,7 +2,7 @@
 
 #include "Vex/Clock.h"
 
-namespace Agent {
+namespace KezShell {
 
 using Vex::AttributeType;
 using Vex::Entity;
@@ -12,27 +12,36 @@ namespace {
 
 constexpr size_t width = 100;
 
-// `head` and the items after it, in as many lines as they need; the further ones are indented.
-void showWrapped( std::ostream & out, const String & head, const std::vector< String > & items,
-                  size_t indent ) {
-  size_t used = head.size();
-  out << head;
-  for ( const auto & item : items ) {
-    if ( used + 2 + item.size() > width ) {
-      out << '\n' << String( indent, ' ' );
-      used = indent;
+// A head and the items after it, in as many lines as they need; the further ones are indented.
+class Wrapped {
+public:
+  Wrapped( std::ostream & out, const String & head, size_t indent )
+      : indent_( indent ), used_( head.size() ) {
+    out << head;
+  }
+  void say( std::ostream & out, const String & item ) {
+    if ( used_ + 2 + item.size() > width ) {
+      out << '\n' << String( indent_, ' ' );
+      used_ = indent_;
     } else {
       out << "  ";
-      used += 2;
+      used_ += 2;
     }
     out << item;
-    used += item.size();
+    used_ += item.size();
   }
-  out << '\n';
-}
+
+private:
+  const size_t indent_;
+  size_t used_;
+};
 
 String counted( const AttributeType & attribute, const Entity & entity ) {
   return String( attribute.name ) + " (" + std::to_string( attribute.size( entity ) ) + ")";
+}
+
+String keyOf( const AttributeType & attribute ) {
+  return attribute.keyed() ? "[" + String( attribute.keyType ) + "]" : "";
 }
 
 void showValue( std::ostream & out, const String & value ) {
@@ -48,46 +57,83 @@ String called( const Vex::Ptr< const Entity > & entity ) {
   return name.empty() ? "(" + String( entity->fwkType().name ) + ")" : name;
 }
 
-void showEntity( std::ostream & out, const Entity & entity, size_t indent );
+// An entity's attributes, or one of them, and below its members theirs. What is under way is a
+// stack of entities, each held and at one of its attributes, and in there at one of the members.
+class Tree : public Answer {
+public:
+  void entityIs( const Vex::Ptr< const Entity > & entity, size_t indent ) {
+    levels_.push_back( { entity, entity->fwkType().attributes(), indent, {} } );
+  }
+  // One collection of it alone.
+  void collectionIs( const Vex::Ptr< const Entity > & entity, const AttributeType & attribute,
+                     const String & head ) {
+    levels_.push_back( { entity, { &attribute }, 0, head } );
+  }
 
-void showCollection( std::ostream & out, const AttributeType & attribute, const Entity & entity,
-                     const String & head, size_t indent ) {
-  const bool keysAlone = attribute.valueType.empty();
-  std::vector< String > keys;
-  if ( !keysAlone ) {
-    out << head << '\n';
-  }
-  attribute.forEach( entity, [ & ]( const Vex::ReflectedMember & member ) {
-    if ( keysAlone ) {
-      keys.push_back( member.key );
-      return;
-    }
-    out << String( indent + 2, ' ' ) << member.key;
-    if ( member.entity ) {
-      out << '\n';
-      showEntity( out, *member.entity, indent + 4 );
+  bool say( std::ostream & out ) override {
+    auto & level = levels_.back();
+    if ( level.members ) {
+      sayMember( out, level );
+    } else if ( level.next < level.attributes.size() ) {
+      sayAttribute( out, level, *level.attributes[ level.next++ ] );
     } else {
-      showValue( out, member.value );
+      levels_.pop_back();
     }
-  } );
-  if ( keysAlone ) {
-    showWrapped( out, head, keys, indent + 2 );
+    return !levels_.empty();
   }
-}
 
-void showEntity( std::ostream & out, const Entity & entity, size_t indent ) {
-  for ( const auto * attribute : entity.fwkType().attributes() ) {
-    const String blanks( indent, ' ' );
-    if ( attribute->keyed() ) {
-      showCollection( out, *attribute, entity, blanks + counted( *attribute, entity ), indent );
-    } else if ( attribute->kind == Vex::referenceKind ) {
-      out << blanks << attribute->name << " -> " << called( attribute->target( entity ) ) << '\n';
+private:
+  struct Level {
+    Vex::Ptr< const Entity > entity;
+    std::vector< const AttributeType * > attributes;
+    size_t indent;
+    String head;     // of a collection that is shown alone
+    size_t next = 0; // of the attributes
+    std::unique_ptr< Vex::ReflectedWalk > members = nullptr;
+    std::optional< Wrapped > keys = std::nullopt; // of a collection of keys alone
+  };
+
+  void sayAttribute( std::ostream & out, Level & level, const AttributeType & attribute ) {
+    const String blanks( level.indent, ' ' );
+    if ( attribute.keyed() ) {
+      const auto text =
+          level.head.empty() ? blanks + counted( attribute, *level.entity ) : level.head;
+      level.members = attribute.walk( *level.entity );
+      if ( attribute.valueType.empty() ) {
+        level.keys.emplace( out, text, level.indent + 2 );
+      } else {
+        out << text << '\n';
+      }
+    } else if ( attribute.kind == Vex::referenceKind ) {
+      out << blanks << attribute.name << " -> " << called( attribute.target( *level.entity ) )
+          << '\n';
     } else {
-      out << blanks << attribute->name;
-      showValue( out, attribute->value( entity ) );
+      out << blanks << attribute.name;
+      showValue( out, attribute.value( *level.entity ) );
     }
   }
-}
+
+  void sayMember( std::ostream & out, Level & level ) {
+    const auto member = level.members->next();
+    if ( !member ) {
+      out << ( level.keys ? "\n" : "" );
+      level.members.reset();
+      level.keys.reset();
+    } else if ( level.keys ) {
+      level.keys->say( out, member->key );
+    } else {
+      out << String( level.indent + 2, ' ' ) << member->key;
+      if ( member->entity ) {
+        out << '\n';
+        entityIs( member->entity, level.indent + 4 );
+      } else {
+        showValue( out, member->value );
+      }
+    }
+  }
+
+  std::vector< Level > levels_;
+};
 
 } // namespace
 
@@ -133,42 +179,50 @@ void showOverview( std::ostream & out, const Roots & roots, bool isVirtual ) {
     if ( !counts.empty() ) {
       head.resize( roleWidth + nameWidth + typeWidth, ' ' );
     }
-    showWrapped( out, head, counts, roleWidth + nameWidth );
+    Wrapped line( out, head, roleWidth + nameWidth );
+    for ( const auto & count : counts ) {
+      line.say( out, count );
+    }
+    out << '\n';
   }
 }
 
-void showPath( std::ostream & out, const Path & path ) {
+std::unique_ptr< Answer > showPath( std::ostream & out, const Path & path ) {
   const auto reading = path.read();
   const auto holder = path.attribute() ? path.holder() : nullptr;
+  auto tree = std::make_unique< Tree >();
   if ( reading.count && holder ) {
-    const auto head = path.text() + " (" + std::to_string( *reading.count ) + ")";
-    showCollection( out, *path.attribute(), *holder, head, 0 );
-    return;
+    tree->collectionIs( holder, *path.attribute(),
+                        path.text() + " (" + std::to_string( *reading.count ) + ")" );
+    return tree;
   }
   out << path.text();
   if ( !reading.there ) {
     out << ": none\n";
   } else if ( path.type() ) {
     out << " (" << path.type()->name << ")\n";
-    showEntity( out, *path.entity(), 2 );
+    tree->entityIs( path.entity(), 2 );
+    return tree;
   } else if ( reading.value ) {
     showValue( out, *reading.value );
   } else {
     out << '\n';
   }
+  return nullptr;
+}
+
+std::vector< String > attributeColumns( const Path & path, const AttributeType & attribute ) {
+  const bool writable = path.writable() && attribute.access == Vex::Access::writable;
+  return { String( attribute.name ) + keyOf( attribute ), String( text( attribute.kind ) ),
+           String( attribute.valueType ), writable ? "writable" : "read-only" };
 }
 
 void showClass( std::ostream & out, const Path & path ) {
   const auto * type = path.namesCollection() ? path.attribute()->entityType() : path.type();
   std::vector< std::vector< String > > rows{ { "  attribute", "kind", "value", "access" } };
-  const auto keyOf = []( const AttributeType & attribute ) {
-    return attribute.keyed() ? "[" + String( attribute.keyType ) + "]" : "";
-  };
   const auto describe = [ & ]( const AttributeType & attribute ) {
-    const bool writable = path.writable() && attribute.access == Vex::Access::writable;
-    rows.push_back( { "  " + String( attribute.name ) + keyOf( attribute ),
-                      String( text( attribute.kind ) ), String( attribute.valueType ),
-                      writable ? "writable" : "read-only" } );
+    rows.push_back( attributeColumns( path, attribute ) );
+    rows.back().front().insert( 0, "  " );
   };
   out << path.text();
   if ( !type ) {
@@ -191,4 +245,4 @@ void showClass( std::ostream & out, const Path & path ) {
   }
 }
 
-} // namespace Agent
+} // namespace KezShell

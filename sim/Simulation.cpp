@@ -6,6 +6,7 @@
 
 #include "KezEvpn/frame/Findings.h"
 #include "Vex/Clock.h"
+#include "shell/Machines.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -291,7 +292,7 @@ String Simulation::brokenPromises() const {
 // What machines state of themselves, but for those that cannot know.
 String Simulation::brokenInvariants() const {
   String broken;
-  Agent::forEachMachine( wiring_, [ & ]( const Kez::StateMachine & machine ) {
+  KezShell::forEachMachine( wiring_.roots, [ & ]( const Kez::StateMachine & machine ) {
     if ( !isDeaf( machine ) ) {
       Kez::Findings findings( machine.name() );
       machine.check( findings );
@@ -305,7 +306,7 @@ void Simulation::tellMachines( std::string_view names, std::string_view kind ) {
   std::vector< Kez::StateMachine * > named;
   std::istringstream in{ String( names ) };
   for ( String name; in >> name; ) {
-    Agent::forEachMachine( wiring_, [ & ]( Kez::StateMachine & machine ) {
+    KezShell::forEachMachine( wiring_.roots, [ & ]( Kez::StateMachine & machine ) {
       if ( machine.name() == name ) {
         named.push_back( &machine );
       }
@@ -444,7 +445,7 @@ String Simulation::restartHitless() {
 // Every machine is made to look at all of its inputs again, and finds nothing to do.
 String Simulation::reviewEverything() {
   const auto before = hardwareCalls();
-  Agent::forEachMachine( wiring_, []( Kez::StateMachine & machine ) {
+  KezShell::forEachMachine( wiring_.roots, []( Kez::StateMachine & machine ) {
     machine.vexDoZombieReactors( true );
     machine.vexDoZombieReactors( false );
   } );

@@ -34,12 +34,9 @@ public:
       : Vex::KeyedType< C, storage >( name, id, tableKind, access, Vex::typeName< Record >() ) {}
 
   // As a walk meets them, whatever the index says.
-  void
-  forEach( const Vex::Entity & entity,
-           const std::function< void( const Vex::ReflectedMember & ) > & visit ) const override {
-    for ( const auto & record : Storage::of( entity ).range() ) {
-      visit( reflected( record ) );
-    }
+  std::unique_ptr< Vex::ReflectedWalk > walk( const Vex::Entity & entity ) const override {
+    return Vex::reflectedWalk( Storage::of( entity ).range(),
+                               []( const auto & at ) { return reflected( *at ); } );
   }
   // The record's own key is to be `key`. Raises what Table::put does.
   void memberIs( Vex::Entity & entity, std::string_view key,

@@ -101,6 +101,38 @@ public:
   }
 };
 
+// `reflect( walk )` gives the member that a walk of the range stands on. It is read as soon as the
+// walk has come there: later it may be gone.
+template< class Range, class Reflect >
+std::unique_ptr< ReflectedWalk > reflectedWalk( const Range & range, const Reflect & reflect ) {
+  class RangeWalk : public ReflectedWalk {
+  public:
+    RangeWalk( const Range & range, const Reflect & reflect )
+        : range_( range ), reflect_( reflect ) {}
+
+    std::optional< ReflectedMember > next() override {
+      if ( at_ ) {
+        ++at_->walk;
+      } else {
+        at_.emplace( range_ );
+      }
+      return at_->walk != nullptr ? std::optional( reflect_( at_->walk ) ) : std::nullopt;
+    }
+
+  private:
+    // Walks stay where they begin.
+    struct At {
+      explicit At( const Range & range ) : walk( range.begin() ) {}
+      decltype( std::declval< Range >().begin() ) walk;
+    };
+
+    const Range range_;
+    const Reflect reflect_;
+    std::optional< At > at_;
+  };
+  return std::make_unique< RangeWalk >( range, reflect );
+}
+
 // What the keyed kinds have alike.
 template< class C, auto storage > class KeyedType : public AttributeType {
 protected:
@@ -121,12 +153,11 @@ public:
     const auto & all = Storage::of( entity );
     return all.has( key ) ? std::optional( reflect( key, all ) ) : std::nullopt;
   }
-  void forEach( const Entity & entity,
-                const std::function< void( const ReflectedMember & ) > & visit ) const override {
-    const auto & all = Storage::of( entity );
-    for ( auto walk = all.members().range().begin(); walk.valid(); ++walk ) {
-      visit( reflect( walk.key(), all ) );
-    }
+  std::unique_ptr< ReflectedWalk > walk( const Entity & entity ) const override {
+    return reflectedWalk( Storage::of( entity ).members().range(),
+                          [ this, &all = Storage::of( entity ) ]( const auto & at ) {
+                            return reflect( at.key(), all );
+                          } );
   }
   String canonicalKey( std::string_view text ) const override { return canonical< Key >( text ); }
 };

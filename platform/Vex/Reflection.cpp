@@ -1,11 +1,21 @@
 #include "Vex/Reflection.h"
 
+#include "Vex/Entity.h"
+
 #include <algorithm>
 
 namespace Vex {
 
 void AttributeType::unsupported( const char * operation ) const {
   throw NotSupported( String( name ) + " (" + String( text( kind ) ) + ") cannot be " + operation );
+}
+
+void AttributeType::forEach(
+    const Entity & entity, const std::function< void( const ReflectedMember & ) > & visit ) const {
+  const auto members = walk( entity );
+  while ( const auto member = members->next() ) {
+    visit( *member );
+  }
 }
 
 Operations joined( Operations base, const Operations & own ) {

@@ -3,7 +3,7 @@
 // and values are taken and given in their brief text form; the full one is taken too. Bad text
 // raises ParseError or RangeError and changes nothing; an operation that the attribute's kind does
 // not have raises NotSupported. A storage in a file may raise std::runtime_error besides: memberIs
-// when it has no room, having changed nothing, member and forEach when it is damaged.
+// when it has no room, having changed nothing, member and walks when it is damaged.
 #pragma once
 
 #include "Vex/Ptr.h"
@@ -51,6 +51,16 @@ struct ReflectedMember {
   Ptr< const Entity > entity;
 };
 
+// One pass over the members of a keyed attribute, which begins with the first `next` and may be
+// left off between two for as long as whoever walks holds the entity. Members come as walks of the
+// collection give them.
+class ReflectedWalk {
+public:
+  virtual ~ReflectedWalk() = default;
+  // None at the end, after which it is not to be asked again.
+  virtual std::optional< ReflectedMember > next() = 0;
+};
+
 class AttributeType {
 public:
   AttributeType( std::string_view name, AttrId id, AttributeKind kind, Access access,
@@ -88,10 +98,9 @@ public:
   virtual std::optional< ReflectedMember > member( const Entity &, std::string_view ) const {
     unsupported( "looked up by key" );
   }
-  virtual void forEach( const Entity &,
-                        const std::function< void( const ReflectedMember & ) > & ) const {
-    unsupported( "walked" );
-  }
+  virtual std::unique_ptr< ReflectedWalk > walk( const Entity & ) const { unsupported( "walked" ); }
+  void forEach( const Entity & entity,
+                const std::function< void( const ReflectedMember & ) > & visit ) const;
   // `value` is empty for a set and for entities, whose member is made.
   virtual void memberIs( Entity &, std::string_view, std::string_view ) const {
     unsupported( "set by key" );

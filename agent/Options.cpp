@@ -1,0 +1,140 @@
+#include "agent/Options.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace Agent {
+
+const char * const usage = R"(kez-agent hosts the KezEvpn machines over simulated inputs.
+
+  kez-agent run [OPTION]... FILE...   execute the lines of the files; - is standard input
+  kez-agent shell [OPTION]...         execute lines as they are typed
+  kez-agent replay [OPTION]... FILE   execute a record again, with the answers that hardware gave
+  kez-agent serve [OPTION]... [FILE]...
+                                      execute the lines of the files, then serve those who attach
+  kez-agent attach [--socket PATH] [LINE]...
+                                      give lines to an agent that serves, or type them
+  kez-agent help                      this text; the command help tells about lines
+  kez-agent --version
+
+  --trace SETTING         trace from the start, like KezEvpn*/5
+  --ring FILE             write every trace statement in binary form to FILE, 16 MiB used in
+                          the round, which kez-inspect ring FILE reads; an older ring is replaced
+  --tables DIR            keep shared tables below DIR, where kez-inspect table FILE reads them;
+                          without it they are private
+  --journal DIR           keep what the switch has below DIR, as hardware does by itself; when it
+                          has anything the agent starts hitless over it, until inputs complete
+  --record FILE           write the session's lines and what hardware answered to FILE, which
+                          must not be there yet
+  --report FILE           write a page to FILE in the end, for a browser: machines, time line,
+                          failures, tables
+  --toggles FILE          set the feature toggles of FILE, which is by custom Kez.json
+  --echo                  print each line before it is executed
+  --clock virtual|steady  time passes by advance alone, which is the default, or by itself
+  --socket PATH           where serve is attached to, and attach attaches;
+                          /run/kez-agent/control
+  --read-only-socket PATH where serve is attached to by sessions that can change nothing
+
+A replay goes by the record's clock, is not recorded itself and keeps its tables private. serve is
+on the steady clock, and hardware follows where it lags behind by rule.
+
+Exit status: 0; 1 an expectation failed or a replay differs; 2 a bad line of a run, a bad option or
+file.
+)";
+
+namespace {
+
+struct Option {
+  std::string_view name;
+  std::string Options::*value; // null for one without
+};
+
+std::vector< Option > optionsOf( const std::string & command ) {
+  const Option socket{ "--socket", &Options::socket };
+  if ( command == "attach" ) {
+    return { socket };
+  }
+  std::vector< Option > options{
+    { "--trace", &Options::trace },    { "--ring", &Options::ring },
+    { "--tables", &Options::tables },  { "--journal", &Options::journal },
+    { "--record", &Options::record },  { "--report", &Options::report },
+    { "--toggles", &Options::toggles }
+  };
+  if ( command == "serve" ) {
+    options.push_back( socket );
+    options.push_back( { "--read-only-socket", &Options::readOnlySocket } );
+  }
+  options.push_back( { "--echo", nullptr } );
+  options.push_back( { "--clock", &Options::clock } );
+  return options;
+}
+
+std::string namesOf( const std::vector< Option > & options ) {
+  std::string names;
+  for ( const auto & each : options ) {
+    names += names.empty() ? "" : &each == &options.back() ? " or " : ", ";
+    names += each.name;
+  }
+  return names;
+}
+
+void check( const Options & options ) {
+  const auto & command = options.command;
+  if ( !options.clock.empty() && options.clock != "virtual" && options.clock != "steady" ) {
+    throw UsageError( "--clock: expected virtual or steady, found '" + options.clock + "'" );
+  }
+  const auto expect = [ & ]( bool holds, const char * what ) {
+    if ( !holds ) {
+      throw UsageError( command + ": expected " + what );
+    }
+  };
+  if ( command == "run" ) {
+    expect( !options.files.empty(), "a file, or - for standard input" );
+  } else if ( command == "shell" ) {
+    expect( options.files.empty(), "no file; lines come from standard input" );
+  } else if ( command == "serve" ) {
+    expect( options.clock != "virtual", "the steady clock" );
+  } else if ( command == "replay" ) {
+    expect( options.files.size() == 1 && options.files[ 0 ] != "-", "a record, and one alone" );
+    expect( options.record.empty() && options.clock.empty() && options.tables.empty() &&
+                options.journal.empty() && options.toggles.empty(),
+            "none of --record, --clock, --tables, --journal and --toggles" );
+  }
+}
+
+} // namespace
+
+Options parseOptions( const std::vector< std::string > & arguments ) {
+  Options options;
+  options.command = arguments[ 0 ];
+  const auto known = optionsOf( options.command );
+  for ( size_t i = 1; i < arguments.size(); ++i ) {
+    const auto & argument = arguments[ i ];
+    const auto name = argument.substr( 0, argument.find( '=' ) );
+    const auto option = std::find_if( known.begin(), known.end(),
+                                      [ & ]( const Option & each ) { return each.name == name; } );
+    if ( option != known.end() && option->value ) {
+      const bool inOne = name.size() < argument.size();
+      const auto value = inOne                     ? argument.substr( name.size() + 1 )
+                         : ++i == arguments.size() ? std::string()
+                                                   : arguments[ i ];
+      if ( value.empty() ) {
+        throw UsageError( name + ": expected a value" );
+      }
+      options.*option->value = value;
+    } else if ( option != known.end() && argument == name ) {
+      options.echo = true;
+    } else if ( argument != "-" && argument.starts_with( "-" ) ) {
+      throw UsageError( "expected " + namesOf( known ) + ", found '" + argument + "'" );
+    } else {
+      options.files.push_back( argument );
+    }
+  }
+  check( options );
+  if ( options.command == "serve" ) {
+    options.clock = "steady";
+  }
+  return options;
+}
+
+} // namespace Agent

@@ -1,0 +1,13 @@
+// The agent as a daemon.
+#pragma once
+
+#include "agent/Shell.h"
+#include "shell/Door.h"
+
+namespace Agent {
+
+// Runs what is due and serves those at the door until SIGTERM or SIGINT comes. Tells a service
+// manager that the agent is ready, that it lives and that it ends, if there is one.
+void serve( Shell & shell, KezShell::Door & door, std::ostream & out );
+
+} // namespace Agent

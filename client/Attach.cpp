@@ -1,0 +1,133 @@
+#include "client/Attach.h"
+
+#include "client/Connection.h"
+#include "client/LineEditor.h"
+#include "shell/Line.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <istream>
+#include <ostream>
+#include <unistd.h>
+
+namespace Agent {
+
+using Vex::String;
+
+namespace {
+
+// While it lives, the signal of Ctrl-C ends what is waited for, and not the program.
+class InterruptsWaiting {
+public:
+  InterruptsWaiting() {
+    struct sigaction action {};
+    action.sa_handler = []( int ) {};
+    sigaction( SIGINT, &action, &before_ );
+  }
+  ~InterruptsWaiting() { sigaction( SIGINT, &before_, nullptr ); }
+  InterruptsWaiting( const InterruptsWaiting & ) = delete;
+  InterruptsWaiting & operator=( const InterruptsWaiting & ) = delete;
+
+private:
+  struct sigaction before_ {};
+};
+
+class Client {
+public:
+  Client( const String & socket, std::ostream & out, std::ostream & err )
+      : socket_( socket ), connection_( socket ), out_( out ), err_( err ) {
+    const auto * const noColour = std::getenv( "NO_COLOR" );
+    coloured_ = isatty( STDERR_FILENO ) && !( noColour && *noColour );
+  }
+
+  Status ask( const String & line ) {
+    if ( line.find( '\n' ) != String::npos ) {
+      throw std::runtime_error( "expected a line without a line end in it" );
+    }
+    const auto status = connection_.ask( line, [ & ]( std::string_view text, bool isError ) {
+      if ( !isError ) {
+        out_ << text << '\n';
+        return;
+      }
+      out_.flush();
+      err_ << ( coloured_ ? "\033[31m" : "" ) << text << ( coloured_ ? "\033[m" : "" ) << '\n';
+    } );
+    out_.flush();
+    return status;
+  }
+
+  // Lines as a program gives them: the exit status.
+  template< class Next > int run( Next && next ) {
+    auto worst = Status::ok;
+    while ( const auto line = next() ) {
+      worst = std::max( worst, ask( *line ) );
+      if ( worst == Status::bad ) {
+        break;
+      }
+    }
+    return static_cast< int >( worst );
+  }
+
+  int converse() {
+    const InterruptsWaiting interrupts;
+    LineEditor editor( connection_.isReadOnly() ? "kez (read-only)> " : "kez> ",
+                       [ this ]( std::string_view typed ) { return complete( typed ); } );
+    while ( const auto line = editor.nextLine() ) {
+      const auto text = KezShell::trimmed( *line );
+      if ( text == "quit" || text == "exit" ) {
+        break;
+      }
+      try {
+        ask( *line );
+      } catch ( const Interrupted & ) {
+        // The rest of the answer goes with the connection.
+        out_ << std::endl;
+        connection_ = Connection( socket_ );
+      }
+    }
+    return 0;
+  }
+
+private:
+  std::vector< LineEditor::Candidate > complete( std::string_view typed ) {
+    std::vector< LineEditor::Candidate > candidates;
+    const auto hear = [ & ]( std::string_view line, bool isError ) {
+      const auto first = line.find( '\t' );
+      const auto second = line.find( '\t', first + 1 );
+      if ( !isError && second != line.npos ) {
+        const String name( line.substr( first + 1, second - first - 1 ) );
+        candidates.push_back( { String( line.substr( 0, first ) ),
+                                "  " + name + "  " + String( line.substr( second + 1 ) ) } );
+      }
+    };
+    connection_.ask( "complete " + String( typed ), hear );
+    return candidates;
+  }
+
+  const String socket_;
+  Connection connection_;
+  std::ostream & out_;
+  std::ostream & err_;
+  bool coloured_ = false;
+};
+
+} // namespace
+
+int attach( const AttachOptions & options, std::istream & input, bool isTerminal,
+            std::ostream & out, std::ostream & err ) {
+  Client client( options.socket, out, err );
+  if ( options.lines.empty() && isTerminal ) {
+    return client.converse();
+  }
+  if ( options.lines.empty() ) {
+    return client.run( [ & ]() -> std::optional< String > {
+      String line;
+      return std::getline( input, line ) ? std::optional( line ) : std::nullopt;
+    } );
+  }
+  return client.run( [ &, at = options.lines.begin() ]() mutable -> std::optional< String > {
+    return at == options.lines.end() ? std::nullopt : std::optional( *at++ );
+  } );
+}
+
+} // namespace Agent

@@ -1,0 +1,139 @@
+#include "shell/Shell.h"
+
+#include "Ringlog/Setting.h"
+#include "Ringlog/TextTrace.h"
+#include "Vex/Clock.h"
+#include "shell/Show.h"
+
+namespace KezShell {
+
+using Vex::String;
+
+bool Host::isVirtual() const {
+  return Vex::Clock::isVirtual();
+}
+
+void Host::execute( const Command & command, Vex::TextCursor & in, Session & session,
+                    std::string_view ) {
+  command.run( in, session );
+}
+
+Shell::Shell( Host & host ) : host_( host ) {
+  addEntityCommands( *this );
+  addMachineCommands( *this );
+  addTrace( *this );
+  addHelp( *this );
+  addCompletion( *this );
+}
+
+void Shell::commandIs( Command command, std::string_view before ) {
+  const auto at = std::find_if( commands_.begin(), commands_.end(),
+                                [ & ]( const Command & each ) { return each.name == before; } );
+  commands_.insert( at, std::move( command ) );
+}
+
+const Command * Shell::command( std::string_view name ) const {
+  const auto at = std::find_if( commands_.begin(), commands_.end(),
+                                [ & ]( const Command & each ) { return each.name == name; } );
+  return at == commands_.end() ? nullptr : &*at;
+}
+
+String Shell::commandNames() const {
+  String names;
+  for ( const auto & each : commands_ ) {
+    if ( !each.summary.empty() ) {
+      names += ( names.empty() ? "" : ", " ) + each.name;
+    }
+  }
+  return names;
+}
+
+void Shell::answersDel( const String & why ) {
+  for ( auto * const session : sessions_ ) {
+    session->answerDel( why );
+  }
+}
+
+namespace {
+
+void trace( Vex::TextCursor & in, Session & session ) {
+  auto & out = session.out();
+  const auto handles = Ringlog::handleNames();
+  const auto showHandles = [ & ] {
+    out << "handles:";
+    for ( const auto & handle : handles ) {
+      out << ' ' << handle;
+    }
+    out << '\n';
+  };
+  if ( in.done() ) {
+    const auto setting = Ringlog::trace();
+    out << "trace " << ( setting.empty() ? "off" : setting ) << '\n';
+    showHandles();
+    return;
+  }
+  const size_t column = in.offset() + 1;
+  const auto text = takeRest( in );
+  inTextAt( column, [ & ] { Ringlog::traceIs( text == "off" ? "" : text ); } );
+  const Ringlog::Setting setting( Ringlog::trace() );
+  const bool matched = std::any_of( handles.begin(), handles.end(), [ & ]( const auto & handle ) {
+    return setting.levels( handle ) != 0;
+  } );
+  if ( !matched && text != "off" ) {
+    out << text << " matches no handle\n";
+    showHandles();
+  }
+}
+
+void help( const Shell & shell, Vex::TextCursor & in, Session & session ) {
+  auto & out = session.out();
+  if ( in.done() ) {
+    std::vector< std::vector< String > > rows;
+    for ( const auto & each : shell.commands() ) {
+      if ( !each.summary.empty() ) {
+        rows.push_back( { "  " + each.name + " " + each.arguments, each.summary } );
+      }
+    }
+    showTable( out, rows );
+    out << "PATH is root.attribute[key].attribute[key]... The roots are listed by show, the\n"
+           "attributes and what they take by help PATH.\n";
+    return;
+  }
+  auto ahead = in;
+  const auto name = takeWord( ahead );
+  if ( const auto * found = ahead.done() ? shell.command( name ) : nullptr ) {
+    out << found->name << ' ' << found->arguments << "    " << found->summary << '\n'
+        << found->detail;
+    return;
+  }
+  if ( !shell.roots().root( name.substr( 0, name.find( '.' ) ) ) ) {
+    failAt( in.offset(), "a command (" + shell.commandNames() + ") or a path; show lists the roots",
+            name );
+  }
+  const Path path( shell.roots(), in );
+  Vex::expectEnd( in );
+  showClass( out, path );
+}
+
+} // namespace
+
+void addTrace( Shell & shell ) {
+  shell.commandIs( { "trace", "[SETTING | off]", "show or set what is traced",
+                     "SETTING is PATTERN[/LEVELS] entries separated by commas; * and ? stand for "
+                     "any characters\n"
+                     "and for one, LEVELS is like 5, 0-5 or 1+5+8-9.\n"
+                     "  trace KezEvpn*/5\n",
+                     Effect::changes, trace } );
+}
+
+void addHelp( Shell & shell ) {
+  shell.commandIs(
+      { "help", "[COMMAND | PATH]", "tell about a command, or what can stand at a path",
+        "With a path: the attributes of the class that stands there, or can stand there.\n"
+        "  help set\n"
+        "  help lagConfigDir.lagConfig\n",
+        Effect::none,
+        [ &shell ]( Vex::TextCursor & in, Session & session ) { help( shell, in, session ); } } );
+}
+
+} // namespace KezShell
