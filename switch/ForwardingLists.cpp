@@ -171,13 +171,13 @@ void ForwardingLists::readFloodSets( const SimulatedSwitch & hardware ) {
       continue;
     }
     const auto hwFecId = config.hwIdForTunnelProgramming;
-    const auto fec = hardware.fec( hwFecId );
+    const auto & fec = hardware.fec( hwFecId );
     VlanLists::Dest dest{
       fec.via.empty() ? CopyOrStop{ {}, Stop{ StopReason::noFec, {}, config.tunnelId, hwFecId } }
                       : overVia( hardware, hwFecId, fec, 0 ),
       config.hwTunnelId
     };
-    vlan->floodSets[ macVlanPair.macAddr ].push_back( std::move( dest ) );
+    vlan->floodSets[ macVlanPair.macAddr ].push_back( dest );
   }
 }
 

@@ -2,7 +2,6 @@
 
 namespace Switch {
 
-using Bridging::VlanId;
 using Wire::IntfId;
 using Wire::MplsLabel;
 
