@@ -5,7 +5,6 @@
 
 namespace KezShell {
 
-using Vex::AttributeType;
 using Vex::String;
 
 namespace {

@@ -24,8 +24,8 @@ namespace KezShell {
 // What peers may take of the host.
 struct DoorLimits {
   size_t peers = 64;
-  size_t line = 64 * 1024; // bytes; a longer one is refused
-  double patience = 30;    // seconds in which a peer that has something to read must read some
+  size_t line = 65'536; // bytes; a longer one is refused
+  double patience = 30; // seconds in which a peer that has something to read must read some
 };
 
 class Door {
@@ -59,7 +59,7 @@ private:
   void admit( const Entrance & entrance );
   void servePeer( int descriptor );
   void cutOffTheSlow();
-  void timerIs( double patience );
+  void timerIs( double seconds );
   // Of a descriptor that it has or has not been told of yet.
   void eventsAre( int descriptor, uint32_t events, bool isNew );
 

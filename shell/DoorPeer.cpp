@@ -15,7 +15,7 @@ static Ringlog::Handle traceHandle( "KezShellDoor" );
 namespace {
 
 // Bytes that are made of an answer, and read of lines, at a time.
-constexpr size_t portion = 32 * 1024;
+constexpr size_t portion = 32'768;
 // Bytes that the system keeps for a peer that does not read, and as much again for the message
 // that it is cut off.
 constexpr int kept = 64 * 1024;
