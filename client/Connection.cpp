@@ -70,7 +70,7 @@ String Connection::awaitStatus( const Hear & hear ) {
 String Connection::nextLine() {
   for ( auto end = received_.find( '\n', at_ );; end = received_.find( '\n', at_ ) ) {
     if ( end != String::npos ) {
-      const auto line = received_.substr( at_, end + 1 - at_ );
+      auto line = received_.substr( at_, end + 1 - at_ );
       at_ = end + 1;
       return line;
     }
