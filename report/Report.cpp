@@ -15,7 +15,7 @@ std::vector< Report::Column > columnsOf( const Roots & roots ) {
   for ( const auto & root : roots ) {
     for ( const auto * attribute : root.entity->fwkType().attributes() ) {
       if ( attribute->isCollection() ) {
-        columns.push_back( { number, attribute } );
+        columns.push_back( { number, root.entity->name(), attribute } );
       }
     }
     ++number;
@@ -77,19 +77,24 @@ void Report::add( Happening what, Vex::String text ) {
 Report::Sample Report::sample() const {
   Sample sample{ step_, Vex::Clock::now(), {} };
   for ( const auto & column : columns_ ) {
-    const auto & entity = *( roots_.begin() + static_cast< ptrdiff_t >( column.root ) )->entity;
-    sample.counts.push_back( column.attribute->size( entity ) );
+    const auto * const root = rootOf( column );
+    sample.counts.push_back( root ? column.attribute->size( *root->entity ) : 0 );
   }
   return sample;
 }
 
-bool Report::isThere( const Column & column ) const {
-  return column.root < static_cast< size_t >( roots_.end() - roots_.begin() );
+// A restart leaves roots in their places, but for some that come or go with it.
+const KezShell::Root * Report::rootOf( const Column & column ) const {
+  const auto at = roots_.begin() + static_cast< ptrdiff_t >( column.root );
+  return column.root < static_cast< size_t >( roots_.end() - roots_.begin() ) &&
+                 at->entity->name() == column.name
+             ? &*at
+             : roots_.root( column.name );
 }
 
 void Report::lookAtEntities() {
   // While the agent restarts, or cannot, only the first ones are there.
-  if ( !isThere( columns_.back() ) || looks_++ % looksASample_ != 0 ) {
+  if ( !rootOf( columns_.back() ) || looks_++ % looksASample_ != 0 ) {
     return;
   }
   auto now = sample();
@@ -107,7 +112,17 @@ void Report::lookAtEntities() {
 }
 
 void Report::write( std::ostream & out, const Vex::String & verdict, bool isVirtual ) {
-  std::erase_if( columns_, [ this ]( const Column & column ) { return !isThere( column ); } );
+  for ( size_t at = columns_.size(); at-- > 0; ) {
+    const auto place = static_cast< ptrdiff_t >( at );
+    if ( const auto * const root = rootOf( columns_[ at ] ) ) {
+      columns_[ at ].root = static_cast< size_t >( root - &*roots_.begin() );
+      continue;
+    }
+    columns_.erase( columns_.begin() + place );
+    for ( auto & each : samples_ ) {
+      each.counts.erase( each.counts.begin() + place );
+    }
+  }
   samples_.push_back( sample() );
   ReportPage page( out );
   page.begin();

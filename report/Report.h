@@ -33,7 +33,8 @@ public:
   };
   // A collection of a root.
   struct Column {
-    size_t root;
+    size_t root; // among all; where it was, once they have changed
+    Vex::String name;
     const Vex::AttributeType * attribute;
   };
   struct Sample {
@@ -58,7 +59,8 @@ public:
 
 private:
   void add( Happening what, Vex::String text );
-  bool isThere( const Column & column ) const;
+  // Null for what is not there now.
+  const KezShell::Root * rootOf( const Column & column ) const;
   void lookAtEntities();
   Sample sample() const;
 
