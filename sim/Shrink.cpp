@@ -10,13 +10,11 @@ namespace Sim {
 
 namespace {
 
-// No run of a list takes so many seconds; what does never ends.
-constexpr unsigned longestRun = 3;
-
-[[noreturn]] void runHere( const Lines & lines, int output, volatile size_t * line ) {
+[[noreturn]] void runHere( const Lines & lines, const Runner & runner, int output,
+                           volatile size_t * line ) {
   dup2( output, STDERR_FILENO );
-  alarm( longestRun );
-  const auto outcome = run( lines, line );
+  alarm( runner.longestRun );
+  const auto outcome = runner.run( lines, line );
   if ( outcome ) {
     std::fputs( outcome->text.c_str(), stderr );
   }
@@ -35,8 +33,8 @@ Vex::String readAll( int input ) {
 }
 
 // Keeps `fewer`, as far as it goes, if it fails too.
-bool keepIfItFails( Lines fewer, Lines & least ) {
-  const auto still = runApart( fewer );
+bool keepIfItFails( Lines fewer, const Runner & runner, Lines & least ) {
+  const auto still = runApart( fewer, runner );
   if ( still ) {
     fewer.resize( still->line + 1 );
     least = std::move( fewer );
@@ -45,7 +43,7 @@ bool keepIfItFails( Lines fewer, Lines & least ) {
 }
 
 // Leaves out machines that need not be named.
-void shrinkNames( Lines & least ) {
+void shrinkNames( const Runner & runner, Lines & least ) {
   for ( size_t i = 0; i < least.size(); ++i ) {
     for ( const auto & name : machineNames() ) {
       auto fewer = least;
@@ -53,7 +51,7 @@ void shrinkNames( Lines & least ) {
       const auto at = names ? least[ i ].find( " " + name ) : Vex::String::npos;
       if ( at != Vex::String::npos ) {
         fewer[ i ].erase( at, name.size() + 1 );
-        keepIfItFails( std::move( fewer ), least );
+        keepIfItFails( std::move( fewer ), runner, least );
       }
     }
   }
@@ -61,7 +59,7 @@ void shrinkNames( Lines & least ) {
 
 } // namespace
 
-std::optional< Outcome > runApart( const Lines & lines ) {
+std::optional< Outcome > runApart( const Lines & lines, const Runner & runner ) {
   auto * const line = static_cast< size_t * >( mmap(
       nullptr, sizeof( size_t ), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0 ) );
   int ends[ 2 ];
@@ -69,7 +67,7 @@ std::optional< Outcome > runApart( const Lines & lines ) {
   const pid_t child = fork();
   VEX_ASSERT( child >= 0 );
   if ( child == 0 ) {
-    runHere( lines, ends[ 1 ], line );
+    runHere( lines, runner, ends[ 1 ], line );
   }
   close( ends[ 1 ] );
   Outcome outcome;
@@ -88,7 +86,7 @@ std::optional< Outcome > runApart( const Lines & lines ) {
   return outcome;
 }
 
-Lines shrink( const Lines & lines, const Outcome & outcome ) {
+Lines shrink( const Lines & lines, const Outcome & outcome, const Runner & runner ) {
   Lines least( lines.begin(), lines.begin() + ptrdiff_t( outcome.line ) + 1 );
   for ( size_t chunk = least.size(); chunk > 0; ) {
     bool shorter = false;
@@ -97,7 +95,7 @@ Lines shrink( const Lines & lines, const Outcome & outcome ) {
       const auto last = least.begin() + ptrdiff_t( std::min( from + chunk, least.size() ) );
       Lines fewer( least.begin(), first );
       fewer.insert( fewer.end(), last, least.end() );
-      if ( keepIfItFails( std::move( fewer ), least ) ) {
+      if ( keepIfItFails( std::move( fewer ), runner, least ) ) {
         shorter = true;
       } else {
         from += chunk;
@@ -105,7 +103,7 @@ Lines shrink( const Lines & lines, const Outcome & outcome ) {
     }
     chunk = chunk > 1 ? chunk / 2 : shorter ? 1 : 0;
   }
-  shrinkNames( least );
+  shrinkNames( runner, least );
   return least;
 }
 
