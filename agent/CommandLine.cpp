@@ -202,6 +202,7 @@ int replay( const Options & options, std::ostream & out, std::ostream & err ) {
   auto wiring = wire();
   wiring.hardware->listenerIs( replay );
   Shell shell( wiring, out, err );
+  shell.console().jsonIs( options.json );
   shell.paceIs( replay );
   executeOption( shell, "trace", options.trace );
   ReportFile page( options, "replay of " + name, wiring );
@@ -237,6 +238,7 @@ int host( const Options & options, const Input & input, std::ostream & out, std:
   const JournalOption journal( options.journal, ground );
   auto wiring = wire( ground );
   Shell shell( wiring, out, err );
+  shell.console().jsonIs( options.json );
   std::optional< SteppedPace > pace;
   if ( stepped ) {
     shell.paceIs( pace.emplace( shell.recorder() ) );
@@ -287,7 +289,8 @@ int dispatch( const std::vector< std::string > & arguments, const Input & input,
   }
   const auto options = parseOptions( arguments );
   if ( command == "attach" ) {
-    return attach( { options.socket, options.files }, input.stream, input.terminal, out, err );
+    return attach( { options.socket, options.files, options.json }, input.stream, input.terminal,
+                   out, err );
   }
   const MountedRing ring( options.ring );
   const MountDirectory tables( options.tables );

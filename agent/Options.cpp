@@ -30,6 +30,7 @@ const char * const usage = R"(kez-agent hosts the KezEvpn machines over simulate
                           failures, tables
   --toggles FILE          set the feature toggles of FILE, which is by custom Kez.json
   --echo                  print each line before it is executed
+  --json                  answer in JSON, a value a line, on standard output, errors too
   --clock virtual|steady  time passes by advance alone, which is the default, or by itself
   --socket PATH           where serve is attached to, and attach attaches;
                           /run/kez-agent/control
@@ -47,12 +48,14 @@ namespace {
 struct Option {
   std::string_view name;
   std::string Options::*value; // null for one without
+  bool Options::*flag = nullptr;
 };
 
 std::vector< Option > optionsOf( const std::string & command ) {
   const Option socket{ "--socket", &Options::socket };
+  const Option json{ "--json", nullptr, &Options::json };
   if ( command == "attach" ) {
-    return { socket };
+    return { socket, json };
   }
   std::vector< Option > options{
     { "--trace", &Options::trace },    { "--ring", &Options::ring },
@@ -64,7 +67,8 @@ std::vector< Option > optionsOf( const std::string & command ) {
     options.push_back( socket );
     options.push_back( { "--read-only-socket", &Options::readOnlySocket } );
   }
-  options.push_back( { "--echo", nullptr } );
+  options.push_back( { "--echo", nullptr, &Options::echo } );
+  options.push_back( json );
   options.push_back( { "--clock", &Options::clock } );
   return options;
 }
@@ -123,7 +127,7 @@ Options parseOptions( const std::vector< std::string > & arguments ) {
       }
       options.*option->value = value;
     } else if ( option != known.end() && argument == name ) {
-      options.echo = true;
+      options.*option->flag = true;
     } else if ( argument != "-" && argument.starts_with( "-" ) ) {
       throw UsageError( "expected " + namesOf( known ) + ", found '" + argument + "'" );
     } else {

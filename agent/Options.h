@@ -22,6 +22,7 @@ struct Options {
   std::string journal;
   std::string toggles;
   bool echo = false;
+  bool json = false;
   std::string clock;
   std::string socket = "/run/kez-agent/control";
   std::string readOnlySocket;

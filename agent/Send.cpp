@@ -65,9 +65,43 @@ Switch::Forwarded forwarded( const KezShell::Roots & roots, Vex::TextCursor & in
   return all;
 }
 
+// Where the copy that is not made would have gone; empty when that is nowhere in particular.
+String placeOf( const Switch::Stop & stop ) {
+  return stop.intfId != Wire::IntfId() ? "to " + Vex::text( stop.intfId )
+         : stop.tunnelId.value() != 0  ? "over tunnel " + Vex::text( stop.tunnelId )
+                                       : "";
+}
+
+void sendInJson( const Switch::Forwarded & all, Vex::JsonWriter & out ) {
+  out.line( [ & ] {
+    out.member( "vlan", all.vlanId == Bridging::VlanIdOrNone()
+                            ? std::nullopt
+                            : std::optional( all.vlanId.value() ) );
+    out.member( "flooded", all.flooded );
+    out.arrayMember( "copies", [ & ] {
+      for ( const auto & copy : all.copies ) {
+        out.put( Vex::text( copy ) );
+      }
+    } );
+    out.arrayMember( "stops", [ & ] {
+      for ( const auto & stop : all.stopped ) {
+        out.object( [ & ] {
+          out.member( "where", placeOf( stop ) );
+          out.member( "reason", reasonText( stop.reason ) );
+          out.member( "entry", entryPath( stop ) );
+        } );
+      }
+    } );
+  } );
+}
+
 void send( const KezShell::Roots & roots, Vex::TextCursor & in, Session & session ) {
   const auto all = forwarded( roots, in );
   Vex::expectEnd( in );
+  if ( auto * const json = session.json() ) {
+    sendInJson( all, *json );
+    return;
+  }
   auto & out = session.out();
   if ( all.vlanId == Bridging::VlanIdOrNone() ) {
     out << "of no VLAN\n";
@@ -79,10 +113,9 @@ void send( const KezShell::Roots & roots, Vex::TextCursor & in, Session & sessio
   }
   std::vector< std::vector< String > > rows;
   for ( const auto & stop : all.stopped ) {
-    const auto where = stop.intfId != Wire::IntfId() ? " to " + Vex::text( stop.intfId )
-                       : stop.tunnelId.value() != 0  ? " over tunnel " + Vex::text( stop.tunnelId )
-                                                     : "";
-    rows.push_back( { "  not" + where, String( reasonText( stop.reason ) ), entryPath( stop ) } );
+    const auto where = placeOf( stop );
+    rows.push_back( { "  not" + ( where.empty() ? "" : " " + where ),
+                      String( reasonText( stop.reason ) ), entryPath( stop ) } );
   }
   KezShell::showTable( out, rows );
 }

@@ -6,7 +6,7 @@ using KezShell::trimmed;
 
 int Session::run( const std::vector< Source > & sources, const Input & input ) {
   for ( const auto & source : sources ) {
-    out_ << ( echo_ && &source != &sources.front() ? "\n" : "" );
+    out_ << ( echo_ && !isJson() && &source != &sources.front() ? "\n" : "" );
     std::istream & stream = source.file ? *source.file : input.stream;
     size_t number = 0;
     for ( std::string line; std::getline( stream, line ); ) {
@@ -27,7 +27,7 @@ int Session::replay( Replay & replay, const std::string & name ) {
   shell_.catchUp();
   if ( !replay.finished() ) {
     out_.flush();
-    err_ << *replay.difference() << std::endl;
+    sayError( *replay.difference() );
     end_ = "the replay differs from the record";
     if ( report_ ) {
       report_->failureIs( *replay.difference() );
@@ -35,8 +35,8 @@ int Session::replay( Replay & replay, const std::string & name ) {
     return 1;
   }
   const int result = tellVerdict();
-  out_ << "replayed as recorded: " << replay.lines() << " lines, " << replay.calls()
-       << " calls of hardware\n";
+  say( "replayed as recorded: " + std::to_string( replay.lines() ) + " lines, " +
+       std::to_string( replay.calls() ) + " calls of hardware" );
   return result;
 }
 
@@ -70,26 +70,51 @@ std::string Session::verdict() const {
 
 int Session::tellVerdict() {
   if ( shell_.failures() + shell_.expectations() > 0 ) {
-    out_ << verdict() << '\n';
+    say( verdict() );
   }
   return shell_.failures() ? 1 : 0;
+}
+
+void Session::say( const std::string & text ) {
+  if ( isJson() ) {
+    Vex::JsonWriter json( out_ );
+    json.line( [ & ] { json.member( "verdict", text ); } );
+  } else {
+    out_ << text << '\n';
+  }
+}
+
+void Session::sayError( const std::string & text ) {
+  if ( isJson() ) {
+    Vex::JsonWriter json( out_ );
+    json.line( [ & ] { json.member( "error", text ); } );
+  } else {
+    err_ << text << std::endl;
+  }
+}
+
+void Session::echo( bool isComment, std::string_view text ) {
+  if ( isJson() ) {
+    Vex::JsonWriter json( out_ );
+    json.line( [ & ] { json.member( "echo", text ); } );
+  } else {
+    out_ << ( isComment ? "" : "> " ) << text << '\n';
+  }
 }
 
 bool Session::execute( const std::string & line, const std::string & file, size_t number ) {
   const auto text = trimmed( line );
   const bool isComment = text.empty() || text.starts_with( '#' );
   if ( echo_ ) {
-    out_ << ( isComment ? "" : "> " ) << text << '\n';
+    echo( isComment, text );
   }
-  const auto place = file + ":" + std::to_string( number );
+  const KezShell::Place place( file + ":" + std::to_string( number ), number );
+  auto & console = shell_.console();
   const auto failed = [ & ]( const std::string & what ) {
-    out_.flush();
-    err_ << what << std::endl;
-    end_ = "ended by a bad line, " + place;
+    end_ = "ended by a bad line, " + place.text;
     if ( report_ ) {
       report_->failureIs( what );
     }
-    return false;
   };
   try {
     if ( report_ && !isComment ) {
@@ -97,20 +122,20 @@ bool Session::execute( const std::string & line, const std::string & file, size_
     } else {
       shell_.execute( line, place );
     }
-    return true;
   } catch ( const BadLine & error ) {
-    return failed( place + ":" + std::to_string( error.column ) + ": " + error.what() );
+    failed( console.badLineIs( error ) );
   } catch ( const std::runtime_error & error ) {
-    return failed( place + ": " + error.what() );
+    failed( console.badLineIs( error ) );
   }
+  return console.conclude() != KezShell::LineStatus::bad;
 }
 
-void Session::executeReported( const std::string & line, const std::string & place ) {
+void Session::executeReported( const std::string & line, const KezShell::Place & place ) {
   const auto failures = shell_.failures();
   report_->lineIs( trimmed( line ) );
   shell_.execute( line, place );
   if ( shell_.failures() > failures ) {
-    report_->failureIs( place + ": " + shell_.lastFailure() );
+    report_->failureIs( place.text + ": " + shell_.lastFailure() );
   }
   report_->lineEnds();
 }

@@ -34,7 +34,12 @@ private:
   int tellVerdict();
   // Whether it was a good line, which could be executed.
   bool execute( const std::string & line, const std::string & file, size_t number );
-  void executeReported( const std::string & line, const std::string & place );
+  void executeReported( const std::string & line, const KezShell::Place & place );
+  // In words, or in JSON where the console is answered so.
+  void say( const std::string & text );
+  void sayError( const std::string & text );
+  void echo( bool isComment, std::string_view text );
+  bool isJson() const { return shell_.console().isJson(); }
 
   Shell & shell_;
   const bool echo_;

@@ -16,7 +16,17 @@ using Vex::String;
 Shell::Shell( Wiring & wiring, std::ostream & out, std::ostream & err )
     : wiring_( wiring ), console_( commands_, KezShell::Rights::console, out, err ) {
   addCommands();
-  Ringlog::sinkIs( [ &out ]( const Ringlog::TextRecord & record ) {
+  Ringlog::sinkIs( [ this, &out ]( const Ringlog::TextRecord & record ) {
+    if ( console_.isJson() ) {
+      Vex::JsonWriter json( out );
+      json.line( [ & ] {
+        json.member( "trace", record.text );
+        json.member( "time", record.time );
+        json.member( "handle", record.handle );
+        json.member( "level", record.level );
+      } );
+      return;
+    }
     Vex::TextBuffer line;
     Ringlog::appendLine( line, record );
     out << line.view() << '\n';

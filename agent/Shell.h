@@ -21,12 +21,13 @@ public:
   Shell( const Shell & ) = delete;
   Shell & operator=( const Shell & ) = delete;
 
-  // A line of the console. `place` is where it stands, for reports: "<file>:<line>". Raises
-  // BadLine, and std::runtime_error for what the line is not to blame for: a table is damaged, has
-  // no room or cannot be mounted. Neither is in the record.
-  void execute( std::string_view line, const Vex::String & place ) {
+  // A line of the console. Raises BadLine, and std::runtime_error for what the line is not to blame
+  // for: a table is damaged, has no room or cannot be mounted. Neither is in the record.
+  void execute( std::string_view line, const KezShell::Place & place ) {
     console_.execute( line, place );
   }
+  // By which whoever gives its lines tells how they went.
+  KezShell::Session & console() { return console_; }
   // Runs the tasks that are due.
   void catchUp() { runTasks( console_, 0 ); }
 

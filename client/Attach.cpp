@@ -34,8 +34,9 @@ private:
 
 class Client {
 public:
-  Client( const String & socket, std::ostream & out, std::ostream & err )
-      : socket_( socket ), connection_( socket ), out_( out ), err_( err ) {
+  Client( const String & socket, bool json, std::ostream & out, std::ostream & err )
+      : socket_( socket ), json_( json ), connection_( socket ), out_( out ), err_( err ) {
+    begin();
     const auto * const noColour = std::getenv( "NO_COLOR" );
     coloured_ = isatty( STDERR_FILENO ) && !( noColour && *noColour );
   }
@@ -83,12 +84,19 @@ public:
         // The rest of the answer goes with the connection.
         out_ << std::endl;
         connection_ = Connection( socket_ );
+        begin();
       }
     }
     return 0;
   }
 
 private:
+  void begin() {
+    if ( json_ ) {
+      connection_.ask( "json on", []( std::string_view, bool ) {} );
+    }
+  }
+
   std::vector< LineEditor::Candidate > complete( std::string_view typed ) {
     std::vector< LineEditor::Candidate > candidates;
     const auto hear = [ & ]( std::string_view line, bool isError ) {
@@ -100,11 +108,12 @@ private:
                                 "  " + name + "  " + String( line.substr( second + 1 ) ) } );
       }
     };
-    connection_.ask( "complete " + String( typed ), hear );
+    connection_.ask( "--text complete " + String( typed ), hear );
     return candidates;
   }
 
   const String socket_;
+  const bool json_;
   Connection connection_;
   std::ostream & out_;
   std::ostream & err_;
@@ -115,7 +124,7 @@ private:
 
 int attach( const AttachOptions & options, std::istream & input, bool isTerminal,
             std::ostream & out, std::ostream & err ) {
-  Client client( options.socket, out, err );
+  Client client( options.socket, options.json, out, err );
   if ( options.lines.empty() && isTerminal ) {
     return client.converse();
   }

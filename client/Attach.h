@@ -13,6 +13,7 @@ namespace Agent {
 struct AttachOptions {
   Vex::String socket;
   std::vector< std::string > lines; // without any they come from standard input
+  bool json = false;                // answers are in JSON
 };
 
 // The exit status: 0; 1 when an expectation failed; 2 after a bad line, which ends it unless it was

@@ -24,6 +24,8 @@ constexpr auto usage = R"(kez-inspect shows what a process leaves in files.
                                      --follow goes on with what is written (set) and removed (del)
   kez-inspect help                   this text
 
+Both take --json, and show a JSON value a line then.
+
 Options of a ring:
   --handle PATTERN  only of handles like KezEvpn*; * and ? stand for any characters and for one
   --level LEVELS    only of levels like 5, 0-5 or 1+5+8-9
@@ -49,6 +51,7 @@ struct Options {
   double to = std::numeric_limits< double >::infinity();
   bool source = false;
   bool follow = false;
+  bool json = false;
 };
 
 double parseSeconds( const std::string & option, const std::string & text ) {
@@ -84,9 +87,11 @@ Options parseOptions( const std::vector< std::string > & arguments ) {
       options.source = true;
     } else if ( option == "--follow" ) {
       options.follow = true;
+    } else if ( option == "--json" ) {
+      options.json = true;
     } else if ( option.starts_with( "-" ) || !options.file.empty() ) {
-      throw UsageError( "expected one file and --handle, --level, --from, --to, --source or "
-                        "--follow, found '" +
+      throw UsageError( "expected one file and --handle, --level, --from, --to, --source, "
+                        "--follow or --json, found '" +
                         option + "'" );
     } else {
       options.file = option;
@@ -151,8 +156,16 @@ private:
     gmtime_r( &mounted, &utc );
     char date[ 32 ];
     std::strftime( date, sizeof( date ), "%Y-%m-%dT%H:%M:%SZ", &utc );
-    out_ << "# process " << header.process << ", mounted " << date << " at "
-         << Vex::text( header.seconds ) << " s of the steady clock\n";
+    if ( options_.json ) {
+      json_.line( [ & ] {
+        json_.member( "process", header.process );
+        json_.member( "mounted", date );
+        json_.member( "mountedSteady", header.seconds );
+      } );
+    } else {
+      out_ << "# process " << header.process << ", mounted " << date << " at "
+           << Vex::text( header.seconds ) << " s of the steady clock\n";
+    }
     shownProblems_ = 0;
     shownLost_ = 0;
     return reader;
@@ -162,6 +175,17 @@ private:
     if ( record.time < options_.from || record.time > options_.to ||
          handles_.levels( record.handle ) == 0 ||
          ( levels_.levels( record.handle ) >> record.level & 1 ) == 0 ) {
+      return;
+    }
+    if ( options_.json ) {
+      json_.line( [ & ] {
+        json_.member( "trace", record.text );
+        json_.member( "time", record.time );
+        json_.member( "handle", record.handle );
+        json_.member( "level", record.level );
+        json_.member( "file", record.file );
+        json_.member( "line", record.line );
+      } );
       return;
     }
     Vex::TextBuffer line;
@@ -190,6 +214,7 @@ private:
   const Ringlog::Setting levels_;
   std::ostream & out_;
   std::ostream & err_;
+  Vex::JsonWriter json_{ out_ };
   size_t shownProblems_ = 0;
   uint64_t shownLost_ = 0;
   std::unique_ptr< Ringlog::RingReader > reader_;
@@ -199,11 +224,12 @@ int showTable( const std::vector< std::string > & arguments, std::ostream & out,
                std::ostream & err ) {
   std::vector< std::string > names( arguments.begin() + 1, arguments.end() );
   const bool follow = std::erase( names, "--follow" ) != 0;
+  const bool json = std::erase( names, "--json" ) != 0;
   if ( names.empty() || names.size() > 2 || names.front().starts_with( "-" ) ) {
-    throw UsageError( "table: expected a file, perhaps a key, and --follow" );
+    throw UsageError( "table: expected a file, perhaps a key, --follow and --json" );
   }
-  TableView view( names[ 0 ], names.size() > 1 ? std::optional( names[ 1 ] ) : std::nullopt, out,
-                  err );
+  TableView view( names[ 0 ], names.size() > 1 ? std::optional( names[ 1 ] ) : std::nullopt, json,
+                  out, err );
   const bool whole = view.show();
   if ( follow ) {
     view.follow();

@@ -79,6 +79,7 @@ void RecordText::parseFields( Vex::TextCursor & in, Field & value ) {
       field.append = appendOfType( field.type );
       if ( !field.append ) {
         field.append = appendOfKind( kind, size );
+        field.form = kind == 'b' ? Vex::TextForm::truth : Vex::TextForm::number;
       }
       if ( !field.append ) {
         in.fail( "a kind of field that is known" );
@@ -97,6 +98,21 @@ void RecordText::append( Vex::TextBuffer & out, const std::byte * record ) const
 
 void RecordText::appendKey( Vex::TextBuffer & out, const std::byte * record ) const {
   appendBrief( out, key_, record );
+}
+
+void RecordText::put( Vex::JsonWriter & out, const Field & value, const std::byte * record ) {
+  if ( value.append ) {
+    Vex::TextBuffer text;
+    value.append( text, record + value.offset );
+    out.put( text.view(), value.form );
+    return;
+  }
+  out.object( [ & ] {
+    for ( const auto & field : value.fields ) {
+      out.name( field.name );
+      put( out, field, record );
+    }
+  } );
 }
 
 void RecordText::appendFull( Vex::TextBuffer & out, const Field & value,

@@ -1,7 +1,7 @@
 // The text forms of a table's records, from what its file says of their fields.
 #pragma once
 
-#include "Vex/Text.h"
+#include "Vex/Json.h"
 
 #include <cstddef>
 #include <vector>
@@ -15,8 +15,11 @@ public:
 
   // As the value type prints: "Value('Kez::Thing', ** {'key': 5, ...})".
   void append( Vex::TextBuffer & out, const std::byte * record ) const;
-  // In its brief form.
+  // As an object of its fields.
+  void put( Vex::JsonWriter & out, const std::byte * record ) const { put( out, record_, record ); }
+  // In its brief form, and how that reads.
   void appendKey( Vex::TextBuffer & out, const std::byte * record ) const;
+  Vex::TextForm keyForm() const { return key_.form; }
 
 private:
   struct Field {
@@ -24,9 +27,11 @@ private:
     Vex::String type;
     size_t offset = 0;
     void ( *append )( Vex::TextBuffer & out, const std::byte * field ) = nullptr;
+    Vex::TextForm form = Vex::TextForm::words;
     std::vector< Field > fields; // where there is no `append`
   };
   static void parseFields( Vex::TextCursor & in, Field & value );
+  static void put( Vex::JsonWriter & out, const Field & value, const std::byte * record );
   static void appendFull( Vex::TextBuffer & out, const Field & value, const std::byte * record );
   static void appendBrief( Vex::TextBuffer & out, const Field & value, const std::byte * record );
 

@@ -6,10 +6,10 @@
 
 namespace Inspect {
 
-TableView::TableView( const std::string & file, const std::optional< std::string > & key,
+TableView::TableView( const std::string & file, const std::optional< std::string > & key, bool json,
                       std::ostream & out, std::ostream & err )
     : table_( Rook::TableFile::read( file, nullptr ) ), text_( table_.description().fields ),
-      key_( key ), out_( out ), err_( err ),
+      key_( key ), isJson_( json ), out_( out ), err_( err ),
       record_( Rook::Format::wordsOf( table_.description().recordSize ) ) {}
 
 bool TableView::show() {
@@ -29,7 +29,7 @@ void TableView::follow() {
   while ( !table_.isReplaced() ) {
     const uint64_t now = table_.state().changes.load( std::memory_order_acquire );
     if ( std::exchange( changes, now ) != now ) {
-      forEachSlot( "set " );
+      forEachSlot( "set" );
     }
     if ( !out_ ) {
       throw std::runtime_error( "cannot write" );
@@ -71,14 +71,41 @@ void TableView::update( uint32_t slot, uint64_t latestBirth, std::string_view ve
     }
   }
   if ( shown.key && shown.key != key ) {
-    out_ << "del " << *shown.key << '\n';
+    sayRemoval( *shown.key );
   }
   if ( key ) {
-    Vex::TextBuffer text;
-    text_.append( text, record );
-    out_ << verb << text.view() << '\n';
+    sayRecord( verb, *key, record );
   }
   shown.key = key;
+}
+
+void TableView::sayRecord( std::string_view verb, const std::string & key,
+                           const std::byte * record ) {
+  if ( isJson_ ) {
+    json_.line( [ & ] {
+      if ( !verb.empty() ) {
+        json_.member( "change", verb );
+      }
+      json_.member( "key", key, text_.keyForm() );
+      json_.name( "record" );
+      text_.put( json_, record );
+    } );
+    return;
+  }
+  Vex::TextBuffer text;
+  text_.append( text, record );
+  out_ << verb << ( verb.empty() ? "" : " " ) << text.view() << '\n';
+}
+
+void TableView::sayRemoval( const std::string & key ) {
+  if ( isJson_ ) {
+    json_.line( [ & ] {
+      json_.member( "change", "del" );
+      json_.member( "key", key, text_.keyForm() );
+    } );
+  } else {
+    out_ << "del " << key << '\n';
+  }
 }
 
 } // namespace Inspect

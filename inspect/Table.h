@@ -14,8 +14,8 @@ class TableView {
 public:
   // Of the record with the key, in its brief form, or of all. Raises std::runtime_error when the
   // file is no table, or one that is damaged as a whole.
-  TableView( const std::string & file, const std::optional< std::string > & key, std::ostream & out,
-             std::ostream & err );
+  TableView( const std::string & file, const std::optional< std::string > & key, bool json,
+             std::ostream & out, std::ostream & err );
 
   // A line each. False when one is damaged, or the one asked for is not there.
   bool show();
@@ -28,13 +28,17 @@ private:
     std::optional< std::string > key;
   };
   void update( uint32_t slot, uint64_t latestBirth, std::string_view verb );
+  void sayRecord( std::string_view verb, const std::string & key, const std::byte * record );
+  void sayRemoval( const std::string & key );
   void forEachSlot( std::string_view verb );
 
   const Rook::TableFile table_;
   const RecordText text_;
   const std::optional< std::string > key_;
+  const bool isJson_;
   std::ostream & out_;
   std::ostream & err_;
+  Vex::JsonWriter json_{ out_ };
   std::vector< uint64_t > record_;
   std::vector< Shown > shown_; // by slot
   bool whole_ = true;

@@ -64,51 +64,6 @@ void ReportPage::end() {
   out_ << reportAfterData;
 }
 
-std::ostream & ReportPage::item() {
-  if ( !first_ ) {
-    out_ << ',';
-  }
-  first_ = false;
-  return out_;
-}
-
-void ReportPage::open( char bracket ) {
-  item() << bracket;
-  first_ = true;
-}
-
-void ReportPage::close( char bracket ) {
-  out_ << bracket;
-  first_ = false;
-}
-
-void ReportPage::name( std::string_view name ) {
-  put( name );
-  out_ << ':';
-  first_ = true;
-}
-
-void ReportPage::put( double number ) {
-  item() << ( std::isfinite( number ) ? Vex::text( number ) : "null" );
-}
-
-// What could end the script element, or begin markup in it, is written as a number.
-void ReportPage::put( std::string_view text ) {
-  constexpr std::string_view digits = "0123456789abcdef";
-  item() << '"';
-  for ( const char c : text ) {
-    if ( c == '"' || c == '\\' ) {
-      out_ << '\\' << c;
-    } else if ( ( c >= 0 && c < ' ' ) || c == '<' || c == '>' || c == '&' ) {
-      const auto code = static_cast< unsigned char >( c );
-      out_ << "\\u00" << digits[ code >> 4 ] << digits[ code & 15 ];
-    } else {
-      out_ << c;
-    }
-  }
-  out_ << '"';
-}
-
 void ReportPage::machines( const Roots & roots ) {
   const auto indexOf = [ & ]( const Vex::Entity * entity ) {
     return std::find_if(
@@ -138,7 +93,7 @@ void ReportPage::machines( const Roots & roots ) {
     addTargets( *root.entity, writes, targets, addTargets );
     return targets;
   };
-  array( "roots", [ & ] {
+  arrayMember( "roots", [ & ] {
     for ( const auto & root : roots ) {
       object( [ & ] {
         member( "name", root.entity->name() );
@@ -153,7 +108,7 @@ void ReportPage::machines( const Roots & roots ) {
 
 void ReportPage::samples( const std::vector< Report::Column > & columns,
                           const std::vector< Report::Sample > & samples ) {
-  array( "columns", [ & ] {
+  arrayMember( "columns", [ & ] {
     for ( const auto & column : columns ) {
       object( [ & ] {
         member( "root", column.root );
@@ -161,7 +116,7 @@ void ReportPage::samples( const std::vector< Report::Column > & columns,
       } );
     }
   } );
-  array( "samples", [ & ] {
+  arrayMember( "samples", [ & ] {
     const std::vector< size_t > none( columns.size() );
     const auto * before = &none;
     for ( const auto & sample : samples ) {
@@ -169,7 +124,7 @@ void ReportPage::samples( const std::vector< Report::Column > & columns,
         member( "step", sample.step );
         member( "time", sample.time );
         // Column and count of what is not as in the sample before.
-        array( "counts", [ & ] {
+        arrayMember( "counts", [ & ] {
           for ( size_t i = 0; i < columns.size(); ++i ) {
             if ( sample.counts[ i ] != ( *before )[ i ] ) {
               put( i );
@@ -197,7 +152,7 @@ void ReportPage::events( const std::deque< Report::Event > & events ) {
   name( "events" );
   object( [ & ] {
     const auto column = [ & ]( std::string_view name, const auto & of ) {
-      array( name, [ & ] {
+      arrayMember( name, [ & ] {
         for ( const auto & event : events ) {
           put( of( event ) );
         }
@@ -217,7 +172,7 @@ void ReportPage::table( const Vex::Entity & root, const Vex::AttributeType & att
     member( "key", attribute.keyType );
     member( "value", attribute.valueType );
     member( "size", attribute.size( root ) );
-    array( "rows", [ & ] {
+    arrayMember( "rows", [ & ] {
       size_t rows = 0;
       attribute.forEach( root, [ & ]( const Vex::ReflectedMember & member ) {
         if ( rows++ < Report::tableRowLimit ) {
@@ -229,7 +184,7 @@ void ReportPage::table( const Vex::Entity & root, const Vex::AttributeType & att
 }
 
 void ReportPage::tables( const Roots & roots ) {
-  array( "tables", [ & ] {
+  arrayMember( "tables", [ & ] {
     for ( const auto & root : roots ) {
       if ( root.role != Role::output && root.role != Role::hardware ) {
         continue;

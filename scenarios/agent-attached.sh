@@ -44,6 +44,8 @@ line 2:1: expected a command that does not wait; advance is for the lines that t
   'show switch.vlan[11]' 'advance 1' 'set evpnStatus.vlanToDot1q[10] 120'
 attached look 2 'line 1:1: expected a command that changes nothing, since this session is read-only; set may change something' \
   'set evpnStatus.vlanToDot1q[10] 120'
+[ "$( "$agent" attach --socket "$dir/look" --json 'show switch.vlan[10]' | head -n 1 )" = \
+  '{"path":"switch.vlan[10]","key":10,"value":110}' ] || fail 'answers are in JSON where that is wanted'
 "$agent" serve --socket "$dir/control" 2>"$dir/err" && fail 'a name has one agent'
 grep -q 'another process serves it' "$dir/err" || fail "a second agent says why: $( cat "$dir/err" )"
 

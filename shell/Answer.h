@@ -3,15 +3,15 @@
 // tells of; they may change meanwhile.
 #pragma once
 
-#include <ostream>
-
 namespace KezShell {
+
+class Session;
 
 class Answer {
 public:
   virtual ~Answer() = default;
-  // Says the next piece, if any is left; whether more is.
-  virtual bool say( std::ostream & out ) = 0;
+  // Has the session say the next piece, if any is left; whether more is.
+  virtual bool say( Session & session ) = 0;
 };
 
 } // namespace KezShell

@@ -15,11 +15,13 @@ constexpr size_t mostMembers = 10'000;
 
 class Completion {
 public:
-  Completion( const Shell & shell, std::ostream & out, std::string_view line )
-      : shell_( shell ), out_( out ) {
+  Completion( const Shell & shell, Session & session, std::string_view line )
+      : shell_( shell ), session_( session ) {
     Vex::TextCursor in( line );
+    takeAnswerForm( in );
+    const auto command = in.rest();
     const auto name = takeWord( in );
-    if ( name.size() == line.size() ) {
+    if ( name.size() == command.size() ) {
       commands( name );
       return;
     }
@@ -54,8 +56,18 @@ private:
   // What is missing of it, and after it, of what was typed; the whole; and what it is.
   void sayIfItFits( std::string_view typed, std::string_view whole, std::string_view after,
                     const String & about ) {
-    if ( whole.starts_with( typed ) ) {
-      out_ << whole.substr( typed.size() ) << after << '\t' << whole << '\t' << about << '\n';
+    if ( !whole.starts_with( typed ) ) {
+      return;
+    }
+    const auto missing = String( whole.substr( typed.size() ) ) + String( after );
+    if ( auto * const json = session_.json() ) {
+      json->line( [ & ] {
+        json->member( "missing", missing );
+        json->member( "whole", whole );
+        json->member( "about", about );
+      } );
+    } else {
+      session_.out() << missing << '\t' << whole << '\t' << about << '\n';
     }
   }
 
@@ -111,7 +123,7 @@ private:
   }
 
   const Shell & shell_;
-  std::ostream & out_;
+  Session & session_;
 };
 
 } // namespace
@@ -121,7 +133,7 @@ void addCompletion( Shell & shell ) {
   complete.name = "complete";
   complete.ofSession = true;
   complete.run = [ &shell ]( Vex::TextCursor & in, Session & session ) {
-    Completion( shell, session.out(), takeRest( in ) );
+    Completion( shell, session, takeRest( in ) );
   };
   shell.commandIs( std::move( complete ) );
 }

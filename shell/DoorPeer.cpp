@@ -141,24 +141,19 @@ template< class What > void Door::Peer::guarded( What && what ) {
   try {
     what();
   } catch ( const BadLine & error ) {
-    err_ << place() << ':' << error.column << ": " << error.what() << '\n';
-    status_ = Status::bad;
+    session_.badLineIs( error );
   } catch ( const std::runtime_error & error ) {
-    err_ << place() << ": " << error.what() << '\n';
-    status_ = Status::bad;
+    session_.badLineIs( error );
   }
 }
 
 void Door::Peer::refuse( const String & why ) {
-  err_ << place() << ": " << why << '\n';
-  status_ = Status::bad;
-  conclude();
+  conclude( session_.refuse( place(), why ) );
 }
 
 void Door::Peer::execute( std::string_view line ) {
   TRACE( 5, "peer ", number_, ": ", line );
-  failures_ = session_.failures();
-  status_ = Status::ok;
+  isBusy_ = true;
   guarded( [ & ] { session_.execute( line, place() ); } );
   sayMore();
 }
@@ -170,14 +165,13 @@ void Door::Peer::sayMore() {
     }
   } );
   if ( !session_.hasMoreToSay() ) {
-    conclude();
+    conclude( session_.conclude() );
   }
 }
 
-void Door::Peer::conclude() {
-  const bool failed = session_.failures() > failures_;
-  toSend_.statusIs( status_ == Status::bad ? "bad" : failed ? "failed" : "ok" );
-  status_.reset();
+void Door::Peer::conclude( LineStatus status ) {
+  toSend_.statusIs( stringValue( status ) );
+  isBusy_ = false;
 }
 
 } // namespace KezShell

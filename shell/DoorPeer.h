@@ -30,9 +30,7 @@ public:
   uint32_t events = 0;
 
 private:
-  enum class Status { ok, failed, bad };
-
-  bool isBusy() const { return status_.has_value(); }
+  bool isBusy() const { return isBusy_; }
   bool hasLine() const { return input_.find( '\n', at_ ) != Vex::String::npos; }
   void step();
   void send();
@@ -40,11 +38,11 @@ private:
   void takeLine();
   void execute( std::string_view line );
   void sayMore();
-  void conclude();
+  void conclude( LineStatus status );
   // Something that says what was wrong with the line by what it raises.
   template< class What > void guarded( What && what );
   void refuse( const Vex::String & why );
-  Vex::String place() const { return "line " + std::to_string( lines_ ); }
+  Place place() const { return { "line " + std::to_string( lines_ ), lines_ }; }
 
   const DoorLimits & limits_;
   const Vex::Descriptor socket_;
@@ -64,8 +62,7 @@ private:
   bool gone_ = false;
   bool leaving_ = false; // as soon as it has read what there is
   size_t lines_ = 0;
-  std::optional< Status > status_; // of the line that is being answered
-  size_t failures_ = 0;            // before it
+  bool isBusy_ = false; // with answering a line
 };
 
 } // namespace KezShell

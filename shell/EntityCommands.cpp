@@ -1,6 +1,7 @@
 #include "Vex/Domain.h"
 #include "shell/Shell.h"
 #include "shell/Show.h"
+#include "shell/ShowJson.h"
 
 namespace KezShell {
 
@@ -31,6 +32,17 @@ void set( const Shell & shell, Vex::TextCursor & in, Session & session ) {
   shell.host().runTasks( session );
 }
 
+void sayNone( Session & session, const Path & path ) {
+  if ( auto * const json = session.json() ) {
+    json->line( [ & ] {
+      json->member( "path", path.text() );
+      json->member( "there", false );
+    } );
+  } else {
+    session.out() << path.text() << ": none\n";
+  }
+}
+
 void del( const Shell & shell, Vex::TextCursor & in, Session & session ) {
   const Path path( shell.roots(), in );
   path.checkWritable();
@@ -38,7 +50,7 @@ void del( const Shell & shell, Vex::TextCursor & in, Session & session ) {
   const auto holder = path.writableHolder();
   const auto & attribute = *path.attribute();
   if ( !holder || ( path.hasKey() && !attribute.memberDel( *holder, path.key() ) ) ) {
-    session.out() << path.text() << ": none\n";
+    sayNone( session, path );
   } else if ( !path.hasKey() ) {
     attribute.reset( *holder );
   }
@@ -46,13 +58,18 @@ void del( const Shell & shell, Vex::TextCursor & in, Session & session ) {
 }
 
 void show( const Shell & shell, Vex::TextCursor & in, Session & session ) {
+  auto * const json = session.json();
+  if ( in.done() && json ) {
+    showOverviewInJson( *json, shell.roots() );
+    return;
+  }
   if ( in.done() ) {
     showOverview( session.out(), shell.roots(), shell.host().isVirtual() );
     return;
   }
   const Path path( shell.roots(), in );
   Vex::expectEnd( in );
-  session.answerIs( showPath( session.out(), path ) );
+  session.answerIs( json ? showPathInJson( *json, path ) : showPath( session.out(), path ) );
 }
 
 void judge( Session & session, bool holds, const Path & path, const String & expected,
@@ -101,7 +118,11 @@ void expect( const Shell & shell, Vex::TextCursor & in, Session & session ) {
 void call( const Shell & shell, Vex::TextCursor & in, Session & session ) {
   const Path path( shell.roots(), in, Path::End::operation );
   const auto result = path.call( in );
-  session.out() << result << ( result.empty() ? "" : "\n" );
+  if ( auto * const json = session.json() ) {
+    json->line( [ & ] { json->member( "result", result ); } );
+  } else {
+    session.out() << result << ( result.empty() ? "" : "\n" );
+  }
   shell.host().runTasks( session );
 }
 

@@ -4,14 +4,31 @@
 
 #include "Vex/Text.h"
 
+#include <optional>
+
 namespace KezShell {
+
+// Where a line stands, for reports: in words, "<file>:<line>", and its number if it has one.
+struct Place {
+  Place( const char * text ) : text( text ) {}
+  Place( const Vex::String & text, size_t number = 0 ) : text( text ), number( number ) {}
+  Vex::String text;
+  size_t number = 0;
+};
 
 // A line that cannot be executed; it has changed nothing. Columns are bytes and count from 1.
 class BadLine : public std::runtime_error {
 public:
-  BadLine( size_t column, const Vex::String & message )
-      : std::runtime_error( Vex::printable( message ) ), column( column ) {}
+  // What was expected at the column, and what is there.
+  struct Mismatch {
+    Vex::String expected;
+    Vex::String found; // empty at the end of the line
+  };
+  BadLine( size_t column, const Vex::String & message,
+           const std::optional< Mismatch > & mismatch = {} )
+      : std::runtime_error( Vex::printable( message ) ), column( column ), mismatch( mismatch ) {}
   const size_t column;
+  const std::optional< Mismatch > mismatch; // none where the message is more than that
 };
 
 // Turns what `operation` finds wrong in a text that begins at `column` into a BadLine.
@@ -19,7 +36,8 @@ template< class Operation > auto inTextAt( size_t column, Operation && operation
   try {
     return operation();
   } catch ( const Vex::ParseError & error ) {
-    throw BadLine( column + error.offset(), error.what() );
+    throw BadLine( column + error.offset(), error.what(),
+                   BadLine::Mismatch{ error.expected(), error.found() } );
   } catch ( const Vex::RangeError & error ) {
     throw BadLine( column, error.what() );
   }

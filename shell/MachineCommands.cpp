@@ -11,18 +11,45 @@ using Vex::String;
 
 namespace {
 
+void explainInJson( Vex::JsonWriter & out, const Kez::StateMachine & machine,
+                    const Kez::Explanation & explanation ) {
+  out.line( [ & ] {
+    out.member( "machine", machine.name() );
+    out.member( "state", stringValue( explanation.standing() ) );
+    out.arrayMember( "says", [ & ] {
+      for ( const auto & clause : explanation.clauses() ) {
+        out.put( clause.text );
+      }
+    } );
+    out.arrayMember( "reasons", [ & ] {
+      for ( const auto & clause : explanation.clauses() ) {
+        if ( clause.standing != Kez::Standing::settled ) {
+          out.put( clause.text );
+        }
+      }
+    } );
+    out.member( "nextTry", explanation.nextTry() );
+  } );
+}
+
 void explain( const Shell & shell, Vex::TextCursor & in, Session & session ) {
   const auto subject = Kez::parseSubject( in );
   Vex::expectEnd( in );
+  auto * const json = session.json();
   std::vector< std::vector< String > > rows;
   forEachMachine( shell.roots(), [ & ]( const Kez::StateMachine & machine ) {
     Kez::Explanation explanation;
     machine.explain( subject, explanation );
-    if ( !explanation.text().empty() ) {
-      rows.push_back( { "  " + machine.name(), String( explanation.text() ) } );
+    if ( explanation.clauses().empty() ) {
+      return;
+    }
+    if ( json ) {
+      explainInJson( *json, machine, explanation );
+    } else {
+      rows.push_back( { "  " + machine.name(), explanation.text() } );
     }
   } );
-  if ( rows.empty() ) {
+  if ( rows.empty() && !json ) {
     session.out() << "no machine has to do with " << Kez::text( subject ) << '\n';
   }
   showTable( session.out(), rows );
@@ -30,15 +57,22 @@ void explain( const Shell & shell, Vex::TextCursor & in, Session & session ) {
 
 void check( const Shell & shell, Vex::TextCursor & in, Session & session ) {
   Vex::expectEnd( in );
+  auto * const json = session.json();
   size_t machines = 0;
   String broken;
   forEachMachine( shell.roots(), [ & ]( const Kez::StateMachine & machine ) {
     Kez::Findings findings( machine.name() );
     machine.check( findings );
     broken += findings.text();
+    if ( json ) {
+      json->line( [ & ] {
+        json->member( "machine", machine.name() );
+        json->member( "findings", findings.lines() );
+      } );
+    }
     ++machines;
   } );
-  if ( broken.empty() ) {
+  if ( broken.empty() && !json ) {
     session.out() << "the invariants of " << machines << " machines hold\n";
   }
   session.expectationIs( broken.empty() ? "" : "invariants are broken\n" + broken );
@@ -61,8 +95,29 @@ String differenceText( const KezHelper::AuditDifference & difference ) {
   return text;
 }
 
+void putDifference( Vex::JsonWriter & out, const KezHelper::AuditDifference & difference ) {
+  out.member( "entry", difference.entry() );
+  out.member( "machine", difference.machine() );
+  out.member( "kind", Vex::text( difference.kind() ) );
+  out.member( "inHardware", difference.inHardware() );
+  out.member( "onRecord", difference.onRecord() );
+  out.member( "askedFor", difference.askedFor() );
+  out.member( "since", difference.since() );
+  out.member( "repair", Vex::text( difference.repair() ) );
+}
+
+void auditInJson( Vex::JsonWriter & out, const KezHelper::Audit & audit, uint32_t found ) {
+  out.line( [ & ] {
+    out.member( "underWay", audit.isUnderWay() );
+    out.member( "compared", audit.compared() );
+    out.member( "found", found );
+  } );
+  for ( const auto & [ entry, difference ] : audit.difference() ) {
+    out.line( [ &, &each = *difference ] { putDifference( out, each ); } );
+  }
+}
+
 void audit( const Shell & shell, Vex::TextCursor & in, Session & session ) {
-  auto & out = session.out();
   bool repairs = false;
   if ( !in.done() ) {
     const size_t offset = in.offset();
@@ -79,13 +134,18 @@ void audit( const Shell & shell, Vex::TextCursor & in, Session & session ) {
   }
   audit->begin( repairs );
   shell.host().runTasks( session );
-  if ( audit->isUnderWay() ) {
-    out << "it goes on when hardware has been taken over, which show takeover tells of\n";
-    return;
-  }
   uint32_t found = 0;
   for ( const auto [ kind, times ] : audit->found() ) {
     found += times;
+  }
+  if ( auto * const json = session.json() ) {
+    auditInJson( *json, *audit, found );
+    return;
+  }
+  auto & out = session.out();
+  if ( audit->isUnderWay() ) {
+    out << "it goes on when hardware has been taken over, which show takeover tells of\n";
+    return;
   }
   if ( found == 0 ) {
     out << "hardware has what is on record and asked for; entries compared: " << audit->compared()

@@ -4,6 +4,7 @@
 #include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"
 #include "shell/Show.h"
+#include "shell/ShowJson.h"
 
 namespace KezShell {
 
@@ -22,6 +23,7 @@ Shell::Shell( Host & host ) : host_( host ) {
   addEntityCommands( *this );
   addMachineCommands( *this );
   addTrace( *this );
+  addJson( *this );
   addHelp( *this );
   addCompletion( *this );
 }
@@ -56,8 +58,22 @@ void Shell::answersDel( const String & why ) {
 
 namespace {
 
+void putTrace( Vex::JsonWriter & out ) {
+  const Ringlog::Setting setting( Ringlog::trace() );
+  out.member( "setting", Ringlog::trace() );
+  out.arrayMember( "handles", [ & ] {
+    for ( const auto & handle : Ringlog::handleNames() ) {
+      out.object( [ & ] {
+        out.member( "handle", handle );
+        out.member( "enabled", setting.levels( handle ) != 0 );
+      } );
+    }
+  } );
+}
+
 void trace( Vex::TextCursor & in, Session & session ) {
   auto & out = session.out();
+  auto * const json = session.json();
   const auto handles = Ringlog::handleNames();
   const auto showHandles = [ & ] {
     out << "handles:";
@@ -66,6 +82,10 @@ void trace( Vex::TextCursor & in, Session & session ) {
     }
     out << '\n';
   };
+  if ( in.done() && json ) {
+    json->line( [ & ] { putTrace( *json ); } );
+    return;
+  }
   if ( in.done() ) {
     const auto setting = Ringlog::trace();
     out << "trace " << ( setting.empty() ? "off" : setting ) << '\n';
@@ -75,6 +95,10 @@ void trace( Vex::TextCursor & in, Session & session ) {
   const size_t column = in.offset() + 1;
   const auto text = takeRest( in );
   inTextAt( column, [ & ] { Ringlog::traceIs( text == "off" ? "" : text ); } );
+  if ( json ) {
+    json->line( [ & ] { putTrace( *json ); } );
+    return;
+  }
   const Ringlog::Setting setting( Ringlog::trace() );
   const bool matched = std::any_of( handles.begin(), handles.end(), [ & ]( const auto & handle ) {
     return setting.levels( handle ) != 0;
@@ -85,8 +109,29 @@ void trace( Vex::TextCursor & in, Session & session ) {
   }
 }
 
+void putCommand( Vex::JsonWriter & out, const Command & command ) {
+  out.member( "command", command.name );
+  out.member( "arguments", command.arguments );
+  out.member( "summary", command.summary );
+  out.member( "detail", command.detail );
+  out.member( "effect", stringValue( command.effect ) );
+}
+
+void helpInJson( const Shell & shell, Vex::JsonWriter & out ) {
+  for ( const auto & each : shell.commands() ) {
+    if ( !each.summary.empty() ) {
+      out.line( [ & ] { putCommand( out, each ); } );
+    }
+  }
+}
+
 void help( const Shell & shell, Vex::TextCursor & in, Session & session ) {
   auto & out = session.out();
+  auto * const json = session.json();
+  if ( in.done() && json ) {
+    helpInJson( shell, *json );
+    return;
+  }
   if ( in.done() ) {
     std::vector< std::vector< String > > rows;
     for ( const auto & each : shell.commands() ) {
@@ -101,7 +146,12 @@ void help( const Shell & shell, Vex::TextCursor & in, Session & session ) {
   }
   auto ahead = in;
   const auto name = takeWord( ahead );
-  if ( const auto * found = ahead.done() ? shell.command( name ) : nullptr ) {
+  const auto * const found = ahead.done() ? shell.command( name ) : nullptr;
+  if ( found && json ) {
+    json->line( [ & ] { putCommand( *json, *found ); } );
+    return;
+  }
+  if ( found ) {
     out << found->name << ' ' << found->arguments << "    " << found->summary << '\n'
         << found->detail;
     return;
@@ -112,7 +162,11 @@ void help( const Shell & shell, Vex::TextCursor & in, Session & session ) {
   }
   const Path path( shell.roots(), in );
   Vex::expectEnd( in );
-  showClass( out, path );
+  if ( json ) {
+    showClassInJson( *json, path );
+  } else {
+    showClass( out, path );
+  }
 }
 
 } // namespace
@@ -124,6 +178,24 @@ void addTrace( Shell & shell ) {
                      "and for one, LEVELS is like 5, 0-5 or 1+5+8-9.\n"
                      "  trace KezEvpn*/5\n",
                      Effect::changes, trace } );
+}
+
+void addJson( Shell & shell ) {
+  shell.commandIs( { "json", "on | off", "answer lines in JSON, or in words",
+                     "A value a line; the last for each line of the session tells how that went.\n"
+                     "A line alone is answered so that begins with --json, or --text.\n"
+                     "  json on\n"
+                     "  --json show\n",
+                     Effect::none,
+                     []( Vex::TextCursor & in, Session & session ) {
+                       const size_t offset = in.offset();
+                       const auto how = takeRest( in );
+                       if ( how != "on" && how != "off" ) {
+                         failAt( offset, "on or off", how );
+                       }
+                       session.jsonIs( how == "on" );
+                     },
+                     true } );
 }
 
 void addHelp( Shell & shell ) {

@@ -7,6 +7,9 @@
 //   KezShell::addAudit( shell );           // what else the host has
 //   shell.commandIs( { "reload", ... } );
 //
+// A line that begins with --json is answered in JSON, a value a line, of which the last says how it
+// went; so are all of a session after `json on`.
+//
 // A bad line changes nothing. A failed expectation is reported and counted, and the session goes
 // on.
 #pragma once
@@ -21,7 +24,7 @@ namespace KezShell {
 
 // What a command does to the host: nothing, something, something that it alone decides the end of,
 // during which the host does nothing else.
-enum class Effect { none, changes, waits };
+VEX_ENUM( Effect, "KezShell::Effect", none, changes, waits )
 
 struct Command {
   Vex::String name;
@@ -92,6 +95,7 @@ void addEntityCommands( Shell & shell );
 void addMachineCommands( Shell & shell );
 void addTrace( Shell & shell );
 void addHelp( Shell & shell );
+void addJson( Shell & shell );
 // and what completes a line for a client.
 void addCompletion( Shell & shell );
 // For a host with a KezHelper::Audit among its roots, as `audit`.

@@ -1,6 +1,7 @@
 #include "shell/Show.h"
 
 #include "Vex/Clock.h"
+#include "shell/Session.h"
 
 namespace KezShell {
 
@@ -70,7 +71,8 @@ public:
     levels_.push_back( { entity, { &attribute }, 0, head } );
   }
 
-  bool say( std::ostream & out ) override {
+  bool say( Session & session ) override {
+    auto & out = session.out();
     auto & level = levels_.back();
     if ( level.members ) {
       sayMember( out, level );

@@ -142,6 +142,46 @@ TEST_F( DoorTest, AnswersAreToldFromErrorsAndEndWithAStatus ) {
   EXPECT_EQ( door.peers(), 0u );
 }
 
+TEST_F( DoorTest, AnswersAreInJsonWhereThatIsWanted ) {
+  const auto status = []( const std::string & how ) {
+    return AllOf( HasSubstr( "{\"status\":\"" + how + "\",\"place\":\"line " ),
+                  EndsWith( "}\n. " + how + "\n" ) );
+  };
+  library.shelf->bookIs( 7, "\"\\\x01 \xc3\xa9 \xff\xed\xa0\x80" );
+  Visitor visitor( *this, Rights::look ), other( *this, Rights::change );
+  visitor.read();
+  EXPECT_THAT( visitor.answer( "--json show shelf.book" ),
+               StartsWith( "{\"path\":\"shelf.book\",\"kind\":\"map\",\"keyType\":\"whole number\","
+                           "\"valueType\":\"text\",\"size\":1}\n"
+                           "{\"path\":\"shelf.book[7]\",\"key\":7,\"value\":\"\\\"\\\\\\u0001 "
+                           "\xc3\xa9 \\ufffd\\ufffd\\ufffd\\ufffd\"}\n{\"status\"" ) );
+  EXPECT_THAT( visitor.answer( "show shelf.gap" ), StartsWith( "shelf.gap (0)\n" ) );
+  EXPECT_THAT( visitor.answer( "json on" ), AllOf( StartsWith( "{\"status" ), status( "ok" ) ) );
+  EXPECT_EQ( visitor.answer( "\n# a remark" ), ". ok\n. ok\n" );
+  EXPECT_THAT( visitor.answer( "set shelf.gap[1]" ),
+               AllOf( StartsWith( "{\"error\":\"expected a command that changes nothing," ),
+                      HasSubstr( "\"column\":1}\n" ), status( "bad" ) ) );
+  EXPECT_THAT( visitor.answer( std::string( 2000, 'x' ) ),
+               AllOf( StartsWith( "{\"error\":\"longer than 1000 bytes\"" ), status( "bad" ) ) );
+  shell.commandIs( { "dots", "", "says dots", "", KezShell::Effect::none,
+                     []( Vex::TextCursor &, KezShell::Session & session ) {
+                       session.out() << ". ok\n" << 5;
+                     } } );
+  EXPECT_THAT( visitor.answer( "dots" ),
+               AllOf( StartsWith( "{\"text\":\". ok\"}\n{\"text\":\"5\"}\n" ), status( "ok" ) ) );
+  EXPECT_EQ( visitor.answer( "--text dots" ), ".. ok\n5\n. ok\n" );
+  EXPECT_THAT( other.answer( "show shelf.gap" ), EndsWith( "shelf.gap (0)\n. ok\n" ) );
+
+  // What ends a long answer is told between two values of it.
+  fill();
+  visitor.write( "show shelf.book\n" );
+  visitor.read( 10'000 );
+  shell.answersDel( "so" );
+  EXPECT_THAT( visitor.read(),
+               AllOf( HasSubstr( "\"}\n{\"failure\":\"the answer ends here: so\"}\n{\"status" ),
+                      status( "failed" ) ) );
+}
+
 TEST_F( DoorTest, LongAnswersAreMadeAsTheyAreReadOverWhatStandsMeanwhile ) {
   fill();
   Visitor visitor( *this, Rights::look ), other( *this, Rights::change );

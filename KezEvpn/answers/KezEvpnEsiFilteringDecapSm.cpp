@@ -22,28 +22,28 @@ void EsiFilteringDecapSm::explain( const Subject & subject, Explanation & out ) 
   const bool upToDate = explainProgrammed( *routeKey, decision, out );
   const bool waits = explainWait( *routeKey, decision, out );
   if ( lfibTrackingStatus()->routeKeyBacklogHas( *routeKey ) ) {
-    out.say( "in the backlog, next run ", Due{ reviewRouteKeyBacklog()->nextRun(), "later" } );
+    out.awaits( "in the backlog, next run ", Due{ reviewRouteKeyBacklog()->nextRun(), "later" } );
     if ( const auto & lack = lfibHwStatus()->unprogrammedRouteLack(); !lack.empty() ) {
-      out.say( lack );
+      out.awaits( lack );
     }
   } else if ( !upToDate && !waits ) {
-    out.say( "not looked at before it comes into the backlog" );
+    out.awaits( "not looked at before it comes into the backlog" );
   }
 }
 
 void EsiFilteringDecapSm::explainLack( const Decision & decision, Explanation & out ) const {
   switch ( decision.lack ) {
   case Lack::route:
-    out.say( "waiting for the route, none published" );
+    out.awaits( "waiting for the route, none published" );
     break;
   case Lack::viaSet:
-    out.say( "waiting for a via in via set ", decision.viaSetId, ", none published" );
+    out.awaits( "waiting for a via in via set ", decision.viaSetId, ", none published" );
     break;
   case Lack::filterViaType:
     out.say( "needs no port map, its first via being ", decision.viaKey );
     break;
   case Lack::via:
-    out.say( "waiting for via ", decision.viaKey, ", none published" );
+    out.awaits( "waiting for via ", decision.viaKey, ", none published" );
     break;
   case Lack::nothing:
     out.say( "port map of label ", decision.via.label, " and ", decision.via.intfId );
@@ -79,12 +79,13 @@ bool EsiFilteringDecapSm::explainWait( const RouteKey & routeKey, const Decision
     return false;
   }
   if ( waiting->returnCode != LfibHwProgrammingReturnCode::conflict ) {
-    out.say( "hardware refused ", Times{ refusal( routeKey ) }, " (", waiting->returnCode, ")" );
+    out.refused( "hardware refused ", Times{ refusal( routeKey ) }, " (", waiting->returnCode,
+                 ")" );
   } else if ( decision.lack == Lack::nothing && intfRouteHas( decision.via.intfId ) ) {
-    out.say( "waiting for route ", intfRoute( decision.via.intfId ), " to give up ",
-             decision.via.intfId );
+    out.awaits( "waiting for route ", intfRoute( decision.via.intfId ), " to give up ",
+                decision.via.intfId );
   } else {
-    out.say( "another route had its interface when it was last tried" );
+    out.awaits( "another route had its interface when it was last tried" );
   }
   out.say( "next try ", nextTry() );
   return true;

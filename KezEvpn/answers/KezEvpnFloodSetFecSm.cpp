@@ -27,8 +27,8 @@ void EvpnFloodSetFecSm::explainPath( const MplsFloodSetVia & via, Explanation & 
              Count{ floodSetEntryCache( via )->vlanMacDestSets(), "flood-set destination" } );
     break;
   case Use::hardware:
-    out.say( "used by no destination any more, waiting for hardware to unprogram ",
-             Count{ floodSetStatusCache( via )->statuss(), "flood set" } );
+    out.awaits( "used by no destination any more, waiting for hardware to unprogram ",
+                Count{ floodSetStatusCache( via )->statuss(), "flood set" } );
     break;
   case Use::none:
     break;
@@ -38,7 +38,7 @@ void EvpnFloodSetFecSm::explainPath( const MplsFloodSetVia & via, Explanation & 
   }
   const auto fecId = mplsFloodSetViaCache( via );
   if ( !mplsFloodSetFecRequest()->hwFecIdRequestHas( fecId ) ) {
-    out.say( "keeps FEC ", fecId, " until hardware takes its answer back" );
+    out.awaits( "keeps FEC ", fecId, " until hardware takes its answer back" );
     return;
   }
   if ( hasFecResponse( fecId ) ) {
@@ -46,14 +46,14 @@ void EvpnFloodSetFecSm::explainPath( const MplsFloodSetVia & via, Explanation & 
     out.say( "hardware answered for FEC ", fecId, " with id ", response.hwFecId, " on ",
              response.l2IntfId );
   } else {
-    out.say( "waiting for hardware's answer for FEC ", fecId, ", none published" );
+    out.awaits( "waiting for hardware's answer for FEC ", fecId, ", none published" );
   }
   const auto [ record, damage ] =
       hwTunnelIdMapping()->tunnelIdToHwTunnelIdTable().examine( via.tunnelId );
   if ( damage ) {
-    out.say( damage->what() );
+    out.awaits( damage->what() );
   } else if ( !record || !record->hwTunnelId.valid() ) {
-    out.say( "its tunnel has no hardware tunnel id" );
+    out.awaits( "its tunnel has no hardware tunnel id" );
   }
 }
 

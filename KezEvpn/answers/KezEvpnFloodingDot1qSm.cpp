@@ -23,16 +23,16 @@ void EvpnFloodingDot1qSm::explainPair( const IntfVlanKey & key, Explanation & ou
   const auto lack = lackOf( key );
   switch ( lack ) {
   case Lack::vlanStatus:
-    out.say( "waiting for EVPN members of VLAN ", key.vlanId, ", none published" );
+    out.awaits( "waiting for EVPN members of VLAN ", key.vlanId, ", none published" );
     break;
   case Lack::membership:
-    out.say( "waiting for ", key.intfId, " to be an EVPN member of VLAN ", key.vlanId );
+    out.awaits( "waiting for ", key.intfId, " to be an EVPN member of VLAN ", key.vlanId );
     break;
   case Lack::publication:
-    out.say( "waiting for the dot1q tag of VLAN ", key.vlanId, ", none published" );
+    out.awaits( "waiting for the dot1q tag of VLAN ", key.vlanId, ", none published" );
     break;
   case Lack::vlan:
-    out.say( "waiting for VLAN ", key.vlanId, " to be created in hardware" );
+    out.awaits( "waiting for VLAN ", key.vlanId, " to be created in hardware" );
     explainRefusal( vlanLevelKey( key.vlanId ), out );
     break;
   case Lack::nothing:
@@ -52,7 +52,7 @@ void EvpnFloodingDot1qSm::explainPair( const IntfVlanKey & key, Explanation & ou
     explainRefusal( key, out );
   }
   if ( intfVlanQueueHas( key ) ) {
-    out.say( "next look ", Due{ reviewIntfVlan()->nextRun(), "when an input changes" } );
+    out.awaits( "next look ", Due{ reviewIntfVlan()->nextRun(), "when an input changes" } );
   }
 }
 
@@ -60,10 +60,10 @@ void EvpnFloodingDot1qSm::explainVlan( Bridging::VlanId vlanId, Explanation & ou
   if ( programmedDot1qHas( vlanId ) ) {
     out.say( "programmed with tag ", programmedDot1q( vlanId ) );
   } else if ( evpnStatus()->vlanToDot1qHas( vlanId ) ) {
-    out.say( "to be programmed with tag ", dot1qTagForVlan( vlanId ) );
+    out.awaits( "to be programmed with tag ", dot1qTagForVlan( vlanId ) );
     explainRefusal( vlanLevelKey( vlanId ), out );
   } else {
-    out.say( "waiting for the dot1q tag of VLAN ", vlanId, ", none published" );
+    out.awaits( "waiting for the dot1q tag of VLAN ", vlanId, ", none published" );
   }
 }
 

@@ -31,14 +31,14 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
     out.say( key.intfId, " is no Ethernet segment, no status of it published" );
     return;
   case Lack::designatedForwarder:
-    out.say( "waiting for the designated forwarder of VLAN ", key.vlanId, ", none published" );
+    out.awaits( "waiting for the designated forwarder of VLAN ", key.vlanId, ", none published" );
     return;
   case Lack::remoteLabel:
-    out.say( "waiting for the remote ESI label of TEP ", dfTepIntfId, ", none published" );
+    out.awaits( "waiting for the remote ESI label of TEP ", dfTepIntfId, ", none published" );
     return;
   case Lack::usableLabel:
-    out.say( "waiting for a remote ESI label of TEP ", dfTepIntfId,
-             " of the right encapsulation type, ", remoteLabel, " published" );
+    out.awaits( "waiting for a remote ESI label of TEP ", dfTepIntfId,
+                " of the right encapsulation type, ", remoteLabel, " published" );
     if ( const auto status = esiStatus( key ); status && status->programmeds() > 0 ) {
       out.say( "what is programmed stays till then" );
       if ( !unprogramUnusableLabel() ) {
@@ -55,14 +55,14 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
   const auto [ record, damage ] =
       tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().examine( tunnelId );
   if ( damage ) {
-    out.say( damage->what() );
+    out.awaits( damage->what() );
     return;
   }
   const auto portLack = portLackOf( key.intfId, record.has_value() );
   if ( portLack == PortLack::hwTunnelId ) {
-    out.say( "waiting for a hardware tunnel id of tunnel ", tunnelId, ", none published" );
+    out.awaits( "waiting for a hardware tunnel id of tunnel ", tunnelId, ", none published" );
   } else if ( portLack == PortLack::localLabel ) {
-    out.say( "waiting for the local ESI label of ", key.intfId, ", none published" );
+    out.awaits( "waiting for the local ESI label of ", key.intfId, ", none published" );
   }
 }
 

@@ -27,7 +27,7 @@ void EvpnHwTunnelIdSm::explain( const Subject & subject, Explanation & out ) con
   const auto [ record, damage ] =
       tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().examine( *tunnelId );
   if ( damage ) {
-    out.say( damage->what() );
+    out.awaits( damage->what() );
     return;
   }
   if ( record ) {
@@ -48,17 +48,17 @@ void EvpnHwTunnelIdSm::explainWait( TunnelId tunnelId, Explanation & out ) const
   if ( lack == Lack::nothing ) {
     out.say( "waited for a hardware tunnel id; nothing uses it any more" );
   } else if ( !refusalHas( tunnelId ) ) {
-    out.say( "waiting for room to publish a hardware tunnel id, next try ", nextTry() );
+    out.awaits( "waiting for room to publish a hardware tunnel id, next try ", nextTry() );
     if ( const auto & room = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdLack(); !room.empty() ) {
-      out.say( room );
+      out.awaits( room );
     }
   } else {
     const auto type = neededType( tunnelId );
     const bool either = lack == Lack::id && type != hwTunnelIdTypeDefault;
-    out.say( "waiting for a ", nameOf( type ), either ? " or default" : "",
-             " hardware tunnel id, none was free, tried ", Times{ refusal( tunnelId ) },
-             ", next try ",
-             nextTry( "when an id is given back or a tunnel's last segment leaves it" ) );
+    out.refused( "waiting for a ", nameOf( type ), either ? " or default" : "",
+                 " hardware tunnel id, none was free, tried ", Times{ refusal( tunnelId ) },
+                 ", next try ",
+                 nextTry( "when an id is given back or a tunnel's last segment leaves it" ) );
   }
 }
 
@@ -68,11 +68,12 @@ void EvpnHwTunnelIdSm::explainLack( TunnelId tunnelId, Explanation & out ) const
   case Lack::nothing:
     return;
   case Lack::id:
-    out.say( "gave its hardware tunnel id up to a segment's tunnel, and gets one when a segment "
-             "or a first flood-set destination uses it again" );
+    out.awaits( "gave its hardware tunnel id up to a segment's tunnel, and gets one when a segment "
+                "or a first flood-set destination uses it again" );
     break;
   case Lack::type:
-    out.say( "found no ", nameOf( neededType( tunnelId ) ), " id free when its segments changed" );
+    out.awaits( "found no ", nameOf( neededType( tunnelId ) ),
+                " id free when its segments changed" );
     break;
   }
   out.say( "retryLackingTunnel would try again" );

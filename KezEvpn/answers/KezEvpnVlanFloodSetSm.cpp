@@ -29,16 +29,17 @@ void EvpnVlanFloodSetSm::explain( const Subject & subject, Explanation & out ) c
       }
     }
   }
-  const auto say = [ & ]( size_t number, std::string_view what ) {
+  const auto say = [ & ]( Standing standing, size_t number, std::string_view what ) {
     if ( number > 0 ) {
-      out.say( Count{ number, "flood-set destination" }, what );
+      out.add( standing, Count{ number, "flood-set destination" }, what );
     }
   };
-  say( tally.programmed, " programmed" );
-  say( tally.refused, " refused by hardware, which tries by itself" );
-  say( tally.unanswered, " waiting for hardware's answer" );
-  say( tally.withoutHwId, " waiting for the hardware id of the path, none published" );
-  say( tally.withoutTunnel, " of no valid tunnel, which is not supported" );
+  say( Standing::settled, tally.programmed, " programmed" );
+  say( Standing::refused, tally.refused, " refused by hardware, which tries by itself" );
+  say( Standing::waiting, tally.unanswered, " waiting for hardware's answer" );
+  say( Standing::waiting, tally.withoutHwId,
+       " waiting for the hardware id of the path, none published" );
+  say( Standing::settled, tally.withoutTunnel, " of no valid tunnel, which is not supported" );
 }
 
 void EvpnVlanFloodSetSm::count( const VlanMacDest & vmd, Tally & tally ) const {

@@ -28,13 +28,13 @@ void KezMacAddrFecRequestSm::explain( const Subject & subject, Explanation & out
 void KezMacAddrFecRequestSm::explainHost( const MacVlanPair & host, Explanation & out ) const {
   const Due due{ reviewTask()->nextRun(), "never" };
   if ( hostQueueHas( host ) ) {
-    out.say( "to be looked at ", due );
+    out.awaits( "to be looked at ", due );
   }
   if ( hostChainHas( host ) ) {
     const auto first = hostChain( host );
     out.say( "refers to chain ", first );
     if ( chainQueueHas( first ) ) {
-      out.say( "which is to be read ", due );
+      out.awaits( "which is to be read ", due );
     }
     explainChain( first, out );
   }
@@ -45,12 +45,12 @@ void KezMacAddrFecRequestSm::explainHost( const MacVlanPair & host, Explanation 
   }
   if ( !macAddrHwStatus()->hostHas( host ) ) {
     if ( fec.fecId != FecId() ) {
-      out.say( "not in hardware, which tries again by itself" );
+      out.refused( "not in hardware, which tries again by itself" );
     }
   } else if ( macAddrHwStatus()->host( host ) == fec.fecId ) {
     out.say( "in hardware" );
   } else {
-    out.say( "in hardware still with FEC ", macAddrHwStatus()->host( host ) );
+    out.awaits( "in hardware still with FEC ", macAddrHwStatus()->host( host ) );
   }
 }
 
@@ -58,9 +58,9 @@ void KezMacAddrFecRequestSm::explainChain( ObjectId first, Explanation & out ) c
   const auto decision = decide( first, &out );
   const auto fecId = chain( first )->fecId();
   if ( !decision.lack.empty() ) {
-    out.say( "which has no FEC: ", decision.lack );
+    out.awaits( "which has no FEC: ", decision.lack );
   } else if ( fecId != FecId() && !hasFecResponse( fecId ) ) {
-    out.say( "waiting for hardware's answer for FEC ", fecId );
+    out.awaits( "waiting for hardware's answer for FEC ", fecId );
   }
 }
 

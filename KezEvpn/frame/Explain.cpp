@@ -65,6 +65,22 @@ Vex::String text( const Subject & subject ) {
   return out.str();
 }
 
+Vex::String Explanation::text() const {
+  Vex::String all;
+  for ( const auto & clause : clauses_ ) {
+    all += ( all.empty() ? "" : "; " ) + clause.text;
+  }
+  return all;
+}
+
+Standing Explanation::standing() const {
+  auto gravest = Standing::settled;
+  for ( const auto & clause : clauses_ ) {
+    gravest = std::max( gravest, clause.standing );
+  }
+  return gravest;
+}
+
 void appendText( Vex::TextBuffer & out, const Due & due ) {
   if ( !due.time ) {
     out.append( due.otherwise );

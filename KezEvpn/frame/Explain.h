@@ -58,33 +58,6 @@ struct Subject {
 Subject parseSubject( Vex::TextCursor & in );
 Vex::String text( const Subject & subject );
 
-class Explanation {
-public:
-  // Adds a clause.
-  template< class... Pieces > void say( const Pieces &... pieces ) {
-    text_.append( text_.view().empty() ? "" : "; " );
-    ( appendBriefText( text_, pieces ), ... );
-  }
-
-  std::string_view text() const { return text_.view(); }
-
-private:
-  Vex::TextBuffer text_;
-};
-
-// The record of a shared table that an answer needs, if there is one. Damage is said, and handed to
-// nobody.
-template< class Table, class Key >
-auto examine( const Table & table, const Key & key, Explanation & out ) {
-  const auto examined = table.examine( key );
-  if ( examined.damage ) {
-    out.say( examined.damage->what() );
-  }
-  return examined.record;
-}
-
-// --- Pieces of clauses
-
 // When a run is due: "at once", "in 4.2 s", or `otherwise` when none is. One that others of the
 // line take part in first may leave it to the next.
 struct Due {
@@ -93,6 +66,67 @@ struct Due {
   bool orLater = false;
 };
 void appendText( Vex::TextBuffer & out, const Due & due );
+
+// How a machine stands to a subject. One that waits lacks an input, an answer or its next look;
+// what hardware refused, or had no room for, is tried again.
+VEX_ENUM( Standing, "Kez::Standing", settled, waiting, refused )
+
+class Explanation {
+public:
+  struct Clause {
+    Standing standing; // what the clause tells of
+    Vex::String text;
+  };
+
+  // Adds a clause: of what is; of what is waited for; of what hardware refused.
+  template< class... Pieces > void say( const Pieces &... pieces ) {
+    add( Standing::settled, pieces... );
+  }
+  template< class... Pieces > void awaits( const Pieces &... pieces ) {
+    add( Standing::waiting, pieces... );
+  }
+  template< class... Pieces > void refused( const Pieces &... pieces ) {
+    add( Standing::refused, pieces... );
+  }
+  template< class... Pieces > void add( Standing standing, const Pieces &... pieces ) {
+    Vex::TextBuffer text;
+    ( appendBriefText( text, pieces ), ... );
+    ( note( pieces ), ... );
+    clauses_.push_back( { standing, text.str() } );
+  }
+
+  const std::vector< Clause > & clauses() const { return clauses_; }
+  // All of them in a line.
+  Vex::String text() const;
+  // The gravest of any clause.
+  Standing standing() const;
+  // The first time that a clause tells of at which something is tried or looked at again.
+  std::optional< double > nextTry() const { return nextTry_; }
+
+private:
+  void note( const Due & due ) {
+    if ( due.time && ( !nextTry_ || *due.time < *nextTry_ ) ) {
+      nextTry_ = due.time;
+    }
+  }
+  template< class Piece > void note( const Piece & ) {}
+
+  std::vector< Clause > clauses_;
+  std::optional< double > nextTry_;
+};
+
+// The record of a shared table that an answer needs, if there is one. Damage is said, and handed to
+// nobody.
+template< class Table, class Key >
+auto examine( const Table & table, const Key & key, Explanation & out ) {
+  const auto examined = table.examine( key );
+  if ( examined.damage ) {
+    out.awaits( examined.damage->what() );
+  }
+  return examined.record;
+}
+
+// --- Pieces of clauses
 
 // So many of something: "1 port", "2 ports".
 struct Count {

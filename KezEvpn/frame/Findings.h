@@ -3,6 +3,8 @@
 
 #include "Vex/Text.h"
 
+#include <vector>
+
 namespace Kez {
 
 class Findings {
@@ -16,17 +18,24 @@ public:
     }
   }
   template< class... Pieces > void add( const Pieces &... pieces ) {
-    text_.append( name_ );
-    text_.append( ": " );
-    ( appendBriefText( text_, pieces ), ... );
-    text_.append( '\n' );
+    Vex::TextBuffer line;
+    ( appendBriefText( line, pieces ), ... );
+    lines_.push_back( line.str() );
   }
 
-  std::string_view text() const { return text_.view(); }
+  // What was added to the name.
+  const std::vector< Vex::String > & lines() const { return lines_; }
+  Vex::String text() const {
+    Vex::String all;
+    for ( const auto & line : lines_ ) {
+      all += name_ + ": " + line + "\n";
+    }
+    return all;
+  }
 
 private:
   const Vex::String name_;
-  Vex::TextBuffer text_;
+  std::vector< Vex::String > lines_;
 };
 
 } // namespace Kez

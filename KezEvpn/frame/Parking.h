@@ -110,7 +110,7 @@ protected:
   // Says how often hardware refused what is parked.
   void explainRefusal( const Key & key, Explanation & out ) const {
     if ( refusalHas( key ) ) {
-      out.say( "hardware refused ", Times{ refusal( key ) }, ", next try ", nextTry() );
+      out.refused( "hardware refused ", Times{ refusal( key ) }, ", next try ", nextTry() );
     }
   }
 

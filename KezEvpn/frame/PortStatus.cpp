@@ -15,10 +15,10 @@ LagLack lagLack( const EvpnLagMemberInfo & lags, Wire::IntfId intfId ) {
 void explainMissingPorts( const EvpnLagMemberInfo & lags, Wire::IntfId intfId, Explanation & out ) {
   switch ( lagLack( lags, intfId ) ) {
   case LagLack::configuration:
-    out.say( "waiting for member ports of ", intfId, ", none published" );
+    out.awaits( "waiting for member ports of ", intfId, ", none published" );
     break;
   case LagLack::members:
-    out.say( "waiting for member ports of ", intfId, ", an empty list published" );
+    out.awaits( "waiting for member ports of ", intfId, ", an empty list published" );
     break;
   case LagLack::nothing:
     break;

@@ -244,17 +244,17 @@ void PortStatus< Status >::explain( const Key & key, Explanation & out ) const {
                                                        : asWanted;
     which.push_back( port );
   }
-  const auto say = [ & ]( std::string_view what, const auto & some ) {
+  const auto say = [ & ]( Standing standing, std::string_view what, const auto & some ) {
     if ( !some.empty() ) {
-      out.say( what, Members{ some } );
+      out.add( standing, what, Members{ some } );
     }
   };
-  say( "programmed on ", asWanted );
-  say( "to be programmed anew, and as before till then, on ", anew );
-  say( "still programmed, though it is no port of it any more, on ", stale );
+  say( Standing::settled, "programmed on ", asWanted );
+  say( Standing::waiting, "to be programmed anew, and as before till then, on ", anew );
+  say( Standing::waiting, "still programmed, though it is no port of it any more, on ", stale );
   if ( status->unprogrammeds() > 0 ) {
-    out.say( anew.empty() ? "not programmed on " : "not programmed anew on ",
-             Members{ status->unprogrammed() } );
+    out.awaits( anew.empty() ? "not programmed on " : "not programmed anew on ",
+                Members{ status->unprogrammed() } );
   }
 }
 

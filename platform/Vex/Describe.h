@@ -27,6 +27,16 @@ template< class T > constexpr std::string_view typeName() {
   }
 }
 
+template< class T > constexpr DescribedType describedType() {
+  if constexpr ( std::is_same_v< T, bool > ) {
+    return { typeName< T >(), TextForm::truth };
+  } else if constexpr ( std::is_arithmetic_v< T > || requires { T::vexLowest; } ) {
+    return { typeName< T >(), TextForm::number };
+  } else {
+    return typeName< T >();
+  }
+}
+
 template< class T > String canonical( std::string_view text ) {
   return briefText( parseBriefly< T >( text ) );
 }
@@ -48,7 +58,7 @@ template< class C, auto storage > class ValueType : public AttributeType {
 public:
   using Set = void ( C::* )( Arg< HeldBy< T > > );
   ValueType( std::string_view name, AttrId id, Access access, Set set, void ( C::*reset )() )
-      : AttributeType( name, id, valueKind, access, {}, typeName< T >() ), set_( set ),
+      : AttributeType( name, id, valueKind, access, {}, describedType< T >() ), set_( set ),
         reset_( reset ) {}
 
   String value( const Entity & entity ) const override {
@@ -71,7 +81,7 @@ inline constexpr AttributeKind computedKind{ "computed" };
 template< class C, class T > class ComputedType : public AttributeType {
 public:
   ComputedType( std::string_view name, AttrId id, T ( C::*read )() const )
-      : AttributeType( name, id, computedKind, Access::readOnly, {}, typeName< T >() ),
+      : AttributeType( name, id, computedKind, Access::readOnly, {}, describedType< T >() ),
         read_( read ) {}
 
   String value( const Entity & entity ) const override {
@@ -140,8 +150,8 @@ protected:
   using Key = typename Storage::Type::Key;
 
   KeyedType( std::string_view name, AttrId id, AttributeKind kind, Access access,
-             std::string_view valueType )
-      : AttributeType( name, id, kind, access, typeName< Key >(), valueType ) {}
+             DescribedType values )
+      : AttributeType( name, id, kind, access, describedType< Key >(), values ) {}
 
   virtual ReflectedMember reflect( const Key & key, const typename Storage::Type & all ) const = 0;
 
@@ -204,7 +214,7 @@ protected:
   using Value = typename Storage::Type::Value;
 
   MapType( std::string_view name, AttrId id, AttributeKind kind, Access access )
-      : ErasableType< C, storage >( name, id, kind, access, typeName< Value >() ) {}
+      : ErasableType< C, storage >( name, id, kind, access, describedType< Value >() ) {}
 
 public:
   MapType( std::string_view name, AttrId id, Access access )

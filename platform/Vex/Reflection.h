@@ -61,12 +61,23 @@ public:
   virtual std::optional< ReflectedMember > next() = 0;
 };
 
+// How the text of a type's values reads.
+enum class TextForm { words, number, truth };
+
+// The type of keys or values, as reflection tells of it.
+struct DescribedType {
+  constexpr DescribedType( std::string_view name = {}, TextForm form = TextForm::words )
+      : name( name ), form( form ) {}
+  std::string_view name;
+  TextForm form;
+};
+
 class AttributeType {
 public:
   AttributeType( std::string_view name, AttrId id, AttributeKind kind, Access access,
-                 std::string_view keyType, std::string_view valueType )
-      : name( name ), id( id ), kind( kind ), access( access ), keyType( keyType ),
-        valueType( valueType ) {}
+                 DescribedType keys, DescribedType values )
+      : name( name ), id( id ), kind( kind ), access( access ), keyType( keys.name ),
+        valueType( values.name ), keyForm( keys.form ), valueForm( values.form ) {}
   AttributeType( const AttributeType & ) = delete;
   AttributeType & operator=( const AttributeType & ) = delete;
   virtual ~AttributeType() = default;
@@ -77,6 +88,8 @@ public:
   const Access access;
   const std::string_view keyType;   // empty without keys
   const std::string_view valueType; // empty for a set; the class for entities and references
+  const TextForm keyForm;
+  const TextForm valueForm;
 
   bool keyed() const { return !keyType.empty(); }
   // Whether it has members that belong to an entity's state.

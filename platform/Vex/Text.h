@@ -43,6 +43,9 @@ public:
   ParseError( String expected, String found, size_t offset );
 
   const char * what() const noexcept override { return message_.c_str(); }
+  // What `what` tells; `found` is empty at the end of the text.
+  const String & expected() const { return expected_; }
+  const String & found() const { return found_; }
   const String & field() const { return field_; }
   size_t offset() const { return offset_; }
 
