@@ -15,7 +15,7 @@ const char * const usage = R"(kez-agent hosts the KezEvpn machines over simulate
   kez-agent attach [--socket PATH] [LINE]...
                                       give lines to an agent that serves, or type them
   kez-agent help                      this text; the command help tells about lines
-  kez-agent --version
+  kez-agent --version                 its version
 
   --trace SETTING         trace from the start, like KezEvpn*/5
   --ring FILE             write every trace statement in binary form to FILE, 16 MiB used in

@@ -23,6 +23,7 @@ constexpr auto usage = R"(kez-inspect shows what a process leaves in files.
                                      show the records of a shared table, or the one with this key;
                                      --follow goes on with what is written (set) and removed (del)
   kez-inspect help                   this text
+  kez-inspect --version              its version
 
 Both take --json, and show a JSON value a line then.
 
@@ -244,11 +245,15 @@ int dispatch( const std::vector< std::string > & arguments, std::ostream & out,
     out << usage;
     return 0;
   }
+  if ( command == "--version" ) {
+    out << "kez-inspect " KEZ_VERSION "\n";
+    return 0;
+  }
   if ( command == "table" ) {
     return showTable( arguments, out, err );
   }
   if ( command != "ring" ) {
-    throw UsageError( "expected ring, table or help, found " +
+    throw UsageError( "expected ring, table, help or --version, found " +
                       ( command.empty() ? "nothing" : "'" + command + "'" ) );
   }
   const auto options = parseOptions( arguments );

@@ -388,7 +388,7 @@ TEST_F( RingTest, InspectorFiltersAndAnswersWithAStatus ) {
     { { "ring", path_, "--from", "x" }, 2, "", "kez-inspect: --from: expected a number" },
     { { "ring" }, 2, "", "kez-inspect: ring: expected a file" },
     { { "ring", "/dev/null" }, 2, "", "kez-inspect: /dev/null is no file" },
-    { { "list" }, 2, "", "kez-inspect: expected ring, table or help, found 'list'" },
+    { { "list" }, 2, "", "kez-inspect: expected ring, table, help or --version, found 'list'" },
   };
   for ( const auto & each : cases ) {
     std::stringstream out;
