@@ -60,9 +60,11 @@ const Vex::Ptr< TimerWheel > & Task::timerWheel() const {
   return taskScheduler()->timerWheel();
 }
 
-bool Task::taskShouldYield() const {
-  return running() && ( taskScheduler_->usage_.work >= taskScheduler_->workBudget() ||
-                        taskScheduler_->timeSliceOver() );
+bool Task::taskShouldYield() {
+  const bool yields = running() && ( taskScheduler_->usage_.work >= taskScheduler_->workBudget() ||
+                                     taskScheduler_->timeSliceOver() );
+  yields_ += yields;
+  return yields;
 }
 
 } // namespace Loom

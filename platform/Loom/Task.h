@@ -18,8 +18,11 @@ class Task : public Vex::Entity, private LinkedList< Task >::Link {
   VEX_COMPUTED( 56, taskPriority, TaskPriority )
   // The time at which a run is due, the present one when the task is ready; none without any.
   VEX_COMPUTED( 57, nextRun, std::optional< double > )
-  VEX_COMPUTED( 58, runs, uint64_t ) // begun so far
-  VEX_ATTRIBUTES( taskScheduler, taskName, taskPriority, nextRun, runs )
+  VEX_COMPUTED( 58, runs, uint64_t )   // begun so far
+  VEX_COMPUTED( 53, yields, uint64_t ) // that the scheduler asked for
+  // In seconds, of the runs on the steady clock.
+  VEX_COMPUTED( 52, longestRun, double )
+  VEX_ATTRIBUTES( taskScheduler, taskName, taskPriority, nextRun, runs, yields, longestRun )
   VEX_OPERATIONS( VEX_OPERATION( scheduleNow ) )
 
 public:
@@ -45,7 +48,7 @@ public:
   }
   // Whether the run under way has used up its work budget or its time slice. The clock is read
   // when a run first asks, and then now and again. False outside a run of this task.
-  bool taskShouldYield() const;
+  bool taskShouldYield();
 
 protected:
   Task( const Vex::Ptr< TaskScheduler > & scheduler, TaskPriority priority,
@@ -77,6 +80,8 @@ private:
   const TaskPriority taskPriority_;
   uint64_t readySince_ = 0; // a turn
   uint64_t runs_ = 0;
+  uint64_t yields_ = 0;
+  double longestRun_ = 0;
   const Vex::String taskName_;
   Delay delay_{ *this };
 };
@@ -91,6 +96,14 @@ inline TaskPriority Task::taskPriority() const {
 
 inline uint64_t Task::runs() const {
   return runs_;
+}
+
+inline uint64_t Task::yields() const {
+  return yields_;
+}
+
+inline double Task::longestRun() const {
+  return longestRun_;
 }
 
 inline void Task::scheduleNow() {

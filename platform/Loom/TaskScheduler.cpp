@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 
 namespace Loom {
 
@@ -19,6 +20,9 @@ size_t TaskScheduler::runReady() {
   timerWheel_->fireDue();
   ++turn_;
   size_t runs = 0;
+  const bool timed = !Vex::Clock::isVirtual();
+  const double begun = timed ? Vex::Clock::steadyNow() : 0;
+  double now = begun;
   for ( const auto & ready : ready_ ) {
     for ( Task * task = ready.first(); task && task->readySince_ != turn_; task = ready.first() ) {
       const Vex::Ptr< Task > alive( task );
@@ -28,8 +32,13 @@ size_t TaskScheduler::runReady() {
       usage_ = {};
       running_ = task;
       task->run();
+      if ( timed ) {
+        const double before = std::exchange( now, Vex::Clock::steadyNow() );
+        task->longestRun_ = std::max( task->longestRun_, now - before );
+      }
     }
   }
+  longestTurn_ = std::max( longestTurn_, now - begun );
   return runs;
 }
 
@@ -44,6 +53,10 @@ size_t TaskScheduler::readyTasks() const {
 
 size_t TaskScheduler::delayedTasks() const {
   return delayedTasks_;
+}
+
+double TaskScheduler::longestTurn() const {
+  return longestTurn_;
 }
 
 bool TaskScheduler::anyReady() const {

@@ -13,8 +13,8 @@
 // too. An exception that leaves a run ends the turn and passes to the host: the tasks that had
 // their turn to come are the first of the next one.
 //
-// Making a task ready, delaying it and running it allocate nothing; a turn reads the clock once,
-// and only if a timer is set.
+// Making a task ready, delaying it and running it allocate nothing. On virtual time a turn reads
+// the clock once, and only if a timer is set; on the steady clock also before and after each run.
 #pragma once
 
 #include "Loom/LinkedList.h"
@@ -39,7 +39,9 @@ class TaskScheduler : public Vex::Entity {
   VEX_COMPUTED( 3, readyTasks, size_t )
   VEX_COMPUTED( 4, delayedTasks, size_t )
   VEX_OUTPUT( 5, timerWheel, TimerWheel )
-  VEX_ATTRIBUTES( timeSlice, workBudget, readyTasks, delayedTasks, timerWheel )
+  // In seconds, of the turns on the steady clock: for so long the host did nothing else.
+  VEX_COMPUTED( 6, longestTurn, double )
+  VEX_ATTRIBUTES( timeSlice, workBudget, readyTasks, delayedTasks, timerWheel, longestTurn )
 
 public:
   TaskScheduler() : timerWheel_( Vex::makePtr< TimerWheel >() ) {}
@@ -72,6 +74,7 @@ private:
   std::array< LinkedList< Task >, TaskPriority::count > ready_;
   uint64_t turn_ = 0;
   size_t delayedTasks_ = 0;
+  double longestTurn_ = 0;
   const Task * running_ = nullptr;
   Usage usage_;
   double sliceEnd_ = 0; // this and the next are set when a run first asks

@@ -169,6 +169,9 @@ public:
                             return reflect( at.key(), all );
                           } );
   }
+  String keyText( const void * key ) const override {
+    return briefText( *static_cast< const Key * >( key ) );
+  }
   String canonicalKey( std::string_view text ) const override { return canonical< Key >( text ); }
 };
 

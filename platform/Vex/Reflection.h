@@ -124,6 +124,8 @@ public:
   // Empties a collection, sets a value back to what it was declared with.
   virtual void reset( Entity & ) const { unsupported( "deleted" ); }
 
+  // The text of a key that a notification points to.
+  virtual String keyText( const void * ) const { unsupported( "looked up by key" ); }
   // What `text` reads as when it is printed again.
   virtual String canonicalKey( std::string_view ) const { unsupported( "looked up by key" ); }
   virtual String canonicalValue( std::string_view ) const { unsupported( "compared" ); }
