@@ -72,52 +72,14 @@ String placeOf( const Switch::Stop & stop ) {
                                        : "";
 }
 
-void sendInJson( const Switch::Forwarded & all, Vex::JsonWriter & out ) {
-  out.line( [ & ] {
-    out.member( "vlan", all.vlanId == Bridging::VlanIdOrNone()
-                            ? std::nullopt
-                            : std::optional( all.vlanId.value() ) );
-    out.member( "flooded", all.flooded );
-    out.arrayMember( "copies", [ & ] {
-      for ( const auto & copy : all.copies ) {
-        out.put( Vex::text( copy ) );
-      }
-    } );
-    out.arrayMember( "stops", [ & ] {
-      for ( const auto & stop : all.stopped ) {
-        out.object( [ & ] {
-          out.member( "where", placeOf( stop ) );
-          out.member( "reason", reasonText( stop.reason ) );
-          out.member( "entry", entryPath( stop ) );
-        } );
-      }
-    } );
-  } );
-}
-
 void send( const KezShell::Roots & roots, Vex::TextCursor & in, Session & session ) {
   const auto all = forwarded( roots, in );
   Vex::expectEnd( in );
   if ( auto * const json = session.json() ) {
-    sendInJson( all, *json );
-    return;
-  }
-  auto & out = session.out();
-  if ( all.vlanId == Bridging::VlanIdOrNone() ) {
-    out << "of no VLAN\n";
+    json->line( [ & ] { putForwarded( *json, all ); } );
   } else {
-    out << "VLAN " << all.vlanId << ( all.flooded ? ", flooded\n" : "\n" );
+    showForwarded( session.out(), all );
   }
-  for ( const auto & copy : all.copies ) {
-    out << "  " << Vex::text( copy ) << '\n';
-  }
-  std::vector< std::vector< String > > rows;
-  for ( const auto & stop : all.stopped ) {
-    const auto where = placeOf( stop );
-    rows.push_back( { "  not" + ( where.empty() ? "" : " " + where ),
-                      String( reasonText( stop.reason ) ), entryPath( stop ) } );
-  }
-  KezShell::showTable( out, rows );
 }
 
 // Reads a frame as `send` does, "copies", and these, separated by a comma and a blank, or "none".
@@ -141,6 +103,45 @@ void expectSend( const KezShell::Roots & roots, Vex::TextCursor & in, Session & 
 }
 
 } // namespace
+
+void showForwarded( std::ostream & out, const Switch::Forwarded & all ) {
+  if ( all.vlanId == Bridging::VlanIdOrNone() ) {
+    out << "of no VLAN\n";
+  } else {
+    out << "VLAN " << all.vlanId << ( all.flooded ? ", flooded\n" : "\n" );
+  }
+  for ( const auto & copy : all.copies ) {
+    out << "  " << Vex::text( copy ) << '\n';
+  }
+  std::vector< std::vector< String > > rows;
+  for ( const auto & stop : all.stopped ) {
+    const auto where = placeOf( stop );
+    rows.push_back( { "  not" + ( where.empty() ? "" : " " + where ),
+                      String( reasonText( stop.reason ) ), entryPath( stop ) } );
+  }
+  KezShell::showTable( out, rows );
+}
+
+void putForwarded( Vex::JsonWriter & out, const Switch::Forwarded & all ) {
+  out.member( "vlan", all.vlanId == Bridging::VlanIdOrNone()
+                          ? std::nullopt
+                          : std::optional( all.vlanId.value() ) );
+  out.member( "flooded", all.flooded );
+  out.arrayMember( "copies", [ & ] {
+    for ( const auto & copy : all.copies ) {
+      out.put( Vex::text( copy ) );
+    }
+  } );
+  out.arrayMember( "stops", [ & ] {
+    for ( const auto & stop : all.stopped ) {
+      out.object( [ & ] {
+        out.member( "where", placeOf( stop ) );
+        out.member( "reason", reasonText( stop.reason ) );
+        out.member( "entry", entryPath( stop ) );
+      } );
+    }
+  } );
+}
 
 void addSend( KezShell::Shell & shell ) {
   shell.commandIs(

@@ -167,7 +167,7 @@ int play( std::ostream & out, const String & name ) {
   size_t number = 0;
   for ( String line; std::getline( in, line ); ) {
     ++number;
-    const String text( Agent::trimmed( line ) );
+    const String text( KezShell::trimmed( line ) );
     if ( text.empty() || text.starts_with( '#' ) ) {
       continue;
     }

@@ -132,7 +132,7 @@ void showConvergence( std::ostream & out, const Topology & topology, uint64_t se
       rows.push_back( row( "  undone", undone ) );
     }
   }
-  Agent::showTable( out, rows );
+  KezShell::showTable( out, rows );
 }
 
 } // namespace Fabric

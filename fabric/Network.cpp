@@ -65,12 +65,12 @@ void Network::execute( std::string_view line ) {
         { "late", &Network::lateLine },       { "delay", &Network::delayLine },
         { "pass", &Network::passLine },
       };
-  Agent::inTextAt( 1, [ & ] {
+  KezShell::inTextAt( 1, [ & ] {
     Vex::TextCursor in( line );
-    const auto name = Agent::takeWord( in );
+    const auto name = KezShell::takeWord( in );
     const auto at = std::ranges::find( commands, name, []( auto & each ) { return each.first; } );
     if ( at == std::end( commands ) ) {
-      Agent::failAt( 0, "fail, return, move, prefer, restart, refuse, late, delay or pass", name );
+      KezShell::failAt( 0, "fail, return, move, prefer, restart, refuse, late, delay or pass", name );
     }
     ( this->*at->second )( in );
   } );
@@ -92,7 +92,7 @@ void Network::moveLine( Vex::TextCursor & in ) {
   const Index segment = takeSegment( in, topology_ );
   Vex::expectEnd( in );
   if ( !topology_.segments[ segment ].vlans.contains( topology_.hosts[ host ].vlanId ) ) {
-    Agent::failAt( offset, "a segment with the host's VLAN", topology_.segments[ segment ].name );
+    KezShell::failAt( offset, "a segment with the host's VLAN", topology_.segments[ segment ].name );
   }
   if ( hostAt_[ host ].segment != segment ) {
     hostAt_[ host ] = { segment, hostAt_[ host ].sequence + 1 };
@@ -109,7 +109,7 @@ void Network::preferLine( Vex::TextCursor & in ) {
   const auto preference = takeValue< uint32_t >( in );
   Vex::expectEnd( in );
   if ( !topology_.segments[ segment ].linkOf( node ) ) {
-    Agent::failAt( offset, "a switch of the segment", topology_.nodes[ node ] );
+    KezShell::failAt( offset, "a switch of the segment", topology_.nodes[ node ] );
   }
   members_[ node ].view.preference[ segment ] = preference;
   viewChanged( node );
@@ -152,7 +152,7 @@ void Network::hinder( Member & member, std::initializer_list< String > lines ) {
 
 void Network::delayLine( Vex::TextCursor & in ) {
   auto & member = members_[ takeNode( in, topology_ ) ];
-  member.delayed.emplace_back( Agent::takeRest( in ) );
+  member.delayed.emplace_back( KezShell::takeRest( in ) );
 }
 
 void Network::passLine( Vex::TextCursor & in ) {
@@ -187,7 +187,7 @@ void Network::failOrReturn( Vex::TextCursor & in, bool fails ) {
     }
   }
   if ( !found ) {
-    Agent::failAt( offset, "a link of the switch", text( intfId ) );
+    KezShell::failAt( offset, "a link of the switch", text( intfId ) );
   }
   viewChanged( node );
 }

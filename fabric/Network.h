@@ -30,7 +30,7 @@ public:
   // Virtual time begins anew. Nothing has been told to anybody yet.
   Network( const Topology & topology, uint64_t seed );
 
-  // Raises Agent::BadLine, having changed nothing.
+  // Raises KezShell::BadLine, having changed nothing.
   void execute( std::string_view line );
   // Ends what keeps hardware or inputs behind, and lets all that is due be done.
   void settle();

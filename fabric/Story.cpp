@@ -17,7 +17,7 @@ Entry takeEntry( Vex::TextCursor & in, const Network & network, Index host ) {
       return entry;
     }
   }
-  Agent::failAt( offset, "a switch to which the host has a link that is up",
+  KezShell::failAt( offset, "a switch to which the host has a link that is up",
                  network.topology().nodes[ node ] );
 }
 
@@ -41,7 +41,7 @@ Story::Story( const Topology & topology, uint64_t seed )
 String Story::execute( const String & line ) {
   wrong_.clear();
   try {
-    Agent::inTextAt( 1, [ & ] {
+    KezShell::inTextAt( 1, [ & ] {
       Vex::TextCursor in( line );
       if ( skipWord( in, "rest" ) ) {
         Vex::expectEnd( in );
@@ -55,7 +55,7 @@ String Story::execute( const String & line ) {
         network_.execute( line );
       }
     } );
-  } catch ( const Agent::BadLine & error ) {
+  } catch ( const KezShell::BadLine & error ) {
     return "bad line: " + String( error.what() );
   }
   return wrong_.empty() ? brokenPromise() : wrong_;

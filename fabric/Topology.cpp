@@ -31,9 +31,9 @@ template< class All, class NameOf >
 String Reader::newName( Vex::TextCursor & in, const char * what, const All & all,
                         NameOf && nameOf ) {
   const size_t offset = in.offset();
-  const auto name = Agent::takeWord( in );
+  const auto name = KezShell::takeWord( in );
   if ( name.empty() || indexOf( all, name, nameOf ) ) {
-    Agent::failAt( offset, String( "a new name of a " ) + what, name );
+    KezShell::failAt( offset, String( "a new name of a " ) + what, name );
   }
   return String( name );
 }
@@ -51,7 +51,7 @@ void Reader::line( Vex::TextCursor & in ) {
   } else if ( skipWord( in, "host" ) ) {
     readHost( in );
   } else {
-    Agent::failAt( offset, "switch, vlan, segment, link or host", Agent::takeWord( in ) );
+    KezShell::failAt( offset, "switch, vlan, segment, link or host", KezShell::takeWord( in ) );
   }
   Vex::expectEnd( in );
 }
@@ -61,18 +61,18 @@ void Reader::readVlan( Vex::TextCursor & in ) {
   const auto vlanId = takeValue< VlanId >( in );
   const auto tag = skipWord( in, "tag" ) ? takeValue< VlanId >( in ) : vlanId;
   if ( topology_.vlans.contains( vlanId ) ) {
-    Agent::failAt( offset, "a VLAN without a line before", Vex::text( vlanId ) );
+    KezShell::failAt( offset, "a VLAN without a line before", Vex::text( vlanId ) );
   }
   if ( std::ranges::any_of( topology_.vlans,
                             [ & ]( const auto & each ) { return each.second == tag; } ) ) {
-    Agent::failAt( offset, "a tag that no other VLAN has", Vex::text( tag ) );
+    KezShell::failAt( offset, "a tag that no other VLAN has", Vex::text( tag ) );
   }
   topology_.vlans.emplace( vlanId, tag );
 }
 
 void Reader::checkVlan( VlanId vlanId, size_t offset ) const {
   if ( !topology_.vlans.contains( vlanId ) ) {
-    Agent::failAt( offset, "a VLAN that has a line", Vex::text( vlanId ) );
+    KezShell::failAt( offset, "a VLAN that has a line", Vex::text( vlanId ) );
   }
 }
 
@@ -94,7 +94,7 @@ void Reader::readLink( Vex::TextCursor & in ) {
   Link link;
   link.node = takeNode( in, topology_ );
   if ( segment.linkOf( link.node ) ) {
-    Agent::failAt( offset, "a switch without a link to " + segment.name,
+    KezShell::failAt( offset, "a switch without a link to " + segment.name,
                    topology_.nodes[ link.node ] );
   }
   offset = in.offset();
@@ -106,7 +106,7 @@ void Reader::readLink( Vex::TextCursor & in ) {
   }
   for ( const auto port : link.ports ) {
     if ( Wire::isLag( port ) || !taken_.emplace( link.node, port ).second ) {
-      Agent::failAt( offset, "ports that are in use nowhere else", Vex::text( port ) );
+      KezShell::failAt( offset, "ports that are in use nowhere else", Vex::text( port ) );
     }
   }
   if ( skipWord( in, "preference" ) ) {
@@ -126,7 +126,7 @@ void Reader::readHost( Vex::TextCursor & in ) {
   expectWord( in, "at" );
   host.segment = takeSegment( in, topology_ );
   if ( !topology_.segments[ host.segment ].vlans.contains( host.vlanId ) ) {
-    Agent::failAt( offset, "a VLAN of the segment", Vex::text( host.vlanId ) );
+    KezShell::failAt( offset, "a VLAN of the segment", Vex::text( host.vlanId ) );
   }
   topology_.hosts.push_back( std::move( host ) );
 }
@@ -152,13 +152,13 @@ Topology readTopology( const String & name, std::string_view text ) {
   Reader reader;
   for ( size_t number = 1; !text.empty(); ++number ) {
     const auto end = std::min( text.find( '\n' ), text.size() );
-    const auto line = Agent::trimmed( text.substr( 0, end ) );
+    const auto line = KezShell::trimmed( text.substr( 0, end ) );
     if ( !line.empty() && !line.starts_with( '#' ) ) {
       Vex::TextCursor in( text.data(), line.data() + line.size() );
       in.atIs( line.data() );
       try {
-        Agent::inTextAt( 1, [ & ] { reader.line( in ); } );
-      } catch ( const Agent::BadLine & error ) {
+        KezShell::inTextAt( 1, [ & ] { reader.line( in ); } );
+      } catch ( const KezShell::BadLine & error ) {
         throw std::runtime_error( name + ":" + std::to_string( number ) + ":" +
                                   std::to_string( error.column ) + ": " + error.what() );
       }

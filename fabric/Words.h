@@ -1,5 +1,5 @@
 // Words of a line that name something of a topology. What does not raises Vex::ParseError with its
-// place in the line, or Agent::BadLine.
+// place in the line, or KezShell::BadLine.
 #pragma once
 
 #include "fabric/Topology.h"
@@ -11,18 +11,18 @@ namespace Fabric {
 
 template< class T > T takeValue( Vex::TextCursor & in ) {
   const size_t offset = in.offset();
-  const auto word = Agent::takeWord( in );
-  return Agent::inTextAt( offset + 1, [ & ] { return Vex::parseBriefly< T >( word ); } );
+  const auto word = KezShell::takeWord( in );
+  return KezShell::inTextAt( offset + 1, [ & ] { return Vex::parseBriefly< T >( word ); } );
 }
 
 // One or more, separated by commas.
 template< class T > std::vector< T > takeValues( Vex::TextCursor & in ) {
   const size_t offset = in.offset();
-  const auto word = Agent::takeWord( in );
+  const auto word = KezShell::takeWord( in );
   std::vector< T > values;
   for ( size_t from = 0; from <= word.size(); ) {
     const auto to = std::min( word.find( ',', from ), word.size() );
-    values.push_back( Agent::inTextAt( offset + from + 1, [ & ] {
+    values.push_back( KezShell::inTextAt( offset + from + 1, [ & ] {
       return Vex::parseBriefly< T >( word.substr( from, to - from ) );
     } ) );
     from = to + 1;
@@ -33,7 +33,7 @@ template< class T > std::vector< T > takeValues( Vex::TextCursor & in ) {
 // Whether the word comes next, and takes it if so.
 inline bool skipWord( Vex::TextCursor & in, std::string_view word ) {
   auto ahead = in;
-  if ( Agent::takeWord( ahead ) != word ) {
+  if ( KezShell::takeWord( ahead ) != word ) {
     return false;
   }
   in = ahead;
@@ -43,17 +43,17 @@ inline bool skipWord( Vex::TextCursor & in, std::string_view word ) {
 inline void expectWord( Vex::TextCursor & in, std::string_view word ) {
   const size_t offset = in.offset();
   if ( !skipWord( in, word ) ) {
-    Agent::failAt( offset, String( word ), Agent::takeWord( in ) );
+    KezShell::failAt( offset, String( word ), KezShell::takeWord( in ) );
   }
 }
 
 template< class All, class NameOf >
 Index takeNamed( Vex::TextCursor & in, const char * what, const All & all, NameOf && nameOf ) {
   const size_t offset = in.offset();
-  const auto word = Agent::takeWord( in );
+  const auto word = KezShell::takeWord( in );
   const auto index = indexOf( all, word, nameOf );
   if ( !index ) {
-    Agent::failAt( offset, what, word );
+    KezShell::failAt( offset, what, word );
   }
   return *index;
 }

@@ -4,6 +4,7 @@
 #include "fabric/CommandLine.h"
 #include "fabric/Events.h"
 #include "fabric/Story.h"
+#include "shell/Machines.h"
 
 #include <gmock/gmock.h>
 
@@ -81,9 +82,10 @@ TEST( FabricTest, FramesFindAMachineThatIsDeaf ) {
     network.execute( "fail switch leaf2" );
     network.settle();
     network.execute( "return switch leaf2" );
-    Agent::forEachMachine( network.node( 1 )->wiring(), [ & ]( Kez::StateMachine & machine ) {
-      machine.hasNotificationActiveIs( machine.name() != name );
-    } );
+    KezShell::forEachMachine( network.node( 1 )->wiring().roots,
+                              [ & ]( Kez::StateMachine & machine ) {
+                                machine.hasNotificationActiveIs( machine.name() != name );
+                              } );
     network.settle();
     EXPECT_EQ( Fabric::Judge( network ).all().empty(), name == "evpnRemoteInfoFinderSm" ) << name;
   }
