@@ -92,6 +92,7 @@ public:
 
 private:
   void begin() {
+    connection_.pauseIs( [ this ] { out_.flush(); } );
     if ( json_ ) {
       connection_.ask( "json on", []( std::string_view, bool ) {} );
     }

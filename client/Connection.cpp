@@ -76,6 +76,7 @@ String Connection::nextLine() {
     }
     received_.erase( 0, at_ );
     at_ = 0;
+    pause_();
     char more[ 32 * 1024 ];
     const auto got = recv( socket_.number(), more, sizeof( more ), 0 );
     if ( got < 0 && errno == EINTR ) {

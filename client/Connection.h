@@ -29,6 +29,8 @@ public:
   // Sends a line, which has no line end, and awaits its answer.
   Status ask( std::string_view line, const Hear & hear );
   bool isReadOnly() const { return readOnly_; }
+  // What is called before it waits for more of an answer.
+  void pauseIs( std::function< void() > pause ) { pause_ = std::move( pause ); }
 
 private:
   // Hands out the lines before the next status, which is returned.
@@ -40,6 +42,7 @@ private:
   Vex::String received_;
   size_t at_ = 0; // of what was received, what comes next
   bool readOnly_ = false;
+  std::function< void() > pause_ = [] {};
 };
 
 } // namespace Agent

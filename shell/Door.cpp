@@ -51,7 +51,8 @@ void Door::socketIs( const String & path, Rights rights, mode_t mode ) {
 
 void Door::peerIs( Vex::Descriptor socket, Rights rights ) {
   const int descriptor = socket.number();
-  auto peer = std::make_unique< Peer >( shell_, limits_, std::move( socket ), rights, ++admitted_ );
+  auto peer = std::make_unique< Peer >( shell_, limits_, std::move( socket ), rights, ++admitted_,
+                                        [ this, descriptor ] { wakePeer( descriptor ); } );
   eventsAre( descriptor, peer->events = EPOLLOUT, true );
   if ( peers_.empty() ) {
     timerIs( limits_.patience );
@@ -116,6 +117,13 @@ void Door::servePeer( int descriptor ) {
   } else if ( const uint32_t events = peer.isToRead() ? EPOLLOUT : EPOLLIN;
               events != peer.events ) {
     eventsAre( descriptor, peer.events = events, false );
+  }
+}
+
+void Door::wakePeer( int descriptor ) {
+  auto & peer = *peers_.at( descriptor );
+  if ( peer.events != EPOLLOUT ) {
+    eventsAre( descriptor, peer.events = EPOLLOUT, false );
   }
 }
 

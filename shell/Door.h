@@ -58,6 +58,7 @@ private:
 
   void admit( const Entrance & entrance );
   void servePeer( int descriptor );
+  void wakePeer( int descriptor );
   void cutOffTheSlow();
   void timerIs( double seconds );
   // Of a descriptor that it has or has not been told of yet.

@@ -27,9 +27,10 @@ void roomIs( int descriptor, int bytes ) {
 } // namespace
 
 Door::Peer::Peer( Shell & shell, const DoorLimits & limits, Vex::Descriptor socket, Rights rights,
-                  uint64_t number )
+                  uint64_t number, std::function< void() > wake )
     : limits_( limits ), socket_( std::move( socket ) ), number_( number ),
       session_( shell, rights, out_, err_ ), lastRead_( Vex::Clock::steadyNow() ) {
+  session_.wakeIs( std::move( wake ) );
   roomIs( descriptor(), kept );
   ucred who{};
   socklen_t size = sizeof( who );
@@ -71,7 +72,9 @@ void Door::Peer::serve() {
 }
 
 void Door::Peer::step() {
-  if ( isBusy() ) {
+  if ( session_.isWaiting() ) {
+    await();
+  } else if ( isBusy() ) {
     sayMore();
   } else if ( hasLine() ) {
     takeLine();
@@ -160,11 +163,21 @@ void Door::Peer::execute( std::string_view line ) {
 
 void Door::Peer::sayMore() {
   guarded( [ & ] {
-    while ( session_.hasMoreToSay() && toSend_.text.size() < portion ) {
+    while ( session_.hasMoreToSay() && !session_.isWaiting() && toSend_.text.size() < portion ) {
       session_.say();
     }
   } );
   if ( !session_.hasMoreToSay() ) {
+    conclude( session_.conclude() );
+  }
+}
+
+void Door::Peer::await() {
+  if ( !hasLine() && !eof_ ) {
+    receive();
+  }
+  if ( hasLine() || eof_ ) {
+    session_.answerEnd();
     conclude( session_.conclude() );
   }
 }

@@ -8,8 +8,9 @@ namespace KezShell {
 
 class Door::Peer {
 public:
+  // `wake` is called when it is to be served though it was not to read.
   Peer( Shell & shell, const DoorLimits & limits, Vex::Descriptor socket, Rights rights,
-        uint64_t number );
+        uint64_t number, std::function< void() > wake );
   ~Peer();
 
   int descriptor() const { return socket_.number(); }
@@ -20,7 +21,8 @@ public:
   bool isGone() const { return gone_; }
   // Whether it is to be served when it reads, and not when it writes.
   bool isToRead() const {
-    return !toSend_.text.empty() || isBusy() || eof_ || leaving_ || hasLine();
+    return !toSend_.text.empty() || ( isBusy() && !session_.isWaiting() ) || eof_ || leaving_ ||
+           hasLine();
   }
   // Seconds for which it has read nothing of what there is for it.
   double idle() const;
@@ -38,6 +40,8 @@ private:
   void takeLine();
   void execute( std::string_view line );
   void sayMore();
+  // With an answer that ends when something comes.
+  void await();
   void conclude( LineStatus status );
   // Something that says what was wrong with the line by what it raises.
   template< class What > void guarded( What && what );

@@ -111,11 +111,11 @@ void Path::readKey( Vex::TextCursor & in, Step & step ) const {
   step.key = inTextAt( offset + 1, [ & ] { return step.attribute->canonicalKey( key ); } );
 }
 
-String Path::text() const {
+String Path::text( size_t steps ) const {
   String text = root_->entity->name();
-  for ( const auto & step : steps_ ) {
-    text += "." + String( step.attribute->name );
-    text += step.key ? "[" + *step.key + "]" : "";
+  for ( size_t i = 0; i < steps; ++i ) {
+    text += "." + String( steps_[ i ].attribute->name );
+    text += steps_[ i ].key ? "[" + *steps_[ i ].key + "]" : "";
   }
   return text;
 }

@@ -31,7 +31,9 @@ public:
   Path( const Roots & roots, Vex::TextCursor & in, End end = End::state );
 
   // Keys in their brief form.
-  Vex::String text() const;
+  Vex::String text() const { return text( steps_.size() ); }
+  // Of the entity that has the attribute which the path ends with.
+  Vex::String holderText() const { return text( steps_.size() - 1 ); }
   const Root & root() const { return *root_; }
   // What the path ends with; null for a root.
   const Vex::AttributeType * attribute() const {
@@ -79,6 +81,7 @@ private:
   void readRoot( const Roots & roots, Vex::TextCursor & in );
   void readStep( Vex::TextCursor & in, End end );
   void readKey( Vex::TextCursor & in, Step & step ) const;
+  Vex::String text( size_t steps ) const;
   Vex::Ptr< const Vex::Entity > walk( size_t steps ) const;
 
   size_t rootOffset_; // in the line

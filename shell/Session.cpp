@@ -72,8 +72,15 @@ void Session::execute( std::string_view line, const Place & place ) {
 
 void Session::answerIs( std::unique_ptr< Answer > answer ) {
   answer_ = std::move( answer );
+  if ( answer_ ) {
+    answer_->wakeIs( wake_ );
+  }
   while ( answer_ && rights_ == Rights::console ) {
-    say();
+    if ( answer_->isWaiting() ) {
+      standing_ = { std::move( answer_ ), json() != nullptr };
+    } else {
+      say();
+    }
   }
 }
 
@@ -85,10 +92,26 @@ void Session::say() {
   }
 }
 
+void Session::sayStanding() {
+  const auto before = std::exchange( lineIsJson_, standing_.isJson );
+  while ( standing_.answer && !standing_.answer->isWaiting() ) {
+    if ( !standing_.answer->say( *this ) ) {
+      standing_.answer.reset();
+    }
+  }
+  lineIsJson_ = before;
+}
+
 void Session::answerDel( const String & why ) {
-  if ( answer_ ) {
-    answer_.reset();
-    failureIs( "the answer ends here: " + why );
+  if ( !answer_ && !standing_.answer ) {
+    return;
+  }
+  const bool waited = isWaiting();
+  answer_.reset();
+  standing_.answer.reset();
+  failureIs( "the answer ends here: " + why );
+  if ( waited ) {
+    wake_();
   }
 }
 
@@ -132,6 +155,7 @@ void Session::putPlace() {
 }
 
 LineStatus Session::conclude() {
+  sayStanding();
   const auto status = isBad_                        ? LineStatus::bad
                       : failures_ > failuresBefore_ ? LineStatus::failed
                                                     : LineStatus::ok;

@@ -37,8 +37,14 @@ public:
 
   // Of what the latest line is answered.
   bool hasMoreToSay() const { return answer_ != nullptr; }
+  // Whether that is not to be said yet; what a session calls as soon as it is, perhaps within a
+  // handler.
+  bool isWaiting() const { return answer_ && answer_->isWaiting(); }
+  void wakeIs( std::function< void() > wake ) { wake_ = std::move( wake ); }
   // The next piece. Raises std::runtime_error, and nothing is left then.
   void say();
+  // What has not been said need not be.
+  void answerEnd() { answer_.reset(); }
   // What is left will not be said, because of this.
   void answerDel( const Vex::String & why );
 
@@ -60,8 +66,10 @@ public:
   Vex::JsonWriter * json() { return lineIsJson_.value_or( isJson_ ) ? &json_ : nullptr; }
   // Where to say it in words, of which a line makes a value in JSON where that is wanted.
   std::ostream & out() { return json() ? wordsInJson_ : out_; }
-  // What else the line is answered; may be null.
+  // What else the line is answered; may be null. One that waits on a console is told after each
+  // further line instead, until another takes its place.
   void answerIs( std::unique_ptr< Answer > answer );
+  void standingAnswerDel() { standing_.answer.reset(); }
   // An expectation is judged: why it failed, nothing when it holds.
   void expectationIs( const Vex::String & failure );
   void judge( bool holds, const Vex::String & subject, const Vex::String & expected,
@@ -75,6 +83,7 @@ public:
 
 private:
   Vex::String sayError( const std::runtime_error & error, const BadLine * badLine );
+  void sayStanding();
   void putPlace();
 
   Shell & shell_;
@@ -91,6 +100,12 @@ private:
   bool isBad_ = false;
   size_t failuresBefore_ = 0;
   std::unique_ptr< Answer > answer_;
+  std::function< void() > wake_ = [] {};
+  struct Standing {
+    std::unique_ptr< Answer > answer;
+    std::optional< bool > isJson; // of the line that asked for it
+  };
+  Standing standing_; // of a console
   size_t expectations_ = 0;
   size_t failures_ = 0;
   Vex::String lastFailure_;

@@ -45,10 +45,6 @@ String keyOf( const AttributeType & attribute ) {
   return attribute.keyed() ? "[" + String( attribute.keyType ) + "]" : "";
 }
 
-void showValue( std::ostream & out, const String & value ) {
-  out << ( value.empty() ? " =" : " = " ) << value << '\n';
-}
-
 // An entity without a name goes by its class.
 String called( const Vex::Ptr< const Entity > & entity ) {
   if ( !entity ) {
@@ -138,6 +134,10 @@ private:
 };
 
 } // namespace
+
+void showValue( std::ostream & out, const String & value ) {
+  out << ( value.empty() ? " =" : " = " ) << value << '\n';
+}
 
 void showTable( std::ostream & out, const std::vector< std::vector< String > > & rows ) {
   std::vector< size_t > widths;

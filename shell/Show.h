@@ -24,6 +24,9 @@ void showClass( std::ostream & out, const Path & path );
 std::vector< Vex::String > attributeColumns( const Path & path,
                                              const Vex::AttributeType & attribute );
 
+// Behind what has a value.
+void showValue( std::ostream & out, const Vex::String & value );
+
 // Rows of columns with as much space as each column needs; the last one is not padded.
 void showTable( std::ostream & out, const std::vector< std::vector< Vex::String > > & rows );
 

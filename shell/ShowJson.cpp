@@ -205,7 +205,7 @@ std::unique_ptr< Answer > showPathInJson( JsonWriter & out, const Path & path ) 
   if ( !reading.count || !holder ) {
     return nullptr;
   }
-  tree->membersAre( holder, *path.attribute(), text.substr( 0, text.rfind( '.' ) ) );
+  tree->membersAre( holder, *path.attribute(), path.holderText() );
   return tree;
 }
 

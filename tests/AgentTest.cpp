@@ -111,7 +111,7 @@ TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
   const std::string slot = "set rack.slot[Ethernet1,11]."; // not there: it must not be made
   const std::pair< std::string, const char * > lines[] = {
     { "sett rack",
-      "1: expected a command (set, del, show, expect, send, explain, check, audit, advance, call, "
+      "1: expected a command (set, del, show, watch, expect, send, explain, check, audit, advance, call, "
       "restart, inputs, trace, json, record, help), found 'sett'" },
     { "set", "4: expected a root (rack, made, ticker), found nothing" },
     { "  set rak.slot 5", "7: expected a root (rack, made, ticker), found 'rak'" },
@@ -261,6 +261,34 @@ TEST_F( AgentTest, ExpectationsHoldOrShowBothValues ) {
                                      expected + "\n  found     " + found + "\n" ) );
   }
   EXPECT_EQ( shell.failures(), std::size( failures ) );
+}
+
+TEST_F( AgentTest, AConsoleTellsWhatHasChangedAfterEachLine ) {
+  const auto told = [ & ]( const std::string & text ) {
+    output( text );
+    shell.console().conclude();
+    return out.str();
+  };
+  EXPECT_EQ( line( "watch rack.slot[Ethernet1,10]" ),
+             "7: expected what is there; rack.slot[Ethernet1,10] is not" );
+  EXPECT_EQ( line( "watch ticker.runs" ),
+             "18: expected an attribute that tells of its changes, which ticker.runs does not: it "
+             "is computed" );
+  EXPECT_EQ( told( "set rack.slot[Ethernet1,10].label a" ), "" );
+  EXPECT_EQ( told( "watch ticker.ticks" ), "" );
+  EXPECT_EQ( told( "advance 5" ), "      2.000000  ticks[2] = 1\n      4.000000  ticks[4] = 1\n" );
+  EXPECT_EQ( told( "--json watch rack.slot[Ethernet1,10]" ),
+             "{\"status\":\"ok\",\"place\":\"test:7\",\"time\":5}\n" );
+  EXPECT_EQ( told( "set rack.slot[Ethernet1,10].label b" ),
+             "{\"time\":5,\"path\":\"rack.slot[Ethernet1,10].label\",\"there\":true,"
+             "\"value\":\"b\"}\n" );
+  EXPECT_EQ( told( "del rack.slot[Ethernet1,10]" ),
+             "{\"time\":5,\"path\":\"rack.slot[Ethernet1,10]\",\"there\":false}\n" );
+  EXPECT_EQ( told( "set rack.slot[Ethernet1,10].label c" ), "" );
+  EXPECT_EQ( told( "watch rack" ), "" );
+  EXPECT_EQ( told( "set rack.slot[Ethernet1,11]" ), "      5.000000  slot[Ethernet1,11]\n" );
+  EXPECT_EQ( told( "watch off" ), "" );
+  EXPECT_EQ( told( "del rack.slot" ), "" );
 }
 
 TEST_F( AgentTest, TasksRunAtTheirTimeAndMustRest ) {

@@ -1,5 +1,6 @@
 #include "shell/Door.h"
 #include "Vex/Attributes.h"
+#include "Vex/Clock.h"
 
 #include <gmock/gmock.h>
 
@@ -225,6 +226,57 @@ TEST_F( DoorTest, APeerThatReadsNothingIsCutOffAndHoldsUpNobody ) {
   EXPECT_TRUE( sleeper.wasLeft() );
   // Whoever has nothing to read is not slow.
   EXPECT_EQ( idler.answer( "expect shelf.gap count 0" ), ". ok\n" );
+}
+
+TEST_F( DoorTest, WatchesTellWhatChangesUntilAnotherLineComes ) {
+  const auto isQuiet = [ & ] { return !isReadable( door.descriptor(), 0 ); };
+  Vex::Clock::virtualIs( 3 );
+  Visitor visitor( *this, Rights::look ), other( *this, Rights::look );
+  visitor.read();
+  other.read();
+  library.shelf->bookIs( 1, "a" );
+  EXPECT_EQ( visitor.answer( "watch shelf" ), "" );
+  EXPECT_EQ( other.answer( "--json watch shelf.book[7]" ), "" );
+  serve();
+  EXPECT_TRUE( isQuiet() );
+  library.shelf->bookIs( 7, "b" );
+  library.shelf->bookIs( 7, "c" );
+  library.shelf->bookDel( 7 );
+  library.shelf->gapIs( 7 );
+  EXPECT_FALSE( isQuiet() );
+  const std::string time = "      3.000000  ";
+  EXPECT_EQ( visitor.read(), time + "book[7] = b\n" + time + "book[7] = c\n" + time +
+                                 "book[7] is gone\n" + time + "gap[7]\n" );
+  const std::string before = "{\"time\":3,\"path\":\"shelf.book[7]\",\"there\":";
+  EXPECT_EQ( other.read(), before + "true,\"value\":\"b\"}\n" + before + "true,\"value\":\"c\"}\n" +
+                               before + "false}\n" );
+  EXPECT_TRUE( isQuiet() );
+  // Who does not keep up is told so, and gets what stands.
+  for ( uint32_t i = 0; i < 1000; ++i ) {
+    library.shelf->bookIs( i, "x" );
+  }
+  EXPECT_THAT( other.read(), EndsWith( "\"there\":true,\"value\":\"x\"}\n" ) );
+  EXPECT_THAT( visitor.read(),
+               AllOf( StartsWith( time + "book[0] = x\n" ),
+                      HasSubstr( "book[255] = x\n" + time +
+                                 "744 more changes, which were not kept; "
+                                 "what stands now:\nshelf (Test::Shelf)\n  book (1000)\n" ),
+                      EndsWith( "\n  gap (1)  7\n" ) ) );
+  library.shelf->gapDel( 7 );
+  EXPECT_EQ( visitor.read(), time + "gap[7] is gone\n" );
+  // Lines end it, and so does leaving.
+  EXPECT_EQ( visitor.answer( "expect shelf.gap count 0" ), ". ok\n. ok\n" );
+  EXPECT_TRUE( library.shelf->vexWatched() );
+  other.finishWriting();
+  EXPECT_THAT(
+      other.read(),
+      EndsWith( "\"status\":\"ok\",\"place\":\"line 1\",\"line\":1,\"time\":3}\n. ok\n" ) );
+  EXPECT_FALSE( library.shelf->vexWatched() );
+  EXPECT_EQ( visitor.answer( "watch shelf\nwatch shelf.book[1]" ), ". ok\n" );
+  shell.answersDel( "it closes" );
+  EXPECT_EQ( visitor.read(), "! line 4: the answer ends here: it closes\n. failed\n" );
+  EXPECT_FALSE( library.shelf->vexWatched() );
+  Vex::Clock::steadyIs();
 }
 
 TEST_F( DoorTest, TooLongALineIsRefusedAndTheNextOneTaken ) {

@@ -125,6 +125,13 @@ if refused != [ { "machine": "evpnFloodingDot1qSm", "state": "refused",
                                "hardware refused twice, next try in 3.0 s" ], "nextTry": 11 } ]:
     fail( f"a refusal has its parts: {refused}" )
 
+changes = [ each for each in answers( "shell", lines="""watch switch.vlan
+set switch.vlan[10] 7
+del switch.vlan[10]""" ) if "there" in each ]
+if changes != [ { "time": 0, "path": "switch.vlan[10]", "there": True, "value": 7 },
+                { "time": 0, "path": "switch.vlan[10]", "there": False } ]:
+    fail( f"changes are told: {changes}" )
+
 # What files show.
 answers( "run", "--ring", "ring", "--tables", "tables", source / "scenarios/hardware-tunnel-ids.kez" )
 records = said( inspect, "table", "tables/tunnelIdHwTunnelId/tunnelIdToHwTunnelId" )

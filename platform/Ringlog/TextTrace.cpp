@@ -182,15 +182,19 @@ void sinkIs( Sink sink ) {
                                     : nullptr );
 }
 
-void appendLine( Vex::TextBuffer & out, const TextRecord & record ) {
+void appendTime( Vex::TextBuffer & out, double time ) {
   constexpr size_t timeWidth = 14;
-  constexpr size_t handleWidth = 28;
-  char time[ 320 ]; // the longest double
+  char text[ 320 ]; // the longest double
   const auto [ end, error ] =
-      std::to_chars( time, std::end( time ), record.time, std::chars_format::fixed, 6 );
-  const std::string_view seconds( time, static_cast< size_t >( end - time ) );
+      std::to_chars( text, std::end( text ), time, std::chars_format::fixed, 6 );
+  const std::string_view seconds( text, static_cast< size_t >( end - text ) );
   appendBlanks( out, timeWidth, seconds.size() );
   out.append( seconds );
+}
+
+void appendLine( Vex::TextBuffer & out, const TextRecord & record ) {
+  constexpr size_t handleWidth = 28;
+  appendTime( out, record.time );
   out.append( ' ' );
   out.append( record.handle );
   appendBlanks( out, handleWidth, record.handle.size() );

@@ -36,6 +36,9 @@ using Sink = std::function< void( const TextRecord & ) >;
 // Replaces the sink. An empty one stands for the default, which writes a line to standard error.
 void sinkIs( Sink sink );
 
+// A time in seconds, as wide as it stands in such a line.
+void appendTime( Vex::TextBuffer & out, double time );
+
 // The line of the default sink without its end: time, handle, level and text in columns.
 void appendLine( Vex::TextBuffer & out, const TextRecord & record );
 
