@@ -9,6 +9,7 @@
 #include "agent/Serve.h"
 #include "agent/Session.h"
 #include "client/Attach.h"
+#include "program/FileKind.h"
 #include "record/SteppedPace.h"
 #include "switch/SwitchJournal.h"
 
@@ -87,6 +88,7 @@ std::vector< Source > readFiles( const std::vector< std::string > & names ) {
     if ( name == "-" ) {
       sources.push_back( { "stdin", nullptr } );
     } else {
+      Program::expectKind( name, { Program::FileKind::lines, Program::FileKind::record } );
       sources.push_back( { name, std::make_unique< std::istringstream >( contents( name ) ) } );
     }
   }
@@ -177,7 +179,7 @@ void executeOption( Shell & shell, const std::string & command, const std::strin
   try {
     shell.execute( command + " " + value, option );
   } catch ( const BadLine & error ) {
-    throw UsageError( option + ": " + error.what() );
+    throw Program::UsageError( option + ": " + error.what() );
   }
 }
 
@@ -190,13 +192,14 @@ void setToggles( Shell & shell, const std::string & file ) {
     try {
       shell.execute( "set toggles.toggle[" + name + "] " + Vex::text( on ), "--toggles" );
     } catch ( const BadLine & error ) {
-      throw UsageError( file + ": " + error.what() );
+      throw Program::UsageError( file + ": " + error.what() );
     }
   }
 }
 
 int replay( const Options & options, std::ostream & out, std::ostream & err ) {
   const auto & name = options.files[ 0 ];
+  Program::expectKind( name, { Program::FileKind::lines, Program::FileKind::record } );
   Replay replay( name, std::make_unique< std::string >( contents( name ) ) );
   Vex::Clock::virtualIs( replay.startTime() );
   auto wiring = wire();
@@ -270,22 +273,14 @@ int host( const Options & options, const Input & input, std::ostream & out, std:
   return status;
 }
 
-int dispatch( const std::vector< std::string > & arguments, const Input & input, std::ostream & out,
+int dispatch( const Program::Arguments & arguments, const Input & input, std::ostream & out,
               std::ostream & err ) {
   const std::string command = arguments.empty() ? "" : arguments[ 0 ];
-  if ( command == "help" ||
-       std::find( arguments.begin(), arguments.end(), "--help" ) != arguments.end() ) {
-    out << usage;
-    return 0;
-  }
-  if ( command == "--version" ) {
-    out << "kez-agent " KEZ_VERSION "\n";
-    return 0;
-  }
   if ( command != "run" && command != "shell" && command != "replay" && command != "serve" &&
        command != "attach" ) {
-    throw UsageError( "expected run, shell, replay, serve, attach, help or --version, found " +
-                      ( command.empty() ? "nothing" : "'" + command + "'" ) );
+    throw Program::UsageError(
+        "expected run, shell, replay, serve, attach, help or --version, found " +
+        ( command.empty() ? "nothing" : "'" + command + "'" ) );
   }
   const auto options = parseOptions( arguments );
   if ( command == "attach" ) {
@@ -301,19 +296,9 @@ int dispatch( const std::vector< std::string > & arguments, const Input & input,
 
 int kezAgent( const std::vector< std::string > & arguments, const Input & input, std::ostream & out,
               std::ostream & err ) {
-  try {
-    const int status = dispatch( arguments, input, out, err );
-    if ( !out.flush() ) {
-      throw std::runtime_error( std::string( "cannot write standard output: " ) +
-                                std::strerror( errno ) );
-    }
-    return status;
-  } catch ( const UsageError & error ) {
-    err << "kez-agent: " << error.what() << "\ntry kez-agent help\n";
-  } catch ( const std::exception & error ) {
-    err << "kez-agent: " << error.what() << '\n';
-  }
-  return 2;
+  return Program::run(
+      { "kez-agent", usage }, arguments, out, err,
+      [ & ]( const Program::Arguments & given ) { return dispatch( given, input, out, err ); } );
 }
 
 } // namespace Agent

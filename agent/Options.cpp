@@ -1,8 +1,5 @@
 #include "agent/Options.h"
 
-#include <algorithm>
-#include <string_view>
-
 namespace Agent {
 
 const char * const usage = R"(kez-agent hosts the KezEvpn machines over simulated inputs.
@@ -45,51 +42,34 @@ file.
 
 namespace {
 
-struct Option {
-  std::string_view name;
-  std::string Options::*value; // null for one without
-  bool Options::*flag = nullptr;
-};
-
-std::vector< Option > optionsOf( const std::string & command ) {
-  const Option socket{ "--socket", &Options::socket };
-  const Option json{ "--json", nullptr, &Options::json };
-  if ( command == "attach" ) {
-    return { socket, json };
+std::vector< Program::Option > optionsOf( Options & to ) {
+  using Program::flag;
+  using Program::text;
+  if ( to.command == "attach" ) {
+    return { text( "--socket", to.socket ), flag( "--json", to.json ) };
   }
-  std::vector< Option > options{
-    { "--trace", &Options::trace },    { "--ring", &Options::ring },
-    { "--tables", &Options::tables },  { "--journal", &Options::journal },
-    { "--record", &Options::record },  { "--report", &Options::report },
-    { "--toggles", &Options::toggles }
+  std::vector< Program::Option > options{
+    text( "--trace", to.trace ),     text( "--ring", to.ring ),     text( "--tables", to.tables ),
+    text( "--journal", to.journal ), text( "--record", to.record ), text( "--report", to.report ),
+    text( "--toggles", to.toggles ), flag( "--echo", to.echo ),     flag( "--json", to.json ),
+    text( "--clock", to.clock )
   };
-  if ( command == "serve" ) {
-    options.push_back( socket );
-    options.push_back( { "--read-only-socket", &Options::readOnlySocket } );
+  if ( to.command == "serve" ) {
+    options.push_back( text( "--socket", to.socket ) );
+    options.push_back( text( "--read-only-socket", to.readOnlySocket ) );
   }
-  options.push_back( { "--echo", nullptr, &Options::echo } );
-  options.push_back( json );
-  options.push_back( { "--clock", &Options::clock } );
   return options;
-}
-
-std::string namesOf( const std::vector< Option > & options ) {
-  std::string names;
-  for ( const auto & each : options ) {
-    names += names.empty() ? "" : &each == &options.back() ? " or " : ", ";
-    names += each.name;
-  }
-  return names;
 }
 
 void check( const Options & options ) {
   const auto & command = options.command;
   if ( !options.clock.empty() && options.clock != "virtual" && options.clock != "steady" ) {
-    throw UsageError( "--clock: expected virtual or steady, found '" + options.clock + "'" );
+    throw Program::UsageError( "--clock: expected virtual or steady, found '" + options.clock +
+                               "'" );
   }
   const auto expect = [ & ]( bool holds, const char * what ) {
     if ( !holds ) {
-      throw UsageError( command + ": expected " + what );
+      throw Program::UsageError( command + ": expected " + what );
     }
   };
   if ( command == "run" ) {
@@ -108,32 +88,11 @@ void check( const Options & options ) {
 
 } // namespace
 
-Options parseOptions( const std::vector< std::string > & arguments ) {
+Options parseOptions( const Program::Arguments & arguments ) {
   Options options;
   options.command = arguments[ 0 ];
-  const auto known = optionsOf( options.command );
-  for ( size_t i = 1; i < arguments.size(); ++i ) {
-    const auto & argument = arguments[ i ];
-    const auto name = argument.substr( 0, argument.find( '=' ) );
-    const auto option = std::find_if( known.begin(), known.end(),
-                                      [ & ]( const Option & each ) { return each.name == name; } );
-    if ( option != known.end() && option->value ) {
-      const bool inOne = name.size() < argument.size();
-      const auto value = inOne                     ? argument.substr( name.size() + 1 )
-                         : ++i == arguments.size() ? std::string()
-                                                   : arguments[ i ];
-      if ( value.empty() ) {
-        throw UsageError( name + ": expected a value" );
-      }
-      options.*option->value = value;
-    } else if ( option != known.end() && argument == name ) {
-      options.*option->flag = true;
-    } else if ( argument != "-" && argument.starts_with( "-" ) ) {
-      throw UsageError( "expected " + namesOf( known ) + ", found '" + argument + "'" );
-    } else {
-      options.files.push_back( argument );
-    }
-  }
+  options.files =
+      Program::takeOptions( { arguments.begin() + 1, arguments.end() }, optionsOf( options ) );
   check( options );
   if ( options.command == "serve" ) {
     options.clock = "steady";

@@ -1,15 +1,9 @@
 // What kez-agent is told on its command line.
 #pragma once
 
-#include <stdexcept>
-#include <string>
-#include <vector>
+#include "program/CommandLine.h"
 
 namespace Agent {
-
-struct UsageError : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
 
 struct Options {
   std::string command;
@@ -28,8 +22,8 @@ struct Options {
   std::string readOnlySocket;
 };
 
-// Of a command and what follows it: "--option value" or "--option=value". Raises UsageError.
-Options parseOptions( const std::vector< std::string > & arguments );
+// Of a command and what follows it. Raises Program::UsageError.
+Options parseOptions( const Program::Arguments & arguments );
 
 extern const char * const usage;
 

@@ -4,12 +4,15 @@
 #include "Ringlog/Setting.h"
 #include "Ringlog/TextTrace.h"
 #include "inspect/Table.h"
+#include "program/CommandLine.h"
+#include "program/FileKind.h"
 
 #include <chrono>
 #include <cmath>
 #include <ctime>
 #include <limits>
 #include <memory>
+#include <set>
 #include <thread>
 
 namespace Inspect {
@@ -36,13 +39,9 @@ Options of a ring:
   --follow          go on with what is written, also after another ring takes the file's place
 
 A ring's line has time, handle, level and text. Exit status: 0; 1 the file is damaged, and what is
-left of it was shown, or it has no record with the key; 2 a bad option, or a file that cannot be read
+left of it was shown, or it has nothing with the key or handle; 2 a bad option, or a file that cannot be read
 or is no such file.
 )";
-
-struct UsageError : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
 
 struct Options {
   std::string file;
@@ -55,52 +54,34 @@ struct Options {
   bool json = false;
 };
 
-double parseSeconds( const std::string & option, const std::string & text ) {
-  try {
-    const auto seconds = Vex::parse< double >( text );
-    if ( std::isfinite( seconds ) ) {
-      return seconds;
-    }
-  } catch ( const Vex::ParseError & ) {}
-  throw UsageError( option + ": expected a number of seconds, found '" + text + "'" );
+Program::Option seconds( std::string_view name, double & to ) {
+  return { name, true, [ &to, name ]( const Vex::String & value ) {
+            const auto expected = Vex::String( name ) + ": expected a number of seconds, found '";
+            try {
+              to = Vex::parse< double >( value );
+            } catch ( const Vex::ParseError & ) {
+              to = std::numeric_limits< double >::infinity();
+            }
+            if ( !std::isfinite( to ) ) {
+              throw Program::UsageError( expected + value + "'" );
+            }
+          } };
 }
 
-// Of the arguments after the first.
-Options parseOptions( const std::vector< std::string > & arguments ) {
+// Of what follows the command.
+Options ringOptions( const Program::Arguments & arguments ) {
+  using Program::flag;
+  using Program::text;
   Options options;
-  for ( size_t i = 1; i < arguments.size(); ++i ) {
-    const auto & option = arguments[ i ];
-    const auto value = [ & ] {
-      if ( ++i == arguments.size() || arguments[ i ].empty() ) {
-        throw UsageError( option + ": expected a value" );
-      }
-      return arguments[ i ];
-    };
-    if ( option == "--handle" ) {
-      options.handle = value();
-    } else if ( option == "--level" ) {
-      options.level = value();
-    } else if ( option == "--from" ) {
-      options.from = parseSeconds( option, value() );
-    } else if ( option == "--to" ) {
-      options.to = parseSeconds( option, value() );
-    } else if ( option == "--source" ) {
-      options.source = true;
-    } else if ( option == "--follow" ) {
-      options.follow = true;
-    } else if ( option == "--json" ) {
-      options.json = true;
-    } else if ( option.starts_with( "-" ) || !options.file.empty() ) {
-      throw UsageError( "expected one file and --handle, --level, --from, --to, --source, "
-                        "--follow or --json, found '" +
-                        option + "'" );
-    } else {
-      options.file = option;
-    }
+  const auto files = Program::takeOptions(
+      arguments, { text( "--handle", options.handle ), text( "--level", options.level ),
+                   seconds( "--from", options.from ), seconds( "--to", options.to ),
+                   flag( "--source", options.source ), flag( "--follow", options.follow ),
+                   flag( "--json", options.json ) } );
+  if ( files.size() != 1 ) {
+    throw Program::UsageError( "ring: expected a file, and one alone" );
   }
-  if ( options.file.empty() ) {
-    throw UsageError( "ring: expected a file" );
-  }
+  options.file = files[ 0 ];
   return options;
 }
 
@@ -113,7 +94,7 @@ Ringlog::Setting parseSetting( const std::string & option, const std::string & v
     Vex::expectEnd( in );
     return Ringlog::Setting( before + value );
   } catch ( const Vex::ParseError & error ) {
-    throw UsageError( option + ": " + error.what() );
+    throw Program::UsageError( option + ": " + error.what() );
   }
 }
 
@@ -125,12 +106,12 @@ public:
         levels_( parseSetting( "--level", options.level, "*/" ) ), out_( out ), err_( err ),
         reader_( open() ) {}
 
-  // Whether all was in order.
+  // Whether all was in order, and there was a handle like those that are asked for.
   bool show() {
     reader_->read( [ this ]( const Ringlog::RingRecord & record ) { showRecord( record ); } );
     out_.flush();
     showProblems();
-    return reader_->problems().empty();
+    return reader_->problems().empty() && hasHandle();
   }
 
   [[noreturn]] void follow() {
@@ -172,7 +153,25 @@ private:
     return reader;
   }
 
+  bool hasHandle() {
+    const bool any = std::any_of( seen_.begin(), seen_.end(), [ & ]( const auto & handle ) {
+      return handles_.levels( handle ) != 0;
+    } );
+    if ( any || seen_.empty() || options_.follow ) {
+      return true;
+    }
+    err_ << options_.file << ": no handle is like " << options_.handle << "; it has records of";
+    for ( const auto & handle : seen_ ) {
+      err_ << ' ' << handle;
+    }
+    err_ << std::endl;
+    return false;
+  }
+
   void showRecord( const Ringlog::RingRecord & record ) {
+    if ( seen_.find( record.handle ) == seen_.end() ) {
+      seen_.emplace( record.handle );
+    }
     if ( record.time < options_.from || record.time > options_.to ||
          handles_.levels( record.handle ) == 0 ||
          ( levels_.levels( record.handle ) >> record.level & 1 ) == 0 ) {
@@ -216,19 +215,21 @@ private:
   std::ostream & out_;
   std::ostream & err_;
   Vex::JsonWriter json_{ out_ };
+  std::set< Vex::String, std::less<> > seen_; // handles
   size_t shownProblems_ = 0;
   uint64_t shownLost_ = 0;
   std::unique_ptr< Ringlog::RingReader > reader_;
 };
 
-int showTable( const std::vector< std::string > & arguments, std::ostream & out,
-               std::ostream & err ) {
-  std::vector< std::string > names( arguments.begin() + 1, arguments.end() );
-  const bool follow = std::erase( names, "--follow" ) != 0;
-  const bool json = std::erase( names, "--json" ) != 0;
-  if ( names.empty() || names.size() > 2 || names.front().starts_with( "-" ) ) {
-    throw UsageError( "table: expected a file, perhaps a key, --follow and --json" );
+int showTable( const Program::Arguments & arguments, std::ostream & out, std::ostream & err ) {
+  bool follow = false;
+  bool json = false;
+  const auto names = Program::takeOptions(
+      arguments, { Program::flag( "--follow", follow ), Program::flag( "--json", json ) } );
+  if ( names.empty() || names.size() > 2 ) {
+    throw Program::UsageError( "table: expected a file, and perhaps a key" );
   }
+  Program::expectKind( names[ 0 ], { Program::FileKind::lines, Program::FileKind::table } );
   TableView view( names[ 0 ], names.size() > 1 ? std::optional( names[ 1 ] ) : std::nullopt, json,
                   out, err );
   const bool whole = view.show();
@@ -238,25 +239,9 @@ int showTable( const std::vector< std::string > & arguments, std::ostream & out,
   return whole ? 0 : 1;
 }
 
-int dispatch( const std::vector< std::string > & arguments, std::ostream & out,
-              std::ostream & err ) {
-  const std::string command = arguments.empty() ? "" : arguments[ 0 ];
-  if ( command == "help" || command == "--help" ) {
-    out << usage;
-    return 0;
-  }
-  if ( command == "--version" ) {
-    out << "kez-inspect " KEZ_VERSION "\n";
-    return 0;
-  }
-  if ( command == "table" ) {
-    return showTable( arguments, out, err );
-  }
-  if ( command != "ring" ) {
-    throw UsageError( "expected ring, table, help or --version, found " +
-                      ( command.empty() ? "nothing" : "'" + command + "'" ) );
-  }
-  const auto options = parseOptions( arguments );
+int showRing( const Program::Arguments & arguments, std::ostream & out, std::ostream & err ) {
+  const auto options = ringOptions( arguments );
+  Program::expectKind( options.file, { Program::FileKind::lines, Program::FileKind::ring } );
   RingView view( options, out, err );
   const bool whole = view.show();
   if ( options.follow ) {
@@ -265,18 +250,23 @@ int dispatch( const std::vector< std::string > & arguments, std::ostream & out,
   return whole ? 0 : 1;
 }
 
+int dispatch( const Program::Arguments & arguments, std::ostream & out, std::ostream & err ) {
+  const std::string command = arguments.empty() ? "" : arguments[ 0 ];
+  if ( command != "ring" && command != "table" ) {
+    throw Program::UsageError( "expected ring, table, help or --version, found " +
+                               ( command.empty() ? "nothing" : "'" + command + "'" ) );
+  }
+  const Program::Arguments rest( arguments.begin() + 1, arguments.end() );
+  return command == "ring" ? showRing( rest, out, err ) : showTable( rest, out, err );
+}
+
 } // namespace
 
 int kezInspect( const std::vector< std::string > & arguments, std::ostream & out,
                 std::ostream & err ) {
-  try {
-    return dispatch( arguments, out, err );
-  } catch ( const UsageError & error ) {
-    err << "kez-inspect: " << error.what() << "\ntry kez-inspect help\n";
-  } catch ( const std::exception & error ) {
-    err << "kez-inspect: " << error.what() << '\n';
-  }
-  return 2;
+  return Program::run(
+      { "kez-inspect", usage }, arguments, out, err,
+      [ & ]( const Program::Arguments & given ) { return dispatch( given, out, err ); } );
 }
 
 } // namespace Inspect

@@ -1,11 +1,6 @@
 // kez-sim: random lives of the whole agent against what its inputs say.
-//
-//   kez-sim --seeds A-B [--events N]   the lives of these seeds, N events each; the first that
-//                                      fails is cut down and printed as a scenario
-//   kez-sim --replay FILE              the lines of a scenario, compared at each "# compare"
-//
-// The exit status is 0, 1 when something failed, 2 for a bad command line.
 
+#include "program/CommandLine.h"
 #include "sim/Events.h"
 #include "sim/Shrink.h"
 
@@ -22,6 +17,18 @@
 namespace Sim {
 
 namespace {
+
+constexpr auto usage =
+    R"(kez-sim lives random lives of the whole agent, and compares it with what its inputs say.
+
+  kez-sim --seeds A-B [--events N]   the lives of these seeds, N events each, 1000 at first; the
+                                     first that fails is cut down and printed as a scenario
+  kez-sim --replay FILE              the lines of a scenario, compared at each "# compare"
+  kez-sim help                       this text
+  kez-sim --version                  its version
+
+Exit status: 0; 1 something failed; 2 a bad command line or file.
+)";
 
 // As a scenario that the agent runs too.
 void print( const Lines & lines ) {
@@ -45,8 +52,7 @@ void printComment( const Vex::String & text ) {
 int replay( const Vex::String & name ) {
   std::ifstream file( name );
   if ( !file ) {
-    std::cerr << "kez-sim: cannot read " << name << '\n';
-    return 2;
+    throw std::runtime_error( "cannot read " + name );
   }
   Lines lines;
   for ( Vex::String line; std::getline( file, line ); ) {
@@ -116,29 +122,18 @@ int runSeeds( uint64_t first, uint64_t last, size_t events ) {
   return 0;
 }
 
-int main( const std::vector< Vex::String > & arguments ) {
+int dispatch( const Program::Arguments & arguments ) {
   size_t events = 1000;
-  try {
-    if ( arguments.size() == 2 && arguments[ 0 ] == "--replay" ) {
-      return replay( arguments[ 1 ] );
-    }
-    if ( arguments.size() == 4 && arguments[ 2 ] == "--events" ) {
-      events = Vex::parseBriefly< size_t >( arguments[ 3 ] );
-    }
-    if ( ( arguments.size() == 2 || arguments.size() == 4 ) && arguments[ 0 ] == "--seeds" ) {
-      const auto & range = arguments[ 1 ];
-      const auto dash = range.find( '-' );
-      const auto first = Vex::parseBriefly< uint64_t >( range.substr( 0, dash ) );
-      const auto last = dash == Vex::String::npos
-                            ? first
-                            : Vex::parseBriefly< uint64_t >( range.substr( dash + 1 ) );
-      return runSeeds( first, last, events );
-    }
-  } catch ( const Vex::ParseError & error ) {
-    std::cerr << "kez-sim: " << error.what() << '\n';
+  uint64_t first = 0;
+  uint64_t last = 0;
+  Vex::String file;
+  const auto words = Program::takeOptions( arguments, { Program::range( "--seeds", first, last ),
+                                                        Program::value( "--events", events ),
+                                                        Program::text( "--replay", file ) } );
+  if ( !words.empty() || ( last == 0 ) == file.empty() ) {
+    throw Program::UsageError( "expected --seeds A-B, from 1, or --replay FILE" );
   }
-  std::cerr << "usage: kez-sim --seeds A-B [--events N] | --replay FILE\n";
-  return 2;
+  return file.empty() ? runSeeds( first, last, events ) : replay( file );
 }
 
 } // namespace
@@ -146,5 +141,6 @@ int main( const std::vector< Vex::String > & arguments ) {
 } // namespace Sim
 
 int main( int argc, char ** argv ) {
-  return Sim::main( { argv + 1, argv + argc } );
+  return Program::run( { "kez-sim", Sim::usage }, { argv + 1, argv + argc }, std::cout, std::cerr,
+                       Sim::dispatch );
 }

@@ -310,6 +310,8 @@ TEST( Rook, InspectorShowsAndFollowsTables ) {
   EXPECT_EQ( Inspect::kezInspect( { "table", path, "7" }, out, err ), 1 );
   EXPECT_THAT( err.str(), HasSubstr( "no record has the key 7" ) );
   EXPECT_EQ( Inspect::kezInspect( { "table", path + "/none" }, out, err ), 2 );
+  EXPECT_EQ( Inspect::kezInspect( { "ring", path }, out, err ), 2 );
+  EXPECT_THAT( err.str(), HasSubstr( path + " is a shared table, which kez-inspect table shows" ) );
 
   out.str( "" );
   std::thread follower( [ & ] { Inspect::kezInspect( { "table", path, "--follow" }, out, err ); } );
