@@ -1,12 +1,10 @@
 #include "agent/Serve.h"
 
-#include "Vex/Clock.h"
 #include "Vex/Descriptor.h"
 #include "agent/ServiceManager.h"
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <csignal>
 #include <poll.h>
 #include <sys/signalfd.h>
@@ -54,13 +52,10 @@ private:
 // there is no such time.
 int timeToWait( const Shell & shell, const ServiceManager & manager ) {
   auto seconds = manager.timeLeft();
-  if ( const auto deadline = shell.nextDeadline() ) {
-    const double left = *deadline - Vex::Clock::steadyNow();
-    seconds = seconds ? std::min( *seconds, left ) : left;
+  if ( const auto left = shell.timeToTurn() ) {
+    seconds = seconds ? std::min( *seconds, *left ) : left;
   }
-  constexpr double longest = 3600;
-  return seconds ? static_cast< int >( std::ceil( std::clamp( *seconds, 0.0, longest ) * 1000 ) )
-                 : -1;
+  return millisecondsOf( seconds );
 }
 
 } // namespace

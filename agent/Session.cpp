@@ -1,5 +1,10 @@
 #include "agent/Session.h"
 
+#include "client/Interrupts.h"
+#include "client/LineEditor.h"
+
+#include <sstream>
+
 namespace Agent {
 
 using KezShell::trimmed;
@@ -9,7 +14,7 @@ int Session::run( const std::vector< Source > & sources, const Input & input ) {
     out_ << ( echo_ && !isJson() && &source != &sources.front() ? "\n" : "" );
     std::istream & stream = source.file ? *source.file : input.stream;
     size_t number = 0;
-    for ( std::string line; std::getline( stream, line ); ) {
+    for ( std::string line; !shell_.console().isOver() && std::getline( stream, line ); ) {
       if ( !execute( line, source.name, ++number ) ) {
         return 2;
       }
@@ -41,22 +46,55 @@ int Session::replay( Replay & replay, const std::string & name ) {
 }
 
 void Session::converse( const Input & input ) {
-  const auto prompt = input.terminal ? "kez> " : "";
   if ( input.terminal ) {
-    out_ << "help lists the commands; quit, or the end of input, ends the session\n";
-  }
-  size_t number = 0;
-  out_ << prompt << std::flush;
-  for ( std::string line; std::getline( input.stream, line ); ) {
-    if ( trimmed( line ) == "quit" || trimmed( line ) == "exit" ) {
-      end_.clear();
-      return;
+    converseAtTerminal();
+  } else {
+    size_t number = 0;
+    for ( std::string line; !shell_.console().isOver() && std::getline( input.stream, line ); ) {
+      execute( line, "stdin", ++number );
+      out_.flush();
     }
-    execute( line, "stdin", ++number );
-    out_ << prompt << std::flush;
   }
   end_.clear(); // a bad line ends no conversation
-  out_ << ( input.terminal ? "\n" : "" );
+}
+
+void Session::converseAtTerminal() {
+  const Interrupts interrupts;
+  std::ostringstream completions;
+  KezShell::Session helper( shell_.commands(), KezShell::Rights::look, completions, completions );
+  const auto complete = [ & ]( std::string_view typed ) {
+    completions.str( "" );
+    helper.execute( "complete " + std::string( typed ), "terminal" );
+    std::vector< LineEditor::Candidate > candidates;
+    std::istringstream answers( completions.str() );
+    for ( std::string line; std::getline( answers, line ); ) {
+      candidates.push_back( LineEditor::candidate( line ) );
+    }
+    return candidates;
+  };
+  LineEditor editor( "kez> ", complete, [ this ] { return idle(); } );
+  out_ << "help lists the commands; quit, or the end of input, ends the session" << std::endl;
+  size_t number = 0;
+  while ( !shell_.console().isOver() ) {
+    const auto line = editor.nextLine();
+    if ( !line ) {
+      return;
+    }
+    Interrupts::come(); // of what was typed
+    execute( *line, "stdin", ++number );
+    out_.flush();
+  }
+}
+
+int Session::idle() {
+  if ( shell_.isVirtual() ) {
+    return -1;
+  }
+  if ( shell_.turn() ) {
+    out_.flush();
+    return 0;
+  }
+  return millisecondsOf( shell_.timeToTurn() );
 }
 
 std::string Session::verdict() const {

@@ -30,6 +30,9 @@ public:
   std::string verdict() const;
 
 private:
+  void converseAtTerminal();
+  // What can be done while nothing is typed; see LineEditor.
+  int idle();
   // Tells it when anything was expected. The exit status.
   int tellVerdict();
   // Whether it was a good line, which could be executed.

@@ -4,7 +4,11 @@
 #include "Vex/Clock.h"
 #include "Vex/Domain.h"
 #include "agent/Send.h"
+#include "client/Interrupts.h"
 #include "record/RecordEntry.h"
+
+#include <algorithm>
+#include <cmath>
 
 namespace Agent {
 
@@ -16,6 +20,7 @@ using Vex::String;
 Shell::Shell( Wiring & wiring, std::ostream & out, std::ostream & err )
     : wiring_( wiring ), console_( commands_, KezShell::Rights::console, out, err ) {
   addCommands();
+  paceIs( ordinaryPace_ );
   Ringlog::sinkIs( [ this, &out ]( const Ringlog::TextRecord & record ) {
     if ( console_.isJson() ) {
       Vex::JsonWriter json( out );
@@ -43,11 +48,24 @@ Shell::~Shell() {
 void Shell::paceIs( Pace & pace ) {
   pace_ = &pace;
   pace.schedulerIs( *wiring_.scheduler );
+  // On virtual time it is the line, as it is recorded, that says how much passes.
+  pace.interruptedIs( [ &pace ] { return !pace.isVirtual() && Interrupts::come(); } );
 }
 
 void Shell::standingLinesAre( std::vector< String > lines ) {
   standingLines_ = std::move( lines );
   executeStandingLines();
+}
+
+std::optional< double > Shell::timeToTurn() const {
+  const auto deadline = wiring_.scheduler->nextDeadline();
+  return deadline ? std::optional( *deadline - Vex::Clock::steadyNow() ) : std::nullopt;
+}
+
+int millisecondsOf( std::optional< double > seconds ) {
+  constexpr double longest = 3600;
+  return seconds ? static_cast< int >( std::ceil( std::clamp( *seconds, 0.0, longest ) * 1000 ) )
+                 : -1;
 }
 
 void Shell::executeStandingLines() {
@@ -116,6 +134,10 @@ void Shell::execute( const KezShell::Command & command, Vex::TextCursor & in, Se
   }
 }
 
+bool Shell::isInterrupted() {
+  return Interrupts::come();
+}
+
 // The entries of a record that is run are none of this session's.
 void Shell::remarkIs( std::string_view text ) {
   if ( !text.starts_with( entryMark ) ) {
@@ -141,9 +163,16 @@ void Shell::advance( Vex::TextCursor & in, Session & session ) {
 }
 
 void Shell::runTasks( Session & session, double seconds ) {
-  if ( !pace_->run( *wiring_.scheduler, seconds ) ) {
+  switch ( pace_->run( *wiring_.scheduler, seconds ) ) {
+  case Pace::Run::done:
+    break;
+  case Pace::Run::interrupted:
+    session.failureIs( "interrupted" );
+    break;
+  case Pace::Run::endless:
     session.failureIs( "tasks are still ready after " + std::to_string( turnLimit ) +
                        " turns of the scheduler" );
+    break;
   }
 }
 

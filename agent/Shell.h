@@ -37,8 +37,10 @@ public:
   void standingLinesAre( std::vector< Vex::String > lines );
   // Runs one turn of the scheduler if one is due; whether one was.
   bool turn() { return pace_->turn( *wiring_.scheduler ); }
-  // When the next turn is due.
-  std::optional< double > nextDeadline() const { return wiring_.scheduler->nextDeadline(); }
+  // Seconds until the next turn is due, on the steady clock; none when none will be.
+  std::optional< double > timeToTurn() const;
+  // Whether time passes by lines alone.
+  bool isVirtual() const override { return pace_->isVirtual(); }
   // Of the lines that are executed from now on.
   void paceIs( Pace & pace );
   Recorder & recorder() { return recorder_; }
@@ -51,11 +53,11 @@ private:
   using Session = KezShell::Session;
 
   const KezShell::Roots & roots() const override { return wiring_.roots; }
-  bool isVirtual() const override { return pace_->isVirtual(); }
   void execute( const KezShell::Command & command, Vex::TextCursor & in, Session & session,
                 std::string_view line ) override;
   void remarkIs( std::string_view text ) override;
   void runTasks( Session & session ) override { runTasks( session, 0 ); }
+  bool isInterrupted() override;
 
   void addCommands();
   void advance( Vex::TextCursor & in, Session & session );
@@ -76,5 +78,8 @@ private:
   Session console_;
   std::vector< Vex::String > standingLines_;
 };
+
+// As poll takes how long it is to wait: milliseconds, or -1 for ever.
+int millisecondsOf( std::optional< double > seconds );
 
 } // namespace Agent

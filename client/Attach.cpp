@@ -1,10 +1,10 @@
 #include "client/Attach.h"
 
 #include "client/Connection.h"
+#include "client/Interrupts.h"
 #include "client/LineEditor.h"
 #include "shell/Line.h"
 
-#include <csignal>
 #include <cstdlib>
 #include <istream>
 #include <ostream>
@@ -15,22 +15,6 @@ namespace Agent {
 using Vex::String;
 
 namespace {
-
-// While it lives, the signal of Ctrl-C ends what is waited for, and not the program.
-class InterruptsWaiting {
-public:
-  InterruptsWaiting() {
-    struct sigaction action {};
-    action.sa_handler = []( int ) {};
-    sigaction( SIGINT, &action, &before_ );
-  }
-  ~InterruptsWaiting() { sigaction( SIGINT, &before_, nullptr ); }
-  InterruptsWaiting( const InterruptsWaiting & ) = delete;
-  InterruptsWaiting & operator=( const InterruptsWaiting & ) = delete;
-
-private:
-  struct sigaction before_ {};
-};
 
 class Client {
 public:
@@ -70,7 +54,7 @@ public:
   }
 
   int converse() {
-    const InterruptsWaiting interrupts;
+    const Interrupts interrupts;
     LineEditor editor( connection_.isReadOnly() ? "kez (read-only)> " : "kez> ",
                        [ this ]( std::string_view typed ) { return complete( typed ); } );
     while ( const auto line = editor.nextLine() ) {
@@ -101,12 +85,8 @@ private:
   std::vector< LineEditor::Candidate > complete( std::string_view typed ) {
     std::vector< LineEditor::Candidate > candidates;
     const auto hear = [ & ]( std::string_view line, bool isError ) {
-      const auto first = line.find( '\t' );
-      const auto second = line.find( '\t', first + 1 );
-      if ( !isError && second != line.npos ) {
-        const String name( line.substr( first + 1, second - first - 1 ) );
-        candidates.push_back( { String( line.substr( 0, first ) ),
-                                "  " + name + "  " + String( line.substr( second + 1 ) ) } );
+      if ( !isError ) {
+        candidates.push_back( LineEditor::candidate( line ) );
       }
     };
     connection_.ask( "--text complete " + String( typed ), hear );

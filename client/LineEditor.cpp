@@ -3,8 +3,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cwchar>
 #include <filesystem>
 #include <histedit.h>
+#include <poll.h>
 #include <unistd.h>
 
 namespace Agent {
@@ -51,9 +53,10 @@ String commonStart( const std::vector< LineEditor::Candidate > & candidates ) {
 
 class LineEditor::Library {
 public:
-  Library( const String & prompt, Complete complete )
-      : prompt_( prompt ), complete_( std::move( complete ) ), file_( historyFile() ),
-        history_( history_init() ), editor_( el_init( "kez-agent", stdin, stdout, stderr ) ) {
+  Library( const String & prompt, Complete complete, Idle idle )
+      : prompt_( prompt ), complete_( std::move( complete ) ), idle_( std::move( idle ) ),
+        file_( historyFile() ), history_( history_init() ),
+        editor_( el_init( "kez-agent", stdin, stdout, stderr ) ) {
     HistEvent event;
     history( history_, &event, H_SETSIZE, historyLines );
     history( history_, &event, H_SETUNIQUE, 1 );
@@ -62,6 +65,7 @@ public:
     }
     el_set( editor_, EL_CLIENTDATA, this );
     el_set( editor_, EL_PROMPT, &Library::promptOf );
+    el_set( editor_, EL_GETCFN, &Library::characterOf );
     el_set( editor_, EL_EDITOR, "emacs" );
     el_set( editor_, EL_HIST, &::history, history_ );
     el_set( editor_, EL_ADDFN, "complete", "completes a line", &Library::completeOf );
@@ -108,6 +112,33 @@ private:
   static const char * promptOf( EditLine * editor ) { return of( editor ).prompt_.c_str(); }
   static unsigned char completeOf( EditLine * editor, int ) { return of( editor ).complete(); }
 
+  static int characterOf( EditLine * editor, wchar_t * to ) { return of( editor ).next( *to ); }
+
+  // 1, or 0 at the end of input, or -1 with an error's number.
+  int next( wchar_t & to ) {
+    pollfd input{ STDIN_FILENO, POLLIN, 0 };
+    for ( int ready = 0; ready == 0; ) {
+      ready = poll( &input, 1, idle_() );
+      if ( ready < 0 ) {
+        return -1;
+      }
+    }
+    std::mbstate_t state{};
+    for ( char byte = 0;; ) {
+      const auto got = read( STDIN_FILENO, &byte, 1 );
+      if ( got <= 0 ) {
+        return static_cast< int >( got );
+      }
+      const auto size = std::mbrtowc( &to, &byte, 1, &state );
+      if ( size == static_cast< size_t >( -1 ) ) {
+        to = static_cast< unsigned char >( byte );
+      }
+      if ( size != static_cast< size_t >( -2 ) ) {
+        return 1;
+      }
+    }
+  }
+
   unsigned char complete() {
     const auto * const line = el_line( editor_ );
     const auto candidates = complete_(
@@ -128,15 +159,25 @@ private:
 
   const String prompt_;
   const Complete complete_;
+  const Idle idle_;
   const std::filesystem::path file_;
   History * const history_;
   EditLine * const editor_;
 };
 
-LineEditor::LineEditor( const String & prompt, Complete complete )
-    : library_( std::make_unique< Library >( prompt, std::move( complete ) ) ) {}
+LineEditor::LineEditor( const String & prompt, Complete complete, Idle idle )
+    : library_( std::make_unique< Library >( prompt, std::move( complete ), std::move( idle ) ) ) {}
 
 LineEditor::~LineEditor() = default;
+
+LineEditor::Candidate LineEditor::candidate( std::string_view line ) {
+  const auto first = std::min( line.find( '\t' ), line.size() );
+  const auto second = std::min( line.find( '\t', first + 1 ), line.size() );
+  const auto name = line.substr( std::min( first + 1, second ), second - first - 1 );
+  return { String( line.substr( 0, first ) ),
+           "  " + String( name ) + "  " +
+               String( line.substr( std::min( second + 1, line.size() ) ) ) };
+}
 
 std::optional< String > LineEditor::nextLine() {
   return library_->nextLine();

@@ -2,8 +2,8 @@
 
 #include "Vex/Clock.h"
 
-#include <chrono>
-#include <thread>
+#include <algorithm>
+#include <ctime>
 
 namespace Agent {
 
@@ -11,19 +11,21 @@ bool Pace::isVirtual() const {
   return Vex::Clock::isVirtual();
 }
 
-bool Pace::run( Loom::TaskScheduler & scheduler, double seconds ) {
+Pace::Run Pace::run( Loom::TaskScheduler & scheduler, double seconds ) {
   const double end = now() + seconds;
   for ( size_t turns = 0; turns < turnLimit; ) {
     if ( turn( scheduler ) ) {
       ++turns;
     } else if ( now() >= end ) {
-      return true;
+      return Run::done;
+    } else if ( interrupted_() ) {
+      return Run::interrupted;
     } else {
       const auto deadline = scheduler.nextDeadline();
       waitUntil( deadline ? std::min( *deadline, end ) : end );
     }
   }
-  return false;
+  return Run::endless;
 }
 
 bool Pace::turn( Loom::TaskScheduler & scheduler ) {
@@ -44,8 +46,15 @@ void Pace::waitUntil( double time ) {
   if ( Vex::Clock::isVirtual() ) {
     Vex::Clock::advanceTo( time );
   } else {
-    std::this_thread::sleep_for( std::chrono::duration< double >( time - Vex::Clock::now() ) );
+    sleep( time - Vex::Clock::now() );
   }
+}
+
+void Pace::sleep( double seconds ) {
+  timespec time{};
+  time.tv_sec = static_cast< time_t >( std::max( seconds, 0.0 ) );
+  time.tv_nsec = static_cast< long >( ( std::max( seconds, 0.0 ) - double( time.tv_sec ) ) * 1e9 );
+  nanosleep( &time, nullptr );
 }
 
 } // namespace Agent

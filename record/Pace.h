@@ -4,6 +4,8 @@
 
 #include "Loom/TaskScheduler.h"
 
+#include <functional>
+
 namespace Agent {
 
 // No host's work takes so many turns; what does reschedules itself for ever.
@@ -19,9 +21,15 @@ public:
   virtual void schedulerIs( Loom::TaskScheduler & ) {}
   // A line that is about to be executed.
   virtual void lineIs( std::string_view ) {}
-  // Lets so many seconds pass and runs the tasks as they fall due, until none is ready. False when
-  // the turn limit is reached first.
-  virtual bool run( Loom::TaskScheduler & scheduler, double seconds );
+  // How it came to an end.
+  enum class Run { done, interrupted, endless };
+  // Lets so many seconds pass and runs the tasks as they fall due, until none is ready, or it is
+  // interrupted, or the turn limit is reached.
+  virtual Run run( Loom::TaskScheduler & scheduler, double seconds );
+  // What is asked before time is waited for.
+  void interruptedIs( std::function< bool() > interrupted ) {
+    interrupted_ = std::move( interrupted );
+  }
 
   // Runs one turn of the scheduler if one is due; whether one was.
   bool turn( Loom::TaskScheduler & scheduler );
@@ -32,7 +40,12 @@ protected:
   virtual double now();
   // A turn of the scheduler is about to be run.
   virtual void turnIs() {}
+  // Returns no later than that, and when a signal comes.
   virtual void waitUntil( double time );
+  static void sleep( double seconds );
+
+private:
+  std::function< bool() > interrupted_ = [] { return false; };
 };
 
 } // namespace Agent

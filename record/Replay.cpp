@@ -96,7 +96,7 @@ bool Replay::endsSlice( const Loom::Task & task, uint64_t question ) {
   return sliceEnded_;
 }
 
-bool Replay::run( Loom::TaskScheduler & scheduler, double seconds ) {
+Pace::Run Replay::run( Loom::TaskScheduler & scheduler, double seconds ) {
   if ( !start_.steady ) {
     return Pace::run( scheduler, seconds );
   }
@@ -106,7 +106,7 @@ bool Replay::run( Loom::TaskScheduler & scheduler, double seconds ) {
     scheduler.runReady();
     ++turns;
   }
-  return turns < turnLimit;
+  return turns < turnLimit ? Run::done : Run::endless;
 }
 
 void Replay::hear( Switch::SwitchCall & call ) {

@@ -35,7 +35,7 @@ public:
   bool isVirtual() const override { return !start_.steady; }
   void schedulerIs( Loom::TaskScheduler & scheduler ) override;
   void lineIs( std::string_view line ) override;
-  bool run( Loom::TaskScheduler & scheduler, double seconds ) override;
+  Run run( Loom::TaskScheduler & scheduler, double seconds ) override;
   void hear( Switch::SwitchCall & call ) override;
 
 private:

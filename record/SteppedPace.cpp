@@ -3,9 +3,7 @@
 #include "Loom/Task.h"
 #include "Vex/Clock.h"
 
-#include <chrono>
 #include <cmath>
-#include <thread>
 
 namespace Agent {
 
@@ -29,7 +27,7 @@ double SteppedPace::now() {
 }
 
 void SteppedPace::waitUntil( double time ) {
-  std::this_thread::sleep_for( std::chrono::duration< double >( time - Vex::Clock::steadyNow() ) );
+  sleep( time - Vex::Clock::steadyNow() );
 }
 
 } // namespace Agent

@@ -132,9 +132,6 @@ void Door::Peer::takeLine() {
   ++lines_;
   if ( line.size() > limits_.line ) {
     refuse( "longer than " + std::to_string( limits_.line ) + " bytes" );
-  } else if ( trimmed( line ) == "quit" || trimmed( line ) == "exit" ) {
-    toSend_.statusIs( "ok" );
-    leaving_ = true;
   } else {
     execute( line );
   }
@@ -185,6 +182,7 @@ void Door::Peer::await() {
 void Door::Peer::conclude( LineStatus status ) {
   toSend_.statusIs( stringValue( status ) );
   isBusy_ = false;
+  leaving_ = session_.isOver();
 }
 
 } // namespace KezShell

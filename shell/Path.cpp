@@ -1,6 +1,7 @@
 #include "shell/Path.h"
 
 #include "Vex/Assert.h"
+#include "shell/Nearest.h"
 
 namespace KezShell {
 
@@ -60,8 +61,16 @@ void Path::readRoot( const Roots & roots, Vex::TextCursor & in ) {
   const auto name = takeUntil( in, ".[] \t" );
   root_ = roots.root( name );
   if ( !root_ ) {
-    const auto names = choices( roots, []( const Root & each ) { return each.entity->name(); } );
-    failAt( rootOffset_, "a root (" + names + ")", name );
+    std::vector< String > names;
+    for ( const auto & each : roots ) {
+      names.push_back( each.entity->name() );
+    }
+    const auto near = nearest( names, name );
+    const auto more =
+        near.size() < names.size() ? "; show lists all " + std::to_string( names.size() ) : "";
+    failAt( rootOffset_,
+            "a root (" + choices( near, []( const String & each ) { return each; } ) + more + ")",
+            name );
   }
   type_ = &root_->entity->fwkType();
 }

@@ -76,7 +76,9 @@ void Session::answerIs( std::unique_ptr< Answer > answer ) {
     answer_->wakeIs( wake_ );
   }
   while ( answer_ && rights_ == Rights::console ) {
-    if ( answer_->isWaiting() ) {
+    if ( shell_.host().isInterrupted() ) {
+      answerDel( "interrupted" );
+    } else if ( answer_->isWaiting() ) {
       standing_ = { std::move( answer_ ), json() != nullptr };
     } else {
       say();

@@ -45,6 +45,8 @@ public:
   void say();
   // What has not been said need not be.
   void answerEnd() { answer_.reset(); }
+  // Whether a line ended it: none after that is to be executed.
+  bool isOver() const { return isOver_; }
   // What is left will not be said, because of this.
   void answerDel( const Vex::String & why );
 
@@ -74,6 +76,7 @@ public:
   void expectationIs( const Vex::String & failure );
   void judge( bool holds, const Vex::String & subject, const Vex::String & expected,
               const Vex::String & found );
+  void endIs() { isOver_ = true; }
   // Something else failed.
   void failureIs( const Vex::String & text );
 
@@ -98,6 +101,7 @@ private:
   Place place_ = "";
   bool isRemark_ = true;
   bool isBad_ = false;
+  bool isOver_ = false;
   size_t failuresBefore_ = 0;
   std::unique_ptr< Answer > answer_;
   std::function< void() > wake_ = [] {};

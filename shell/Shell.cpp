@@ -6,6 +6,8 @@
 #include "shell/Show.h"
 #include "shell/ShowJson.h"
 
+#include <cctype>
+
 namespace KezShell {
 
 using Vex::String;
@@ -26,6 +28,7 @@ Shell::Shell( Host & host ) : host_( host ) {
   addTrace( *this );
   addJson( *this );
   addHelp( *this );
+  addQuit( *this );
   addCompletion( *this );
 }
 
@@ -58,6 +61,33 @@ void Shell::answersDel( const String & why ) {
 }
 
 namespace {
+
+// What a handle and its machine's name have in common.
+String plainName( std::string_view name ) {
+  String plain;
+  for ( const char c : name ) {
+    plain += static_cast< char >( std::tolower( static_cast< unsigned char >( c ) ) );
+  }
+  return plain.starts_with( "kez" ) ? plain.substr( 3 ) : plain;
+}
+
+// A setting in which a machine's name, and a handle's in other letters, stand for the handle.
+String settingOf( std::string_view text ) {
+  const auto handles = Ringlog::handleNames();
+  String setting;
+  for ( Vex::TextCursor in( text ); !in.done(); ) {
+    const auto pattern = takeUntil( in, "/," );
+    const auto handle = std::find_if( handles.begin(), handles.end(), [ & ]( const auto & each ) {
+      return plainName( each ) == plainName( pattern );
+    } );
+    setting += handle == handles.end() ? String( pattern ) : String( *handle );
+    setting += takeUntil( in, "," );
+    if ( in.skip( "," ) ) {
+      setting += ',';
+    }
+  }
+  return setting;
+}
 
 void putTrace( Vex::JsonWriter & out ) {
   const Ringlog::Setting setting( Ringlog::trace() );
@@ -95,7 +125,8 @@ void trace( Vex::TextCursor & in, Session & session ) {
   }
   const size_t column = in.offset() + 1;
   const auto text = takeRest( in );
-  inTextAt( column, [ & ] { Ringlog::traceIs( text == "off" ? "" : text ); } );
+  inTextAt( column, [ & ] { const Ringlog::Setting checked( text ); } );
+  Ringlog::traceIs( text == "off" ? "" : settingOf( text ) );
   if ( json ) {
     json->line( [ & ] { putTrace( *json ); } );
     return;
@@ -207,6 +238,19 @@ void addHelp( Shell & shell ) {
         "  help lagConfigDir.lagConfig\n",
         Effect::none,
         [ &shell ]( Vex::TextCursor & in, Session & session ) { help( shell, in, session ); } } );
+}
+
+void addQuit( Shell & shell ) {
+  for ( const auto * const name : { "quit", "exit" } ) {
+    const String text( name );
+    shell.commandIs( { text, "", "end the session",
+                       "No further line of it is executed.\n  " + text + "\n", Effect::none,
+                       []( Vex::TextCursor & in, Session & session ) {
+                         Vex::expectEnd( in );
+                         session.endIs();
+                       },
+                       true } );
+  }
 }
 
 } // namespace KezShell

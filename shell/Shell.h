@@ -59,6 +59,8 @@ public:
   // Something was changed by a line. What follows from it at once is to be done before the line is
   // answered, unless the host's own loop is to do it afterwards.
   virtual void runTasks( Session & ) {}
+  // Whether a console's answer is to end, since its reader wants it so.
+  virtual bool isInterrupted() { return false; }
 };
 
 class Shell {
@@ -96,6 +98,7 @@ void addWatch( Shell & shell );
 void addMachineCommands( Shell & shell );
 void addTrace( Shell & shell );
 void addHelp( Shell & shell );
+void addQuit( Shell & shell );
 void addJson( Shell & shell );
 // and what completes a line for a client.
 void addCompletion( Shell & shell );

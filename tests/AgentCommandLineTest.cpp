@@ -141,13 +141,13 @@ TEST( AgentCommandLineTest, LinesThatFailSayWhereAndLeaveAnAgentOrItsInputs ) {
       Agent::kezAgent( { "shell", "--report", page, "--tables", tables }, { in, false }, out, err ),
       0 );
   const auto spoilt = ": " + mapping + " is no table: expected it to begin with ROOKTBL\n";
-  EXPECT_EQ( err.str(),
-             "stdin:1: no room for " + route + ": File too large\nstdin:3: " + route +
-                 ": the record in slot 0 is damaged\nstdin:4" + spoilt +
-                 "stdin:6:8: expected a root (acsd, lagConfigDir, bridgingConfig, vlanStatusDir, "
-                 "evpnStatus, evpnMplsConfig, floodSetOutput, hostOutput, toggles, lfibStatus, "
-                 "lfibTrackingStatus, forwardingInput), found 'evpnLagMemberInfo'\nstdin:9" +
-                 spoilt + "stdin:10:1: there is no agent, which restart makes\n" );
+  EXPECT_EQ(
+      err.str(),
+      "stdin:1: no room for " + route + ": File too large\nstdin:3: " + route +
+          ": the record in slot 0 is damaged\nstdin:4" + spoilt +
+          "stdin:6:8: expected a root (evpnMplsConfig, lagConfigDir, vlanStatusDir; show lists all 12), found "
+          "'evpnLagMemberInfo'\nstdin:9" +
+          spoilt + "stdin:10:1: there is no agent, which restart makes\n" );
   EXPECT_THAT( contents( page ), testing::HasSubstr( "stdin:9: " ) );
 }
 

@@ -112,7 +112,7 @@ TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
   const std::pair< std::string, const char * > lines[] = {
     { "sett rack",
       "1: expected a command (set, del, show, watch, expect, send, explain, check, audit, advance, call, "
-      "restart, inputs, trace, json, record, help), found 'sett'" },
+      "restart, inputs, trace, json, record, help, quit, exit), found 'sett'" },
     { "set", "4: expected a root (rack, made, ticker), found nothing" },
     { "  set rak.slot 5", "7: expected a root (rack, made, ticker), found 'rak'" },
     { "set rack", "9: expected '.' and an attribute of Test::Rack" },

@@ -303,6 +303,9 @@ TEST_F( DoorTest, AReadOnlySessionIsRefusedEachCommandThatMayChangeSomething ) {
   writer.read();
   size_t changing = 0;
   for ( const auto & command : shell.commands() ) {
+    if ( command.name == "quit" || command.name == "exit" ) {
+      continue; // would end the sessions that ask
+    }
     const auto refusal = "! line " + std::to_string( 1 + &command - &shell.commands().front() ) +
                          ":1: expected a command that changes nothing, since this session is "
                          "read-only; " +
