@@ -16,6 +16,8 @@ namespace {
 
 // Bytes that are made of an answer, and read of lines, at a time.
 constexpr size_t portion = 32'768;
+// Pieces that are made of an answer at a time, some of which say nothing.
+constexpr size_t mostPieces = 10'000;
 // Bytes that the system keeps for a peer that does not read, and as much again for the message
 // that it is cut off.
 constexpr int kept = 64 * 1024;
@@ -160,7 +162,9 @@ void Door::Peer::execute( std::string_view line ) {
 
 void Door::Peer::sayMore() {
   guarded( [ & ] {
-    while ( session_.hasMoreToSay() && !session_.isWaiting() && toSend_.text.size() < portion ) {
+    for ( size_t pieces = 0; session_.hasMoreToSay() && !session_.isWaiting() &&
+                             toSend_.text.size() < portion && pieces < mostPieces;
+          ++pieces ) {
       session_.say();
     }
   } );

@@ -67,9 +67,29 @@ void show( const Shell & shell, Vex::TextCursor & in, Session & session ) {
     showOverview( session.out(), shell.roots(), shell.host().isVirtual() );
     return;
   }
-  const Path path( shell.roots(), in );
-  Vex::expectEnd( in );
-  session.answerIs( json ? showPathInJson( *json, path ) : showPath( session.out(), path ) );
+  Selection selection;
+  // The path ends where the pattern of its key begins.
+  auto ahead = in;
+  const auto word = takeWord( ahead );
+  const auto names = selection.takePattern( word );
+  Vex::TextCursor whole( in.at() - in.offset(), names.data() + names.size() );
+  whole.atIs( in.at() );
+  const Path path( shell.roots(), whole );
+  const size_t column = ahead.offset() + 1;
+  selection.takeOptions( ahead );
+  if ( !path.namesCollection() && ( !selection.isWhole() || selection.countsAlone() ) ) {
+    throw BadLine( column, "expected nothing more, since " + path.text() + " is no collection" );
+  }
+  const auto holder = path.namesCollection() ? path.holder() : nullptr;
+  if ( selection.isSorted() && holder &&
+       path.attribute()->size( *holder ) > Selection::sortableMembers ) {
+    throw BadLine( column, "expected a collection of no more than " +
+                               std::to_string( Selection::sortableMembers ) +
+                               " members, which are all that are put in order" );
+  }
+  session.answerIs( selection.countsAlone() ? countMembers( path, selection )
+                    : json                  ? showPathInJson( *json, path, selection )
+                                            : showPath( session.out(), path, selection ) );
 }
 
 void judge( Session & session, bool holds, const Path & path, const String & expected,
@@ -149,11 +169,15 @@ void addEntityCommands( Shell & shell ) {
         "  del lagConfigDir.lagConfig\n",
         Effect::changes, in( shell, del ) } );
   shell.commandIs(
-      { "show", "[PATH]", "show everything at a glance, or what stands at a path",
+      { "show", "[PATH [count] [limit N] [sorted]]",
+        "show everything at a glance, or what stands at a path",
         "Without a path: all roots, their classes and the sizes of their collections. With one:\n"
-        "the entity or collection as a tree, or the value.\n"
+        "the entity or collection as a tree, or the value. Of a collection the last key may be a\n"
+        "pattern, in which * stands for any characters and ? for one; count tells how many members\n"
+        "that are, limit shows no more than so many, sorted shows up to 10,000 by their keys.\n"
         "  show\n"
-        "  show evpnLagMemberInfo\n",
+        "  show evpnLagMemberInfo\n"
+        "  show switch.dot1qMapping[Port-Channel1,*,10] limit 5 sorted\n",
         Effect::none, in( shell, show ) } );
   shell.commandIs(
       { "expect", "[no] PATH [VALUE | count N]", "check what stands at a path",

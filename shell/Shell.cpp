@@ -24,6 +24,7 @@ void Host::execute( const Command & command, Vex::TextCursor & in, Session & ses
 Shell::Shell( Host & host ) : host_( host ) {
   addEntityCommands( *this );
   addWatch( *this );
+  addHistory( *this );
   addMachineCommands( *this );
   addTrace( *this );
   addJson( *this );

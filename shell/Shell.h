@@ -95,6 +95,7 @@ private:
 // The groups of commands. Every shell has these,
 void addEntityCommands( Shell & shell );
 void addWatch( Shell & shell );
+void addHistory( Shell & shell );
 void addMachineCommands( Shell & shell );
 void addTrace( Shell & shell );
 void addHelp( Shell & shell );

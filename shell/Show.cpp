@@ -59,12 +59,12 @@ String called( const Vex::Ptr< const Entity > & entity ) {
 class Tree : public Answer {
 public:
   void entityIs( const Vex::Ptr< const Entity > & entity, size_t indent ) {
-    levels_.push_back( { entity, entity->fwkType().attributes(), indent, {} } );
+    levels_.push_back( { entity, entity->fwkType().attributes(), indent } );
   }
   // One collection of it alone.
   void collectionIs( const Vex::Ptr< const Entity > & entity, const AttributeType & attribute,
-                     const String & head ) {
-    levels_.push_back( { entity, { &attribute }, 0, head } );
+                     const String & head, const Selection & selection ) {
+    levels_.push_back( { entity, { &attribute }, 0, head, selection } );
   }
 
   bool say( Session & session ) override {
@@ -85,8 +85,10 @@ private:
     Vex::Ptr< const Entity > entity;
     std::vector< const AttributeType * > attributes;
     size_t indent;
-    String head;     // of a collection that is shown alone
-    size_t next = 0; // of the attributes
+    String head = {};         // of a collection that is shown alone
+    Selection selection = {}; // of its members
+    size_t next = 0;          // of the attributes
+    size_t shown = 0;         // members of a selection
     std::unique_ptr< Vex::ReflectedWalk > members = nullptr;
     std::optional< Wrapped > keys = std::nullopt; // of a collection of keys alone
   };
@@ -96,7 +98,7 @@ private:
     if ( attribute.keyed() ) {
       const auto text =
           level.head.empty() ? blanks + counted( attribute, *level.entity ) : level.head;
-      level.members = attribute.walk( *level.entity );
+      level.members = level.selection.walk( attribute, *level.entity );
       if ( attribute.valueType.empty() ) {
         level.keys.emplace( out, text, level.indent + 2 );
       } else {
@@ -112,7 +114,12 @@ private:
   }
 
   void sayMember( std::ostream & out, Level & level ) {
-    const auto member = level.members->next();
+    const auto member =
+        level.selection.isFull( level.shown ) ? std::nullopt : level.members->next();
+    if ( member && !level.selection.takes( *member ) ) {
+      return;
+    }
+    ++level.shown;
     if ( !member ) {
       out << ( level.keys ? "\n" : "" );
       level.members.reset();
@@ -131,6 +138,37 @@ private:
   }
 
   std::vector< Level > levels_;
+};
+
+class Count : public Answer {
+public:
+  Count( const Path & path, const Selection & selection )
+      : text_( path.text() ), selection_( selection ), holder_( path.holder() ),
+        members_( holder_ ? path.attribute()->walk( *holder_ ) : nullptr ) {}
+
+  bool say( Session & session ) override {
+    const auto member = members_ && !selection_.isFull( count_ ) ? members_->next() : std::nullopt;
+    if ( member ) {
+      count_ += selection_.takes( *member );
+      return true;
+    }
+    if ( auto * const json = session.json() ) {
+      json->line( [ & ] {
+        json->member( "path", text_ );
+        json->member( "count", count_ );
+      } );
+    } else {
+      session.out() << count_ << '\n';
+    }
+    return false;
+  }
+
+private:
+  const String text_;
+  const Selection selection_;
+  const Vex::Ptr< const Entity > holder_;
+  const std::unique_ptr< Vex::ReflectedWalk > members_;
+  size_t count_ = 0;
 };
 
 } // namespace
@@ -189,13 +227,14 @@ void showOverview( std::ostream & out, const Roots & roots, bool isVirtual ) {
   }
 }
 
-std::unique_ptr< Answer > showPath( std::ostream & out, const Path & path ) {
+std::unique_ptr< Answer > showPath( std::ostream & out, const Path & path,
+                                    const Selection & selection ) {
   const auto reading = path.read();
   const auto holder = path.attribute() ? path.holder() : nullptr;
   auto tree = std::make_unique< Tree >();
   if ( reading.count && holder ) {
     tree->collectionIs( holder, *path.attribute(),
-                        path.text() + " (" + std::to_string( *reading.count ) + ")" );
+                        path.text() + " (" + std::to_string( *reading.count ) + ")", selection );
     return tree;
   }
   out << path.text();
@@ -211,6 +250,10 @@ std::unique_ptr< Answer > showPath( std::ostream & out, const Path & path ) {
     out << '\n';
   }
   return nullptr;
+}
+
+std::unique_ptr< Answer > countMembers( const Path & path, const Selection & selection ) {
+  return std::make_unique< Count >( path, selection );
 }
 
 std::vector< String > attributeColumns( const Path & path, const AttributeType & attribute ) {

@@ -3,6 +3,7 @@
 
 #include "shell/Answer.h"
 #include "shell/Path.h"
+#include "shell/Selection.h"
 
 #include <memory>
 
@@ -13,8 +14,12 @@ void showOverview( std::ostream & out, const Roots & roots, bool isVirtual );
 
 // What stands at the path: an entity or a collection as an indented tree down to the last member,
 // of which all but the first line is returned, to be said member by member; anything else on a
-// line. References are named and not followed.
-std::unique_ptr< Answer > showPath( std::ostream & out, const Path & path );
+// line. References are named and not followed. Of a collection that the path names what is selected
+// alone is shown.
+std::unique_ptr< Answer > showPath( std::ostream & out, const Path & path,
+                                    const Selection & selection = {} );
+// How many members of the collection that the path names are selected.
+std::unique_ptr< Answer > countMembers( const Path & path, const Selection & selection );
 
 // The attributes of the class that the path leads to: kind, types of keys and values, access.
 void showClass( std::ostream & out, const Path & path );

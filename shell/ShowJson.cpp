@@ -70,8 +70,9 @@ public:
   }
   // The members of one collection of it alone.
   void membersAre( const Vex::Ptr< const Entity > & entity, const AttributeType & attribute,
-                   const String & path ) {
-    levels_.push_back( { entity, { &attribute }, path, 1, attribute.walk( *entity ) } );
+                   const String & path, const Selection & selection ) {
+    levels_.push_back(
+        { entity, { &attribute }, path, selection, 1, selection.walk( attribute, *entity ) } );
   }
 
   bool say( Session & session ) override {
@@ -92,8 +93,10 @@ private:
     Vex::Ptr< const Entity > entity;
     std::vector< const AttributeType * > attributes;
     String path;
-    size_t next = 0; // of the attributes
+    Selection selection = {}; // of the members of a collection that is shown alone
+    size_t next = 0;          // of the attributes
     std::unique_ptr< Vex::ReflectedWalk > members = nullptr;
+    size_t shown = 0; // members of a selection
 
     String currentPath() const { return path + "." + String( attributes[ next - 1 ]->name ); }
   };
@@ -115,11 +118,16 @@ private:
   }
 
   void sayMember( JsonWriter & out, Level & level ) {
-    const auto member = level.members->next();
+    const auto member =
+        level.selection.isFull( level.shown ) ? std::nullopt : level.members->next();
     if ( !member ) {
       level.members.reset();
       return;
     }
+    if ( !level.selection.takes( *member ) ) {
+      return;
+    }
+    ++level.shown;
     const auto path = level.currentPath() + "[" + member->key + "]";
     out.line( [ & ] {
       if ( member->entity ) {
@@ -180,7 +188,8 @@ void showOverviewInJson( JsonWriter & out, const Roots & roots ) {
   }
 }
 
-std::unique_ptr< Answer > showPathInJson( JsonWriter & out, const Path & path ) {
+std::unique_ptr< Answer > showPathInJson( JsonWriter & out, const Path & path,
+                                          const Selection & selection ) {
   const auto reading = path.read();
   const auto holder = path.attribute() ? path.holder() : nullptr;
   auto tree = std::make_unique< JsonTree >();
@@ -205,7 +214,7 @@ std::unique_ptr< Answer > showPathInJson( JsonWriter & out, const Path & path ) 
   if ( !reading.count || !holder ) {
     return nullptr;
   }
-  tree->membersAre( holder, *path.attribute(), path.holderText() );
+  tree->membersAre( holder, *path.attribute(), path.holderText(), selection );
   return tree;
 }
 

@@ -5,6 +5,7 @@
 #include "Vex/Json.h"
 #include "shell/Answer.h"
 #include "shell/Path.h"
+#include "shell/Selection.h"
 
 #include <memory>
 
@@ -14,7 +15,8 @@ namespace KezShell {
 void showOverviewInJson( Vex::JsonWriter & out, const Roots & roots );
 
 // What stands at the path, as showPath tells it.
-std::unique_ptr< Answer > showPathInJson( Vex::JsonWriter & out, const Path & path );
+std::unique_ptr< Answer > showPathInJson( Vex::JsonWriter & out, const Path & path,
+                                          const Selection & selection = {} );
 
 // The attributes and operations of the class that the path leads to.
 void showClassInJson( Vex::JsonWriter & out, const Path & path );

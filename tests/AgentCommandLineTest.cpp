@@ -145,7 +145,7 @@ TEST( AgentCommandLineTest, LinesThatFailSayWhereAndLeaveAnAgentOrItsInputs ) {
       err.str(),
       "stdin:1: no room for " + route + ": File too large\nstdin:3: " + route +
           ": the record in slot 0 is damaged\nstdin:4" + spoilt +
-          "stdin:6:8: expected a root (evpnMplsConfig, lagConfigDir, vlanStatusDir; show lists all 12), found "
+          "stdin:6:8: expected a root (evpnMplsConfig, evpnStatus, lagConfigDir; show lists all 12), found "
           "'evpnLagMemberInfo'\nstdin:9" +
           spoilt + "stdin:10:1: there is no agent, which restart makes\n" );
   EXPECT_THAT( contents( page ), testing::HasSubstr( "stdin:9: " ) );

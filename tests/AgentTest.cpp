@@ -1,6 +1,8 @@
 #include "FileContents.h"
 #include "KezEvpn/KezEvpn.h"
 #include "Loom/Task.h"
+#include "Ringlog/Ring.h"
+#include "Ringlog/Trace.h"
 #include "Vex/Clock.h"
 #include "agent/Shell.h"
 
@@ -61,6 +63,8 @@ private:
 
 namespace {
 
+Ringlog::Handle traceHandle( "AgentTest" );
+
 using AgentTesting::Rack;
 using AgentTesting::Ticker;
 
@@ -111,7 +115,7 @@ TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
   const std::string slot = "set rack.slot[Ethernet1,11]."; // not there: it must not be made
   const std::pair< std::string, const char * > lines[] = {
     { "sett rack",
-      "1: expected a command (set, del, show, watch, expect, send, explain, check, audit, advance, call, "
+      "1: expected a command (set, del, show, watch, history, expect, send, explain, check, audit, advance, call, "
       "restart, inputs, trace, json, record, help, quit, exit), found 'sett'" },
     { "set", "4: expected a root (rack, made, ticker), found nothing" },
     { "  set rak.slot 5", "7: expected a root (rack, made, ticker), found 'rak'" },
@@ -289,6 +293,31 @@ TEST_F( AgentTest, AConsoleTellsWhatHasChangedAfterEachLine ) {
   EXPECT_EQ( told( "set rack.slot[Ethernet1,11]" ), "      5.000000  slot[Ethernet1,11]\n" );
   EXPECT_EQ( told( "watch off" ), "" );
   EXPECT_EQ( told( "del rack.slot" ), "" );
+}
+
+TEST_F( AgentTest, HistoryIsWhatTheRingHasOfAllKeys ) {
+  EXPECT_EQ( line( "history rack.slot" ), "18: expected '[' and a key, by which it is looked for" );
+  const std::string asked = "history rack.slot[Ethernet1,10].vlan[30]";
+  EXPECT_THAT( line( asked ), testing::HasSubstr( "expected a host that writes a ring" ) );
+  const auto ring = testing::TempDir() + "agent-test-ring-" + std::to_string( getpid() );
+  Ringlog::ringIs( ring, Ringlog::smallestRing );
+  EXPECT_EQ( output( asked ), "the ring has nothing of it\n" );
+  const Kez::IntfVlanKey key( Vex::parse< Wire::IntfId >( "Ethernet1" ), 10 );
+  // More than one part of the ring.
+  for ( int i = 0; i < 1000; ++i ) {
+    TRACE( 7, "step ", i, " of ", key, " via 30" );
+    TRACE( 7, "step ", i, " of ", key, " via 301" );
+    TRACE( 7, "step ", i, " of Ethernet1 via 30" );
+  }
+  const std::string of =
+      " AgentTest                    7 step 999 of " + Vex::text( key ) + " via 30\n";
+  EXPECT_EQ( output( asked + " limit 1" ), "      0.000000" + of );
+  EXPECT_THAT( output( asked ),
+               testing::AllOf( testing::HasSubstr( " step 980 of" ), testing::EndsWith( of ),
+                               testing::Not( testing::HasSubstr( "979" ) ) ) );
+  EXPECT_THAT( line( asked + " limit 0" ), testing::StartsWith( "48: " ) );
+  Ringlog::ringDel();
+  std::filesystem::remove( ring );
 }
 
 TEST_F( AgentTest, TasksRunAtTheirTimeAndMustRest ) {

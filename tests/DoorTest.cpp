@@ -320,6 +320,33 @@ TEST_F( DoorTest, AReadOnlySessionIsRefusedEachCommandThatMayChangeSomething ) {
   EXPECT_EQ( library.shelf->gaps(), 0u );
 }
 
+TEST_F( DoorTest, ShowsSelectedMembersInOrderAndCountsThem ) {
+  for ( const uint32_t key : { 100u, 9u, 11u, 10u, 21u } ) {
+    library.shelf->bookIs( key, "x" );
+    library.shelf->gapIs( key );
+  }
+  Visitor visitor( *this, Rights::look );
+  visitor.read();
+  EXPECT_EQ( visitor.answer( "show shelf.book[1*] sorted" ),
+             "shelf.book (5)\n  10 = x\n  11 = x\n  100 = x\n. ok\n" );
+  EXPECT_EQ( visitor.answer( "show shelf.gap[??] limit 2" ), "shelf.gap (5)  11  10\n. ok\n" );
+  EXPECT_EQ( visitor.answer( "show shelf.gap count\nshow shelf.book[*1] count" ),
+             "5\n. ok\n2\n. ok\n" );
+  EXPECT_THAT( visitor.answer( "--json show shelf.book[?] limit 1" ),
+               HasSubstr( "\"size\":5}\n{\"path\":\"shelf.book[9]\",\"key\":9," ) );
+  EXPECT_EQ( visitor.answer( "show shelf.book limt 2" ),
+             "! line 6:17: expected count, limit N, sorted or the end of the line, found "
+             "'limt'\n. bad\n" );
+  EXPECT_EQ( visitor.answer( "show shelf sorted" ),
+             "! line 7:12: expected nothing more, since shelf is no collection\n. bad\n" );
+  EXPECT_THAT( visitor.answer( "show shelf.bok[*]" ),
+               StartsWith( "! line 8:12: expected an attribute of Test::Shelf" ) );
+  fill();
+  EXPECT_EQ( visitor.answer( "show shelf.book[*99] count" ), "200\n. ok\n" );
+  EXPECT_THAT( visitor.answer( "show shelf.book sorted" ),
+               HasSubstr( "expected a collection of no more than 10000 members" ) );
+}
+
 TEST_F( DoorTest, CompletesCommandsAndPathsByReflection ) {
   library.shelf->bookIs( 17, "x" );
   library.shelf->bookIs( 18, "y" );

@@ -67,7 +67,7 @@ for command in commands:
         fail( f"{name} has an example" )
     for example in examples:
         before = len( given( story ) )
-        values = answers( "shell", lines=f"{story}\n{example}\n" )
+        values = answers( "shell", "--ring", "ring", lines=f"{story}\n{example}\n" )
         if len( statuses( values ) ) != before + 1 or statuses( values )[ -1 ] == "bad":
             fail( f"{example} is executed: {values[ -3: ]}" )
 

@@ -218,6 +218,7 @@ public:
     const std::lock_guard lock( mutex_ );
     checkReplaceable( path, lock_ );
     ring_ = std::make_shared< Ring >( path, bytes );
+    path_ = path;
     lock_ = ring_->file().takeLock();
     currentMount.store( ++mounts_, std::memory_order_release );
     ringLevelsAre( true );
@@ -227,6 +228,11 @@ public:
     const std::lock_guard lock( mutex_ );
     ringLevelsAre( false );
     forget();
+  }
+
+  Vex::String ringPath() {
+    const std::lock_guard lock( mutex_ );
+    return ring_ ? path_ : Vex::String();
   }
 
   std::shared_ptr< Ring > ring( uint64_t & mount ) {
@@ -257,6 +263,7 @@ private:
   }
 
   std::mutex mutex_;
+  Vex::String path_; // of its file
   std::shared_ptr< Ring > ring_;
   Descriptor lock_;
   uint64_t mounts_ = noMount;
@@ -389,6 +396,10 @@ void ringIs( const Vex::String & path, size_t bytes ) {
 
 void ringDel() {
   Mount::instance().ringDel();
+}
+
+Vex::String ringPath() {
+  return Mount::instance().ringPath();
 }
 
 } // namespace Ringlog

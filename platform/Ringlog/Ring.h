@@ -22,4 +22,7 @@ void ringIs( const Vex::String & path, size_t bytes );
 // Unmounts the ring, if one is mounted; its file stays.
 void ringDel();
 
+// Of the file; empty when no ring is mounted.
+Vex::String ringPath();
+
 } // namespace Ringlog

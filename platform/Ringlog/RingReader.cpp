@@ -231,10 +231,43 @@ void RingReader::readBlock( size_t index, std::vector< std::vector< uint64_t > >
   } );
 }
 
+std::vector< size_t > RingReader::unreadBlocks() const {
+  std::vector< std::pair< uint64_t, size_t > > unread; // sequence and index
+  for ( size_t index = 0; index < blocks_.size(); ++index ) {
+    const auto head =
+        readWords( RingFormat::headerSize + header_.tableSize + index * header_.blockSize,
+                   RingFormat::blockHeadWords );
+    const auto & progress = blocks_[ index ];
+    if ( head.size() == RingFormat::blockHeadWords && head[ 0 ] != 0 &&
+         ( head[ 0 ] != progress.sequence || head[ 1 ] > progress.words ) ) {
+      unread.emplace_back( head[ 0 ], index );
+    }
+  }
+  std::ranges::sort( unread );
+  std::vector< size_t > indices;
+  for ( const auto & each : unread ) {
+    indices.push_back( each.second );
+  }
+  return indices;
+}
+
 void RingReader::read( const std::function< void( const RingRecord & ) > & give ) {
+  readBlocks( unreadBlocks(), give );
+}
+
+bool RingReader::readPart( size_t blocks,
+                           const std::function< void( const RingRecord & ) > & give ) {
+  const auto unread = unreadBlocks();
+  const auto part = std::min( blocks, unread.size() );
+  readBlocks( { unread.data(), part }, give );
+  return part < unread.size();
+}
+
+void RingReader::readBlocks( std::span< const size_t > blocks,
+                             const std::function< void( const RingRecord & ) > & give ) {
   std::vector< std::vector< uint64_t > > buffers;
   std::vector< Found > found;
-  for ( size_t index = 0; index < blocks_.size(); ++index ) {
+  for ( const auto index : blocks ) {
     readBlock( index, buffers, found );
   }
   // After the records, so that it has the call sites of them all.

@@ -33,6 +33,9 @@ public:
   // Calls with the records that were committed since the last call and are not overwritten, in
   // order of time.
   void read( const std::function< void( const RingRecord & ) > & give );
+  // The same of so many blocks at most, those that were begun first; whether there are others. What
+  // several threads wrote at a time is in order within a call alone.
+  bool readPart( size_t blocks, const std::function< void( const RingRecord & ) > & give );
 
   // Whether another ring has taken the file's place.
   bool isReplaced() const;
@@ -72,6 +75,10 @@ private:
   void readHeader();
   std::vector< uint64_t > readWords( uint64_t offset, size_t count ) const;
   void readTable();
+  // The blocks that have anything new, in the order in which they were begun.
+  std::vector< size_t > unreadBlocks() const;
+  void readBlocks( std::span< const size_t > blocks,
+                   const std::function< void( const RingRecord & ) > & give );
   void readBlock( size_t index, std::vector< std::vector< uint64_t > > & buffers,
                   std::vector< Found > & found );
   template< class Give > void walk( const Part & part, Give && give );

@@ -1,6 +1,7 @@
 #include "Ringlog/Setting.h"
 
 #include "Ringlog/Trace.h"
+#include "Vex/Pattern.h"
 
 namespace Ringlog {
 
@@ -42,28 +43,6 @@ std::string_view parsePattern( Vex::TextCursor & in ) {
   return pattern;
 }
 
-bool matches( std::string_view pattern, std::string_view name ) {
-  size_t at = 0;
-  size_t afterStar = pattern.npos;
-  size_t starEnd = 0;
-  for ( size_t i = 0; i < name.size(); ) {
-    if ( at < pattern.size() && pattern[ at ] == '*' ) {
-      afterStar = ++at;
-      starEnd = i;
-    } else if ( at < pattern.size() && ( pattern[ at ] == '?' || pattern[ at ] == name[ i ] ) ) {
-      ++at;
-      ++i;
-    } else if ( afterStar != pattern.npos ) {
-      // The last star takes one more character; the ones before it need never change.
-      at = afterStar;
-      i = ++starEnd;
-    } else {
-      return false;
-    }
-  }
-  return pattern.find_first_not_of( '*', at ) == pattern.npos;
-}
-
 } // namespace
 
 Setting::Setting( std::string_view text ) : text_( text ) {
@@ -85,7 +64,7 @@ Setting::Setting( std::string_view text ) : text_( text ) {
 uint32_t Setting::levels( std::string_view handleName ) const {
   uint32_t levels = 0;
   for ( const auto & entry : entries_ ) {
-    if ( matches( entry.pattern, handleName ) ) {
+    if ( Vex::matches( entry.pattern, handleName ) ) {
       levels |= entry.levels;
     }
   }
