@@ -70,7 +70,8 @@ void Network::execute( std::string_view line ) {
     const auto name = KezShell::takeWord( in );
     const auto at = std::ranges::find( commands, name, []( auto & each ) { return each.first; } );
     if ( at == std::end( commands ) ) {
-      KezShell::failAt( 0, "fail, return, move, prefer, restart, refuse, late, delay or pass", name );
+      KezShell::failAt( 0, "fail, return, move, prefer, restart, refuse, late, delay or pass",
+                        name );
     }
     ( this->*at->second )( in );
   } );
@@ -92,7 +93,8 @@ void Network::moveLine( Vex::TextCursor & in ) {
   const Index segment = takeSegment( in, topology_ );
   Vex::expectEnd( in );
   if ( !topology_.segments[ segment ].vlans.contains( topology_.hosts[ host ].vlanId ) ) {
-    KezShell::failAt( offset, "a segment with the host's VLAN", topology_.segments[ segment ].name );
+    KezShell::failAt( offset, "a segment with the host's VLAN",
+                      topology_.segments[ segment ].name );
   }
   if ( hostAt_[ host ].segment != segment ) {
     hostAt_[ host ] = { segment, hostAt_[ host ].sequence + 1 };

@@ -18,7 +18,7 @@ Entry takeEntry( Vex::TextCursor & in, const Network & network, Index host ) {
     }
   }
   KezShell::failAt( offset, "a switch to which the host has a link that is up",
-                 network.topology().nodes[ node ] );
+                    network.topology().nodes[ node ] );
 }
 
 String difference( const char * what, uint32_t found, uint32_t expected ) {

@@ -95,7 +95,7 @@ void Reader::readLink( Vex::TextCursor & in ) {
   link.node = takeNode( in, topology_ );
   if ( segment.linkOf( link.node ) ) {
     KezShell::failAt( offset, "a switch without a link to " + segment.name,
-                   topology_.nodes[ link.node ] );
+                      topology_.nodes[ link.node ] );
   }
   offset = in.offset();
   link.intfId = takeValue< IntfId >( in );
