@@ -133,8 +133,11 @@ private:
       text_ += "\n";
     }
     for ( const auto & vlan : some ) {
-      text_ += "host h" + number + "-" + vlan + " " + Vex::text( anyAddress( random_ ) ) +
-               " vlan " + vlan + " at g" + number + "\n";
+      for ( const auto & piece : { String( "host h" ), number, String( "-" ), vlan, String( " " ),
+                                   Vex::text( anyAddress( random_ ) ), String( " vlan " ), vlan,
+                                   String( " at g" ), number, String( "\n" ) } ) {
+        text_ += piece;
+      }
     }
   }
 

@@ -181,7 +181,10 @@ void Network::failOrReturn( Vex::TextCursor & in, bool fails ) {
   auto & down = members_[ node ].downPorts;
   for ( const auto & segment : topology_.segments ) {
     const auto * const link = segment.linkOf( node );
-    for ( const auto port : link ? link->ports : std::vector< IntfId >() ) {
+    if ( !link ) {
+      continue;
+    }
+    for ( const auto port : link->ports ) {
       if ( port == intfId || link->intfId == intfId ) {
         fails ? void( down.insert( port ) ) : void( down.erase( port ) );
         found = true;

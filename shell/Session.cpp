@@ -128,7 +128,7 @@ String Session::badLineIs( const std::runtime_error & error ) {
 String Session::sayError( const std::runtime_error & error, const BadLine * badLine ) {
   isBad_ = true;
   const auto column = badLine ? ":" + std::to_string( badLine->column ) : "";
-  const auto text = place_.text + column + ": " + error.what();
+  auto text = place_.text + column + ": " + error.what();
   auto * const to = json();
   if ( !to ) {
     out_.flush();

@@ -245,6 +245,7 @@ std::vector< size_t > RingReader::unreadBlocks() const {
   }
   std::ranges::sort( unread );
   std::vector< size_t > indices;
+  indices.reserve( unread.size() );
   for ( const auto & each : unread ) {
     indices.push_back( each.second );
   }
