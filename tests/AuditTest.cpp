@@ -242,6 +242,22 @@ TEST( AuditOfHwTunnelIdsTest, GivesAnIdThatNobodyUsedToATunnelThatWaits ) {
           "expect tunnelIdHwTunnelId.tunnelIdToHwTunnelId[1] 1,0:1" } );
 }
 
+// What stays as it was, since what it is to become cannot be used, has its ids on record.
+TEST( AuditOfEsiDataTest, FindsOtherIdsWhereDataIsToBeProgrammedAnew ) {
+  play( { "set " + segment + "[DynamicTunnel14.1] 0:0",
+          "set floodingHelper.updateSupportedOnCreateEsiData true",
+          "set " + segment + "[DynamicTunnel0.3] 2:100",
+          "set evpnStatus.localEsiLabel[Ethernet1] 2:51",
+          "set evpnStatus.ethernetSegmentStatus[Ethernet1].designatedForwarderTep[2] "
+          "DynamicTunnel0.3",
+          "set evpnStatus.ethernetSegmentStatus[Ethernet1].designatedForwarderTep[2] "
+          "DynamicTunnel14.1",
+          "audit", "expect no audit.found[different]",
+          "set switch.esiData[Ethernet1,Ethernet1,2] 9,0:9,100,50", "audit repair",
+          "expect audit.found[different] 1", "expect no switch.esiData", "audit",
+          "expect no audit.difference", "check" } );
+}
+
 // Which FECs are used is known without hardware, which has lost or changed the users.
 TEST( AuditOfFecsTest, LeavesNoFecBehindThatTamperedUsersNamed ) {
   for ( const String tampering :

@@ -166,8 +166,8 @@ void EvpnFloodingEsiSm::check( Findings & out ) const {
 
 // --- What an audit is told
 
-// A port that bears a force mark may have its data of before, of which there is no record but that
-// it is there.
+// A port that bears a force mark may have its data of before, of whose tunnel and remote label
+// there is no record.
 std::optional< KezHelper::EsiData >
 EvpnFloodingEsiSm::dataOnRecord( const KezHelper::PortVlanKey & key ) const {
   const auto pair = pairOf( key );
@@ -177,11 +177,12 @@ EvpnFloodingEsiSm::dataOnRecord( const KezHelper::PortVlanKey & key ) const {
   }
   const auto * const table = floodingHelper()->inventory().esiData;
   const auto standing = table ? table->find( key ) : std::nullopt;
+  const auto ids = status->ids( key.memberIntfId );
   if ( standing && status->forceReprogramHas( key.memberIntfId ) ) {
-    return standing;
+    return KezHelper::EsiData( standing->tunnelId, ids.hwTunnelId, standing->dfEsiLabel,
+                               ids.localEsiLabel );
   }
   const auto tunnelId = intfVlanTunnel( pair );
-  const auto ids = status->ids( key.memberIntfId );
   return KezHelper::EsiData( tunnelId, ids.hwTunnelId,
                              intfVlanTunnelLabel( { pair.intfId, pair.vlanId, tunnelId } ),
                              ids.localEsiLabel );
