@@ -72,10 +72,11 @@ heard.bind( sys.argv[ 1 ] )
 told = ""
 while told != "STOPPING=1":
   told = heard.recv( 100 ).decode()
-  print( told )' "$dir/manager" >"$dir/heard" &
+  print( told, flush=True )' "$dir/manager" >"$dir/heard" &
 manager=$!
 until [ -S "$dir/manager" ]; do sleep 0.05; done
 NOTIFY_SOCKET=$dir/manager WATCHDOG_USEC=2000 serve
+until grep -q WATCHDOG "$dir/heard"; do sleep 0.05; done
 kill -INT "$pid"
 wait "$pid" || fail 'SIGINT ends an agent in order'
 wait "$manager"
