@@ -2,6 +2,7 @@
 
 #include "switch/Operation.h"
 
+#include <array>
 #include <random>
 
 namespace Sim {
@@ -9,6 +10,8 @@ namespace Sim {
 using Vex::String;
 
 namespace {
+
+const String updatesLine = "set floodingHelper.updateSupportedOnCreateEsiData ";
 
 // Few names, so that events meet.
 class Generator {
@@ -28,6 +31,7 @@ private:
   void tag();
   void floodFilter();
   void segment();
+  void wholeSegment();
   void forwarder();
   void remoteLabel();
   void localLabel();
@@ -44,7 +48,10 @@ private:
   String machines();
   void restart();
   void tamper();
-  void follow();
+  void afterStart();
+
+  static constexpr std::array teps{ "DynamicTunnel0.1", "DynamicTunnel0.2", "DynamicTunnel0.3",
+                                    "SrTePolicy0.1",    "SrTePolicy0.4",    "DynamicTunnel14.1" };
 
   uint64_t below( uint64_t n ) { return random_() % n; }
   bool oneIn( uint64_t n ) { return below( n ) == 0; }
@@ -59,10 +66,7 @@ private:
   String port() { return "Ethernet" + number( 1, 4 ); }
   String lagName() { return "Port-Channel" + number( 1, 2 ); }
   String intf() { return oneIn( 2 ) ? lagName() : "Ethernet" + number( 1, 2 ); }
-  String tep() {
-    return any( { "DynamicTunnel0.1", "DynamicTunnel0.2", "DynamicTunnel0.3", "SrTePolicy0.1",
-                  "SrTePolicy0.4", "DynamicTunnel14.1" } );
-  }
+  String tep() { return anyOf( teps ); }
   void add( const String & line ) { lines_.push_back( line ); }
   // Sets a member twice as often as it deletes it.
   void setOrDelete( const String & path, const String & value ) {
@@ -89,6 +93,7 @@ Generator::Generator( uint64_t seed ) : random_( seed ) {
   kind( &Generator::tag, 8 );
   kind( &Generator::floodFilter, 6 );
   kind( &Generator::segment, 3 );
+  kind( &Generator::wholeSegment, 2 );
   kind( &Generator::forwarder, 8 );
   kind( &Generator::remoteLabel, 10 );
   kind( &Generator::localLabel, 4 );
@@ -112,7 +117,7 @@ Lines Generator::lines( size_t events ) {
     add( String( tablesLine ) );
     add( "restart" );
   }
-  follow();
+  afterStart();
   late();
   if ( oneIn( 2 ) ) { // pools that last for some of the tunnels
     add( "set switch.capacity[hwTunnelIdTypeDefault] " + number( 0, 4 ) );
@@ -137,7 +142,7 @@ Lines Generator::lines( size_t events ) {
     }
     if ( oneIn( 120 ) ) {
       add( String( hitlessLine ) );
-      follow();
+      afterStart();
       late();
     }
   }
@@ -190,13 +195,24 @@ void Generator::segment() {
     break;
   case 1:
     if ( updatesEsiData_ ) { // which a chip cannot cease to do while it is at it
-      const bool updates = answersLater_ || oneIn( 2 );
-      add( String( "set floodingHelper.updateSupportedOnCreateEsiData " ) +
-           ( updates ? "true" : "false" ) );
+      add( updatesLine + ( answersLater_ || oneIn( 2 ) ? "true" : "false" ) );
     }
     break;
   default:
     setOrDelete( path + ".sharedEsiLabel", number( 200, 201 ) );
+  }
+}
+
+// What a segment's data needs, as routes tell of it that arrive together.
+void Generator::wholeSegment() {
+  const auto name = intf();
+  const auto path = "evpnStatus.ethernetSegmentStatus[" + name + "]";
+  add( "set evpnStatus.localEsiLabel[" + name + "] 2:" + number( 50, 51 ) );
+  for ( const auto * const each : teps ) {
+    add( "set " + path + ".remoteEsiLabel[" + each + "] " + any( { "2:100", "2:101", "3:100" } ) );
+  }
+  for ( const auto * const vlanId : { "1", "2", "3" } ) {
+    add( "set " + path + ".designatedForwarderTep[" + vlanId + "] " + tep() );
   }
 }
 
@@ -370,7 +386,7 @@ void Generator::tunable() {
 
 void Generator::restart() {
   add( any( { "restart", "restart hitless", "restart hitless" } ) );
-  follow();
+  afterStart();
 }
 
 void Generator::tamper() {
@@ -385,9 +401,12 @@ void Generator::tamper() {
               "set switch.macEntry[00:00:00:00:00:01,1] 9" } ) );
 }
 
-void Generator::follow() {
+void Generator::afterStart() {
   if ( follows_ ) {
     lines_.insert( lines_.end(), followLines.begin(), followLines.end() );
+  }
+  if ( updatesEsiData_ && oneIn( 2 ) ) {
+    add( updatesLine + "true" );
   }
 }
 
