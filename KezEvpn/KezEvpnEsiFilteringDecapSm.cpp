@@ -71,9 +71,11 @@ void EsiFilteringDecapSm::handleInitialized() {
 // looked at come after the ones that may have theirs, and these after the ones that hardware has.
 void EsiFilteringDecapSm::backlogEveryRoute() {
   std::vector< RouteKey > behind;
-  for ( const auto & route : lfibStatus()->route() ) {
-    if ( !standsInHardware( route.routeKey ) ) {
-      behind.push_back( route.routeKey );
+  if ( const auto * const portMaps = esiFilteringDecapHelper()->esiPortMaps() ) {
+    for ( const auto & route : lfibStatus()->route() ) {
+      if ( !standsIn( *portMaps, route.routeKey ) ) {
+        behind.push_back( route.routeKey );
+      }
     }
   }
   for ( const auto & routeKey : lfibTrackingStatus()->routeKeyBacklog() ) {
@@ -92,12 +94,13 @@ void EsiFilteringDecapSm::backlogEveryRoute() {
   }
 }
 
-bool EsiFilteringDecapSm::standsInHardware( const RouteKey & routeKey ) const {
-  const auto * const maps = esiFilteringDecapHelper()->esiPortMaps();
+bool EsiFilteringDecapSm::standsIn(
+    const KezHelper::HwTable< Wire::IntfId, Wire::MplsLabel > & portMaps,
+    const RouteKey & routeKey ) const {
   Explanation damage; // which is told of when the route has its turn
   const auto decision = decide( routeKey, &damage );
-  return maps && decision.lack == Lack::nothing &&
-         maps->find( decision.via.intfId ) == decision.via.label;
+  return decision.lack == Lack::nothing &&
+         portMaps.find( decision.via.intfId ) == decision.via.label;
 }
 
 // Routes that kept a port map are to be looked at again.

@@ -111,7 +111,8 @@ private:
     Mpls::LfibEvpnEthernetSegmentFilterVia via;
   };
   void backlogEveryRoute();
-  bool standsInHardware( const Mpls::RouteKey & routeKey ) const;
+  bool standsIn( const KezHelper::HwTable< Wire::IntfId, Wire::MplsLabel > & portMaps,
+                 const Mpls::RouteKey & routeKey ) const;
   void unprogramOtherViaTypeChanged();
   void makeRoomForBacklog();
   // Damage that is met is said to who asked, else handed to the table's corruption handler.
