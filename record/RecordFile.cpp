@@ -1,27 +1,28 @@
 #include "record/RecordFile.h"
 
+#include "Vex/OwnFile.h"
+
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 namespace Agent {
 
-RecordFile::RecordFile( const Vex::String & name )
-    : name_( name ), file_( open( name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666 ) ) {
-  if ( file_ < 0 ) {
-    throw std::runtime_error( "cannot record to " + name + ": " +
-                              ( errno == EEXIST ? "there is such a file already"
-                                                : Vex::String( std::strerror( errno ) ) ) );
+static Vex::Descriptor newFile( const Vex::String & name ) {
+  auto file = Vex::makeFile( name );
+  if ( file.number() < 0 ) {
+    throw std::runtime_error( "cannot record to " + name + ": there is such a file already" );
   }
+  return file;
 }
+
+RecordFile::RecordFile( const Vex::String & name ) : name_( name ), file_( newFile( name ) ) {}
 
 RecordFile::~RecordFile() {
   next_ = {};
   // What cannot be cut is blank lines.
-  [[maybe_unused]] const int result = ftruncate( file_, static_cast< off_t >( size() ) );
-  close( file_ );
+  [[maybe_unused]] const int result = ftruncate( file_.number(), static_cast< off_t >( size() ) );
 }
 
 void RecordFile::Unmap::operator()( char * window ) const {
@@ -36,7 +37,8 @@ void RecordFile::fail( std::string_view what ) const {
 Vex::String RecordFile::text() const {
   Vex::String text( size(), '\n' );
   for ( size_t at = 0; at < text.size(); ) {
-    const auto got = pread( file_, text.data() + at, text.size() - at, static_cast< off_t >( at ) );
+    const auto got =
+        pread( file_.number(), text.data() + at, text.size() - at, static_cast< off_t >( at ) );
     if ( got <= 0 ) {
       fail( "read" );
     }
@@ -48,15 +50,15 @@ Vex::String RecordFile::text() const {
 RecordFile::Window RecordFile::windowAt( size_t begin ) {
   static const Vex::String lineEnds( windowSize, '\n' );
   while ( filled_ < begin + windowSize ) {
-    const auto written = pwrite( file_, lineEnds.data(), begin + windowSize - filled_,
+    const auto written = pwrite( file_.number(), lineEnds.data(), begin + windowSize - filled_,
                                  static_cast< off_t >( filled_ ) );
     if ( written <= 0 ) {
       fail( "write" );
     }
     filled_ += static_cast< size_t >( written );
   }
-  void * const mapped = mmap( nullptr, windowSize, PROT_READ | PROT_WRITE, MAP_SHARED, file_,
-                              static_cast< off_t >( begin ) );
+  void * const mapped = mmap( nullptr, windowSize, PROT_READ | PROT_WRITE, MAP_SHARED,
+                              file_.number(), static_cast< off_t >( begin ) );
   if ( mapped == MAP_FAILED ) {
     fail( "write" );
   }

@@ -5,7 +5,7 @@
 // while the one before is in use: fresh pages cost more than what is written to them.
 #pragma once
 
-#include "Vex/Text.h"
+#include "Vex/Descriptor.h"
 
 #include <future>
 #include <memory>
@@ -41,7 +41,7 @@ private:
   void windowIs( size_t begin, Window window );
 
   const Vex::String name_;
-  int file_ = -1;
+  const Vex::Descriptor file_;
   size_t begin_ = 0;  // of the window, in the file
   size_t used_ = 0;   // of the window
   size_t filled_ = 0; // of the file; windowAt's, which is never under way twice

@@ -2,6 +2,7 @@
 
 #include "Ringlog/Ring.h"
 #include "Ringlog/Ticks.h"
+#include "Vex/OwnFile.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -51,13 +52,9 @@ double measureTicksPerSecond() {
 } // namespace
 
 void checkReplaceable( const Vex::String & path, const Descriptor & own ) {
-  // Not to be kept waiting by a pipe.
-  const Descriptor file( open( path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK ) );
+  const auto file = Vex::openOwnFile( path );
   if ( file.number() < 0 ) {
-    if ( errno == ENOENT ) {
-      return;
-    }
-    throwSystemError( "cannot open " + path );
+    return;
   }
   struct stat status {};
   if ( fstat( file.number(), &status ) != 0 ) {
@@ -89,7 +86,7 @@ RingFile::RingFile( const Vex::String & path, size_t bytes ) {
     // All of it now: a full disk is an error here and a signal later.
     errno = posix_fallocate( file.number(), 0, static_cast< off_t >( header_.fileSize ) );
     void * memory = MAP_FAILED;
-    if ( errno == 0 && fchmod( file.number(), 0644 ) == 0 &&
+    if ( errno == 0 && fchmod( file.number(), Vex::fileMode() ) == 0 &&
          flock( lock_.number(), LOCK_EX | LOCK_NB ) == 0 ) {
       memory = mmap( nullptr, header_.fileSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE,
                      file.number(), 0 );

@@ -1,5 +1,7 @@
 #include "Rook/TableFile.h"
 
+#include "Vex/OwnFile.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -49,11 +51,7 @@ TableFile::TableFile( const String & name, const Description & description )
 }
 
 TableFile TableFile::write( const String & path, const Description & description ) {
-  TableFile table(
-      path, Descriptor( open( path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644 ) ) );
-  if ( table.file_.number() < 0 ) {
-    throwSystemError( "cannot open " + path );
-  }
+  TableFile table( path, Vex::openOrMakeOwnFile( path ) );
   if ( flock( table.file_.number(), LOCK_EX | LOCK_NB ) != 0 ) {
     if ( errno != EWOULDBLOCK ) {
       throwSystemError( "cannot lock " + path );
