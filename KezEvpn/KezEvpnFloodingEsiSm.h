@@ -2,7 +2,7 @@
 // segment's interface, for every VLAN of which another switch is designated forwarder: the tunnel
 // to that switch, the ESI label that it advertised, and the label that this switch did.
 //
-// Reads EvpnStatus::ethernetSegmentStatus and ::localEsiLabel, EvpnLagMemberInfo and
+// Reads `ethernetSegmentStatus` and `localEsiLabel` of EvpnStatus, EvpnLagMemberInfo and
 // TunnelIdToHwTunnelIdMapping; calls the flooding helper. Nothing is programmed until all of them
 // are there. A pair moves on from mapped (`intfVlanSet`) over tunnel known (`intfVlanTunnel`) and
 // label known (`intfVlanTunnelLabel`) to programmed (`esiStatus`); an input that goes away moves it

@@ -168,6 +168,7 @@ template< class Key, class Data > struct AuditedSides {
   bool writesOver = false; // what hardware has otherwise than on record, by the next try
 };
 
+// A table of hardware that an audit goes round.
 template< class Key, class Data > class AuditedTable final : public AuditPart {
 public:
   explicit AuditedTable( AuditedSides< Key, Data > sides )

@@ -24,6 +24,7 @@ struct PortVlanKey {
   VEX_VALUE( PortVlanKey, "KezHelper::PortVlanKey", parentIntfId, memberIntfId, vlanId )
 };
 
+// What a port of a segment has for floods to its designated forwarder.
 struct EsiData {
   Tunnel::TunnelTable::TunnelId tunnelId;
   Kez::HwTunnelId hwTunnelId;

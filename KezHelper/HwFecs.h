@@ -9,6 +9,7 @@
 
 namespace KezHelper {
 
+// What hardware has of a FEC.
 struct HwFec {
   bool sharesOut = false; // among its vias, of which another kind has one
   Rook::Fib::FecVias via;

@@ -14,6 +14,7 @@ template< class K, class D > class HwTable {
 public:
   using Key = K;
   using Data = D;
+  // A key of the table and what stands under it.
   struct Entry {
     Key key;
     Data data;

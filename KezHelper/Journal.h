@@ -36,6 +36,7 @@ template< class Data > struct JournalNoted {
 
 } // namespace Detail
 
+// A table of the journal: what a chip was programmed with, in a file that outlives the process.
 template< class Key, class Data > class JournalTable final : public HwTable< Key, Data > {
   using Base = HwTable< Key, Data >;
 

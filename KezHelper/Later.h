@@ -22,6 +22,7 @@
 
 namespace KezHelper {
 
+// Who hears of a chip's answers.
 template< class Key, class Answer > class LateAnswers {
 public:
   virtual ~LateAnswers() = default;

@@ -25,6 +25,7 @@ public:
   virtual std::unique_ptr< Walk > walk() const = 0;
 };
 
+// A view on a collection, of which a member may have several entries.
 template< class Key, class Data, class Range >
 class TableViewOf final : public TableView< Key, Data > {
   using Base = TableView< Key, Data >;

@@ -12,6 +12,7 @@ namespace KezShell {
 
 VEX_ENUM( Role, "KezShell::Role", input, output, machine, hardware, runtime )
 
+// An entity that paths begin with.
 struct Root {
   Role role;
   Vex::Ptr< Vex::Entity > entity; // has a name

@@ -26,6 +26,7 @@ namespace KezShell {
 // during which the host does nothing else.
 VEX_ENUM( Effect, "KezShell::Effect", none, changes, waits )
 
+// A command, and what the shell knows of it before it runs.
 struct Command {
   Vex::String name;
   Vex::String arguments;

@@ -12,6 +12,7 @@ namespace Switch {
 // What a service label was advertised for: frames to be flooded, or those to known hosts.
 VEX_ENUM( LabelUse, "Switch::LabelUse", flood, unicast )
 
+// What frames from tunnels under a label are for.
 struct ServiceLabel {
   Bridging::VlanId vlanId;
   LabelUse use = LabelUse::flood;

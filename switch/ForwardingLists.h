@@ -23,6 +23,7 @@ struct CopyOrStop {
 CopyOrStop overVia( const SimulatedSwitch & hardware, uint64_t hwFecId, const HwFec & fec,
                     size_t index );
 
+// The ways out of a VLAN, as its tables have them.
 class VlanLists {
 public:
   // A port of an interface: how it is left, and what stops floods there; what is not mapped

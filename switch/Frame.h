@@ -87,6 +87,7 @@ VEX_ENUM( StopReason, "Switch::StopReason", noVlanForTag, noVlan, memberDoesNotR
           unknownLabel, foreignEsiLabel, cameFromThere, nonDfPort, esiPortMap, notMapped,
           noSendingMember, noFec, noHwTunnelId, noTunnel, unknownHost, fromTunnelToTunnel )
 
+// A port as a member of a LAG.
 struct LagMemberKey {
   Wire::IntfId lag;
   Wire::IntfId port;

@@ -36,6 +36,7 @@ struct SwitchCall {
 // Printed as "createVlan 10 dot1q 110 -> notProgrammed as planned"; " -> done" is left out.
 void appendText( Vex::TextBuffer & out, const SwitchCall & call );
 
+// Who hears of the calls of a simulated switch.
 class SwitchListener {
 public:
   virtual ~SwitchListener() = default;

@@ -18,6 +18,7 @@
 
 namespace Kez {
 
+// A machine's reactor on one flood set, which hears of its destinations.
 template< class Sm > class FloodSetReactor : public Vex::MemberReactor< Sm, L2Rib::FloodSet > {
 public:
   FloodSetReactor( Sm & sm, Wire::EthAddr mac, Bridging::VlanId vlanId )
@@ -42,6 +43,7 @@ private:
   const Bridging::VlanId vlanId_;
 };
 
+// A machine's reactor on the flood sets of a VLAN; it has a `VlanMember` on each of them.
 template< class Sm, class VlanMember >
 class VlanFloodSetReactor : public Vex::MemberReactor< Sm, L2Rib::VlanFloodSet > {
 public:

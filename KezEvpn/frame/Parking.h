@@ -29,6 +29,8 @@ enum class Retry {
   byMachine  // when the machine says; it must, before its task's run ends
 };
 
+// When a machine's parked keys are tried again, where a review that yielded goes on, and what it
+// traces.
 struct ParkingPolicy {
   Retry retry;
   Resume resume;

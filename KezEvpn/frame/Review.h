@@ -38,6 +38,7 @@ enum class Resume {
   behindBookmark // likewise, but behind it if it has left
 };
 
+// The task of a machine that goes through keys, as many in a run as the scheduler lets it.
 template< class Key > class ReviewTask : public Loom::Task {
   VEX_ENTITY( ReviewTask, "Kez::ReviewTask", Loom::Task )
   VEX_ATTRIBUTE( 60, bookmark, std::optional< Key > )

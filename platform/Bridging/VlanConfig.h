@@ -19,12 +19,14 @@ class VlanConfig : public Vex::Entity {
   VEX_ATTRIBUTES( intf )
 };
 
+// The VLANs that are configured.
 class Config : public Vex::Entity {
   VEX_ENTITY( Config, "Bridging::Config" )
   VEX_ENTITIES( 1, vlanConfig, VlanConfig )
   VEX_ATTRIBUTES( vlanConfig )
 };
 
+// The interfaces of a VLAN that are up in it, and whether each forwards.
 class VlanStatus : public Vex::Entity {
   VEX_ENTITY( VlanStatus, "Bridging::VlanStatus" )
   VEX_KEY( VlanStatus, vlanId, VlanId )
@@ -32,6 +34,7 @@ class VlanStatus : public Vex::Entity {
   VEX_ATTRIBUTES( vlanPortStatus )
 };
 
+// The status of all VLANs.
 class VlanStatusDir : public Vex::Entity {
   VEX_ENTITY( VlanStatusDir, "Bridging::VlanStatusDir" )
   VEX_ENTITIES( 1, vlanStatus, VlanStatus )

@@ -17,6 +17,7 @@ public:
   static constexpr std::string_view vexExpected = "a VLAN id, 1 to 4094";
 };
 
+// A VLAN's id or tag, 1 to 4094, or 0 for none. Others raise Vex::RangeError.
 class VlanIdOrNone : public Vex::WordValue< VlanIdOrNone, uint16_t > {
 public:
   constexpr VlanIdOrNone( uint32_t value = 0 ) : WordValue( checked( value ) ) {}

@@ -47,6 +47,7 @@ class EvpnStatus : public Vex::Entity {
                   localEsiLabel )
 };
 
+// What is configured of EVPN over MPLS as a whole.
 class MplsConfig : public Vex::Entity {
   VEX_ENTITY( MplsConfig, "Evpn::MplsConfig" )
   // A VLAN whose EVPN service has no dot1q tag is tagged with its own id.

@@ -8,6 +8,7 @@
 
 namespace Kez {
 
+// A LAG's member ports, and what each may do.
 class LagInfo : public Vex::Entity {
   VEX_ENTITY( LagInfo, "Kez::LagInfo" )
   VEX_KEY( LagInfo, intfId, Wire::IntfId )
@@ -15,6 +16,7 @@ class LagInfo : public Vex::Entity {
   VEX_ATTRIBUTES( member )
 };
 
+// The LAGs that are configured.
 class LagCreatorConfigDir : public Vex::Entity {
   VEX_ENTITY( LagCreatorConfigDir, "Kez::LagCreatorConfigDir" )
   VEX_ENTITIES( 1, lagConfig, LagInfo )

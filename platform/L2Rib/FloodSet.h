@@ -20,6 +20,7 @@ class FloodSet : public Vex::Entity {
   VEX_ATTRIBUTES( floodSetType, destSet )
 };
 
+// The flood sets of a VLAN, by the address of the frames that they are for.
 class VlanFloodSet : public Vex::Entity {
   VEX_ENTITY( VlanFloodSet, "L2Rib::VlanFloodSet" )
   VEX_KEY( VlanFloodSet, vlanId, Bridging::VlanId )
@@ -27,6 +28,7 @@ class VlanFloodSet : public Vex::Entity {
   VEX_ATTRIBUTES( floodSet )
 };
 
+// The flood sets of all VLANs.
 class FloodSetOutput : public Vex::Entity {
   VEX_ENTITY( FloodSetOutput, "L2Rib::FloodSetOutput" )
   // What the flood sets come from, as their producer calls itself.

@@ -74,6 +74,7 @@ VEX_ENUM( ChainLack, "L2Rib::ChainLack", nothing, object, ambiguous, loop, tooLo
 
 // What is walked from an object to destinations.
 struct Chain {
+  // A way to its end.
   struct Path {
     Wire::MplsLabel label; // none if neither a label object nor an MPLS destination gives one
     Dest dest;

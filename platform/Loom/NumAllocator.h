@@ -20,6 +20,7 @@ struct Range {
   VEX_VALUE( Range, "Loom::Range", min, max )
 };
 
+// Which numbers there are, and how long one rests before it is given again.
 class NumAllocatorConfig : public Vex::Entity {
   VEX_ENTITY( NumAllocatorConfig, "Loom::NumAllocatorConfig" )
   VEX_COMPUTED( 1, range, Range )
@@ -44,6 +45,7 @@ struct NumAllocatorCounts {
   VEX_VALUE( NumAllocatorCounts, "Loom::NumAllocatorCounts", used, resting, fresh )
 };
 
+// How many numbers are in use, rest and are free.
 class NumAllocatorStatus : public Vex::Entity {
   VEX_ENTITY( NumAllocatorStatus, "Loom::NumAllocatorStatus" )
   VEX_ATTRIBUTE( 1, counts, NumAllocatorCounts ) // as one value, so that they always add up

@@ -31,6 +31,7 @@ public:
   static constexpr std::string_view vexExpected = "a FEC id, a whole number of 64 bits";
 };
 
+// A way out: an interface, and the label that a frame leaves it under.
 struct FecVia {
   Wire::IntfId intfId;
   Wire::MplsLabel mplsLabel;

@@ -80,12 +80,14 @@ private:
 void appendText( Vex::TextBuffer & out, const LfibViaKeys & keys );
 void parseText( Vex::TextCursor & in, LfibViaKeys & keys );
 
+// A route of the label table: its labels, and the set of vias that it leads to.
 struct LfibRoute {
   RouteKey routeKey;
   uint32_t viaSetId = 0;
   VEX_VALUE( LfibRoute, "Mpls::LfibRoute", routeKey, viaSetId )
 };
 
+// The vias of routes, in order.
 struct LfibViaSet {
   uint32_t viaSetId = 0;
   LfibViaKeys viaKeys;

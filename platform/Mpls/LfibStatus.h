@@ -21,6 +21,7 @@ public:
   explicit LfibStatus( const Vex::String & name );
 };
 
+// Who publishes routes tells here which have changed.
 class LfibTrackingStatus : public Vex::Entity {
   VEX_ENTITY( LfibTrackingStatus, "Mpls::LfibTrackingStatus" )
   // The routes that have changed in any way, until they are dealt with.
@@ -28,6 +29,7 @@ class LfibTrackingStatus : public Vex::Entity {
   VEX_ATTRIBUTES( routeKeyBacklog )
 };
 
+// The routes that hardware does not have, and why.
 class LfibHwStatus : public Vex::Entity {
   VEX_ENTITY( LfibHwStatus, "Mpls::LfibHwStatus" )
   VEX_TABLE( 1, unprogrammedRoute, RouteInfo, routeKey )

@@ -32,6 +32,7 @@ constexpr size_t headerSize = 4096;
 constexpr size_t headerCopies[] = { 0, 2048 };
 constexpr size_t progressOffset = 1024;
 
+// How far the writer has come.
 struct Progress {
   std::atomic< uint64_t > tableWords; // of the call-site table that are committed
   std::atomic< uint64_t > lostRecords;

@@ -9,6 +9,7 @@
 
 namespace Rook {
 
+// What becomes of damage that a table's reader or writer meets.
 class CorruptionHandling {
 public:
   using CorruptionHandler = std::function< void( const Corruption & ) >;

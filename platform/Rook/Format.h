@@ -47,6 +47,7 @@ using Bucket = std::atomic< uint32_t >;
 static_assert( Word::is_always_lock_free && sizeof( Word ) == 8 );
 static_assert( Bucket::is_always_lock_free && sizeof( Bucket ) == 4 );
 
+// What a table's file begins with.
 struct Header {
   uint64_t magic;
   uint64_t layoutVersion;

@@ -54,6 +54,7 @@ public:
     return all[ 0 ] & slotMask_;
   }
 
+  // Where a record's bucket is, or would be.
   struct Found {
     uint32_t bucket; // the record's
     bool found = false;

@@ -12,6 +12,7 @@
 namespace Rook {
 
 template< auto keyField > struct RecordOf;
+// Records of a table whose key is one of their fields.
 template< Vex::Composite R, class K, K R::*keyField > struct RecordOf< keyField > {
   static_assert( std::is_trivially_copyable_v< R > && alignof( R ) <= alignof( uint64_t ) );
   using Record = R;

@@ -16,6 +16,7 @@
 
 namespace Rook {
 
+// An entity's table, and how often it told of changes.
 template< auto keyField > class TableStorage : public Table< keyField > {
 public:
   uint64_t notifications = 0;

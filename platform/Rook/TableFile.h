@@ -40,6 +40,7 @@ struct Description {
   Vex::String fields;
 };
 
+// What a slot's words say of its record.
 struct SlotState {
   uint64_t version = 0;
   uint64_t birth = 0; // in the form that Format has for it

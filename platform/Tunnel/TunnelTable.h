@@ -6,6 +6,7 @@
 
 namespace Tunnel::TunnelTable {
 
+// A tunnel's id: its type above its index.
 class TunnelId : public Vex::WordValue< TunnelId, uint64_t > {
 public:
   // The range of the tunnel ids that dynamic tunnel interfaces lead to.

@@ -52,11 +52,13 @@
 
 namespace Vex {
 
+// An attribute's id, which tells the type of the keys that reactors are handed.
 template< class Key > struct AttrRef {
   AttrId id;
   constexpr operator AttrId() const { return id; }
   static const Key & key( const void * key ) { return *static_cast< const Key * >( key ); }
 };
+// Of an attribute without keys.
 template<> struct AttrRef< void > {
   AttrId id;
   constexpr operator AttrId() const { return id; }

@@ -45,6 +45,7 @@ template< class Key, class Value = NoValue > class Collection {
       std::is_trivially_copyable_v< Key > && std::is_trivially_copyable_v< Value >;
 
 public:
+  // A key and what stands under it.
   template< class Given > struct MemberOf {
     Key key;
     [[no_unique_address]] Given value;

@@ -11,6 +11,7 @@ namespace Vex {
 template< AttrId id > struct AttrTag { static_assert( id < 64, "attribute ids are 0 to 63" ); };
 struct NoAttr {};
 
+// The base that VEX_ENTITY names, or Vex::Entity.
 template< class Base = Entity > struct EntityBase { using type = Base; };
 
 template< class C, AttrId id > constexpr bool declaresAttribute() {

@@ -51,6 +51,7 @@ template< class C, auto storage > struct StorageOf {
 };
 
 inline constexpr AttributeKind valueKind{ "value" };
+// One value.
 template< class C, auto storage > class ValueType : public AttributeType {
   using Storage = StorageOf< C, storage >;
   using T = typename Storage::Type::Declared;
@@ -78,6 +79,7 @@ private:
 };
 
 inline constexpr AttributeKind computedKind{ "computed" };
+// A value that is computed when it is asked for.
 template< class C, class T > class ComputedType : public AttributeType {
 public:
   ComputedType( std::string_view name, AttrId id, T ( C::*read )() const )
@@ -93,6 +95,7 @@ private:
   T ( C::*read_ )() const;
 };
 
+// A reference to another entity.
 template< class C, auto storage > class ReferenceType : public AttributeType {
   using Storage = StorageOf< C, storage >;
   using T = std::remove_cvref_t< decltype( *std::declval< typename Storage::Type >() ) >;
@@ -190,6 +193,7 @@ public:
 };
 
 inline constexpr AttributeKind setKind{ "set" };
+// What reflection is told of a set, and so on for each kind of attribute.
 template< class C, auto storage > class SetType : public ErasableType< C, storage > {
   using typename KeyedType< C, storage >::Storage;
   using typename KeyedType< C, storage >::Key;
@@ -210,6 +214,7 @@ private:
 };
 
 inline constexpr AttributeKind mapKind{ "map" };
+// A map.
 template< class C, auto storage > class MapType : public ErasableType< C, storage > {
 protected:
   using typename KeyedType< C, storage >::Storage;
@@ -238,6 +243,7 @@ private:
 };
 
 inline constexpr AttributeKind counterKind{ "counter" };
+// A map of counts.
 template< class C, auto storage > class CounterType : public MapType< C, storage > {
 public:
   CounterType( std::string_view name, AttrId id, Access access )
@@ -245,6 +251,7 @@ public:
 };
 
 inline constexpr AttributeKind queueKind{ "queue" };
+// A map whose members stand in the order in which they came.
 template< class C, auto storage > class QueueType : public MapType< C, storage > {
 public:
   QueueType( std::string_view name, AttrId id, Access access )
@@ -252,6 +259,7 @@ public:
 };
 
 inline constexpr AttributeKind entitiesKind{ "entities" };
+// A collection of entities that their owner owns.
 template< class C, auto storage > class EntitiesType : public ErasableType< C, storage > {
   using typename KeyedType< C, storage >::Storage;
   using typename KeyedType< C, storage >::Key;
@@ -275,6 +283,7 @@ private:
   }
 };
 
+// The reactors that a machine has on members of an entity.
 template< class C, auto storage > class ReactorsType : public KeyedType< C, storage > {
   using typename KeyedType< C, storage >::Storage;
   using typename KeyedType< C, storage >::Key;

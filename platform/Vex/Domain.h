@@ -45,6 +45,7 @@ struct Interval {
   }
 };
 
+// From 0 to 1.
 struct Probability {
   using Value = double;
   static constexpr double vexLowest = 0;
@@ -52,6 +53,7 @@ struct Probability {
   static constexpr std::string_view vexTypeName() { return "a probability, 0 to 1"; }
 };
 
+// A whole number above 0.
 struct PositiveCount {
   using Value = uint64_t;
   static constexpr uint64_t vexLowest = 1;

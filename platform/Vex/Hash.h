@@ -128,6 +128,7 @@ struct ContainerHash {
   constexpr uint32_t neighbour() const { return ( word >> neighbourShift ) & neighbourMask; }
 };
 
+// What the words of a key's fields are multiplied by.
 struct HashMultipliers {
   uint64_t before; // of fields before the last
   uint64_t last;   // of the last field, or the only one

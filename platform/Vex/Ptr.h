@@ -24,6 +24,7 @@ inline bool threadSafePtrs() {
 }
 void threadSafePtrsIs( bool on );
 
+// An object that counts the references to it, and goes with the last.
 class PtrInterface {
 public:
   PtrInterface() = default;

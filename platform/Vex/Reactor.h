@@ -66,6 +66,7 @@ private:
   bool markedForDeletion_ = false;
 };
 
+// A machine, as the owner of the reactors that tell it of its inputs.
 class ReactorOwner {
 public:
   ReactorOwner() = default;

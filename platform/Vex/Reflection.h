@@ -72,6 +72,7 @@ struct DescribedType {
   TextForm form;
 };
 
+// What is known of an attribute, and a door to it by the texts of its keys and values.
 class AttributeType {
 public:
   AttributeType( std::string_view name, AttrId id, AttributeKind kind, Access access,
@@ -134,6 +135,7 @@ protected:
   [[noreturn]] void unsupported( const char * operation ) const;
 };
 
+// What an operation takes.
 struct Parameter {
   std::string_view name;
   std::string_view type;
@@ -161,6 +163,7 @@ protected:
 using Operations = std::vector< std::shared_ptr< const OperationType > >;
 Operations joined( Operations base, const Operations & own );
 
+// What is known of a class of entities: its name, its attributes and operations.
 class EntityType {
 public:
   // The base's attributes come first. `operations` outlive the type.

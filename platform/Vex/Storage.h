@@ -94,6 +94,7 @@ protected:
   Collection< K, V > members_;
 };
 
+// The members of a set.
 template< class K > class SetStorage : public KeyedStorage< K, NoValue > {
 public:
   void is( const Entity & owner, AttrId id, Arg< K > key, bool present ) {
@@ -105,6 +106,7 @@ public:
   }
 };
 
+// The members of a map.
 template< class K, class V > class MapStorage : public KeyedStorage< K, V > {
 public:
   using Value = V;

@@ -26,6 +26,7 @@
 
 namespace Vex {
 
+// A field of a composite value, and its name.
 template< class C, class T > struct Field {
   using Type = T;
   std::string_view name;

@@ -74,6 +74,7 @@ void appendText( Vex::TextBuffer & out, IntfId intfId );
 void parseText( Vex::TextCursor & in, IntfId & intfId );
 std::ostream & operator<<( std::ostream & out, IntfId intfId );
 
+// LAGs: "Port-Channel" and a number.
 struct PortChannelIntfId {
   static constexpr bool isPortChannelIntfId( IntfId intfId ) {
     return intfId.kind() == IntfId::Kind::portChannel;
@@ -98,6 +99,7 @@ struct DynamicTunnelIntfId {
   static IntfId intfId( Tunnel::TunnelTable::TunnelId tunnelId );
 };
 
+// Interfaces of segment routing policies.
 struct FecIdIntfId {
   static constexpr bool isSrTePolicyIntfId( IntfId intfId ) {
     return intfId.kind() == IntfId::Kind::srTePolicy;

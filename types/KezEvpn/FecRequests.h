@@ -48,6 +48,7 @@ private:
 void appendText( Vex::TextBuffer & out, const HwTunnelIds & ids );
 void parseText( Vex::TextCursor & in, HwTunnelIds & ids );
 
+// The hardware tunnel ids of a FEC's vias, in their order.
 struct HwFecIdRequest {
   Rook::Fib::FecId fecId;
   HwTunnelIds hwTunnelId;
@@ -61,6 +62,7 @@ struct HwFecIdResponse {
   VEX_VALUE( HwFecIdResponse, "Kez::HwFecIdResponse", hwFecId, l2IntfId )
 };
 
+// The FECs that machines ask hardware for, and what their vias lead over.
 class FecIdToHwFecIdRequest : public MachineState {
   VEX_ENTITY( FecIdToHwFecIdRequest, "Kez::FecIdToHwFecIdRequest" )
   VEX_MAP( 1, fec, Rook::Fib::FecId, Rook::Fib::Fec )

@@ -22,6 +22,8 @@ struct VlanMacDest {
   Bridging::MacVlanPair macVlanPair() const { return { macAddr, vlanId }; }
 };
 
+// A path: a tunnel and the label under which frames go over it, in a VLAN of its own where the
+// tunnel's type asks for that.
 struct MplsFloodSetVia {
   Tunnel::TunnelTable::TunnelId tunnelId;
   Wire::MplsLabel label;
@@ -36,6 +38,7 @@ struct MplsDestHwInfo {
   VEX_VALUE( MplsDestHwInfo, "Kez::MplsDestHwInfo", hwIdForTunnelProgramming, l2IntfId )
 };
 
+// A destination of a flood set as hardware is configured with it.
 struct MplsDestConfig {
   Tunnel::TunnelTable::TunnelId tunnelId;
   Wire::MplsLabel label;
@@ -62,6 +65,7 @@ MplsFloodSetVia mplsFloodSetVia( const VlanMacDest & dest );
 
 // --- Published status
 
+// What hardware is configured with for a flood set.
 class VlanFloodSetConfig : public MachineState {
   VEX_ENTITY( VlanFloodSetConfig, "Kez::VlanFloodSetConfig" )
   VEX_KEY( VlanFloodSetConfig, macVlanPair, Bridging::MacVlanPair )
@@ -87,6 +91,7 @@ class VlanFloodSetStatus : public Vex::Entity {
 };
 Vex::Ptr< VlanFloodSetStatus > vlanFloodSetStatusFactory( const Bridging::MacVlanPair & key );
 
+// What hardware has of all flood sets.
 class EvpnVlanFloodSetHwStatus : public Vex::Entity {
   VEX_ENTITY( EvpnVlanFloodSetHwStatus, "Kez::EvpnVlanFloodSetHwStatus" )
   VEX_ENTITIES( 1, status, VlanFloodSetStatus )
@@ -94,6 +99,7 @@ class EvpnVlanFloodSetHwStatus : public Vex::Entity {
 };
 Vex::Ptr< EvpnVlanFloodSetHwStatus > evpnVlanFloodSetHwStatusFactory();
 
+// What hardware gave for each path.
 class HwInfoMapping : public MachineState {
   VEX_ENTITY( HwInfoMapping, "Kez::HwInfoMapping" )
   VEX_MAP( 1, mapping, MplsFloodSetVia, MplsDestHwInfo )
@@ -103,6 +109,7 @@ Vex::Ptr< HwInfoMapping > hwInfoMappingFactory();
 
 // --- Private state
 
+// The flood-set destinations over a tunnel.
 class TunnelVlanMacDestSet : public MachineState {
   VEX_ENTITY( TunnelVlanMacDestSet, "Kez::TunnelVlanMacDestSet" )
   VEX_KEY( TunnelVlanMacDestSet, tunnelId, Tunnel::TunnelTable::TunnelId )
@@ -110,6 +117,7 @@ class TunnelVlanMacDestSet : public MachineState {
   VEX_ATTRIBUTES( vlanMacDestSet )
 };
 
+// The flood-set destinations over a path.
 class MplsFloodSetViaToVlanMacDestSet : public MachineState {
   VEX_ENTITY( MplsFloodSetViaToVlanMacDestSet, "Kez::MplsFloodSetViaToVlanMacDestSet" )
   VEX_KEY( MplsFloodSetViaToVlanMacDestSet, mplsFloodSetVia, MplsFloodSetVia )
@@ -117,6 +125,7 @@ class MplsFloodSetViaToVlanMacDestSet : public MachineState {
   VEX_ATTRIBUTES( vlanMacDestSet )
 };
 
+// The paths over a tunnel.
 class TunnelIdToMplsFloodSetVia : public MachineState {
   VEX_ENTITY( TunnelIdToMplsFloodSetVia, "Kez::TunnelIdToMplsFloodSetVia" )
   VEX_KEY( TunnelIdToMplsFloodSetVia, tunnelId, Tunnel::TunnelTable::TunnelId )

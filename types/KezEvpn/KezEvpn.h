@@ -14,18 +14,21 @@ namespace Kez {
 
 // --- Values
 
+// An interface in a VLAN.
 struct IntfVlanKey {
   Wire::IntfId intfId;
   Bridging::VlanId vlanId = 1;
   VEX_VALUE( IntfVlanKey, "Kez::IntfVlanKey", intfId, vlanId )
 };
 
+// An interface and a tunnel.
 struct IntfTunnelKey {
   Wire::IntfId intfId;
   Tunnel::TunnelTable::TunnelId tunnelId;
   VEX_VALUE( IntfTunnelKey, "Kez::IntfTunnelKey", intfId, tunnelId )
 };
 
+// An interface in a VLAN, and a tunnel.
 struct IntfVlanTunnelKey {
   Wire::IntfId intfId;
   Bridging::VlanId vlanId = 1;
@@ -80,6 +83,7 @@ class EvpnVlanMemberInfo : public MachineState {
   VEX_ATTRIBUTES( member )
 };
 
+// The member interfaces of every VLAN that has any.
 class EvpnVlanStatus : public MachineState {
   VEX_ENTITY( EvpnVlanStatus, "Kez::EvpnVlanStatus" )
   VEX_ENTITIES( 1, vlanStatus, EvpnVlanMemberInfo )
@@ -106,6 +110,7 @@ Vex::Ptr< EvpnRemoteInfo > evpnRemoteInfoFactory();
 
 // --- Private state
 
+// The VLANs of an interface.
 class IntfVlanSet : public MachineState {
   VEX_ENTITY( IntfVlanSet, "Kez::IntfVlanSet" )
   VEX_KEY( IntfVlanSet, intfId, Wire::IntfId )
@@ -113,6 +118,7 @@ class IntfVlanSet : public MachineState {
   VEX_ATTRIBUTES( vlanId )
 };
 
+// The interfaces of a VLAN.
 class VlanIntfSet : public MachineState {
   VEX_ENTITY( VlanIntfSet, "Kez::VlanIntfSet" )
   VEX_KEY( VlanIntfSet, vlanId, Bridging::VlanId )
@@ -120,6 +126,7 @@ class VlanIntfSet : public MachineState {
   VEX_ATTRIBUTES( intfId )
 };
 
+// The tunnels of an interface.
 class IntfTunnelSet : public MachineState {
   VEX_ENTITY( IntfTunnelSet, "Kez::IntfTunnelSet" )
   VEX_KEY( IntfTunnelSet, intfId, Wire::IntfId )
@@ -127,6 +134,7 @@ class IntfTunnelSet : public MachineState {
   VEX_ATTRIBUTES( tunnelId )
 };
 
+// The pairs of an interface and a VLAN whose traffic goes over a tunnel.
 class TunnelIntfVlanSet : public MachineState {
   VEX_ENTITY( TunnelIntfVlanSet, "Kez::TunnelIntfVlanSet" )
   VEX_KEY( TunnelIntfVlanSet, tunnelId, Tunnel::TunnelTable::TunnelId )
@@ -134,6 +142,7 @@ class TunnelIntfVlanSet : public MachineState {
   VEX_ATTRIBUTES( intfVlan )
 };
 
+// The VLANs of an interface whose traffic goes over a tunnel.
 class IntfTunnelVlanSet : public MachineState {
   VEX_ENTITY( IntfTunnelVlanSet, "Kez::IntfTunnelVlanSet" )
   VEX_KEY( IntfTunnelVlanSet, intfTunnel, IntfTunnelKey )

@@ -81,6 +81,7 @@ private:
   HostSet hosts_;
 };
 
+// The chains that lead over an object.
 class ObjectChains : public MachineState {
   VEX_ENTITY( ObjectChains, "Kez::ObjectChains" )
   VEX_KEY( ObjectChains, object, L2Rib::ObjectId )
@@ -88,6 +89,7 @@ class ObjectChains : public MachineState {
   VEX_ATTRIBUTES( chain )
 };
 
+// The chains that lead over a tunnel.
 class TunnelChains : public MachineState {
   VEX_ENTITY( TunnelChains, "Kez::TunnelChains" )
   VEX_KEY( TunnelChains, tunnelId, Tunnel::TunnelTable::TunnelId )
