@@ -29,11 +29,9 @@ constexpr MetricFamily parked{ "kez_machine_parked", gauge, "",
                                "Keys of a machine that wait for another try." };
 constexpr MetricFamily refused{ "kez_machine_refused", gauge, "",
                                 "Keys of a machine that hardware refused when last tried." };
-constexpr MetricFamily oldestRefusal{
-  "kez_machine_oldest_refusal_seconds", gauge, "seconds",
-  "Since when hardware refuses the key that it refuses longest, "
-  "0 for none."
-};
+constexpr MetricFamily oldestRefusal{ "kez_machine_oldest_refusal_seconds", gauge, "seconds",
+                                      "Time since the first refusal of the key that hardware "
+                                      "refuses longest, 0 for none." };
 constexpr MetricFamily retries{ "kez_machine_retries", counter, "",
                                 "Tries of parked keys by a machine's reviews." };
 constexpr MetricFamily taskRuns{ "kez_task_runs", counter, "",
