@@ -5,6 +5,9 @@
 #include "Rook/TableWriter.h"
 #include "Vex/Clock.h"
 #include "Vex/FatalEnd.h"
+#include "Vex/WholeFile.h"
+#include "agent/EndingSignal.h"
+#include "agent/MetricsFile.h"
 #include "agent/Options.h"
 #include "agent/Serve.h"
 #include "agent/Session.h"
@@ -104,8 +107,7 @@ public:
     if ( name_.empty() ) {
       return;
     }
-    file_.open( name_ );
-    check();
+    const Vex::WholeFile possible( name_ ); // or it is told before anything is done
     wiring.hardware->listenerIs( report_.emplace( title, wiring.roots ) );
   }
   ~ReportFile() {
@@ -119,22 +121,17 @@ public:
   Report * report() { return report_ ? &*report_ : nullptr; }
   void write( const Vex::String & verdict, bool isVirtual ) {
     if ( report_ ) {
-      report_->write( file_, verdict, isVirtual );
-      file_.flush();
-      check();
+      std::ostringstream page;
+      report_->write( page, verdict, isVirtual );
+      Vex::WholeFile file( name_ );
+      file.write( page.view() );
+      file.commit();
     }
   }
 
 private:
-  void check() const {
-    if ( !file_ ) {
-      throw std::runtime_error( "cannot write " + name_ + ": " + std::strerror( errno ) );
-    }
-  }
-
   const std::string name_;
   Wiring & wiring_;
-  std::ofstream file_;
   std::optional< Report > report_;
 };
 
@@ -197,6 +194,12 @@ void setToggles( Shell & shell, const std::string & file ) {
   }
 }
 
+// What a session ends with that would end with `status`, as shells have it of a signal.
+int statusOf( int status ) {
+  const int signal = EndingSignal::come();
+  return signal ? 128 + signal : status;
+}
+
 int replay( const Options & options, std::ostream & out, std::ostream & err ) {
   const auto & name = options.files[ 0 ];
   Program::expectKind( name, { Program::FileKind::lines, Program::FileKind::record } );
@@ -211,9 +214,10 @@ int replay( const Options & options, std::ostream & out, std::ostream & err ) {
   ReportFile page( options, "replay of " + name, wiring );
   const LastWords lastWords( out, page, replay.isVirtual() );
   Session session( shell, options.echo, page.report(), out, err );
+  const EndingSignal ending;
   const int status = session.replay( replay, name );
   page.write( session.verdict(), replay.isVirtual() );
-  return status;
+  return statusOf( status );
 }
 
 // Where hardware lags behind by rule, one that runs on its own follows.
@@ -258,19 +262,24 @@ int host( const Options & options, const Input & input, std::ostream & out, std:
   ReportFile page( options, titleOf( sources ), wiring );
   const bool isVirtual = options.clock != "steady";
   const LastWords lastWords( out, page, isVirtual );
+  std::optional< MetricsFile > metrics;
+  if ( !options.metrics.empty() ) {
+    metrics.emplace( shell, options.metrics, options.metricsInterval, err );
+  }
   Session session( shell, options.echo, page.report(), out, err );
+  const EndingSignal ending;
   int status = 0;
   if ( !sources.empty() ) {
     status = session.run( sources, input );
   } else if ( !isDaemon ) {
     session.converse( input );
   }
-  if ( isDaemon && status < 2 ) {
-    serve( shell, *door, out );
-    status = 0;
+  const bool serves = isDaemon && status < 2;
+  if ( serves && !EndingSignal::come() ) {
+    serve( shell, *door, metrics ? &*metrics : nullptr, out );
   }
   page.write( session.verdict(), isVirtual );
-  return status;
+  return serves ? 0 : statusOf( status );
 }
 
 int dispatch( const Program::Arguments & arguments, const Input & input, std::ostream & out,

@@ -1,5 +1,7 @@
 #include "agent/Options.h"
 
+#include "Vex/Domain.h"
+
 namespace Agent {
 
 const char * const usage = R"(kez-agent hosts the KezEvpn machines over simulated inputs.
@@ -32,12 +34,16 @@ const char * const usage = R"(kez-agent hosts the KezEvpn machines over simulate
   --socket PATH           where serve is attached to, and attach attaches;
                           /run/kez-agent/control
   --read-only-socket PATH where serve is attached to by sessions that can change nothing
+  --metrics PATH          write figures of the process to PATH while serve serves, for a collector
+                          that reads files; it is replaced whole
+  --metrics-interval SECONDS
+                          after so many seconds each time; 15
 
 A replay goes by the record's clock, is not recorded itself and keeps its tables private. serve is
 on the steady clock, and hardware follows where it lags behind by rule.
 
 Exit status: 0; 1 an expectation failed or a replay differs; 2 a bad line of a run, a bad option or
-file.
+file; 130 or 143 after SIGINT or SIGTERM, which end a session in order.
 )";
 
 namespace {
@@ -57,6 +63,10 @@ std::vector< Program::Option > optionsOf( Options & to ) {
   if ( to.command == "serve" ) {
     options.push_back( text( "--socket", to.socket ) );
     options.push_back( text( "--read-only-socket", to.readOnlySocket ) );
+    options.push_back( text( "--metrics", to.metrics ) );
+    options.push_back( { "--metrics-interval", true, [ &to ]( const Vex::String & value ) {
+                          to.metricsInterval = Vex::parseHeld< Vex::Interval >( value );
+                        } } );
   }
   return options;
 }

@@ -20,6 +20,8 @@ struct Options {
   std::string clock;
   std::string socket = "/run/kez-agent/control";
   std::string readOnlySocket;
+  std::string metrics;
+  double metricsInterval = 15; // seconds
 };
 
 // Of a command and what follows it. Raises Program::UsageError.

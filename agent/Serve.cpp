@@ -48,19 +48,23 @@ private:
   Vex::Descriptor descriptor_;
 };
 
-// Milliseconds until the next turn is due, or the service manager wants to hear something; -1 when
-// there is no such time.
-int timeToWait( const Shell & shell, const ServiceManager & manager ) {
+// Milliseconds until the next turn is due, the service manager wants to hear something, or figures
+// are to be written; -1 when there is no such time.
+int timeToWait( const Shell & shell, const ServiceManager & manager, const MetricsFile * metrics ) {
   auto seconds = manager.timeLeft();
-  if ( const auto left = shell.timeToTurn() ) {
-    seconds = seconds ? std::min( *seconds, *left ) : left;
-  }
+  const auto noLaterThan = [ & ]( std::optional< double > left ) {
+    if ( left ) {
+      seconds = std::min( seconds.value_or( *left ), *left );
+    }
+  };
+  noLaterThan( shell.timeToTurn() );
+  noLaterThan( metrics ? std::optional( metrics->timeLeft() ) : std::nullopt );
   return millisecondsOf( seconds );
 }
 
 } // namespace
 
-void serve( Shell & shell, KezShell::Door & door, std::ostream & out ) {
+void serve( Shell & shell, KezShell::Door & door, MetricsFile * metrics, std::ostream & out ) {
   const EndingSignals signals;
   std::signal( SIGPIPE, SIG_IGN ); // what is traced may lose its reader
   ServiceManager manager;
@@ -72,10 +76,17 @@ void serve( Shell & shell, KezShell::Door & door, std::ostream & out ) {
     const bool ran = shell.turn();
     out.flush();
     manager.alive();
-    if ( poll( watched.data(), watched.size(), ran ? 0 : timeToWait( shell, manager ) ) > 0 &&
+    if ( metrics ) {
+      metrics->refresh();
+    }
+    if ( poll( watched.data(), watched.size(), ran ? 0 : timeToWait( shell, manager, metrics ) ) >
+             0 &&
          watched[ 0 ].revents ) {
       door.serve();
     }
+  }
+  if ( metrics ) {
+    metrics->write();
   }
   manager.tell( "STOPPING=1" );
 }

@@ -1,5 +1,6 @@
 #include "agent/Session.h"
 
+#include "agent/EndingSignal.h"
 #include "client/Interrupts.h"
 #include "client/LineEditor.h"
 
@@ -14,7 +15,7 @@ int Session::run( const std::vector< Source > & sources, const Input & input ) {
     out_ << ( echo_ && !isJson() && &source != &sources.front() ? "\n" : "" );
     std::istream & stream = source.file ? *source.file : input.stream;
     size_t number = 0;
-    for ( std::string line; !shell_.console().isOver() && std::getline( stream, line ); ) {
+    for ( std::string line; !isOver() && std::getline( stream, line ); ) {
       if ( !execute( line, source.name, ++number ) ) {
         return 2;
       }
@@ -24,10 +25,14 @@ int Session::run( const std::vector< Source > & sources, const Input & input ) {
 }
 
 int Session::replay( Replay & replay, const std::string & name ) {
-  for ( const RecordEntry * line; ( line = replay.nextLine() ) && !replay.difference(); ) {
+  for ( const RecordEntry * line;
+        !isOver() && ( line = replay.nextLine() ) && !replay.difference(); ) {
     if ( !execute( std::string( line->text ), name, line->number ) ) {
       return 2;
     }
+  }
+  if ( EndingSignal::come() ) {
+    return tellVerdict();
   }
   shell_.catchUp();
   if ( !replay.finished() ) {
@@ -50,7 +55,7 @@ void Session::converse( const Input & input ) {
     converseAtTerminal();
   } else {
     size_t number = 0;
-    for ( std::string line; !shell_.console().isOver() && std::getline( input.stream, line ); ) {
+    for ( std::string line; !isOver() && std::getline( input.stream, line ); ) {
       execute( line, "stdin", ++number );
       out_.flush();
     }
@@ -75,7 +80,7 @@ void Session::converseAtTerminal() {
   LineEditor editor( "kez> ", complete, [ this ] { return idle(); } );
   out_ << "help lists the commands; quit, or the end of input, ends the session" << std::endl;
   size_t number = 0;
-  while ( !shell_.console().isOver() ) {
+  while ( !isOver() ) {
     const auto line = editor.nextLine();
     if ( !line ) {
       return;
@@ -84,6 +89,10 @@ void Session::converseAtTerminal() {
     execute( *line, "stdin", ++number );
     out_.flush();
   }
+}
+
+bool Session::isOver() const {
+  return shell_.console().isOver() || EndingSignal::come();
 }
 
 int Session::idle() {
@@ -101,13 +110,14 @@ std::string Session::verdict() const {
   const auto failures = std::to_string( shell_.failures() );
   const auto expectations = std::to_string( shell_.expectations() );
   return !end_.empty()               ? end_
+         : EndingSignal::come()      ? "ended by a signal"
          : shell_.failures() > 0     ? failures + " failed, " + expectations + " expectations"
          : shell_.expectations() > 0 ? "all " + expectations + " expectations hold"
                                      : "no expectations";
 }
 
 int Session::tellVerdict() {
-  if ( shell_.failures() + shell_.expectations() > 0 ) {
+  if ( shell_.failures() + shell_.expectations() > 0 || EndingSignal::come() ) {
     say( verdict() );
   }
   return shell_.failures() ? 1 : 0;

@@ -26,11 +26,13 @@ public:
   int replay( Replay & replay, const std::string & name );
   void converse( const Input & input );
 
-  // How it ended, in a few words.
+  // How it ended, in a few words; a signal ends it after the line that is being executed.
   std::string verdict() const;
 
 private:
   void converseAtTerminal();
+  // Whether no further line is to be executed.
+  bool isOver() const;
   // What can be done while nothing is typed; see LineEditor.
   int idle();
   // Tells it when anything was expected. The exit status.

@@ -3,6 +3,8 @@
 #include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"
 #include "Vex/Domain.h"
+#include "agent/EndingSignal.h"
+#include "agent/HardwareMetrics.h"
 #include "agent/Send.h"
 #include "client/Interrupts.h"
 #include "record/RecordEntry.h"
@@ -49,7 +51,8 @@ void Shell::paceIs( Pace & pace ) {
   pace_ = &pace;
   pace.schedulerIs( *wiring_.scheduler );
   // On virtual time it is the line, as it is recorded, that says how much passes.
-  pace.interruptedIs( [ &pace ] { return !pace.isVirtual() && Interrupts::come(); } );
+  pace.interruptedIs(
+      [ &pace ] { return !pace.isVirtual() && ( Interrupts::come() || EndingSignal::come() ); } );
 }
 
 void Shell::standingLinesAre( std::vector< String > lines ) {
@@ -135,7 +138,13 @@ void Shell::execute( const KezShell::Command & command, Vex::TextCursor & in, Se
 }
 
 bool Shell::isInterrupted() {
-  return Interrupts::come();
+  return Interrupts::come() || EndingSignal::come();
+}
+
+void Shell::addMetrics( KezShell::Metrics & metrics ) const {
+  if ( wiring_.hardware ) {
+    addHardwareMetrics( metrics, *wiring_.hardware );
+  }
 }
 
 // The entries of a record that is run are none of this session's.

@@ -33,6 +33,7 @@ public:
 
   // For sessions beside the console.
   KezShell::Shell & commands() { return commands_; }
+  KezShell::Metrics metrics() const { return metricsOf( *this ); }
   // Executes them as lines of the console, now and after each restart.
   void standingLinesAre( std::vector< Vex::String > lines );
   // Runs one turn of the scheduler if one is due; whether one was.
@@ -58,6 +59,7 @@ private:
   void remarkIs( std::string_view text ) override;
   void runTasks( Session & session ) override { runTasks( session, 0 ); }
   bool isInterrupted() override;
+  void addMetrics( KezShell::Metrics & metrics ) const override;
 
   void addCommands();
   void advance( Vex::TextCursor & in, Session & session );

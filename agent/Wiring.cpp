@@ -125,8 +125,8 @@ private:
   }
   // With what was set of an earlier one.
   Ptr< Switch::SwitchAnswers > switchAnswers() {
-    auto answers = Vex::makePtr< Switch::SwitchAnswers >( scheduler_->timerWheel(), floodingHelper_,
-                                                          esiFilteringDecapHelper_ );
+    auto answers = Vex::makePtr< Switch::SwitchAnswers >(
+        scheduler_->timerWheel(), hardware_, floodingHelper_, esiFilteringDecapHelper_ );
     if ( const auto earlier =
              standing< Switch::SwitchAnswers >( ground_.roots, "switchAnswers" ) ) {
       answers->answerDelayIs( earlier->answerDelay() );

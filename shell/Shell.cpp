@@ -26,6 +26,7 @@ Shell::Shell( Host & host ) : host_( host ) {
   addWatch( *this );
   addHistory( *this );
   addMachineCommands( *this );
+  addMetrics( *this );
   addTrace( *this );
   addJson( *this );
   addHelp( *this );

@@ -3,9 +3,9 @@
 // reflection.
 //
 //   class Daemon : public KezShell::Host { ... };
-//   KezShell::Shell shell( daemon );       // set, del, show, expect, explain, check, call, trace
-//   KezShell::addAudit( shell );           // what else the host has
-//   shell.commandIs( { "reload", ... } );
+//   KezShell::Shell shell( daemon );       // set, del, show, expect, explain, check, metrics,
+//   call, trace KezShell::addAudit( shell );           // what else the host has shell.commandIs( {
+//   "reload", ... } );
 //
 // A line that begins with --json is answered in JSON, a value a line, of which the last says how it
 // went; so are all of a session after `json on`.
@@ -15,6 +15,7 @@
 #pragma once
 
 #include "shell/Line.h"
+#include "shell/Metrics.h"
 #include "shell/Roots.h"
 #include "shell/Session.h"
 
@@ -62,6 +63,8 @@ public:
   virtual void runTasks( Session & ) {}
   // Whether a console's answer is to end, since its reader wants it so.
   virtual bool isInterrupted() { return false; }
+  // Figures that are not those of every host.
+  virtual void addMetrics( Metrics & ) const {}
 };
 
 class Shell {
@@ -98,6 +101,7 @@ void addEntityCommands( Shell & shell );
 void addWatch( Shell & shell );
 void addHistory( Shell & shell );
 void addMachineCommands( Shell & shell );
+void addMetrics( Shell & shell );
 void addTrace( Shell & shell );
 void addHelp( Shell & shell );
 void addQuit( Shell & shell );

@@ -9,12 +9,13 @@
 //
 // Each operation has its number of calls, and of those that were carried out, failed as planned,
 // found no room, or were wrong. A wrong call that is carried out all the same is in two of these.
-// What paths write, tables included, is no call.
+// What paths write, tables included, is no call. Of each call it is known how long its answer took.
 #pragma once
 
 #include "KezEvpn/FloodSets.h"
 #include "KezHelper/EvpnFloodingSmHelper.h"
 #include "KezHelper/HwFecs.h"
+#include "Vex/DurationHistogram.h"
 #include "switch/SwitchCall.h"
 
 #include <vector>
@@ -94,6 +95,15 @@ public:
     return there || hasRoom( typeOf( operation ).table );
   }
 
+  size_t entries( Table table ) const;
+
+  // How long answers took, from when they were asked for until they were given.
+  const Vex::DurationHistogram & latency( Operation operation ) const {
+    return latencies_[ static_cast< size_t >( operation ) ];
+  }
+  // Of the next call, which is taken to be answered at once otherwise.
+  void latencyIs( double seconds ) { latency_ = seconds; }
+
   // Of those that hear a call the later ones hear the answers of the earlier ones.
   void listenerIs( SwitchListener & listener ) { listeners_.push_back( &listener ); }
   void listenerDel( SwitchListener & listener ) { std::erase( listeners_, &listener ); }
@@ -148,6 +158,7 @@ private:
   SwitchAnswer begin( Operation operation, const std::optional< WrongCall > & wrong,
                       const Arguments & arguments ) {
     callCountInc( operation );
+    latencies_[ static_cast< size_t >( operation ) ].add( std::exchange( latency_, 0 ) );
     SwitchAnswer answer;
     if ( wrong ) [[unlikely]] {
       answer.wrong = wrong->what;
@@ -164,11 +175,12 @@ private:
   void decide( Operation operation, bool room, SwitchAnswer & answer );
   void tell( Operation operation, const Vex::String & arguments, SwitchAnswer & answer );
   void count( Operation operation, Outcome outcome );
-  size_t entries( Table table ) const;
   bool journalHasRoom( Table table ) const;
 
   std::vector< SwitchListener * > listeners_;
   SwitchJournal * journal_ = nullptr;
+  std::array< Vex::DurationHistogram, operationTypes.size() > latencies_;
+  double latency_ = 0;
 };
 
 } // namespace Switch

@@ -19,11 +19,11 @@ SwitchAnswers::FloodingChip< Key, Data > SwitchAnswers::floodingChip() {
 }
 
 SwitchAnswers::SwitchAnswers(
-    const Vex::Ptr< Loom::TimerWheel > & timerWheel,
+    const Vex::Ptr< Loom::TimerWheel > & timerWheel, const Vex::Ptr< SimulatedSwitch > & hardware,
     const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
     const Vex::Ptr< KezHelper::EsiFilteringDecapHelper > & esiFilteringDecapHelper )
     : floodingHelper_( floodingHelper ), esiFilteringDecapHelper_( esiFilteringDecapHelper ),
-      vlan_( floodingChip< Bridging::VlanId, Bridging::VlanIdOrNone >() ),
+      hardware_( hardware ), vlan_( floodingChip< Bridging::VlanId, Bridging::VlanIdOrNone >() ),
       dot1qMapping_( floodingChip< KezHelper::PortVlanKey, Bridging::VlanIdOrNone >() ),
       nonDfPort_( floodingChip< KezHelper::PortVlanKey, Vex::NoValue >() ),
       esiData_( floodingChip< KezHelper::PortVlanKey, KezHelper::EsiData >() ),
@@ -53,13 +53,21 @@ uint64_t SwitchAnswers::callIs( Call call ) {
   if ( shuffleSeed() != 0 ) {
     delay *= double( chance() % 8 + 1 ) / 8;
     if ( chance() % 2 == 0 ) {
-      std::exchange( call.carryOut, nullptr )();
+      carryOut( call, delay );
     }
   }
   calls_.emplace( number, std::move( call ) );
   agenda_.dueIs( number, Vex::Clock::now() + delay, number );
   delay_.setAt( agenda_.nextDue() );
   return number;
+}
+
+void SwitchAnswers::carryOut( Call & call, double latency ) {
+  if ( const auto carryOut = std::exchange( call.carryOut, nullptr ) ) {
+    hardware_->latencyIs( latency );
+    carryOut();
+    hardware_->latencyIs( 0 );
+  }
 }
 
 bool SwitchAnswers::leavesOut( uint64_t number ) {
@@ -74,10 +82,8 @@ bool SwitchAnswers::leavesOut( uint64_t number ) {
 void SwitchAnswers::doDueWork() {
   const double now = Vex::Clock::now();
   while ( agenda_.size() > 0 && agenda_.nextDue() <= now ) {
-    const auto call = std::move( calls_.extract( agenda_.take() ).mapped() );
-    if ( call.carryOut ) {
-      call.carryOut();
-    }
+    auto call = std::move( calls_.extract( agenda_.take() ).mapped() );
+    carryOut( call, now - call.asked );
     call.answer();
   }
   if ( agenda_.size() > 0 ) {
@@ -87,9 +93,8 @@ void SwitchAnswers::doDueWork() {
 
 void SwitchAnswers::carryOutAll() {
   while ( agenda_.size() > 0 ) {
-    if ( const auto call = calls_.extract( agenda_.take() ); call.mapped().carryOut ) {
-      call.mapped().carryOut();
-    }
+    auto call = calls_.extract( agenda_.take() );
+    carryOut( call.mapped(), Vex::Clock::now() - call.mapped().asked );
   }
 }
 

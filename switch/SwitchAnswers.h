@@ -12,6 +12,7 @@
 #include "Loom/TimerWheel.h"
 #include "Vex/Assert.h"
 #include "switch/Agenda.h"
+#include "switch/SimulatedSwitch.h"
 
 namespace Switch {
 
@@ -26,7 +27,9 @@ class SwitchAnswers : public Vex::Entity {
                   esiFilteringDecapHelper )
 
 public:
+  // `hardware` is told of what is carried out how long the answer takes.
   SwitchAnswers( const Vex::Ptr< Loom::TimerWheel > & timerWheel,
+                 const Vex::Ptr< SimulatedSwitch > & hardware,
                  const Vex::Ptr< KezHelper::EvpnFloodingSmHelper > & floodingHelper,
                  const Vex::Ptr< KezHelper::EsiFilteringDecapHelper > & esiFilteringDecapHelper );
 
@@ -43,6 +46,7 @@ private:
   struct Call {
     std::function< void() > carryOut; // null once it has been
     std::function< void() > answer;
+    double asked; // at which time
   };
   template< class Key, class Data, class Answer >
   class Chip final : public KezHelper::LateChip< Key, Data, Answer > {
@@ -82,7 +86,8 @@ private:
                                          [ this, key, answer ] {
                                            numbers_.erase( key );
                                            this->answer( key, *answer );
-                                         } } );
+                                         },
+                                         Vex::Clock::now() } );
     }
 
     SwitchAnswers & owner_;
@@ -107,11 +112,14 @@ private:
   };
 
   uint64_t callIs( Call call );
+  // Unless it has been; the answer takes so many seconds.
+  void carryOut( Call & call, double latency );
   // Whether a call is carried out no more.
   bool leavesOut( uint64_t number );
   void doDueWork();
   uint64_t chance();
 
+  const Vex::Ptr< SimulatedSwitch > hardware_;
   FloodingChip< Bridging::VlanId, Bridging::VlanIdOrNone > vlan_;
   FloodingChip< KezHelper::PortVlanKey, Bridging::VlanIdOrNone > dot1qMapping_;
   FloodingChip< KezHelper::PortVlanKey, Vex::NoValue > nonDfPort_;

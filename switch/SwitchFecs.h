@@ -191,13 +191,21 @@ protected:
   using Subject = std::variant< Rook::Fib::FecId, User >;
   void changed( const Subject & subject ) {
     if ( answerDelay() > 0 ) {
+      asked_.emplace( subject, Vex::Clock::now() );
       dueIs( subject, Vex::Clock::now() + answerDelay() );
     } else {
       agenda_.del( subject );
+      asked_.erase( subject );
       seeTo( subject );
     }
   }
   void retry( const Subject & subject ) { dueIs( subject, Vex::Clock::now() + retryInterval() ); }
+
+  // For the call of hardware that is made now, which is told since when its answer is waited for.
+  SimulatedSwitch & calledNow() {
+    simulatedSwitch()->latencyIs( std::exchange( waited_, 0 ) );
+    return *simulatedSwitch();
+  }
 
   // What uses which FEC is known from here, not from hardware, which may lose it.
   void usedBy( const User & user, uint64_t hwFecId ) {
@@ -224,7 +232,8 @@ private:
   // A request of a FEC that is not answered yet.
   struct Request {
     HwFec fec;
-    double withdrawalDue = 0; // once it has been given up
+    double withdrawalAsked = 0; // once it has been given up, as the next
+    double withdrawalDue = 0;
   };
   class Delay final : public Loom::Timer {
   public:
@@ -272,6 +281,7 @@ private:
         leaving_.insert( at->second );
       }
       if ( const auto at = unanswered_.find( fecId ); at != unanswered_.end() ) {
+        at->second.withdrawalAsked = Vex::Clock::now();
         at->second.withdrawalDue =
             std::max( Vex::Clock::now() + answerDelay(), agenda_.dueOf( fecId ) );
       } else {
@@ -295,7 +305,11 @@ private:
   void doDueWork() {
     const double now = Vex::Clock::now();
     while ( agenda_.size() > 0 && agenda_.nextDue() <= now ) {
-      seeTo( agenda_.take() );
+      const auto subject = agenda_.take();
+      const auto asked = asked_.extract( subject );
+      waited_ = asked ? now - asked.mapped() : 0;
+      seeTo( subject );
+      waited_ = 0;
     }
     if ( agenda_.size() > 0 ) {
       delay_.setAt( agenda_.nextDue() );
@@ -315,6 +329,7 @@ private:
       answer( fecId, standingRequest( fecId ) );
     } else if ( unanswered ) {
       if ( isGivenUp( fecId ) ) {
+        asked_.emplace( fecId, unanswered.mapped().withdrawalAsked );
         dueIs( fecId, unanswered.mapped().withdrawalDue );
       }
       answer( fecId, unanswered.mapped() );
@@ -351,7 +366,7 @@ private:
     auto & hardware = *simulatedSwitch();
     const auto response = hwFecIdResponseOf( hwFecIdFor( fecId ), request.fec );
     const bool room = hardware.hasRoom( Operation::createFec, hardware.fecHas( response.hwFecId ) );
-    if ( hardware.creation(
+    if ( calledNow().creation(
              Operation::createFec, room, std::nullopt, [ & ] { return Vex::text( fecId ); },
              [ & ] { return Vex::briefText( response ); } ) ) {
       if ( isRequested( fecId ) ) {
@@ -390,8 +405,8 @@ private:
       return true;
     }
     const bool used = hardware.hwFecIdUse( hwFecId ) > 0;
-    const bool deleted = hardware.deletion( Operation::deleteFec, wrongIf( used, wrongWhenUsed_ ),
-                                            [ & ] { return name; } );
+    const bool deleted = calledNow().deletion(
+        Operation::deleteFec, wrongIf( used, wrongWhenUsed_ ), [ & ] { return name; } );
     if ( deleted ) {
       const auto & traceHandle = handle_;
       TRACE( 5, "deleteFec ", name );
@@ -411,6 +426,7 @@ private:
       isAnsweredWith( fecId, *hwFecId );
       unanswered_.erase( fecId );
       agenda_.del( fecId );
+      asked_.erase( fecId );
       fecResponse()->hwFecIdResponseIs( fecId, hwFecIdResponseOf( *hwFecId, fec ) );
     }
     return hwFecId.has_value();
@@ -461,6 +477,8 @@ private:
   const char * const userTable_;
   const char * const wrongWhenUsed_;
   Agenda< Subject > agenda_;
+  std::map< Subject, double > asked_; // since when an answer that is late is waited for
+  double waited_ = 0;                 // in seconds, for the answer that is being made
   std::map< Rook::Fib::FecId, Request > unanswered_;
   std::map< Rook::Fib::FecId, uint64_t > hwFecIds_;      // of what has been answered
   std::map< uint64_t, Rook::Fib::FecId > answeredFecId_; // the other way round

@@ -57,9 +57,9 @@ void SwitchFloodSets::program( const Dest & dest ) {
   auto & hardware = *simulatedSwitch();
   auto status = HwProgrammingStatus::programmed;
   if ( !isUsable( dest.config.hwIdForTunnelProgramming ) ||
-       hardware.creation( Operation::createFloodSetDest,
-                          hardware.hasRoom( Operation::createFloodSetDest, false ), std::nullopt,
-                          [ & ] { return Vex::briefText( dest ); } ) ) {
+       calledNow().creation( Operation::createFloodSetDest,
+                             hardware.hasRoom( Operation::createFloodSetDest, false ), std::nullopt,
+                             [ & ] { return Vex::briefText( dest ); } ) ) {
     retry( dest );
     status = HwProgrammingStatus::notProgrammed;
   } else {
@@ -81,8 +81,8 @@ void SwitchFloodSets::unprogram( const Dest & dest ) {
 void SwitchFloodSets::removeUser( const Dest & dest ) {
   auto & hardware = *simulatedSwitch();
   if ( hardware.floodSetDestHas( dest ) &&
-       hardware.deletion( Operation::deleteFloodSetDest, std::nullopt,
-                          [ & ] { return Vex::briefText( dest ); } ) ) {
+       calledNow().deletion( Operation::deleteFloodSetDest, std::nullopt,
+                             [ & ] { return Vex::briefText( dest ); } ) ) {
     TRACE( 5, "deleteFloodSetDest ", dest );
     hardware.floodSetDestDel( dest );
   }

@@ -60,7 +60,7 @@ void SwitchMacs::program( const MacVlanPair & host, const Kez::MacFec & fec ) {
     return;
   }
   if ( !isUsable( fec.hwFecId ) ||
-       hardware.creation(
+       calledNow().creation(
            Operation::createMacEntry, hardware.hasRoom( Operation::createMacEntry, stands ),
            std::nullopt,
            [ & ] { return Vex::briefText( host ) + " hwFecId " + Vex::text( fec.hwFecId ); } ) ) {
@@ -84,8 +84,8 @@ void SwitchMacs::unprogram( const MacVlanPair & host ) {
 void SwitchMacs::removeUser( const MacVlanPair & host ) {
   auto & hardware = *simulatedSwitch();
   if ( hardware.macEntryHas( host ) &&
-       hardware.deletion( Operation::deleteMacEntry, std::nullopt,
-                          [ & ] { return Vex::briefText( host ); } ) ) {
+       calledNow().deletion( Operation::deleteMacEntry, std::nullopt,
+                             [ & ] { return Vex::briefText( host ); } ) ) {
     TRACE( 5, "deleteMacEntry ", host );
     hardware.macEntryDel( host );
   }

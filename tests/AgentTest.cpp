@@ -115,7 +115,7 @@ TEST_F( AgentTest, BadLineSaysWhereAndWhatAndChangesNothing ) {
   const std::string slot = "set rack.slot[Ethernet1,11]."; // not there: it must not be made
   const std::pair< std::string, const char * > lines[] = {
     { "sett rack",
-      "1: expected a command (set, del, show, watch, history, expect, send, explain, check, audit, advance, call, "
+      "1: expected a command (set, del, show, watch, history, expect, send, explain, check, metrics, audit, advance, call, "
       "restart, inputs, trace, json, record, help, quit, exit), found 'sett'" },
     { "set", "4: expected a root (rack, made, ticker), found nothing" },
     { "  set rak.slot 5", "7: expected a root (rack, made, ticker), found 'rak'" },

@@ -20,9 +20,10 @@ class Task : public Vex::Entity, private LinkedList< Task >::Link {
   VEX_COMPUTED( 57, nextRun, std::optional< double > )
   VEX_COMPUTED( 58, runs, uint64_t )   // begun so far
   VEX_COMPUTED( 53, yields, uint64_t ) // that the scheduler asked for
+  VEX_COMPUTED( 51, work, uint64_t )   // units counted by the runs that have ended
   // In seconds, of the runs on the steady clock.
   VEX_COMPUTED( 52, longestRun, double )
-  VEX_ATTRIBUTES( taskScheduler, taskName, taskPriority, nextRun, runs, yields, longestRun )
+  VEX_ATTRIBUTES( taskScheduler, taskName, taskPriority, nextRun, runs, yields, work, longestRun )
   VEX_OPERATIONS( VEX_OPERATION( scheduleNow ) )
 
 public:
@@ -81,6 +82,7 @@ private:
   uint64_t readySince_ = 0; // a turn
   uint64_t runs_ = 0;
   uint64_t yields_ = 0;
+  uint64_t work_ = 0;
   double longestRun_ = 0;
   const Vex::String taskName_;
   Delay delay_{ *this };
@@ -100,6 +102,10 @@ inline uint64_t Task::runs() const {
 
 inline uint64_t Task::yields() const {
   return yields_;
+}
+
+inline uint64_t Task::work() const {
+  return work_;
 }
 
 inline double Task::longestRun() const {

@@ -32,6 +32,7 @@ size_t TaskScheduler::runReady() {
       usage_ = {};
       running_ = task;
       task->run();
+      task->work_ += usage_.work;
       if ( timed ) {
         const double before = std::exchange( now, Vex::Clock::steadyNow() );
         task->longestRun_ = std::max( task->longestRun_, now - before );

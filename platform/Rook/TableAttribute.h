@@ -34,6 +34,9 @@ public:
   TableType( std::string_view name, Vex::AttrId id, Vex::Access access )
       : Vex::KeyedType< C, storage >( name, id, tableKind, access, Vex::typeName< Record >() ) {}
 
+  std::optional< size_t > capacity( const Vex::Entity & entity ) const override {
+    return Storage::of( entity ).capacity();
+  }
   // As a walk meets them, whatever the index says.
   std::unique_ptr< Vex::ReflectedWalk > walk( const Vex::Entity & entity ) const override {
     return Vex::reflectedWalk( Storage::of( entity ).range(),

@@ -50,6 +50,8 @@ public:
   void statusHandlerIs( std::function< void() > handler ) { statusChanged_ = std::move( handler ); }
 
   size_t size() const { return size_; }
+  // Of records for which there is memory.
+  size_t capacity() const { return readySlots_; }
 
   // Makes room for one more record, so that the next insertion needs none. When there is none, be
   // it for want of memory, it returns false, `lack` says why, nothing has changed, and what needs

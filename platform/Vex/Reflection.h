@@ -109,6 +109,8 @@ public:
 
   // Keyed attributes. A key that is not there reads as none.
   virtual size_t size( const Entity & ) const { unsupported( "counted" ); }
+  // Members for which there is memory already; none where it is made as they come.
+  virtual std::optional< size_t > capacity( const Entity & ) const { return std::nullopt; }
   virtual std::optional< ReflectedMember > member( const Entity &, std::string_view ) const {
     unsupported( "looked up by key" );
   }
