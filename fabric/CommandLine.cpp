@@ -156,15 +156,23 @@ void writePage( PageFile & page, Life life, const std::optional< Sim::Outcome > 
        } );
 }
 
+void printComment( std::ostream & out, const String & text ) {
+  std::istringstream in( text );
+  for ( String line; std::getline( in, line ); ) {
+    out << "# " << line << '\n';
+  }
+}
+
 void cutDown( std::ostream & out, const Life & life, const Sim::Outcome & outcome,
               const Sim::Runner & runner, PageFile & page ) {
+  out << "# seed " << life.seed << " fails at line " << outcome.line + 1 << ":\n";
+  printComment( out, outcome.text );
+  out << std::flush;
   auto least = life;
   least.lines = shrink( life.lines, outcome, runner );
   const auto again = runApart( least.lines, runner );
-  std::istringstream told( again ? again->text : "not any more" );
-  for ( String line; std::getline( told, line ); ) {
-    out << "# " << line << '\n';
-  }
+  out << "# cut down to " << least.lines.size() << " lines, which fail so:\n";
+  printComment( out, again ? again->text : "not any more" );
   out << seedLine << life.seed << '\n' << topologyLine << life.name << '\n';
   for ( const auto & line : least.lines ) {
     out << line << '\n';
@@ -189,10 +197,7 @@ int runSeeds( std::ostream & out, const Options & options ) {
     const auto runner = runnerOf( life.topology, seed, frames );
     if ( const auto outcome = runApart( life.lines, runner ) ) {
       if ( isRandom ) {
-        std::istringstream in( text );
-        for ( String line; std::getline( in, line ); ) {
-          out << "#   " << line << '\n';
-        }
+        printComment( out, text );
       }
       cutDown( out, life, *outcome, runner, page );
       return 1;
