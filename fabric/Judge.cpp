@@ -143,63 +143,125 @@ uint32_t allowedCopies( const Network & network, const Entry & entry, Index segm
 
 // --- Judge
 
-Judge::Verdict Judge::flood( Index host, const Entry & entry, bool atRest ) {
-  const Frame frame{ anyAddress(), broadcast };
-  const auto walked = walk( network_, entry, frame );
-  ++frames_;
-  Verdict verdict;
-  verdict.wrong = walked.wrong;
-  const auto & segments = network_.topology().segments;
-  for ( Index segment = 0; segment < segments.size(); ++segment ) {
-    const auto copies = walked.copies[ segment ];
-    const bool carries = segments[ segment ].vlans.contains( entry.vlanId );
-    const uint32_t expected =
-        carries && segment != network_.segmentOf( host ) && network_.isAttached( segment ) ? 1 : 0;
-    verdict.lost |= copies < expected;
-    verdict.doubled |= copies > expected;
-    const auto allowed = atRest       ? expected
-                         : copies > 0 ? allowedCopies( network_, entry, segment )
-                                      : 0;
-    if ( copies > allowed || ( atRest && copies < expected ) ) {
-      verdict.wrong += segments[ segment ].name + " has " + std::to_string( copies ) +
-                       " copies of a flood, not " + std::to_string( allowed ) + "; ";
+namespace {
+
+bool isReachable( const Network & network, Index from, Index to ) {
+  const Index target = network.segmentOf( to );
+  return target != network.segmentOf( from ) && network.isAttached( target );
+}
+
+// How many copies reach the segment once inputs everywhere say the same.
+uint32_t wantedCopies( const Network & network, const Sent & sent, Index segment ) {
+  if ( sent.to ) {
+    return segment == network.segmentOf( *sent.to ) && isReachable( network, sent.host, *sent.to );
+  }
+  return network.topology().segments[ segment ].vlans.contains( sent.entry.vlanId ) &&
+         segment != network.segmentOf( sent.host ) && network.isAttached( segment );
+}
+
+Bounds boundsOf( const Network & network, const Sent & sent, bool flooded, Index segment ) {
+  const auto wanted = wantedCopies( network, sent, segment );
+  if ( sent.atRest && ( !sent.to || isReachable( network, sent.host, *sent.to ) ) ) {
+    return { wanted, wanted };
+  }
+  if ( sent.to && segment != network.segmentOf( *sent.to ) ) {
+    return {};
+  }
+  return { 0, flooded || !sent.to ? allowedCopies( network, sent.entry, segment ) : 1 };
+}
+
+String copiesText( const Network & network, const Sent & sent, Index segment, uint32_t copies,
+                   const Bounds & bounds ) {
+  std::ostringstream out;
+  out << network.topology().segments[ segment ].name << " has " << copies << " copies of a ";
+  if ( sent.to ) {
+    out << "frame to " << network.topology().hosts[ *sent.to ].name;
+  } else {
+    out << "flood";
+  }
+  out << ", not " << bounds.most << "; ";
+  return out.str();
+}
+
+} // namespace
+
+Way wayOf( const Network & network, const Sent & sent ) {
+  Way way;
+  way.sent = sent;
+  way.walked = walk( network, sent.entry, sent.frame, &way.hops );
+  way.wrong = way.walked.wrong;
+  for ( Index segment = 0; segment < way.walked.copies.size(); ++segment ) {
+    const auto copies = way.walked.copies[ segment ];
+    const auto & bounds =
+        way.bounds.emplace_back( boundsOf( network, sent, way.walked.flooded, segment ) );
+    if ( copies < bounds.least || copies > bounds.most ) {
+      way.wrong += copiesText( network, sent, segment, copies, bounds );
     }
   }
-  if ( !verdict.wrong.empty() ) {
-    verdict.wrong = told( verdict.wrong, entry, frame );
-  }
-  return verdict;
+  return way;
+}
+
+Sent floodOf( const Network & network, Index host, const Entry & entry ) {
+  return { host, std::nullopt, entry, { network.topology().hosts[ host ].mac, broadcast } };
+}
+
+Sent frameTo( const Network & network, Index host, Index to, const Entry & entry ) {
+  const auto & hosts = network.topology().hosts;
+  return { host, to, entry, { hosts[ host ].mac, hosts[ to ].mac } };
+}
+
+Judge::Verdict Judge::flood( Index host, const Entry & entry, bool atRest ) {
+  auto sent = floodOf( network_, host, entry );
+  sent.frame.from = anyAddress();
+  sent.atRest = atRest;
+  return verdict( sent );
 }
 
 Judge::Verdict Judge::unicast( Index host, Index to, const Entry & entry, bool atRest ) {
-  const Frame frame{ anyAddress(), network_.topology().hosts[ to ].mac };
-  const auto walked = walk( network_, entry, frame );
+  auto sent = frameTo( network_, host, to, entry );
+  sent.frame.from = anyAddress();
+  sent.atRest = atRest;
+  return verdict( sent );
+}
+
+// What inputs allow is looked up only where it decides.
+Judge::Verdict Judge::verdict( const Sent & sent ) {
+  const auto walked = walk( network_, sent.entry, sent.frame );
   ++frames_;
+  last_ = sent;
   Verdict verdict;
-  verdict.wrong = walked.wrong;
-  const Index target = network_.segmentOf( to );
-  const bool reachable = isReachable( host, to );
-  const auto copies = walked.copies[ target ];
-  verdict.lost = reachable && copies == 0;
-  verdict.doubled = copies > 1;
-  uint32_t sent = 0;
-  for ( const auto each : walked.copies ) {
-    sent += each;
+  bool wrong = !walked.wrong.empty();
+  for ( Index segment = 0; segment < walked.copies.size(); ++segment ) {
+    const auto copies = walked.copies[ segment ];
+    const auto wanted = wantedCopies( network_, sent, segment );
+    const bool counts = !sent.to || segment == network_.segmentOf( *sent.to );
+    verdict.lost |= copies < wanted;
+    verdict.doubled |= counts && copies > ( sent.to ? 1 : wanted );
+    if ( sent.atRest ? copies != wanted : copies > 0 ) {
+      const auto bounds = boundsOf( network_, sent, walked.flooded, segment );
+      wrong |= copies < bounds.least || copies > bounds.most;
+    }
   }
-  const auto allowed = walked.flooded ? allowedCopies( network_, entry, target ) : 1;
-  if ( atRest && reachable ? copies != 1 || sent != 1 : copies > allowed ) {
-    verdict.wrong += network_.topology().hosts[ to ].name + " has " + std::to_string( copies ) +
-                     " copies of " + std::to_string( sent ) + ", not 1; ";
-  }
-  if ( !verdict.wrong.empty() ) {
-    verdict.wrong = told( verdict.wrong, entry, frame );
+  if ( wrong ) {
+    auto way = wayOf( network_, sent );
+    std::ostringstream out;
+    out << way.wrong << "the frame's way:\n";
+    showWay( out, network_, way.hops );
+    verdict.wrong = out.str();
+    wrongIs( std::move( way ) );
   }
   return verdict;
 }
 
-bool Judge::isReachable( Index from, Index to ) const {
-  const Index target = network_.segmentOf( to );
-  return target != network_.segmentOf( from ) && network_.isAttached( target );
+std::optional< Way > Judge::way() const {
+  const bool canBeSent = last_ && network_.isUp( last_->entry.node, last_->entry.port );
+  return wrong_ || !canBeSent ? wrong_ : wayOf( network_, *last_ );
+}
+
+void Judge::wrongIs( Way way ) {
+  if ( !wrong_ ) {
+    wrong_ = std::move( way );
+  }
 }
 
 String Judge::some( size_t number, bool atRest ) {
@@ -230,7 +292,7 @@ String Judge::all() {
     for ( const auto & entry : entriesOf( network_, host ) ) {
       auto wrong = flood( host, entry, true ).wrong;
       for ( Index to = 0; to < hosts.size() && wrong.empty(); ++to ) {
-        if ( hosts[ to ].vlanId == entry.vlanId && isReachable( host, to ) ) {
+        if ( hosts[ to ].vlanId == entry.vlanId && isReachable( network_, host, to ) ) {
           wrong = unicast( host, to, entry, true ).wrong;
         }
       }
@@ -249,15 +311,6 @@ Wire::EthAddr Judge::anyAddress() {
 
 uint64_t Judge::below( uint64_t n ) {
   return Switch::randomNumber( network_.seed(), ++draws_ ) % n;
-}
-
-String Judge::told( const String & what, const Entry & entry, const Frame & frame ) {
-  std::vector< Hop > way;
-  walk( network_, entry, frame, &way );
-  std::ostringstream out;
-  out << what << "the frame's way:\n";
-  showWay( out, network_, way );
-  return out.str();
 }
 
 } // namespace Fabric

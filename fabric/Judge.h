@@ -29,15 +29,46 @@ struct Entry {
   VlanId vlanId;
 };
 
+// A frame of a host.
+struct Sent {
+  Index host = 0;
+  std::optional< Index > to; // the host that it is for; a flood is for none
+  Entry entry;
+  Switch::Frame frame;
+  bool atRest = false; // whether nothing may be lost or doubled when it is sent
+};
+
+// How many copies of a frame a segment must have, and may have.
+struct Bounds {
+  static constexpr uint32_t any = UINT32_MAX;
+  uint32_t least = 0;
+  uint32_t most = any;
+};
+
+// All that became of a frame.
+struct Way {
+  Sent sent;
+  std::vector< Hop > hops;
+  Walk walked;
+  std::vector< Bounds > bounds; // by segment
+  String wrong;                 // empty when nothing is
+};
+
 // Keeps each switch's part in `way`, if there is one.
 Walk walk( const Network & network, const Entry & entry, const Switch::Frame & frame,
            std::vector< Hop > * way = nullptr );
+
+Way wayOf( const Network & network, const Sent & sent );
 
 // As text, switch by switch.
 void showWay( std::ostream & out, const Network & network, const std::vector< Hop > & way );
 
 // The links by which a host's frames come in: all that are up.
 std::vector< Entry > entriesOf( const Network & network, Index host );
+
+// The broadcast of a host by one of its links, and its frame to another host.
+Sent floodOf( const Network & network, Index host, const Entry & entry );
+Sent frameTo( const Network & network, Index host, Index to, const Entry & entry );
 
 // How many copies of a flood inputs allow to reach the segment.
 uint32_t allowedCopies( const Network & network, const Entry & entry, Index segment );
@@ -51,6 +82,11 @@ public:
   String all();
 
   uint64_t frames() const { return frames_; }
+  // The way of the first frame that went wrong, else of the last one, if it can still be sent.
+  std::optional< Way > way() const;
+  // Frames that somebody else has sent, and has found wrong.
+  void lastIs( const Sent & sent ) { last_ = sent; }
+  void wrongIs( Way way );
 
   // Of a flood, of a frame to another host. What is lost or doubled is wrong only at rest, or where
   // inputs do not have it so.
@@ -63,13 +99,14 @@ public:
   Verdict unicast( Index host, Index to, const Entry & entry, bool atRest );
 
 private:
+  Verdict verdict( const Sent & sent );
   String one( bool atRest );
   Wire::EthAddr anyAddress();
   uint64_t below( uint64_t n );
-  String told( const String & what, const Entry & entry, const Switch::Frame & frame );
-  bool isReachable( Index from, Index to ) const;
 
   const Network & network_;
+  std::optional< Sent > last_;
+  std::optional< Way > wrong_;
   uint64_t draws_ = 0;
   uint64_t frames_ = 0;
 };

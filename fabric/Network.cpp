@@ -131,25 +131,21 @@ void Network::refuseLine( Vex::TextCursor & in ) {
   const auto operation = takeValue< Switch::FallibleOperation >( in );
   const auto calls = takeValue< uint32_t >( in );
   Vex::expectEnd( in );
-  hinder( member, { "set switch.fault[" + text( operation ) + "].nextCalls " + text( calls ) } );
+  hinder( member, { Node::refusalLine( operation, calls ) } );
 }
 
 void Network::lateLine( Vex::TextCursor & in ) {
   auto & member = members_[ takeNode( in, topology_ ) ];
   const auto seconds = text( takeValue< double >( in ) );
   Vex::expectEnd( in );
-  hinder( member, { "set switchAnswers.answerDelay " + seconds,
-                    "set switchFloodSets.answerDelay " + seconds,
-                    "set switchMacs.answerDelay " + seconds } );
+  hinder( member, Node::latenessLines( seconds ) );
 }
 
-void Network::hinder( Member & member, std::initializer_list< String > lines ) {
-  if ( member.node ) {
-    for ( const auto & line : lines ) {
-      member.node->line( line );
-    }
-    member.hindered = true;
+void Network::hinder( Member & member, const std::vector< String > & lines ) {
+  for ( const auto & line : lines ) {
+    member.node ? member.node->line( line ) : member.hindrances.push_back( line );
   }
+  member.hindered = true;
 }
 
 void Network::delayLine( Vex::TextCursor & in ) {
@@ -200,6 +196,7 @@ void Network::failOrReturn( Vex::TextCursor & in, bool fails ) {
 void Network::failSwitch( Index node ) {
   auto & member = members_[ node ];
   member.callsOfEarlier += member.node->hardwareCalls();
+  member.hindrances = member.node->hindrances();
   member.node = nullptr;
   for ( const auto & [ key, value ] : member.originated ) {
     for ( Index to = 0; to < members_.size(); ++to ) {
@@ -212,13 +209,15 @@ void Network::failSwitch( Index node ) {
   member.received.clear();
   member.inputs.clear();
   member.writesAt.reset();
-  member.hindered = false;
 }
 
 void Network::returnSwitch( Index node ) {
   auto & member = members_[ node ];
-  // Half of the fabrics replace what they have programmed for a segment in place.
-  member.node = std::make_unique< Node >( seed_ % 2 == 0 );
+  // Half of the switches replace what they have programmed for a segment in place.
+  member.node = std::make_unique< Node >( randomNumber( seed_, node ) % 2 == 0 );
+  for ( const auto & line : std::exchange( member.hindrances, {} ) ) {
+    member.node->line( line );
+  }
   for ( Index from = 0; from < members_.size(); ++from ) {
     for ( const auto & [ key, value ] : members_[ from ].originated ) {
       tell( node, key, value );
@@ -365,10 +364,10 @@ void Network::settle() {
   for ( Index node = 0; node < members_.size(); ++node ) {
     auto & member = members_[ node ];
     member.delayed.clear();
+    member.hindrances.clear();
     if ( member.node ) {
-      for ( const auto * line :
-            { "del switch.fault", "set switchAnswers.answerDelay 0",
-              "set switchFloodSets.answerDelay 0", "set switchMacs.answerDelay 0" } ) {
+      member.node->line( "del switch.fault" );
+      for ( const auto & line : Node::latenessLines( "0" ) ) {
         member.node->line( line );
       }
       inputsAreStale( node );

@@ -5,11 +5,12 @@
 //   fail link S INTERFACE      return link S INTERFACE        a port, or all those of a LAG
 //   move HOST SEGMENT          prefer SEGMENT S N
 //   restart S [hitless]
-//   refuse S OPERATION N       of the next so many calls each fails
-//   late S SECONDS             hardware answers after that time
+//   refuse S OPERATION N       of the next so many calls each fails, until it settles
+//   late S SECONDS             hardware answers after that time, until it settles
 //   delay S PATH               inputs whose paths begin so stay as they are, until it settles
 //   pass SECONDS
 //
+// What hardware refuses, and when it answers, stays so over a failure or a restart of its switch.
 // Lines that change nothing, as the failure of what has failed, do no harm. Each route takes its
 // time to each switch, and a switch writes its agent's inputs a few at a time and in any order, all
 // by the seed alone; what one switch tells another arrives in order.
@@ -67,6 +68,7 @@ private:
     std::optional< double > writesAt;
     std::vector< String > delayed;
     bool hindered = false;
+    std::vector< String > hindrances; // of one that has failed, to be said when it returns
     uint64_t callsOfEarlier = 0;
   };
   struct Message {
@@ -89,7 +91,7 @@ private:
   void failOrReturn( Vex::TextCursor & in, bool fails );
   void failSwitch( Index node );
   void returnSwitch( Index node );
-  static void hinder( Member & member, std::initializer_list< String > lines );
+  static void hinder( Member & member, const std::vector< String > & lines );
 
   void viewChanged( Index node );
   void tell( Index to, const RouteKey & key, std::optional< uint32_t > value );

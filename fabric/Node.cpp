@@ -1,5 +1,7 @@
 #include "fabric/Node.h"
 
+#include "switch/SwitchAnswers.h"
+
 namespace Fabric {
 
 Node::Node( bool updatesEsiData )
@@ -12,15 +14,37 @@ void Node::line( const String & line ) {
   shell_.execute( line, line );
 }
 
+String Node::refusalLine( Switch::FallibleOperation operation, uint32_t calls ) {
+  return "set switch.fault[" + Vex::text( operation ) + "].nextCalls " + Vex::text( calls );
+}
+
+std::vector< String > Node::latenessLines( const String & seconds ) {
+  return { "set switchAnswers.answerDelay " + seconds, "set switchFloodSets.answerDelay " + seconds,
+           "set switchMacs.answerDelay " + seconds };
+}
+
+std::vector< String > Node::hindrances() const {
+  auto lines =
+      latenessLines( Vex::text( root< Switch::SwitchAnswers >( "switchAnswers" )->answerDelay() ) );
+  for ( const auto & [ operation, plan ] : wiring_.hardware->fault() ) {
+    lines.push_back( refusalLine( operation, plan->nextCalls() ) );
+  }
+  return lines;
+}
+
 void Node::restart( bool hitless ) {
+  const auto kept = hindrances();
   if ( hitless ) { // the plane goes on, as its switch and all inputs do
     line( "restart hitless" );
-    return;
+  } else {
+    earlierCalls_ += callsOfSwitch();
+    plane_ = nullptr;
+    line( "restart" );
+    beginSwitch();
   }
-  earlierCalls_ += callsOfSwitch();
-  plane_ = nullptr;
-  line( "restart" );
-  beginSwitch();
+  for ( const auto & each : kept ) {
+    line( each );
+  }
 }
 
 String Node::brokenPromise() const {

@@ -19,6 +19,11 @@ public:
 
   const Agent::Wiring & wiring() const { return wiring_; }
   void line( const String & line );
+  // That of the next so many calls each fails; that hardware answers so many seconds after each.
+  static String refusalLine( Switch::FallibleOperation operation, uint32_t calls );
+  static std::vector< String > latenessLines( const String & seconds );
+  // What has hardware go on to refuse calls and to answer late as it does.
+  std::vector< String > hindrances() const;
   // The agent starts anew over its inputs, and over an empty switch unless hitless.
   void restart( bool hitless );
   // Of Vex::Clock.

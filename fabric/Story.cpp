@@ -70,7 +70,7 @@ String Story::expect( Vex::TextCursor & in ) {
   const Index host = takeHost( in, topology );
   expectWord( in, "by" );
   const auto entry = takeEntry( in, network_, host );
-  Switch::Frame frame{ topology.hosts[ host ].mac, 0xffff'ffff'ffff };
+  auto sent = floodOf( network_, host, entry );
   Index segment = 0;
   if ( flood ) {
     expectWord( in, "at" );
@@ -78,13 +78,13 @@ String Story::expect( Vex::TextCursor & in ) {
   } else {
     expectWord( in, "to" );
     const Index to = takeHost( in, topology );
-    frame.to = topology.hosts[ to ].mac;
+    sent = frameTo( network_, host, to, entry );
     segment = network_.segmentOf( to );
   }
   const auto expected = takeValue< uint32_t >( in );
-  std::vector< Hop > way;
-  const auto walked = walk( network_, entry, frame, &way );
-  auto wrong = walked.wrong + difference( "copies ", walked.copies[ segment ], expected );
+  auto way = wayOf( network_, sent );
+  judge_.lastIs( sent );
+  auto wrong = way.walked.wrong + difference( "copies ", way.walked.copies[ segment ], expected );
   if ( flood ) {
     expectWord( in, "of" );
     wrong += difference( "allowed copies ", allowedCopies( network_, entry, segment ),
@@ -93,10 +93,25 @@ String Story::expect( Vex::TextCursor & in ) {
   Vex::expectEnd( in );
   if ( !wrong.empty() ) {
     std::ostringstream out;
-    showWay( out, network_, way );
+    showWay( out, network_, way.hops );
+    way.bounds[ segment ] = { expected, expected };
+    way.wrong = wrong;
+    judge_.wrongIs( std::move( way ) );
     wrong += "the frame's way:\n" + out.str();
   }
   return wrong;
+}
+
+std::optional< Way > Story::firstFlood() const {
+  const auto & hosts = network_.topology().hosts;
+  for ( Index host = 0; host < hosts.size(); ++host ) {
+    if ( const auto entries = entriesOf( network_, host ); !entries.empty() ) {
+      auto sent = floodOf( network_, host, entries[ 0 ] );
+      sent.atRest = quiet_;
+      return wayOf( network_, sent );
+    }
+  }
+  return std::nullopt;
 }
 
 String Story::brokenPromise() const {
@@ -109,20 +124,24 @@ String Story::brokenPromise() const {
 
 std::optional< Sim::Outcome > run( const Topology & topology, uint64_t seed,
                                    const Sim::Lines & lines, volatile size_t * line,
-                                   uint64_t * frames ) {
+                                   uint64_t * frames, const AtEnd & atEnd ) {
   Story story( topology, seed );
-  for ( size_t i = 0; i < lines.size(); ++i ) {
+  std::optional< Sim::Outcome > outcome;
+  for ( size_t i = 0; i < lines.size() && !outcome; ++i ) {
     if ( line ) {
       *line = i;
     }
     if ( auto wrong = story.execute( lines[ i ] ); !wrong.empty() ) {
-      return Sim::Outcome{ i, std::move( wrong ) };
+      outcome = { i, std::move( wrong ) };
     }
   }
-  if ( frames ) {
+  if ( frames && !outcome ) {
     *frames += story.frames();
   }
-  return std::nullopt;
+  if ( atEnd ) {
+    atEnd( story, outcome ? outcome->text : "" );
+  }
+  return outcome;
 }
 
 } // namespace Fabric

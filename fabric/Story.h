@@ -22,6 +22,11 @@ public:
   // What is wrong after the line; empty when nothing is.
   String execute( const String & line );
   uint64_t frames() const { return judge_.frames(); }
+  const Network & network() const { return network_; }
+  // The way of the first frame that went wrong, else of the last one, if it can still be sent.
+  std::optional< Way > way() const { return judge_.way(); }
+  // That of a flood of the first host that has a link, if there is one.
+  std::optional< Way > firstFlood() const;
 
 private:
   String expect( Vex::TextCursor & in );
@@ -34,9 +39,10 @@ private:
 };
 
 // What went wrong first, if anything. `line` follows the index of the line that is executed;
-// `frames` counts those of a story in which nothing did.
+// `frames` counts those of a story in which nothing did. `atEnd` is told what went wrong.
+using AtEnd = std::function< void( const Story & story, const String & wrong ) >;
 std::optional< Sim::Outcome > run( const Topology & topology, uint64_t seed,
                                    const Sim::Lines & lines, volatile size_t * line = nullptr,
-                                   uint64_t * frames = nullptr );
+                                   uint64_t * frames = nullptr, const AtEnd & atEnd = nullptr );
 
 } // namespace Fabric

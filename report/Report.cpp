@@ -125,8 +125,7 @@ void Report::write( std::ostream & out, const Vex::String & verdict, bool isVirt
   }
   samples_.push_back( sample() );
   ReportPage page( out );
-  page.begin();
-  page.object( [ & ] {
+  page.write( [ & ] {
     page.member( "title", title_ );
     page.member( "verdict", verdict );
     page.member( "clock", isVirtual ? "virtual" : "steady" );
@@ -142,7 +141,6 @@ void Report::write( std::ostream & out, const Vex::String & verdict, bool isVirt
     page.events( events_ );
     page.tables( roots_ );
   } );
-  page.end();
 }
 
 } // namespace Agent

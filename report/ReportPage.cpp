@@ -1,12 +1,12 @@
 #include "report/ReportPage.h"
 
-#include "report/ReportTemplate.h"
-
 #include <algorithm>
 #include <array>
 #include <cmath>
 
 namespace Agent {
+
+extern const PageTemplate reportTemplate;
 
 using Vex::String;
 
@@ -56,13 +56,7 @@ String summary( const Vex::Entity & entity ) {
 
 } // namespace
 
-void ReportPage::begin() {
-  out_ << reportBeforeData;
-}
-
-void ReportPage::end() {
-  out_ << reportAfterData;
-}
+ReportPage::ReportPage( std::ostream & out ) : Page( out, reportTemplate ) {}
 
 void ReportPage::machines( const Roots & roots ) {
   const auto indexOf = [ & ]( const Vex::Entity * entity ) {

@@ -1,20 +1,14 @@
-// Writes a report's page: a template (report.html) with the data as JSON in it, which the
-// template's script draws. Of a data's text nothing can be taken for markup.
+// Writes a report's page, a part of its data after the other.
 #pragma once
 
-#include "Vex/Json.h"
+#include "report/Page.h"
 #include "report/Report.h"
 
 namespace Agent {
 
-class ReportPage : public Vex::JsonWriter {
+class ReportPage : public Page {
 public:
-  // What could end the script element that the data stand in, or begin markup in it, is guarded.
-  explicit ReportPage( std::ostream & out ) : JsonWriter( out, "<>&" ), out_( out ) {}
-
-  // The template up to where the data stand, and from there on.
-  void begin();
-  void end();
+  explicit ReportPage( std::ostream & out );
 
   void machines( const Roots & roots );
   void samples( const std::vector< Report::Column > & columns,
@@ -25,8 +19,6 @@ public:
 
 private:
   void table( const Vex::Entity & root, const Vex::AttributeType & attribute );
-
-  std::ostream & out_;
 };
 
 } // namespace Agent

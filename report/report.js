@@ -1,45 +1,5 @@
-"use strict";
-
-const data = JSON.parse(document.getElementById("data").textContent);
-const byId = (id) => document.getElementById(id);
 const kinds = ["line", "call", "failure"];
 const kindNames = ["lines", "calls", "failures"];
-const number = (value) => value.toLocaleString("en");
-const seconds = (value) => String(Number(value.toFixed(6)));
-const plural = (count, word) => `${number(count)} ${word}${count === 1 ? "" : word.endsWith("y") ? "" : "s"}`;
-
-// An element with text, or with children; text is never taken for markup.
-function make(tag, attributes, ...children) {
-  const svg = ["svg", "path", "rect", "line", "text", "title", "g"].includes(tag) && tag !== "title";
-  const element = svg ? document.createElementNS("http://www.w3.org/2000/svg", tag)
-                      : document.createElement(tag);
-  for (const [name, value] of Object.entries(attributes || {})) {
-    element.setAttribute(name, value);
-  }
-  element.append(...children);
-  return element;
-}
-
-// --- Head
-
-function showHead() {
-  byId("title").textContent = data.title;
-  document.title = `${data.title} - KezEvpn run`;
-  byId("verdict").textContent = data.verdict;
-  const failed = !/^(no expectation|all )/.test(data.verdict);
-  byId("verdict").classList.toggle("bad", failed);
-  const figures = [
-    ["lines", number(data.happened[0])],
-    ["calls of hardware", number(data.happened[1] + data.happened[2] - data.troubles)],
-    ["failures", number(data.happened[2])],
-    [`seconds, ${data.clock}`, seconds(data.end - data.start)],
-  ];
-  for (const [name, value] of figures) {
-    const bad = name === "failures" && data.happened[2] > 0;
-    byId("figures").append(make("div", bad ? { class: "bad" } : {},
-                                make("dt", {}, name), make("dd", {}, value)));
-  }
-}
 
 // --- Machines and entities
 
@@ -113,7 +73,7 @@ function showGraph() {
       graph.nodes.set(node.index, { ...node, element, counts, title, column: at, y: top0 + (rows - column.length) * row / 2 + i * row });
     });
   });
-  graph.edges = edges([...graph.nodes.values()]).map((edge) => ({ ...edge, path: make("path", { class: edge.kind }) }));
+  graph.edges = edges([...graph.nodes.values()]).map((edge) => ({ ...edge, path: draw("path", { class: edge.kind }) }));
   byId("edges").append(...graph.edges.map((edge) => edge.path));
   layGraph();
   choose(null);
@@ -258,28 +218,28 @@ function showLanes() {
   const span = Math.max((bins.length - first) * width, width);
   const start = origin + first * width;
   const x = (value) => x0 + (value - start) / span * (x1 - x0);
-  const svg = make("svg", { viewBox: `0 0 ${whole} ${height}`, height, role: "img",
+  const svg = draw("svg", { viewBox: `0 0 ${whole} ${height}`, height, role: "img",
                             "aria-label": `lines, calls of hardware and failures ${steps ? "by line" : "over simulated time"}` });
   for (const tick of axisTicks(Math.max(start, from), start + span)) {
     const at = x(tick + (steps ? width * 0.5 * (width === 1) : 0));
     const label = steps ? number(tick) : `${seconds(tick)} s`;
     const anchor = at > x1 - 24 ? "end" : at < x0 + 8 ? "start" : "middle";
     if (at <= x1 + 1) {
-      svg.append(make("line", { class: "grid", x1: at, x2: at, y1: 0, y2: height - 20 }),
-                 make("text", { x: at, y: height - 5, "text-anchor": anchor }, label));
+      svg.append(draw("line", { class: "grid", x1: at, x2: at, y1: 0, y2: height - 20 }),
+                 draw("text", { x: at, y: height - 5, "text-anchor": anchor }, label));
     }
   }
   kindNames.forEach((name, kind) => {
     const base = (kind + 1) * laneHeight;
     const most = Math.max(1, ...bins.map((bin) => bin[kind]));
-    svg.append(make("line", { class: "base", x1: x0, x2: x1, y1: base, y2: base }),
-               make("text", { class: "lane", x: 0, y: base - 20 }, name),
-               make("text", { x: 0, y: base - 6 }, `${number(data.happened[kind])}, most ${number(most)}`));
+    svg.append(draw("line", { class: "base", x1: x0, x2: x1, y1: base, y2: base }),
+               draw("text", { class: "lane", x: 0, y: base - 20 }, name),
+               draw("text", { x: 0, y: base - 6 }, `${number(data.happened[kind])}, most ${number(most)}`));
     bins.forEach((bin, i) => {
       if (bin[kind]) {
         const h = Math.max(3, bin[kind] / most * (laneHeight - 8));
         const left = x(origin + i * width);
-        svg.append(make("rect", { class: `fill${kind}`, x: left, y: base - h, height: h,
+        svg.append(draw("rect", { class: `fill${kind}`, x: left, y: base - h, height: h,
                                   width: Math.max(1.5, Math.min(14, x(origin + (i + 1) * width) - left - 0.6)) }));
       }
     });
@@ -287,16 +247,14 @@ function showLanes() {
   bins.forEach((bin, i) => {
     if (bin.some((count) => count)) {
       const left = x(origin + i * width);
-      const hit = make("rect", { class: "hit", x: left - 1, y: 0, height: height - 20,
+      const hit = draw("rect", { class: "hit", x: left - 1, y: 0, height: height - 20,
                                  width: Math.max(5, x(origin + (i + 1) * width) - left) });
-      const title = document.createElementNS("http://www.w3.org/2000/svg", "title");
-      title.textContent = bin.map((count, kind) => `${number(count)} ${kindNames[kind]}`).join(", ");
-      hit.append(title);
+      hit.append(draw("title", {}, bin.map((count, kind) => `${number(count)} ${kindNames[kind]}`).join(", ")));
       hit.addEventListener("click", () => chooseSpan(origin + i * width, origin + (i + 1) * width));
       svg.append(hit);
     }
   });
-  lanes.now = make("line", { class: "now", y1: 0, y2: height - 20 });
+  lanes.now = draw("line", { class: "now", y1: 0, y2: height - 20 });
   lanes.x = (sample) => x(steps ? sample.step + 0.5 * (width === 1) : sample.time);
   svg.append(lanes.now);
   byId("lanes").replaceChildren(svg);
@@ -435,7 +393,12 @@ function showTables() {
 byId("moment").max = data.samples.length - 1;
 byId("moment").value = data.samples.length - 1;
 lanes.axis = data.times.bins.filter((bin) => bin.some((count) => count)).length > 2 ? "times" : "steps";
-showHead();
+showHead(data.title, data.verdict, !/^(no expectation|all )/.test(data.verdict), [
+  ["lines", number(data.happened[0])],
+  ["calls of hardware", number(data.happened[1] + data.happened[2] - data.troubles)],
+  ["failures", number(data.happened[2]), data.happened[2] > 0],
+  [`seconds, ${data.clock}`, seconds(data.end - data.start)],
+]);
 showGraph();
 showMoment(data.samples.length - 1);
 showLanes();

@@ -81,6 +81,7 @@ std::optional< Outcome > runApart( const Lines & lines, const Runner & runner ) 
     return std::nullopt;
   }
   if ( WIFSIGNALED( status ) ) {
+    outcome.endedProcess = true;
     outcome.text += "ended by signal " + std::to_string( WTERMSIG( status ) );
   }
   return outcome;

@@ -93,6 +93,7 @@ Vex::String tablesOf( pid_t process );
 struct Outcome {
   size_t line = 0; // the index of the one that showed it
   Vex::String text;
+  bool endedProcess = false; // whether it was the process that came to an end there
 };
 
 // What went wrong first, if anything. `line` follows the index of the line that is executed.
