@@ -413,7 +413,7 @@ TEST( ExplainMissingTest, IsGroupedAndCountedTheLongestWaitFirst ) {
       "Ethernet2,10, Ethernet3,10\n"
       "             evpnFloodingDot1qSm  1 pair of which changes are being collected, next look in "
       "1.0 s: Ethernet4,10\n"
-      "             evpnVlanFloodSetSm   1 destination waiting for the hardware ids of their paths: "
+      "             evpnVlanFloodSetSm   1 destination waiting for the hardware id of the path: "
       "10,ff:ff:ff:ff:ff:ff,mpls(,100,5)\n" );
   EXPECT_EQ( asked( lines, "explain interface Ethernet?" ),
              "  2.0 s ago  evpnFloodingDot1qSm  2 pairs refused by hardware (no room), next try in "

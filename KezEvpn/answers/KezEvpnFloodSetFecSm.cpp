@@ -91,7 +91,7 @@ void EvpnFloodSetFecSm::addMissing( Missing & out ) const {
   for ( const auto & [ fecId, via ] : fecIdCache() ) {
     if ( mplsFloodSetFecRequest()->hwFecIdRequestHas( fecId ) && !hasFecResponse( fecId ) &&
          !response->refusalHas( fecId ) ) {
-      out.add( {}, via, "waiting for hardware's answer for their FECs" );
+      out.add( {}, via, "waiting for hardware's answer for a FEC" );
     }
   }
 }

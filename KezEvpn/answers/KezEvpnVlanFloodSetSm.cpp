@@ -144,7 +144,7 @@ void EvpnVlanFloodSetSm::explainDest( const VlanMacDest & vmd, Explanation & out
 void EvpnVlanFloodSetSm::addDest( const VlanMacDest & vmd, Missing & out ) const {
   switch ( stateOf( vmd ) ) {
   case State::withoutHwId:
-    out.add( {}, vmd, "waiting for the hardware ids of their paths" );
+    out.add( {}, vmd, "waiting for the hardware id of the path" );
     break;
   case State::unanswered:
     out.add( {}, vmd, "waiting for hardware's answer" );

@@ -54,7 +54,7 @@ void KezMacAddrFecRequestSm::explainHost( const MacVlanPair & host, Explanation 
     out.awaits( "in hardware still with FEC ", macAddrHwStatus()->host( host ) );
   }
   if ( macAddrHwStatus()->refusalHas( host ) ) {
-    out.refused( Refused{ macAddrHwStatus()->refusal( host ) }, ", which it tries by itself" );
+    out.refused( Refused{ macAddrHwStatus()->refusal( host ) } );
   }
 }
 
