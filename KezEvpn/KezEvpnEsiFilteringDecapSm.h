@@ -79,6 +79,7 @@ public:
   void maybeScheduleUnprogrammedReview();
   void doReviewUnprogrammed() override;
   void explain( const Subject & subject, Explanation & out ) const override;
+  void addMissing( Missing & out ) const override;
   void check( Findings & out ) const override;
   void addAuditParts( KezHelper::AuditParts & out ) override;
   bool settled() const override { return lfibTrackingStatus()->routeKeyBacklogs() == 0; }
@@ -125,6 +126,7 @@ private:
                     Explanation & out ) const;
 
   size_t parked() const override { return lfibHwStatus()->unprogrammedRoutes(); }
+  Vex::String refusalReason() const override { return esiFilteringDecapHelper()->refusalReason(); }
   // Its reviews are due when a run ends, never at once.
   void maybeScheduleUnprogrammedReview( bool ) override { maybeScheduleUnprogrammedReview(); }
 

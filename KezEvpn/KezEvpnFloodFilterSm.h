@@ -54,6 +54,7 @@ public:
   void maybeScheduleUnprogrammedReview( bool immediate ) override;
   void doReviewUnprogrammed() override;
   void explain( const Subject & subject, Explanation & out ) const override;
+  void addMissing( Missing & out ) const override;
   void check( Findings & out ) const override;
   void addAuditParts( KezHelper::AuditParts & out ) override;
 
@@ -68,6 +69,7 @@ public:
                                    Bridging::VlanId vlanId );
 
 private:
+  void explainPairsOf( const Subject & subject, Explanation & out ) const;
   size_t parked() const override { return unprogrammedFilters(); }
   bool isFloodFilterApplied( Wire::IntfId intfId, Bridging::VlanId vlanId ) const {
     const auto vlanFloodStatus = evpnStatus()->evpnVlanFloodStatus( vlanId );

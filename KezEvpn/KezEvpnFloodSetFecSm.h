@@ -57,6 +57,7 @@ public:
                              const MplsDestConfig & config ) override;
   void handleFecResponse( Rook::Fib::FecId fecId ) override;
   void explain( const Subject & subject, Explanation & out ) const override;
+  void addMissing( Missing & out ) const override;
   void check( Findings & out ) const override;
 
   void processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,

@@ -85,6 +85,7 @@ public:
   void handleLagPort( Wire::IntfId lagIntfId ) override;
   void vex_handleVlanStatus( VexVlanStatus & reactor ) { reactor.handleVlanStatus(); }
   void explain( const Subject & subject, Explanation & out ) const override;
+  void addMissing( Missing & out ) const override;
 
   Bridging::VlanIdOrNone dot1qTagForVlan( Bridging::VlanId vlanId ) const;
   void processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId );
@@ -117,6 +118,9 @@ private:
   bool tagChangedUnheard( Bridging::VlanId vlanId ) const;
   void explainPair( const IntfVlanKey & key, Explanation & out ) const;
   void explainVlan( Bridging::VlanId vlanId, Explanation & out ) const;
+  void explainPairsOf( const Subject & subject, Explanation & out ) const;
+  void addQueued( const IntfVlanKey & key, Missing & out ) const;
+  void addWithoutVlan( const IntfVlanKey & key, Missing & out ) const;
 
   bool vlanServiceDot1qEnabled() const;
   // Under which the VLAN itself waits to be tried again.

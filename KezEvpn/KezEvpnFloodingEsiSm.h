@@ -99,6 +99,7 @@ public:
   void vex_handleSegmentStatus( VexSegmentStatus & reactor ) { reactor.handleSegmentStatus(); }
   void doReviewUnprogrammed() override;
   void explain( const Subject & subject, Explanation & out ) const override;
+  void addMissing( Missing & out ) const override;
   void check( Findings & out ) const override;
   void addAuditParts( KezHelper::AuditParts & out ) override;
 
@@ -142,6 +143,7 @@ private:
   PortLack portLackOf( Wire::IntfId intfId, bool hwTunnelIdPublished ) const {
     return esiPortLack( *evpnStatus(), intfId, hwTunnelIdPublished );
   }
+  EsiIds idsAskedFor( const IntfVlanKey & key ) const;
   // The ports that hardware has with other ids than the inputs say: other ones in any way, or
   // another hardware tunnel id, which none is too.
   enum class Changed { any, hwTunnelId };
@@ -154,6 +156,8 @@ private:
   // On each port of the interface.
   std::optional< KezHelper::EsiData > dataAskedFor( const IntfVlanKey & pair ) const;
   void explainPair( const IntfVlanKey & key, Explanation & out ) const;
+  void explainPairsOf( const Subject & subject, Explanation & out ) const;
+  bool addWait( const IntfVlanKey & key, Missing & out ) const;
   void explainLag( const IntfVlanKey & key, Explanation & out ) const;
   std::optional< TunnelIdToHwTunnelId > mapped( TunnelId tunnelId ) const {
     return tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().safeRecord( tunnelId );

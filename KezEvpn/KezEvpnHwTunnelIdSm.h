@@ -130,6 +130,7 @@ public:
 
   void doReviewUnprogrammed() override;
   void explain( const Subject & subject, Explanation & out ) const override;
+  void addMissing( Missing & out ) const override;
   void check( Findings & out ) const override;
   void addAuditParts( KezHelper::AuditParts & out ) override;
 
@@ -151,6 +152,7 @@ private:
     return hwTunnelIdRecord( *tunnelIdHwTunnelId(), tunnelId );
   }
   size_t parked() const override { return unprogrammedTunnels(); }
+  Vex::String refusalReason() const override { return hwTunnelIdHelper()->refusalReason(); }
   bool retriesRefused() const override { return retryLackingTunnel(); }
   bool makeRoom( HwTunnelIdType hwTunnelIdType, bool used );
   using IdsInUse = KezHelper::EvpnHwTunnelIdSmHelper::HwTunnelIds;
@@ -160,6 +162,8 @@ private:
   Lack lackOf( TunnelId tunnelId ) const;
   void settleLack( TunnelId tunnelId );
   void retryLackingTunnelChanged();
+  void explainSegment( const Subject & subject, Explanation & out ) const;
+  void addLack( TunnelId tunnelId, Missing & out ) const;
   void explainWait( TunnelId tunnelId, Explanation & out ) const;
   void explainLack( TunnelId tunnelId, Explanation & out ) const;
   void checkRetried( Findings & out ) const;

@@ -51,6 +51,7 @@ public:
   void lagConfigDirDel();
   void vex_handleLagConfig( VexLagConfig & reactor );
   void publishEvpnLagMemberInfo( Wire::IntfId lagIntfId, const KezPortList & portList );
+  void explain( const Subject & subject, Explanation & out ) const override;
   void check( Findings & out ) const override;
 
 private:

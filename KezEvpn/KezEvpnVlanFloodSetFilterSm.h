@@ -67,6 +67,7 @@ public:
   void processDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac, const L2Rib::Dest & dest );
   bool isDestPresent( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
                       const L2Rib::Dest & dest ) const;
+  void explain( const Subject & subject, Explanation & out ) const override;
   void check( Findings & out ) const override;
   void addDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac, const L2Rib::Dest & dest );
   void deleteDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac, const L2Rib::Dest & dest );

@@ -62,13 +62,29 @@ public:
   void addOrUpdateMplsDestHwConfig( const VlanMacDest & vmd );
   void deleteMplsDestHwConfig( const VlanMacDest & vmd );
   void explain( const Subject & subject, Explanation & out ) const override;
+  void addMissing( Missing & out ) const override;
   void check( Findings & out ) const override;
 
 private:
+  // Where a destination stands.
+  enum class State {
+    withoutTunnel, // which it would lead over
+    withoutHwId,   // of its path
+    unanswered,
+    refused,
+    withoutHwTunnelId, // but programmed
+    programmed
+  };
+  State stateOf( const VlanMacDest & vmd ) const;
+  Refusal refusalOf( const VlanMacDest & vmd ) const;
+  void explainDest( const VlanMacDest & vmd, Explanation & out ) const;
+  void addDest( const VlanMacDest & vmd, Missing & out ) const;
   // Of destinations, how many stand where.
   struct Tally {
     size_t programmed = 0;
+    size_t withoutHwTunnelId = 0; // programmed all the same
     size_t refused = 0;
+    Vex::String why; // of one of them
     size_t unanswered = 0;
     size_t withoutHwId = 0;
     size_t withoutTunnel = 0;

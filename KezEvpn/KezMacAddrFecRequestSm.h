@@ -124,6 +124,7 @@ public:
   void vex_handleReviewTask_taskRun();
   void doReview();
   void explain( const Subject & subject, Explanation & out ) const override;
+  void addMissing( Missing & out ) const override;
   void check( Findings & out ) const override;
   bool settled() const override { return chainQueues() + hostQueues() == 0; }
 

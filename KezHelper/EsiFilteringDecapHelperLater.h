@@ -35,6 +35,7 @@ public:
   const HwTable< Wire::IntfId, Wire::MplsLabel > * esiPortMaps() const override {
     return &esiPortMap_;
   }
+  Vex::String refusalReason() const override { return chip_->refusalReason(); }
 
 private:
   const Vex::Ptr< const Vex::Entity > owner_;

@@ -23,6 +23,7 @@ public:
   const HwTable< Wire::IntfId, Wire::MplsLabel > * esiPortMaps() const override {
     return chip_->esiPortMaps();
   }
+  Vex::String refusalReason() const override { return chip_->refusalReason(); }
 
 private:
   std::optional< TakeoverTable< Wire::IntfId, Wire::MplsLabel > > esiPortMap_;

@@ -26,6 +26,7 @@ public:
   VEX_ATTRIBUTES( chip )
 
   EvpnFloodingInventory inventory() const override { return chip_->inventory(); }
+  Vex::String refusalReason() const override { return chip_->refusalReason(); }
 
   Kez::HwProgrammingStatus createVlan( Bridging::VlanId vlanId,
                                        Bridging::VlanIdOrNone dot1q ) final;

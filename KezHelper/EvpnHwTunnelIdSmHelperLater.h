@@ -39,6 +39,7 @@ public:
   const HwTunnelIds * hwTunnelIdsInUse() const override {
     return chip_->hwTunnelIdsInUse() ? &inUse_ : nullptr;
   }
+  Vex::String refusalReason() const override { return chip_->refusalReason(); }
 
 private:
   // The chip's, but for those that rest.

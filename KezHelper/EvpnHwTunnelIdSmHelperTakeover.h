@@ -40,6 +40,7 @@ public:
                                           Tunnel::TunnelTable::TunnelId tunnelId ) override;
   void releaseHwTunnelId( const Kez::HwTunnelId & hwTunnelId ) override;
   const HwTunnelIds * hwTunnelIdsInUse() const override { return chip_->hwTunnelIdsInUse(); }
+  Vex::String refusalReason() const override { return chip_->refusalReason(); }
 
 private:
   bool sweepOne() override;

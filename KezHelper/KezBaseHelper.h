@@ -11,6 +11,10 @@ class KezBaseHelper : public Vex::Entity {
 
   explicit KezBaseHelper( const Vex::String & name );
 
+  // Why hardware refused the latest call that it refused, in a few words, as "no room"; empty where
+  // the helper does not say.
+  virtual Vex::String refusalReason() const { return {}; }
+
   // Writes `msg` and a newline to standard error and fails an assertion.
   [[noreturn]] static void kezAssert( const Vex::String & msg );
 

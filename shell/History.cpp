@@ -1,3 +1,5 @@
+#include "shell/History.h"
+
 #include "Ringlog/Ring.h"
 #include "Ringlog/RingReader.h"
 #include "Ringlog/TextTrace.h"
@@ -20,14 +22,10 @@ constexpr std::string_view wordEnds = " \t,;:()[]{}/'\"";
 std::vector< String > wordsOfKeys( const String & path ) {
   std::vector< String > words;
   for ( size_t at = path.find( '[' ); at != path.npos; at = path.find( '[', at ) ) {
-    const auto end = path.find( ']', at );
-    for ( ++at; at < end; ++at ) {
-      const auto next = std::min( path.find_first_of( wordEnds, at ), end );
-      if ( next > at ) {
-        words.push_back( path.substr( at, next - at ) );
-      }
-      at = next;
-    }
+    const auto end = std::min( path.find( ']', at ), path.size() );
+    const auto ofKey = wordsOfKey( std::string_view( path ).substr( at + 1, end - at - 1 ) );
+    words.insert( words.end(), ofKey.begin(), ofKey.end() );
+    at = end;
   }
   return words;
 }
@@ -47,8 +45,10 @@ bool hasWord( std::string_view text, std::string_view word ) {
 // The latest of what was traced of something, read from the ring part by part.
 class History : public Answer {
 public:
-  History( const String & ring, std::vector< String > words, size_t limit )
-      : reader_( ring ), words_( std::move( words ) ), limit_( limit ) {}
+  // `absent` is said, in words, when there is nothing.
+  History( const String & ring, std::vector< String > words, size_t limit, String absent )
+      : reader_( ring ), words_( std::move( words ) ), limit_( limit ),
+        absent_( std::move( absent ) ) {}
 
   bool say( Session & session ) override {
     if ( isRead_ ) {
@@ -64,7 +64,7 @@ public:
     } );
     isRead_ = !more || ++parts_ > reader_.header().blockCount / blocksAtATime;
     if ( isRead_ && kept_.empty() && !session.json() ) {
-      session.out() << "the ring has nothing of it\n";
+      session.out() << absent_;
     }
     return !kept_.empty() || !isRead_;
   }
@@ -106,6 +106,7 @@ private:
   Ringlog::RingReader reader_;
   const std::vector< String > words_;
   const size_t limit_;
+  const String absent_;
   size_t parts_ = 0;
   bool isRead_ = false;
   std::deque< Record > kept_;
@@ -134,10 +135,29 @@ void history( const Shell & shell, Vex::TextCursor & in, Session & session ) {
   if ( ring.empty() ) {
     throw BadLine( column, "expected a host that writes a ring, which this one does not" );
   }
-  session.answerIs( std::make_unique< History >( ring, std::move( words ), limit ) );
+  session.answerIs( std::make_unique< History >( ring, std::move( words ), limit,
+                                                 "the ring has nothing of it\n" ) );
 }
 
 } // namespace
+
+std::vector< String > wordsOfKey( std::string_view key ) {
+  std::vector< String > words;
+  for ( size_t at = 0; at < key.size(); ++at ) {
+    const auto next = std::min( key.find_first_of( wordEnds, at ), key.size() );
+    if ( next > at ) {
+      words.emplace_back( key.substr( at, next - at ) );
+    }
+    at = next;
+  }
+  return words;
+}
+
+std::unique_ptr< Answer > lastTraced( std::vector< String > words ) {
+  const auto ring = Ringlog::ringPath();
+  return ring.empty() ? nullptr
+                      : std::make_unique< History >( ring, std::move( words ), 1, String() );
+}
 
 void addHistory( Shell & shell ) {
   shell.commandIs(

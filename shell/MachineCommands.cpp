@@ -1,6 +1,6 @@
-#include "KezEvpn/frame/Explain.h"
 #include "KezEvpn/frame/Findings.h"
 #include "KezHelper/Audit.h"
+#include "shell/ExplainCommand.h"
 #include "shell/Machines.h"
 #include "shell/Shell.h"
 #include "shell/Show.h"
@@ -10,50 +10,6 @@ namespace KezShell {
 using Vex::String;
 
 namespace {
-
-void explainInJson( Vex::JsonWriter & out, const Kez::StateMachine & machine,
-                    const Kez::Explanation & explanation ) {
-  out.line( [ & ] {
-    out.member( "machine", machine.name() );
-    out.member( "state", stringValue( explanation.standing() ) );
-    out.arrayMember( "says", [ & ] {
-      for ( const auto & clause : explanation.clauses() ) {
-        out.put( clause.text );
-      }
-    } );
-    out.arrayMember( "reasons", [ & ] {
-      for ( const auto & clause : explanation.clauses() ) {
-        if ( clause.standing != Kez::Standing::settled ) {
-          out.put( clause.text );
-        }
-      }
-    } );
-    out.member( "nextTry", explanation.nextTry() );
-  } );
-}
-
-void explain( const Shell & shell, Vex::TextCursor & in, Session & session ) {
-  const auto subject = Kez::parseSubject( in );
-  Vex::expectEnd( in );
-  auto * const json = session.json();
-  std::vector< std::vector< String > > rows;
-  forEachMachine( shell.roots(), [ & ]( const Kez::StateMachine & machine ) {
-    Kez::Explanation explanation;
-    machine.explain( subject, explanation );
-    if ( explanation.clauses().empty() ) {
-      return;
-    }
-    if ( json ) {
-      explainInJson( *json, machine, explanation );
-    } else {
-      rows.push_back( { "  " + machine.name(), explanation.text() } );
-    }
-  } );
-  if ( rows.empty() && !json ) {
-    session.out() << "no machine has to do with " << Kez::text( subject ) << '\n';
-  }
-  showTable( session.out(), rows );
-}
 
 void check( const Shell & shell, Vex::TextCursor & in, Session & session ) {
   Vex::expectEnd( in );
@@ -164,18 +120,7 @@ void audit( const Shell & shell, Vex::TextCursor & in, Session & session ) {
 } // namespace
 
 void addMachineCommands( Shell & shell ) {
-  shell.commandIs(
-      { "explain", "SUBJECT", "tell why something is in hardware or what it waits for",
-        "Every machine that has to do with the subject tells how it stands there. SUBJECT is one of\n"
-        "  pair INTERFACE,VLAN\n"
-        "  vlan VLAN\n"
-        "  tunnel TUNNEL\n"
-        "  path TUNNEL,LABEL,VLAN    VLAN is 0 unless the tunnel's type has a path a VLAN\n"
-        "  route LABEL\n"
-        "  explain pair Ethernet1,10\n",
-        Effect::none,
-        [ &shell ]( Vex::TextCursor & in, Session & session ) { explain( shell, in, session ); } },
-      "call" );
+  addExplain( shell );
   shell.commandIs(
       { "check", "", "prove the invariants of all machines",
         "Says what of a machine's own state is not as the machine states, or that everything is.\n"

@@ -104,6 +104,10 @@ public:
   // Of the next call, which is taken to be answered at once otherwise.
   void latencyIs( double seconds ) { latency_ = seconds; }
 
+  // What was answered to the latest creation that was not carried out: "no room", or the failure
+  // that was planned, or what was wrong with it.
+  const Vex::String & lastFailure() const { return lastFailure_; }
+
   // Of those that hear a call the later ones hear the answers of the earlier ones.
   void listenerIs( SwitchListener & listener ) { listeners_.push_back( &listener ); }
   void listenerDel( SwitchListener & listener ) { std::erase( listeners_, &listener ); }
@@ -130,9 +134,11 @@ public:
       tell( operation, arguments(), answer );
     }
     count( operation, answer.outcome );
-    return answer.outcome == Outcome::done
-               ? std::nullopt
-               : std::optional( typeOf( operation ).answerFor( answer.failure ) );
+    if ( answer.outcome == Outcome::done ) [[likely]] {
+      return std::nullopt;
+    }
+    lastFailure_ = Vex::text( answer );
+    return typeOf( operation ).answerFor( answer.failure );
   }
   template< class Arguments >
   std::optional< Failure > creation( Operation operation, bool room,
@@ -178,6 +184,7 @@ private:
   bool journalHasRoom( Table table ) const;
 
   std::vector< SwitchListener * > listeners_;
+  Vex::String lastFailure_;
   SwitchJournal * journal_ = nullptr;
   std::array< Vex::DurationHistogram, operationTypes.size() > latencies_;
   double latency_ = 0;

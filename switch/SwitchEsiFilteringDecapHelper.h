@@ -25,6 +25,7 @@ public:
   const KezHelper::HwTable< Wire::IntfId, Wire::MplsLabel > * esiPortMaps() const override {
     return esiPortMap_.get();
   }
+  Vex::String refusalReason() const override { return simulatedSwitch_->lastFailure(); }
 
 private:
   const std::unique_ptr< const KezHelper::HwTable< Wire::IntfId, Wire::MplsLabel > > esiPortMap_;

@@ -207,6 +207,13 @@ protected:
     return *simulatedSwitch();
   }
 
+  // Says of one that it was refused once more.
+  template< class Status, class Key >
+  static void refused( Status & status, const Key & key, std::string_view why ) {
+    status.refusalIs( key, status.refusal( key ).again( why ) );
+  }
+  static constexpr std::string_view fecNotUsable = "hardware does not have its FEC";
+
   // What uses which FEC is known from here, not from hardware, which may lose it.
   void usedBy( const User & user, uint64_t hwFecId ) {
     leftBy( user );
@@ -277,6 +284,7 @@ private:
       unanswered_[ fecId ] = standingRequest( fecId );
       changed( fecId );
     } else if ( isGivenUp( fecId ) ) {
+      fecResponse()->refusalDel( fecId );
       if ( const auto at = hwFecIds_.find( fecId ); at != hwFecIds_.end() ) {
         leaving_.insert( at->second );
       }
@@ -370,10 +378,12 @@ private:
              Operation::createFec, room, std::nullopt, [ & ] { return Vex::text( fecId ); },
              [ & ] { return Vex::briefText( response ); } ) ) {
       if ( isRequested( fecId ) ) {
+        refused( *fecResponse(), fecId, hardware.lastFailure() );
         retry( fecId );
       }
       return;
     }
+    fecResponse()->refusalDel( fecId );
     const auto & traceHandle = handle_;
     TRACE( 5, "createFec ", fecId, " hwTunnelId ", request.fec.hwTunnelId );
     hardware.fecIs( response.hwFecId, request.fec );

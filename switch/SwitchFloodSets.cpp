@@ -56,14 +56,16 @@ void SwitchFloodSets::see( const Dest & dest ) {
 void SwitchFloodSets::program( const Dest & dest ) {
   auto & hardware = *simulatedSwitch();
   auto status = HwProgrammingStatus::programmed;
-  if ( !isUsable( dest.config.hwIdForTunnelProgramming ) ||
-       calledNow().creation( Operation::createFloodSetDest,
-                             hardware.hasRoom( Operation::createFloodSetDest, false ), std::nullopt,
-                             [ & ] { return Vex::briefText( dest ); } ) ) {
+  const bool usable = isUsable( dest.config.hwIdForTunnelProgramming );
+  if ( !usable || calledNow().creation( Operation::createFloodSetDest,
+                                        hardware.hasRoom( Operation::createFloodSetDest, false ),
+                                        std::nullopt, [ & ] { return Vex::briefText( dest ); } ) ) {
+    refused( *hwStatus(), dest, usable ? hardware.lastFailure() : fecNotUsable );
     retry( dest );
     status = HwProgrammingStatus::notProgrammed;
   } else {
     TRACE( 5, "createFloodSetDest ", dest );
+    hwStatus()->refusalDel( dest );
     hardware.floodSetDestIs( dest );
     usedBy( dest, dest.config.hwIdForTunnelProgramming );
   }
@@ -75,6 +77,7 @@ void SwitchFloodSets::unprogram( const Dest & dest ) {
     removeUser( dest );
     leftBy( dest );
   }
+  hwStatus()->refusalDel( dest );
   hwStatus()->statusMemberDel( dest.macVlanPair, dest.config );
 }
 

@@ -47,6 +47,7 @@ public:
                       const Tunnel::TunnelTable::TunnelId & tid,
                       const Kez::HwTunnelId & hwTid ) override;
   KezHelper::EvpnFloodingInventory inventory() const override;
+  Vex::String refusalReason() const override { return simulatedSwitch_->lastFailure(); }
 
 private:
   template< class Key, class Data >

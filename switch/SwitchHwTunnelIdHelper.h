@@ -23,6 +23,7 @@ public:
                                           Tunnel::TunnelTable::TunnelId tunnelId ) override;
   void releaseHwTunnelId( const Kez::HwTunnelId & hwTunnelId ) override;
   const HwTunnelIds * hwTunnelIdsInUse() const override { return &idsInUse_; }
+  Vex::String refusalReason() const override { return simulatedSwitch_->lastFailure(); }
 
 private:
   // Those of all pools.

@@ -56,20 +56,24 @@ void SwitchMacs::program( const MacVlanPair & host, const Kez::MacFec & fec ) {
     if ( !macAddrHwStatus()->hostHas( host ) ) {
       kept();
     }
+    macAddrHwStatus()->refusalDel( host );
     macAddrHwStatus()->programmedIs( host, fec.fecId );
     return;
   }
-  if ( !isUsable( fec.hwFecId ) ||
-       calledNow().creation(
-           Operation::createMacEntry, hardware.hasRoom( Operation::createMacEntry, stands ),
-           std::nullopt,
-           [ & ] { return Vex::briefText( host ) + " hwFecId " + Vex::text( fec.hwFecId ); } ) ) {
+  const bool usable = isUsable( fec.hwFecId );
+  if ( !usable || calledNow().creation(
+                      Operation::createMacEntry,
+                      hardware.hasRoom( Operation::createMacEntry, stands ), std::nullopt, [ & ] {
+                        return Vex::briefText( host ) + " hwFecId " + Vex::text( fec.hwFecId );
+                      } ) ) {
+    refused( *macAddrHwStatus(), host, usable ? hardware.lastFailure() : fecNotUsable );
     retry( host );
     return;
   }
   TRACE( 5, "createMacEntry ", host, " hwFecId ", fec.hwFecId );
   hardware.macEntryIs( host, fec.hwFecId );
   usedBy( host, fec.hwFecId );
+  macAddrHwStatus()->refusalDel( host );
   macAddrHwStatus()->programmedIs( host, fec.fecId );
 }
 
@@ -78,6 +82,7 @@ void SwitchMacs::unprogram( const MacVlanPair & host ) {
     removeUser( host );
     leftBy( host );
   }
+  macAddrHwStatus()->refusalDel( host );
   macAddrHwStatus()->programmedDel( host );
 }
 

@@ -353,7 +353,7 @@ TEST_F( DoorTest, CompletesCommandsAndPathsByReflection ) {
   Visitor visitor( *this, Rights::look );
   visitor.read();
   EXPECT_EQ( visitor.answer( "complete exp" ),
-             "ect \texpect\t[no] PATH [VALUE | count N]\nlain \texplain\tSUBJECT\n. ok\n" );
+             "ect \texpect\t[no] PATH [VALUE | count N]\nlain \texplain\t[SUBJECT]\n. ok\n" );
   EXPECT_EQ( visitor.answer( "complete expect no sh" ), "elf\tshelf\tinput, Test::Shelf\n. ok\n" );
   EXPECT_EQ( visitor.answer( "complete show shelf.b" ),
              "ook\tbook\tbook[whole number], map, text, writable\n. ok\n" );

@@ -62,7 +62,7 @@ const std::vector< Story > stories{
         "waiting for Port-Channel1 to be an EVPN member of VLAN 10" },
       { "set vlanStatusDir.vlanStatus[10].vlanPortStatus[Port-Channel1] forwarding\n"
         "del vlanStatusDir.vlanStatus[10].vlanPortStatus[Ethernet9]",
-        "waiting for the dot1q tag of VLAN 10, none published; next look in 1.0 s" },
+        "waiting for the dot1q tag of VLAN 10, none published; changes are being collected, next look in 1.0 s" },
       { "advance 2\nset switch.fault[createVlan].nextCalls 2\nset evpnStatus.vlanToDot1q[10] 110\n"
         "advance 4\nexpect no switch.vlan",
         "waiting for VLAN 10 to be created in hardware; hardware refused once, next try in 1.0 s" },
@@ -71,7 +71,7 @@ const std::vector< Story > stories{
         "s" },
       { "advance 5\nexpect switch.vlan[10] 110",
         "tag 110; waiting for member ports of Port-Channel1, none published; "
-        "next look in 1.0 s" },
+        "changes are being collected, next look in 1.0 s" },
       { "set switch.fault[createVlanToDot1qMapping].nextCalls 4\n"
         "set " +
             lag + "[Ethernet1] portProgRxTx\nset " + lag +
@@ -89,7 +89,7 @@ const std::vector< Story > stories{
       { "del " + lag + "[Ethernet1]",
         "tag 110; programmed on Ethernet2; still programmed, though it is no port of it any more, "
         "on "
-        "Ethernet1; next look in 1.0 s" },
+        "Ethernet1; changes are being collected, next look in 1.0 s" },
       { "advance 2\nset switch.capacity[dot1qMapping] 1\nset " + lag +
             "[Ethernet1] portProgRxTx\n"
             "advance 2\nset switch.fault[createVlan].nextCalls 2\nset evpnStatus.vlanToDot1q[10] "
@@ -292,7 +292,8 @@ const std::vector< Story > stories{
   { "mac 10,00:00:00:00:00:01",
     "kezMacAddrFecRequestSm",
     { { "set switchMacs.answerDelay 2\nset hostOutput.dest[2] mpls(,200,5)", "" },
-      { "set hostOutput.host[00:00:00:00:00:01,10] 1", "to be looked at in 0.5 s" },
+      { "set hostOutput.host[00:00:00:00:00:01,10] 1",
+        "changes are being collected, next look in 0.5 s" },
       { "advance 1", "refers to chain 1; which has no FEC: object 1 is missing" },
       { "set hostOutput.loadBalance[1] [2]",
         "refers to chain 1; which is to be read in 0.5 s; which has no FEC: tunnel 5 has no "
@@ -364,6 +365,204 @@ TEST( ExplainDamageTest, DamageIsSaidAndNothingIsDoneAboutIt ) {
   EXPECT_EQ( handled, 0u );
 }
 
+// What the command answers after lines.
+std::string asked( const std::string & lines, const std::string & question ) {
+  Vex::Clock::virtualIs( 0 );
+  auto wiring = Agent::wire();
+  std::ostringstream out;
+  Agent::Shell shell( wiring, out, out );
+  std::istringstream in( lines );
+  for ( std::string line; std::getline( in, line ); ) {
+    shell.execute( line, line );
+  }
+  EXPECT_EQ( shell.failures(), 0u ) << out.str();
+  out.str( "" );
+  shell.execute( question, question );
+  return out.str();
+}
+
+const std::string member10 = "set vlanStatusDir.vlanStatus[10].vlanPortStatus[";
+const std::string twoPortsOfOne = "set switch.capacity[dot1qMapping] 2\n"
+                                  "set evpnStatus.vlanToDot1q[10] 110\n" +
+                                  member10 + "Ethernet1] forwarding\n" + member10 +
+                                  "Ethernet2] forwarding\n" + member10 +
+                                  "Ethernet3] forwarding\nadvance 2\n";
+
+TEST( ExplainMissingTest, NothingIsMissingWhileNothingIsAskedForOrAllIsThere ) {
+  const std::string nothing = "no machine lacks anything in hardware\n";
+  EXPECT_EQ( asked( "", "explain" ), nothing );
+  EXPECT_EQ( asked( member10 + "Ethernet1] forwarding\nset evpnStatus.vlanToDot1q[10] 110\nset " +
+                        broadcast + "[mpls(,100,5)]\nadvance 2",
+                    "explain" ),
+             nothing );
+}
+
+// Of all machines, the longest wait first, what nobody knows the beginning of last.
+TEST( ExplainMissingTest, IsGroupedAndCountedTheLongestWaitFirst ) {
+  const auto lines = "set switch.capacity[fec] 0\nset " + broadcast +
+                     "[mpls(,100,5)]\nadvance 4\nset evpnStatus.vlanToDot1q[10] 110\n"
+                     "set switch.capacity[dot1qMapping] 1\n" +
+                     member10 + "Ethernet1] forwarding\n" + member10 + "Ethernet2] forwarding\n" +
+                     member10 + "Ethernet3] forwarding\nadvance 3\n" + member10 +
+                     "Ethernet4] forwarding";
+  EXPECT_EQ(
+      asked( lines, "explain" ),
+      "  7.0 s ago  evpnFloodSetFecSm    1 path without a FEC, refused by hardware (no room): "
+      "5,100,0\n"
+      "  2.0 s ago  evpnFloodingDot1qSm  2 pairs refused by hardware (no room), next try in 3.0 s: "
+      "Ethernet2,10, Ethernet3,10\n"
+      "             evpnFloodingDot1qSm  1 pair of which changes are being collected, next look in "
+      "1.0 s: Ethernet4,10\n"
+      "             evpnVlanFloodSetSm   1 destination waiting for the hardware id of the path: "
+      "10,ff:ff:ff:ff:ff:ff,mpls(,100,5)\n" );
+  EXPECT_EQ( asked( lines, "explain interface Ethernet?" ),
+             "  2.0 s ago  evpnFloodingDot1qSm  2 pairs refused by hardware (no room), next try in "
+             "3.0 s: Ethernet2,10, Ethernet3,10\n"
+             "             evpnFloodingDot1qSm  1 pair of which changes are being collected, next "
+             "look in 1.0 s: Ethernet4,10\n" );
+  EXPECT_EQ( asked( lines, "explain pair *3,10" ),
+             "  2.0 s ago  evpnFloodingDot1qSm  1 pair refused by hardware (no room), next try in "
+             "3.0 s: Ethernet3,10\n" );
+  EXPECT_EQ( asked( lines, "explain pair Ethernet1,*" ),
+             "no machine lacks anything in hardware of pair Ethernet1,*\n" );
+  EXPECT_EQ( asked( lines, "explain interface Eth3*" ),
+             "no input knows interface Eth3*; nearest is Ethernet1, Ethernet2, Ethernet3, "
+             "Ethernet4\n" );
+}
+
+// However many there are.
+TEST( ExplainMissingTest, StaysShort ) {
+  std::string lines = "set switch.capacity[dot1qMapping] 0\nset evpnStatus.vlanToDot1q[10] 110\n";
+  for ( int port = 1; port <= 1001; ++port ) {
+    lines += member10 + "Ethernet" + std::to_string( port ) + "] forwarding\n";
+  }
+  const auto told = asked( lines + "advance 2", "explain" );
+  EXPECT_NE( told.find( "1001 pairs refused" ), std::string::npos ) << told;
+  EXPECT_NE( told.find( "Ethernet8,10 and 993 more\n" ), std::string::npos ) << told;
+  const auto ofVlan =
+      asked( lines + "set switch.capacity[dot1qMapping] 1000\nadvance 2", "explain vlan 10" );
+  EXPECT_NE( ofVlan.find( "mapped on 1000 of 1001 ports; not on Ethernet1001, refused once (no "
+                          "room)" ),
+             std::string::npos )
+      << ofVlan;
+}
+
+// The reasons of each machine that has inputs, answers or ids to wait for.
+TEST( ExplainMissingTest, EachMachineSaysWhatItWaitsFor ) {
+  const std::vector< std::pair< std::string, std::string > > cases{
+    { "set switch.fault[createVlan].nextCalls 9\nset evpnStatus.vlanToDot1q[10] 110\n" + member10 +
+          "Ethernet1] forwarding\nadvance 2",
+      "  2.0 s ago  evpnFloodingDot1qSm  1 vlan refused by hardware (notProgrammed as planned), next "
+      "try in 3.0 s: 10\n"
+      "  2.0 s ago  evpnFloodingDot1qSm  1 pair waiting for VLAN 10 to be created in hardware, next "
+      "look in 3.0 s: Ethernet1,10\n" },
+    { "set evpnStatus.evpnVlanFloodStatus[10].floodFilter[Port-Channel1]",
+      "    kezEvpnFloodFilterSm  1 pair waiting for member ports of Port-Channel1: "
+      "Port-Channel1,10\n" },
+    { "set evpnStatus.localEsiLabel[Ethernet1] 2:50\n"
+      "set evpnStatus.ethernetSegmentStatus[Ethernet1].designatedForwarderTep[10] DynamicTunnel0.1\n"
+      "set evpnStatus.ethernetSegmentStatus[Ethernet1].designatedForwarderTep[11] DynamicTunnel0.1",
+      "    evpnFloodingEsiSm  2 pairs waiting for the remote ESI label of TEP DynamicTunnel0.1: "
+      "Ethernet1,10, Ethernet1,11\n" },
+    { "set evpnStatus.ethernetSegmentStatus[Ethernet1].designatedForwarderTep[10] DynamicTunnel0.1\n"
+      "set evpnStatus.ethernetSegmentStatus[Ethernet1].remoteEsiLabel[DynamicTunnel0.1] 2:100",
+      "    evpnFloodingEsiSm  1 pair waiting for the local ESI label of Ethernet1: Ethernet1,10\n" },
+    { "set switch.capacity[hwTunnelIdTypeDefault] 0\nset " + broadcast + "[mpls(,100,5)]",
+      "  just now  evpnHwTunnelIdSm    1 tunnel without a hardware tunnel id, none was free (no "
+      "room): 5\n"
+      "            evpnVlanFloodSetSm  1 destination programmed without a hardware tunnel id, which "
+      "tunnel 5 lacks: 10,ff:ff:ff:ff:ff:ff,mpls(,100,5)\n" },
+    { "set switch.fault[createFloodSetDest].nextCalls 1\nset " + broadcast + "[mpls(,100,5)]",
+      "  just now  evpnVlanFloodSetSm  1 destination refused by hardware (notProgrammed as "
+      "planned): 10,ff:ff:ff:ff:ff:ff,mpls(,100,5)\n" },
+    { "set switchFloodSets.answerDelay 2\nset " + broadcast + "[mpls(,100,5)]\nadvance 2",
+      "    evpnVlanFloodSetSm  1 destination waiting for hardware's answer: "
+      "10,ff:ff:ff:ff:ff:ff,mpls(,100,5)\n" },
+    { "set lfibStatus.route[100] 100,1\nset lfibStatus.viaSet[1] "
+      "1,evpnEthernetSegmentFilter:1\nset " +
+          via1 + "set switch.capacity[esiPortMap] 0\nset lfibTrackingStatus.routeKeyBacklog[100]",
+      "  just now  esiFilteringDecapSm  1 route refused by hardware (no room), next try in 5.0 s: "
+      "100\n" },
+    { "set switch.capacity[macEntry] 0\nset hostOutput.dest[1] mpls(,200,5)\nset " + broadcast +
+          "[mpls(,100,5)]\nset hostOutput.host[00:00:00:00:00:01,10] 1\n"
+          "set hostOutput.host[00:00:00:00:00:02,10] 2\nadvance 2",
+      "  1.0 s ago  kezMacAddrFecRequestSm  1 mac refused by hardware (no room): "
+      "10,00:00:00:00:00:01\n"
+      "             kezMacAddrFecRequestSm  1 host on a chain that has no FEC: object 2 is "
+      "missing\n" },
+  };
+  for ( const auto & [ lines, words ] : cases ) {
+    EXPECT_EQ( asked( lines, "explain" ), words ) << lines;
+  }
+}
+
+// A FEC without room is not one that hardware has yet to answer.
+TEST( ExplainRefusalTest, SaysWhyAndSinceWhen ) {
+  const auto lines = "set switch.capacity[fec] 0\nset " + broadcast + "[mpls(,100,5)]\nadvance 6";
+  EXPECT_EQ( asked( lines, "explain path 5,100,0" ),
+             "  evpnFloodSetFecSm   used by 1 flood-set destination; hardware refused twice (no "
+             "room), first 6.0 s ago, last 1.0 s ago, FEC 792633534417207296, which it tries by "
+             "itself\n"
+             "  evpnVlanFloodSetSm  1 flood-set destination waiting for the hardware id of the "
+             "path, none published\n" );
+  // It is forgotten with what was refused.
+  EXPECT_EQ( asked( lines + "\nset switch.capacity[fec] 1\nadvance 5\nexpect no "
+                            "mplsFloodSetFecResponse.refusal",
+                    "explain" ),
+             "no machine lacks anything in hardware\n" );
+  EXPECT_EQ( asked( lines + "\ndel " + broadcast + "\nexpect no mplsFloodSetFecResponse.refusal",
+                    "explain" ),
+             "no machine lacks anything in hardware\n" );
+}
+
+// Refused after it had been accepted.
+TEST( ExplainRefusalTest, ALateRefusalIsOneToo ) {
+  const auto told = asked( "set switchAnswers.answerDelay 1\n"
+                           "set switch.fault[createNonDfPort].nextCalls 1\n"
+                           "set evpnStatus.evpnVlanFloodStatus[10].floodFilter[Ethernet1]\n"
+                           "advance 2",
+                           "explain" );
+  EXPECT_EQ( told, "  1.0 s ago  kezEvpnFloodFilterSm  1 pair refused by hardware (found missing "
+                   "after it was accepted), next try in 4.0 s: Ethernet1,10\n" );
+}
+
+TEST( ExplainCommandTest, APortIsAnsweredForItsLag ) {
+  const auto lines = "set " + lag +
+                     "[Ethernet1] portProgRxTx\nset evpnStatus.vlanToDot1q[10] 110\n" + member10 +
+                     "Port-Channel1] forwarding\nadvance 2";
+  EXPECT_EQ( asked( lines, "explain pair Ethernet1,10" ),
+             "Ethernet1 is a port of Port-Channel1: pair Port-Channel1,10\n"
+             "  kezEvpnVlanMembershipSm  an EVPN member; operational in the VLAN\n"
+             "  evpnFloodingDot1qSm      tag 110; programmed on Ethernet1\n"
+             "  kezEvpnFloodFilterSm     not in the flood filter of VLAN 10\n"
+             "  evpnFloodingEsiSm        Port-Channel1 is no Ethernet segment, no status of it "
+             "published\n" );
+  EXPECT_EQ( asked( lines, "explain interface Ethernet1" ),
+             "Ethernet1 is a port of Port-Channel1: interface Port-Channel1\n"
+             "  evpnLagSm                has the ports Ethernet1\n"
+             "  kezEvpnVlanMembershipSm  an EVPN member of 1 VLAN: 10\n"
+             "  evpnFloodingDot1qSm      mapped on 1 of 1 port\n" );
+  EXPECT_EQ( asked( lines, "explain lag Port-Channel1" ),
+             asked( lines, "explain interface Port-Channel1" ) );
+}
+
+TEST( ExplainCommandTest, WhatNoInputKnowsIsSaidToBeUnknown ) {
+  EXPECT_EQ( asked( twoPortsOfOne, "explain pair ethernet1,10" ),
+             "no input knows interface ethernet1; nearest is Ethernet1, Ethernet2, Ethernet3\n" );
+  EXPECT_EQ( asked( twoPortsOfOne, "explain vlan 11" ), "no input knows VLAN 11; nearest is 10\n" );
+  EXPECT_EQ( asked( twoPortsOfOne, "explain mac 10,00:00:00:00:00:09" ),
+             "no input knows mac 10,00:00:00:00:00:09\n" );
+  EXPECT_EQ( asked( twoPortsOfOne, "explain tunnel 9" ), "no machine has to do with tunnel 9\n" );
+  // Machines are asked all the same while hardware has something of it.
+  const auto left =
+      asked( twoPortsOfOne + "del vlanStatusDir.vlanStatus[10].vlanPortStatus[Ethernet2]",
+             "explain pair Ethernet2,10" );
+  EXPECT_NE( left.find( "no input knows interface Ethernet2" ), std::string::npos ) << left;
+  EXPECT_NE( left.find( "programmed on Ethernet2; changes are being collected" ),
+             std::string::npos )
+      << left;
+}
+
 TEST( ExplainSubjectTest, ReadsWhatIsAskedOfAndRefusesTheRest ) {
   const auto read = []( std::string_view text ) {
     Vex::TextCursor in( text );
@@ -371,8 +570,12 @@ TEST( ExplainSubjectTest, ReadsWhatIsAskedOfAndRefusesTheRest ) {
   };
   EXPECT_EQ( read( "path 5,100,10" ), "path 5,100,0" ); // the same for every VLAN
   EXPECT_EQ( read( "path 246290604621830,100,10" ), "path 246290604621830,100,10" );
-  for ( const auto * bad :
-        { "", "pear Ethernet1,10", "pair ,10", "pair Ethernet1,4095", "vlan" } ) {
+  EXPECT_EQ( read( "lag Port-Channel1" ), "interface Port-Channel1" );
+  EXPECT_EQ( read( "segment Port-Channel1" ), "segment Port-Channel1" );
+  const auto * dest = "destination 10,ff:ff:ff:ff:ff:ff,mpls(,100,5)";
+  EXPECT_EQ( read( dest ), dest );
+  for ( const auto * bad : { "", "interface", "segment ", "pear Ethernet1,10", "pair ,10",
+                             "pair Ethernet1,4095", "vlan" } ) {
     EXPECT_THROW( read( bad ), Vex::ParseError ) << bad;
   }
 }

@@ -183,7 +183,13 @@ TEST_F( PortFilterSmTest, StartsFromWhatStandsAndRetriesUntilProgrammedOrWithdra
   evpnStatus->encapBumFilterIs( eth2 );
   EXPECT_THAT( chip->take(), ElementsAre( "create Ethernet1", "create Ethernet2" ) );
   EXPECT_EQ( sm->unprogrammeds(), 2u );
-  EXPECT_EQ( told( eth1 ), "filtered, not in hardware; hardware refused once, next try in 5.0 s" );
+  EXPECT_EQ( told( eth1 ),
+             "filtered, not in hardware; hardware refused once just now, next try in 5.0 s" );
+  Kez::Missing missing;
+  sm->addMissing( missing );
+  ASSERT_EQ( missing.groups().size(), 1u );
+  EXPECT_EQ( Kez::text( missing.groups().front() ),
+             "2 interfaces refused by hardware, next try in 5.0 s: Ethernet1, Ethernet2" );
   advanceTo( 5 ); // one refused again, the other takes its turn
   EXPECT_THAT( chip->take(), ElementsAre( "create Ethernet1", "create Ethernet2" ) );
   EXPECT_EQ( scheduler->nextDeadline(), 10.0 );

@@ -118,12 +118,22 @@ set evpnStatus.vlanToDot1q[10] 110
 set vlanStatusDir.vlanStatus[10].vlanPortStatus[Ethernet1] forwarding
 set switch.fault[createVlanToDot1qMapping].nextCalls 3
 advance 8""" ) if each[ "machine" ] == "evpnFloodingDot1qSm" ]
-if refused != [ { "machine": "evpnFloodingDot1qSm", "state": "refused",
-                  "says": [ "tag 110", "not programmed on Ethernet1",
-                            "hardware refused twice, next try in 3.0 s" ],
-                  "reasons": [ "not programmed on Ethernet1",
-                               "hardware refused twice, next try in 3.0 s" ], "nextTry": 11 } ]:
+why = ( "hardware refused twice (notProgrammed as planned), first 7.0 s ago, last 2.0 s ago, next "
+        "try in 3.0 s" )
+if refused != [ { "machine": "evpnFloodingDot1qSm", "subject": "pair Ethernet1,10",
+                  "state": "refused", "says": [ "tag 110", "not programmed on Ethernet1", why ],
+                  "reasons": [ "not programmed on Ethernet1", why ], "nextTry": 11 } ]:
     fail( f"a refusal has its parts: {refused}" )
+check( "explain", "ok",
+       [ { "machine": "kezEvpnFloodFilterSm", "state": "refused", "what": "pair", "count": 1,
+           "reason": "refused by hardware (no room)", "subjects": [ "pair Ethernet1,10" ],
+           "since": 0, "nextTry": 5 } ],
+       """set switch.capacity[nonDfPort] 0
+set evpnStatus.evpnVlanFloodStatus[10].floodFilter[Ethernet1]
+advance 2""" )
+check( "explain interface ethernet1", "ok",
+       [ { "unknown": "interface ethernet1", "nearest": [ "Ethernet1" ] } ],
+       "set evpnStatus.encapBumFilter[Ethernet1]" )
 
 changes = [ each for each in answers( "shell", lines="""watch switch.vlan
 set switch.vlan[10] 7

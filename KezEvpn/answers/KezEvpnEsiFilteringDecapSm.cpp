@@ -79,8 +79,10 @@ bool EsiFilteringDecapSm::explainWait( const RouteKey & routeKey, const Decision
     return false;
   }
   if ( waiting->returnCode != LfibHwProgrammingReturnCode::conflict ) {
-    out.refused( "hardware refused ", Times{ refusal( routeKey ) }, " (", waiting->returnCode,
-                 ")" );
+    auto refused = refusal( routeKey );
+    const auto code = Vex::text( waiting->returnCode );
+    refused.why = refused.why.empty() ? code : code + ", " + refused.why;
+    out.refused( Refused{ refused } );
   } else if ( decision.lack == Lack::nothing && intfRouteHas( decision.via.intfId ) ) {
     out.awaits( "waiting for route ", intfRoute( decision.via.intfId ), " to give up ",
                 decision.via.intfId );
@@ -89,6 +91,19 @@ bool EsiFilteringDecapSm::explainWait( const RouteKey & routeKey, const Decision
   }
   out.say( "next try ", nextTry() );
   return true;
+}
+
+void EsiFilteringDecapSm::addMissing( Missing & out ) const {
+  for ( const auto & waiting : lfibHwStatus()->unprogrammedRoute() ) {
+    if ( waiting.returnCode == LfibHwProgrammingReturnCode::conflict ) {
+      out.add( { Standing::waiting, {}, nextTry( {} ).time }, waiting.routeKey,
+               "waiting for another route to give its interface up" );
+    } else {
+      addRefusal( waiting.routeKey, waiting.routeKey, out );
+    }
+  }
+  out.addUnnamed( { Standing::waiting, {}, reviewRouteKeyBacklog()->nextRun() },
+                  lfibTrackingStatus()->routeKeyBacklogs(), "route", "in the backlog" );
 }
 
 // --- What holds between events
@@ -144,7 +159,7 @@ void EsiFilteringDecapSm::addAuditParts( KezHelper::AuditParts & out ) {
     routeEsiFilterViaDel( routeKey );
     intfRouteDel( intfId );
     if ( addRouteToUnprogrammed( routeKey, Mpls::LfibHwProgrammingReturnCode::notProgrammed ) ) {
-      parking_.settle( routeKey, waitsForHardware( routeKey ) );
+      parking_.lose( routeKey, Mpls::LfibHwProgrammingReturnCode::notProgrammed );
       maybeScheduleUnprogrammedReview();
     } else {
       lfibTrackingStatus()->routeKeyBacklogIs( routeKey );

@@ -7,8 +7,12 @@
 namespace Kez {
 
 void KezEvpnFloodFilterSm::explain( const Subject & subject, Explanation & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
   const auto * const pair = subject.get< IntfVlanKey >();
-  if ( !initialized() || !pair ) {
+  if ( !pair ) {
+    explainPairsOf( subject, out );
     return;
   }
   if ( isFloodFilterApplied( pair->intfId, pair->vlanId ) ) {
@@ -19,6 +23,33 @@ void KezEvpnFloodFilterSm::explain( const Subject & subject, Explanation & out )
   }
   ports_.explain( *pair, out );
   explainRefusal( *pair, out );
+}
+
+void KezEvpnFloodFilterSm::explainPairsOf( const Subject & subject, Explanation & out ) const {
+  const bool ofVlan = subject.get< Bridging::VlanId >();
+  if ( !ofVlan && !subject.get< Wire::IntfId >() ) {
+    return;
+  }
+  PortTally tally;
+  Missing waits;
+  forEachPairOf( subject, [ & ]( const IntfVlanKey & key ) {
+    ports_.count( key, !ofVlan, tally );
+    if ( lagLack( *evpnLagMemberInfo(), key.intfId ) != LagLack::nothing ) {
+      waits.add( {}, key, "in the flood filter, waiting for member ports" );
+    }
+  } );
+  explainPorts( "flood filter", tally, out );
+  explainGroups( waits, out );
+}
+
+void KezEvpnFloodFilterSm::addMissing( Missing & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  for ( const auto & key : parking_.range() ) {
+    addRefusal( key, key, out );
+  }
+  addPortless( out, []( const IntfVlanKey & ) { return true; } );
 }
 
 void KezEvpnFloodFilterSm::check( Findings & out ) const {

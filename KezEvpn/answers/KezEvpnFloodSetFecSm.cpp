@@ -2,6 +2,7 @@
 
 #include "KezEvpn/frame/Explain.h"
 #include "KezEvpn/frame/Findings.h"
+#include "KezEvpn/frame/Missing.h"
 
 namespace Kez {
 
@@ -13,6 +14,10 @@ void EvpnFloodSetFecSm::explain( const Subject & subject, Explanation & out ) co
   }
   if ( const auto * const via = subject.get< MplsFloodSetVia >() ) {
     explainPath( *via, out );
+  } else if ( const auto * const vmd = subject.get< VlanMacDest >() ) {
+    if ( isDestInFloodSet( vmd->vlanId, vmd->macAddr, vmd->dest ) ) {
+      explainPath( mplsFloodSetVia( *vmd ), out );
+    }
   } else if ( const auto * const tunnelId = subject.get< Tunnel::TunnelTable::TunnelId >() ) {
     if ( const auto tunnelInfo = tunnelInfoCache( *tunnelId ) ) {
       out.say( "has paths ", Members{ tunnelInfo->mplsFloodSetViaSet() } );
@@ -41,12 +46,18 @@ void EvpnFloodSetFecSm::explainPath( const MplsFloodSetVia & via, Explanation & 
     out.awaits( "keeps FEC ", fecId, " until hardware takes its answer back" );
     return;
   }
-  if ( hasFecResponse( fecId ) ) {
+  const bool answered = hasFecResponse( fecId );
+  const auto refusal = mplsFloodSetFecResponse()->refusal( fecId );
+  if ( answered ) {
     const auto response = mplsFloodSetFecResponse()->hwFecIdResponse( fecId );
     out.say( "hardware answered for FEC ", fecId, " with id ", response.hwFecId, " on ",
              response.l2IntfId );
-  } else {
+  } else if ( refusal.tries == 0 ) {
     out.awaits( "waiting for hardware's answer for FEC ", fecId, ", none published" );
+  }
+  if ( refusal.tries > 0 ) {
+    out.refused( Refused{ refusal }, answered ? ", a change of FEC " : ", FEC ", fecId,
+                 ", which it tries by itself" );
   }
   const auto [ record, damage ] =
       hwTunnelIdMapping()->tunnelIdToHwTunnelIdTable().examine( via.tunnelId );
@@ -54,6 +65,34 @@ void EvpnFloodSetFecSm::explainPath( const MplsFloodSetVia & via, Explanation & 
     out.awaits( damage->what() );
   } else if ( !record || !record->hwTunnelId.valid() ) {
     out.awaits( "its tunnel has no hardware tunnel id" );
+  }
+}
+
+// A path is either answered, refused, or waits: which numbers there are is known without a walk.
+void EvpnFloodSetFecSm::addMissing( Missing & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  const auto & response = mplsFloodSetFecResponse();
+  size_t refusedAnswered = 0;
+  for ( const auto & [ fecId, refusal ] : response->refusal() ) {
+    if ( fecIdCacheHas( fecId ) ) {
+      const bool answered = hasFecResponse( fecId );
+      out.add( { Standing::refused, refusal.first, {} }, fecIdCache( fecId ),
+               answered ? "with the FEC of before" : "without a FEC", ", refused by hardware",
+               Because{ refusal.why } );
+      refusedAnswered += answered ? 1 : 0;
+    }
+  }
+  const size_t accountedFor = hwInfoMapping()->mappings() + response->refusals() - refusedAnswered;
+  if ( fecIdCaches() <= accountedFor ) {
+    return;
+  }
+  for ( const auto & [ fecId, via ] : fecIdCache() ) {
+    if ( mplsFloodSetFecRequest()->hwFecIdRequestHas( fecId ) && !hasFecResponse( fecId ) &&
+         !response->refusalHas( fecId ) ) {
+      out.add( {}, via, "waiting for hardware's answer for a FEC" );
+    }
   }
 }
 

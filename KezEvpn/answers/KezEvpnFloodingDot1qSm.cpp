@@ -16,7 +16,68 @@ void EvpnFloodingDot1qSm::explain( const Subject & subject, Explanation & out ) 
     explainPair( *pair, out );
   } else if ( const auto * const vlanId = subject.get< Bridging::VlanId >() ) {
     explainVlan( *vlanId, out );
+    explainPairsOf( subject, out );
+  } else if ( subject.get< Wire::IntfId >() ) {
+    explainPairsOf( subject, out );
   }
+}
+
+void EvpnFloodingDot1qSm::explainPairsOf( const Subject & subject, Explanation & out ) const {
+  const bool namesVlan = !subject.get< Bridging::VlanId >();
+  PortTally tally;
+  Missing waits;
+  forEachPairOf( subject, [ & ]( const IntfVlanKey & key ) {
+    const auto lack = lackOf( key );
+    if ( intfVlanQueueHas( key ) ) {
+      addQueued( key, waits );
+    } else if ( lack == Lack::vlan ) {
+      addWithoutVlan( key, waits );
+    } else if ( lack == Lack::nothing &&
+                lagLack( *evpnLagMemberInfo(), key.intfId ) != LagLack::nothing ) {
+      waits.add( {}, key, "waiting for member ports" );
+    }
+    if ( lack == Lack::nothing ) {
+      ports_.count( key, namesVlan, tally );
+    }
+  } );
+  explainPorts( "mapped", tally, out );
+  explainGroups( waits, out );
+}
+
+void EvpnFloodingDot1qSm::addQueued( const IntfVlanKey & key, Missing & out ) const {
+  out.add( { Standing::waiting, {}, reviewIntfVlan()->nextRun() }, key,
+           "of which changes are being collected" );
+}
+
+void EvpnFloodingDot1qSm::addWithoutVlan( const IntfVlanKey & key, Missing & out ) const {
+  const auto refusal = parking_.refusal( vlanLevelKey( key.vlanId ) );
+  const Missing::Wait wait{ Standing::waiting,
+                            refusal.tries > 0 ? std::optional( refusal.first ) : std::nullopt,
+                            nextTry( {} ).time };
+  out.add( wait, key, "waiting for VLAN ", key.vlanId, " to be created in hardware" );
+}
+
+void EvpnFloodingDot1qSm::addMissing( Missing & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  for ( const auto & key : parking_.range() ) {
+    if ( key != vlanLevelKey( key.vlanId ) ) {
+      addRefusal( key, key, out );
+      continue;
+    }
+    addRefusal( key, key.vlanId, out );
+    forEachPairOf( { key.vlanId }, [ & ]( const IntfVlanKey & pair ) {
+      if ( lackOf( pair ) == Lack::vlan ) {
+        addWithoutVlan( pair, out );
+      }
+    } );
+  }
+  for ( const auto & key : intfVlanQueue() ) {
+    addQueued( key, out );
+  }
+  addPortless( out,
+               [ this ]( const IntfVlanKey & key ) { return lackOf( key ) == Lack::nothing; } );
 }
 
 void EvpnFloodingDot1qSm::explainPair( const IntfVlanKey & key, Explanation & out ) const {
@@ -52,7 +113,8 @@ void EvpnFloodingDot1qSm::explainPair( const IntfVlanKey & key, Explanation & ou
     explainRefusal( key, out );
   }
   if ( intfVlanQueueHas( key ) ) {
-    out.awaits( "next look ", Due{ reviewIntfVlan()->nextRun(), "when an input changes" } );
+    out.awaits( "changes are being collected, next look ",
+                Due{ reviewIntfVlan()->nextRun(), "when an input changes" } );
   }
 }
 
@@ -145,8 +207,7 @@ void EvpnFloodingDot1qSm::addAuditParts( KezHelper::AuditParts & out ) {
     };
     sides.forget = [ this ]( VlanId vlanId, VlanIdOrNone ) {
       programmedDot1qDel( vlanId );
-      parking_.park( vlanLevelKey( vlanId ) );
-      parking_.settle( vlanLevelKey( vlanId ) );
+      parking_.lose( vlanLevelKey( vlanId ) );
     };
     out.add( std::move( sides ) );
   }

@@ -6,6 +6,9 @@
 
 namespace Kez {
 
+using Bridging::VlanId;
+using Wire::IntfId;
+
 // --- What an operator is told
 
 void EvpnFloodingEsiSm::explain( const Subject & subject, Explanation & out ) const {
@@ -21,6 +24,96 @@ void EvpnFloodingEsiSm::explain( const Subject & subject, Explanation & out ) co
     if ( const auto intfVlans = tunnelIntfVlanSet( *tunnelId ) ) {
       out.say( "leads to the designated forwarder of ", Members{ intfVlans->intfVlan() } );
     }
+  } else if ( subject.get< Bridging::VlanId >() || subject.intfId() != IntfId() ) {
+    explainPairsOf( subject, out );
+  }
+}
+
+void EvpnFloodingEsiSm::explainPairsOf( const Subject & subject, Explanation & out ) const {
+  const bool ofVlan = subject.get< VlanId >();
+  const auto vlans = ofVlan ? nullptr : intfVlanSet( subject.intfId() );
+  const auto status = evpnStatus()->ethernetSegmentStatus( subject.intfId() );
+  if ( status ) {
+    out.say( "an Ethernet segment, with another designated forwarder in ",
+             Count{ vlans ? vlans->vlanIds() : 0, "VLAN" } );
+  } else if ( subject.get< Segment >() ) {
+    out.say( "no Ethernet segment, no status of it published" );
+  }
+  PortTally tally;
+  Missing waits;
+  forEachPairOf( subject, [ & ]( const IntfVlanKey & key ) {
+    if ( !addWait( key, waits ) ) {
+      ports_.count( key, !ofVlan, tally );
+    }
+  } );
+  explainPorts( "ESI data", tally, out );
+  explainGroups( waits, out );
+}
+
+// Adds what a pair waits for, if that is an input.
+bool EvpnFloodingEsiSm::addWait( const IntfVlanKey & key, Missing & out ) const {
+  const auto [ lack, dfTepIntfId, remoteLabel ] = decide( key );
+  switch ( lack ) {
+  case Lack::segment:
+  case Lack::designatedForwarder:
+    return false; // nothing is asked for
+  case Lack::remoteLabel:
+    out.add( {}, key, "waiting for the remote ESI label of TEP ", dfTepIntfId );
+    return true;
+  case Lack::usableLabel:
+    out.add( {}, key, "waiting for a remote ESI label of TEP ", dfTepIntfId,
+             " of the right encapsulation type, ", remoteLabel, " published" );
+    return true;
+  case Lack::nothing:
+    break;
+  }
+  if ( lagLack( *evpnLagMemberInfo(), key.intfId ) != LagLack::nothing ) {
+    out.add( {}, key, "waiting for member ports of ", key.intfId );
+    return true;
+  }
+  const auto tunnelId = srTeOrDynamicTunnelIntfIdToTunnelId( dfTepIntfId );
+  const auto record = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable().examine( tunnelId ).record;
+  switch ( portLackOf( key.intfId, record.has_value() ) ) {
+  case PortLack::nothing:
+    return false;
+  case PortLack::hwTunnelId:
+    out.add( {}, key, "waiting for a hardware tunnel id of tunnel ", tunnelId );
+    return true;
+  case PortLack::localLabel:
+    out.add( {}, key, "waiting for the local ESI label of ", key.intfId );
+    return true;
+  }
+  return false;
+}
+
+// What a pair waits for depends on its interface, and on its tunnel besides: pairs of one interface
+// and tunnel all wait, or none does.
+void EvpnFloodingEsiSm::addMissing( Missing & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  const auto waitsByItself = [ this ]( IntfId intfId ) {
+    return !localEsiLabelPublished( intfId ) ||
+           lagLack( *evpnLagMemberInfo(), intfId ) != LagLack::nothing;
+  };
+  for ( const auto & [ intfId, vlans ] : intfVlanSet() ) {
+    if ( waitsByItself( intfId ) ) {
+      for ( const auto vlanId : vlans->vlanId() ) {
+        addWait( { intfId, vlanId }, out );
+      }
+    }
+  }
+  for ( const auto & [ intfTunnel, vlans ] : intfTunnelVlanSet() ) {
+    if ( !waitsByItself( intfTunnel.intfId ) ) {
+      for ( const auto vlanId : vlans->vlanId() ) {
+        if ( !addWait( { intfTunnel.intfId, vlanId }, out ) ) {
+          break;
+        }
+      }
+    }
+  }
+  for ( const auto & key : parking_.range() ) {
+    addRefusal( key, key, out );
   }
 }
 
@@ -40,7 +133,8 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
     out.awaits( "waiting for a remote ESI label of TEP ", dfTepIntfId,
                 " of the right encapsulation type, ", remoteLabel, " published" );
     if ( const auto status = esiStatus( key ); status && status->programmeds() > 0 ) {
-      out.say( "what is programmed stays till then" );
+      out.say( "what is programmed stays till then, tunnel ", intfVlanTunnel( key ), ", label ",
+               intfVlanTunnelLabel( { key.intfId, key.vlanId, intfVlanTunnel( key ) } ) );
       if ( !unprogramUnusableLabel() ) {
         out.say( "unprogramUnusableLabel would delete it" );
       }
@@ -68,17 +162,21 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
 
 // --- What lags
 
+EsiIds EvpnFloodingEsiSm::idsAskedFor( const IntfVlanKey & key ) const {
+  // What cannot be read is none.
+  const auto & table = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable();
+  const auto mapping = table.examine( intfVlanTunnel( key ) ).record;
+  return { mapping ? mapping->hwTunnelId : HwTunnelId(),
+           evpnStatus()->localEsiLabel( key.intfId ).mplsLabel() };
+}
+
 std::vector< Wire::IntfId > EvpnFloodingEsiSm::changedPorts( const IntfVlanKey & key,
                                                              Changed changed ) const {
   const auto status = esiStatus( key );
   if ( !status || status->programmeds() == 0 ) {
     return {};
   }
-  // What cannot be read is none.
-  const auto & table = tunnelIdHwTunnelId()->tunnelIdToHwTunnelIdTable();
-  const auto mapping = table.examine( intfVlanTunnel( key ) ).record;
-  const EsiIds ids{ mapping ? mapping->hwTunnelId : HwTunnelId(),
-                    evpnStatus()->localEsiLabel( key.intfId ).mplsLabel() };
+  const auto ids = idsAskedFor( key );
   std::vector< Wire::IntfId > ports;
   for ( const auto port : status->programmed() ) {
     const auto has = status->ids( port );
@@ -100,8 +198,11 @@ std::vector< Wire::IntfId > EvpnFloodingEsiSm::laggingPorts( const IntfVlanKey &
 void EvpnFloodingEsiSm::explainLag( const IntfVlanKey & key, Explanation & out ) const {
   const auto ports = laggingPorts( key );
   if ( !ports.empty() ) {
-    out.say( "with an earlier hardware tunnel id or local label on ", Members{ ports },
-             ", reprogramChangedEsi would follow" );
+    const auto has = esiStatus( key )->ids( ports.front() );
+    const auto asked = idsAskedFor( key );
+    out.say( "with an earlier hardware tunnel id or local label on ", Members{ ports }, ", ",
+             has.hwTunnelId, " and ", has.localEsiLabel, " where ", asked.hwTunnelId, " and ",
+             asked.localEsiLabel, " are asked for; reprogramChangedEsi would follow" );
   }
 }
 

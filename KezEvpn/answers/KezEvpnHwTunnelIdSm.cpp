@@ -18,6 +18,7 @@ static std::string_view nameOf( HwTunnelIdType type ) {
 void EvpnHwTunnelIdSm::explain( const Subject & subject, Explanation & out ) const {
   const auto * const tunnelId = subject.get< TunnelId >();
   if ( !initialized() || !tunnelId ) {
+    explainSegment( subject, out );
     return;
   }
   const bool used = usedBySegment( *tunnelId );
@@ -56,9 +57,59 @@ void EvpnHwTunnelIdSm::explainWait( TunnelId tunnelId, Explanation & out ) const
     const auto type = neededType( tunnelId );
     const bool either = lack == Lack::id && type != hwTunnelIdTypeDefault;
     out.refused( "waiting for a ", nameOf( type ), either ? " or default" : "",
-                 " hardware tunnel id, none was free, tried ", Times{ refusal( tunnelId ) },
+                 " hardware tunnel id, none was free; ", Refused{ refusal( tunnelId ) },
                  ", next try ",
                  nextTry( "when an id is given back or a tunnel's last segment leaves it" ) );
+  }
+}
+
+void EvpnHwTunnelIdSm::explainSegment( const Subject & subject, Explanation & out ) const {
+  const auto * const segment = subject.get< Segment >();
+  const auto tunnels = segment ? intfTunnelSet( segment->intfId ) : nullptr;
+  if ( !tunnels ) {
+    return;
+  }
+  out.say( "uses tunnels ", Members{ tunnels->tunnelId() } );
+  Missing missing;
+  for ( const auto tunnelId : tunnels->tunnelId() ) {
+    addLack( tunnelId, missing );
+  }
+  explainGroups( missing, out );
+}
+
+void EvpnHwTunnelIdSm::addLack( TunnelId tunnelId, Missing & out ) const {
+  const auto lack = lackOf( tunnelId );
+  if ( lack == Lack::nothing ) {
+    return;
+  }
+  const bool ofOtherType = lack == Lack::type;
+  const auto what = ofOtherType ? "with a hardware tunnel id of another type than its segments need"
+                                : "without a hardware tunnel id";
+  if ( refusalHas( tunnelId ) ) {
+    const auto & refused = refusal( tunnelId );
+    out.add( { Standing::refused, refused.first, nextTry( {} ).time }, tunnelId, what,
+             ", none was free", Because{ refused.why } );
+  } else if ( unprogrammedTunnelHas( tunnelId ) ) {
+    out.add( { Standing::waiting, {}, nextTry( {} ).time }, tunnelId, what,
+             ", waiting for room to publish one" );
+  } else {
+    out.add( {}, tunnelId, what,
+             ofOtherType ? ", none was free" : ", given up to a segment's tunnel" );
+  }
+}
+
+// Tunnels are few: each that is wanted is looked at.
+void EvpnHwTunnelIdSm::addMissing( Missing & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  for ( const auto & [ tunnelId, info ] : tunnelInfo() ) {
+    addLack( tunnelId, out );
+  }
+  for ( const auto [ tunnelId, count ] : remoteInfo()->remoteTunnelId() ) {
+    if ( !usedBySegment( tunnelId ) ) {
+      addLack( tunnelId, out );
+    }
   }
 }
 

@@ -1,8 +1,30 @@
 #include "KezEvpn/KezEvpnLagSm.h"
 
+#include "KezEvpn/frame/Explain.h"
 #include "KezEvpn/frame/Findings.h"
 
 namespace Kez {
+
+// The port of a LAG is programmed for the LAG.
+void EvpnLagSm::explain( const Subject & subject, Explanation & out ) const {
+  const auto intfId = subject.intfId();
+  if ( isLag( intfId ) ) {
+    if ( subject.get< Wire::IntfId >() && evpnLagMemberInfo()->lagToPortHas( intfId ) ) {
+      const auto ports = evpnLagMemberInfo()->lagToPort( intfId );
+      out.say( "has the ports ", Members{ ports } );
+    } else if ( subject.get< Wire::IntfId >() && lagConfigHas( intfId ) ) {
+      out.awaits( "waiting for a port, none configured" );
+    }
+    return;
+  }
+  for ( const auto & [ lagIntfId, ports ] : evpnLagMemberInfo()->lagToPort() ) {
+    if ( intfId != Wire::IntfId() && ports.portHas( intfId ) ) {
+      out.say( intfId, " is a port of ", lagIntfId );
+      out.leadsTo( subject.withIntfId( lagIntfId ) );
+      return;
+    }
+  }
+}
 
 void EvpnLagSm::check( Findings & out ) const {
   for ( const auto & [ lagIntfId, portList ] : evpnLagMemberInfo()->lagToPort() ) {

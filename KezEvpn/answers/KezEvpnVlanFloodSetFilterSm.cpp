@@ -1,8 +1,23 @@
 #include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
 
+#include "KezEvpn/frame/Explain.h"
 #include "KezEvpn/frame/Findings.h"
 
 namespace Kez {
+
+void VlanFloodSetFilterSm::explain( const Subject & subject, Explanation & out ) const {
+  const auto * const vmd = subject.get< VlanMacDest >();
+  if ( !initialized() || !vmd ) {
+    return;
+  }
+  if ( !isDestPresent( vmd->vlanId, vmd->macAddr, vmd->dest ) ) {
+    out.say( "not in the flood set" );
+  } else if ( vmd->dest.destType() == destType() ) {
+    out.say( "in the flood set" );
+  } else {
+    out.say( "in the flood set, of a type that no machine programs" );
+  }
+}
 
 void VlanFloodSetFilterSm::check( Findings & out ) const {
   if ( !initialized() ) {

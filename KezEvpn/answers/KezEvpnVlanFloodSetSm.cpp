@@ -2,6 +2,9 @@
 
 #include "KezEvpn/frame/Explain.h"
 #include "KezEvpn/frame/Findings.h"
+#include "KezEvpn/frame/Missing.h"
+
+#include <set>
 
 namespace Kez {
 
@@ -11,6 +14,10 @@ using Tunnel::TunnelTable::TunnelId;
 
 void EvpnVlanFloodSetSm::explain( const Subject & subject, Explanation & out ) const {
   if ( !initialized() ) {
+    return;
+  }
+  if ( const auto * const vmd = subject.get< VlanMacDest >() ) {
+    explainDest( *vmd, out );
     return;
   }
   Tally tally;
@@ -35,27 +42,185 @@ void EvpnVlanFloodSetSm::explain( const Subject & subject, Explanation & out ) c
     }
   };
   say( Standing::settled, tally.programmed, " programmed" );
-  say( Standing::refused, tally.refused, " refused by hardware, which tries by itself" );
+  say( Standing::waiting, tally.withoutHwTunnelId,
+       " programmed without a hardware tunnel id, which their tunnel lacks" );
+  if ( tally.refused > 0 ) {
+    out.refused( Count{ tally.refused, "flood-set destination" }, " refused by hardware",
+                 Because{ tally.why }, ", which tries by itself" );
+  }
   say( Standing::waiting, tally.unanswered, " waiting for hardware's answer" );
   say( Standing::waiting, tally.withoutHwId,
        " waiting for the hardware id of the path, none published" );
   say( Standing::settled, tally.withoutTunnel, " of no valid tunnel, which is not supported" );
 }
 
-void EvpnVlanFloodSetSm::count( const VlanMacDest & vmd, Tally & tally ) const {
+EvpnVlanFloodSetSm::State EvpnVlanFloodSetSm::stateOf( const VlanMacDest & vmd ) const {
   if ( !mplsDestHwConfigHas( vmd ) ) {
-    const bool isTunnel = destMplsTunnelId( vmd.dest ) != TunnelId::invalid();
-    ++( isTunnel ? tally.withoutHwId : tally.withoutTunnel );
-    return;
+    return destMplsTunnelId( vmd.dest ) == TunnelId::invalid() ? State::withoutTunnel
+                                                               : State::withoutHwId;
   }
   const auto config = mplsDestHwConfig( vmd );
   const auto status = vlanFloodSetHwStatus()->status( vmd.macVlanPair() );
   if ( isMplsDestConfigProgrammed( vmd.macVlanPair(), config ) ) {
-    ++tally.programmed;
-  } else if ( status && status->mplsDestStatusHas( config ) ) {
-    ++tally.refused;
-  } else {
+    return config.hwTunnelId.valid() ? State::programmed : State::withoutHwTunnelId;
+  }
+  return status && status->mplsDestStatusHas( config ) ? State::refused : State::unanswered;
+}
+
+Refusal EvpnVlanFloodSetSm::refusalOf( const VlanMacDest & vmd ) const {
+  return vlanFloodSetHwStatus()->refusal( { vmd.macVlanPair(), mplsDestHwConfig( vmd ) } );
+}
+
+void EvpnVlanFloodSetSm::count( const VlanMacDest & vmd, Tally & tally ) const {
+  switch ( stateOf( vmd ) ) {
+  case State::withoutTunnel:
+    ++tally.withoutTunnel;
+    break;
+  case State::withoutHwId:
+    ++tally.withoutHwId;
+    break;
+  case State::unanswered:
     ++tally.unanswered;
+    break;
+  case State::refused:
+    ++tally.refused;
+    tally.why = refusalOf( vmd ).why;
+    break;
+  case State::withoutHwTunnelId:
+    ++tally.withoutHwTunnelId;
+    break;
+  case State::programmed:
+    ++tally.programmed;
+    break;
+  }
+}
+
+void EvpnVlanFloodSetSm::explainDest( const VlanMacDest & vmd, Explanation & out ) const {
+  if ( !isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ) ) {
+    return;
+  }
+  const auto config = mplsDestHwConfig( vmd );
+  switch ( stateOf( vmd ) ) {
+  case State::withoutTunnel:
+    out.say( "of no valid tunnel, which is not supported" );
+    return;
+  case State::withoutHwId:
+    out.awaits( "waiting for the hardware id of path ", mplsFloodSetVia( vmd ),
+                ", none published" );
+    return;
+  case State::unanswered:
+    out.awaits( "waiting for hardware's answer" );
+    break;
+  case State::refused:
+    if ( const auto refusal = refusalOf( vmd ); refusal.tries > 0 ) {
+      out.refused( Refused{ refusal }, ", which it tries by itself" );
+    } else {
+      out.refused( "refused by hardware, which tries by itself" );
+    }
+    break;
+  case State::withoutHwTunnelId:
+    out.awaits( "programmed without a hardware tunnel id, which tunnel ", config.tunnelId,
+                " lacks" );
+    break;
+  case State::programmed:
+    out.say( "programmed" );
+    break;
+  }
+  out.say( "asked for with hardware tunnel id ", config.hwTunnelId, ", hardware id ",
+           config.hwIdForTunnelProgramming, " on ", config.l2IntfId );
+  const auto status = vlanFloodSetHwStatus()->status( vmd.macVlanPair() );
+  if ( !status ) {
+    return;
+  }
+  for ( const auto & [ other, answer ] : status->mplsDestStatus() ) {
+    if ( other != config && other.tunnelId == config.tunnelId && other.label == config.label &&
+         answer == HwProgrammingStatus::programmed ) {
+      out.awaits( "in hardware still with hardware tunnel id ", other.hwTunnelId, ", hardware id ",
+                  other.hwIdForTunnelProgramming, " on ", other.l2IntfId );
+    }
+  }
+}
+
+void EvpnVlanFloodSetSm::addDest( const VlanMacDest & vmd, Missing & out ) const {
+  switch ( stateOf( vmd ) ) {
+  case State::withoutHwId:
+    out.add( {}, vmd, "waiting for the hardware id of the path" );
+    break;
+  case State::unanswered:
+    out.add( {}, vmd, "waiting for hardware's answer" );
+    break;
+  case State::refused: {
+    const auto refusal = refusalOf( vmd );
+    out.add( { Standing::refused,
+               refusal.tries > 0 ? std::optional( refusal.first ) : std::nullopt,
+               {} },
+             vmd, "refused by hardware", Because{ refusal.why } );
+    break;
+  }
+  case State::withoutHwTunnelId:
+    out.add( {}, vmd, "programmed without a hardware tunnel id, which tunnel ",
+             destMplsTunnelId( vmd.dest ), " lacks" );
+    break;
+  case State::withoutTunnel:
+  case State::programmed:
+    break;
+  }
+}
+
+// Of the destinations those are looked at that share a flood set with one that is not answered or
+// was refused, a path with one that has no configuration, or a tunnel without a hardware tunnel id.
+void EvpnVlanFloodSetSm::addMissing( Missing & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  const auto addIf = [ & ]( const VlanMacDest & vmd, State state ) {
+    if ( stateOf( vmd ) == state ) {
+      addDest( vmd, out );
+    }
+  };
+  size_t dests = 0;
+  for ( const auto & [ tunnelId, entry ] : tunnelToFloodSetEntry() ) {
+    dests += entry->vlanMacDestSets();
+    const auto [ record, damage ] =
+        hwTunnelIdMapping()->tunnelIdToHwTunnelIdTable().examine( tunnelId );
+    if ( !record && !damage && tunnelId != TunnelId::invalid() ) {
+      for ( const auto & vmd : entry->vlanMacDestSet() ) {
+        addIf( vmd, State::withoutHwTunnelId );
+      }
+    }
+  }
+  size_t withoutConfig = dests - std::min( dests, mplsDestHwConfigs() );
+  for ( const auto & [ via, entry ] : hwInfoMapKeyToFloodSetEntry() ) {
+    if ( withoutConfig == 0 ) {
+      break;
+    }
+    if ( !hwInfoMapping()->mappingHas( via ) ) {
+      withoutConfig -= std::min( withoutConfig, entry->vlanMacDestSets() );
+      for ( const auto & vmd : entry->vlanMacDestSet() ) {
+        addIf( vmd, State::withoutHwId );
+      }
+    }
+  }
+  std::set< Bridging::MacVlanPair > refused;
+  for ( const auto & [ dest, refusal ] : vlanFloodSetHwStatus()->refusal() ) {
+    refused.insert( dest.macVlanPair );
+  }
+  for ( const auto & [ pair, config ] : vlanFloodSetHwConfig()->config() ) {
+    const auto status = vlanFloodSetHwStatus()->status( pair );
+    const bool allAnswered = status && status->mplsDestStatuss() >= config->mplsDestConfigs();
+    if ( allAnswered && !refused.contains( pair ) ) {
+      continue;
+    }
+    const auto vlanFloodSet = floodSetOutput()->vlanFloodSet( pair.vlanId );
+    const auto floodSet = vlanFloodSet ? vlanFloodSet->floodSet( pair.macAddr ) : nullptr;
+    if ( !floodSet ) {
+      continue;
+    }
+    for ( const auto & dest : floodSet->destSet() ) {
+      const VlanMacDest vmd( pair.vlanId, pair.macAddr, dest );
+      addIf( vmd, State::unanswered );
+      addIf( vmd, State::refused );
+    }
   }
 }
 

@@ -16,6 +16,18 @@ void KezEvpnVlanMembershipSm::explain( const Subject & subject, Explanation & ou
     } else {
       out.say( "has no EVPN members" );
     }
+  } else if ( const auto * const intfId = subject.get< Wire::IntfId >() ) {
+    std::vector< Bridging::VlanId > vlans;
+    for ( const auto & [ vlanId, memberInfo ] : evpnVlanStatus()->vlanStatus() ) {
+      if ( memberInfo->memberHas( *intfId ) ) {
+        vlans.push_back( vlanId );
+      }
+    }
+    if ( vlans.empty() ) {
+      out.say( "an EVPN member of no VLAN" );
+    } else {
+      out.say( "an EVPN member of ", Count{ vlans.size(), "VLAN" }, ": ", Members{ vlans } );
+    }
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include "KezEvpn/frame/Explain.h"
 #include "KezEvpn/frame/Findings.h"
+#include "KezEvpn/frame/Missing.h"
 
 #include <map>
 
@@ -28,7 +29,7 @@ void KezMacAddrFecRequestSm::explain( const Subject & subject, Explanation & out
 void KezMacAddrFecRequestSm::explainHost( const MacVlanPair & host, Explanation & out ) const {
   const Due due{ reviewTask()->nextRun(), "never" };
   if ( hostQueueHas( host ) ) {
-    out.awaits( "to be looked at ", due );
+    out.awaits( "changes are being collected, next look ", due );
   }
   if ( hostChainHas( host ) ) {
     const auto first = hostChain( host );
@@ -52,6 +53,9 @@ void KezMacAddrFecRequestSm::explainHost( const MacVlanPair & host, Explanation 
   } else {
     out.awaits( "in hardware still with FEC ", macAddrHwStatus()->host( host ) );
   }
+  if ( macAddrHwStatus()->refusalHas( host ) ) {
+    out.refused( Refused{ macAddrHwStatus()->refusal( host ) } );
+  }
 }
 
 void KezMacAddrFecRequestSm::explainChain( ObjectId first, Explanation & out ) const {
@@ -60,8 +64,48 @@ void KezMacAddrFecRequestSm::explainChain( ObjectId first, Explanation & out ) c
   if ( !decision.lack.empty() ) {
     out.awaits( "which has no FEC: ", decision.lack );
   } else if ( fecId != FecId() && !hasFecResponse( fecId ) ) {
-    out.awaits( "waiting for hardware's answer for FEC ", fecId );
+    if ( macAddrFecResponse()->refusalHas( fecId ) ) {
+      out.refused( Refused{ macAddrFecResponse()->refusal( fecId ) }, ", FEC ", fecId,
+                   ", which it tries by itself" );
+    } else {
+      out.awaits( "waiting for hardware's answer for FEC ", fecId );
+    }
   }
+}
+
+// Chains are walked, which are fewer than the hosts on them; hosts that nobody refused are counted.
+void KezMacAddrFecRequestSm::addMissing( Missing & out ) const {
+  if ( !initialized() ) {
+    return;
+  }
+  const Missing::Wait queued{ Standing::waiting, {}, reviewTask()->nextRun() };
+  out.addUnnamed( queued, hostQueues(), "host", "of which changes are being collected" );
+  out.addUnnamed( queued, chainQueues(), "chain", "of which changes are being collected" );
+  for ( const auto & [ first, chain ] : chain() ) {
+    const auto fecId = chain->fecId();
+    if ( !chain->complete() ) {
+      Explanation damage; // which is a lack too
+      out.addUnnamed( {}, chain->hosts(), "host",
+                      "on a chain that has no FEC: ", decide( first, &damage ).lack );
+    } else if ( const auto refusal = macAddrFecResponse()->refusal( fecId ); refusal.tries > 0 ) {
+      out.addUnnamed( { Standing::refused, refusal.first, {} }, chain->hosts(), "host",
+                      "whose FEC hardware refused", Because{ refusal.why } );
+    } else if ( !hasFecResponse( fecId ) ) {
+      out.addUnnamed( {}, chain->hosts(), "host", "waiting for hardware's answer for their FEC" );
+    }
+  }
+  size_t accountedFor = macAddrHwStatus()->hosts();
+  for ( const auto & [ host, refusal ] : macAddrHwStatus()->refusal() ) {
+    const bool stands = macAddrHwStatus()->hostHas( host );
+    accountedFor += stands ? 0 : 1;
+    out.add( { Standing::refused, refusal.first, {} }, VlanMac( host.vlanId, host.macAddr ),
+             stands ? "in hardware with the FEC of before, the new one refused"
+                    : "refused by hardware",
+             Because{ refusal.why } );
+  }
+  const auto published = macAddrFecStatus()->hosts();
+  out.addUnnamed( {}, published - std::min( published, accountedFor ), "host",
+                  "published, waiting for hardware" );
 }
 
 // --- What holds between events

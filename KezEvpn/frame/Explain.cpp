@@ -9,61 +9,17 @@ namespace Kez {
 
 namespace {
 
-template< size_t kind = 0 >
-bool readKey( std::string_view word, Vex::TextCursor & in, Subjects::Key & key ) {
-  if constexpr ( kind == Subjects::words.size() ) {
-    return false;
-  } else {
-    if ( word != Subjects::words[ kind ] ) {
-      return readKey< kind + 1 >( word, in, key );
-    }
-    parseBriefText( in, key.emplace< kind >() );
-    return true;
-  }
-}
+constexpr double noise = 1e-6;
+constexpr double mostTenths = 1e15;
 
-Vex::String wordList() {
-  Vex::String list;
-  for ( const auto word : Subjects::words ) {
-    list += list.empty() ? "" : word == Subjects::words.back() ? " or " : ", ";
-    list += word;
-  }
-  return list;
+void appendTenths( Vex::TextBuffer & out, uint64_t tenths ) {
+  appendText( out, tenths / 10 );
+  out.append( '.' );
+  appendText( out, tenths % 10 );
+  out.append( " s" );
 }
-
-void check( const Vex::TextCursor & in, IntfVlanKey & pair ) {
-  if ( pair.intfId == Wire::IntfId() ) {
-    in.fail( "an interface and a VLAN, separated by a comma" );
-  }
-}
-// Whose path is the same for all VLANs may be asked of with any.
-void check( const Vex::TextCursor &, MplsFloodSetVia & path ) {
-  path = mplsFloodSetVia( path.tunnelId, path.label, path.vlanId.value() );
-}
-template< class Key > void check( const Vex::TextCursor &, Key & ) {}
 
 } // namespace
-
-Subject parseSubject( Vex::TextCursor & in ) {
-  Subject subject;
-  auto ahead = in;
-  const auto word = ahead.word();
-  ahead.skip( " " );
-  if ( !readKey( word, ahead, subject.key ) ) {
-    in.fail( wordList() );
-  }
-  in = ahead;
-  std::visit( [ & ]( auto & key ) { check( in, key ); }, subject.key );
-  return subject;
-}
-
-Vex::String text( const Subject & subject ) {
-  Vex::TextBuffer out;
-  out.append( Subjects::words[ subject.key.index() ] );
-  out.append( ' ' );
-  std::visit( [ & ]( const auto & key ) { appendBriefText( out, key ); }, subject.key );
-  return out.str();
-}
 
 Vex::String Explanation::text() const {
   Vex::String all;
@@ -87,20 +43,49 @@ void appendText( Vex::TextBuffer & out, const Due & due ) {
     return;
   }
   // Tenths of a second, rounded up: what is not due yet is not said to be.
-  constexpr double noise = 1e-6;
-  constexpr double most = 1e15;
   const auto tenths = static_cast< uint64_t >(
-      std::ceil( std::clamp( ( *due.time - Vex::Clock::now() ) * 10 - noise, 0.0, most ) ) );
+      std::ceil( std::clamp( ( *due.time - Vex::Clock::now() ) * 10 - noise, 0.0, mostTenths ) ) );
   if ( tenths == 0 ) {
     out.append( "at once" );
   } else {
     out.append( "in " );
-    appendText( out, tenths / 10 );
-    out.append( '.' );
-    appendText( out, tenths % 10 );
-    out.append( " s" );
+    appendTenths( out, tenths );
   }
   out.append( due.orLater ? " or in a later run" : "" );
+}
+
+void appendText( Vex::TextBuffer & out, const Ago & ago ) {
+  const auto tenths = static_cast< uint64_t >(
+      std::clamp( ( Vex::Clock::now() - ago.time ) * 10 + noise, 0.0, mostTenths ) );
+  if ( tenths == 0 ) {
+    out.append( "just now" );
+  } else {
+    appendTenths( out, tenths );
+    out.append( " ago" );
+  }
+}
+
+void appendText( Vex::TextBuffer & out, const Because & because ) {
+  if ( !because.why.empty() ) {
+    out.append( " (" );
+    out.append( because.why );
+    out.append( ')' );
+  }
+}
+
+void appendText( Vex::TextBuffer & out, const Refused & refused ) {
+  const auto & refusal = refused.refusal;
+  out.append( "hardware refused " );
+  appendText( out, Times{ refusal.tries } );
+  appendText( out, Because{ refusal.why } );
+  if ( refusal.tries > 1 ) {
+    out.append( ", first " );
+    appendText( out, Ago{ refusal.first } );
+    out.append( ", last " );
+  } else {
+    out.append( ' ' );
+  }
+  appendText( out, Ago{ refusal.last } );
 }
 
 void appendText( Vex::TextBuffer & out, const Count & count ) {

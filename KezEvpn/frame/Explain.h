@@ -5,58 +5,10 @@
 // machine has nothing to do with the subject.
 #pragma once
 
-#include "KezEvpn/FloodSets.h"
-#include "Mpls/Lfib.h"
-
-#include <algorithm>
-#include <array>
-#include <variant>
+#include "KezEvpn/Refusal.h"
+#include "KezEvpn/frame/Subject.h"
 
 namespace Kez {
-
-// A host: a MAC address in a VLAN, as an operator writes it.
-struct VlanMac {
-  Bridging::VlanId vlanId;
-  Wire::EthAddr macAddr;
-  VEX_VALUE( VlanMac, "Kez::VlanMac", vlanId, macAddr )
-
-  Bridging::MacVlanPair macVlanPair() const { return { macAddr, vlanId }; }
-};
-
-// A kind of subject: the word for it, and the type of its keys.
-template< size_t size > struct SubjectWord {
-  char text[ size ];
-  constexpr SubjectWord( const char ( &literal )[ size ] ) { std::copy_n( literal, size, text ); }
-};
-template< SubjectWord word_, class Key_ > struct SubjectKind {
-  static constexpr std::string_view word = word_.text;
-  using Key = Key_;
-};
-template< class... Kind > struct SubjectKinds {
-  static constexpr std::array words{ Kind::word... };
-  using Key = std::variant< typename Kind::Key... >;
-};
-
-// All that may be asked about.
-using Subjects =
-    SubjectKinds< SubjectKind< "pair", IntfVlanKey >, //
-                  SubjectKind< "vlan", Bridging::VlanId >,
-                  SubjectKind< "tunnel", Tunnel::TunnelTable::TunnelId >,
-                  SubjectKind< "path", MplsFloodSetVia >, // of flood-set destinations
-                  SubjectKind< "route", Mpls::RouteKey >, SubjectKind< "mac", VlanMac > >;
-
-// Reads as the word and the key in its brief form: "pair Ethernet1,10", "vlan 10", "tunnel 7",
-// "path 7,100,0", "route 100", "mac 10,00:00:00:00:00:01".
-struct Subject {
-  Subjects::Key key;
-
-  // Null unless the subject is a `Key`.
-  template< class Key > const Key * get() const { return std::get_if< Key >( &key ); }
-};
-
-// Raises Vex::ParseError.
-Subject parseSubject( Vex::TextCursor & in );
-Vex::String text( const Subject & subject );
 
 // When a run is due: "at once", "in 4.2 s", or `otherwise` when none is. One that others of the
 // line take part in first may leave it to the next.
@@ -102,6 +54,12 @@ public:
   Standing standing() const;
   // The first time that a clause tells of at which something is tried or looked at again.
   std::optional< double > nextTry() const { return nextTry_; }
+  void nextTryIs( const std::optional< double > & time ) { note( Due{ time, {} } ); }
+
+  // What is asked about is part of another subject, of which machines are to be asked in its place:
+  // the port of a LAG.
+  void leadsTo( const Subject & whole ) { whole_ = whole; }
+  const std::optional< Subject > & whole() const { return whole_; }
 
 private:
   void note( const Due & due ) {
@@ -113,6 +71,7 @@ private:
 
   std::vector< Clause > clauses_;
   std::optional< double > nextTry_;
+  std::optional< Subject > whole_;
 };
 
 // The record of a shared table that an answer needs, if there is one. Damage is said, and handed to
@@ -140,6 +99,25 @@ struct Times {
   uint32_t number;
 };
 void appendText( Vex::TextBuffer & out, const Times & times );
+
+// How long ago a time of Vex::Clock was: "3.0 s ago", "just now".
+struct Ago {
+  double time;
+};
+void appendText( Vex::TextBuffer & out, const Ago & ago );
+
+// A reason, where there is one: " (no room)".
+struct Because {
+  std::string_view why;
+};
+void appendText( Vex::TextBuffer & out, const Because & because );
+
+// "hardware refused once (no room) 3.0 s ago", "hardware refused twice (no room), first 8.0 s ago,
+// last 3.0 s ago".
+struct Refused {
+  const Refusal & refusal;
+};
+void appendText( Vex::TextBuffer & out, const Refused & refused );
 
 // The first few members of a set, and how many more there are.
 template< class Set > struct Members { const Set & set; };

@@ -2,8 +2,9 @@
 // room.
 //
 // A machine owns one Parking, over the collection in which its waiting keys stand. It parks keys
-// and releases them, counts how often hardware refused each, keeps the place where a review goes on
-// that had to yield, and schedules reviews by the machine's policy. The machine says what a try is.
+// and releases them, keeps how often hardware refused each and why, keeps the place where a review
+// goes on that had to yield, and schedules reviews by the machine's policy. The machine says what a
+// try is.
 //
 // A try of a key goes
 //
@@ -16,6 +17,8 @@
 // bookmark is a parked key.
 #pragma once
 
+#include "KezEvpn/Refusal.h"
+#include "KezEvpn/frame/Missing.h"
 #include "KezEvpn/frame/Review.h"
 
 namespace Kez {
@@ -38,8 +41,8 @@ struct ParkingPolicy {
 };
 
 // A machine that programs hardware and reviews what is parked from its task `reviewUnprogrammed`.
-// While a key is parked, `refusal` counts how many of its tries in a row hardware refused since the
-// machine started.
+// While a key is parked, `refusal` says how many of its tries in a row hardware refused since the
+// machine started, the first and the last time, and why.
 template< class Key > class RetryingSm : public InitializedSm {
 public:
   using VexReviewUnprogrammed = ReviewTask< Key >;
@@ -48,7 +51,7 @@ public:
   VEX_COMPUTED( 59, bookmark, std::optional< Key > )
   VEX_TUNABLE( 61, defaultUnprogrammedRetryInterval, Vex::Interval, 5.0 )
   VEX_OUTPUT( 62, reviewUnprogrammed, VexReviewUnprogrammed )
-  VEX_COUNTER( 63, refusal, Key )
+  VEX_MAP( 63, refusal, Key, Refusal )
   VEX_ATTRIBUTES( defaultUnprogrammedRetryInterval, reviewUnprogrammed, bookmark, refusal )
 
   void reviewUnprogrammedIs( const Vex::Ptr< Loom::TaskScheduler > & scheduler,
@@ -86,6 +89,9 @@ protected:
   // How many keys are parked.
   virtual size_t parked() const = 0;
 
+  // What a helper says of the latest call that hardware refused.
+  virtual Vex::String refusalReason() const { return {}; }
+
   // Under Retry::whenFreed: whether refused keys are tried every interval too.
   virtual bool retriesRefused() const { return false; }
 
@@ -109,10 +115,19 @@ protected:
     return { task->nextRun(), otherwise, task->bookmark().has_value() };
   }
 
-  // Says how often hardware refused what is parked.
+  // Says how often hardware refused what is parked, since when and why.
   void explainRefusal( const Key & key, Explanation & out ) const {
     if ( refusalHas( key ) ) {
-      out.refused( "hardware refused ", Times{ refusal( key ) }, ", next try ", nextTry() );
+      out.refused( Refused{ refusal( key ) }, ", next try ", nextTry() );
+    }
+  }
+  // The same for a list of what is missing, where it is that `key` as a subject.
+  template< class Subject >
+  void addRefusal( const Key & key, const Subject & subject, Missing & out ) const {
+    if ( refusalHas( key ) ) {
+      const auto & refused = refusal( key );
+      out.add( { Standing::refused, refused.first, nextTry( {} ).time }, subject,
+               "refused by hardware", Because{ refused.why } );
     }
   }
 
@@ -166,6 +181,8 @@ public:
 
   bool has( const Key & key ) const { return line_.has( key ); }
   auto range() const { return line_.range(); }
+  // Of no tries for a key that was not refused.
+  Refusal refusal( const Key & key ) const { return sm_.refusal( key ); }
 
   // A key that is parked already keeps its place.
   template< class... With > void park( const Key & key, const With &... with ) {
@@ -195,13 +212,16 @@ public:
   // Where a parked key need not have been refused by hardware.
   void settle( const Key & key, bool refused ) {
     if ( refused ) {
-      sm_.refusalInc( key );
-      if ( sm_.retriesRefused() ) {
-        sm_.ensureReview();
-      }
+      refuse( key, sm_.refusalReason() );
     } else if ( sm_.refusals() > 0 ) {
       sm_.refusalDel( key );
     }
+  }
+
+  // Hardware does not have what it was taken to have: the key is parked, as if it had been refused.
+  template< class... With > void lose( const Key & key, const With &... with ) {
+    park( key, with... );
+    refuse( key, "found missing after it was accepted" );
   }
 
   void release( const Key & key ) {
@@ -234,8 +254,9 @@ public:
   }
 
   void check( Findings & out ) const {
-    for ( const auto [ key, times ] : sm_.refusal() ) {
-      out.expect( has( key ), "refusals are counted of ", key, ", which is not parked" );
+    for ( const auto & [ key, refusal ] : sm_.refusal() ) {
+      out.expect( has( key ), "refusals are on record of ", key, ", which is not parked" );
+      out.expect( refusal.tries > 0, "refusals are on record of ", key, ", none of them" );
     }
     if ( const auto task = sm_.reviewUnprogrammed(); task && task->bookmark() ) {
       out.expect( has( *task->bookmark() ), "a review is to go on at ", *task->bookmark(),
@@ -245,6 +266,12 @@ public:
 
 private:
   bool initialized() const { return sm_.initialized(); }
+  void refuse( const Key & key, std::string_view why ) {
+    sm_.refusalIs( key, sm_.refusal( key ).again( why ) );
+    if ( sm_.retriesRefused() ) {
+      sm_.ensureReview();
+    }
+  }
 
   RetryingSm< Key > & sm_;
   Line line_;

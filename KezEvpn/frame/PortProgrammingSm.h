@@ -40,8 +40,38 @@ protected:
                      Out< Loom::TaskScheduler > scheduler,
                      In< EvpnLagMemberInfo > evpnLagMemberInfo, In< Evpn::EvpnStatus > evpnStatus );
 
+  Vex::String refusalReason() const override { return floodingHelper()->refusalReason(); }
+
   // For the end of a machine's constructor.
   void watchLagPorts() { evpnLagMemberInfoReactor_.notifierIs( evpnLagMemberInfo() ); }
+
+  // Runs `what( key )` for each pair that the index has of a VLAN, an interface or a segment.
+  template< class What > void forEachPairOf( const Subject & subject, What && what ) const {
+    if ( const auto * const vlanId = subject.get< Bridging::VlanId >() ) {
+      if ( const auto intfs = vlanIntfSet( *vlanId ) ) {
+        for ( const auto intfId : intfs->intfId() ) {
+          what( IntfVlanKey( intfId, *vlanId ) );
+        }
+      }
+    } else if ( const auto vlans = intfVlanSet( subject.intfId() ) ) {
+      for ( const auto vlanId : vlans->vlanId() ) {
+        what( IntfVlanKey( subject.intfId(), vlanId ) );
+      }
+    }
+  }
+  // Adds the pairs of LAGs without ports for which `isAsked( key )`.
+  template< class IsAsked > void addPortless( Missing & out, IsAsked && isAsked ) const {
+    for ( const auto & [ intfId, vlans ] : intfVlanSet() ) {
+      if ( lagLack( *evpnLagMemberInfo(), intfId ) == LagLack::nothing ) {
+        continue;
+      }
+      for ( const auto vlanId : vlans->vlanId() ) {
+        if ( const IntfVlanKey key( intfId, vlanId ); isAsked( key ) ) {
+          out.add( {}, key, "waiting for member ports of ", intfId );
+        }
+      }
+    }
+  }
 
   void addToIndex( Wire::IntfId intfId, Bridging::VlanId vlanId );
   void removeFromIndex( Wire::IntfId intfId, Bridging::VlanId vlanId );

@@ -25,6 +25,27 @@ void explainMissingPorts( const EvpnLagMemberInfo & lags, Wire::IntfId intfId, E
   }
 }
 
+void explainPorts( std::string_view what, const PortTally & tally, Explanation & out ) {
+  if ( tally.asked == 0 ) {
+    return;
+  }
+  out.say( what, " on ", tally.programmed, " of ", Count{ tally.asked, "port" } );
+  if ( tally.missing.empty() ) {
+    return;
+  }
+  Vex::TextBuffer text;
+  for ( const auto & each : tally.missing ) {
+    text.append( text.view().empty() ? "" : "; " );
+    text.append( each );
+  }
+  if ( const auto left = tally.asked - tally.programmed - tally.missing.size(); left > 0 ) {
+    text.append( "; and " );
+    appendText( text, left );
+    text.append( " more" );
+  }
+  out.add( tally.anyRefused ? Standing::refused : Standing::waiting, "not on ", text.view() );
+}
+
 KezPortList portsNow( const EvpnLagMemberInfo & lags, Wire::IntfId intfId ) {
   if ( isLag( intfId ) ) {
     return lags.lagToPort( intfId );

@@ -42,6 +42,18 @@ void explainMissingPorts( const EvpnLagMemberInfo & lags, Wire::IntfId intfId, E
 // The interface itself, or the ports of a LAG.
 KezPortList portsNow( const EvpnLagMemberInfo & lags, Wire::IntfId intfId );
 
+// Of the ports of several keys, on how many hardware has what is asked for, and on which not.
+struct PortTally {
+  static constexpr size_t mostNamed = 8;
+
+  size_t asked = 0;
+  size_t programmed = 0;
+  bool anyRefused = false;
+  std::vector< Vex::String > missing; // the first few of the others
+};
+// Says it behind `what`: "mapped on 3 of 4 ports", and on which not.
+void explainPorts( std::string_view what, const PortTally & tally, Explanation & out );
+
 template< class Status > class PortStatus {
 public:
   using Key = typename Status::FwkKey;
@@ -169,8 +181,7 @@ public:
     if ( const auto status = statuses_.get( key ) ) {
       dropPort( *status, port, [] {} );
       status->unprogrammedIs( port );
-      parking_.park( key );
-      parking_.settle( key );
+      parking_.lose( key );
     }
   }
 
@@ -184,6 +195,10 @@ public:
 
   // Says on which ports the key is in hardware, and on which it is not.
   void explain( const Key & key, Explanation & out ) const;
+
+  // Counts the ports of a key that is asked for; those that are missing are named with their VLAN
+  // if they are not all of one.
+  void count( const Key & key, bool namesVlan, PortTally & tally ) const;
 
   // `isEntry( key )`: whether a parked key is one that is programmed port by port.
   template< class IsEntry > void check( Findings & out, IsEntry && isEntry ) const;
@@ -255,6 +270,42 @@ void PortStatus< Status >::explain( const Key & key, Explanation & out ) const {
   if ( status->unprogrammeds() > 0 ) {
     out.awaits( anew.empty() ? "not programmed on " : "not programmed anew on ",
                 Members{ status->unprogrammed() } );
+  }
+}
+
+template< class Status >
+void PortStatus< Status >::count( const Key & key, bool namesVlan, PortTally & tally ) const {
+  const auto status = statuses_.get( key );
+  const auto refusal = parking_.refusal( key );
+  for ( const auto port : portsNow( *lags_, key.intfId ) ) {
+    ++tally.asked;
+    const bool programmed = status && status->programmedHas( port );
+    if ( programmed && !status->forceReprogramHas( port ) ) {
+      ++tally.programmed;
+      continue;
+    }
+    const bool refused = refusal.tries > 0 && status && status->unprogrammedHas( port );
+    tally.anyRefused |= refused;
+    if ( tally.missing.size() == PortTally::mostNamed ) {
+      continue;
+    }
+    Vex::TextBuffer text;
+    appendText( text, port );
+    if ( port != key.intfId ) {
+      text.append( " of " );
+      appendText( text, key.intfId );
+    }
+    if ( namesVlan ) {
+      text.append( " in VLAN " );
+      appendText( text, key.vlanId );
+    }
+    text.append( programmed ? ", as before till it is programmed anew" : "" );
+    if ( refused ) {
+      text.append( ", refused " );
+      appendText( text, Times{ refusal.tries } );
+      appendText( text, Because{ refusal.why } );
+    }
+    tally.missing.push_back( text.str() );
   }
 }
 

@@ -32,6 +32,7 @@ template< class T > using Out = const Vex::Ptr< T > &;
 struct Subject;
 class Explanation;
 class Findings;
+class Missing;
 
 class StateMachine : public Vex::Entity, public Vex::ReactorOwner {
   VEX_ENTITY( StateMachine, "Kez::StateMachine" )
@@ -51,6 +52,10 @@ public:
 
   // Says nothing of a subject that the machine has nothing to do with, nor before its start.
   virtual void explain( const Subject &, Explanation & ) const {}
+
+  // Adds what it does not have in hardware as its inputs ask for it, with the reasons, from what
+  // waits alone: what is programmed is not walked.
+  virtual void addMissing( Missing & ) const {}
 
   // Says what of its invariants does not hold. To be asked between events.
   virtual void check( Findings & ) const {}

@@ -84,6 +84,12 @@ void PortFilterSm::explain( const Kez::Subject & subject, Kez::Explanation & out
   explainRefusal( pair->intfId, out );
 }
 
+void PortFilterSm::addMissing( Kez::Missing & out ) const {
+  for ( const auto intfId : parking_.range() ) {
+    addRefusal( intfId, intfId, out );
+  }
+}
+
 void PortFilterSm::check( Kez::Findings & out ) const {
   RetryingSm::check( out );
   parking_.check( out );

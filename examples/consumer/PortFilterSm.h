@@ -51,6 +51,7 @@ public:
   void unprogramFilter( Wire::IntfId intfId );
   void doReviewUnprogrammed() override;
   void explain( const Kez::Subject & subject, Kez::Explanation & out ) const override;
+  void addMissing( Kez::Missing & out ) const override;
   void check( Kez::Findings & out ) const override;
 
 private:

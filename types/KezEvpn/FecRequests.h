@@ -9,6 +9,7 @@
 #pragma once
 
 #include "KezEvpn/KezEvpn.h"
+#include "KezEvpn/Refusal.h"
 #include "Mpls/Fec.h"
 
 #include <array>
@@ -81,7 +82,10 @@ Vex::Ptr< FecIdToHwFecIdRequest > fecIdToHwFecIdRequestFactory();
 class FecIdToHwFecIdResponse : public Vex::Entity {
   VEX_ENTITY( FecIdToHwFecIdResponse, "Kez::FecIdToHwFecIdResponse" )
   VEX_MAP( 1, hwFecIdResponse, Rook::Fib::FecId, HwFecIdResponse )
-  VEX_ATTRIBUTES( hwFecIdResponse )
+  // Of those that are requested and that hardware could not make, or not change, as they stand; it
+  // tries them again by itself. Hardware that does not say leaves it empty.
+  VEX_MAP( 2, refusal, Rook::Fib::FecId, Refusal )
+  VEX_ATTRIBUTES( hwFecIdResponse, refusal )
 };
 Vex::Ptr< FecIdToHwFecIdResponse > fecIdToHwFecIdResponseFactory();
 

@@ -7,6 +7,7 @@
 
 #include "Bridging/MacVlanPair.h"
 #include "KezEvpn/KezEvpn.h"
+#include "KezEvpn/Refusal.h"
 
 namespace Kez {
 
@@ -95,7 +96,9 @@ Vex::Ptr< VlanFloodSetStatus > vlanFloodSetStatusFactory( const Bridging::MacVla
 class EvpnVlanFloodSetHwStatus : public Vex::Entity {
   VEX_ENTITY( EvpnVlanFloodSetHwStatus, "Kez::EvpnVlanFloodSetHwStatus" )
   VEX_ENTITIES( 1, status, VlanFloodSetStatus )
-  VEX_ATTRIBUTES( status )
+  // Of configurations that hardware tries again by itself; empty where it does not say.
+  VEX_MAP( 2, refusal, FloodSetMplsDestConfig, Refusal )
+  VEX_ATTRIBUTES( status, refusal )
 };
 Vex::Ptr< EvpnVlanFloodSetHwStatus > evpnVlanFloodSetHwStatusFactory();
 

@@ -39,13 +39,16 @@ class MacAddrFecStatus : public MachineState {
 };
 Vex::Ptr< MacAddrFecStatus > macAddrFecStatusFactory();
 
-// Written by the hardware side, by the two functions alone: the FEC with which hardware has each
+// Written by the hardware side, `host` and `fecHost` by the two functions alone: the FEC with which hardware has each
 // host, and how many it has with each FEC, which has an entry while there is one.
 class MacAddrHwStatus : public MachineState {
   VEX_ENTITY( MacAddrHwStatus, "Kez::MacAddrHwStatus" )
   VEX_MAP( 1, host, Bridging::MacVlanPair, Rook::Fib::FecId )
   VEX_COUNTER( 2, fecHost, Rook::Fib::FecId )
-  VEX_ATTRIBUTES( host, fecHost )
+  // Of hosts that hardware tries again by itself to have as they are published; empty where it does
+  // not say.
+  VEX_MAP( 3, refusal, Bridging::MacVlanPair, Refusal )
+  VEX_ATTRIBUTES( host, fecHost, refusal )
 
 public:
   void programmedIs( const Bridging::MacVlanPair & pair, Rook::Fib::FecId fecId );
