@@ -177,7 +177,7 @@ void cutDown( std::ostream & out, const Life & life, const Sim::Outcome & outcom
   for ( const auto & line : least.lines ) {
     out << line << '\n';
   }
-  writePage( page, std::move( least ), again ? again : outcome );
+  writePage( page, std::move( least ), again ? *again : Sim::Outcome() );
 }
 
 // One topology for all, or one of its own for each seed.

@@ -8,6 +8,8 @@
 
 #include <gmock/gmock.h>
 
+#include <fstream>
+
 namespace {
 
 using Fabric::readTopology;
@@ -152,6 +154,70 @@ TEST(FabricTest, TheWayOfAFrameIsPrinted) {
             2);
   EXPECT_THAT(errors.str(),
               testing::HasSubstr("expected a host of the topology"));
+}
+
+TEST(FabricTest, TheCommandLineIsAsThatOfTheOtherPrograms) {
+  struct Call {
+    std::vector<std::string> arguments;
+    int status;
+    const char *out; // how it begins
+    std::string err;
+  };
+  const std::string usage = "\ntry kez-fabric help\n";
+  const auto pair = pathOf("pair");
+  const Call calls[] = {
+      {{"--help"}, 0, "kez-fabric joins switches", ""},
+      {{"send", "nowhere", "-h"}, 0, "kez-fabric joins switches", ""},
+      {{"play", "nothing", "--version"}, 0, "kez-fabric 1.0.0\n", ""},
+      {{"run", "--events=3", "random", "--seed", "1-2"},
+       0,
+       "seeds 1 to 2, 3 events each, ",
+       ""},
+      {{"send", pair, "--events=3", "client"},
+       2,
+       "",
+       "kez-fabric: expected --seed or --report, found '--events=3'" + usage},
+      {{"converge", pair, "--seed=1-2"},
+       2,
+       "",
+       "kez-fabric: --seed: expected nothing more, found '-2'" + usage},
+      {{"send", pair, "client", "by", "server"},
+       2,
+       "",
+       "kez-fabric: send: expected a topology and HOST or HOST to HOST" +
+           usage},
+      {{"play"}, 2, "", "kez-fabric: play: expected a story" + usage},
+      {{},
+       2,
+       "",
+       "kez-fabric: expected run, play, send, converge, help or --version, "
+       "found nothing" +
+           usage},
+      {{"play", "not/there.story"},
+       2,
+       "",
+       "kez-fabric: cannot read not/there.story: No such file or directory\n"},
+      {{"run", "random", "--report", "not/there.html"},
+       2,
+       "",
+       "kez-fabric: cannot write not/there.html: No such file or directory\n"},
+      {{"run", "random", "--events=0", "--report=/dev/full"},
+       2,
+       "",
+       "kez-fabric: cannot write /dev/full: No space left on device\n"},
+  };
+  for (const auto &call : calls) {
+    std::ostringstream out, err;
+    EXPECT_EQ(Fabric::kezFabric(call.arguments, out, err), call.status);
+    EXPECT_THAT(out.str(), testing::StartsWith(call.out));
+    EXPECT_EQ(err.str(), call.err);
+  }
+  std::ofstream full("/dev/full");
+  std::ostringstream err;
+  EXPECT_EQ(Fabric::kezFabric({"send", pair, "client"}, full, err), 2);
+  EXPECT_EQ(
+      err.str(),
+      "kez-fabric: cannot write standard output: No space left on device\n");
 }
 
 } // namespace
