@@ -3,7 +3,7 @@
 #include "RookTestTypes.h"
 
 #include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
-#include "KezEvpn/frame/Explain.h"
+#include "KezEvpn/frame/Missing.h"
 #include "KezEvpn/frame/StateMachine.h"
 #include "Vex/Clock.h"
 #include "agent/Shell.h"
@@ -62,13 +62,15 @@ const std::vector< Story > stories{
         "waiting for Port-Channel1 to be an EVPN member of VLAN 10" },
       { "set vlanStatusDir.vlanStatus[10].vlanPortStatus[Port-Channel1] forwarding\n"
         "del vlanStatusDir.vlanStatus[10].vlanPortStatus[Ethernet9]",
-        "waiting for the dot1q tag of VLAN 10, none published; changes are being collected, next look in 1.0 s" },
+        "waiting for the dot1q tag of VLAN 10, none published; changes are being collected, next "
+        "look in 1.0 s" },
       { "advance 2\nset switch.fault[createVlan].nextCalls 2\nset evpnStatus.vlanToDot1q[10] 110\n"
         "advance 4\nexpect no switch.vlan",
-        "waiting for VLAN 10 to be created in hardware; hardware refused once, next try in 1.0 s" },
+        "waiting for VLAN 10 to be created in hardware; hardware refused once (notProgrammed as "
+        "planned) 4.0 s ago, next try in 1.0 s" },
       { "advance 1",
-        "waiting for VLAN 10 to be created in hardware; hardware refused twice, next try in 5.0 "
-        "s" },
+        "waiting for VLAN 10 to be created in hardware; hardware refused twice (notProgrammed as "
+        "planned), first 5.0 s ago, last just now, next try in 5.0 s" },
       { "advance 5\nexpect switch.vlan[10] 110",
         "tag 110; waiting for member ports of Port-Channel1, none published; "
         "changes are being collected, next look in 1.0 s" },
@@ -77,13 +79,14 @@ const std::vector< Story > stories{
             lag + "[Ethernet1] portProgRxTx\nset " + lag +
             "[Ethernet2] portProgRxTx\n"
             "advance 2\nexpect no switch.dot1qMapping",
-        "tag 110; not programmed on Ethernet1, Ethernet2; hardware refused once, "
-        "next try in 4.0 s" },
-      { "advance 4", "tag 110; not programmed on Ethernet1, Ethernet2; hardware "
-                     "refused twice, next try in 5.0 s" },
+        "tag 110; not programmed on Ethernet1, Ethernet2; hardware refused once (notProgrammed as "
+        "planned) 1.0 s ago, next try in 4.0 s" },
+      { "advance 4",
+        "tag 110; not programmed on Ethernet1, Ethernet2; hardware refused twice (notProgrammed "
+        "as planned), first 5.0 s ago, last just now, next try in 5.0 s" },
       { "set switch.capacity[dot1qMapping] 1\nadvance 5\nexpect switch.dot1qMapping count 1",
-        "tag 110; programmed on Ethernet1; not programmed on Ethernet2; hardware "
-        "refused 3 times, next try in 5.0 s" },
+        "tag 110; programmed on Ethernet1; not programmed on Ethernet2; hardware refused 3 times "
+        "(no room), first 10.0 s ago, last just now, next try in 5.0 s" },
       { "del switch.capacity[dot1qMapping]\nadvance 5\nexpect switch.dot1qMapping count 2",
         "tag 110; programmed on Ethernet1, Ethernet2" },
       { "del " + lag + "[Ethernet1]",
@@ -95,21 +98,23 @@ const std::vector< Story > stories{
             "advance 2\nset switch.fault[createVlan].nextCalls 2\nset evpnStatus.vlanToDot1q[10] "
             "120\n"
             "advance 6.2\nexpect switch.dot1qMapping[Port-Channel1,Ethernet2,10] 110",
-        "waiting for VLAN 10 to be created in hardware; hardware refused twice, next try in 2.8 s; "
-        "mapped to tag 110 till then; programmed on Ethernet2; not programmed on Ethernet1" } } },
+        "waiting for VLAN 10 to be created in hardware; hardware refused twice (notProgrammed as "
+        "planned), first 6.2 s ago, last 2.2 s ago, next try in 2.8 s; mapped to tag 110 till "
+        "then; programmed on Ethernet2; not programmed on Ethernet1" } } },
   { "vlan 10",
     "evpnFloodingDot1qSm",
     { { "", "waiting for the dot1q tag of VLAN 10, none published" },
       { "set switch.fault[createVlan].nextCalls 1\nset evpnStatus.vlanToDot1q[10] 110",
-        "to be programmed with tag 110; hardware refused once, next try in 5.0 s" },
+        "to be programmed with tag 110; hardware refused once (notProgrammed as planned) just "
+        "now, next try in 5.0 s" },
       { "advance 5\nexpect switch.vlan[10] 110", "programmed with tag 110" } } },
   { "pair Ethernet1,10",
     "kezEvpnFloodFilterSm",
     { { "", "not in the flood filter of VLAN 10" },
       { "set switch.fault[createNonDfPort].nextCalls 1\n"
         "set evpnStatus.evpnVlanFloodStatus[10].floodFilter[Ethernet1]",
-        "in the flood filter of VLAN 10; not programmed on Ethernet1; hardware refused once, next "
-        "try in 5.0 s" },
+        "in the flood filter of VLAN 10; not programmed on Ethernet1; hardware refused once "
+        "(notProgrammed as planned) just now, next try in 5.0 s" },
       { "advance 5\nexpect switch.nonDfPort count 1",
         "in the flood filter of VLAN 10; programmed on Ethernet1" },
       { "del evpnStatus.evpnVlanFloodStatus[10]\nexpect no switch.nonDfPort",
@@ -142,8 +147,8 @@ const std::vector< Story > stories{
         "published" },
       { "set switch.fault[createEsiData].nextCalls 1\n"
         "set evpnStatus.localEsiLabel[Port-Channel1] 2:50\nexpect no switch.esiData",
-        "tunnel 1, label 100; not programmed on Ethernet1; hardware refused once, "
-        "next try in 5.0 s" },
+        "tunnel 1, label 100; not programmed on Ethernet1; hardware refused once (notProgrammed "
+        "as planned) just now, next try in 5.0 s" },
       { "advance 5\nexpect switch.esiData count 1",
         "tunnel 1, label 100; programmed on Ethernet1" },
       { "set floodingHelper.updateSupportedOnCreateEsiData 1\n"
@@ -151,25 +156,26 @@ const std::vector< Story > stories{
         "set " +
             segment + ".remoteEsiLabel[DynamicTunnel0.1] 2:101\nexpect switch.esiData count 1",
         "tunnel 1, label 101; to be programmed anew, and as before till then, on Ethernet1; not "
-        "programmed anew on Ethernet1; hardware refused once, next try in 5.0 s" },
+        "programmed anew on Ethernet1; hardware refused once (notProgrammed as planned) just now, "
+        "next try in 5.0 s" },
       { "advance 5\nset " + segment + ".remoteEsiLabel[DynamicTunnel0.1] 0:200",
         "waiting for a remote ESI label of TEP DynamicTunnel0.1 of the right encapsulation type, "
-        "0:200 "
-        "published; what is programmed stays till then; unprogramUnusableLabel would delete it; "
-        "programmed on Ethernet1" },
+        "0:200 published; what is programmed stays till then, tunnel 1, label 101; "
+        "unprogramUnusableLabel would delete it; programmed on Ethernet1" },
       { "set " + segment +
             ".remoteEsiLabel[DynamicTunnel0.1] 2:200\n"
             "set evpnStatus.localEsiLabel[Port-Channel1] 2:51",
-        "tunnel 1, label 200; programmed on Ethernet1; with an earlier hardware tunnel id or local "
-        "label on Ethernet1, reprogramChangedEsi would follow" },
+        "tunnel 1, label 200; programmed on Ethernet1; with an earlier hardware tunnel id or "
+        "local label on Ethernet1, 0:1 and 50 where 0:1 and 51 are asked for; reprogramChangedEsi "
+        "would follow" },
       { "set evpnFloodingEsiSm.reprogramChangedEsi true",
         "tunnel 1, label 200; programmed on Ethernet1" } } },
   { "tunnel 7",
     "evpnHwTunnelIdSm",
     { { "set switch.capacity[hwTunnelIdTypeDefault] 1\nset " + broadcast + "[mpls(,100,5)]", "" },
       { "set " + broadcast + "[mpls(,100,7)]\nexpect evpnRemoteInfo.remoteTunnelId[7] 1",
-        "waiting for a default hardware tunnel id, none was free, tried once, next try when an id "
-        "is given back or a tunnel's last segment leaves it" },
+        "waiting for a default hardware tunnel id, none was free; hardware refused once (no room) "
+        "just now, next try when an id is given back or a tunnel's last segment leaves it" },
       { "set " + segment +
             ".remoteEsiLabel[DynamicTunnel0.7] 2:100\n"
             "expect tunnelIdHwTunnelId.tunnelIdToHwTunnelId[7] 7,0:1",
@@ -185,7 +191,8 @@ const std::vector< Story > stories{
         "gave its hardware tunnel id up to a segment's tunnel, and gets one when a segment or a "
         "first flood-set destination uses it again; retryLackingTunnel would try again" },
       { "set evpnHwTunnelIdSm.retryLackingTunnel true",
-        "waiting for a default hardware tunnel id, none was free, tried once, next try in 5.0 s" },
+        "waiting for a default hardware tunnel id, none was free; hardware refused once (no room) "
+        "just now, next try in 5.0 s" },
       { "set switch.capacity[hwTunnelIdTypeDefault] 3\nadvance 5",
         "has hardware tunnel id 0:3; gives it up when a segment's tunnel needs one" } } },
   { "tunnel 6",
@@ -198,7 +205,8 @@ const std::vector< Story > stories{
         "its segments changed; retryLackingTunnel would try again" },
       { "set evpnHwTunnelIdSm.retryLackingTunnel true",
         "used by segments Port-Channel1; has hardware tunnel id 1:1; waiting for a default "
-        "hardware tunnel id, none was free, tried once, next try in 5.0 s" },
+        "hardware tunnel id, none was free; hardware refused once (no room) just now, next try in "
+        "5.0 s" },
       { "set switch.capacity[hwTunnelIdTypeDefault] 1\nadvance 5",
         "used by segments Port-Channel1; has hardware tunnel id 0:1" } } },
   { "tunnel 9",
@@ -235,7 +243,9 @@ const std::vector< Story > stories{
         "1 flood-set destination waiting for the hardware id of the path, none published" },
       { "set switch.fault[createFloodSetDest].nextCalls 1\nadvance 2",
         "1 flood-set destination waiting for hardware's answer" },
-      { "advance 2", "1 flood-set destination refused by hardware, which tries by itself" },
+      { "advance 2",
+        "1 flood-set destination refused by hardware (notProgrammed as planned), which tries by "
+        "itself" },
       { "advance 10\nexpect switch.floodSetDest count 1",
         "1 flood-set destination programmed" } } },
   { "vlan 10",
@@ -255,8 +265,8 @@ const std::vector< Story > stories{
         "port map of label 500 and Port-Channel1; not looked at before it comes into the backlog" },
       { "set switch.fault[createEsiPortMap].nextCalls 1\n"
         "set lfibTrackingStatus.routeKeyBacklog[100]\nexpect no switch.esiPortMap",
-        "port map of label 500 and Port-Channel1; hardware refused once (notProgrammed); next try "
-        "in 5.0 s" },
+        "port map of label 500 and Port-Channel1; hardware refused once (notProgrammed as "
+        "planned) just now; next try in 5.0 s" },
       { "advance 5\nexpect switch.esiPortMap[Port-Channel1] 500",
         "port map of label 500 and Port-Channel1; programmed" },
       { "set " + filterVia + "1] evpnEthernetSegmentFilter:1,501,Port-Channel1",
@@ -285,8 +295,8 @@ const std::vector< Story > stories{
         "port map of label 600 and Port-Channel1; another route had its interface when it was last "
         "tried; next try in 5.0 s" },
       { "set switch.fault[createEsiPortMap].nextCalls 1\nadvance 5",
-        "port map of label 600 and Port-Channel1; hardware refused once (notProgrammed); next try "
-        "in 5.0 s" },
+        "port map of label 600 and Port-Channel1; hardware refused once (notProgrammed as "
+        "planned) just now; next try in 5.0 s" },
       { "advance 5\nexpect switch.esiPortMap[Port-Channel1] 600",
         "port map of label 600 and Port-Channel1; programmed" } } },
   { "mac 10,00:00:00:00:00:01",
@@ -302,7 +312,8 @@ const std::vector< Story > stories{
         "refers to chain 1; waiting for hardware's answer for FEC 936748722493063168" },
       { "set switch.fault[createMacEntry].nextCalls 1\nadvance 4",
         "refers to chain 1; published with FEC 936748722493063168 of chain 1, hardware id "
-        "8589934593 on LoadBalance0; not in hardware, which tries again by itself" },
+        "8589934593 on LoadBalance0; not in hardware, which tries again by itself; hardware "
+        "refused once (notProgrammed as planned) just now" },
       { "advance 10\nexpect switch.macEntry count 1",
         "refers to chain 1; published with FEC 936748722493063168 of chain 1, hardware id "
         "8589934593 on LoadBalance0; in hardware" } } },
@@ -328,6 +339,14 @@ TEST_P( ExplainTest, EveryStageIsToldAsItIs ) {
     Kez::Explanation explanation;
     machine.explain( subject, explanation );
     EXPECT_EQ( explanation.text(), stage.words ) << "after\n" << stage.lines;
+    // What is missing is found from the other end, the collections of what waits.
+    Kez::Missing missing( Kez::SubjectPattern{ subject.word(), subject.keyText() } );
+    machine.addMissing( missing );
+    if ( explanation.standing() == Kez::Standing::settled ) {
+      EXPECT_EQ( missing.groups().size(), 0u ) << "after\n" << stage.lines;
+    } else if ( explanation.standing() == Kez::Standing::refused ) {
+      EXPECT_NE( missing.groups().size(), 0u ) << "after\n" << stage.lines;
+    }
   }
   EXPECT_EQ( shell.failures(), 0u ) << out.str();
 }
@@ -452,25 +471,30 @@ TEST( ExplainMissingTest, EachMachineSaysWhatItWaitsFor ) {
   const std::vector< std::pair< std::string, std::string > > cases{
     { "set switch.fault[createVlan].nextCalls 9\nset evpnStatus.vlanToDot1q[10] 110\n" + member10 +
           "Ethernet1] forwarding\nadvance 2",
-      "  2.0 s ago  evpnFloodingDot1qSm  1 vlan refused by hardware (notProgrammed as planned), next "
+      "  2.0 s ago  evpnFloodingDot1qSm  1 vlan refused by hardware (notProgrammed as planned), "
+      "next "
       "try in 3.0 s: 10\n"
-      "  2.0 s ago  evpnFloodingDot1qSm  1 pair waiting for VLAN 10 to be created in hardware, next "
+      "  2.0 s ago  evpnFloodingDot1qSm  1 pair waiting for VLAN 10 to be created in hardware, "
+      "next "
       "look in 3.0 s: Ethernet1,10\n" },
     { "set evpnStatus.evpnVlanFloodStatus[10].floodFilter[Port-Channel1]",
       "    kezEvpnFloodFilterSm  1 pair waiting for member ports of Port-Channel1: "
       "Port-Channel1,10\n" },
     { "set evpnStatus.localEsiLabel[Ethernet1] 2:50\n"
-      "set evpnStatus.ethernetSegmentStatus[Ethernet1].designatedForwarderTep[10] DynamicTunnel0.1\n"
+      "set evpnStatus.ethernetSegmentStatus[Ethernet1].designatedForwarderTep[10] "
+      "DynamicTunnel0.1\n"
       "set evpnStatus.ethernetSegmentStatus[Ethernet1].designatedForwarderTep[11] DynamicTunnel0.1",
       "    evpnFloodingEsiSm  2 pairs waiting for the remote ESI label of TEP DynamicTunnel0.1: "
       "Ethernet1,10, Ethernet1,11\n" },
-    { "set evpnStatus.ethernetSegmentStatus[Ethernet1].designatedForwarderTep[10] DynamicTunnel0.1\n"
+    { "set evpnStatus.ethernetSegmentStatus[Ethernet1].designatedForwarderTep[10] "
+      "DynamicTunnel0.1\n"
       "set evpnStatus.ethernetSegmentStatus[Ethernet1].remoteEsiLabel[DynamicTunnel0.1] 2:100",
       "    evpnFloodingEsiSm  1 pair waiting for the local ESI label of Ethernet1: Ethernet1,10\n" },
     { "set switch.capacity[hwTunnelIdTypeDefault] 0\nset " + broadcast + "[mpls(,100,5)]",
       "  just now  evpnHwTunnelIdSm    1 tunnel without a hardware tunnel id, none was free (no "
       "room): 5\n"
-      "            evpnVlanFloodSetSm  1 destination programmed without a hardware tunnel id, which "
+      "            evpnVlanFloodSetSm  1 destination programmed without a hardware tunnel id, "
+      "which "
       "tunnel 5 lacks: 10,ff:ff:ff:ff:ff:ff,mpls(,100,5)\n" },
     { "set switch.fault[createFloodSetDest].nextCalls 1\nset " + broadcast + "[mpls(,100,5)]",
       "  just now  evpnVlanFloodSetSm  1 destination refused by hardware (notProgrammed as "
@@ -486,7 +510,7 @@ TEST( ExplainMissingTest, EachMachineSaysWhatItWaitsFor ) {
     { "set switch.capacity[macEntry] 0\nset hostOutput.dest[1] mpls(,200,5)\nset " + broadcast +
           "[mpls(,100,5)]\nset hostOutput.host[00:00:00:00:00:01,10] 1\n"
           "set hostOutput.host[00:00:00:00:00:02,10] 2\nadvance 2",
-      "  1.0 s ago  kezMacAddrFecRequestSm  1 mac refused by hardware (no room): "
+      "  1.5 s ago  kezMacAddrFecRequestSm  1 mac refused by hardware (no room): "
       "10,00:00:00:00:00:01\n"
       "             kezMacAddrFecRequestSm  1 host on a chain that has no FEC: object 2 is "
       "missing\n" },

@@ -135,6 +135,12 @@ check( "explain interface ethernet1", "ok",
        [ { "unknown": "interface ethernet1", "nearest": [ "Ethernet1" ] } ],
        "set evpnStatus.encapBumFilter[Ethernet1]" )
 
+traced = answers( "shell", "--ring", "ring", lines="""\
+set evpnStatus.evpnVlanFloodStatus[10].floodFilter[Ethernet1]
+explain pair Ethernet1,10""" )[ -2 ]
+if "createNonDfPort Ethernet1,Ethernet1,10" not in traced.get( "trace", "" ):
+    fail( f"explain ends with what was traced last: {traced}" )
+
 changes = [ each for each in answers( "shell", lines="""watch switch.vlan
 set switch.vlan[10] 7
 del switch.vlan[10]""" ) if "there" in each ]

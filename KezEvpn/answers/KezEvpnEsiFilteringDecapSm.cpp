@@ -81,7 +81,9 @@ bool EsiFilteringDecapSm::explainWait( const RouteKey & routeKey, const Decision
   if ( waiting->returnCode != LfibHwProgrammingReturnCode::conflict ) {
     auto refused = refusal( routeKey );
     const auto code = Vex::text( waiting->returnCode );
-    refused.why = refused.why.empty() ? code : code + ", " + refused.why;
+    if ( !refused.why.starts_with( code ) ) {
+      refused.why = refused.why.empty() ? code : code + ", " + refused.why;
+    }
     out.refused( Refused{ refused } );
   } else if ( decision.lack == Lack::nothing && intfRouteHas( decision.via.intfId ) ) {
     out.awaits( "waiting for route ", intfRoute( decision.via.intfId ), " to give up ",

@@ -74,6 +74,12 @@ Vex::String partText( const Subject & subject, std::string_view word ) {
     const auto * const vmd = subject.get< VlanMacDest >();
     return vmd ? Vex::briefText( vmd->vlanId ) : Vex::String();
   }
+  if ( word == "path" ) {
+    const auto * const vmd = subject.get< VlanMacDest >();
+    return vmd && vmd->dest.destType() == L2Rib::destTypeMpls_
+               ? Vex::briefText( mplsFloodSetVia( *vmd ) )
+               : Vex::String();
+  }
   if ( word == "tunnel" ) {
     if ( const auto * const via = subject.get< MplsFloodSetVia >() ) {
       return Vex::briefText( via->tunnelId );
