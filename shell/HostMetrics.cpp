@@ -5,6 +5,7 @@
 #include "shell/Metrics.h"
 #include "shell/Shell.h"
 
+#include <ctime>
 #include <fstream>
 #include <sstream>
 #include <sys/resource.h>
@@ -175,37 +176,38 @@ void addScheduler( Metrics & metrics, const Loom::TaskScheduler & scheduler ) {
   metrics.put( longestTurn, labels, scheduler.longestTurn() );
 }
 
-// Of the line of a file that begins with `name`, or of the first one, the words behind that.
-std::istringstream wordsOf( const char * file, std::string_view name ) {
+std::string firstLineOf( const char * file ) {
   std::ifstream in( file );
-  for ( std::string line; std::getline( in, line ); ) {
-    if ( line.starts_with( name ) ) {
-      return std::istringstream( line.substr( name.size() ) );
-    }
-  }
-  return {};
+  std::string line;
+  std::getline( in, line );
+  return line;
 }
 
-// In seconds since 1970, as the kernel knows it; 0 where it does not tell.
+// In seconds since 1970, from when the kernel says that it began after the machine; 0 where it does
+// not tell.
 double processStart() {
   constexpr int wordsBeforeStart = 19; // behind the process's name
-  std::string line;
-  std::getline( wordsOf( "/proc/self/stat", "" ), line );
+  const auto line = firstLineOf( "/proc/self/stat" );
   std::istringstream words( line.substr( line.rfind( ')' ) + 1 ) );
   std::string skipped;
   for ( int i = 0; i < wordsBeforeStart; ++i ) {
     words >> skipped;
   }
+  const auto now = []( clockid_t clock ) {
+    timespec time{};
+    clock_gettime( clock, &time );
+    return double( time.tv_sec ) + double( time.tv_nsec ) / 1e9;
+  };
   double ticks = 0;
-  double boot = 0;
-  const bool known = words >> ticks && wordsOf( "/proc/stat", "btime " ) >> boot;
-  return known ? boot + ticks / double( sysconf( _SC_CLK_TCK ) ) : 0;
+  return words >> ticks ? now( CLOCK_REALTIME ) - now( CLOCK_BOOTTIME ) +
+                              ticks / double( sysconf( _SC_CLK_TCK ) )
+                        : 0;
 }
 
 void addProcess( Metrics & metrics ) {
   const auto page = static_cast< uint64_t >( sysconf( _SC_PAGESIZE ) );
-  auto statm = wordsOf( "/proc/self/statm", "" );
-  if ( uint64_t all = 0, resident = 0; statm >> all >> resident ) {
+  std::istringstream pages( firstLineOf( "/proc/self/statm" ) );
+  if ( uint64_t all = 0, resident = 0; pages >> all >> resident ) {
     metrics.put( residentMemory, {}, resident * page );
     metrics.put( virtualMemory, {}, all * page );
   }
