@@ -5,6 +5,7 @@
 #include "Rook/TableWriter.h"
 #include "Vex/Clock.h"
 #include "Vex/FatalEnd.h"
+#include "Vex/OwnFile.h"
 #include "Vex/WholeFile.h"
 #include "agent/EndingSignal.h"
 #include "agent/MetricsFile.h"
@@ -12,6 +13,7 @@
 #include "agent/Serve.h"
 #include "agent/Session.h"
 #include "client/Attach.h"
+#include "client/Terminal.h"
 #include "program/FileKind.h"
 #include "record/SteppedPace.h"
 #include "switch/SwitchJournal.h"
@@ -22,6 +24,7 @@
 #include <fstream>
 #include <memory>
 #include <sstream>
+#include <unistd.h>
 
 namespace Agent {
 
@@ -215,7 +218,7 @@ int replay( const Options & options, std::ostream & out, std::ostream & err ) {
   const LastWords lastWords( out, page, replay.isVirtual() );
   Session session( shell, options.echo, page.report(), out, err );
   const EndingSignal ending;
-  const int status = session.replay( replay, name );
+  const int status = session.replay( replay, name, options.until );
   page.write( session.verdict(), replay.isVirtual() );
   return statusOf( status );
 }
@@ -282,7 +285,7 @@ int host( const Options & options, const Input & input, std::ostream & out, std:
   return serves ? 0 : statusOf( status );
 }
 
-int dispatch( const Program::Arguments & arguments, const Input & input, std::ostream & out,
+int dispatch( const Program::Arguments & arguments, const Input & input, std::ostream & plainOut,
               std::ostream & err ) {
   const std::string command = arguments.empty() ? "" : arguments[ 0 ];
   if ( command != "run" && command != "shell" && command != "replay" && command != "serve" &&
@@ -292,10 +295,15 @@ int dispatch( const Program::Arguments & arguments, const Input & input, std::os
         ( command.empty() ? "nothing" : "'" + command + "'" ) );
   }
   const auto options = parseOptions( arguments );
+  const bool converses =
+      input.terminal && ( command == "shell" || ( command == "attach" && options.files.empty() ) );
+  TerminalStream terminalOut( plainOut, STDOUT_FILENO );
+  auto & out = converses ? terminalOut : plainOut;
   if ( command == "attach" ) {
     return attach( { options.socket, options.files, options.json }, input.stream, input.terminal,
                    out, err );
   }
+  Vex::fileModeIs( options.fileMode );
   const MountedRing ring( options.ring );
   const MountDirectory tables( options.tables );
   return command == "replay" ? replay( options, out, err ) : host( options, input, out, err );

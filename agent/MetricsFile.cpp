@@ -43,7 +43,7 @@ void MetricsFile::put() const {
   shell_.metrics().write( text, KezShell::MetricForm::plainText );
   Vex::WholeFile file( path_ );
   file.write( text.view() );
-  file.commit( 0644 );
+  file.commit();
 }
 
 } // namespace Agent

@@ -27,7 +27,9 @@ const char * const usage = R"(kez-agent hosts the KezEvpn machines over simulate
                           must not be there yet
   --report FILE           write a page to FILE in the end, for a browser: machines, time line,
                           failures, tables
+  --file-mode MODE        the mode of all files that it makes, octal, 0644 without it
   --toggles FILE          set the feature toggles of FILE, which is by custom Kez.json
+  --until N               replay stops before line N of the record, such as the one that was its last
   --echo                  print each line before it is executed
   --json                  answer in JSON, a value a line, on standard output, errors too
   --clock virtual|steady  time passes by advance alone, which is the default, or by itself
@@ -48,6 +50,20 @@ file; 130 or 143 after SIGINT or SIGTERM, which end a session in order.
 
 namespace {
 
+mode_t modeOf( const Vex::String & text ) {
+  mode_t mode = 0;
+  for ( const char digit : text ) {
+    if ( digit < '0' || digit > '7' ) {
+      mode = 01000;
+    }
+    mode = mode * 8 + static_cast< mode_t >( digit - '0' );
+  }
+  if ( text.empty() || mode > 0777 ) {
+    throw Program::UsageError( "--file-mode: expected up to 0777, octal, found '" + text + "'" );
+  }
+  return mode;
+}
+
 std::vector< Program::Option > optionsOf( Options & to ) {
   using Program::flag;
   using Program::text;
@@ -55,11 +71,23 @@ std::vector< Program::Option > optionsOf( Options & to ) {
     return { text( "--socket", to.socket ), flag( "--json", to.json ) };
   }
   std::vector< Program::Option > options{
-    text( "--trace", to.trace ),     text( "--ring", to.ring ),     text( "--tables", to.tables ),
-    text( "--journal", to.journal ), text( "--record", to.record ), text( "--report", to.report ),
-    text( "--toggles", to.toggles ), flag( "--echo", to.echo ),     flag( "--json", to.json ),
-    text( "--clock", to.clock )
+    text( "--trace", to.trace ),
+    text( "--ring", to.ring ),
+    text( "--tables", to.tables ),
+    text( "--journal", to.journal ),
+    text( "--record", to.record ),
+    text( "--report", to.report ),
+    text( "--toggles", to.toggles ),
+    flag( "--echo", to.echo ),
+    flag( "--json", to.json ),
+    text( "--clock", to.clock ),
+    { "--file-mode", true, [ &to ]( const Vex::String & value ) { to.fileMode = modeOf( value ); } }
   };
+  if ( to.command == "replay" ) {
+    options.push_back( { "--until", true, [ &to ]( const Vex::String & value ) {
+                          to.until = Vex::parseBriefly< size_t >( value );
+                        } } );
+  }
   if ( to.command == "serve" ) {
     options.push_back( text( "--socket", to.socket ) );
     options.push_back( text( "--read-only-socket", to.readOnlySocket ) );

@@ -3,6 +3,9 @@
 
 #include "program/CommandLine.h"
 
+#include <limits>
+#include <sys/types.h>
+
 namespace Agent {
 
 struct Options {
@@ -18,6 +21,8 @@ struct Options {
   bool echo = false;
   bool json = false;
   std::string clock;
+  mode_t fileMode = 0644;
+  size_t until = std::numeric_limits< size_t >::max(); // the line of the record to stop before
   std::string socket = "/run/kez-agent/control";
   std::string readOnlySocket;
   std::string metrics;

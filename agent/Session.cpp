@@ -24,9 +24,14 @@ int Session::run( const std::vector< Source > & sources, const Input & input ) {
   return tellVerdict();
 }
 
-int Session::replay( Replay & replay, const std::string & name ) {
+int Session::replay( Replay & replay, const std::string & name, size_t until ) {
   for ( const RecordEntry * line;
         !isOver() && ( line = replay.nextLine() ) && !replay.difference(); ) {
+    if ( line->number >= until ) {
+      end_ = "stopped before line " + std::to_string( line->number );
+      say( end_ );
+      return shell_.failures() ? 1 : 0;
+    }
     if ( !execute( std::string( line->text ), name, line->number ) ) {
       return 2;
     }

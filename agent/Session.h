@@ -22,8 +22,9 @@ public:
 
   // The exit status.
   int run( const std::vector< Source > & sources, const Input & input );
-  // The same. `name` is the record's.
-  int replay( Replay & replay, const std::string & name );
+  // The same. `name` is the record's; the line that has the number `until` in it is not executed,
+  // nor those behind.
+  int replay( Replay & replay, const std::string & name, size_t until );
   void converse( const Input & input );
 
   // How it ended, in a few words; a signal ends it after the line that is being executed.

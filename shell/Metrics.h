@@ -24,6 +24,7 @@ struct MetricFamily {
   std::string_view help;
 };
 
+// What tells samples of a family apart.
 struct MetricLabel {
   std::string_view name;
   Vex::String value;

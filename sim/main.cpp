@@ -12,6 +12,7 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace Sim {
@@ -100,8 +101,13 @@ bool runAll( uint64_t first, uint64_t last, size_t events, volatile uint64_t * s
     }
     _exit( 0 );
   }
+  const bool isWatched = isatty( STDERR_FILENO ) != 0;
   int status = 1;
-  waitpid( child, &status, 0 );
+  while ( waitpid( child, &status, isWatched ? WNOHANG : 0 ) == 0 ) {
+    std::cerr << "\rseed " << *seed << " of " << last << ' ' << std::flush;
+    std::this_thread::sleep_for( std::chrono::milliseconds( 200 ) );
+  }
+  std::cerr << ( isWatched ? "\r\033[K" : "" ) << std::flush;
   std::filesystem::remove_all( tablesOf( child ) );
   return status == 0;
 }

@@ -6,6 +6,7 @@
 #include "Vex/FatalEnd.h"
 #include "agent/CommandLine.h"
 #include "agent/Shell.h"
+#include "client/Terminal.h"
 
 #include <gmock/gmock.h>
 
@@ -18,6 +19,27 @@
 #include <unistd.h>
 
 namespace {
+
+TEST( TerminalTest, LongLinesGoOnBelowTheirLastColumn ) {
+  const struct {
+    const char * line;
+    size_t width;
+    const char * expected;
+  } cases[] = {
+    { "  machine  says one thing; says another", 22,
+      "  machine  says one\n           thing; says\n           another" },
+    { "  machine  says one thing; says another", 0, "  machine  says one thing; says another" },
+    { "machine that says one thing", 14, "machine that\n    says one\n    thing" },
+    { "  a column that is far to the right  word by word", 30,
+      "  a column that is far to the\n    right  word by word" },
+    { "  anAddressThatIsLonger thanAllOfThis", 10, "  anAddressThatIsLonger\n    thanAllOfThis" },
+    { "exactly ten", 11, "exactly ten" },
+    { "{\"path\":\"switch\", \"of\":2}", 10, "{\"path\":\"switch\", \"of\":2}" },
+  };
+  for ( const auto & [ line, width, expected ] : cases ) {
+    EXPECT_EQ( Agent::wrapped( line, width ), expected );
+  }
+}
 
 TEST( AgentProcessTest, AFailedAssertionTakesNothingWithItThatWasSaid ) {
   const auto name = testing::TempDir() + "agent-test-end-" + std::to_string( getpid() );

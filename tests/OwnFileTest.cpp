@@ -5,6 +5,7 @@
 #include "Ringlog/RingFormat.h"
 #include "Rook/TableFile.h"
 #include "RookTestTypes.h"
+#include "Vex/WholeFile.h"
 #include "record/RecordFile.h"
 
 #include <gmock/gmock.h>
@@ -34,6 +35,7 @@ const Kind kinds[] = {
       Ringlog::ringIs( path, Ringlog::smallestRing );
       Ringlog::ringDel();
     } },
+  { "page", []( const std::string & path ) { Vex::WholeFile( path ).commit(); } },
   { "record", []( const std::string & path ) { Agent::RecordFile{ path }; } },
 };
 

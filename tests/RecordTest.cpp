@@ -117,6 +117,21 @@ TEST_F( RecordTest, ReplaysToTheSameTraceAndTablesWithTheRecordsAnswers ) {
   EXPECT_EQ( again.find( "planned" ), std::string::npos );
 }
 
+TEST_F( RecordTest, StopsBeforeALine ) {
+  const auto page = directory + "/page.html";
+  record( "set evpnStatus.vlanToDot1q[10] 110\nadvance 5\nset evpnStatus.vlanToDot1q[20] 120\n"
+          "expect switch.vlan count 7\n" );
+  const auto text = contents();
+  const auto before = text.substr( 0, text.find( "set evpnStatus.vlanToDot1q[20]" ) );
+  const auto line = std::to_string( std::count( before.begin(), before.end(), '\n' ) + 1 );
+  const auto stopped = agent( { "replay", "--until", line, "--report", page, file } );
+  EXPECT_EQ( stopped.err, "" );
+  EXPECT_EQ( stopped.status, 0 );
+  EXPECT_EQ( stopped.out, "stopped before line " + line + "\n" );
+  EXPECT_THAT( ::contents( page ), HasSubstr( "vlanToDot1q[10]" ) );
+  EXPECT_THAT( ::contents( page ), Not( HasSubstr( "vlanToDot1q[20]" ) ) );
+}
+
 TEST_F( RecordTest, SteadyRunIsReplayedTurnByTurn ) {
   std::string lines = "trace Kez*/0-9\n"
                       "set scheduler.timeSlice 0.000001\n"

@@ -23,8 +23,10 @@ void appendText( Vex::TextBuffer & out, const Due & due );
 // what hardware refused, or had no room for, is tried again.
 VEX_ENUM( Standing, "Kez::Standing", settled, waiting, refused )
 
+// What a machine says of a subject.
 class Explanation {
 public:
+  // Of one thing, as a part of the line.
   struct Clause {
     Standing standing; // what the clause tells of
     Vex::String text;

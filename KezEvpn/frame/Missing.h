@@ -20,10 +20,12 @@ public:
     std::optional< double > since = {}; // the time of Vex::Clock from which on it is known to wait
     std::optional< double > next = {};  // and at which it is tried or looked at again
   };
+  // A subject that waits, and since when if that is known.
   struct Waiter {
     std::optional< double > since;
     Subject subject;
   };
+  // Subjects of one kind that wait for the same reason.
   struct Group {
     Wait wait;        // the gravest, the longest, the soonest
     Vex::String what; // the word for a subject

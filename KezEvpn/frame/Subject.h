@@ -25,15 +25,17 @@ struct Segment {
   VEX_VALUE( Segment, "Kez::Segment", intfId )
 };
 
-// A kind of subject: the word for it, and the type of its keys.
+// A text that a template can be told.
 template< size_t size > struct SubjectWord {
   char text[ size ];
   constexpr SubjectWord( const char ( &literal )[ size ] ) { std::copy_n( literal, size, text ); }
 };
+// A kind of subject: the word for it, and the type of its keys.
 template< SubjectWord word_, class Key_ > struct SubjectKind {
   static constexpr std::string_view word = word_.text;
   using Key = Key_;
 };
+// All kinds there are.
 template< class... Kind > struct SubjectKinds {
   static constexpr std::array words{ Kind::word... };
   using Key = std::variant< typename Kind::Key... >;

@@ -1,7 +1,8 @@
 #include "Vex/WholeFile.h"
 
+#include "Vex/OwnFile.h"
+
 #include <cerrno>
-#include <fcntl.h>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,9 +12,10 @@ namespace Vex {
 namespace {
 
 void expectReplaceable( const String & path ) {
+  const auto file = openOwnFile( path );
   struct stat status {};
-  if ( lstat( path.c_str(), &status ) == 0 && !S_ISREG( status.st_mode ) ) {
-    throw std::runtime_error( "cannot write " + path + ": it is there and is no file of its own" );
+  if ( file.number() >= 0 && fstat( file.number(), &status ) == 0 && !S_ISREG( status.st_mode ) ) {
+    throw std::runtime_error( "cannot write " + path + ": it is there and is no file" );
   }
 }
 
@@ -23,13 +25,9 @@ WholeFile::WholeFile( const String & path ) : path_( path ) {
   expectReplaceable( path_ );
   const auto own = path_ + "." + std::to_string( getpid() ) + ".";
   for ( unsigned number = 0; file_.number() < 0; ++number ) {
-    temporary_ = own + std::to_string( number );
-    file_ = Descriptor(
-        open( temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666 ) );
-    if ( file_.number() < 0 && errno != EEXIST ) {
-      temporary_.clear();
-      fail();
-    }
+    auto name = own + std::to_string( number );
+    file_ = makeFile( name );
+    temporary_ = std::move( name );
   }
 }
 
@@ -56,13 +54,6 @@ void WholeFile::commit() {
     fail();
   }
   temporary_.clear();
-}
-
-void WholeFile::commit( mode_t mode ) {
-  if ( fchmod( file_.number(), mode ) != 0 ) {
-    fail();
-  }
-  commit();
 }
 
 void WholeFile::fail() const {

@@ -1,11 +1,9 @@
 // A file that others see whole or not at all. It is written beside its place, under a name of its
 // own, and put there when all of it has been written; until then what stood there stands. What
-// stands there and is no file, a link too, is left alone.
+// stands there and is no file, a link too, or is another user's, is left alone.
 #pragma once
 
 #include "Vex/Descriptor.h"
-
-#include <sys/types.h>
 
 namespace Vex {
 
@@ -21,8 +19,6 @@ public:
   void write( std::string_view text );
   // Puts it in its place.
   void commit();
-  // The same, with these permissions in place of those that the process gives its files.
-  void commit( mode_t mode );
 
 private:
   [[noreturn]] void fail() const;
