@@ -13,10 +13,10 @@ size_t widthOf( int terminal ) {
   return ioctl( terminal, TIOCGWINSZ, &size ) == 0 ? size.ws_col : 0;
 }
 
+// 0 where there is but one.
 size_t lastColumn( std::string_view line ) {
-  const auto end = line.find_last_not_of( ' ' );
-  const auto gap = line.rfind( "  ", end );
-  return gap == std::string_view::npos ? 0 : gap + 2;
+  const auto gap = line.rfind( "  ", line.find_last_not_of( ' ' ) );
+  return gap == std::string_view::npos || gap < line.find_first_not_of( ' ' ) ? 0 : gap + 2;
 }
 
 } // namespace
@@ -26,7 +26,7 @@ String wrapped( std::string_view line, size_t width ) {
     return String( line );
   }
   const size_t column = lastColumn( line );
-  const size_t indent = column <= width / 2 ? column : 4;
+  const size_t indent = column > 0 && column <= width / 2 ? column : 4;
   String all;
   size_t room = width;
   while ( line.size() > room ) {

@@ -58,12 +58,12 @@ grep -q '^# TYPE kez_hardware_calls_total counter$' "$dir/read" || fail 'counter
 inode=$( stat -c %i "$file" )
 mv "$dir/files" "$dir/gone"
 for _ in $( seq 200 ); do
-  ! grep -q 'cannot write' "$dir/served" || break
+  ! grep -q 'cannot make' "$dir/served" || break
   sleep 0.05
 done
 sleep 0.2
 kill -0 "$pid" || fail 'an agent outlives the directory of its file'
-[ "$( grep -c 'cannot write' "$dir/served" )" = 1 ] || fail "that is said once: $( cat "$dir/served" )"
+[ "$( grep -c 'cannot make' "$dir/served" )" = 1 ] || fail "that is said once: $( cat "$dir/served" )"
 echo mine >"$dir/mine"
 mkdir "$dir/linked"
 ln -s "$dir/mine" "$dir/linked/kez.prom"
