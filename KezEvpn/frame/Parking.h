@@ -122,8 +122,8 @@ protected:
     }
   }
   // The same for a list of what is missing, where it is that `key` as a subject.
-  template< class Subject >
-  void addRefusal( const Key & key, const Subject & subject, Missing & out ) const {
+  template< class SubjectKey >
+  void addRefusal( const Key & key, const SubjectKey & subject, Missing & out ) const {
     if ( refusalHas( key ) ) {
       const auto & refused = refusal( key );
       out.add( { Standing::refused, refused.first, nextTry( {} ).time }, subject,

@@ -39,8 +39,8 @@ class MacAddrFecStatus : public MachineState {
 };
 Vex::Ptr< MacAddrFecStatus > macAddrFecStatusFactory();
 
-// Written by the hardware side, `host` and `fecHost` by the two functions alone: the FEC with which hardware has each
-// host, and how many it has with each FEC, which has an entry while there is one.
+// Written by the hardware side, `host` and `fecHost` by the two functions alone: the FEC with which
+// hardware has each host, and how many it has with each FEC, which has an entry while there is one.
 class MacAddrHwStatus : public MachineState {
   VEX_ENTITY( MacAddrHwStatus, "Kez::MacAddrHwStatus" )
   VEX_MAP( 1, host, Bridging::MacVlanPair, Rook::Fib::FecId )
