@@ -173,7 +173,8 @@ Bounds boundsOf( const Network & network, const Sent & sent, bool flooded, Index
 String copiesText( const Network & network, const Sent & sent, Index segment, uint32_t copies,
                    const Bounds & bounds ) {
   std::ostringstream out;
-  out << network.topology().segments[ segment ].name << " has " << copies << " copies of a ";
+  out << network.topology().segments[ segment ].name << " has " << copies
+      << ( copies == 1 ? " copy of a " : " copies of a " );
   if ( sent.to ) {
     out << "frame to " << network.topology().hosts[ *sent.to ].name;
   } else {
