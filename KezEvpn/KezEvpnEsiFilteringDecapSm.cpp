@@ -1,5 +1,7 @@
 #include "KezEvpn/KezEvpnEsiFilteringDecapSm.h"
 
+#include "Vex/Said.h"
+
 #include <algorithm>
 
 namespace Kez {
@@ -272,7 +274,8 @@ bool EsiFilteringDecapSm::createEsiFilterVia( const RouteKey & routeKey,
     deleteRouteFromUnprogrammed( routeKey );
     break;
   case LfibHwProgrammingReturnCode::conflict:
-    VEX_ASSERT( !"Unexpected rc. Conflict detection logic is already done in Kez" );
+    VEX_ASSERT_SAYING( !"Unexpected rc. Conflict detection logic is already done in Kez",
+                       "createEsiPortMap ", via.label, " ", via.intfId, " -> ", rc );
     break;
   case LfibHwProgrammingReturnCode::notProgrammed:
   case LfibHwProgrammingReturnCode::tableFull:

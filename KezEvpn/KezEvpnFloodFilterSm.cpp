@@ -4,7 +4,7 @@ namespace Kez {
 
 static Ringlog::Handle traceHandle( "KezEvpnFloodFilterSm" );
 
-static constexpr PortTexts portTexts{};
+static constexpr PortTexts portTexts{ .operation = "createNonDfPort" };
 
 KezEvpnFloodFilterSm::KezEvpnFloodFilterSm( Out< KezHelper::EvpnFloodingSmHelper > floodingHelper,
                                             Out< Loom::TaskScheduler > scheduler,

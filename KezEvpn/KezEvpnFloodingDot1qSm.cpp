@@ -1,5 +1,7 @@
 #include "KezEvpn/KezEvpnFloodingDot1qSm.h"
 
+#include "Vex/Said.h"
+
 namespace Kez {
 
 static Ringlog::Handle traceHandle( "KezEvpnFloodingDot1qSm" );
@@ -15,6 +17,7 @@ static constexpr PortTexts portTexts{
   .programmed = "programmed dot1q mapping",
   .failed = "failed to program dot1q mapping",
   .invalidHwId = "invalid hwId, failed to program dot1q mapping",
+  .operation = "createVlanToDot1qMapping",
 };
 
 static constexpr ReviewTexts intfVlanReviewTexts{ "schedule immediate intf vlan review",
@@ -151,7 +154,8 @@ void EvpnFloodingDot1qSm::reprogramVlan( VlanId vlanId, VlanIdOrNone dot1q ) {
   if ( !evpnStatus()->vlanToDot1qHas( vlanId ) ) {
     return;
   }
-  switch ( floodingHelper()->createVlan( vlanId, dot1q ) ) {
+  const auto rc = floodingHelper()->createVlan( vlanId, dot1q );
+  switch ( rc ) {
   case HwProgrammingStatus::programmed:
     TRACE( 5, "programmed vlan ", vlanId, " with dot1q ", dot1q );
     programmedDot1qIs( vlanId, dot1q );
@@ -162,7 +166,7 @@ void EvpnFloodingDot1qSm::reprogramVlan( VlanId vlanId, VlanIdOrNone dot1q ) {
     parking_.park( vlanLevelKey( vlanId ) );
     break;
   default:
-    VEX_ASSERT( 0 );
+    VEX_ASSERT_SAYING( 0, "createVlan ", vlanId, " dot1q ", dot1q, " -> ", rc );
   }
 }
 

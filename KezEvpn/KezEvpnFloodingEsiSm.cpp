@@ -15,6 +15,7 @@ static constexpr PortTexts portTexts{
   .programmed = "programmed esi",
   .failed = "failed to program esi",
   .invalidHwId = "invalid hwId, failed to program",
+  .operation = "createEsiData",
 };
 
 EvpnFloodingEsiSm::EvpnFloodingEsiSm( Out< KezHelper::EvpnFloodingSmHelper > floodingHelper,

@@ -18,17 +18,39 @@ set( work "${BUILD_DIR}/consumer" )
 file( REMOVE_RECURSE "${work}" )
 
 step( "Installing" "${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${work}/prefix" )
-step( "Configuring the consumer" "${CMAKE_COMMAND}"
-  -S "${SOURCE_DIR}" -B "${work}/build" -G "${GENERATOR}"
-  "-DCMAKE_BUILD_TYPE=${BUILD_TYPE}"
-  "-DCMAKE_CXX_COMPILER=${CXX_COMPILER}"
-  "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}"
-  "-DCMAKE_PREFIX_PATH=${work}/prefix"
-  # The installed package only: neither one of the system nor one of a build tree will do.
-  "-DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF"
-  "-DCMAKE_FIND_USE_CMAKE_SYSTEM_PATH=OFF" )
-step( "Building the consumer" "${CMAKE_COMMAND}" --build "${work}/build" )
-step( "Running the consumer" "${work}/build/consumer" )
+function( build name source )
+  step( "Configuring ${name}" "${CMAKE_COMMAND}"
+    -S "${source}" -B "${work}/${name}" -G "${GENERATOR}"
+    "-DCMAKE_BUILD_TYPE=${BUILD_TYPE}"
+    "-DCMAKE_CXX_COMPILER=${CXX_COMPILER}"
+    "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}"
+    "-DCMAKE_PREFIX_PATH=${work}/prefix"
+    # The installed package only: neither one of the system nor one of a build tree will do.
+    "-DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF"
+    "-DCMAKE_FIND_USE_CMAKE_SYSTEM_PATH=OFF" )
+  step( "Building ${name}" "${CMAKE_COMMAND}" --build "${work}/${name}" )
+  step( "Running ${name}" "${work}/${name}/${name}" )
+  set( output "${output}" PARENT_SCOPE )
+endfunction()
+
+# What README shows is a program, and prints what it says.
+file( READ "${SOURCE_DIR}/../../README.md" readme )
+if( NOT readme MATCHES "```cpp\n([^`]*)```" )
+  message( FATAL_ERROR "README shows no program" )
+endif()
+file( WRITE "${work}/readme-source/main.cpp" "${CMAKE_MATCH_1}" )
+file( WRITE "${work}/readme-source/CMakeLists.txt" "cmake_minimum_required( VERSION 3.25 )
+project( Readme LANGUAGES CXX )
+find_package( KezEvpn 1.0 REQUIRED )
+add_executable( readme main.cpp )
+target_link_libraries( readme PRIVATE KezEvpn::KezEvpn )
+" )
+build( readme "${work}/readme-source" )
+if( NOT output STREQUAL "Ethernet1\n" )
+  message( FATAL_ERROR "README's program printed:\n${output}" )
+endif()
+
+build( consumer "${SOURCE_DIR}" )
 if( output STREQUAL "" )
   message( FATAL_ERROR "The consumer ran but printed nothing" )
 endif()

@@ -186,9 +186,9 @@ struct Found {
 };
 
 void putFound( Vex::JsonWriter & out, const Found & found ) {
-  const auto & [ machine, group ] = found;
+  const auto & group = found.group;
   out.line( [ & ] {
-    out.member( "machine", machine );
+    out.member( "machine", found.machine );
     out.member( "state", stringValue( group.wait.standing ) );
     out.member( "what", group.what );
     out.member( "count", group.count );

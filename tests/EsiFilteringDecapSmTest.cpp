@@ -417,7 +417,8 @@ TEST_F( EsiFilteringDecapSmTest, BrokenInvariantsAreFatal ) {
   EXPECT_DEATH( settle(), "failed: !!viaKey" );
   filterRoute( 1, 500, eth1 );
   chip->refusals[ eth1 ] = Rc::conflict;
-  EXPECT_DEATH( settle(), "failed: !\"Unexpected rc. Conflict detection logic is already done in "
+  EXPECT_DEATH( settle(), "createEsiPortMap 500 Ethernet1 -> conflict\n"
+                          ".*failed: !\"Unexpected rc. Conflict detection logic is already done in "
                           "Kez\"" );
   chip->refusals.clear();
   settle();

@@ -175,7 +175,8 @@ TEST_F( FloodingDot1qSmTest, OneRefusedPortOfALagIsTriedAgainAlone ) {
       ->answerIs( Switch::Failure::invalidHwId );
   failNext( Operation::createVlanToDot1qMapping, 1 );
   member( 10, eth3 );
-  EXPECT_DEATH( advance( 1 ), "assertion failed: 0" );
+  EXPECT_DEATH( advance( 1 ), "createVlanToDot1qMapping Ethernet3,10 on Ethernet3 -> invalidHwId\n"
+                              ".*assertion failed: 0" );
 }
 
 // The pair stands in line before its VLAN, which the same review creates.
@@ -205,7 +206,8 @@ TEST_F( FloodingDot1qSmTest, UnexpectedResultIsFatalOfAVlanAndSuccessOfAMapping 
   advance( 1 );
   EXPECT_TRUE( sm->dot1qStatus( { eth1, 10 } )->programmedHas( eth1 ) );
   stub->createVlanRcIs( Kez::HwProgrammingStatus::invalidHwId );
-  EXPECT_DEATH( evpnStatus->vlanToDot1qIs( 20, 120 ), "assertion failed: 0" );
+  EXPECT_DEATH( evpnStatus->vlanToDot1qIs( 20, 120 ), "createVlan 20 dot1q 120 -> invalidHwId\n"
+                                                      ".*assertion failed: 0" );
 }
 
 TEST_F( FloodingDot1qSmTest, MembersThatChangeUnderAZombieMarkAreMadeUpFor ) {

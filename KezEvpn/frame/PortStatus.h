@@ -13,6 +13,7 @@
 
 #include "KezEvpn/KezEvpn.h"
 #include "KezEvpn/frame/Parking.h"
+#include "Vex/Said.h"
 
 #include <optional>
 #include <vector>
@@ -23,14 +24,16 @@ namespace Kez {
 // programmed over what hardware has.
 enum class ForceMark { removeFirst, programOver };
 
-// What is traced of ports, at level 5; nothing where a text is empty.
+// What is traced of ports, at level 5, nothing where a text is empty; and by which operation of the
+// helper they are programmed, for whom an answer of it ends.
 struct PortTexts {
-  std::string_view noLagConfiguration;
-  std::string_view noLagMembers;
-  std::string_view alreadyProgrammed;
-  std::string_view programmed;
-  std::string_view failed;
-  std::string_view invalidHwId;
+  std::string_view noLagConfiguration = {};
+  std::string_view noLagMembers = {};
+  std::string_view alreadyProgrammed = {};
+  std::string_view programmed = {};
+  std::string_view failed = {};
+  std::string_view invalidHwId = {};
+  std::string_view operation = {};
 };
 
 // What a LAG lacks to have ports.
@@ -238,7 +241,8 @@ void PortStatus< Status >::answerIs( Status & status, Wire::IntfId port, HwProgr
     break;
   case HwProgrammingStatus::invalidHwId:
     say( texts_.invalidHwId );
-    VEX_ASSERT_IN( owner_.handle().source(), 0 );
+    VEX_ASSERT_IN_SAYING( owner_.handle().source(), 0, texts_.operation, " ", status.fwkKey(),
+                          " on ", port, " -> ", rc );
     break;
   }
 }

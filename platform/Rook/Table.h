@@ -60,11 +60,12 @@ public:
   }
   // The record, or none, also where damage was met and handed to the corruption handler.
   std::optional< Record > safeRecord( Vex::Arg< Key > key ) const {
-    const auto examined = examine( key );
-    if ( examined.damage ) {
-      handleCorruption( *examined.damage );
+    try {
+      return record( key );
+    } catch ( const Corruption & damage ) {
+      handleCorruption( damage );
+      return std::nullopt;
     }
-    return examined.record;
   }
   bool has( Vex::Arg< Key > key ) const { return record( key ).has_value(); }
   static Key keyOf( const Record & record ) { return Type::key( record ); }

@@ -1,6 +1,7 @@
 #include "Vex/Assert.h"
 
 #include "Vex/FatalEnd.h"
+#include "Vex/Said.h"
 
 #include <algorithm>
 #include <atomic>
@@ -101,7 +102,14 @@ void assertionFailed( const char * condition, const char * file, int line,
 
 void assertionFailed( const char * condition, const char * source, const char * file,
                       int line ) noexcept {
+  assertionFailed( condition, source, file, line, {} );
+}
+
+void assertionFailed( const char * condition, const char * source, const char * file, int line,
+                      std::string_view said ) noexcept {
   LastText message;
+  message.append( said );
+  message.append( said.empty() ? "" : "\n" );
   message.appendPlace( source );
   message.append( ": assertion failed: " );
   message.append( condition );
