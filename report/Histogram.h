@@ -10,8 +10,8 @@
 
 namespace Agent {
 
-// A refusal is a call that a plan had fail or that found no room. A failure is what should not be: a
-// wrong call, an expectation that does not hold, a bad line.
+// A refusal is a call that a plan had fail or that found no room. A failure is what should not be:
+// a wrong call, an expectation that does not hold, a bad line.
 VEX_ENUM( Happening, "Agent::Happening", line, call, refusal, failure, comment, trace )
 constexpr size_t happeningCount = 6;
 

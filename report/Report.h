@@ -59,8 +59,8 @@ public:
   // the first of those that they are now, and all of them again.
   Report( const Vex::String & title, const Roots & roots );
 
-  // A line that is about to be executed, and when it has been. It may be a comment or empty, and has
-  // this number in the source, where lines may be passed over.
+  // A line that is about to be executed, and when it has been. It may be a comment or empty, and
+  // has this number in the source, where lines may be passed over.
   void lineIs( std::string_view line, const Vex::String & source, uint64_t number );
   void lineEnds();
   // Of the line: a bad one, or one with a failed expectation.
@@ -88,8 +88,8 @@ private:
   std::array< uint64_t, happeningCount > leftOut_{};
   std::deque< Event > events_;
   // By happening. What counts for the limit of another has none of its own.
-  std::array< size_t, happeningCount > roomFor_{ eventLimit, 0, refusalLimit, failureLimit, 0,
-                                                 traceLimit };
+  std::array< size_t, happeningCount > roomFor_{ eventLimit,   0, refusalLimit,
+                                                 failureLimit, 0, traceLimit };
   size_t roomForRescues_ = failureLimit;
   size_t roomForLongTexts_ = roomForLongTexts;
   uint64_t textsCut_ = 0;

@@ -64,7 +64,7 @@ function edges(nodes) {
   return all;
 }
 
-const graph = { counts: [], nodes: new Map(), edges: [], columns: 1, chosen: null, held: null };
+const graph = { counts: [], nodes: new Map(), edges: [], columns: 1, all: null, chosen: null, held: null };
 const shownRoots = data.roots.flatMap((root, index) => root.role in columnOf ? [index] : []);
 
 function showGraph(all) {
@@ -95,6 +95,7 @@ function showGraph(all) {
   });
   graph.edges = edges([...graph.nodes.values()]).map((edge) => ({ ...edge, path: draw("path", { class: edge.kind }) }));
   byId("edges").replaceChildren(...graph.edges.map((edge) => edge.path));
+  choose(null);
   layGraph();
   const untouched = shownRoots.filter(isUntouched);
   byId("untouched").hidden = !untouched.length;

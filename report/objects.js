@@ -4,8 +4,9 @@ const rootNames = new Set(data.roots.map((root) => root.name));
 const lowerFirst = (word) => word.charAt(0).toLowerCase() + word.slice(1);
 const wordsOf = (key) => [...new Set(key.split(/[\s,;()[\]{}'"]+/).filter(Boolean))];
 
-// A number names something in brackets, in a list, and behind a word that says what it is.
-const numberBefore = "(?:[[,(]|\\b(?!(?:count|advance|at|add|to|exists):? )[a-z]\\w*:? )";
+// A number names something in brackets, in a list, and behind a word that says what it is, not how
+// much, when or whether.
+const numberBefore = "(?:[[,(]|\\b(?!(?:count|advance|at|add|to|limit|\\w*[Ee]xists|\\w*[Aa]pplied):? )[a-z]\\w*:? )";
 const numberBehind = "(?=[\\],);\\s]|:\\s|$)";
 
 function matcherOf(word) {

@@ -47,7 +47,10 @@ function searchTables() {
 }
 
 function showTables() {
-  const byRoot = Map.groupBy(tables, (table) => table.root);
+  const byRoot = new Map();
+  for (const table of tables) {
+    byRoot.set(table.root, [...(byRoot.get(table.root) || []), table]);
+  }
   const untouched = [];
   for (const [root, its] of [...byRoot].sort(([a], [b]) => (b === "switch") - (a === "switch"))) {
     const filled = its.filter((table) => table.size > 0);
@@ -94,8 +97,13 @@ function momentIs(at) {
 
 function drawGraph() {
   const held = data.roots.findIndex((root) => root.name === state.root);
-  showGraph(state.untouched === "shown" || (held >= 0 && isUntouched(held)));
-  drawMoment();
+  const all = state.untouched === "shown" || (held >= 0 && isUntouched(held));
+  // What is drawn keeps the focus.
+  if (graph.all !== all) {
+    graph.all = all;
+    showGraph(all);
+    drawMoment();
+  }
   hold(held >= 0 ? held : null);
 }
 
