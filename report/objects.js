@@ -24,10 +24,10 @@ function namer(object) {
 
 const objectLink = (object, text) => make("a", { class: "object", href: `#${new URLSearchParams({ object })}`, "data-object": object }, text);
 
-// Keys in brackets, lists, MAC addresses, numbers behind words, interfaces, roots.
+// Keys in brackets, lists (not of what is to be traced), MAC addresses, numbers behind words, interfaces, roots.
 const nameForms = new RegExp([
   String.raw`(?<=\[)[^\[\]]+(?=\])`,
-  String.raw`(?<![\w(,.:-])[\w:./-]+(?:,[\w:./-]*\w)+`,
+  String.raw`(?<!^trace )(?<![\w(,./:-])[\w:./-]+(?:,[\w:./-]*\w)+`,
   "(?:[0-9a-f]{2}:){5}[0-9a-f]{2}",
   `(?<=${numberBefore})\\d+${numberBehind}`,
   String.raw`\b[A-Z][A-Za-z]*(?:-[A-Z][a-z]+)?\d+(?:[./]\d+)*(?![\w-])`,
