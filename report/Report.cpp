@@ -96,8 +96,12 @@ void Report::traceIs( const Ringlog::TextRecord & record ) {
 }
 
 bool Report::count( Happening what ) {
-  time_ = Vex::Clock::now();
-  times_.add( time_, what );
+  const auto now = Vex::Clock::now();
+  // What is traced of a call comes before it, which is the one to be looked at.
+  if ( what != Happening::trace ) {
+    time_ = now;
+  }
+  times_.add( now, what );
   steps_.add( static_cast< double >( step_ ), what );
   const auto index = static_cast< size_t >( what );
   ++happened_[ index ];
@@ -121,7 +125,7 @@ void Report::add( Happening what, Vex::String text ) {
       text += "...";
     }
   }
-  events_.push_back( { what, step_, time_, std::move( text ) } );
+  events_.push_back( { what, step_, Vex::Clock::now(), std::move( text ) } );
 }
 
 Report::Sample Report::sample() const {
