@@ -105,17 +105,20 @@ std::vector< Source > readFiles( const std::vector< std::string > & names ) {
 // when that is over.
 class ReportFile {
 public:
-  ReportFile( const Options & options, const std::string & title, Wiring & wiring )
-      : name_( options.report ), wiring_( wiring ) {
+  ReportFile( const Options & options, const std::string & title, Wiring & wiring, Shell & shell )
+      : name_( options.report ), wiring_( wiring ), shell_( shell ) {
     if ( name_.empty() ) {
       return;
     }
     const Vex::WholeFile possible( name_ ); // or it is told before anything is done
-    wiring.hardware->listenerIs( report_.emplace( title, wiring.roots ) );
+    auto & report = report_.emplace( title, wiring.roots );
+    wiring.hardware->listenerIs( report );
+    shell.traceListenerIs( [ &report ]( const auto & record ) { report.traceIs( record ); } );
   }
   ~ReportFile() {
     if ( report_ ) {
       wiring_.hardware->listenerDel( *report_ );
+      shell_.traceListenerIs( {} );
     }
   }
   ReportFile( const ReportFile & ) = delete;
@@ -135,6 +138,7 @@ public:
 private:
   const std::string name_;
   Wiring & wiring_;
+  Shell & shell_;
   std::optional< Report > report_;
 };
 
@@ -214,7 +218,7 @@ int replay( const Options & options, std::ostream & out, std::ostream & err ) {
   shell.console().jsonIs( options.json );
   shell.paceIs( replay );
   executeOption( shell, "trace", options.trace );
-  ReportFile page( options, "replay of " + name, wiring );
+  ReportFile page( options, "replay of " + name, wiring, shell );
   const LastWords lastWords( out, page, replay.isVirtual() );
   Session session( shell, options.echo, page.report(), out, err );
   const EndingSignal ending;
@@ -262,7 +266,7 @@ int host( const Options & options, const Input & input, std::ostream & out, std:
     openDoor( door.emplace( shell.commands() ), options );
     shell.standingLinesAre( { std::begin( followingLines ), std::end( followingLines ) } );
   }
-  ReportFile page( options, titleOf( sources ), wiring );
+  ReportFile page( options, titleOf( sources ), wiring, shell );
   const bool isVirtual = options.clock != "steady";
   const LastWords lastWords( out, page, isVirtual );
   std::optional< MetricsFile > metrics;

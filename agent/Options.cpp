@@ -26,7 +26,7 @@ const char * const usage = R"(kez-agent hosts the KezEvpn machines over simulate
   --record FILE           write the session's lines and what hardware answered to FILE, which
                           must not be there yet
   --report FILE           write a page to FILE in the end, for a browser: machines, time line,
-                          failures, tables
+                          events, tables
   --file-mode MODE        the mode of all files that it makes, octal, 0644 without it
   --toggles FILE          set the feature toggles of FILE, which is by custom Kez.json
   --until N               replay stops before line N of the record, such as the one that was its last

@@ -169,6 +169,9 @@ bool Session::execute( const std::string & line, const std::string & file, size_
       report_->failureIs( what );
     }
   };
+  if ( report_ ) {
+    report_->lineIs( text, file, number );
+  }
   try {
     if ( report_ && !isComment ) {
       executeReported( line, place );
@@ -185,7 +188,6 @@ bool Session::execute( const std::string & line, const std::string & file, size_
 
 void Session::executeReported( const std::string & line, const KezShell::Place & place ) {
   const auto failures = shell_.failures();
-  report_->lineIs( trimmed( line ) );
   shell_.execute( line, place );
   if ( shell_.failures() > failures ) {
     report_->failureIs( place.text + ": " + shell_.lastFailure() );

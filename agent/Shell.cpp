@@ -1,6 +1,5 @@
 #include "agent/Shell.h"
 
-#include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"
 #include "Vex/Domain.h"
 #include "agent/EndingSignal.h"
@@ -24,6 +23,9 @@ Shell::Shell( Wiring & wiring, std::ostream & out, std::ostream & err )
   addCommands();
   paceIs( ordinaryPace_ );
   Ringlog::sinkIs( [ this, &out ]( const Ringlog::TextRecord & record ) {
+    if ( traceListener_ ) {
+      traceListener_( record );
+    }
     if ( console_.isJson() ) {
       Vex::JsonWriter json( out );
       json.line( [ & ] {

@@ -2,9 +2,10 @@
 // started it.
 //
 // After a line that changes something the tasks run until none is ready. While a shell lives, what
-// is traced goes to the console's output, in order with everything else.
+// is traced goes to the console's output, in order with everything else, and to one who listens.
 #pragma once
 
+#include "Ringlog/TextTrace.h"
 #include "agent/Wiring.h"
 #include "record/Pace.h"
 #include "record/Recorder.h"
@@ -45,6 +46,8 @@ public:
   // Of the lines that are executed from now on.
   void paceIs( Pace & pace );
   Recorder & recorder() { return recorder_; }
+  // Who hears what is traced before the console; none when it is empty.
+  void traceListenerIs( Ringlog::Sink listener ) { traceListener_ = std::move( listener ); }
 
   size_t expectations() const { return console_.expectations(); }
   size_t failures() const { return console_.failures(); }
@@ -79,6 +82,7 @@ private:
   KezShell::Shell commands_{ *this };
   Session console_;
   std::vector< Vex::String > standingLines_;
+  Ringlog::Sink traceListener_;
 };
 
 // As poll takes how long it is to wait: milliseconds, or -1 for ever.

@@ -10,17 +10,25 @@
 
 namespace Agent {
 
-VEX_ENUM( Happening, "Agent::Happening", line, call, failure )
+// A refusal is a call that a plan had fail or that found no room. A failure is what should not be:
+// a wrong call, an expectation that does not hold, a bad line.
+VEX_ENUM( Happening, "Agent::Happening", line, call, refusal, failure, comment, trace )
+constexpr size_t happeningCount = 6;
 
 class Histogram {
 public:
   static constexpr size_t binLimit = 240;
-  using Bin = std::array< uint64_t, 3 >; // by happening
+  // By happening; comments and traces are not counted.
+  static constexpr size_t countedLimit = 4;
+  using Bin = std::array< uint64_t, countedLimit >;
 
   explicit Histogram( double width, double origin = 0 ) : origin_( origin ), width_( width ) {}
 
   // `at` is finite and not before the origin.
   void add( double at, Happening what ) {
+    if ( static_cast< size_t >( what ) >= countedLimit ) {
+      return;
+    }
     while ( at - origin_ >= width_ * binLimit ) {
       fold();
     }

@@ -7,7 +7,17 @@ namespace Agent {
 
 namespace {
 
-constexpr size_t textLimit = 240;
+// For whose limit it counts.
+Happening limitOf( Happening what ) {
+  return what == Happening::call || what == Happening::comment ? Happening::line : what;
+}
+
+Happening happeningOf( const Switch::SwitchAnswer & answer ) {
+  using enum Switch::Outcome;
+  return answer.outcome == refused || !answer.wrong.empty() ? Happening::failure
+         : answer.outcome == done                           ? Happening::call
+                                                            : Happening::refusal;
+}
 
 std::vector< Report::Column > columnsOf( const Roots & roots ) {
   std::vector< Report::Column > columns;
@@ -31,9 +41,19 @@ Report::Report( const Vex::String & title, const Roots & roots )
   samples_.push_back( sample() );
 }
 
-void Report::lineIs( std::string_view line ) {
-  ++step_;
-  add( Happening::line, Vex::String( line ) );
+void Report::lineIs( std::string_view line, const Vex::String & source, uint64_t number ) {
+  if ( sources_.empty() || sources_.back().name != source ||
+       sources_.back().before + number <= step_ ) {
+    sources_.push_back( { source, step_ } );
+  }
+  step_ = sources_.back().before + number;
+  if ( line.empty() ) {
+    return;
+  }
+  const auto what = line.starts_with( '#' ) ? Happening::comment : Happening::line;
+  if ( count( what ) ) {
+    add( what, Vex::String( line ) );
+  }
 }
 
 void Report::lineEnds() {
@@ -42,36 +62,70 @@ void Report::lineEnds() {
 
 void Report::failureIs( const Vex::String & what ) {
   // It is kept even when it comes after many calls that failed.
-  ++troubles_;
-  failureLimit_ = std::min( failureLimit_ + 1, 2 * failureLimit );
-  add( Happening::failure, what );
+  auto & room = roomFor_[ static_cast< size_t >( Happening::failure ) ];
+  if ( room == 0 && roomForRescues_ > 0 ) {
+    --roomForRescues_;
+    ++room;
+  }
+  if ( count( Happening::failure ) ) {
+    add( Happening::failure, what );
+  }
 }
 
 void Report::hear( Switch::SwitchCall & call ) {
   if ( Vex::Clock::now() != time_ ) {
     lookAtEntities();
   }
-  const bool failed = call.answer.outcome != Switch::Outcome::done || !call.answer.wrong.empty();
-  add( failed ? Happening::failure : Happening::call, Vex::text( call ) );
+  ++calls_;
+  const auto what = happeningOf( call.answer );
+  if ( count( what ) ) {
+    add( what, Vex::text( call ) );
+  }
 }
 
-void Report::add( Happening what, Vex::String text ) {
-  time_ = Vex::Clock::now();
-  times_.add( time_, what );
+void Report::traceIs( const Ringlog::TextRecord & record ) {
+  if ( count( Happening::trace ) ) {
+    Vex::TextBuffer text;
+    text.append( record.handle );
+    text.append( '/' );
+    appendText( text, record.level );
+    text.append( ' ' );
+    text.append( record.text );
+    add( Happening::trace, Vex::String( text.view() ) );
+  }
+}
+
+bool Report::count( Happening what ) {
+  const auto now = Vex::Clock::now();
+  // What is traced of a call comes before it, which is the one to be looked at.
+  if ( what != Happening::trace ) {
+    time_ = now;
+  }
+  times_.add( now, what );
   steps_.add( static_cast< double >( step_ ), what );
   const auto index = static_cast< size_t >( what );
   ++happened_[ index ];
-  const bool failure = what == Happening::failure;
-  if ( failure ? failuresKept_ >= failureLimit_ : events_.size() - failuresKept_ == eventLimit ) {
+  auto & room = roomFor_[ static_cast< size_t >( limitOf( what ) ) ];
+  if ( room == 0 ) {
     ++leftOut_[ index ];
-    return;
+    return false;
   }
-  failuresKept_ += failure;
+  --room;
+  return true;
+}
+
+void Report::add( Happening what, Vex::String text ) {
   if ( text.size() > textLimit ) {
-    text.resize( textLimit );
-    text += "...";
+    const auto beyond = text.size() - textLimit;
+    if ( beyond <= roomForLongTexts_ ) {
+      roomForLongTexts_ -= beyond;
+    } else {
+      ++textsCut_;
+      text.resize( textLimit );
+      text += "...";
+    }
   }
-  events_.push_back( { what, step_, time_, std::move( text ) } );
+  events_.push_back( { what, step_, Vex::Clock::now(), std::move( text ) } );
 }
 
 Report::Sample Report::sample() const {
@@ -132,8 +186,10 @@ void Report::write( std::ostream & out, const Vex::String & verdict, bool isVirt
     page.member( "start", times_.origin() );
     page.member( "end", Vex::Clock::now() );
     page.member( "happened", happened_ );
-    page.member( "troubles", troubles_ );
+    page.member( "calls", calls_ );
     page.member( "leftOut", leftOut_ );
+    page.member( "textsCut", textsCut_ );
+    page.sources( sources_ );
     page.machines( roots_ );
     page.samples( columns_, samples_ );
     page.histogram( "times", times_ );

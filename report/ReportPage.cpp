@@ -15,11 +15,19 @@ namespace {
 constexpr size_t summaryLimit = 300;
 
 // An entity of a table in one line: its values, and its collections as far as they fit.
-String summary( const Vex::Entity & entity ) {
+struct Summary {
   String text;
+  bool isCut = false;
+};
+
+Summary summaryOf( const Vex::Entity & entity ) {
+  Summary summary;
+  auto & text = summary.text;
   const auto add = [ & ]( const String & piece ) {
     if ( text.size() < summaryLimit ) {
       text += ( text.empty() ? "" : "; " ) + piece;
+    } else {
+      summary.isCut = true;
     }
   };
   for ( const auto * attribute : entity.fwkType().attributes() ) {
@@ -44,6 +52,7 @@ String summary( const Vex::Entity & entity ) {
     } );
     if ( size > 0 ) {
       members += shown < size ? ", ..." : "";
+      summary.isCut = summary.isCut || shown < size;
       name += " (";
       name += std::to_string( size );
       name += "): ";
@@ -51,12 +60,23 @@ String summary( const Vex::Entity & entity ) {
       add( name );
     }
   }
-  return text;
+  return summary;
 }
 
 } // namespace
 
 ReportPage::ReportPage( std::ostream & out ) : Page( out, reportTemplate ) {}
+
+void ReportPage::sources( const std::vector< Report::Source > & sources ) {
+  arrayMember( "sources", [ & ] {
+    for ( const auto & source : sources ) {
+      object( [ & ] {
+        member( "name", source.name );
+        member( "before", source.before );
+      } );
+    }
+  } );
+}
 
 void ReportPage::machines( const Roots & roots ) {
   const auto indexOf = [ & ]( const Vex::Entity * entity ) {
@@ -166,14 +186,19 @@ void ReportPage::table( const Vex::Entity & root, const Vex::AttributeType & att
     member( "key", attribute.keyType );
     member( "value", attribute.valueType );
     member( "size", attribute.size( root ) );
+    size_t cut = 0;
     arrayMember( "rows", [ & ] {
       size_t rows = 0;
       attribute.forEach( root, [ & ]( const Vex::ReflectedMember & member ) {
         if ( rows++ < Report::tableRowLimit ) {
-          put( std::array{ member.key, member.entity ? summary( *member.entity ) : member.value } );
+          const auto summary =
+              member.entity ? summaryOf( *member.entity ) : Summary{ member.value };
+          cut += summary.isCut;
+          put( std::array{ member.key, summary.text } );
         }
       } );
     } );
+    member( "cut", cut );
   } );
 }
 

@@ -10,6 +10,7 @@ class ReportPage : public Page {
 public:
   explicit ReportPage( std::ostream & out );
 
+  void sources( const std::vector< Report::Source > & sources );
   void machines( const Roots & roots );
   void samples( const std::vector< Report::Column > & columns,
                 const std::vector< Report::Sample > & samples );

@@ -26,17 +26,26 @@ function fill(element, attributes, children) {
   return element;
 }
 
-// Figures are names and what stands below each, and whether that is bad. The sections of a page that
-// have a short name are listed by it.
-function showHead(title, verdict, isBad, figures) {
+// Figures are names and what stands below each, and whether that is bad. A remark stands beside the
+// verdict and is no part of it. The sections of a page that have a short name are listed by it.
+function showHead(title, verdict, isBad, figures, remark) {
   byId("title").textContent = title;
   document.title = `${title} - KezEvpn`;
   byId("verdict").textContent = verdict;
   byId("verdict").classList.toggle("bad", isBad);
+  if (remark) {
+    byId("verdict").append(", ", make("span", { class: "remark" }, remark));
+  }
   for (const [name, value, bad] of figures) {
     byId("figures").append(make("div", bad ? { class: "bad" } : {}, make("dt", {}, name), make("dd", {}, value)));
   }
   for (const section of document.querySelectorAll("section[data-name]")) {
-    byId("sections").append(make("a", { href: `#${section.id}` }, section.dataset.name));
+    const link = make("a", { href: `#${section.id}` }, section.dataset.name);
+    // The fragment may hold what the page shows, which going to a section leaves.
+    link.addEventListener("click", (event) => {
+      event.preventDefault();
+      section.scrollIntoView();
+    });
+    byId("sections").append(link);
   }
 }
