@@ -7,6 +7,7 @@
 #include "record/Replay.h"
 
 #include <algorithm>
+#include <limits>
 #include <sstream>
 
 namespace {
@@ -37,6 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput( const uint8_t * data, size_t size ) {
   std::ostringstream out;
   Agent::Shell shell( wiring, out, out );
   shell.paceIs( replay );
-  Agent::Session( shell, false, nullptr, out, out ).replay( replay, "fuzz" );
+  Agent::Session( shell, false, nullptr, out, out )
+      .replay( replay, "fuzz", std::numeric_limits< size_t >::max() );
   return 0;
 }
