@@ -2,9 +2,11 @@
 """Frames of the test's own, in a network namespace.
 
 frames.py broadcast NAMESPACE INTERFACE COUNT   sends so many broadcasts
-frames.py count NAMESPACE INTERFACE SECONDS     prints how many of those have come in
-frames.py labels NAMESPACE INTERFACE SECONDS    prints the labels of what passes, a line a frame, as
+frames.py copies NAMESPACE INTERFACE            prints "copy" for each of those that comes in
+frames.py labels NAMESPACE INTERFACE            prints the labels of what passes, a line a frame, as
                                                 another decoder than the switch's reads them
+
+The latter two print "ready" first, and go on until they are ended.
 """
 
 import ctypes
@@ -31,15 +33,11 @@ def packet_socket(interface):
     return opened
 
 
-def frames(interface, seconds, sent):
-    end = time.monotonic() + seconds
+def frames(interface, sent):
     opened = packet_socket(interface)
-    while (left := end - time.monotonic()) > 0:
-        opened.settimeout(left)
-        try:
-            frame, sender = opened.recvfrom(65536)
-        except TimeoutError:
-            return
+    print("ready", flush=True)
+    while True:
+        frame, sender = opened.recvfrom(65536)
         if sent or sender[2] != socket.PACKET_OUTGOING:
             yield frame
 
@@ -52,14 +50,20 @@ def broadcast(interface, count):
         time.sleep(0.05)
 
 
-def labels(interface, seconds):
+def copies(interface):
+    for frame in frames(interface, sent=False):
+        if frame[12:].startswith(MARK):
+            print("copy", flush=True)
+
+
+def labels(interface):
     try:
         from scapy.contrib.mpls import MPLS
         from scapy.layers.l2 import Dot1Q, Ether
     except ImportError as error:
         print(f"skipped: there is no scapy ({error})")
         return
-    for frame in frames(interface, seconds, sent=True):
+    for frame in frames(interface, sent=True):
         packet = Ether(frame)
         if packet.type != 0x8847:
             continue
@@ -76,15 +80,14 @@ def labels(interface, seconds):
 
 
 def main():
-    what, namespace, interface, number = sys.argv[1:]
+    what, namespace, interface = sys.argv[1:4]
     enter(namespace)
     if what == "broadcast":
-        broadcast(interface, int(number))
-    elif what == "count":
-        come = frames(interface, float(number), sent=False)
-        print(sum(frame[12:].startswith(MARK) for frame in come))
+        broadcast(interface, int(sys.argv[4]))
+    elif what == "copies":
+        copies(interface)
     else:
-        labels(interface, float(number))
+        labels(interface)
 
 
 if __name__ == "__main__":
