@@ -45,7 +45,7 @@ PortOption readPort( const String & text ) {
   PortOption port;
   port.intfId =
       read( of, [ & ] { return Vex::parseBriefly< Wire::IntfId >( text.substr( 0, equals ) ); } );
-  port.interface = text.substr( equals + 1, slash - equals - ( slash == String::npos ? 0 : 1 ) );
+  port.interface = text.substr( equals + 1, slash == String::npos ? slash : slash - equals - 1 );
   if ( slash != String::npos ) {
     port.accessTag = read(
         of, [ & ] { return Vex::parseBriefly< Bridging::VlanId >( text.substr( slash + 1 ) ); } );
@@ -55,6 +55,7 @@ PortOption readPort( const String & text ) {
 
 void expectDistinct( const Options & options ) {
   std::vector< String > names;
+  names.reserve( 2 * options.hardware.ports.size() + 1 );
   for ( const auto & port : options.hardware.ports ) {
     names.push_back( Vex::text( port.intfId ) );
     names.push_back( port.interface );

@@ -207,7 +207,7 @@ void PacketPort::errorDel() {
 void PacketPort::flush() {
   if ( std::exchange( hasUnsent_, false ) ) {
     // What the interface does not take now goes with the next call.
-    hasUnsent_ = ::send( socket_.number(), nullptr, 0, MSG_DONTWAIT ) < 0 && errno == EAGAIN;
+    hasUnsent_ = ::send( socket_.number(), nullptr, 0, MSG_DONTWAIT ) < 0;
   }
 }
 

@@ -3,7 +3,7 @@
 //
 // A real product's loop waits for its neighbours too: whoever gives it its inputs, its supervisor.
 #include "Options.h"
-#include "Ringlog/Trace.h"
+#include "Ringlog/TextTrace.h"
 #include "Vex/Clock.h"
 #include "Wiring.h"
 #include "shell/Door.h"
