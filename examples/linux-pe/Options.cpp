@@ -30,7 +30,7 @@ using Vex::String;
 auto read( const String & of, const auto & parse ) {
   try {
     return parse();
-  } catch ( const std::runtime_error & error ) {
+  } catch ( const Vex::ParseError & error ) {
     throw UsageError( of + ": " + error.what() );
   }
 }

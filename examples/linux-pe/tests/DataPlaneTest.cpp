@@ -174,7 +174,7 @@ TEST_F( DataPlaneTest, hostsAreLearnedOnceTheyMoveAndAge ) {
   EXPECT_EQ( told, Events{ there } );
   now = 200;
   fromPort( 1, all + host1 + "8100 006e" + payload );
-  EXPECT_EQ( told, Events{ there, moved } );
+  EXPECT_EQ( told, ( Events{ there, moved } ) );
   plane.age( 499 );
   EXPECT_EQ( told.size(), 2 );
   plane.age( 500 );

@@ -2,6 +2,7 @@
 #include "Vex/Clock.h"
 #include "Wiring.h"
 
+#include "Bridging/VlanConfig.h"
 #include <chrono>
 #include <gtest/gtest.h>
 #include <poll.h>
