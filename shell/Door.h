@@ -50,8 +50,8 @@ public:
 private:
   class Peer;
   struct Entrance {
-    Entrance( const Vex::String & path, Rights rights, mode_t mode )
-        : socket( path, mode ), rights( rights ) {}
+    Entrance( const Vex::String & path, Rights granted, mode_t mode )
+        : socket( path, mode ), rights( granted ) {}
     const ListeningSocket socket;
     const Rights rights;
   };

@@ -10,8 +10,8 @@ namespace KezShell {
 
 // Where a line stands, for reports: in words, "<file>:<line>", and its number if it has one.
 struct Place {
-  Place( const char * text ) : text( text ) {}
-  Place( const Vex::String & text, size_t number = 0 ) : text( text ), number( number ) {}
+  Place( const char * words ) : text( words ) {}
+  Place( const Vex::String & words, size_t line = 0 ) : text( words ), number( line ) {}
   Vex::String text;
   size_t number = 0;
 };
@@ -24,9 +24,9 @@ public:
     Vex::String expected;
     Vex::String found; // empty at the end of the line
   };
-  BadLine( size_t column, const Vex::String & message,
-           const std::optional< Mismatch > & mismatch = {} )
-      : std::runtime_error( Vex::printable( message ) ), column( column ), mismatch( mismatch ) {}
+  BadLine( size_t at, const Vex::String & message,
+           const std::optional< Mismatch > & difference = {} )
+      : std::runtime_error( Vex::printable( message ) ), column( at ), mismatch( difference ) {}
   const size_t column;
   const std::optional< Mismatch > mismatch; // none where the message is more than that
 };

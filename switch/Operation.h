@@ -29,10 +29,10 @@ struct OperationType {
   std::array< Failure, 2 > failures{};
   size_t failureCount = 0; // 0: it cannot fail
 
-  constexpr OperationType( Operation operation, Table table,
-                           std::initializer_list< Failure > failures = {} )
-      : operation( operation ), table( table ), failureCount( failures.size() ) {
-    std::copy( failures.begin(), failures.end(), this->failures.begin() );
+  constexpr OperationType( Operation called, Table changed,
+                           std::initializer_list< Failure > answers = {} )
+      : operation( called ), table( changed ), failureCount( answers.size() ) {
+    std::copy( answers.begin(), answers.end(), failures.begin() );
   }
 
   constexpr bool canFail() const { return failureCount > 0; }

@@ -220,23 +220,7 @@ TEST( VexReflection, BadTextAndOperationsOfOtherKindsChangeNothing ) {
   EXPECT_EQ( story, Story() );
 }
 
-} // namespace
-
-namespace VexTest {
-
-// Classes that VEX_ATTRIBUTES would refuse: an id of the base once more, and a base left out.
-class Doubled : public Plant {
-  VEX_ENTITY( Doubled, "VexTest::Doubled", Plant )
-  VEX_ATTRIBUTE( 2, girth, double )
-};
-class Skipping : public Tree {
-  VEX_ENTITY( Skipping, "VexTest::Skipping", Plant )
-  VEX_ATTRIBUTE( 20, girth, double )
-};
-static_assert( Vex::declaredAttributes< Tree >() == 4 );
-static_assert( Vex::declaredAttributes< Doubled >() == SIZE_MAX );
 static_assert( Vex::Detail::onlyTheLastIsText< const int &, const Vex::String & >() &&
                !Vex::Detail::onlyTheLastIsText< Vex::String, int >() );
-static_assert( Vex::namesItsBase< Tree >() && !Vex::namesItsBase< Skipping >() );
 
-} // namespace VexTest
+} // namespace

@@ -47,10 +47,10 @@ protected:
 
   // Runs `what( key )` for each pair that the index has of a VLAN, an interface or a segment.
   template< class What > void forEachPairOf( const Subject & subject, What && what ) const {
-    if ( const auto * const vlanId = subject.get< Bridging::VlanId >() ) {
-      if ( const auto intfs = vlanIntfSet( *vlanId ) ) {
+    if ( const auto * const all = subject.get< Bridging::VlanId >() ) {
+      if ( const auto intfs = vlanIntfSet( *all ) ) {
         for ( const auto intfId : intfs->intfId() ) {
-          what( IntfVlanKey( intfId, *vlanId ) );
+          what( IntfVlanKey( intfId, *all ) );
         }
       }
     } else if ( const auto vlans = intfVlanSet( subject.intfId() ) ) {

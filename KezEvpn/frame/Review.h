@@ -48,9 +48,9 @@ public:
   // `entry` is what a run calls; `owner`, the machine, is held meanwhile.
   ReviewTask( const Vex::Ptr< Loom::TaskScheduler > & scheduler, Loom::TaskPriority priority,
               const Vex::String & name, const Vex::Entity & owner, std::function< void() > entry,
-              Ringlog::Handle & traceHandle, const ReviewTexts & texts )
+              Ringlog::Handle & handle, const ReviewTexts & texts )
       : Task( scheduler, priority, name ), owner_( &owner ), entry_( std::move( entry ) ),
-        traceHandle( traceHandle ), texts_( texts ) {}
+        traceHandle( handle ), texts_( texts ) {}
 
   // Keeps `task` if it has these parameters, puts a new one in its place otherwise, which takes
   // over the run that is due and its bookmark.
@@ -58,12 +58,12 @@ public:
                        const Vex::Ptr< Loom::TaskScheduler > & scheduler,
                        Loom::TaskPriority priority, const Vex::String & name,
                        const Vex::Entity & owner, std::function< void() > entry,
-                       Ringlog::Handle & traceHandle, const ReviewTexts & texts ) {
+                       Ringlog::Handle & handle, const ReviewTexts & texts ) {
     if ( !task || task->taskScheduler() != scheduler || task->taskPriority() != priority ||
          task->taskName() != name ) {
       const auto replaced = task;
       task = Vex::makePtr< ReviewTask >( scheduler, priority, name, owner, std::move( entry ),
-                                         traceHandle, texts );
+                                         handle, texts );
       if ( const auto due = replaced ? replaced->nextRun() : std::nullopt ) {
         task->scheduleAfter( *due - Vex::Clock::now() );
         task->bookmarkIs( replaced->bookmark() );
@@ -108,9 +108,9 @@ public:
   bool review( const Range & keys, Step && step, double resumeDelay, Resume resume ) {
     const auto from = bookmark();
     bookmarkDel();
-    return walk( keys.from( from ), step, resumeDelay, [ & ]( const Key & next ) {
+    return walk( keys.from( from ), step, resumeDelay, [ & ]( const Key & left ) {
       if ( resume != Resume::atFirst ) {
-        bookmarkIs( next );
+        bookmarkIs( left );
       }
     } );
   }

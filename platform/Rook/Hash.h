@@ -12,8 +12,7 @@ namespace Rook {
 constexpr uint64_t goldenRatio = 0x9E3779B97F4A7C15;
 
 constexpr uint64_t foldWord( uint64_t hash, uint64_t word ) {
-  const auto product = static_cast< unsigned __int128 >( hash ^ word ) * goldenRatio;
-  return static_cast< uint64_t >( product ) ^ static_cast< uint64_t >( product >> 64 );
+  return Vex::foldedProduct( hash ^ word, goldenRatio );
 }
 
 // Every word of a key, each mixed whole.
@@ -31,8 +30,8 @@ template< class Key > constexpr uint64_t foldKey( uint64_t hash, const Key & key
 // Of a word of 32 bits. Those that differ in their two low bits alone share a group of buckets, the
 // next four bits choose among neighbouring groups, and all above them is spread.
 struct NeighbourHash {
-  constexpr explicit NeighbourHash( uint32_t word )
-      : spread( ( word >> 6 ) * uint64_t( 0x6408CBA6AB22F2C7 ) ), word( word ) {}
+  constexpr explicit NeighbourHash( uint32_t hashed )
+      : spread( ( hashed >> 6 ) * uint64_t( 0x6408CBA6AB22F2C7 ) ), word( hashed ) {}
 
   constexpr uint32_t neighbour() const { return word >> 2 & 15; }
   constexpr uint64_t mixed() const { return ( spread + word ) * 0xD1342543DE82EF95; }

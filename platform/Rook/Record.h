@@ -31,23 +31,23 @@ template< Vex::Composite R, class K, K R::*keyField > struct RecordOf< keyField 
   }
 
   // Word by word, so that they can be in registers.
-  [[gnu::always_inline]] static Record record( const Words & words ) {
+  [[gnu::always_inline]] static Record record( const Words & each ) {
     Record record;
     auto * const to = reinterpret_cast< std::byte * >( &record );
     Format::forEachWord(
-        words.size(), [ & ]( size_t i ) __attribute__( ( always_inline ) ) {
-          std::memcpy( to + i * sizeof( uint64_t ), &words[ i ], sizeOfWord( i ) );
+        each.size(), [ & ]( size_t i ) __attribute__( ( always_inline ) ) {
+          std::memcpy( to + i * sizeof( uint64_t ), &each[ i ], sizeOfWord( i ) );
         } );
     return record;
   }
   [[gnu::always_inline]] static Words wordsFrom( const Record & record ) {
-    Words words{};
+    Words made{};
     const auto * const from = reinterpret_cast< const std::byte * >( &record );
     Format::forEachWord(
-        words.size(), [ & ]( size_t i ) __attribute__( ( always_inline ) ) {
-          std::memcpy( &words[ i ], from + i * sizeof( uint64_t ), sizeOfWord( i ) );
+        made.size(), [ & ]( size_t i ) __attribute__( ( always_inline ) ) {
+          std::memcpy( &made[ i ], from + i * sizeof( uint64_t ), sizeOfWord( i ) );
         } );
-    return words;
+    return made;
   }
   static const Key & key( const Record & record ) { return record.*keyField; }
   // Of a record as it lies in memory.

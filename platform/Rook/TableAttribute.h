@@ -31,8 +31,9 @@ template< class C, auto storage > class TableType : public Vex::KeyedType< C, st
   using Record = typename Storage::Type::Record;
 
 public:
-  TableType( std::string_view name, Vex::AttrId id, Vex::Access access )
-      : Vex::KeyedType< C, storage >( name, id, tableKind, access, Vex::typeName< Record >() ) {}
+  TableType( std::string_view attrName, Vex::AttrId attrId, Vex::Access attrAccess )
+      : Vex::KeyedType< C, storage >( attrName, attrId, tableKind, attrAccess,
+                                      Vex::typeName< Record >() ) {}
 
   std::optional< size_t > capacity( const Vex::Entity & entity ) const override {
     return Storage::of( entity ).capacity();

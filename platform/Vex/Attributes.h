@@ -42,6 +42,7 @@
 // bases.
 #pragma once
 
+#include "Vex/Checked.h"
 #include "Vex/Declared.h"
 #include "Vex/Describe.h"
 #include "Vex/ForEach.h"
@@ -77,6 +78,11 @@ public:                                                                         
   static constexpr std::string_view vexTypeName() {                                                \
     return typeName;                                                                               \
   }                                                                                                \
+  const Vex::EntityType & fwkType() const override {                                               \
+    static_assert( std::is_same_v< VexClosed, VexSelf >,                                           \
+                   "VEX_ATTRIBUTES closes the list that VEX_ENTITY opens" );                       \
+    return vexType();                                                                              \
+  }                                                                                                \
   static void vexDeclared( Vex::NoAttr );                                                          \
   static constexpr int vexDepth = VexBase::vexDepth + 1;                                           \
   template< std::derived_from< Class > T >                                                         \
@@ -86,6 +92,7 @@ public:                                                                         
 #define VEX_TYPE_ADDRESS( name ) &vexTypeOf_##name()
 #define VEX_ATTRIBUTES( ... )                                                                      \
 public:                                                                                            \
+  using VexClosed = VexSelf;                                                                       \
   static const Vex::EntityType & vexType() {                                                       \
     static_assert( Vex::declaredAttributes< VexSelf >() ==                                         \
                        Vex::countOf( VEX_FOR_EACH( VEX_TYPE_FUNCTION, __VA_ARGS__ ) ),             \
@@ -96,14 +103,12 @@ public:                                                                         
                                        VexSelf::vexOperations(),                                   \
                                        { VEX_FOR_EACH( VEX_TYPE_ADDRESS, __VA_ARGS__ ) } );        \
     return type;                                                                                   \
-  }                                                                                                \
-  const Vex::EntityType & fwkType() const override {                                               \
-    return vexType();                                                                              \
   }
 
 #define VEX_KEY( Class, foo, Key )                                                                 \
 public:                                                                                            \
-  using FwkKey = Key;                                                                              \
+  VEX_CHECK_KEY( Class, Key )                                                                      \
+  using FwkKey = Vex::CheckedKey< Key >;                                                           \
   explicit Class( Vex::Arg< Key > key ) : foo##_( key ) {}                                         \
   Vex::Arg< Key > foo() const {                                                                    \
     return foo##_;                                                                                 \
@@ -116,7 +121,7 @@ private:                                                                        
   void vexAppendKey( Vex::TextBuffer & out ) const override {                                      \
     Vex::appendBriefText( out, foo##_ );                                                           \
   }                                                                                                \
-  const Key foo##_;                                                                                \
+  const FwkKey foo##_;                                                                             \
                                                                                                    \
 public:
 
@@ -156,13 +161,16 @@ public:
   }
 
 #define VEX_ATTRIBUTE( ID, foo, T, ... )                                                           \
-  VEX_ATTRIBUTE_ACCESS( ID, foo, T, VexSelf::vexAccess,                                            \
+  VEX_CHECK_VALUE( foo, T )                                                                        \
+  VEX_ATTRIBUTE_ACCESS( ID, foo, Vex::CheckedValue< T >, VexSelf::vexAccess,                       \
                         static_cast< void >( 0 ) __VA_OPT__(, ) __VA_ARGS__ )
 #define VEX_TUNABLE( ID, foo, T, ... )                                                             \
-  VEX_ATTRIBUTE_ACCESS( ID, foo, T, Vex::Access::writable,                                         \
+  VEX_CHECK_VALUE( foo, T )                                                                        \
+  VEX_ATTRIBUTE_ACCESS( ID, foo, Vex::CheckedValue< T >, Vex::Access::writable,                    \
                         static_cast< void >( 0 ) __VA_OPT__(, ) __VA_ARGS__ )
 #define VEX_HANDLED_TUNABLE( ID, foo, T, ... )                                                     \
-  VEX_ATTRIBUTE_ACCESS( ID, foo, T, Vex::Access::writable,                                         \
+  VEX_CHECK_VALUE( foo, T )                                                                        \
+  VEX_ATTRIBUTE_ACCESS( ID, foo, Vex::CheckedValue< T >, Vex::Access::writable,                    \
                         this->foo##Changed() __VA_OPT__(, ) __VA_ARGS__ )
 
 #define VEX_COMPUTED( ID, foo, T )                                                                 \
@@ -192,7 +200,9 @@ public:                                                                         
   }
 
 #define VEX_SET( ID, foo, Key )                                                                    \
-  VEX_DECLARE( ID, foo, Key, Vex::SetType, ( VexSelf::vexAccess ), Vex::SetStorage< Key > foo##_ ) \
+  VEX_CHECK_KEY( foo, Key )                                                                        \
+  VEX_DECLARE( ID, foo, Key, Vex::SetType, ( VexSelf::vexAccess ),                                 \
+               Vex::SetStorage< Vex::CheckedKey< Key > > foo##_ )                                  \
   VEX_COLLECTION_ACCESSORS( ID, foo, Key )                                                         \
   bool foo( Vex::Arg< Key > key ) const {                                                          \
     return foo##_.has( key );                                                                      \
@@ -211,13 +221,16 @@ public:                                                                         
   }
 
 #define VEX_MAP( ID, foo, Key, Value )                                                             \
+  VEX_CHECK_KEY( foo, Key )                                                                        \
+  VEX_CHECK_VALUE( foo, Value )                                                                    \
   VEX_DECLARE( ID, foo, Key, Vex::MapType, ( VexSelf::vexAccess ),                                 \
-               Vex::MapStorage< Key, Value > foo##_ )                                              \
+               Vex::MapStorage< Vex::CheckedKey< Key >, Vex::CheckedValue< Value > > foo##_ )      \
   VEX_MAP_ACCESSORS( ID, foo, Key, Value )
 
 #define VEX_COUNTER( ID, foo, Key )                                                                \
+  VEX_CHECK_KEY( foo, Key )                                                                        \
   VEX_DECLARE( ID, foo, Key, Vex::CounterType, ( VexSelf::vexAccess ),                             \
-               Vex::CounterStorage< Key > foo##_ )                                                 \
+               Vex::CounterStorage< Vex::CheckedKey< Key > > foo##_ )                              \
   VEX_MAP_ACCESSORS( ID, foo, Key, uint32_t )                                                      \
   uint32_t foo##Inc( Vex::Arg< Key > key, uint32_t n = 1 ) {                                       \
     return foo##_.change( *this, ID, key, n );                                                     \
@@ -227,8 +240,9 @@ public:                                                                         
   }
 
 #define VEX_QUEUE( ID, foo, T )                                                                    \
+  VEX_CHECK_VALUE( foo, T )                                                                        \
   VEX_DECLARE( ID, foo, uint32_t, Vex::QueueType, ( VexSelf::vexAccess ),                          \
-               Vex::QueueStorage< T > foo##_ )                                                     \
+               Vex::QueueStorage< Vex::CheckedValue< T > > foo##_ )                                \
   VEX_MAP_ACCESSORS( ID, foo, uint32_t, T )                                                        \
   void foo##Del( const Vex::Collection< uint32_t, T >::Walk & at ) {                               \
     foo##Del( at.key() );                                                                          \

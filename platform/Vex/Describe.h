@@ -58,9 +58,10 @@ template< class C, auto storage > class ValueType : public AttributeType {
 
 public:
   using Set = void ( C::* )( Arg< HeldBy< T > > );
-  ValueType( std::string_view name, AttrId id, Access access, Set set, void ( C::*reset )() )
-      : AttributeType( name, id, valueKind, access, {}, describedType< T >() ), set_( set ),
-        reset_( reset ) {}
+  ValueType( std::string_view attrName, AttrId attrId, Access attrAccess, Set set,
+             void ( C::*resetTo )() )
+      : AttributeType( attrName, attrId, valueKind, attrAccess, {}, describedType< T >() ),
+        set_( set ), reset_( resetTo ) {}
 
   String value( const Entity & entity ) const override {
     return briefText( Storage::of( entity ).get() );
@@ -82,8 +83,8 @@ inline constexpr AttributeKind computedKind{ "computed" };
 // A value that is computed when it is asked for.
 template< class C, class T > class ComputedType : public AttributeType {
 public:
-  ComputedType( std::string_view name, AttrId id, T ( C::*read )() const )
-      : AttributeType( name, id, computedKind, Access::readOnly, {}, describedType< T >() ),
+  ComputedType( std::string_view attrName, AttrId attrId, T ( C::*read )() const )
+      : AttributeType( attrName, attrId, computedKind, Access::readOnly, {}, describedType< T >() ),
         read_( read ) {}
 
   String value( const Entity & entity ) const override {
@@ -101,8 +102,8 @@ template< class C, auto storage > class ReferenceType : public AttributeType {
   using T = std::remove_cvref_t< decltype( *std::declval< typename Storage::Type >() ) >;
 
 public:
-  ReferenceType( std::string_view name, AttrId id, Access access )
-      : AttributeType( name, id, referenceKind, access, {}, T::vexTypeName() ) {}
+  ReferenceType( std::string_view attrName, AttrId attrId, Access attrAccess )
+      : AttributeType( attrName, attrId, referenceKind, attrAccess, {}, T::vexTypeName() ) {}
 
   const EntityType * entityType() const override { return &T::vexType(); }
   Ptr< const Entity > target( const Entity & entity ) const override {
@@ -152,9 +153,9 @@ protected:
   using Storage = StorageOf< C, storage >;
   using Key = typename Storage::Type::Key;
 
-  KeyedType( std::string_view name, AttrId id, AttributeKind kind, Access access,
+  KeyedType( std::string_view attrName, AttrId attrId, AttributeKind attrKind, Access attrAccess,
              DescribedType values )
-      : AttributeType( name, id, kind, access, describedType< Key >(), values ) {}
+      : AttributeType( attrName, attrId, attrKind, attrAccess, describedType< Key >(), values ) {}
 
   virtual ReflectedMember reflect( const Key & key, const typename Storage::Type & all ) const = 0;
 
@@ -199,8 +200,8 @@ template< class C, auto storage > class SetType : public ErasableType< C, storag
   using typename KeyedType< C, storage >::Key;
 
 public:
-  SetType( std::string_view name, AttrId id, Access access )
-      : ErasableType< C, storage >( name, id, setKind, access, {} ) {}
+  SetType( std::string_view attrName, AttrId attrId, Access attrAccess )
+      : ErasableType< C, storage >( attrName, attrId, setKind, attrAccess, {} ) {}
 
   void memberIs( Entity & entity, std::string_view key, std::string_view value ) const override {
     const bool present = value.empty() || parseBriefly< bool >( value );
@@ -221,12 +222,13 @@ protected:
   using typename KeyedType< C, storage >::Key;
   using Value = typename Storage::Type::Value;
 
-  MapType( std::string_view name, AttrId id, AttributeKind kind, Access access )
-      : ErasableType< C, storage >( name, id, kind, access, describedType< Value >() ) {}
+  MapType( std::string_view attrName, AttrId attrId, AttributeKind attrKind, Access attrAccess )
+      : ErasableType< C, storage >( attrName, attrId, attrKind, attrAccess,
+                                    describedType< Value >() ) {}
 
 public:
-  MapType( std::string_view name, AttrId id, Access access )
-      : MapType( name, id, mapKind, access ) {}
+  MapType( std::string_view attrName, AttrId attrId, Access attrAccess )
+      : MapType( attrName, attrId, mapKind, attrAccess ) {}
 
   void memberIs( Entity & entity, std::string_view key, std::string_view value ) const override {
     const auto parsedKey = parseBriefly< Key >( key );
@@ -246,16 +248,16 @@ inline constexpr AttributeKind counterKind{ "counter" };
 // A map of counts.
 template< class C, auto storage > class CounterType : public MapType< C, storage > {
 public:
-  CounterType( std::string_view name, AttrId id, Access access )
-      : MapType< C, storage >( name, id, counterKind, access ) {}
+  CounterType( std::string_view attrName, AttrId attrId, Access attrAccess )
+      : MapType< C, storage >( attrName, attrId, counterKind, attrAccess ) {}
 };
 
 inline constexpr AttributeKind queueKind{ "queue" };
 // A map whose members stand in the order in which they came.
 template< class C, auto storage > class QueueType : public MapType< C, storage > {
 public:
-  QueueType( std::string_view name, AttrId id, Access access )
-      : MapType< C, storage >( name, id, queueKind, access ) {}
+  QueueType( std::string_view attrName, AttrId attrId, Access attrAccess )
+      : MapType< C, storage >( attrName, attrId, queueKind, attrAccess ) {}
 };
 
 inline constexpr AttributeKind entitiesKind{ "entities" };
@@ -265,8 +267,8 @@ template< class C, auto storage > class EntitiesType : public ErasableType< C, s
   using typename KeyedType< C, storage >::Key;
 
 public:
-  EntitiesType( std::string_view name, AttrId id, Access access )
-      : ErasableType< C, storage >( name, id, entitiesKind, access,
+  EntitiesType( std::string_view attrName, AttrId attrId, Access attrAccess )
+      : ErasableType< C, storage >( attrName, attrId, entitiesKind, attrAccess,
                                     Storage::Type::Type::vexTypeName() ) {}
 
   const EntityType * entityType() const override { return &Storage::Type::Type::vexType(); }
@@ -289,8 +291,8 @@ template< class C, auto storage > class ReactorsType : public KeyedType< C, stor
   using typename KeyedType< C, storage >::Key;
 
 public:
-  ReactorsType( std::string_view name, AttrId id, Access access )
-      : KeyedType< C, storage >( name, id, reactorsKind, access, {} ) {}
+  ReactorsType( std::string_view attrName, AttrId attrId, Access attrAccess )
+      : KeyedType< C, storage >( attrName, attrId, reactorsKind, attrAccess, {} ) {}
 
 private:
   ReflectedMember reflect( const Key & key, const typename Storage::Type & ) const override {

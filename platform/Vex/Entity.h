@@ -34,6 +34,8 @@ public:
   ~Entity() override;
 
   virtual const EntityType & fwkType() const = 0;
+  // The class whose list of attributes is the nearest.
+  using VexClosed = Entity;
   static const EntityType & vexType();
   static const Operations & vexOperations();
   // Whether reflection may write attributes that do not say so themselves.

@@ -85,9 +85,15 @@ template< HasWord T > constexpr uint64_t neighbourWordOf( const T & value ) {
 
 constexpr uint64_t goldenRatio = 0x9E3779B97F4A7C15ull;
 
-constexpr uint64_t foldWord( uint64_t hash, uint64_t word ) {
-  const auto product = static_cast< unsigned __int128 >( hash ^ word ) * goldenRatio;
+// The halves of a product of two words, one over the other.
+constexpr uint64_t foldedProduct( uint64_t a, uint64_t b ) {
+  __extension__ using Product = unsigned __int128;
+  const Product product = static_cast< Product >( a ) * b;
   return static_cast< uint64_t >( product ) ^ static_cast< uint64_t >( product >> 64 );
+}
+
+constexpr uint64_t foldWord( uint64_t hash, uint64_t word ) {
+  return foldedProduct( hash ^ word, goldenRatio );
 }
 
 // Every word of a value, each mixed whole.

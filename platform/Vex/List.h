@@ -14,9 +14,6 @@ template< class T > struct ListLink {
 
 // A walk under way; all of a thread stand in one chain.
 struct ListCursor {
-  ListCursor( const void * list, void * next, void * last, ListCursor * outer )
-      : list( list ), next( next ), last( last ), outer( outer ) {}
-
   const void * list;
   void * next;
   void * last;
@@ -103,8 +100,8 @@ private:
   }
 
   struct Cursor : ListCursor {
-    Cursor( const void * list, void * next, void * last )
-        : ListCursor( list, next, last, listCursors ) {
+    Cursor( const void * walked, void * first, void * final )
+        : ListCursor{ walked, first, final, listCursors } {
       listCursors = this;
     }
     ~Cursor() { listCursors = outer; }

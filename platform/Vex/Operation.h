@@ -52,9 +52,9 @@ template< class C, class Result, class... Arguments > class Operation : public O
   static_assert( onlyTheLastIsText< Arguments... >() );
 
 public:
-  Operation( std::string_view name, Result ( C::*function )( Arguments... ),
+  Operation( std::string_view operationName, Result ( C::*function )( Arguments... ),
              std::convertible_to< std::string_view > auto... names )
-      : OperationType( name ), function_( function ) {
+      : OperationType( operationName ), function_( function ) {
     ( parameters_.push_back( { names, typeName< std::remove_cvref_t< Arguments > >() } ), ... );
   }
 

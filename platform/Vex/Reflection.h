@@ -66,8 +66,8 @@ enum class TextForm { words, number, truth };
 
 // The type of keys or values, as reflection tells of it.
 struct DescribedType {
-  constexpr DescribedType( std::string_view name = {}, TextForm form = TextForm::words )
-      : name( name ), form( form ) {}
+  constexpr DescribedType( std::string_view typeName = {}, TextForm textForm = TextForm::words )
+      : name( typeName ), form( textForm ) {}
   std::string_view name;
   TextForm form;
 };
@@ -75,10 +75,11 @@ struct DescribedType {
 // What is known of an attribute, and a door to it by the texts of its keys and values.
 class AttributeType {
 public:
-  AttributeType( std::string_view name, AttrId id, AttributeKind kind, Access access,
-                 DescribedType keys, DescribedType values )
-      : name( name ), id( id ), kind( kind ), access( access ), keyType( keys.name ),
-        valueType( values.name ), keyForm( keys.form ), valueForm( values.form ) {}
+  AttributeType( std::string_view attrName, AttrId attrId, AttributeKind attrKind,
+                 Access attrAccess, DescribedType keys, DescribedType values )
+      : name( attrName ), id( attrId ), kind( attrKind ), access( attrAccess ),
+        keyType( keys.name ), valueType( values.name ), keyForm( keys.form ),
+        valueForm( values.form ) {}
   AttributeType( const AttributeType & ) = delete;
   AttributeType & operator=( const AttributeType & ) = delete;
   virtual ~AttributeType() = default;
@@ -146,7 +147,7 @@ struct Parameter {
 // Something that entities of a class do when they are told to; see Vex/Operation.h.
 class OperationType {
 public:
-  explicit OperationType( std::string_view name ) : name( name ) {}
+  explicit OperationType( std::string_view operationName ) : name( operationName ) {}
   OperationType( const OperationType & ) = delete;
   OperationType & operator=( const OperationType & ) = delete;
   virtual ~OperationType() = default;

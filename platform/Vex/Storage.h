@@ -183,8 +183,8 @@ namespace Detail {
 
 // A member's deletion under way. A key made again meanwhile is told of when it is over.
 struct Deletion {
-  Deletion( const void * collection, const void * key )
-      : collection( collection ), key( key ), outer( current ) {
+  Deletion( const void * from, const void * deleted )
+      : collection( from ), key( deleted ), outer( current ) {
     current = this;
   }
   ~Deletion() { current = outer; }
