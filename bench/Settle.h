@@ -8,11 +8,16 @@
 
 namespace Bench {
 
-inline void settle( Loom::TaskScheduler & scheduler ) {
+// `turn` runs what is ready, and whatever else a turn of an event loop does.
+template< class Turn > void settle( Loom::TaskScheduler & scheduler, Turn && turn ) {
   while ( const auto deadline = scheduler.nextDeadline() ) {
     Vex::Clock::advanceTo( std::max( *deadline, Vex::Clock::now() ) );
-    scheduler.runReady();
+    turn();
   }
+}
+
+inline void settle( Loom::TaskScheduler & scheduler ) {
+  settle( scheduler, [ & ] { scheduler.runReady(); } );
 }
 
 } // namespace Bench

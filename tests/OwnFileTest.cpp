@@ -23,6 +23,7 @@ namespace fs = std::filesystem;
 struct Kind {
   const char * name;
   std::function< void( const std::string & path ) > write;
+  friend void PrintTo( const Kind & kind, std::ostream * out ) { *out << kind.name; }
 };
 
 const Kind kinds[] = {
