@@ -9,7 +9,7 @@
 // last field's multiplier is searched with keys of one field, the one before it with keys of two
 // and three. The ranks are those of the multipliers in use among the candidates.
 #include "KezEvpn/KezEvpn.h"
-#include "Vex/CollectionIndex.h"
+#include "Vex/detail/CollectionIndex.h"
 
 #include <algorithm>
 #include <cstdio>

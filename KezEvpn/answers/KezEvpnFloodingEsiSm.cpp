@@ -2,7 +2,7 @@
 
 #include "KezEvpn/frame/Explain.h"
 #include "KezEvpn/frame/Findings.h"
-#include "KezEvpn/frame/PortAudit.h"
+#include "KezEvpn/frame/detail/PortAudit.h"
 
 namespace Kez {
 

@@ -1,8 +1,8 @@
 // The one container of the system: members under unique keys, kept in insertion order.
 //
-// Members live in the slots of one array, Vex/CollectionMemory.h, linked in order by slot number; a
-// freed slot is reused and nothing is ever compacted. Beside it stands an index,
-// Vex/CollectionIndex.h. Up to eight members there is no index, with none no memory.
+// Members live in the slots of one array, Vex/detail/CollectionMemory.h, linked in order by slot
+// number; a freed slot is reused and nothing is ever compacted. Beside it stands an index,
+// Vex/detail/CollectionIndex.h. Up to eight members there is no index, with none no memory.
 //
 // A walk visits the members that stood when it began and are still there when it reaches them,
 // in insertion order, whatever is added and removed meanwhile; a member that is removed and
@@ -10,9 +10,9 @@
 // `find` gives are good until the collection changes.
 #pragma once
 
-#include "Vex/CollectionIndex.h"
-#include "Vex/CollectionMemory.h"
 #include "Vex/Hash.h"
+#include "Vex/detail/CollectionIndex.h"
+#include "Vex/detail/CollectionMemory.h"
 
 #include <algorithm>
 #include <cstddef>

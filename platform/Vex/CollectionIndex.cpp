@@ -1,6 +1,6 @@
-#include "Vex/CollectionIndex.h"
+#include "Vex/detail/CollectionIndex.h"
 
-#include "Vex/CollectionMemory.h"
+#include "Vex/detail/CollectionMemory.h"
 
 namespace Vex::Detail {
 

@@ -1,4 +1,4 @@
-#include "Vex/CollectionMemory.h"
+#include "Vex/detail/CollectionMemory.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -6,11 +6,11 @@
 // changes an entity holds a Ptr to it meanwhile.
 #pragma once
 
-#include "Vex/List.h"
 #include "Vex/Ptr.h"
 #include "Vex/Reactor.h"
 #include "Vex/Reflection.h"
 #include "Vex/Text.h"
+#include "Vex/detail/List.h"
 
 #include <memory>
 #include <vector>

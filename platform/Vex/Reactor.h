@@ -13,8 +13,8 @@
 // notifications are on.
 #pragma once
 
-#include "Vex/List.h"
 #include "Vex/Ptr.h"
+#include "Vex/detail/List.h"
 
 #include <cstdint>
 

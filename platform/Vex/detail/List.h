@@ -3,7 +3,7 @@
 // not visited by it. An element joins at the end.
 #pragma once
 
-#include "Vex/Predicted.h"
+#include "Vex/detail/Predicted.h"
 
 namespace Vex::Detail {
 

@@ -1,4 +1,4 @@
-# Completes kez-agent and kez-inspect: commands and options as their own help has them.
+# Completes the programs: commands and options as their own help has them.
 _kez()
 {
   local word=${COMP_WORDS[COMP_CWORD]} help
@@ -11,4 +11,4 @@ _kez()
       awk '$1 ~ /^--/ { print $1 }' <<<"$help" )" -- "$word" )
   fi
 } &&
-  complete -o default -F _kez kez-agent kez-inspect
+  complete -o default -F _kez kez-agent kez-inspect kez-sim kez-fabric
