@@ -88,5 +88,8 @@ uint64_t SoftSwitch::noNextHop() const {
 uint64_t SoftSwitch::notSent() const {
   return thread_.counts()[ FrameCount::notSent ];
 }
+uint64_t SoftSwitch::missed() const {
+  return thread_.counts()[ FrameCount::missed ];
+}
 
 } // namespace LinuxPe
