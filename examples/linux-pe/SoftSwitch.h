@@ -54,6 +54,8 @@ public:
   // it has learned.
   int descriptor() const { return thread_.descriptor(); }
   void serve();
+  // Until no call is outstanding, nor any that its answer leads to.
+  void awaitAnswers( const KezHelper::LateCalls & calls );
 
 private:
   void handleHost( const HostEvent & event );

@@ -162,8 +162,8 @@ class Network:
     def _build(self):
         for place in ("core", *EDGES, *HOSTS):
             self._space(place)
-        self._ip("-n", self.space("core"), "link", "add", "bridge", "type", "bridge")
-        self.link("core", "bridge", "mtu", str(MTU_OF_CORE), "up")
+        self.bridge("core")
+        self.link("core", "bridge", "mtu", str(MTU_OF_CORE))
         for edge in EDGES:
             self._cable(edge, "core", "core", f"to-{edge}")
             self.link(edge, "core", "mtu", str(MTU_OF_CORE))
@@ -309,13 +309,23 @@ host-label = {label_of(edge, "host")}
     def _wires_of(self, edge):
         return ["core", *(f"port{port[-1]}" for port in PORTS[edge])]
 
-    def fail_edge(self, edge):
-        """As when its power goes."""
+    def end_edge(self, edge):
         self.up.discard(edge)
-        for wire in self._wires_of(edge):
-            self.link(edge, wire, "down")
         for part in ("adapter", "linux-pe", "gobgpd"):
             self.kill(edge, part)
+
+    def bridge(self, place, *interfaces):
+        """A plain bridge between them."""
+        self._ip("-n", self.space(place), "link", "add", "bridge", "type", "bridge")
+        self.link(place, "bridge", "up")
+        for interface in interfaces:
+            self.link(place, interface, "master", "bridge")
+
+    def fail_edge(self, edge):
+        """As when its power goes."""
+        for wire in self._wires_of(edge):
+            self.link(edge, wire, "down")
+        self.end_edge(edge)
 
     def return_edge(self, edge):
         """The link to its segment comes last, when it has heard of all others; else its host would use
@@ -353,6 +363,12 @@ host-label = {label_of(edge, "host")}
         return [edge for edge in self.up if "Ethernet2" in PORTS[edge]
                 and self.holds(edge, "switch.dot1qMapping[Ethernet2,Ethernet2,10]",
                                "no switch.nonDfPort[Ethernet2,Ethernet2,10]")]
+
+    def counters(self, edge):
+        """What became of the edge's frames, where that was anything."""
+        told = self.ask(edge, "show softSwitch")
+        return {each["path"].split(".")[1]: each["value"] for each in told
+                if each.get("kind") == "value" and each["value"]}
 
     def state(self, segment=("a", "b")):
         """How far the network is: what there is of each, and how much there must be."""

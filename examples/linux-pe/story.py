@@ -4,14 +4,14 @@ A real product is tried so with a traffic generator on its ports.
 """
 
 import time
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 
-from network import BEHIND, EDGES, ELECTION, HOLD, HOSTS, Failed
+from network import BEHIND, EDGES, ELECTION, HOLD, HOSTS, Failed, until
 
 AT_REST = 10_000  # frames
 RATE = 2500  # a second, of all hosts
 RATE_MEANWHILE = 1000
-SETTLED = 0.5  # seconds after which what was sent has come
+SETTLED = 0.5  # seconds in which nothing more comes
 FOREVER = 10**9
 
 
@@ -26,6 +26,7 @@ class Row:
     to_own_segment: int
     seconds: float
     why: str = ""
+    where: dict = field(default_factory=dict)  # by receiver and sender, what has come of those
 
     @property
     def is_exact(self):
@@ -44,13 +45,21 @@ class Story:
         return [host for host in HOSTS if self._network.up.intersection(BEHIND[host])]
 
     def _row(self, name, run, hosts, sent, began, why=""):
-        time.sleep(SETTLED)
-        counted = self._network.counted(run, hosts)
+        counted = self._settled(run, hosts)
         pairs = [(host, sender) for host in hosts for sender in hosts if host != sender]
         lost = sum(sent[sender] - counted[host, sender][0] for host, sender in pairs)
         doubled = sum(counted[pair][1] - counted[pair][0] for pair in pairs)
+        where = {pair: counted[pair] for pair in pairs if counted[pair] != 2 * (sent[pair[1]],)}
         return Row(name, sum(sent.values()), sum(sent[sender] for _, sender in pairs), lost, doubled,
-                   sum(counted[host, host][1] for host in hosts), time.monotonic() - began, why)
+                   sum(counted[host, host][1] for host in hosts), time.monotonic() - began, why, where)
+
+    def _settled(self, run, hosts):
+        """What is counted when nothing more comes."""
+        counted, before = self._network.counted(run, hosts), None
+        while counted != before:
+            time.sleep(SETTLED)
+            counted, before = self._network.counted(run, hosts), counted
+        return counted
 
     def _next_run(self):
         self._runs += 1
@@ -102,8 +111,8 @@ class Story:
             self._network.link("host4", "up1", "up")
         return self.meanwhile(
             "link returns", event,
-            f"lost to host4 for {ELECTION} s: b ends as it hears of a, who waits so long before it "
-            "forwards, so that nothing is doubled")
+            f"lost to host4 for {ELECTION} s: b ends as it hears of a, who waits so long\n"
+            "before it forwards, so that nothing is doubled")
 
     def edge_fails(self):
         hosts = [host for host in HOSTS if BEHIND[host] != ("a",)]
@@ -113,7 +122,7 @@ class Story:
             self._network.fail_edge("a")
         return self.meanwhile(
             "edge of the forwarder fails", event,
-            f"lost to host4 for {HOLD} s: so long BGP waits for who says nothing", hosts)
+            f"of the others' hosts; lost to host4 for {HOLD} s, as BGP waits for who is silent", hosts)
 
     def edge_returns(self):
         hosts = [host for host in HOSTS if BEHIND[host] != ("a",)]
@@ -123,9 +132,38 @@ class Story:
             self._network.return_edge("a")
         return self.meanwhile(
             "edge returns", event,
-            "between hosts of the others; as when a link returns", hosts)
+            "of the others' hosts; as when a link returns", hosts)
 
 
-def expect_exact(row):
+    def restarts(self):
+        """Each edge's machines in turn, under 1,000 broadcasts a second and as many frames to host4."""
+        run, began = self._next_run(), time.monotonic()
+        senders = [host for host in HOSTS if host != "host1"]
+        unicast = self._next_run()
+        self._network.send(run, senders, FOREVER, RATE_MEANWHILE / len(senders))
+        self._network.send(unicast, ["host1"], FOREVER, RATE_MEANWHILE, to="host4")
+        for edge in EDGES:
+            time.sleep(1)
+            self._restart(edge)
+        time.sleep(1)
+        broadcasts = self._network.stop(senders)
+        to_one = self._network.stop(["host1"])["host1"]
+        row = self._row("hitless restart of each edge", run, HOSTS, {"host1": 0, **broadcasts}, began)
+        came, copies = self._network.counted(unicast)["host4", "host1"]
+        return Row(row.name, row.sent + to_one, row.copies + to_one, row.lost + to_one - came,
+                   row.doubled + copies - came, row.to_own_segment, row.seconds,
+                   "the switch forwards while its machines start anew")
+
+    def _restart(self, edge):
+        self._network.tell(edge, "restart hitless")
+        until(lambda: self._network.holds(edge, "takeover.state ended"), 10,
+              lambda: f"the takeover of {edge} does not end")
+        if not self._network.holds(edge, "takeover.replaced 0", "takeover.removed 0"):
+            raise Failed(f"{edge}: expected nothing replaced nor removed, found "
+                         f"{self._network.ask(edge, 'show takeover')}")
+
+
+def expect_exact(network, row):
     if not row.is_exact:
-        raise Failed(f"{row.name}: expected each frame once, found {row}")
+        counters = {edge: network.counters(edge) for edge in sorted(network.up)}
+        raise Failed(f"{row.name}: expected each frame once, found {row}; {counters}")

@@ -83,6 +83,8 @@ class Watch(Session):
         *lines, self._rest = self._rest.split(b"\n")
         changed = {}
         for line in lines:
+            if line.startswith(b". "):  # an answer of its own: it watches no more
+                raise DoorLost("the watch has ended")
             told = json.loads(line) if line.startswith(b"{") else {}
             if "missed" in told:
                 raise DoorLost("more has changed than was kept")
