@@ -17,6 +17,7 @@ import ctypes
 import json
 import os
 import pathlib
+import shutil
 import signal
 import subprocess
 import sys
@@ -117,8 +118,7 @@ class Network:
         if os.geteuid() != 0:
             raise Refused("network namespaces take root")
         for program in ("ip", "ping", "gobgp", "gobgpd"):
-            if not any(os.access(f"{directory}/{program}", os.X_OK)
-                       for directory in os.environ["PATH"].split(":") + ["/usr/sbin", "/sbin"]):
+            if not shutil.which(program):
                 raise Refused(f"there is no {program}; scripts/setup --linux-pe installs it")
 
     def _ip(self, *words):
