@@ -328,14 +328,11 @@ host-label = {label_of(edge, "host")}
         self.end_edge(edge)
 
     def return_edge(self, edge):
-        """The link to its segment comes last, when it has heard of all others; else its host would use
-        it before. A real edge does so by itself, by a timer or as it counts its peers."""
-        *wires, of_segment = self._wires_of(edge)
-        for wire in wires:
-            self.link(edge, wire, "up")
+        """The link to its segment comes last; its adapter sees to that."""
+        for wire in self._wires_of(edge):
+            if wire != "port2":
+                self.link(edge, wire, "up")
         self.start_edge(edge)
-        self.converge([other for other in self.up if other != edge and "Ethernet2" in PORTS[other]])
-        self.link(edge, of_segment, "up")
 
     # --- What edges are asked
 

@@ -74,6 +74,9 @@ class Story:
         for edge in EDGES:
             self._network.start_edge(edge)
         self.converge()
+        # A bond waits before it uses links that have come up.
+        until(lambda: self._network.ping("host4", "host3", 1) == 0, 10,
+              lambda: "host4 does not reach host3")
 
     def pings(self):
         """How many answers are missing, for each pair of hosts."""

@@ -82,6 +82,12 @@ def routes_of(edge, view):
     return routes
 
 
+def has_heard_of_all(edge, received):
+    """Whether all others have told where floods are to go."""
+    return {edge.address, *(each.edge for each in received if isinstance(each, Multicast))
+            } >= set(edge.edges)
+
+
 # --- Designated forwarders
 
 def candidates_of(edge, view, received, esi):

@@ -7,8 +7,8 @@ import fcntl
 import socket
 import struct
 
-SIOCGIFFLAGS = 0x8913
-IFF_UP_AND_RUNNING = 0x41
+SIOCGIFFLAGS, SIOCSIFFLAGS = 0x8913, 0x8914
+IFF_UP, IFF_RUNNING = 0x1, 0x40
 LINKS_AND_NEIGHBOURS = 0x1 | 0x4
 
 
@@ -33,14 +33,30 @@ class Changes:
             pass  # there were more than it kept: all is looked at anyway
 
 
+def _flags(asked, interface):
+    answer = fcntl.ioctl(asked, SIOCGIFFLAGS, struct.pack("16sH14x", interface.encode(), 0))
+    return struct.unpack("16sH14x", answer)[1]
+
+
 def is_up(interface):
     """Whether it is up, and has somebody at its other end."""
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as asked:
         try:
-            answer = fcntl.ioctl(asked, SIOCGIFFLAGS, struct.pack("16sH14x", interface.encode(), 0))
+            return _flags(asked, interface) & (IFF_UP | IFF_RUNNING) == IFF_UP | IFF_RUNNING
         except OSError:
             return False
-    return struct.unpack("16sH14x", answer)[1] & IFF_UP_AND_RUNNING == IFF_UP_AND_RUNNING
+
+
+def is_held_down(interface):
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as asked:
+        return not _flags(asked, interface) & IFF_UP
+
+
+def hold_down(interface, is_down):
+    """Or lets it come up."""
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as asked:
+        flags = _flags(asked, interface) & ~IFF_UP | (0 if is_down else IFF_UP)
+        fcntl.ioctl(asked, SIOCSIFFLAGS, struct.pack("16sH14x", interface.encode(), flags))
 
 
 def neighbours():
