@@ -1,5 +1,7 @@
 #!/usr/bin/env python3
-"""Frames of the test's own, in a network namespace.
+"""Frames of the tests' own, in a network namespace.
+
+A real product is sent them by a traffic generator, which counts in hardware.
 
 frames.py broadcast NAMESPACE INTERFACE COUNT   sends so many broadcasts
 frames.py copies NAMESPACE INTERFACE            prints "copy" for each of those that comes in
