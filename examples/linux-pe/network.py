@@ -250,6 +250,7 @@ vlans = [ {VLAN} ]
 """ for port in PORTS[edge])
         (self.work / f"{edge}.routes").write_text(f"""address = "{address_of(edge)}"
 as = 65000
+core = "core"
 edges = [ {", ".join(f'"{address_of(each)}"' for each in EDGES)} ]
 
 [vlans.{VLAN}]
@@ -326,6 +327,14 @@ host-label = {label_of(edge, "host")}
         for wire in self._wires_of(edge):
             self.link(edge, wire, "down")
         self.end_edge(edge)
+
+    def fail_core(self, edge):
+        self.up.discard(edge)
+        self.link("core", f"to-{edge}", "down")
+
+    def return_core(self, edge):
+        self.link("core", f"to-{edge}", "up")
+        self.up.add(edge)
 
     def return_edge(self, edge):
         """The link to its segment comes last; its adapter sees to that."""

@@ -117,6 +117,24 @@ class Story:
             f"lost to host4 for {ELECTION} s: b ends as it hears of a, who waits so long\n"
             "before it forwards, so that nothing is doubled")
 
+    def core_fails(self):
+        hosts = [host for host in HOSTS if BEHIND[host] != ("a",)]
+
+        def event():
+            self._segment = ("b",)
+            self._network.fail_core("a")
+        return self.meanwhile(
+            "core link of the forwarder fails", event,
+            f"of the others' hosts; lost to host4 for {HOLD} s, as BGP waits for who is silent", hosts)
+
+    def core_returns(self):
+        hosts = [host for host in HOSTS if BEHIND[host] != ("a",)]
+
+        def event():
+            self._segment = ("a", "b")
+            self._network.return_core("a")
+        return self.meanwhile("core link returns", event, "as when a link returns", hosts)
+
     def edge_fails(self):
         hosts = [host for host in HOSTS if BEHIND[host] != ("a",)]
 

@@ -40,6 +40,7 @@ class Edge:
     edges: tuple
     vlans: dict
     ports: dict
+    core: str = ""  # the interface to the provider's network
 
     def tunnel_to(self, edge):
         return self.edges.index(edge) + 1
@@ -53,7 +54,8 @@ def edge_of(config):
                         esi_of(each["esi"]) if "esi" in each else SINGLE_HOMED,
                         each["esi-label"] if "esi" in each else 0)
              for name, each in config["ports"].items()}
-    return Edge(config["address"], config["as"], tuple(config["edges"]), vlans, ports)
+    return Edge(config["address"], config["as"], tuple(config["edges"]), vlans, ports,
+                config["core"])
 
 
 @dataclass(frozen=True)
