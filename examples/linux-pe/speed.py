@@ -12,7 +12,8 @@ import subprocess
 import sys
 import time
 
-from frames import enter
+sys.dont_write_bytecode = True
+from frames import enter  # noqa: E402
 
 SIOCETHTOOL = 0x8946
 ETHTOOL_STXCSUM = 0x17
