@@ -1,17 +1,6 @@
 #include "agent/Wiring.h"
 
-#include "KezEvpn/KezEvpnEsiFilteringDecapSm.h"
-#include "KezEvpn/KezEvpnFloodFilterSm.h"
-#include "KezEvpn/KezEvpnFloodSetFecSm.h"
-#include "KezEvpn/KezEvpnFloodingDot1qSm.h"
-#include "KezEvpn/KezEvpnFloodingEsiSm.h"
-#include "KezEvpn/KezEvpnHwTunnelIdSm.h"
-#include "KezEvpn/KezEvpnLagSm.h"
-#include "KezEvpn/KezEvpnRemoteInfoFinderSm.h"
-#include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
-#include "KezEvpn/KezEvpnVlanFloodSetSm.h"
-#include "KezEvpn/KezEvpnVlanMembershipSm.h"
-#include "KezEvpn/KezMacAddrFecRequestSm.h"
+#include "KezEvpn/Machines.h"
 #include "KezHelper/Audit.h"
 #include "KezHelper/EsiFilteringDecapHelperLater.h"
 #include "KezHelper/EsiFilteringDecapHelperTakeover.h"
@@ -30,7 +19,6 @@
 #include "switch/SwitchMacs.h"
 
 #include <algorithm>
-#include <concepts>
 
 namespace Agent {
 
@@ -79,16 +67,9 @@ public:
     if ( takeover_ ) {
       takeOver( *floodSets, *macs );
     }
-    wirePorts();
-    wireTunnels();
-    wireFloodSets();
-    machine( "kezMacAddrFecRequestSm",
-             Kez::kezMacAddrFecRequestSmFactory(
-                 hostOutput_, tunnelIdHwTunnelId_, toggles_, macAddrFecRequest_,
-                 macAddrFecResponse_, macAddrFecStatus_, macAddrHwStatus_, scheduler_ ) );
-    machine( "esiFilteringDecapSm",
-             Kez::esiFilteringDecapSmFactory( decap_, lfibStatus_, scheduler_, lfibTrackingStatus_,
-                                              lfibHwStatus_ ) );
+    Kez::startMachines( entities(), [ this ]( const auto & name, const auto & machine ) {
+      roots_.rootIs( Role::machine, name, machine );
+    } );
     Wiring wiring{ std::move( roots_ ), scheduler_, hardware_, takeover_ };
     const auto audit = wiring.roots.rootIs(
         Role::runtime, "audit", Vex::makePtr< KezHelper::Audit >( scheduler_, takeover_ ) );
@@ -134,16 +115,6 @@ private:
     }
     return answers;
   }
-  // Starts it, if it has not started as it was made.
-  template< class T > void machine( const Vex::String & name, const Ptr< T > & sm ) {
-    roots_.rootIs( Role::machine, name, sm );
-    if constexpr ( std::derived_from< T, Kez::InitializedSm > ) {
-      if ( !sm->initialized() ) {
-        sm->handleInitialized();
-      }
-    }
-  }
-
   // What uses an entry is swept before it: destinations and hosts before FECs, mappings before
   // VLANs, and all that names a hardware tunnel id before the ids.
   void takeOver( Switch::SwitchFloodSets & floodSets, Switch::SwitchMacs & macs ) {
@@ -158,51 +129,37 @@ private:
         "hwTunnelIdHelper", takeover_, tunnelIds_, tunnelIdHwTunnelId_ );
   }
 
-  // Who publishes before who reads it, so that this one starts over what the other has made of the
-  // inputs that stand, and programs a port once. What counts tunnels hears of nothing yet: the
-  // filter before it starts last.
-  void wirePorts() {
-    machine( "evpnLagSm", Kez::evpnLagSmFactory( acsd_, lagConfigDir_, evpnLagMemberInfo_ ) );
-    machine( "kezEvpnVlanMembershipSm",
-             Kez::kezEvpnVlanMembershipSmFactory( bridgingConfig_, vlanStatusDir_, evpnStatus_,
-                                                  evpnVlanStatus_ ) );
-    machine( "evpnRemoteInfoFinderSm",
-             Kez::evpnRemoteInfoFinderSmFactory( mplsFloodSetOutput_, evpnRemoteInfo_ ) );
-    machine( "evpnFloodingDot1qSm",
-             Kez::evpnFloodingDot1qSmFactory( flooding_, scheduler_, evpnLagMemberInfo_,
-                                              evpnVlanStatus_, evpnStatus_, evpnMplsConfig_ ) );
-    machine( "kezEvpnFloodFilterSm", Kez::kezEvpnFloodFilterSmFactory(
-                                         flooding_, scheduler_, evpnLagMemberInfo_, evpnStatus_ ) );
-  }
-
-  // Ids before the ESI data that name them: what an earlier agent left in the shared table is put
-  // right first.
-  void wireTunnels() {
-    machine( "evpnHwTunnelIdSm",
-             Kez::evpnHwTunnelIdSmFactory( tunnelIds_, scheduler_, acsd_, evpnStatus_,
-                                           evpnRemoteInfo_, tunnelIdHwTunnelId_ ) );
-    machine( "evpnFloodingEsiSm",
-             Kez::evpnFloodingEsiSmFactory( flooding_, scheduler_, evpnLagMemberInfo_, evpnStatus_,
-                                            tunnelIdHwTunnelId_ ) );
-  }
-
-  // FECs hear of a change before the destinations that use them, but start after these: what an
-  // earlier machine's FECs are used for is withdrawn before they are. The filter comes last, when
-  // all who read what it lets through are there.
-  void wireFloodSets() {
-    const auto fecSm =
-        roots_.rootIs( Role::machine, "evpnFloodSetFecSm",
-                       Kez::evpnFloodSetFecSmFactory(
-                           mplsFloodSetOutput_, tunnelIdHwTunnelId_, vlanFloodSetHwStatus_,
-                           mplsFloodSetFecRequest_, mplsFloodSetFecResponse_, hwInfoMapping_,
-                           scheduler_->timerWheel() ) );
-    machine( "evpnVlanFloodSetSm", Kez::evpnVlanFloodSetSmFactory(
-                                       mplsFloodSetOutput_, tunnelIdHwTunnelId_, hwInfoMapping_,
-                                       vlanFloodSetHwConfig_, vlanFloodSetHwStatus_ ) );
-    fecSm->handleInitialized();
-    machine( "vlanFloodSetFilterSm",
-             Kez::vlanFloodSetFilterSmFactory( L2Rib::destTypeMpls_, floodSetOutput_,
-                                               mplsFloodSetOutput_ ) );
+  Kez::MachineEntities entities() const {
+    return { .acsd = acsd_,
+             .lagConfigDir = lagConfigDir_,
+             .bridgingConfig = bridgingConfig_,
+             .vlanStatusDir = vlanStatusDir_,
+             .evpnStatus = evpnStatus_,
+             .evpnMplsConfig = evpnMplsConfig_,
+             .floodSetOutput = floodSetOutput_,
+             .hostOutput = hostOutput_,
+             .toggles = toggles_,
+             .lfibStatus = lfibStatus_,
+             .lfibTrackingStatus = lfibTrackingStatus_,
+             .evpnLagMemberInfo = evpnLagMemberInfo_,
+             .evpnVlanStatus = evpnVlanStatus_,
+             .evpnRemoteInfo = evpnRemoteInfo_,
+             .tunnelIdHwTunnelId = tunnelIdHwTunnelId_,
+             .lfibHwStatus = lfibHwStatus_,
+             .mplsFloodSetOutput = mplsFloodSetOutput_,
+             .mplsFloodSetFecRequest = mplsFloodSetFecRequest_,
+             .hwInfoMapping = hwInfoMapping_,
+             .vlanFloodSetHwConfig = vlanFloodSetHwConfig_,
+             .macAddrFecRequest = macAddrFecRequest_,
+             .macAddrFecStatus = macAddrFecStatus_,
+             .flooding = flooding_,
+             .tunnelIds = tunnelIds_,
+             .decap = decap_,
+             .mplsFloodSetFecResponse = mplsFloodSetFecResponse_,
+             .vlanFloodSetHwStatus = vlanFloodSetHwStatus_,
+             .macAddrFecResponse = macAddrFecResponse_,
+             .macAddrHwStatus = macAddrHwStatus_,
+             .scheduler = scheduler_ };
   }
 
   const Wiring & ground_;

@@ -33,6 +33,8 @@ constexpr auto usage = R"(kez-fabric joins switches and their agents, and sends 
   kez-fabric converge TOPOLOGY [--events N] [--seed S]
                              what events of each kind cost: calls of hardware, seconds of loss
                              and of doubled frames
+  kez-fabric inputs TOPOLOGY [--seed S]
+                             what the agent of each switch is given, as lines that it takes
   kez-fabric help            this text
   kez-fabric --version       its version
 
@@ -305,6 +307,19 @@ int converge( std::ostream & out, const Options & options ) {
   return 0;
 }
 
+int showInputs( std::ostream & out, const Options & options ) {
+  const auto topology = topologyOf( options.words[ 0 ] );
+  Network network( topology, options.firstSeed );
+  network.settle();
+  for ( Index node = 0; node < topology.nodes.size(); ++node ) {
+    out << "# " << topology.nodes[ node ] << '\n';
+    for ( const auto & [ path, value ] : network.inputs( node ) ) {
+      out << "set " << path << ( value.empty() ? "" : " " ) << value << '\n';
+    }
+  }
+  return 0;
+}
+
 int dispatch( const Program::Arguments & arguments, std::ostream & out ) {
   const String command = arguments.empty() ? "" : arguments[ 0 ];
   Options to;
@@ -325,11 +340,13 @@ int dispatch( const Program::Arguments & arguments, std::ostream & out ) {
     { "play", "a story", { report }, play },
     { "send", "a topology and HOST or HOST to HOST", { seed, report }, send },
     { "converge", "a topology", { events, seed }, converge },
+    { "inputs", "a topology", { seed }, showInputs },
   };
   const auto at = std::ranges::find( commands, command, &Command::name );
   if ( at == std::end( commands ) ) {
-    throw Program::UsageError( "expected run, play, send, converge, help or --version, found " +
-                               ( command.empty() ? "nothing" : "'" + command + "'" ) );
+    throw Program::UsageError(
+        "expected run, play, send, converge, inputs, help or --version, found " +
+        ( command.empty() ? "nothing" : "'" + command + "'" ) );
   }
   to.words = Program::takeOptions( { arguments.begin() + 1, arguments.end() }, at->options );
   const auto words = to.words.size();

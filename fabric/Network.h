@@ -48,7 +48,9 @@ public:
   bool isAttached( Index segment ) const;
   // The segment that a port leads to, none if the port is no link's.
   std::optional< Index > segmentAt( Index node, IntfId port ) const;
-  // Whether the switch's agent has the input, and its value.
+  // What the switch's agent has been given.
+  const Inputs & inputs( Index node ) const { return members_[ node ].inputs; }
+  // Whether that is among it, and its value.
   const String * input( Index node, const String & path ) const;
   // Whether its hardware was made to refuse calls, or to answer late, since it settled last.
   bool isHindered( Index node ) const { return members_[ node ].hindered; }

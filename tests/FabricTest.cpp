@@ -151,6 +151,7 @@ TEST( FabricTest, TheCommandLineIsAsThatOfTheOtherPrograms ) {
     { { "send", "nowhere", "-h" }, 0, "kez-fabric joins switches", "" },
     { { "play", "nothing", "--version" }, 0, "kez-fabric 1.0.0\n", "" },
     { { "run", "--events=3", "random", "--seed", "1-2" }, 0, "seeds 1 to 2, 3 events each, ", "" },
+    { { "inputs", pair }, 0, "# leaf1\nset evpnStatus.", "" },
     { { "send", pair, "--events=3", "client" },
       2,
       "",
@@ -167,7 +168,7 @@ TEST( FabricTest, TheCommandLineIsAsThatOfTheOtherPrograms ) {
     { {},
       2,
       "",
-      "kez-fabric: expected run, play, send, converge, help or --version, "
+      "kez-fabric: expected run, play, send, converge, inputs, help or --version, "
       "found nothing" +
           usage },
     { { "play", "not/there.story" },

@@ -19,6 +19,7 @@ VEX_ENUM( FrameCount, "LinuxPe::FrameCount",
           fromCore,     //
           toPorts,      // copies that have gone out
           toCore,       //
+          missed,       // have come in, and there was no room for them
           malformed,    // too short, or under labels that make no sense; nothing is done
           wrongTag,     // on an access port, in or out, under a tag that is not its own
           forOthers,    // from the core, to another's address
@@ -31,7 +32,9 @@ VEX_ENUM( FrameCount, "LinuxPe::FrameCount",
 // Read by any thread.
 class FrameCounts {
 public:
-  void inc( FrameCount count ) { at( count ).fetch_add( 1, std::memory_order_relaxed ); }
+  void inc( FrameCount count, uint64_t by = 1 ) {
+    at( count ).fetch_add( by, std::memory_order_relaxed );
+  }
   uint64_t operator[]( FrameCount count ) const {
     return counts_[ static_cast< size_t >( count ) ].load( std::memory_order_relaxed );
   }

@@ -17,9 +17,11 @@ namespace LinuxPe {
 
 namespace {
 
-constexpr size_t blockSize = 1 << 16;
-constexpr size_t receivingBlocks = 16;
-constexpr size_t sendingBlocks = 8;
+// With a block for each moment in which frames come, there is room for half a second in which the
+// thread does not run.
+constexpr size_t blockSize = 1 << 14;
+constexpr size_t receivingBlocks = 512;
+constexpr size_t sendingBlocks = 32;
 constexpr size_t slotSize = 1 << 12; // a sent frame and the kernel's record of it
 constexpr size_t slots = sendingBlocks * blockSize / slotSize;
 constexpr size_t slotHead = TPACKET_ALIGN( sizeof( tpacket3_hdr ) );
@@ -196,6 +198,13 @@ bool PacketPort::send( const Head & head, Bytes rest ) {
   slot_ = ( slot_ + 1 ) % slots;
   hasUnsent_ = true;
   return true;
+}
+
+uint64_t PacketPort::takeMissed() {
+  tpacket_stats_v3 statistics{};
+  socklen_t size = sizeof( statistics );
+  getsockopt( socket_.number(), SOL_PACKET, PACKET_STATISTICS, &statistics, &size );
+  return statistics.tp_drops;
 }
 
 void PacketPort::errorDel() {

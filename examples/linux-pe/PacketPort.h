@@ -38,13 +38,15 @@ public:
     }
   }
   bool send( const Head & head, Bytes rest ) override;
+  // How many frames have come since this was asked last for which the ring had no room.
+  uint64_t takeMissed();
   // The descriptor has an error: the interface has gone down, and may come up again.
   void errorDel();
   // Has the kernel send what it was given.
   void flush();
 
 private:
-  static constexpr int blocksAtATime = 4;
+  static constexpr int blocksAtATime = 16;
 
   void openRings( const Vex::String & interface );
   bool blockIsHere() const;

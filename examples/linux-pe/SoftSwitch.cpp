@@ -2,6 +2,8 @@
 
 #include "Ringlog/Trace.h"
 
+#include <future>
+
 static Ringlog::Handle traceHandle( "LinuxPeSoftSwitch" );
 
 namespace LinuxPe {
@@ -30,6 +32,15 @@ SoftSwitch::~SoftSwitch() {
 void SoftSwitch::serve() {
   for ( const auto & what : thread_.told() ) {
     what();
+  }
+}
+
+void SoftSwitch::awaitAnswers( const KezHelper::LateCalls & calls ) {
+  while ( calls.outstanding() > 0 ) {
+    std::promise< void > carriedOut;
+    thread_.carryOut( [ & ]( Tables & ) { carriedOut.set_value(); } );
+    carriedOut.get_future().wait();
+    serve();
   }
 }
 
@@ -87,6 +98,9 @@ uint64_t SoftSwitch::noNextHop() const {
 }
 uint64_t SoftSwitch::notSent() const {
   return thread_.counts()[ FrameCount::notSent ];
+}
+uint64_t SoftSwitch::missed() const {
+  return thread_.counts()[ FrameCount::missed ];
 }
 
 } // namespace LinuxPe

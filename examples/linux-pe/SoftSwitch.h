@@ -29,8 +29,10 @@ class SoftSwitch : public Vex::Entity {
   VEX_COMPUTED( 19, notForwarded, uint64_t )
   VEX_COMPUTED( 20, noNextHop, uint64_t )
   VEX_COMPUTED( 21, notSent, uint64_t )
+  VEX_COMPUTED( 22, missed, uint64_t )
   VEX_ATTRIBUTES( books, forwarding, learnedHost, fromPorts, fromCore, toPorts, toCore, malformed,
-                  wrongTag, forOthers, unknownPeer, expired, notForwarded, noNextHop, notSent )
+                  wrongTag, forOthers, unknownPeer, expired, notForwarded, noNextHop, notSent,
+                  missed )
 
 public:
   static constexpr auto vexAccess = Vex::Access::readOnly;
@@ -52,6 +54,8 @@ public:
   // it has learned.
   int descriptor() const { return thread_.descriptor(); }
   void serve();
+  // Until no call is outstanding, nor any that its answer leads to.
+  void awaitAnswers( const KezHelper::LateCalls & calls );
 
 private:
   void handleHost( const HostEvent & event );

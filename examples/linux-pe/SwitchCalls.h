@@ -14,27 +14,25 @@ namespace LinuxPe {
 
 using Switch::SimulatedSwitch;
 
-// A table of the switch, as its own thread has it and as the driver keeps books of it: how an entry
-// gets in and out, and what a creation is answered.
-struct VlanTable {
-  using Key = Bridging::VlanId;
-  using Data = Bridging::VlanIdOrNone;
+// A table of the switch, as its own thread has it and as the driver keeps books of it: what a
+// creation is answered. Each says besides how an entry gets in and out.
+template< Switch::Table which, class K, class D > struct FloodingTable {
+  using Key = K;
+  using Data = D;
   using Answer = Kez::HwProgrammingStatus;
-  static constexpr auto table = Switch::Table::vlan;
+  static constexpr auto table = which;
   static constexpr auto done = Answer::programmed;
   static constexpr auto refused = Answer::notProgrammed;
+};
+
+struct VlanTable : FloodingTable< Switch::Table::vlan, Bridging::VlanId, Bridging::VlanIdOrNone > {
   static bool has( const SimulatedSwitch & in, Key key ) { return in.vlanHas( key ); }
   static void is( SimulatedSwitch & in, Key key, Data tag ) { in.vlanIs( key, tag ); }
   static void del( SimulatedSwitch & in, Key key ) { in.vlanDel( key ); }
 };
 
-struct MappingTable {
-  using Key = KezHelper::PortVlanKey;
-  using Data = Bridging::VlanIdOrNone;
-  using Answer = Kez::HwProgrammingStatus;
-  static constexpr auto table = Switch::Table::dot1qMapping;
-  static constexpr auto done = Answer::programmed;
-  static constexpr auto refused = Answer::notProgrammed;
+struct MappingTable
+    : FloodingTable< Switch::Table::dot1qMapping, KezHelper::PortVlanKey, Bridging::VlanIdOrNone > {
   static bool has( const SimulatedSwitch & in, const Key & key ) {
     return in.dot1qMappingHas( key );
   }
@@ -44,25 +42,15 @@ struct MappingTable {
   static void del( SimulatedSwitch & in, const Key & key ) { in.dot1qMappingDel( key ); }
 };
 
-struct NonDfPortTable {
-  using Key = KezHelper::PortVlanKey;
-  using Data = Vex::NoValue;
-  using Answer = Kez::HwProgrammingStatus;
-  static constexpr auto table = Switch::Table::nonDfPort;
-  static constexpr auto done = Answer::programmed;
-  static constexpr auto refused = Answer::notProgrammed;
+struct NonDfPortTable
+    : FloodingTable< Switch::Table::nonDfPort, KezHelper::PortVlanKey, Vex::NoValue > {
   static bool has( const SimulatedSwitch & in, const Key & key ) { return in.nonDfPort( key ); }
   static void is( SimulatedSwitch & in, const Key & key, Data ) { in.nonDfPortIs( key ); }
   static void del( SimulatedSwitch & in, const Key & key ) { in.nonDfPortDel( key ); }
 };
 
-struct EsiDataTable {
-  using Key = KezHelper::PortVlanKey;
-  using Data = KezHelper::EsiData;
-  using Answer = Kez::HwProgrammingStatus;
-  static constexpr auto table = Switch::Table::esiData;
-  static constexpr auto done = Answer::programmed;
-  static constexpr auto refused = Answer::notProgrammed;
+struct EsiDataTable
+    : FloodingTable< Switch::Table::esiData, KezHelper::PortVlanKey, KezHelper::EsiData > {
   static bool has( const SimulatedSwitch & in, const Key & key ) { return in.esiDataHas( key ); }
   static void is( SimulatedSwitch & in, const Key & key, const Data & data ) {
     in.esiDataIs( key, data );

@@ -82,6 +82,9 @@ void SwitchThread::run() {
     forwardOnce( present );
     if ( present - aged >= ageInterval ) {
       plane_->age( present );
+      for ( auto & each : ports_ ) {
+        counts_.inc( FrameCount::missed, each.takeMissed() );
+      }
       aged = present;
     }
   }

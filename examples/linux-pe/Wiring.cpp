@@ -1,19 +1,11 @@
 #include "Wiring.h"
 
-#include "KezEvpn/KezEvpnEsiFilteringDecapSm.h"
-#include "KezEvpn/KezEvpnFloodFilterSm.h"
-#include "KezEvpn/KezEvpnFloodSetFecSm.h"
-#include "KezEvpn/KezEvpnFloodingDot1qSm.h"
-#include "KezEvpn/KezEvpnFloodingEsiSm.h"
-#include "KezEvpn/KezEvpnHwTunnelIdSm.h"
-#include "KezEvpn/KezEvpnLagSm.h"
-#include "KezEvpn/KezEvpnRemoteInfoFinderSm.h"
-#include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
-#include "KezEvpn/KezEvpnVlanFloodSetSm.h"
-#include "KezEvpn/KezEvpnVlanMembershipSm.h"
-#include "KezEvpn/KezMacAddrFecRequestSm.h"
+#include "KezEvpn/Machines.h"
 #include "KezHelper/Audit.h"
+#include "KezHelper/EsiFilteringDecapHelperTakeover.h"
+#include "KezHelper/EvpnFloodingSmHelperTakeover.h"
 #include "KezHelper/EvpnHwTunnelIdSmHelperLater.h"
+#include "KezHelper/EvpnHwTunnelIdSmHelperTakeover.h"
 #include "shell/Machines.h"
 #include "switch/SwitchEsiFilteringDecapHelper.h"
 #include "switch/SwitchFloodSets.h"
@@ -21,7 +13,7 @@
 #include "switch/SwitchHwTunnelIdHelper.h"
 #include "switch/SwitchMacs.h"
 
-#include <concepts>
+#include <algorithm>
 
 namespace LinuxPe {
 
@@ -36,53 +28,46 @@ void addTablesOf( auto & entity, KezHelper::Audit & audit ) {
   audit.partsAre( &entity, std::move( parts ) );
 }
 
+// An entity that stands among the roots, or null.
+template< class T > Ptr< T > standing( const KezShell::Roots & roots, const Vex::String & name ) {
+  const auto * root = roots.root( name );
+  return root ? Vex::dynamicCast< T >( root->entity ) : nullptr;
+}
+
 // A provider edge being made: its members in the order in which they stand here, then the machines.
 class Wirer {
 public:
-  explicit Wirer( const SwitchOptions & options )
-      : softSwitch_( hardware( "softSwitch", Vex::makePtr< SoftSwitch >(
-                                                 options, books_, forwardingInput_, lagConfigDir_,
-                                                 evpnStatus_, coreConfig_ ) ) ) {
+  Wirer( const SwitchOptions & options, const Wiring & ground )
+      : ground_( ground ), softSwitch_( softSwitch( options ) ) {
     chipHelper_->updateSupportedOnCreateEsiDataIs( true );
   }
 
   Wiring wire() {
-    const auto flooding = Vex::makePtr< KezHelper::EvpnFloodingSmHelperLater >(
-        "floodingHelper", lateCalls_, chipHelper_, softSwitch_, softSwitch_->flooding() );
-    const auto tunnelIds = Vex::makePtr< KezHelper::EvpnHwTunnelIdSmHelperLater >(
-        "hwTunnelIdHelper", lateCalls_, tunnelIdChip_ );
-    const auto decap = Vex::makePtr< KezHelper::EsiFilteringDecapHelperLater >(
-        "esiFilteringDecapHelper", lateCalls_, decapChip_, softSwitch_, softSwitch_->esiPortMap() );
-    wirePorts( flooding );
-    machine( "evpnHwTunnelIdSm",
-             Kez::evpnHwTunnelIdSmFactory( tunnelIds, scheduler_, acsd_, evpnStatus_,
-                                           evpnRemoteInfo_, tunnelIdHwTunnelId_ ) );
-    machine( "evpnFloodingEsiSm",
-             Kez::evpnFloodingEsiSmFactory( flooding, scheduler_, evpnLagMemberInfo_, evpnStatus_,
-                                            tunnelIdHwTunnelId_ ) );
-    wireFloodSets();
-    machine( "kezMacAddrFecRequestSm",
-             Kez::kezMacAddrFecRequestSmFactory(
-                 hostOutput_, tunnelIdHwTunnelId_, toggles_, macAddrFecRequest_,
-                 macAddrFecResponse_, macAddrFecStatus_, macAddrHwStatus_, scheduler_ ) );
-    machine( "esiFilteringDecapSm",
-             Kez::esiFilteringDecapSmFactory( decap, lfibStatus_, scheduler_, lfibTrackingStatus_,
-                                              lfibHwStatus_ ) );
+    if ( takeover_ ) {
+      takeOver();
+    }
+    Kez::startMachines( entities(), [ this ]( const auto & name, const auto & machine ) {
+      roots_.rootIs( Role::machine, name, machine );
+      machines_.push_back( machine.get() );
+    } );
     // What is lost after it has been accepted is tried again since an audit says so.
-    const auto audit = roots_.rootIs(
-        Role::runtime, "audit",
-        Vex::makePtr< KezHelper::Audit >( scheduler_, Ptr< const KezHelper::Takeover >() ) );
+    const auto audit = roots_.rootIs( Role::runtime, "audit",
+                                      Vex::makePtr< KezHelper::Audit >( scheduler_, takeover_ ) );
     KezShell::forEachMachine( roots_,
                               [ & ]( Kez::StateMachine & sm ) { addTablesOf( sm, *audit ); } );
     addTablesOf( *floodSets_, *audit );
     addTablesOf( *macs_, *audit );
-    return { std::move( roots_ ), scheduler_, softSwitch_ };
+    if ( takeover_ ) {
+      sweepWhenSettled();
+    }
+    return { std::move( roots_ ), scheduler_, softSwitch_, lateCalls_, takeover_ };
   }
 
 private:
   template< class T, class... Arguments >
   Ptr< T > input( const Vex::String & name, const Arguments &... arguments ) {
-    return roots_.rootIs( Role::input, name, Vex::makePtr< T >( arguments... ) );
+    const auto there = standing< T >( ground_.roots, name );
+    return roots_.rootIs( Role::input, name, there ? there : Vex::makePtr< T >( arguments... ) );
   }
   template< class T > Ptr< T > output( const Vex::String & name, const Ptr< T > & entity ) {
     return roots_.rootIs( Role::output, name, entity );
@@ -90,46 +75,76 @@ private:
   template< class T > Ptr< T > hardware( const Vex::String & name, const Ptr< T > & entity ) {
     return roots_.rootIs( Role::hardware, name, entity );
   }
-  template< class T > void machine( const Vex::String & name, const Ptr< T > & sm ) {
-    roots_.rootIs( Role::machine, name, sm );
-    if constexpr ( std::derived_from< T, Kez::InitializedSm > ) {
-      if ( !sm->initialized() ) {
-        sm->handleInitialized();
-      }
-    }
+  Ptr< Switch::SimulatedSwitch > books() {
+    const auto there = standing< Switch::SimulatedSwitch >( ground_.roots, "switch" );
+    return hardware( "switch", there ? there : Vex::makePtr< Switch::SimulatedSwitch >() );
+  }
+  Ptr< SoftSwitch > softSwitch( const SwitchOptions & options ) {
+    return hardware( "softSwitch",
+                     ground_.softSwitch
+                         ? ground_.softSwitch
+                         : Vex::makePtr< SoftSwitch >( options, books_, forwardingInput_,
+                                                       lagConfigDir_, evpnStatus_, coreConfig_ ) );
   }
 
-  void wirePorts( const Ptr< KezHelper::EvpnFloodingSmHelper > & flooding ) {
-    machine( "evpnLagSm", Kez::evpnLagSmFactory( acsd_, lagConfigDir_, evpnLagMemberInfo_ ) );
-    machine( "kezEvpnVlanMembershipSm",
-             Kez::kezEvpnVlanMembershipSmFactory( bridgingConfig_, vlanStatusDir_, evpnStatus_,
-                                                  evpnVlanStatus_ ) );
-    machine( "evpnRemoteInfoFinderSm",
-             Kez::evpnRemoteInfoFinderSmFactory( mplsFloodSetOutput_, evpnRemoteInfo_ ) );
-    machine( "evpnFloodingDot1qSm",
-             Kez::evpnFloodingDot1qSmFactory( flooding, scheduler_, evpnLagMemberInfo_,
-                                              evpnVlanStatus_, evpnStatus_, evpnMplsConfig_ ) );
-    machine( "kezEvpnFloodFilterSm", Kez::kezEvpnFloodFilterSmFactory(
-                                         flooding, scheduler_, evpnLagMemberInfo_, evpnStatus_ ) );
+  // What stands between machines and chip: calls of what the switch has already are answered
+  // without one, and what nobody asks for is removed in the end, what uses an entry before it.
+  void takeOver() {
+    roots_.rootIs( Role::runtime, "takeover", takeover_ );
+    floodSets_->takeoverIs( takeover_ );
+    macs_->takeoverIs( takeover_ );
+    decap_ = Vex::makePtr< KezHelper::EsiFilteringDecapHelperTakeover >( "esiFilteringDecapHelper",
+                                                                         takeover_, decap_ );
+    flooding_ = Vex::makePtr< KezHelper::EvpnFloodingSmHelperTakeover >( "floodingHelper",
+                                                                         takeover_, flooding_ );
+    tunnelIds_ = Vex::makePtr< KezHelper::EvpnHwTunnelIdSmHelperTakeover >(
+        "hwTunnelIdHelper", takeover_, tunnelIds_, tunnelIdHwTunnelId_ );
+  }
+  void sweepWhenSettled() {
+    takeover_->settledIs(
+        [ machines = machines_, floodSets = floodSets_.get(), macs = macs_.get() ] {
+          return std::ranges::all_of( machines, []( const auto * sm ) { return sm->settled(); } ) &&
+                 floodSets->hasTriedAll() && macs->hasTriedAll();
+        } );
+    takeover_->inputsAreComplete(); // they have stood all the while
   }
 
-  void wireFloodSets() {
-    const auto fecSm =
-        roots_.rootIs( Role::machine, "evpnFloodSetFecSm",
-                       Kez::evpnFloodSetFecSmFactory(
-                           mplsFloodSetOutput_, tunnelIdHwTunnelId_, vlanFloodSetHwStatus_,
-                           mplsFloodSetFecRequest_, mplsFloodSetFecResponse_, hwInfoMapping_,
-                           scheduler_->timerWheel() ) );
-    machine( "evpnVlanFloodSetSm", Kez::evpnVlanFloodSetSmFactory(
-                                       mplsFloodSetOutput_, tunnelIdHwTunnelId_, hwInfoMapping_,
-                                       vlanFloodSetHwConfig_, vlanFloodSetHwStatus_ ) );
-    fecSm->handleInitialized();
-    machine( "vlanFloodSetFilterSm",
-             Kez::vlanFloodSetFilterSmFactory( L2Rib::destTypeMpls_, floodSetOutput_,
-                                               mplsFloodSetOutput_ ) );
+  Kez::MachineEntities entities() const {
+    return { .acsd = acsd_,
+             .lagConfigDir = lagConfigDir_,
+             .bridgingConfig = bridgingConfig_,
+             .vlanStatusDir = vlanStatusDir_,
+             .evpnStatus = evpnStatus_,
+             .evpnMplsConfig = evpnMplsConfig_,
+             .floodSetOutput = floodSetOutput_,
+             .hostOutput = hostOutput_,
+             .toggles = toggles_,
+             .lfibStatus = lfibStatus_,
+             .lfibTrackingStatus = lfibTrackingStatus_,
+             .evpnLagMemberInfo = evpnLagMemberInfo_,
+             .evpnVlanStatus = evpnVlanStatus_,
+             .evpnRemoteInfo = evpnRemoteInfo_,
+             .tunnelIdHwTunnelId = tunnelIdHwTunnelId_,
+             .lfibHwStatus = lfibHwStatus_,
+             .mplsFloodSetOutput = mplsFloodSetOutput_,
+             .mplsFloodSetFecRequest = mplsFloodSetFecRequest_,
+             .hwInfoMapping = hwInfoMapping_,
+             .vlanFloodSetHwConfig = vlanFloodSetHwConfig_,
+             .macAddrFecRequest = macAddrFecRequest_,
+             .macAddrFecStatus = macAddrFecStatus_,
+             .flooding = flooding_,
+             .tunnelIds = tunnelIds_,
+             .decap = decap_,
+             .mplsFloodSetFecResponse = mplsFloodSetFecResponse_,
+             .vlanFloodSetHwStatus = vlanFloodSetHwStatus_,
+             .macAddrFecResponse = macAddrFecResponse_,
+             .macAddrHwStatus = macAddrHwStatus_,
+             .scheduler = scheduler_ };
   }
 
+  const Wiring & ground_;
   KezShell::Roots roots_;
+  std::vector< const Kez::StateMachine * > machines_;
 
   const Ptr< Kez::KezCommonSmData > acsd_ = input< Kez::KezCommonSmData >( "acsd" );
   const Ptr< Kez::LagCreatorConfigDir > lagConfigDir_ =
@@ -176,8 +191,7 @@ private:
       output( "macAddrFecStatus", Kez::macAddrFecStatusFactory() );
 
   // The driver's books of what the switch has, as it has answered.
-  const Ptr< Switch::SimulatedSwitch > books_ =
-      hardware( "switch", Vex::makePtr< Switch::SimulatedSwitch >() );
+  const Ptr< Switch::SimulatedSwitch > books_ = books();
   const Ptr< SoftSwitch > softSwitch_;
   // Of these the adapters that wait for the switch read attributes and what is in the books.
   const Ptr< Switch::SwitchFloodingHelper > chipHelper_ =
@@ -189,8 +203,21 @@ private:
       Vex::makePtr< Switch::SwitchHwTunnelIdHelper >( "hwTunnelIdHelper", books_ );
   const Ptr< Loom::TaskScheduler > scheduler_ =
       roots_.rootIs( Role::runtime, "scheduler", Vex::makePtr< Loom::TaskScheduler >() );
+  const Ptr< KezHelper::Takeover > takeover_ =
+      ground_.softSwitch ? Vex::makePtr< KezHelper::Takeover >( scheduler_ ) : nullptr;
   const Ptr< KezHelper::LateCalls > lateCalls_ = roots_.rootIs(
       Role::runtime, "lateCalls", Vex::makePtr< KezHelper::LateCalls >( scheduler_ ) );
+  // What the machines call.
+  Ptr< KezHelper::EvpnFloodingSmHelper > flooding_ =
+      Vex::makePtr< KezHelper::EvpnFloodingSmHelperLater >(
+          "floodingHelper", lateCalls_, chipHelper_, softSwitch_, softSwitch_->flooding() );
+  Ptr< KezHelper::EvpnHwTunnelIdSmHelper > tunnelIds_ =
+      Vex::makePtr< KezHelper::EvpnHwTunnelIdSmHelperLater >( "hwTunnelIdHelper", lateCalls_,
+                                                              tunnelIdChip_ );
+  Ptr< KezHelper::EsiFilteringDecapHelper > decap_ =
+      Vex::makePtr< KezHelper::EsiFilteringDecapHelperLater >( "esiFilteringDecapHelper",
+                                                               lateCalls_, decapChip_, softSwitch_,
+                                                               softSwitch_->esiPortMap() );
   const Ptr< Kez::FecIdToHwFecIdResponse > mplsFloodSetFecResponse_ =
       hardware( "mplsFloodSetFecResponse", Kez::fecIdToHwFecIdResponseFactory() );
   const Ptr< Kez::EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus_ =
@@ -212,8 +239,20 @@ private:
 
 } // namespace
 
-Wiring wire( const SwitchOptions & options ) {
-  return Wirer( options ).wire();
+Wiring unwired( const Wiring & earlier ) {
+  earlier.softSwitch->awaitAnswers( *earlier.lateCalls );
+  if ( earlier.takeover ) {
+    earlier.takeover->settledIs( nullptr );
+  }
+  Wiring ground;
+  ground.roots = earlier.roots.ofRole( Role::input );
+  ground.roots.rootIs( Role::hardware, "switch", earlier.roots.root( "switch" )->entity );
+  ground.softSwitch = earlier.softSwitch;
+  return ground;
+}
+
+Wiring wire( const SwitchOptions & options, const Wiring & ground ) {
+  return Wirer( options, ground ).wire();
 }
 
 } // namespace LinuxPe

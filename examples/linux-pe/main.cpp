@@ -7,6 +7,7 @@
 #include "Vex/Clock.h"
 #include "Wiring.h"
 #include "shell/Door.h"
+#include "shell/Line.h"
 
 #include <algorithm>
 #include <array>
@@ -20,11 +21,40 @@ namespace {
 
 class Daemon : public KezShell::Host {
 public:
-  explicit Daemon( const KezShell::Roots & roots ) : roots_( roots ) {}
-  const KezShell::Roots & roots() const override { return roots_; }
+  explicit Daemon( const LinuxPe::SwitchOptions & options )
+      : options_( options ), wiring_( LinuxPe::wire( options_ ) ), shell_( *this ) {
+    KezShell::addAudit( shell_ );
+    shell_.commandIs(
+        { "restart", "hitless", "end the machines and start them anew, over the switch as it is",
+          "The switch forwards meanwhile, by what it has. What is asked for and stands is not\n"
+          "programmed again, and once all machines have looked at their inputs the rest is removed;\n"
+          "show takeover says how far that is.\n"
+          "  restart hitless\n",
+          KezShell::Effect::changes,
+          [ this ]( Vex::TextCursor & in, KezShell::Session & ) { restart( in ); } } );
+  }
+  const KezShell::Roots & roots() const override { return wiring_.roots; }
+
+  KezShell::Shell & shell() { return shell_; }
+  LinuxPe::SoftSwitch & hardware() const { return *wiring_.softSwitch; }
+  Loom::TaskScheduler & scheduler() const { return *wiring_.scheduler; }
 
 private:
-  const KezShell::Roots & roots_;
+  void restart( Vex::TextCursor & in ) {
+    const auto offset = in.offset();
+    const auto how = KezShell::takeRest( in );
+    if ( how != "hitless" ) {
+      KezShell::failAt( offset, "hitless", how );
+    }
+    // What they hold is to end before it is made anew.
+    shell_.answersDel( "the machines start anew" );
+    wiring_ = LinuxPe::unwired( wiring_ );
+    wiring_ = LinuxPe::wire( options_, wiring_ );
+  }
+
+  const LinuxPe::SwitchOptions & options_;
+  LinuxPe::Wiring wiring_;
+  KezShell::Shell shell_;
 };
 
 // Those that end the program are read like anything else.
@@ -51,20 +81,17 @@ int millisecondsTo( std::optional< double > deadline ) {
 
 void serve( const LinuxPe::Options & options ) {
   const auto signals = endingSignals();
-  const auto wiring = LinuxPe::wire( options.hardware );
-  Daemon daemon( wiring.roots );
-  KezShell::Shell shell( daemon );
-  KezShell::addAudit( shell );
-  KezShell::Door door( shell );
+  Daemon daemon( options.hardware );
+  KezShell::Door door( daemon.shell() );
   door.socketIs( options.socket, KezShell::Rights::change, 0600 );
-  auto & hardware = *wiring.softSwitch;
+  auto & hardware = daemon.hardware();
   std::array< pollfd, 3 > watched{ { { signals.number(), POLLIN, 0 },
                                      { hardware.descriptor(), POLLIN, 0 },
                                      { door.descriptor(), POLLIN, 0 } } };
   std::cout << "serving at " << options.socket << std::endl;
   while ( !watched[ 0 ].revents ) {
-    wiring.scheduler->runReady();
-    poll( watched.data(), watched.size(), millisecondsTo( wiring.scheduler->nextDeadline() ) );
+    daemon.scheduler().runReady();
+    poll( watched.data(), watched.size(), millisecondsTo( daemon.scheduler().nextDeadline() ) );
     if ( watched[ 1 ].revents ) {
       hardware.serve();
     }

@@ -32,18 +32,29 @@ protected:
     return holds();
   }
 
-  const Wiring wiring = wire( {} );
+  void programPort() {
+    root< Bridging::VlanStatusDir >( "vlanStatusDir" )
+        ->vlanStatusIs( 10 )
+        ->vlanPortStatusIs( port, Bridging::VlanPortStatus::forwarding );
+    evpnStatus->vlanToDot1qIs( 10, 110 );
+  }
+  // The machines end and start anew, over inputs that `meanwhile` has changed.
+  void restart( const std::function< void() > & meanwhile ) {
+    wiring = unwired( wiring );
+    meanwhile();
+    wiring = wire( {}, wiring );
+    ASSERT_TRUE( until( [ & ] { return wiring.takeover->hasEnded(); } ) );
+  }
+
+  const IntfId port{ "Ethernet1" };
+  Wiring wiring = wire( {} );
   const Vex::Ptr< Switch::SimulatedSwitch > books = root< Switch::SimulatedSwitch >( "switch" );
   const Vex::Ptr< Evpn::EvpnStatus > evpnStatus = root< Evpn::EvpnStatus >( "evpnStatus" );
   const Vex::Ptr< KezHelper::LateCalls > calls = root< KezHelper::LateCalls >( "lateCalls" );
 };
 
 TEST_F( SoftSwitchTest, theSwitchAnswersFromItsThread ) {
-  const IntfId port( "Ethernet1" );
-  root< Bridging::VlanStatusDir >( "vlanStatusDir" )
-      ->vlanStatusIs( 10 )
-      ->vlanPortStatusIs( port, Bridging::VlanPortStatus::forwarding );
-  evpnStatus->vlanToDot1qIs( 10, 110 );
+  programPort();
   EXPECT_FALSE( books->vlanHas( 10 ) ); // accepted, and not answered yet
   EXPECT_GT( calls->pending(), 0 );
   ASSERT_TRUE( until( [ & ] { return books->dot1qMappingHas( { port, port, 10 } ); } ) );
@@ -63,6 +74,25 @@ TEST_F( SoftSwitchTest, whatIsRefusedLateComesWhenThereIsRoom ) {
   EXPECT_EQ( books->nonDfPorts(), 1 );
   books->capacityDel( Switch::Table::nonDfPort );
   EXPECT_TRUE( until( [ & ] { return books->nonDfPorts() == 2; } ) );
+}
+
+TEST_F( SoftSwitchTest, machinesThatStartAnewCallForNothingThatStands ) {
+  programPort(); // of which the switch has not answered when they end
+  restart( [] {} );
+  EXPECT_EQ( books->vlan( 10 ), Bridging::VlanIdOrNone( 110 ) );
+  EXPECT_TRUE( until( [ & ] { return books->dot1qMappingHas( { port, port, 10 } ); } ) );
+  restart( [] {} );
+  EXPECT_EQ( wiring.takeover->kept(), 2 ); // the VLAN and the mapping
+  EXPECT_EQ( wiring.takeover->replaced() + wiring.takeover->removed(), 0 );
+  EXPECT_EQ( wiring.lateCalls->made(), 0 );
+}
+
+TEST_F( SoftSwitchTest, whatNobodyAsksForAfterARestartIsRemoved ) {
+  programPort();
+  ASSERT_TRUE( until( [ & ] { return books->dot1qMappingHas( { port, port, 10 } ); } ) );
+  restart( [ & ] { evpnStatus->vlanToDot1qDel( 10 ); } );
+  EXPECT_TRUE( until( [ & ] { return books->vlans() + books->dot1qMappings() == 0; } ) );
+  EXPECT_EQ( wiring.takeover->removed(), 2 );
 }
 
 class OptionsTest : public testing::Test {
