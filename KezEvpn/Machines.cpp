@@ -101,6 +101,24 @@ private:
 
 } // namespace
 
+void makeOutputs( MachineEntities & of ) {
+  of.evpnLagMemberInfo = evpnLagMemberInfoFactory();
+  of.evpnVlanStatus = evpnVlanStatusFactory();
+  of.evpnRemoteInfo = evpnRemoteInfoFactory();
+  of.tunnelIdHwTunnelId = tunnelIdToHwTunnelIdMappingFactory( "tunnelIdHwTunnelId" );
+  of.lfibHwStatus = Vex::makePtr< Mpls::LfibHwStatus >( "lfibHwStatus" );
+  of.mplsFloodSetOutput = Vex::makePtr< L2Rib::FloodSetOutput >();
+  of.mplsFloodSetFecRequest = fecIdToHwFecIdRequestFactory();
+  of.hwInfoMapping = hwInfoMappingFactory();
+  of.vlanFloodSetHwConfig = evpnVlanFloodSetHwConfigFactory();
+  of.macAddrFecRequest = fecIdToHwFecIdRequestFactory();
+  of.macAddrFecStatus = macAddrFecStatusFactory();
+  of.mplsFloodSetFecResponse = fecIdToHwFecIdResponseFactory();
+  of.vlanFloodSetHwStatus = evpnVlanFloodSetHwStatusFactory();
+  of.macAddrFecResponse = fecIdToHwFecIdResponseFactory();
+  of.macAddrHwStatus = macAddrHwStatusFactory();
+}
+
 void startMachines( const MachineEntities & on, const KeepMachine & keep ) {
   Starter( on, keep ).startAll();
 }

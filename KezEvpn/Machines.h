@@ -25,7 +25,7 @@
 
 namespace Kez {
 
-// What the machines read, write and call. All of it stands.
+// What the machines read, write and call. All of it stands when they start.
 struct MachineEntities {
   // inputs
   Vex::Ptr< KezCommonSmData > acsd;
@@ -62,6 +62,44 @@ struct MachineEntities {
 
   Vex::Ptr< Loom::TaskScheduler > scheduler;
 };
+
+// `what( name, entity )` for each of the inputs; of the outputs; and of what hardware answers in.
+// By these names hosts know them.
+template< class What > void forEachInput( MachineEntities & of, What && what ) {
+  what( "acsd", of.acsd );
+  what( "lagConfigDir", of.lagConfigDir );
+  what( "bridgingConfig", of.bridgingConfig );
+  what( "vlanStatusDir", of.vlanStatusDir );
+  what( "evpnStatus", of.evpnStatus );
+  what( "evpnMplsConfig", of.evpnMplsConfig );
+  what( "floodSetOutput", of.floodSetOutput );
+  what( "hostOutput", of.hostOutput );
+  what( "toggles", of.toggles );
+  what( "lfibStatus", of.lfibStatus );
+  what( "lfibTrackingStatus", of.lfibTrackingStatus );
+}
+template< class What > void forEachOutput( MachineEntities & of, What && what ) {
+  what( "evpnLagMemberInfo", of.evpnLagMemberInfo );
+  what( "evpnVlanStatus", of.evpnVlanStatus );
+  what( "evpnRemoteInfo", of.evpnRemoteInfo );
+  what( "tunnelIdHwTunnelId", of.tunnelIdHwTunnelId );
+  what( "lfibHwStatus", of.lfibHwStatus );
+  what( "mplsFloodSetOutput", of.mplsFloodSetOutput );
+  what( "mplsFloodSetFecRequest", of.mplsFloodSetFecRequest );
+  what( "hwInfoMapping", of.hwInfoMapping );
+  what( "vlanFloodSetHwConfig", of.vlanFloodSetHwConfig );
+  what( "macAddrFecRequest", of.macAddrFecRequest );
+  what( "macAddrFecStatus", of.macAddrFecStatus );
+}
+template< class What > void forEachAnswer( MachineEntities & of, What && what ) {
+  what( "mplsFloodSetFecResponse", of.mplsFloodSetFecResponse );
+  what( "vlanFloodSetHwStatus", of.vlanFloodSetHwStatus );
+  what( "macAddrFecResponse", of.macAddrFecResponse );
+  what( "macAddrHwStatus", of.macAddrHwStatus );
+}
+
+// New outputs, and new entities for hardware's answers.
+void makeOutputs( MachineEntities & of );
 
 // Is handed each machine before it starts, with the name by which hosts know it, and keeps it.
 using KeepMachine =

@@ -14,6 +14,7 @@
 #include "switch/SwitchMacs.h"
 
 #include <algorithm>
+#include <concepts>
 
 namespace LinuxPe {
 
@@ -43,10 +44,14 @@ public:
   }
 
   Wiring wire() {
+    callHelpers();
+    Kez::forEachAnswer( on_, [ this ]( const Vex::String & name, const auto & entity ) {
+      hardware( name, entity );
+    } );
     if ( takeover_ ) {
       takeOver();
     }
-    Kez::startMachines( entities(), [ this ]( const auto & name, const auto & machine ) {
+    Kez::startMachines( on_, [ this ]( const auto & name, const auto & machine ) {
       roots_.rootIs( Role::machine, name, machine );
       machines_.push_back( machine.get() );
     } );
@@ -64,13 +69,16 @@ public:
   }
 
 private:
-  template< class T, class... Arguments >
-  Ptr< T > input( const Vex::String & name, const Arguments &... arguments ) {
-    const auto there = standing< T >( ground_.roots, name );
-    return roots_.rootIs( Role::input, name, there ? there : Vex::makePtr< T >( arguments... ) );
-  }
-  template< class T > Ptr< T > output( const Vex::String & name, const Ptr< T > & entity ) {
-    return roots_.rootIs( Role::output, name, entity );
+  template< class T > Ptr< T > input( const Vex::String & name ) {
+    auto entity = standing< T >( ground_.roots, name );
+    if ( !entity ) {
+      if constexpr ( std::default_initializable< T > ) {
+        entity = Vex::makePtr< T >();
+      } else {
+        entity = Vex::makePtr< T >( name );
+      }
+    }
+    return roots_.rootIs( Role::input, name, entity );
   }
   template< class T > Ptr< T > hardware( const Vex::String & name, const Ptr< T > & entity ) {
     return roots_.rootIs( Role::hardware, name, entity );
@@ -80,25 +88,35 @@ private:
     return hardware( "switch", there ? there : Vex::makePtr< Switch::SimulatedSwitch >() );
   }
   Ptr< SoftSwitch > softSwitch( const SwitchOptions & options ) {
-    return hardware( "softSwitch",
-                     ground_.softSwitch
-                         ? ground_.softSwitch
-                         : Vex::makePtr< SoftSwitch >( options, books_, forwardingInput_,
-                                                       lagConfigDir_, evpnStatus_, coreConfig_ ) );
+    return hardware( "softSwitch", ground_.softSwitch
+                                       ? ground_.softSwitch
+                                       : Vex::makePtr< SoftSwitch >(
+                                             options, books_, forwardingInput_, on_.lagConfigDir,
+                                             on_.evpnStatus, coreConfig_ ) );
   }
 
+  // What the machines call waits for the switch's answers.
+  void callHelpers() {
+    on_.scheduler = scheduler_;
+    on_.flooding = Vex::makePtr< KezHelper::EvpnFloodingSmHelperLater >(
+        "floodingHelper", lateCalls_, chipHelper_, softSwitch_, softSwitch_->flooding() );
+    on_.tunnelIds = Vex::makePtr< KezHelper::EvpnHwTunnelIdSmHelperLater >(
+        "hwTunnelIdHelper", lateCalls_, tunnelIdChip_ );
+    on_.decap = Vex::makePtr< KezHelper::EsiFilteringDecapHelperLater >(
+        "esiFilteringDecapHelper", lateCalls_, decapChip_, softSwitch_, softSwitch_->esiPortMap() );
+  }
   // What stands between machines and chip: calls of what the switch has already are answered
   // without one, and what nobody asks for is removed in the end, what uses an entry before it.
   void takeOver() {
     roots_.rootIs( Role::runtime, "takeover", takeover_ );
     floodSets_->takeoverIs( takeover_ );
     macs_->takeoverIs( takeover_ );
-    decap_ = Vex::makePtr< KezHelper::EsiFilteringDecapHelperTakeover >( "esiFilteringDecapHelper",
-                                                                         takeover_, decap_ );
-    flooding_ = Vex::makePtr< KezHelper::EvpnFloodingSmHelperTakeover >( "floodingHelper",
-                                                                         takeover_, flooding_ );
-    tunnelIds_ = Vex::makePtr< KezHelper::EvpnHwTunnelIdSmHelperTakeover >(
-        "hwTunnelIdHelper", takeover_, tunnelIds_, tunnelIdHwTunnelId_ );
+    on_.decap = Vex::makePtr< KezHelper::EsiFilteringDecapHelperTakeover >(
+        "esiFilteringDecapHelper", takeover_, on_.decap );
+    on_.flooding = Vex::makePtr< KezHelper::EvpnFloodingSmHelperTakeover >(
+        "floodingHelper", takeover_, on_.flooding );
+    on_.tunnelIds = Vex::makePtr< KezHelper::EvpnHwTunnelIdSmHelperTakeover >(
+        "hwTunnelIdHelper", takeover_, on_.tunnelIds, on_.tunnelIdHwTunnelId );
   }
   void sweepWhenSettled() {
     takeover_->settledIs(
@@ -109,86 +127,28 @@ private:
     takeover_->inputsAreComplete(); // they have stood all the while
   }
 
-  Kez::MachineEntities entities() const {
-    return { .acsd = acsd_,
-             .lagConfigDir = lagConfigDir_,
-             .bridgingConfig = bridgingConfig_,
-             .vlanStatusDir = vlanStatusDir_,
-             .evpnStatus = evpnStatus_,
-             .evpnMplsConfig = evpnMplsConfig_,
-             .floodSetOutput = floodSetOutput_,
-             .hostOutput = hostOutput_,
-             .toggles = toggles_,
-             .lfibStatus = lfibStatus_,
-             .lfibTrackingStatus = lfibTrackingStatus_,
-             .evpnLagMemberInfo = evpnLagMemberInfo_,
-             .evpnVlanStatus = evpnVlanStatus_,
-             .evpnRemoteInfo = evpnRemoteInfo_,
-             .tunnelIdHwTunnelId = tunnelIdHwTunnelId_,
-             .lfibHwStatus = lfibHwStatus_,
-             .mplsFloodSetOutput = mplsFloodSetOutput_,
-             .mplsFloodSetFecRequest = mplsFloodSetFecRequest_,
-             .hwInfoMapping = hwInfoMapping_,
-             .vlanFloodSetHwConfig = vlanFloodSetHwConfig_,
-             .macAddrFecRequest = macAddrFecRequest_,
-             .macAddrFecStatus = macAddrFecStatus_,
-             .flooding = flooding_,
-             .tunnelIds = tunnelIds_,
-             .decap = decap_,
-             .mplsFloodSetFecResponse = mplsFloodSetFecResponse_,
-             .vlanFloodSetHwStatus = vlanFloodSetHwStatus_,
-             .macAddrFecResponse = macAddrFecResponse_,
-             .macAddrHwStatus = macAddrHwStatus_,
-             .scheduler = scheduler_ };
+  // Inputs that stand, or new ones; outputs are new.
+  Kez::MachineEntities entities() {
+    Kez::MachineEntities on;
+    Kez::forEachInput( on, [ this ]( const Vex::String & name, auto & entity ) {
+      entity = input< std::remove_reference_t< decltype( *entity ) > >( name );
+    } );
+    Kez::makeOutputs( on );
+    Kez::forEachOutput( on, [ this ]( const Vex::String & name, const auto & entity ) {
+      roots_.rootIs( Role::output, name, entity );
+    } );
+    return on;
   }
 
   const Wiring & ground_;
   KezShell::Roots roots_;
   std::vector< const Kez::StateMachine * > machines_;
 
-  const Ptr< Kez::KezCommonSmData > acsd_ = input< Kez::KezCommonSmData >( "acsd" );
-  const Ptr< Kez::LagCreatorConfigDir > lagConfigDir_ =
-      input< Kez::LagCreatorConfigDir >( "lagConfigDir" );
-  const Ptr< Bridging::Config > bridgingConfig_ = input< Bridging::Config >( "bridgingConfig" );
-  const Ptr< Bridging::VlanStatusDir > vlanStatusDir_ =
-      input< Bridging::VlanStatusDir >( "vlanStatusDir" );
-  const Ptr< Evpn::EvpnStatus > evpnStatus_ = input< Evpn::EvpnStatus >( "evpnStatus" );
-  const Ptr< Evpn::MplsConfig > evpnMplsConfig_ = input< Evpn::MplsConfig >( "evpnMplsConfig" );
-  const Ptr< L2Rib::FloodSetOutput > floodSetOutput_ =
-      input< L2Rib::FloodSetOutput >( "floodSetOutput" );
-  const Ptr< L2Rib::HostOutput > hostOutput_ = input< L2Rib::HostOutput >( "hostOutput" );
-  const Ptr< Kez::FeatureToggles > toggles_ = input< Kez::FeatureToggles >( "toggles" );
-  const Ptr< Mpls::LfibStatus > lfibStatus_ =
-      input< Mpls::LfibStatus >( "lfibStatus", "lfibStatus" );
-  const Ptr< Mpls::LfibTrackingStatus > lfibTrackingStatus_ =
-      input< Mpls::LfibTrackingStatus >( "lfibTrackingStatus" );
+  Kez::MachineEntities on_ = entities();
   // The switch's own, for its frames; no machine reads them.
   const Ptr< Switch::ForwardingInput > forwardingInput_ =
       input< Switch::ForwardingInput >( "forwardingInput" );
   const Ptr< CoreConfig > coreConfig_ = input< CoreConfig >( "coreConfig" );
-
-  const Ptr< Kez::EvpnLagMemberInfo > evpnLagMemberInfo_ =
-      output( "evpnLagMemberInfo", Kez::evpnLagMemberInfoFactory() );
-  const Ptr< Kez::EvpnVlanStatus > evpnVlanStatus_ =
-      output( "evpnVlanStatus", Kez::evpnVlanStatusFactory() );
-  const Ptr< Kez::EvpnRemoteInfo > evpnRemoteInfo_ =
-      output( "evpnRemoteInfo", Kez::evpnRemoteInfoFactory() );
-  const Ptr< Kez::TunnelIdToHwTunnelIdMapping > tunnelIdHwTunnelId_ = output(
-      "tunnelIdHwTunnelId", Kez::tunnelIdToHwTunnelIdMappingFactory( "tunnelIdHwTunnelId" ) );
-  const Ptr< Mpls::LfibHwStatus > lfibHwStatus_ =
-      output( "lfibHwStatus", Vex::makePtr< Mpls::LfibHwStatus >( "lfibHwStatus" ) );
-  const Ptr< L2Rib::FloodSetOutput > mplsFloodSetOutput_ =
-      output( "mplsFloodSetOutput", Vex::makePtr< L2Rib::FloodSetOutput >() );
-  const Ptr< Kez::FecIdToHwFecIdRequest > mplsFloodSetFecRequest_ =
-      output( "mplsFloodSetFecRequest", Kez::fecIdToHwFecIdRequestFactory() );
-  const Ptr< Kez::HwInfoMapping > hwInfoMapping_ =
-      output( "hwInfoMapping", Kez::hwInfoMappingFactory() );
-  const Ptr< Kez::EvpnVlanFloodSetHwConfig > vlanFloodSetHwConfig_ =
-      output( "vlanFloodSetHwConfig", Kez::evpnVlanFloodSetHwConfigFactory() );
-  const Ptr< Kez::FecIdToHwFecIdRequest > macAddrFecRequest_ =
-      output( "macAddrFecRequest", Kez::fecIdToHwFecIdRequestFactory() );
-  const Ptr< Kez::MacAddrFecStatus > macAddrFecStatus_ =
-      output( "macAddrFecStatus", Kez::macAddrFecStatusFactory() );
 
   // The driver's books of what the switch has, as it has answered.
   const Ptr< Switch::SimulatedSwitch > books_ = books();
@@ -207,34 +167,16 @@ private:
       ground_.softSwitch ? Vex::makePtr< KezHelper::Takeover >( scheduler_ ) : nullptr;
   const Ptr< KezHelper::LateCalls > lateCalls_ = roots_.rootIs(
       Role::runtime, "lateCalls", Vex::makePtr< KezHelper::LateCalls >( scheduler_ ) );
-  // What the machines call.
-  Ptr< KezHelper::EvpnFloodingSmHelper > flooding_ =
-      Vex::makePtr< KezHelper::EvpnFloodingSmHelperLater >(
-          "floodingHelper", lateCalls_, chipHelper_, softSwitch_, softSwitch_->flooding() );
-  Ptr< KezHelper::EvpnHwTunnelIdSmHelper > tunnelIds_ =
-      Vex::makePtr< KezHelper::EvpnHwTunnelIdSmHelperLater >( "hwTunnelIdHelper", lateCalls_,
-                                                              tunnelIdChip_ );
-  Ptr< KezHelper::EsiFilteringDecapHelper > decap_ =
-      Vex::makePtr< KezHelper::EsiFilteringDecapHelperLater >( "esiFilteringDecapHelper",
-                                                               lateCalls_, decapChip_, softSwitch_,
-                                                               softSwitch_->esiPortMap() );
-  const Ptr< Kez::FecIdToHwFecIdResponse > mplsFloodSetFecResponse_ =
-      hardware( "mplsFloodSetFecResponse", Kez::fecIdToHwFecIdResponseFactory() );
-  const Ptr< Kez::EvpnVlanFloodSetHwStatus > vlanFloodSetHwStatus_ =
-      hardware( "vlanFloodSetHwStatus", Kez::evpnVlanFloodSetHwStatusFactory() );
-  const Ptr< Kez::FecIdToHwFecIdResponse > macAddrFecResponse_ =
-      hardware( "macAddrFecResponse", Kez::fecIdToHwFecIdResponseFactory() );
-  const Ptr< Kez::MacAddrHwStatus > macAddrHwStatus_ =
-      hardware( "macAddrHwStatus", Kez::macAddrHwStatusFactory() );
   const Ptr< Switch::SwitchFloodSets > floodSets_ =
-      hardware( "switchFloodSets",
-                Vex::makePtr< Switch::SwitchFloodSets >(
-                    books_, scheduler_->timerWheel(), mplsFloodSetFecRequest_,
-                    mplsFloodSetFecResponse_, vlanFloodSetHwConfig_, vlanFloodSetHwStatus_ ) );
+      hardware( "switchFloodSets", Vex::makePtr< Switch::SwitchFloodSets >(
+                                       books_, scheduler_->timerWheel(), on_.mplsFloodSetFecRequest,
+                                       on_.mplsFloodSetFecResponse, on_.vlanFloodSetHwConfig,
+                                       on_.vlanFloodSetHwStatus ) );
   const Ptr< Switch::SwitchMacs > macs_ =
-      hardware( "switchMacs", Vex::makePtr< Switch::SwitchMacs >(
-                                  books_, scheduler_->timerWheel(), macAddrFecRequest_,
-                                  macAddrFecResponse_, macAddrFecStatus_, macAddrHwStatus_ ) );
+      hardware( "switchMacs",
+                Vex::makePtr< Switch::SwitchMacs >( books_, scheduler_->timerWheel(),
+                                                    on_.macAddrFecRequest, on_.macAddrFecResponse,
+                                                    on_.macAddrFecStatus, on_.macAddrHwStatus ) );
 };
 
 } // namespace

@@ -374,7 +374,7 @@ host-label = {label_of(edge, "host")}
         """What became of the edge's frames, where that was anything."""
         told = self.ask(edge, "show softSwitch")
         return {each["path"].split(".")[1]: each["value"] for each in told
-                if each.get("kind") == "value" and each["value"]}
+                if each.get("value") and "key" not in each}
 
     def state(self, segment=("a", "b")):
         """How far the network is: what there is of each, and how much there must be."""
