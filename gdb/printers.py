@@ -179,8 +179,11 @@ def derives_from(kind, prefix):
 
 @functools.lru_cache(maxsize=None)
 def is_composite(name):
-    """Whether VEX_VALUE declared its fields: python is told of no member functions, but people are."""
-    return "vexFields(" in gdb.execute(f"ptype {name}", to_string=True)
+    """Whether VEX_VALUE declared its fields: python is told of no member functions, but people are.
+
+    clang leaves out functions whose type is deduced, unless they are used."""
+    shown = gdb.execute(f"ptype {name}", to_string=True)
+    return "vexFields(" in shown or ("vexTypeName(" in shown and "private:" not in shown)
 
 
 def text_of(kind):
