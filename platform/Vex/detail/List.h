@@ -14,6 +14,9 @@ template< class T > struct ListLink {
 
 // A walk under way; all of a thread stand in one chain.
 struct ListCursor {
+  ListCursor( const void * walked, void * first, void * final, ListCursor * around )
+      : list( walked ), next( first ), last( final ), outer( around ) {}
+
   const void * list;
   void * next;
   void * last;
@@ -101,7 +104,7 @@ private:
 
   struct Cursor : ListCursor {
     Cursor( const void * walked, void * first, void * final )
-        : ListCursor{ walked, first, final, listCursors } {
+        : ListCursor( walked, first, final, listCursors ) {
       listCursors = this;
     }
     ~Cursor() { listCursors = outer; }
