@@ -140,8 +140,10 @@ class Door:
                 to[path] = value
 
     def write(self, lines):
-        """Raises ValueError, with what the other side says, for lines that it does not take."""
-        wrong = [each for each in self._session.ask(lines) if each.get("status", "ok") != "ok"]
+        """Raises ValueError, with what the other side says, for lines that it does not take; what stands
+        is read anew then."""
+        answers = self._session.ask(lines)
+        wrong = [each for each in answers if each.get("status", "ok") != "ok"]
         for line in lines:
             word, path, *value = line.split(" ", 2)
             if path.partition(".")[0] not in self.KEPT:
@@ -151,7 +153,9 @@ class Door:
             else:
                 self.there.pop(path, None)
         if wrong:
-            raise ValueError(f"linux-pe does not take {len(wrong)} of {lines}")
+            self.there = self._session.standing(self.KEPT)
+            why = "; ".join(each["error"] for each in answers if "error" in each)
+            raise ValueError(f"linux-pe does not take {len(wrong)} of {len(lines)} lines: {why}")
 
     def close(self):
         for each in self._sessions:

@@ -3,6 +3,7 @@
 A real product has these in its BGP daemon, and sends them to whoever computes the inputs.
 """
 
+import re
 from dataclasses import dataclass
 
 # The Ethernet tag of auto-discovery routes that are for a segment as a whole.
@@ -63,7 +64,9 @@ def esi_of(words):
     kind, mac, key = words.split()
     if kind != "lacp":
         raise ValueError(f"esi: expected lacp MAC KEY, found {words}")
-    return f"ESI_LACP | system mac {mac}, port key {key}"
+    if not re.fullmatch("([0-9a-f]{2}:){5}[0-9a-f]{2}", mac.lower()) or not 0 <= int(key) < 1 << 16:
+        raise ValueError(f"esi: expected lacp MAC KEY, found {words}")
+    return f"ESI_LACP | system mac {mac.lower()}, port key {int(key)}"
 
 
 def esi_words(esi):

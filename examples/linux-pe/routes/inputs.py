@@ -54,8 +54,24 @@ def edge_of(config):
                         esi_of(each["esi"]) if "esi" in each else SINGLE_HOMED,
                         each["esi-label"] if "esi" in each else 0)
              for name, each in config["ports"].items()}
+    _expect_sound(config["as"], vlans, ports)
     return Edge(config["address"], config["as"], tuple(config["edges"]), vlans, ports,
                 config["core"])
+
+
+def _expect_sound(asn, vlans, ports):
+    """What gobgp and the switch would take, and mean something else by. Raises ValueError."""
+    if not 0 < asn < 1 << 16:
+        raise ValueError(f"as: expected 1 to 65535, found {asn}")
+    for name, port in ports.items():
+        unknown = set(port.vlans) - set(vlans)
+        if unknown:
+            raise ValueError(f"ports.{name}: expected VLANs of [vlans], found {sorted(unknown)}")
+    labels = [label for each in vlans.values() for label in (each.flood_label, each.host_label)]
+    labels += [port.esi_label for port in ports.values() if port.is_multihomed]
+    for label in labels:
+        if not 16 <= label < 1 << 20 or labels.count(label) > 1:
+            raise ValueError(f"expected labels of 16 to 1048575, each once, found {label}")
 
 
 @dataclass(frozen=True)
@@ -94,7 +110,8 @@ def has_heard_of_all(edge, received):
 
 def candidates_of(edge, view, received, esi):
     """Who stands for election on one of the edge's segments."""
-    candidates = {each.edge for each in received if isinstance(each, Segment) and each.esi == esi}
+    candidates = {each.edge for each in received
+                  if isinstance(each, Segment) and each.esi == esi and each.edge in edge.edges}
     if any(port.esi == esi and name in view.up for name, port in edge.ports.items()):
         candidates.add(edge.address)
     return frozenset(candidates)
@@ -116,6 +133,10 @@ class Elections:
         self._waits_until = {}
         self._forwards = set()  # of (segment, VLAN)
 
+    def take_over(self, forwarding):
+        """For what the edge forwards already it does not wait."""
+        self._forwards |= forwarding
+
     def waiting(self, edge, view, received, now):
         """The segments and VLANs for which the edge is elected and does not forward yet."""
         waiting = set()
@@ -123,14 +144,16 @@ class Elections:
             if not port.is_multihomed:
                 continue
             candidates = candidates_of(edge, view, received, port.esi)
-            if candidates - self._candidates.get(port.esi, frozenset()):
-                self._waits_until[port.esi] = now + self._delay
+            before = self._candidates.get(port.esi, frozenset())
             self._candidates[port.esi] = candidates
             for vlan in port.vlans:
                 key = port.esi, vlan
+                former = forwarder(before, vlan)
+                if candidates - before or former in candidates - {forwarder(candidates, vlan)}:
+                    self._waits_until[key] = now + self._delay
                 if forwarder(candidates, vlan) != edge.address:
                     self._forwards.discard(key)
-                elif key not in self._forwards and now < self._waits_until[port.esi]:
+                elif key not in self._forwards and now < self._waits_until[key]:
                     waiting.add(key)
                 else:
                     self._forwards.add(key)
@@ -138,6 +161,14 @@ class Elections:
 
     def next_look(self, now):
         return min((at for at in self._waits_until.values() if at > now), default=None)
+
+
+def forwarding_in(edge, there):
+    """The segments and VLANs to which the edge floods by inputs that stand."""
+    return {(port.esi, vlan) for name, port in edge.ports.items() if port.is_multihomed
+            for vlan in port.vlans
+            if f"vlanStatusDir.vlanStatus[{vlan}].vlanPortStatus[{name}]" in there
+            and f"evpnStatus.evpnVlanFloodStatus[{vlan}].floodFilter[{name}]" not in there}
 
 
 # --- Inputs
@@ -212,7 +243,7 @@ def _add_hosts(inputs, edge, view, received):
             last[host] = max(last.get(host, each), each, key=lambda route: route.sequence)
     for host, route in last.items():
         own = [name for name, port in edge.ports.items()
-               if port.esi == route.esi != SINGLE_HOMED and name in view.up]
+               if port.esi == route.esi != SINGLE_HOMED and name in view.up and host[1] in port.vlans]
         if own:
             local.setdefault(host, own[0])
         elif host not in local:

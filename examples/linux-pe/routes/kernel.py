@@ -48,19 +48,23 @@ def is_up(interface):
 
 
 def is_held_down(interface):
+    """None when there is none."""
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as asked:
-        return not _flags(asked, interface) & IFF_UP
+        try:
+            return not _flags(asked, interface) & IFF_UP
+        except OSError:
+            return None
 
 
 def hold_down(interface, is_down):
-    """Or lets it come up."""
+    """Or lets it come up. Raises OSError."""
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as asked:
         flags = _flags(asked, interface) & ~IFF_UP | (0 if is_down else IFF_UP)
         fcntl.ioctl(asked, SIOCSIFFLAGS, struct.pack("16sH14x", interface.encode(), flags))
 
 
-def neighbours():
-    """The MAC addresses of those whom the kernel has spoken to, by their addresses."""
+def neighbours(interface):
+    """The MAC addresses of those whom the kernel has spoken to there, by their addresses."""
     with open("/proc/net/arp", encoding="ascii") as table:
         rows = [line.split() for line in table.readlines()[1:]]
-    return {row[0]: row[3] for row in rows if int(row[2], 16) & 0x2}
+    return {row[0]: row[3] for row in rows if int(row[2], 16) & 0x2 and row[5] == interface}
