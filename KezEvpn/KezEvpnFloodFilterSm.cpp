@@ -4,7 +4,7 @@ namespace Kez {
 
 static Ringlog::Handle traceHandle( "KezEvpnFloodFilterSm" );
 
-static constexpr PortTexts portTexts{ .operation = "createNonDfPort" };
+static constexpr PortTexts nonDfPortTexts{ .operation = "createNonDfPort" };
 
 KezEvpnFloodFilterSm::KezEvpnFloodFilterSm( Out< KezHelper::EvpnFloodingSmHelper > floodingHelper,
                                             Out< Loom::TaskScheduler > scheduler,
@@ -14,7 +14,7 @@ KezEvpnFloodFilterSm::KezEvpnFloodFilterSm( Out< KezHelper::EvpnFloodingSmHelper
                          scheduler, evpnLagMemberInfo, evpnStatus ),
       parking_( *this, *this, unprogrammedFilter_, unprogrammedFilterAttr ),
       ports_( *this, programmedStatus_, programmedStatusAttr, parking_, this->evpnLagMemberInfo(),
-              portTexts ),
+              nonDfPortTexts ),
       evpnStatusReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );
   watchLagPorts();

@@ -10,7 +10,7 @@ using Bridging::VlanId;
 using Bridging::VlanIdOrNone;
 using Wire::IntfId;
 
-static constexpr PortTexts portTexts{
+static constexpr PortTexts dot1qMappingTexts{
   .noLagConfiguration = "no lag configuration",
   .noLagMembers = "no lag members",
   .alreadyProgrammed = "already programmed",
@@ -35,7 +35,7 @@ EvpnFloodingDot1qSm::EvpnFloodingDot1qSm( Out< KezHelper::EvpnFloodingSmHelper >
       evpnVlanStatus_( evpnVlanStatus ), evpnMplsConfig_( evpnMplsConfig ),
       parking_( *this, *this, unprogrammedDot1q_, unprogrammedDot1qAttr ),
       ports_( *this, dot1qStatus_, dot1qStatusAttr, parking_, this->evpnLagMemberInfo(),
-              portTexts ),
+              dot1qMappingTexts ),
       evpnStatusReactor_( *this ), evpnMplsConfigReactor_( *this ),
       evpnVlanStatusReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );

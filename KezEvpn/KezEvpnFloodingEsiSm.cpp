@@ -8,7 +8,7 @@ using Bridging::VlanId;
 using Wire::IntfId;
 using Wire::MplsLabel;
 
-static constexpr PortTexts portTexts{
+static constexpr PortTexts esiPortTexts{
   .noLagConfiguration = "no lag configuration",
   .noLagMembers = "no lag members",
   .alreadyProgrammed = "already programmed",
@@ -27,7 +27,7 @@ EvpnFloodingEsiSm::EvpnFloodingEsiSm( Out< KezHelper::EvpnFloodingSmHelper > flo
                          scheduler, evpnLagMemberInfo, evpnStatus ),
       tunnelIdHwTunnelId_( tunnelIdHwTunnelId ),
       parking_( *this, *this, unprogrammedEsi_, unprogrammedEsiAttr ),
-      ports_( *this, esiStatus_, esiStatusAttr, parking_, this->evpnLagMemberInfo(), portTexts ),
+      ports_( *this, esiStatus_, esiStatusAttr, parking_, this->evpnLagMemberInfo(), esiPortTexts ),
       evpnStatusReactor_( *this ), tunnelIdHwTunnelIdReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );
   tunnelIdHwTunnelIdReactor_.notifierIs( tunnelIdHwTunnelId );

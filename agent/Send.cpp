@@ -9,7 +9,6 @@
 namespace Agent {
 
 using KezShell::BadLine;
-using KezShell::Session;
 using Switch::Crossing;
 using Switch::skipWord;
 using Vex::String;
@@ -72,7 +71,7 @@ String placeOf( const Switch::Stop & stop ) {
                                        : "";
 }
 
-void send( const KezShell::Roots & roots, Vex::TextCursor & in, Session & session ) {
+void send( const KezShell::Roots & roots, Vex::TextCursor & in, KezShell::Session & session ) {
   const auto all = forwarded( roots, in );
   Vex::expectEnd( in );
   if ( auto * const json = session.json() ) {
@@ -83,7 +82,8 @@ void send( const KezShell::Roots & roots, Vex::TextCursor & in, Session & sessio
 }
 
 // Reads a frame as `send` does, "copies", and these, separated by a comma and a blank, or "none".
-void expectSend( const KezShell::Roots & roots, Vex::TextCursor & in, Session & session ) {
+void expectSend( const KezShell::Roots & roots, Vex::TextCursor & in,
+                 KezShell::Session & session ) {
   const auto begin = in.at();
   const auto all = forwarded( roots, in );
   const String frame( KezShell::trimmed( { begin, static_cast< size_t >( in.at() - begin ) } ) );
@@ -157,11 +157,11 @@ void addSend( KezShell::Shell & shell ) {
         "  expect send Ethernet1 to ff:ff:ff:ff:ff:ff copies Ethernet2 tag 110, tunnel 5 labels 100\n"
         "  expect send Ethernet3 to 00:00:00:00:00:02 copies none\n",
         KezShell::Effect::none,
-        [ &shell ]( Vex::TextCursor & in, Session & session ) {
+        [ &shell ]( Vex::TextCursor & in, KezShell::Session & session ) {
           send( shell.roots(), in, session );
         },
         false,
-        [ &shell ]( Vex::TextCursor & in, Session & session ) {
+        [ &shell ]( Vex::TextCursor & in, KezShell::Session & session ) {
           expectSend( shell.roots(), in, session );
         } },
       "explain" );

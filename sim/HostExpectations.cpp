@@ -97,7 +97,7 @@ Content requested( const System & system, FecId fecId ) {
 }
 
 // Each chain that is complete and used has one FEC, and no other has any.
-void fecs( const System & system, Differences & out ) {
+void macFecs( const System & system, Differences & out ) {
   const auto & hardware = *system.hardware;
   const bool room = hardware.hasRoom( Table::fec );
   std::set< ObjectId > used, present;
@@ -176,7 +176,7 @@ void hosts( const System & system, Differences & out ) {
 } // namespace
 
 void hostDifferences( const System & system, Differences & out ) {
-  fecs( system, out );
+  macFecs( system, out );
   hosts( system, out );
 }
 

@@ -171,7 +171,7 @@ Kez::HwTunnelId hwTunnelIdOf( const System & system, TunnelId tunnelId ) {
 }
 
 // Each path has a FEC of its own, and each FEC its request and answer.
-void fecs( const System & system, Differences & out ) {
+void floodSetFecs( const System & system, Differences & out ) {
   std::set< Kez::MplsFloodSetVia > paths;
   for ( const auto & dest : mplsDests( *system.floodSetOutput ) ) {
     if ( pathOf( dest ).tunnelId != TunnelId() ) {
@@ -276,7 +276,7 @@ Kez::MplsFloodSetVia pathOf( const Kez::VlanMacDest & dest ) {
 
 void floodSetDifferences( const System & system, Differences & out ) {
   mplsFloodSets( system, out );
-  fecs( system, out );
+  floodSetFecs( system, out );
   floodSetDests( system, out );
 }
 

@@ -8,33 +8,33 @@ using Kez::HwProgrammingStatus;
 
 namespace {
 
-const Wire::IntfId lag( "Port-Channel1" );
+const Wire::IntfId intf( "Port-Channel1" );
 const Wire::IntfId port( "Ethernet1" );
 
 TEST( FloodingHelper, BaseRefusesWhatAPlatformMustImplement ) {
   const auto helper = Vex::makePtr< KezHelper::EvpnFloodingSmHelper >( "bare" );
   EXPECT_EQ( helper->createVlan( 10, 110 ), HwProgrammingStatus::notProgrammed );
-  EXPECT_EQ( helper->createNonDfPort( lag, port, 10 ), HwProgrammingStatus::notProgrammed );
+  EXPECT_EQ( helper->createNonDfPort( intf, port, 10 ), HwProgrammingStatus::notProgrammed );
   helper->deleteVlan( 10, 110 );
-  helper->deleteNonDfPort( lag, port, 10 );
+  helper->deleteNonDfPort( intf, port, 10 );
 
   const std::string failure = "\n/usr/include/Kez/KezBaseHelper:[0-9]+: assertion failed: 0";
-  EXPECT_DEATH( helper->createVlanToDot1qMapping( lag, port, 10, 110 ),
+  EXPECT_DEATH( helper->createVlanToDot1qMapping( intf, port, 10, 110 ),
                 "^Unimplemented createVlanToDot1qMapping" + failure );
-  EXPECT_DEATH( helper->deleteVlanToDot1qMapping( lag, port, 10, 110 ),
+  EXPECT_DEATH( helper->deleteVlanToDot1qMapping( intf, port, 10, 110 ),
                 "^Unimplemented deleteVlanToDot1qMapping" + failure );
-  EXPECT_DEATH( helper->createEsiData( lag, port, 10, 7, {}, 100, 200 ),
+  EXPECT_DEATH( helper->createEsiData( intf, port, 10, 7, {}, 100, 200 ),
                 "^Unimplemented addEsiData" + failure );
-  EXPECT_DEATH( helper->deleteEsiData( lag, port, 10, 7, {} ),
+  EXPECT_DEATH( helper->deleteEsiData( intf, port, 10, 7, {} ),
                 "^Unimplemented deleteEsiData" + failure );
 
   ::setenv( "KEZ_NOOP_AGENT", "", 1 );
-  EXPECT_EQ( helper->createVlanToDot1qMapping( lag, port, 10, 110 ),
+  EXPECT_EQ( helper->createVlanToDot1qMapping( intf, port, 10, 110 ),
              HwProgrammingStatus::notProgrammed );
-  EXPECT_EQ( helper->createEsiData( lag, port, 10, 7, {}, 100, 200 ),
+  EXPECT_EQ( helper->createEsiData( intf, port, 10, 7, {}, 100, 200 ),
              HwProgrammingStatus::notProgrammed );
-  helper->deleteVlanToDot1qMapping( lag, port, 10, 110 );
-  helper->deleteEsiData( lag, port, 10, 7, {} );
+  helper->deleteVlanToDot1qMapping( intf, port, 10, 110 );
+  helper->deleteEsiData( intf, port, 10, 7, {} );
   ::unsetenv( "KEZ_NOOP_AGENT" );
 }
 
@@ -43,16 +43,16 @@ TEST( FloodingHelper, StubCountsRecordsAndAnswersAsItIsSet ) {
   EXPECT_EQ( stub->name(), "stub" );
   EXPECT_EQ( stub->createVlan( 10, 110 ), HwProgrammingStatus::programmed );
   stub->createVlanToDot1qRcIs( HwProgrammingStatus::notProgrammed );
-  EXPECT_EQ( stub->createVlanToDot1qMapping( lag, port, 20, 120 ),
+  EXPECT_EQ( stub->createVlanToDot1qMapping( intf, port, 20, 120 ),
              HwProgrammingStatus::notProgrammed );
   stub->createNonDfPortRcIs( HwProgrammingStatus::invalidHwId );
-  EXPECT_EQ( stub->createNonDfPort( lag, port, 30 ), HwProgrammingStatus::invalidHwId );
-  EXPECT_EQ( stub->createEsiData( lag, port, 40, 7, {}, 100, 200 ),
+  EXPECT_EQ( stub->createNonDfPort( intf, port, 30 ), HwProgrammingStatus::invalidHwId );
+  EXPECT_EQ( stub->createEsiData( intf, port, 40, 7, {}, 100, 200 ),
              HwProgrammingStatus::programmed );
-  stub->createEsiData( lag, port, 41, 8, {}, 101, 201 );
+  stub->createEsiData( intf, port, 41, 8, {}, 101, 201 );
   stub->deleteEsiData( port, port, 42, 9, {} );
-  stub->deleteVlanToDot1qMapping( lag, port, 21, 121 );
-  stub->deleteNonDfPort( lag, port, 31 );
+  stub->deleteVlanToDot1qMapping( intf, port, 21, 121 );
+  stub->deleteNonDfPort( intf, port, 31 );
   stub->deleteVlan( 11, 111 );
 
   // Each operation by what it recorded last, through reflection.

@@ -43,8 +43,8 @@ using Texts = std::vector< std::string >;
 Ringlog::Handle traceHandle( "RingTest" );
 
 // A value whose text form traces.
-struct Chatty {};
-void appendText( Vex::TextBuffer & out, Chatty ) {
+struct Tracing {};
+void appendText( Vex::TextBuffer & out, Tracing ) {
   TRACE( 2, "inner" );
   out.append( "chatty" );
 }
@@ -116,7 +116,7 @@ TEST_F( RingTest, RecordsReadAsTheStatementsSay ) {
   const char * text = "";
   TRACE( 5, " b ", true, false, " n ", -3, uint8_t( 200 ), " ", UINT64_MAX, " ", INT64_MIN, " d ",
          0.25, " s ", name, text, name.substr( 0, 8 ), std::string_view( "seven77" ) );
-  TRACE( 0, RingTestTypes::Pair( 7, true ), Ringlog::either( " id", " id:" ), " ", Chatty{} );
+  TRACE( 0, RingTestTypes::Pair( 7, true ), Ringlog::either( " id", " id:" ), " ", Tracing{} );
   TRACE( 1, longName );
   const Ringlog::Handle other( "RingTestOther" );
   for ( int number = 1; number <= 2; ++number ) {

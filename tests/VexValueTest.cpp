@@ -9,23 +9,23 @@ namespace {
 using namespace VexTest;
 
 const Stroke stroke( Point( 1, 2 ), Point( 4294967295, 65535 ), Colour::blue, 7 );
-const std::string strokeText =
+const std::string strokeInFull =
     "Value('VexTest::Stroke', ** {'from': Value('VexTest::Point', ** {'x': 1, 'y': 2}), "
     "'to': Value('VexTest::Point', ** {'x': 4294967295, 'y': 65535}), 'colour': blue, 'width': 7})";
 
 TEST( VexValue, PrintsAndReadsItsFullAndBriefForms ) {
-  EXPECT_EQ( valueToStrep( stroke ), strokeText );
+  EXPECT_EQ( valueToStrep( stroke ), strokeInFull );
   std::ostringstream stream;
   stream << stroke << Colour::green;
-  EXPECT_EQ( stream.str(), strokeText + "green" );
-  EXPECT_EQ( Vex::parse< Stroke >( strokeText ), stroke );
+  EXPECT_EQ( stream.str(), strokeInFull + "green" );
+  EXPECT_EQ( Vex::parse< Stroke >( strokeInFull ), stroke );
   EXPECT_EQ( Vex::briefText( stroke ), "(1,2),(4294967295,65535),blue,7" );
-  for ( const auto & text : { Vex::briefText( stroke ), strokeText,
+  for ( const auto & text : { Vex::briefText( stroke ), strokeInFull,
                               std::string( "(1, 2), (4294967295, 65535), 2, 7" ) } ) {
     EXPECT_EQ( Vex::parseBriefly< Stroke >( text ), stroke ) << text;
   }
-  for ( size_t size = 0; size < strokeText.size(); ++size ) {
-    EXPECT_THROW( Vex::parse< Stroke >( strokeText.substr( 0, size ) ), Vex::ParseError ) << size;
+  for ( size_t size = 0; size < strokeInFull.size(); ++size ) {
+    EXPECT_THROW( Vex::parse< Stroke >( strokeInFull.substr( 0, size ) ), Vex::ParseError ) << size;
   }
 }
 
@@ -143,8 +143,8 @@ static_assert( !std::is_constructible_v< Point, const char *, std::nullptr_t > )
 static_assert( !std::is_constructible_v< Point, const char ( & )[ 4 ], const char ( & )[ 4 ] > );
 
 TEST( VexValue, IsMadeFromAPairOfTextIteratorsAndNoOtherPair ) {
-  EXPECT_EQ( Stroke( strokeText.begin(), strokeText.end() ), stroke );
-  EXPECT_EQ( Stroke( strokeText.data(), strokeText.data() + strokeText.size() ), stroke );
+  EXPECT_EQ( Stroke( strokeInFull.begin(), strokeInFull.end() ), stroke );
+  EXPECT_EQ( Stroke( strokeInFull.data(), strokeInFull.data() + strokeInFull.size() ), stroke );
 }
 
 } // namespace
