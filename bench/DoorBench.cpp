@@ -1,19 +1,18 @@
 // What sessions at a door cost the machines, and their questions in processor time.
 #include "AgentRoad.h"
 #include "Ratio.h"
+#include "Resident.h"
 
 #include "shell/Door.h"
 
 #include <array>
 #include <atomic>
 #include <ctime>
-#include <fstream>
 #include <memory>
 #include <poll.h>
 #include <string>
 #include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 
 namespace {
 
@@ -162,12 +161,6 @@ void crowd( benchmark::State & state ) {
 BENCHMARK( crowd )->Arg( 400 )->Arg( 4000 )->Iterations( 9 )->UseManualTime()->Unit(
     benchmark::kMillisecond );
 
-double residentBytes() {
-  size_t pages = 0;
-  std::ifstream( "/proc/self/statm" ) >> pages >> pages;
-  return double( pages ) * double( sysconf( _SC_PAGESIZE ) );
-}
-
 // What a session takes of the process's memory whose answer of 1,000,000 lines nobody reads; the
 // system keeps up to 64 KiB more for each.
 void bytesASession( benchmark::State & state ) {
@@ -176,7 +169,7 @@ void bytesASession( benchmark::State & state ) {
   agent.run();
   for ( auto _ : state ) {
     KezShell::Door door( agent.shell.commands(), { sessions, 65'536, 30 } );
-    const auto before = residentBytes();
+    const auto before = Bench::residentBytes();
     std::vector< Visitor > visitors;
     for ( size_t i = 0; i < sessions; ++i ) {
       visitors.emplace_back( door ).ask( "show vlanFloodSetConfigDir\n" );
@@ -184,7 +177,7 @@ void bytesASession( benchmark::State & state ) {
     while ( isReadable( door.descriptor(), 0 ) ) {
       door.serve();
     }
-    state.counters[ "bytes" ] = ( residentBytes() - before ) / sessions;
+    state.counters[ "bytes" ] = ( Bench::residentBytes() - before ) / sessions;
   }
 }
 BENCHMARK( bytesASession )->Iterations( 1 )->Unit( benchmark::kMillisecond );

@@ -1,8 +1,9 @@
 // The whole road of flood-set destinations, filter, counting, hardware tunnel ids, FECs and
 // destination programming, with hardware that answers at once, against one fused loop that makes
-// the same outputs and indexes in std::unordered_maps; and the way back, when each destination
-// leaves its flood set. Times are per destination.
+// the same outputs and indexes in std::unordered_maps; the way back, when each destination leaves
+// its flood set; and a tunnel whose hardware id becomes another one. Times are per destination.
 #include "Ratio.h"
+#include "Resident.h"
 
 #include "KezEvpn/KezEvpnFloodSetFecSm.h"
 #include "KezEvpn/KezEvpnHwTunnelIdSm.h"
@@ -10,9 +11,7 @@
 #include "KezEvpn/KezEvpnVlanFloodSetFilterSm.h"
 #include "KezEvpn/KezEvpnVlanFloodSetSm.h"
 
-#include <fstream>
 #include <memory>
-#include <unistd.h>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -94,23 +93,15 @@ private:
       config_{ *this };
 };
 
-// Of the process; large collections are not on the heap.
-size_t residentBytes() {
-  size_t size = 0;
-  size_t resident = 0;
-  std::ifstream( "/proc/self/statm" ) >> size >> resident;
-  return resident * static_cast< size_t >( sysconf( _SC_PAGESIZE ) );
-}
-
 // Every machine on the same input, and the memory that each took when it started.
 struct Machines {
   static constexpr const char * names[] = { "filter", "counts", "tunnelIds", "fecs", "dests" };
 
   explicit Machines( const Vex::Ptr< L2Rib::FloodSetOutput > & input ) {
-    size_t before = residentBytes();
+    double before = Bench::residentBytes();
     const auto started = [ & ]( size_t machine ) {
-      const size_t now = residentBytes();
-      bytes[ machine ] = double( now ) - double( before );
+      const double now = Bench::residentBytes();
+      bytes[ machine ] = now - before;
       before = now;
     };
     filter = Kez::vlanFloodSetFilterSmFactory( L2Rib::destTypeMpls_, input, mplsOnly );
@@ -212,6 +203,28 @@ struct Fused {
     programmed.insert( { pair, one } );
     pathStatuses[ via ].insert( pair );
   }
+  // Another one, for all that the tunnel's destinations made.
+  void hwTunnelIdIs( TunnelId tunnelId, const Kez::HwTunnelId & hwTunnelId ) {
+    hwTunnelIds[ tunnelId ] = hwTunnelId;
+    for ( const auto & via : tunnelPaths[ tunnelId ] ) {
+      const auto fecId = fecIds[ via ];
+      requests[ fecId ] = { fecId, hwTunnelId };
+      responses[ fecId ] = { fecId.value(), vlan1 };
+    }
+    for ( const auto & dest : tunnelDests[ tunnelId ] ) {
+      const auto pair = dest.macVlanPair();
+      auto & configs = config[ pair ];
+      auto & statuses = status[ pair ];
+      auto & one = records[ dest ];
+      configs.erase( one );
+      statuses.erase( one );
+      programmed.erase( { pair, one } );
+      one.hwTunnelId = hwTunnelId;
+      configs.insert( one );
+      statuses[ one ] = HwProgrammingStatus::programmed;
+      programmed.insert( { pair, one } );
+    }
+  }
   // Of one flood set, from which it takes them too; hardware tunnel ids stay.
   void withdraw( uint16_t vlan, uint64_t macAddr, Set< Dest > & dests ) {
     const MacVlanPair pair( macAddr, vlan );
@@ -299,46 +312,52 @@ struct Fused {
   Map< MplsFloodSetVia, Set< MacVlanPair > > pathStatuses;
 };
 
-template< class Add > void forEachDest( uint32_t count, Add && add ) {
-  for ( uint32_t i = 0; i < count; ++i ) {
-    const auto vlan = static_cast< uint16_t >( i / destsOfAVlan + 1 );
-    const uint64_t tunnel = ( i + vlan * 37u ) % tunnels + 1;
-    add( vlan, Dest::ofMpls( { {}, label, tunnel } ) );
+// Over the first so many tunnels; few of them have several labels.
+struct Dests {
+  template< class Add > void forEach( Add && add ) const {
+    for ( uint32_t i = 0; i < count; ++i ) {
+      const auto vlan = static_cast< uint16_t >( i / destsOfAVlan + 1 );
+      const uint64_t tunnel = ( i + vlan * 37u ) % overTunnels + 1;
+      add( vlan, Dest::ofMpls( { {}, label + i % destsOfAVlan / overTunnels, tunnel } ) );
+    }
   }
-}
+  Vex::Ptr< L2Rib::FloodSetOutput > input() const {
+    const auto input = Vex::makePtr< L2Rib::FloodSetOutput >();
+    forEach( [ & ]( uint16_t vlan, const Dest & dest ) {
+      input->vlanFloodSetIs( vlan )->floodSetIs( mac )->destSetIs( dest );
+    } );
+    return input;
+  }
+  PlainInput plainInput() const {
+    PlainInput input;
+    forEach( [ & ]( uint16_t vlan, const Dest & dest ) { input[ vlan ][ mac ].insert( dest ); } );
+    return input;
+  }
 
-Vex::Ptr< L2Rib::FloodSetOutput > inputOf( uint32_t count ) {
-  const auto input = Vex::makePtr< L2Rib::FloodSetOutput >();
-  forEachDest( count, [ & ]( uint16_t vlan, const Dest & dest ) {
-    input->vlanFloodSetIs( vlan )->floodSetIs( mac )->destSetIs( dest );
-  } );
-  return input;
-}
+  uint32_t count;
+  uint32_t overTunnels = tunnels;
+};
 
-PlainInput plainInputOf( uint32_t count ) {
-  PlainInput input;
-  forEachDest( count,
-               [ & ]( uint16_t vlan, const Dest & dest ) { input[ vlan ][ mac ].insert( dest ); } );
-  return input;
-}
-
-// Per destination and machine. First of all, while no memory has been given back.
+// Per destination and machine, and of them all. First of all, while no memory has been given back.
 void bytesADest( benchmark::State & state ) {
   const auto count = static_cast< uint32_t >( state.range( 0 ) );
-  const auto input = inputOf( count );
+  const auto input = Dests{ count }.input();
   for ( auto _ : state ) {
     const Machines machines( input );
+    double all = 0;
     for ( size_t i = 0; i < std::size( Machines::names ); ++i ) {
       state.counters[ Machines::names[ i ] ] = machines.bytes[ i ] / count;
+      all += machines.bytes[ i ];
     }
+    state.counters[ "bytes" ] = all / count;
   }
 }
 BENCHMARK( bytesADest )->Arg( 1'024'000 )->Iterations( 1 )->Unit( benchmark::kMillisecond );
 
 void destsToHardware( benchmark::State & state ) {
   const auto count = static_cast< uint32_t >( state.range( 0 ) );
-  const auto input = inputOf( count );
-  const auto plainInput = plainInputOf( count );
+  const auto input = Dests{ count }.input();
+  const auto plainInput = Dests{ count }.plainInput();
   Bench::compare(
       state, count, [ & ] { return std::make_unique< Machines >( input ); },
       [ & ] { return std::make_unique< Fused >( plainInput ); } );
@@ -353,7 +372,8 @@ BENCHMARK( destsToHardware )
 // Every destination leaves its flood set, and an empty flood set its VLAN.
 void destsFromHardware( benchmark::State & state ) {
   const auto count = static_cast< uint32_t >( state.range( 0 ) );
-  const auto plainInput = plainInputOf( count );
+  const Dests dests{ count };
+  const auto plainInput = dests.plainInput();
   const auto allGone = [ & ]( const auto & tables ) {
     if ( tables.standing() != 0 ) {
       state.SkipWithError( "destinations are left" );
@@ -362,7 +382,7 @@ void destsFromHardware( benchmark::State & state ) {
   Bench::compareWith(
       state, count, { "ratio" },
       [ & ] {
-        const auto input = inputOf( count );
+        const auto input = dests.input();
         return [ &, input, machines = std::make_shared< Machines >( input ) ] {
           for ( const auto & [ vlan, vlanFloodSet ] : input->vlanFloodSet() ) {
             const auto floodSet = vlanFloodSet->floodSet( mac );
@@ -393,25 +413,40 @@ BENCHMARK( destsFromHardware )
     ->UseManualTime()
     ->Unit( benchmark::kMillisecond );
 
-// One tunnel's new hardware id, per destination of that tunnel: at every size the same.
+// One tunnel's new hardware id, against the fused loop over that tunnel's entries alone.
 void newHwTunnelId( benchmark::State & state ) {
-  const auto count = static_cast< uint32_t >( state.range( 0 ) );
-  Machines machines( inputOf( count ) );
+  const Dests dests{ static_cast< uint32_t >( state.range( 0 ) ),
+                     static_cast< uint32_t >( state.range( 1 ) ) };
+  Machines machines( dests.input() );
+  Fused fused( dests.plainInput() );
+  const TunnelId tunnelId = 1;
+  const auto idOf = []( uint32_t number ) {
+    return Kez::HwTunnelId( Kez::hwTunnelIdTypeDefault, number );
+  };
   uint32_t number = 0;
-  for ( auto _ : state ) {
-    state.SetIterationTime( Bench::seconds( [ & ] {
-      machines.mapping->tunnelIdToHwTunnelIdIs( { 1, { Kez::hwTunnelIdTypeDefault, ++number } } );
-    } ) );
+  const auto subject = [ & ] {
+    machines.mapping->tunnelIdToHwTunnelIdIs( { tunnelId, idOf( ++number ) } );
+  };
+  uint32_t plainNumber = 0;
+  const auto floor = [ & ] { fused.hwTunnelIdIs( tunnelId, idOf( ++plainNumber ) ); };
+  const auto ofTunnel = double( fused.tunnelDests[ tunnelId ].size() );
+  Bench::compare( state, ofTunnel, subject, floor );
+  size_t moved = 0;
+  for ( const auto & [ pair, config ] : machines.config->config() ) {
+    for ( const auto & one : config->mplsDestConfig() ) {
+      moved += one.tunnelId == tunnelId && one.hwTunnelId == idOf( number );
+    }
   }
-  const auto dests = machines.dests->tunnelToFloodSetEntry( 1 )->vlanMacDestSets();
-  state.counters[ "dests" ] = double( dests );
-  state.counters[ "a_dest" ] =
-      benchmark::Counter( double( dests ), benchmark::Counter::kIsIterationInvariantRate |
-                                               benchmark::Counter::kInvert );
+  if ( double( moved ) != ofTunnel ) {
+    state.SkipWithError( "destinations have not moved" );
+  }
+  state.counters[ "dests" ] = ofTunnel;
 }
+// Destinations, and tunnels that they go over.
 BENCHMARK( newHwTunnelId )
-    ->Arg( 102'400 )
-    ->Arg( 1'024'000 )
+    ->Args( { 102'400, 512 } )
+    ->Args( { 1'024'000, 512 } )
+    ->Args( { 102'400, 1 } )
     ->UseManualTime()
     ->Unit( benchmark::kMicrosecond );
 

@@ -1,12 +1,11 @@
 // The FECs of hosts, with hardware that answers at once and takes every MAC entry, against one
 // fused loop that makes the same outputs and indexes in std::unordered_maps. Times are per host.
 #include "Ratio.h"
+#include "Resident.h"
 
 #include "KezEvpn/KezMacAddrFecRequestSm.h"
 
-#include <fstream>
 #include <memory>
-#include <unistd.h>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -209,14 +208,6 @@ struct Fused {
   Map< MacVlanPair, FecId > hwHost;
 };
 
-// Of the process; large collections are not on the heap.
-size_t residentBytes() {
-  size_t size = 0;
-  size_t resident = 0;
-  std::ifstream( "/proc/self/statm" ) >> size >> resident;
-  return resident * static_cast< size_t >( sysconf( _SC_PAGESIZE ) );
-}
-
 // Against the flat keys and values of what is known of a host: its published FEC, its chain, the
 // chain's host, and what hardware has. First of all, while no memory has been given back.
 void bytesAHost( benchmark::State & state ) {
@@ -225,10 +216,11 @@ void bytesAHost( benchmark::State & state ) {
       4 * sizeof( MacVlanPair ) + sizeof( Kez::MacFec ) + sizeof( ObjectId ) + sizeof( FecId );
   const Input input( hosts );
   for ( auto _ : state ) {
-    const size_t before = residentBytes();
+    const double before = Bench::residentBytes();
     const Machine machine( input );
-    state.counters[ "bytes" ] = double( residentBytes() - before ) / hosts;
-    state.counters[ "ratio" ] = double( residentBytes() - before ) / hosts / flat;
+    const double bytes = ( Bench::residentBytes() - before ) / hosts;
+    state.counters[ "bytes" ] = bytes;
+    state.counters[ "ratio" ] = bytes / flat;
   }
 }
 BENCHMARK( bytesAHost )->Arg( 1'000'000 )->Iterations( 1 )->Unit( benchmark::kMillisecond );

@@ -1,6 +1,7 @@
 // The start-up walks of the LAG and VLAN membership machines, each against a plain loop over
 // std::unordered_maps that fills the same outputs. Times are per pair.
 #include "Ratio.h"
+#include "StartUpInputs.h"
 
 #include "KezEvpn/KezEvpnLagSm.h"
 #include "KezEvpn/KezEvpnVlanMembershipSm.h"
@@ -17,16 +18,10 @@ using Keys = std::unordered_set< Word >;
 
 void lagStartUp( benchmark::State & state ) {
   const auto lags = static_cast< uint32_t >( state.range( 0 ) );
-  constexpr uint32_t members = 4;
-  const auto dir = Vex::makePtr< Kez::LagCreatorConfigDir >();
+  const Bench::LagInputs inputs( lags );
   Dict< Dict< int > > plainDir;
-  for ( uint32_t lag = 1; lag <= lags; ++lag ) {
-    const auto lagIntfId = Wire::PortChannelIntfId::intfId( lag );
-    const auto config = dir->lagConfigIs( lagIntfId );
-    for ( uint32_t member = 0; member < members; ++member ) {
-      const Wire::IntfId port( "Ethernet" + std::to_string( lag ) + "/" +
-                               std::to_string( member + 1 ) );
-      config->memberIs( port, Hardware::Lag::PortProgType() );
+  for ( const auto & [ lagIntfId, config ] : inputs.dir->lagConfig() ) {
+    for ( const auto & [ port, type ] : config->member() ) {
       plainDir[ lagIntfId.vexWord() ][ port.vexWord() ] = 0;
     }
   }
@@ -35,10 +30,10 @@ void lagStartUp( benchmark::State & state ) {
     Vex::Ptr< Kez::EvpnLagSm > sm;
   };
   Bench::compare(
-      state, double( lags ) * members,
+      state, double( lags ) * inputs.members,
       [ & ] {
         Result result{ Kez::evpnLagMemberInfoFactory(), nullptr };
-        result.sm = Kez::evpnLagSmFactory( nullptr, dir, result.info );
+        result.sm = Kez::evpnLagSmFactory( nullptr, inputs.dir, result.info );
         return result;
       },
       [ & ] {
@@ -63,27 +58,15 @@ BENCHMARK( lagStartUp )
 
 void membershipStartUp( benchmark::State & state ) {
   const auto vlans = static_cast< uint16_t >( state.range( 0 ) );
-  constexpr uint32_t intfs = 200;
-  const auto config = Vex::makePtr< Bridging::Config >();
-  const auto statusDir = Vex::makePtr< Bridging::VlanStatusDir >();
-  const auto evpnStatus = Vex::makePtr< Evpn::EvpnStatus >();
+  const Bench::MembershipInputs inputs( vlans );
   Dict< Dict< int > > plainConfig;
   Dict< Dict< int > > plainStatus;
   Keys plainFilter;
-  std::vector< Wire::IntfId > ports;
-  for ( uint32_t intf = 1; intf <= intfs; ++intf ) {
-    ports.emplace_back( "Ethernet" + std::to_string( intf ) );
-    if ( intf % 4 == 0 ) {
-      evpnStatus->encapBumFilterIs( ports.back() );
-      plainFilter.insert( ports.back().vexWord() );
-    }
+  for ( const auto port : inputs.evpnStatus->encapBumFilter() ) {
+    plainFilter.insert( port.vexWord() );
   }
   for ( uint16_t vlan = 1; vlan <= vlans; ++vlan ) {
-    const auto vlanConfig = config->vlanConfigIs( vlan );
-    const auto vlanStatus = statusDir->vlanStatusIs( vlan );
-    for ( const auto port : ports ) {
-      vlanConfig->intfIs( port, Bridging::VlanPortConfig() );
-      vlanStatus->vlanPortStatusIs( port, Bridging::VlanPortStatus() );
+    for ( const auto port : inputs.ports ) {
       plainConfig[ vlan ][ port.vexWord() ] = 0;
       plainStatus[ vlan ][ port.vexWord() ] = 0;
     }
@@ -97,11 +80,11 @@ void membershipStartUp( benchmark::State & state ) {
     Dict< Keys > configured;
   };
   Bench::compare(
-      state, double( vlans ) * intfs,
+      state, double( vlans ) * inputs.intfs,
       [ & ] {
         Result result{ Kez::evpnVlanStatusFactory(), nullptr };
-        result.sm =
-            Kez::kezEvpnVlanMembershipSmFactory( config, statusDir, evpnStatus, result.status );
+        result.sm = Kez::kezEvpnVlanMembershipSmFactory( inputs.config, inputs.statusDir,
+                                                         inputs.evpnStatus, result.status );
         return result;
       },
       [ & ] {
