@@ -1,22 +1,20 @@
-// The memory that the process has, large collections too, which are not on the heap, and shared
-// tables; without its code, of which the system reads in what is run.
+// The memory that the process has for itself, large collections too, which are not on the heap; of
+// what it shares, such as code and tables, nothing.
 #pragma once
 
+#include <cstddef>
 #include <fstream>
-#include <string>
+#include <unistd.h>
 
 namespace Bench {
 
 inline double residentBytes() {
-  std::ifstream status( "/proc/self/status" );
-  double all = 0;
-  double kibibytes = 0;
-  for ( std::string word; status >> word; ) {
-    if ( ( word == "RssAnon:" || word == "RssShmem:" ) && status >> kibibytes ) {
-      all += kibibytes * 1024;
-    }
-  }
-  return all;
+  size_t size = 0;
+  size_t resident = 0;
+  size_t shared = 0;
+  std::ifstream( "/proc/self/statm" ) >> size >> resident >> shared;
+  return static_cast< double >( resident - shared ) *
+         static_cast< double >( sysconf( _SC_PAGESIZE ) );
 }
 
 } // namespace Bench
