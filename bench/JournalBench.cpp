@@ -177,11 +177,32 @@ void journalWrites( benchmark::State & state ) {
 
 } // namespace
 
-BENCHMARK( journalBytes< Dot1qMapping > )->Arg( 640'000 )->Iterations( 1 );
-BENCHMARK( journalBytes< NonDfPort > )->Arg( 640'000 )->Iterations( 1 );
-BENCHMARK( journalBytes< EsiDataOfPort > )->Arg( 640'000 )->Iterations( 1 );
-BENCHMARK( journalBytes< EsiPortMap > )->Arg( ports )->Iterations( 1 );
-BENCHMARK( journalBytes< FecOfPath > )->Arg( 100'000 )->Iterations( 1 );
-BENCHMARK( journalBytes< FloodSetDest > )->Arg( 1'024'000 )->Iterations( 1 );
-BENCHMARK( journalBytes< MacEntry > )->Arg( 1'000'000 )->Iterations( 1 );
+BENCHMARK( journalBytes< Dot1qMapping > )
+    ->Name( "journalBytes/Dot1qMapping" )
+    ->Arg( 640'000 )
+    ->Iterations( 1 );
+BENCHMARK( journalBytes< NonDfPort > )
+    ->Name( "journalBytes/NonDfPort" )
+    ->Arg( 640'000 )
+    ->Iterations( 1 );
+BENCHMARK( journalBytes< EsiDataOfPort > )
+    ->Name( "journalBytes/EsiDataOfPort" )
+    ->Arg( 640'000 )
+    ->Iterations( 1 );
+BENCHMARK( journalBytes< EsiPortMap > )
+    ->Name( "journalBytes/EsiPortMap" )
+    ->Arg( ports )
+    ->Iterations( 1 );
+BENCHMARK( journalBytes< FecOfPath > )
+    ->Name( "journalBytes/FecOfPath" )
+    ->Arg( 100'000 )
+    ->Iterations( 1 );
+BENCHMARK( journalBytes< FloodSetDest > )
+    ->Name( "journalBytes/FloodSetDest" )
+    ->Arg( 1'024'000 )
+    ->Iterations( 1 );
+BENCHMARK( journalBytes< MacEntry > )
+    ->Name( "journalBytes/MacEntry" )
+    ->Arg( 1'000'000 )
+    ->Iterations( 1 );
 BENCHMARK( journalWrites )->Arg( 100'000 )->UseManualTime()->Unit( benchmark::kMillisecond );

@@ -341,13 +341,19 @@ template< class Record > void walk( benchmark::State & state ) {
   Bench::compare( state, static_cast< double >( all.keys.size() ), subject, floor );
 }
 
-BENCHMARK( put< Small > )->Arg( few )->Arg( many )->UseManualTime();
-BENCHMARK( put< Large > )->Arg( few )->Arg( many )->UseManualTime();
+BENCHMARK( put< Small > )->Name( "put/Small" )->Arg( few )->Arg( many )->UseManualTime();
+BENCHMARK( put< Large > )->Name( "put/Large" )->Arg( few )->Arg( many )->UseManualTime();
 // Records, and whether the writer is busy.
-BENCHMARK( lookUp< Small > )->ArgsProduct( { { few, many }, { 0, 1 } } )->UseManualTime();
-BENCHMARK( lookUp< Large > )->ArgsProduct( { { few, many }, { 0, 1 } } )->UseManualTime();
-BENCHMARK( lookUpInGrowth< Small > );
-BENCHMARK( walk< Small > )->Arg( few )->Arg( many )->UseManualTime();
-BENCHMARK( walk< Large > )->Arg( few )->Arg( many )->UseManualTime();
+BENCHMARK( lookUp< Small > )
+    ->Name( "lookUp/Small" )
+    ->ArgsProduct( { { few, many }, { 0, 1 } } )
+    ->UseManualTime();
+BENCHMARK( lookUp< Large > )
+    ->Name( "lookUp/Large" )
+    ->ArgsProduct( { { few, many }, { 0, 1 } } )
+    ->UseManualTime();
+BENCHMARK( lookUpInGrowth< Small > )->Name( "lookUpInGrowth/Small" );
+BENCHMARK( walk< Small > )->Name( "walk/Small" )->Arg( few )->Arg( many )->UseManualTime();
+BENCHMARK( walk< Large > )->Name( "walk/Large" )->Arg( few )->Arg( many )->UseManualTime();
 
 } // namespace
