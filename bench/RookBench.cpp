@@ -17,7 +17,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace {
+namespace Bench {
 
 struct Small {
   uint64_t key = 0;
@@ -30,6 +30,13 @@ struct Large {
   uint64_t c = 0, d = 0, e = 0, f = 0, g = 0, h = 0;
   VEX_VALUE( Large, "Bench::Large", key, value, c, d, e, f, g, h )
 };
+
+} // namespace Bench
+
+namespace {
+
+using Bench::Large;
+using Bench::Small;
 static_assert( sizeof( Small ) == 16 && sizeof( Large ) == 64 );
 
 template< class Record > Record recordOf( uint64_t key, uint64_t value ) {
