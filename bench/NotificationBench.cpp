@@ -5,6 +5,8 @@
 #include "Vex/Attributes.h"
 
 #include <memory>
+#include <numeric>
+#include <random>
 
 // Nothing here is known to the compiler to be the only one of its kind, so that calls are as
 // virtual as they are written.
@@ -28,6 +30,36 @@ public:
   void onAttribute( Vex::AttrId, const void * ) override;
 };
 void SilentReactor::onAttribute( Vex::AttrId, const void * ) {}
+
+// A machine whose reactors' handlers hold it and what they watch, as all do.
+class Machine : public Vex::Entity, public Vex::ReactorOwner {
+  VEX_ENTITY( Machine, "Bench::Machine" )
+  VEX_COMPUTED( 1, told, uint64_t )
+  VEX_ATTRIBUTES( told )
+
+public:
+  uint64_t handled = 0;
+};
+uint64_t Machine::told() const {
+  return handled;
+}
+
+class Subject : public Vex::Entity {
+  VEX_ENTITY( Subject, "Bench::Subject" )
+  VEX_ATTRIBUTE( 1, value, uint64_t )
+  VEX_ATTRIBUTES( value )
+};
+class MachineReactor : public Vex::ReactorOf< Machine, Subject > {
+public:
+  using ReactorOf::ReactorOf;
+  void onAttribute( Vex::AttrId, const void * ) override;
+  void handleNotifier() override;
+};
+void MachineReactor::onAttribute( Vex::AttrId, const void * ) {}
+void MachineReactor::handleNotifier() {
+  const auto machine = sm();
+  machine->handled += notifier()->value() + 1;
+}
 
 // The floor: a listener in a doubly linked list, which joins at the end.
 class Listener {
@@ -95,13 +127,10 @@ using Bench::Counted;
 using Bench::Counting;
 using Bench::CountingListener;
 using Bench::Listeners;
+using Bench::MachineReactor;
 using Bench::Owner;
+using Bench::Subject;
 
-class Subject : public Vex::Entity {
-  VEX_ENTITY( Subject, "Bench::Subject" )
-  VEX_ATTRIBUTE( 1, value, uint64_t )
-  VEX_ATTRIBUTES( value )
-};
 static_assert( sizeof( Subject ) == sizeof( Counted ) );
 
 constexpr int times = 100000;
@@ -136,17 +165,17 @@ void notification( benchmark::State & state ) {
 BENCHMARK( notification )->Arg( 0 )->Arg( 1 )->Arg( 4 )->UseManualTime();
 
 // Many, each to one of its own that has a watcher already.
-void attachAndDetach( benchmark::State & state ) {
+template< class Reactor, class Owner, class Attach, class Detach >
+void attachAndDetach( benchmark::State & state, Owner & owner, Attach attach, Detach detach ) {
   constexpr size_t many = 64;
-  Owner owner;
   struct Watched {
     explicit Watched( Owner & owner ) : first( owner ), reactor( owner ) {
       first.notifierIs( entity.get() );
       listeners.append( &firstListener );
     }
-    Vex::Ptr< Subject > entity = Vex::makePtr< Subject >();
-    Counting first;
-    Counting reactor;
+    Vex::Ptr< const Subject > entity = Vex::makePtr< Subject >();
+    Reactor first;
+    Reactor reactor;
     Listeners listeners;
     CountingListener firstListener;
     CountingListener listener;
@@ -155,30 +184,45 @@ void attachAndDetach( benchmark::State & state ) {
   for ( size_t i = 0; i < many; ++i ) {
     all.push_back( std::make_unique< Watched >( owner ) );
   }
-  const auto rounds = [ & ]( auto attach, auto detach ) {
+  const auto rounds = [ & ]( auto each, auto undo ) {
     for ( int round = 0; round < 1000; ++round ) {
-      for ( const auto & each : all ) {
-        attach( *each );
+      for ( const auto & watched : all ) {
+        each( *watched );
       }
       benchmark::ClobberMemory();
-      for ( const auto & each : all ) {
-        detach( *each );
+      for ( const auto & watched : all ) {
+        undo( *watched );
       }
       benchmark::ClobberMemory();
     }
   };
   Bench::compare(
-      state, 1000.0 * many,
-      [ & ] {
-        rounds( []( Watched & each ) { each.reactor.notifierIs( each.entity.get() ); },
-                []( Watched & each ) { each.reactor.notifierIs( nullptr ); } );
-      },
+      state, 1000.0 * many, [ & ] { rounds( attach, detach ); },
       [ & ] {
         rounds( []( Watched & each ) { each.listeners.append( &each.listener ); },
                 []( Watched & each ) { each.listeners.remove( &each.listener ); } );
       } );
 }
+void attachAndDetach( benchmark::State & state ) {
+  Owner owner;
+  attachAndDetach< Counting >(
+      state, owner, []( auto & each ) { each.reactor.notifierIs( each.entity.get() ); },
+      []( auto & each ) { each.reactor.notifierIs( nullptr ); } );
+}
 BENCHMARK( attachAndDetach )->UseManualTime();
+
+// As a machine's reactors do: a reference is handed over, and a handler runs that holds the machine
+// and what it watches.
+void attachAndHandle( benchmark::State & state ) {
+  const auto machine = Vex::makePtr< Bench::Machine >();
+  attachAndDetach< MachineReactor >(
+      state, *machine, []( auto & each ) { each.reactor.notifierIs( each.entity ); },
+      []( auto & each ) { each.reactor.notifierIs( nullptr ); } );
+  if ( !machine->handled ) {
+    state.SkipWithError( "no handler ran" );
+  }
+}
+BENCHMARK( attachAndHandle )->UseManualTime();
 
 class PlainPtr {
 public:
@@ -247,6 +291,39 @@ BENCHMARK_CAPTURE( pointerCopy, read, []( const auto & all ) { copyAndRead( all 
     -> UseManualTime();
 BENCHMARK_CAPTURE( pointerCopy, passed, []( const auto & all ) { pass( all ); } )
     -> UseManualTime();
+
+// Over objects that lie everywhere: one of each kind beside the other, handled in a random order.
+template< class Use > void pointerCopyScattered( benchmark::State & state, Use use ) {
+  const auto many = static_cast< size_t >( state.range( 0 ) );
+  std::vector< Vex::Ptr< Subject > > entities;
+  std::vector< PlainPtr > plain;
+  entities.reserve( many );
+  plain.reserve( many );
+  for ( size_t i = 0; i < many; ++i ) {
+    entities.push_back( Vex::makePtr< Subject >() );
+    plain.emplace_back( new Counted() );
+  }
+  std::vector< size_t > order( many );
+  std::iota( order.begin(), order.end(), 0 );
+  std::shuffle( order.begin(), order.end(), std::mt19937( 3 ) );
+  const auto scattered = [ & ]( const auto & pointers ) {
+    std::decay_t< decltype( pointers ) > all;
+    all.reserve( many );
+    for ( const size_t i : order ) {
+      all.push_back( pointers[ i ] );
+    }
+    return all;
+  };
+  const auto scatteredEntities = scattered( entities );
+  const auto scatteredPlain = scattered( plain );
+  Bench::compare(
+      state, static_cast< double >( many ), [ & ] { use( scatteredEntities ); },
+      [ & ] { use( scatteredPlain ); } );
+}
+BENCHMARK_CAPTURE( pointerCopyScattered, read, []( const auto & all ) { copyAndRead( all ); } )
+    -> Arg( 1'000'000 ) -> UseManualTime();
+BENCHMARK_CAPTURE( pointerCopyScattered, passed, []( const auto & all ) { pass( all ); } )
+    -> Arg( 1'000'000 ) -> UseManualTime();
 
 class Bare : public Vex::Entity {
   VEX_ENTITY( Bare, "Bench::Bare" )

@@ -3,26 +3,26 @@
 namespace Loom {
 
 std::optional< double > TimerWheel::nextDeadline() const {
-  if ( const Timer * late = late_.first() ) {
-    return late->time_;
+  if ( const TimerLink * late = late_.first() ) {
+    return late->time;
   }
   if ( !first_ ) {
-    const auto place = firstPlace();
-    if ( !place ) {
+    Place place;
+    if ( !findFirst( place ) ) {
       return std::nullopt;
     }
-    order( *place );
-    first_ = levels_[ place->level ].slots[ place->index ].first();
+    TimerSlot & slot = slots_[ place.slot ];
+    slot.order();
+    first_ = static_cast< const Timer * >( slot.first() );
+    firstTime_ = slot.first()->time;
   }
-  return first_->time_;
+  return firstTime_;
 }
 
 size_t TimerWheel::timers() const {
   size_t count = late_.size();
-  for ( const auto & level : levels_ ) {
-    for ( const auto & slot : level.slots ) {
-      count += slot.size();
-    }
+  for ( const auto & slot : slots_ ) {
+    count += slot.size();
   }
   return count;
 }
@@ -34,29 +34,31 @@ void TimerWheel::fireDue() {
   };
 
   VEX_ASSERT( turn_ == noTurn );
-  if ( !occupiedLevels_ ) {
+  if ( !occupiedWords_ ) {
     return;
   }
   const double start = now();
-  if ( first_ && first_->time_ > start ) {
+  if ( firstTime_ > start ) {
     return;
   }
   const Turn turn{ this };
   turn_ = start;
-  const uint64_t target = std::max( tickOf( turn_ ), reached_ );
-  for ( auto place = firstPlace(); place && place->tick <= target; place = firstPlace() ) {
-    if ( crowded( *place ) ) {
-      handDown( *place );
+  passed_ = std::max( start, 0.0 );
+  const uint64_t target = std::max( tickOf( passed_ ), reached_ );
+  for ( Place place; findFirst( place ) && place.tick <= target; ) {
+    if ( crowded( place ) ) {
+      handDown( place );
       continue;
     }
-    order( *place );
-    const Slot & slot = levels_[ place->level ].slots[ place->index ];
-    while ( Timer * timer = slot.first() ) {
-      if ( timer->time_ > turn_ ) {
+    TimerSlot & slot = slots_[ place.slot ];
+    slot.order();
+    while ( !slot.empty() ) {
+      auto & timer = static_cast< Timer & >( *slot.first() );
+      if ( timer.time() > turn_ ) {
         return;
       }
-      timer->cancel();
-      timer->fire();
+      timer.cancel();
+      timer.fire();
     }
   }
   reached_ = target;
@@ -64,68 +66,52 @@ void TimerWheel::fireDue() {
 
 void TimerWheel::endTurn() {
   turn_ = noTurn;
-  while ( Timer * timer = late_.first() ) {
-    Slot::remove( *timer );
-    set( *timer );
+  passed_ = 0;
+  while ( TimerLink * const late = late_.takeFirst() ) {
+    set( static_cast< Timer & >( *late ) );
+  }
+}
+
+void TimerWheel::setPassed( Timer & timer ) {
+  if ( turn_ != noTurn && timer.time() <= turn_ ) {
+    late_.append( timer );
+  } else {
+    place( timer, reached_ );
   }
 }
 
 // The lowest level has the first: its ticks share all higher digits with the tick reached, and
 // those of higher levels are beyond.
-std::optional< TimerWheel::Place > TimerWheel::firstPlace() const {
-  for ( ; occupiedLevels_; occupiedLevels_ &= occupiedLevels_ - 1 ) {
-    const auto number = static_cast< unsigned >( std::countr_zero( occupiedLevels_ ) );
-    Level & level = levels_[ number ];
-    while ( const auto index = level.occupied.first() ) {
-      if ( !level.slots[ *index ].empty() ) {
-        const unsigned shift = number * digitBits;
-        const uint64_t above = reached_ >> shift >> digitBits;
-        return Place{ number, *index, ( above << digitBits | *index ) << shift };
+bool TimerWheel::findFirst( Place & place ) const {
+  for ( ; occupiedWords_; occupiedWords_ &= occupiedWords_ - 1 ) {
+    const auto word = static_cast< unsigned >( std::countr_zero( occupiedWords_ ) );
+    for ( uint64_t & occupied = occupied_[ word ]; occupied; occupied &= occupied - 1 ) {
+      place.slot = word * slotsPerWord + static_cast< unsigned >( std::countr_zero( occupied ) );
+      if ( !slots_[ place.slot ].empty() ) {
+        const unsigned shift = place.slot / slotsPerLevel * digitBits;
+        const uint64_t above = reached_ >> shift & ~uint64_t( slotsPerLevel - 1 );
+        place.tick = ( above | place.slot % slotsPerLevel ) << shift;
+        return true;
       }
-      level.occupied.remove( *index );
     }
   }
-  return std::nullopt;
-}
-
-std::optional< unsigned > TimerWheel::SlotSet::first() const {
-  for ( unsigned word = 0; word < words_.size(); ++word ) {
-    if ( words_[ word ] ) {
-      return word * 64 + static_cast< unsigned >( std::countr_zero( words_[ word ] ) );
-    }
-  }
-  return std::nullopt;
+  return false;
 }
 
 bool TimerWheel::crowded( const Place & place ) const {
-  const Level & level = levels_[ place.level ];
-  return place.level > 0 && level.unordered.has( place.index ) &&
-         level.slots[ place.index ].size( many ) == many;
+  return place.slot >= slotsPerLevel && slots_[ place.slot ].unordered() &&
+         slots_[ place.slot ].size( many ) == many;
 }
 
-// Of equal times the one set first already stands first.
-void TimerWheel::order( const Place & place ) const {
-  Level & level = levels_[ place.level ];
-  if ( level.unordered.has( place.index ) ) {
-    level.unordered.remove( place.index );
-    level.slots[ place.index ].sort(
-        []( const Timer & a, const Timer & b ) { return a.time_ < b.time_; } );
-  }
-}
-
-// Steps through the back half as well, so that it is fetched from memory while the front half is
-// handed down.
+// All lower levels are empty: what comes to stand in one of their slots comes from here, the last
+// of it first.
 void TimerWheel::handDown( const Place & place ) {
   reached_ = place.tick;
-  const Slot & slot = levels_[ place.level ].slots[ place.index ];
-  const auto * back = static_cast< const Slot::Link * >( slot.last() );
-  while ( Timer * timer = slot.first() ) {
-    if ( back && ( back == timer || ( back = back->previous ) == timer ) ) {
-      back = nullptr;
-    }
-    Slot::remove( *timer );
-    this->place( *timer );
-  }
+  slots_[ place.slot ].takeFromBack( [ & ]( TimerLink & link ) {
+    const unsigned number = slotOf( std::max( tickOf( link.time ), reached_ ) );
+    slots_[ number ].prepend( link );
+    occupy( number );
+  } );
 }
 
 } // namespace Loom

@@ -14,7 +14,7 @@
 // and may sleep until `nextDeadline()` in between. Timers, wheel and host belong to one thread.
 #pragma once
 
-#include "Loom/LinkedList.h"
+#include "Loom/TimerSlot.h"
 #include "Vex/Attributes.h"
 #include "Vex/Clock.h"
 
@@ -52,62 +52,54 @@ public:
 
 private:
   friend class Timer;
-  using Slot = LinkedList< Timer >;
 
-  static constexpr double ticksPerSecond = 1 << 20; // a power of two: no time's tick is rounded
+  static constexpr double ticksPerSecond = 1 << 12; // a power of two: no time's tick is rounded
   static constexpr unsigned digitBits = 8;
   static constexpr unsigned slotsPerLevel = 1u << digitBits;
-  static constexpr unsigned levelCount = 7;
+  static constexpr unsigned levelCount = 6;
   static constexpr uint64_t maxTick = ( uint64_t( 1 ) << digitBits * levelCount ) - 1;
   static constexpr size_t many = 32; // fewer are put in order more cheaply than handed down
   static constexpr double noTurn = -std::numeric_limits< double >::infinity();
 
-  class SlotSet {
-  public:
-    void add( unsigned index, bool present = true ) {
-      words_[ index / 64 ] |= uint64_t( present ) << index % 64;
-    }
-    void remove( unsigned index ) { words_[ index / 64 ] &= ~( uint64_t( 1 ) << index % 64 ); }
-    bool has( unsigned index ) const { return words_[ index / 64 ] >> index % 64 & 1; }
-    std::optional< unsigned > first() const;
-
-  private:
-    std::array< uint64_t, slotsPerLevel / 64 > words_{};
-  };
-  struct Level {
-    SlotSet occupied;  // and perhaps some that are empty by now
-    SlotSet unordered; // those that may not be in the order of their times
-    std::array< Slot, slotsPerLevel > slots;
-  };
   // A slot with timers, and the first tick of its span.
   struct Place {
-    unsigned level;
-    unsigned index;
+    unsigned slot;
     uint64_t tick;
   };
 
   static uint64_t tickOf( double time );
   void set( Timer & timer );
   void cancelled( const Timer & timer );
-  void place( Timer & timer );
-  std::optional< Place > firstPlace() const;
+  void setPassed( Timer & timer );
+  void keepFirst( const Timer & timer );
+  void place( Timer & timer, uint64_t tick );
+  unsigned slotOf( uint64_t tick ) const;
+  void occupy( unsigned slot );
+  bool findFirst( Place & place ) const;
   bool crowded( const Place & place ) const;
-  void order( const Place & place ) const;
   void handDown( const Place & place );
   void endTurn();
 
+  static constexpr unsigned slotCount = levelCount * slotsPerLevel;
+  static constexpr unsigned slotsPerWord = 64;
+
   // Mutable are what asking for the first timer puts in order, and what it found.
-  mutable std::array< Level, levelCount > levels_;
-  mutable uint32_t occupiedLevels_ = 0;   // a bit a level, and perhaps some that are empty by now
+  mutable std::array< TimerSlot, slotCount > slots_; // the lowest level's first
+  // Of the slots those with timers, and perhaps some that are empty by now; of these words those
+  // that are not 0, and perhaps some that are by now.
+  mutable std::array< uint64_t, slotCount / slotsPerWord > occupied_{};
+  mutable uint32_t occupiedWords_ = 0;
   mutable const Timer * first_ = nullptr; // of those in slots; null when not known
+  mutable double firstTime_ = noTurn;     // before all times when that is not known
   uint64_t reached_ = 0;                  // no timer stands in a slot before this tick
   double turn_ = noTurn;                  // the time of the turn under way
-  Slot late_;                             // set during the turn for a time that it has reached
+  double passed_ = 0; // the same if above 0: only what is set for a later time is placed at once
+  TimerSlot late_;    // set during the turn for a time that it has reached
 };
 
 // One time to be told of. It may be set, cancelled or destroyed at any moment, by its own firing
 // or another's too, and keeps its wheel alive.
-class Timer : private LinkedList< Timer >::Link {
+class Timer : private TimerLink {
 public:
   Timer( const Timer & ) = delete;
   Timer & operator=( const Timer & ) = delete;
@@ -120,7 +112,7 @@ public:
   void cancel();
   bool isSet() const { return next; }
   // The time it was last set for.
-  double time() const { return time_; }
+  double time() const { return TimerLink::time; }
 
 protected:
   explicit Timer( const Vex::Ptr< TimerWheel > & wheel ) : wheel_( wheel ) {}
@@ -131,9 +123,7 @@ protected:
 
 private:
   friend class TimerWheel;
-  friend class LinkedList< Timer >;
 
-  double time_ = 0;
   const Vex::Ptr< TimerWheel > wheel_;
 };
 
@@ -142,54 +132,64 @@ inline double TimerWheel::now() const {
 }
 
 inline uint64_t TimerWheel::tickOf( double time ) {
-  const double ticks = time * ticksPerSecond;
-  if ( !( ticks > 0 ) ) {
-    return 0;
-  }
-  return ticks < static_cast< double >( maxTick ) ? static_cast< uint64_t >( ticks ) : maxTick;
+  return static_cast< uint64_t >( static_cast< int64_t >(
+      std::min( time * ticksPerSecond, static_cast< double >( maxTick ) ) ) );
 }
 
-inline void TimerWheel::place( Timer & timer ) {
-  const uint64_t tick = std::max( tickOf( timer.time_ ), reached_ );
-  const auto digit = static_cast< unsigned >( std::bit_width( ( tick ^ reached_ ) | 1 ) - 1 );
-  const unsigned number = digit / digitBits;
-  const unsigned index = tick >> number * digitBits & ( slotsPerLevel - 1 );
-  Level & level = levels_[ number ];
-  const Timer * last = level.slots[ index ].last();
-  level.unordered.add( index, last && timer.time_ < last->time_ );
-  level.slots[ index ].append( timer );
-  level.occupied.add( index );
-  occupiedLevels_ |= 1u << number;
+inline unsigned TimerWheel::slotOf( uint64_t tick ) const {
+  const auto bit = static_cast< unsigned >( 63 - std::countl_zero( ( tick ^ reached_ ) | 1 ) );
+  const unsigned shift = bit & ~( digitBits - 1 );
+  return shift * ( slotsPerLevel / digitBits ) + ( tick >> shift & ( slotsPerLevel - 1 ) );
+}
+
+inline void TimerWheel::occupy( unsigned slot ) {
+  occupied_[ slot / slotsPerWord ] |= uint64_t( 1 ) << slot % slotsPerWord;
+  occupiedWords_ |= 1u << slot / slotsPerWord;
+}
+
+inline void TimerWheel::keepFirst( const Timer & timer ) {
+  if ( timer.time() < firstTime_ ) {
+    first_ = &timer;
+    firstTime_ = timer.time();
+  }
+}
+
+inline void TimerWheel::place( Timer & timer, uint64_t tick ) {
+  keepFirst( timer );
+  const unsigned number = slotOf( std::max( tick, reached_ ) );
+  TimerSlot & slot = slots_[ number ];
+  if ( slot.empty() ) {
+    occupy( number );
+  }
+  slot.append( timer );
 }
 
 inline void TimerWheel::set( Timer & timer ) {
-  if ( timer.time_ <= turn_ && turn_ != noTurn ) {
-    late_.append( timer );
-    return;
+  if ( timer.time() <= passed_ ) [[unlikely]] {
+    setPassed( timer );
+  } else {
+    place( timer, tickOf( timer.time() ) );
   }
-  if ( first_ && timer.time_ < first_->time_ ) {
-    first_ = &timer;
-  }
-  place( timer );
 }
 
 inline void TimerWheel::cancelled( const Timer & timer ) {
   if ( first_ == &timer ) {
     first_ = nullptr;
+    firstTime_ = noTurn;
   }
 }
 
 inline void Timer::setAt( double time ) {
   VEX_ASSERT( !std::isnan( time ) );
   cancel();
-  time_ = time;
+  TimerLink::time = time;
   wheel_->set( *this );
 }
 
 inline void Timer::cancel() {
   if ( isSet() ) {
     wheel_->cancelled( *this );
-    LinkedList< Timer >::remove( *this );
+    TimerSlot::remove( *this );
   }
 }
 
