@@ -66,13 +66,14 @@ void EvpnFloodSetFecSm::clearCaches() {
   floodSetEntryCacheDelAll();
   floodSetStatusCacheDelAll();
   tunnelInfoCacheDelAll();
-  programmedConfigDelAll();
 }
 
 void EvpnFloodSetFecSm::makeUpForZombieMark() {
-  for ( const auto & [ macVlanPair, config ] : programmedConfig() ) {
-    if ( !isMplsDestConfigProgrammed( macVlanPair, config ) ) {
-      handleMplsDestStatus( macVlanPair, config );
+  for ( const auto & [ via, entry ] : floodSetStatusCache() ) {
+    for ( const auto & [ macVlanPair, config ] : entry->programmed() ) {
+      if ( !isMplsDestConfigProgrammed( macVlanPair, config ) ) {
+        handleMplsDestStatus( macVlanPair, config );
+      }
     }
   }
   for ( const auto & [ via, entry ] : floodSetEntryCache() ) {
@@ -257,22 +258,10 @@ void EvpnFloodSetFecSm::handleMplsDestStatus( const Bridging::MacVlanPair & macV
 void EvpnFloodSetFecSm::updateFloodSetStatusCache( const MplsFloodSetVia & via,
                                                    const FloodSetMplsDestConfig & floodSetConfig,
                                                    bool programmed ) {
-  if ( programmed == programmedConfigHas( floodSetConfig ) ) {
-    return;
-  }
-  programmedConfigIs( floodSetConfig, programmed );
-  const auto & macVlanPair = floodSetConfig.macVlanPair;
-  const auto entry = floodSetStatusCacheIs( via );
-  if ( programmed && entry->statusHas( macVlanPair ) ) {
-    entry->furtherConfigInc( macVlanPair );
-  } else if ( programmed ) {
-    entry->statusIs( macVlanPair, true );
-  } else if ( entry->furtherConfig( macVlanPair ) > 1 ) {
-    entry->furtherConfigDec( macVlanPair );
-  } else if ( entry->furtherConfigHas( macVlanPair ) ) {
-    entry->furtherConfigDel( macVlanPair );
-  } else {
-    entry->statusDel( macVlanPair );
+  if ( programmed ) {
+    floodSetStatusCacheIs( via )->programmedIs( floodSetConfig, true );
+  } else if ( const auto entry = floodSetStatusCache( via ) ) {
+    entry->programmedIs( floodSetConfig, false );
     floodSetStatusCacheDelIfEmpty( via );
   }
 }

@@ -33,11 +33,8 @@ public:
   VEX_ENTITIES( 10, floodSetEntryCache, MplsFloodSetViaToVlanMacDestSet )
   VEX_ENTITIES( 11, floodSetStatusCache, MplsFloodSetViaToFloodSetStatus )
   VEX_ENTITIES( 12, tunnelInfoCache, TunnelIdToMplsFloodSetVia )
-  // What `floodSetStatusCache` is made of.
-  VEX_SET( 13, programmedConfig, FloodSetMplsDestConfig )
   VEX_ATTRIBUTES( mplsFloodSetFecRequest, mplsFloodSetFecResponse, hwInfoMapping, fecIdCache,
-                  mplsFloodSetViaCache, floodSetEntryCache, floodSetStatusCache, tunnelInfoCache,
-                  programmedConfig )
+                  mplsFloodSetViaCache, floodSetEntryCache, floodSetStatusCache, tunnelInfoCache )
 
   EvpnFloodSetFecSm( In< L2Rib::FloodSetOutput > floodSetOutput,
                      In< TunnelIdToHwTunnelIdMapping > hwTunnelIdMapping,

@@ -39,10 +39,10 @@ void EvpnVlanFloodSetSm::VexHwInfoMapping::onAttribute( Vex::AttrId id, const vo
 
 void EvpnVlanFloodSetSm::handleInitialized() {
   TRACE( 8, "handleInitialized" );
-  mplsDestHwConfigDelAll();
   furtherDestDelAll();
   tunnelToFloodSetEntryDelAll();
   hwInfoMapKeyToFloodSetEntryDelAll();
+  configured_ = 0;
   vlanFloodSetHwConfig()->configDelAll();
   initializedIs( true );
   processEveryMplsDest();
@@ -61,8 +61,10 @@ void EvpnVlanFloodSetSm::handleHwTunnelIdMapping( TunnelId tunnelId ) {
     TRACE( 1, " no dests associated with this tunnel " );
     return;
   }
-  for ( const auto & vmd : entry->vlanMacDestSet() ) {
-    processMplsDestConfig( vmd );
+  for ( const auto & [ via, path ] : entry->paths() ) {
+    for ( const auto & vmd : path->vlanMacDestSet() ) {
+      processMplsDestConfig( vmd );
+    }
   }
 }
 
@@ -106,13 +108,39 @@ void EvpnVlanFloodSetSm::updateInternalMapping( const VlanMacDest & vmd ) {
   const auto via = mplsFloodSetVia( vmd );
   if ( isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ) ) {
     TRACE( 1, "   add entry to internal mappings" );
-    tunnelToFloodSetEntryIs( via.tunnelId )->vlanMacDestSetIs( vmd, true );
-    hwInfoMapKeyToFloodSetEntryIs( via )->vlanMacDestSetIs( vmd, true );
+    addToPath( via, vmd );
     return;
   }
   TRACE( 1, "   remove entry from internal mappings" );
-  tunnelToFloodSetEntryMemberDel( via.tunnelId, vmd );
-  hwInfoMapKeyToFloodSetEntryMemberDel( via, vmd );
+  // One that has a configuration goes with it, which is next.
+  if ( !mplsDestHwConfigHas( vmd ) ) {
+    takeFromPath( via, vmd );
+  }
+}
+
+void EvpnVlanFloodSetSm::addToPath( const MplsFloodSetVia & via, const VlanMacDest & vmd ) {
+  auto path = hwInfoMapKeyToFloodSetEntry( via );
+  const auto tunnel = tunnelToFloodSetEntryIs( via.tunnelId );
+  if ( !path ) {
+    path = hwInfoMapKeyToFloodSetEntryIs( via );
+    tunnel->pathIs( path );
+  }
+  path->vlanMacDestSetIs( vmd );
+  tunnel->vexNotify( TunnelVlanMacDestSet::vlanMacDestSetAttr, &vmd );
+}
+
+void EvpnVlanFloodSetSm::takeFromPath( const MplsFloodSetVia & via, const VlanMacDest & vmd ) {
+  const auto tunnel = tunnelToFloodSetEntry( via.tunnelId );
+  if ( !tunnel ) {
+    return; // it went with its configuration
+  }
+  if ( hwInfoMapKeyToFloodSetEntryMemberDel( via, vmd ) ) {
+    tunnel->pathDel( via );
+  }
+  tunnel->vexNotify( TunnelVlanMacDestSet::vlanMacDestSetAttr, &vmd );
+  if ( tunnel->paths().size() == 0 ) {
+    tunnelToFloodSetEntryDel( via.tunnelId );
+  }
 }
 
 void EvpnVlanFloodSetSm::processMplsDestConfig( const VlanMacDest & vmd ) {
@@ -130,6 +158,22 @@ void EvpnVlanFloodSetSm::processMplsDestConfig( const VlanMacDest & vmd ) {
   deleteMplsDestHwConfig( vmd );
 }
 
+EvpnVlanFloodSetSm::MplsDestHwConfigs EvpnVlanFloodSetSm::mplsDestHwConfig() const {
+  return MplsDestHwConfigs( *this );
+}
+
+DestsOverPaths EvpnVlanFloodSetSm::MplsDestHwConfigs::range() const {
+  return { sm_.hwInfoMapKeyToFloodSetEntry_.members(), DestsOverPaths::Of::configured };
+}
+
+std::optional< MplsDestConfig >
+EvpnVlanFloodSetSm::MplsDestHwConfigs::find( const VlanMacDest & vmd ) const {
+  const auto path = vmd.dest.destType() == L2Rib::destTypeMpls_
+                        ? sm_.hwInfoMapKeyToFloodSetEntry( mplsFloodSetVia( vmd ) )
+                        : nullptr;
+  return path ? path->config( vmd ) : std::nullopt;
+}
+
 MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig( const VlanMacDest & vmd ) const {
   const auto key = mplsFloodSetVia( vmd );
   const auto tunnelId = key.tunnelId;
@@ -142,22 +186,24 @@ MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig( const VlanMacDest & vmd
 
 void EvpnVlanFloodSetSm::addOrUpdateMplsDestHwConfig( const VlanMacDest & vmd ) {
   const auto config = createMplsDestConfig( vmd );
-  const auto existing = mplsDestHwConfig( vmd );
+  const auto path = hwInfoMapKeyToFloodSetEntry( mplsFloodSetVia( vmd ) );
+  const auto existing = path->config( vmd );
   if ( existing == config ) {
     TRACE( 1, "   no change in hardware config, skip " );
     return;
   }
-  const bool update = mplsDestHwConfigHas( vmd );
-  mplsDestHwConfigIs( vmd, config );
+  path->configIs( vmd, config );
+  configured_ += !existing;
+  vexNotify( mplsDestHwConfigAttr, &vmd );
   furtherDestInc( { vmd.macVlanPair(), config } );
-  if ( update ) {
-    TRACE( 1, "   update hardware config, existing: ( tunnelId: ", existing.tunnelId,
-           " label: ", existing.label, " hwTunnelId: ", existing.hwTunnelId,
-           " hwId: ", existing.hwIdForTunnelProgramming, " l2IntfId: ", existing.l2IntfId,
+  if ( existing ) {
+    TRACE( 1, "   update hardware config, existing: ( tunnelId: ", existing->tunnelId,
+           " label: ", existing->label, " hwTunnelId: ", existing->hwTunnelId,
+           " hwId: ", existing->hwIdForTunnelProgramming, " l2IntfId: ", existing->l2IntfId,
            either( " ), new: ( tunnelId ", " ), new: ( tunnelId: " ), config.tunnelId,
            " label: ", config.label, " hwTunnelId: ", config.hwTunnelId,
            " hwId: ", config.hwIdForTunnelProgramming, " l2IntfId: ", config.l2IntfId );
-    withdraw( { vmd.macVlanPair(), existing } );
+    withdraw( { vmd.macVlanPair(), *existing } );
   } else {
     TRACE( 1, "   add hardware config: tunnelId: ", config.tunnelId, " label: ", config.label,
            " hwTunnelId: ", config.hwTunnelId, " hwId: ", config.hwIdForTunnelProgramming,
@@ -167,13 +213,15 @@ void EvpnVlanFloodSetSm::addOrUpdateMplsDestHwConfig( const VlanMacDest & vmd ) 
 }
 
 // Does nothing for a configuration that no destination has any more: hardware may have answered
-// to the withdrawal of the old one, and the answer have led to yet another.
+// to the withdrawal of the old one, or to the flood set, and the answer have led to yet another.
 void EvpnVlanFloodSetSm::publish( const FloodSetMplsDestConfig & floodSetConfig ) {
   if ( !furtherDestHas( floodSetConfig ) ) {
     return;
   }
   const auto floodSet = vlanFloodSetHwConfig()->configIs( floodSetConfig.macVlanPair );
-  if ( !floodSet->mplsDestConfigHas( floodSetConfig.config ) ) {
+  if ( !furtherDestHas( floodSetConfig ) ) {
+    vlanFloodSetHwConfig()->configDelIfEmpty( floodSetConfig.macVlanPair );
+  } else if ( !floodSet->mplsDestConfigHas( floodSetConfig.config ) ) {
     furtherDestDrop( floodSetConfig );
     floodSet->mplsDestConfigIs( floodSetConfig.config, true );
   }
@@ -195,16 +243,23 @@ void EvpnVlanFloodSetSm::furtherDestDrop( const FloodSetMplsDestConfig & floodSe
 }
 
 void EvpnVlanFloodSetSm::deleteMplsDestHwConfig( const VlanMacDest & vmd ) {
-  if ( !mplsDestHwConfigHas( vmd ) ) {
+  const auto via = mplsFloodSetVia( vmd );
+  const auto path = hwInfoMapKeyToFloodSetEntry( via );
+  const auto config = path ? path->config( vmd ) : std::nullopt;
+  if ( !config ) {
     return;
   }
-  const auto config = mplsDestHwConfig( vmd );
-  TRACE( 1, "   remove hardware config: tunnelId: ", config.tunnelId, " label: ", config.label,
-         " hwTunnelId: ", config.hwTunnelId, " hwId: ", config.hwIdForTunnelProgramming,
-         " l2IntfId: ", config.l2IntfId );
+  TRACE( 1, "   remove hardware config: tunnelId: ", config->tunnelId, " label: ", config->label,
+         " hwTunnelId: ", config->hwTunnelId, " hwId: ", config->hwIdForTunnelProgramming,
+         " l2IntfId: ", config->l2IntfId );
   const auto macVlanPair = vmd.macVlanPair();
-  mplsDestHwConfigDel( vmd );
-  withdraw( { macVlanPair, config } );
+  path->configDel( vmd );
+  --configured_;
+  vexNotify( mplsDestHwConfigAttr, &vmd );
+  if ( !isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ) ) {
+    takeFromPath( via, vmd );
+  }
+  withdraw( { macVlanPair, *config } );
   vlanFloodSetHwConfig()->configDelIfEmpty( macVlanPair );
 }
 

@@ -6,10 +6,13 @@
 // path is not in HwInfoMapping has no configuration, one whose tunnel has no hardware tunnel id
 // has one without. An update removes the old configuration and adds the new one. Destinations of
 // a flood set that come to the same configuration share it, and it goes with the last of them.
+// Between events `tunnelToFloodSetEntry` and `hwInfoMapKeyToFloodSetEntry` are what the flood sets
+// say, and `mplsDestHwConfig` is of destinations in these.
 // Starting, the machine publishes everything anew. Hardware may answer within the writes; what it
 // made of a configuration is traced, no more.
 #pragma once
 
+#include "KezEvpn/FloodSetPaths.h"
 #include "KezEvpn/frame/MplsFloodSetSm.h"
 
 namespace Kez {
@@ -24,13 +27,33 @@ public:
     void onAttribute( Vex::AttrId id, const void * key ) override;
   };
 
+  // The configuration of each destination that has one.
+  class MplsDestHwConfigs {
+  public:
+    using Key = VlanMacDest;
+    using Value = MplsDestConfig;
+    explicit MplsDestHwConfigs( const EvpnVlanFloodSetSm & sm ) : sm_( sm ) {}
+
+    size_t size() const { return sm_.configured_; }
+    bool has( const VlanMacDest & vmd ) const { return find( vmd ).has_value(); }
+    // The default one where there is none.
+    MplsDestConfig get( const VlanMacDest & vmd ) const {
+      return find( vmd ).value_or( MplsDestConfig() );
+    }
+    DestsOverPaths range() const;
+
+  private:
+    std::optional< MplsDestConfig > find( const VlanMacDest & vmd ) const;
+
+    const EvpnVlanFloodSetSm & sm_;
+  };
+
   VEX_ENTITY( EvpnVlanFloodSetSm, "Kez::EvpnVlanFloodSetSm", MplsFloodSetSm )
   VEX_INPUT( 1, hwInfoMapping, HwInfoMapping )
   VEX_OUTPUT( 2, vlanFloodSetHwConfig, EvpnVlanFloodSetHwConfig )
-  // The configuration of each destination that has one.
-  VEX_MAP( 3, mplsDestHwConfig, VlanMacDest, MplsDestConfig )
+  VEX_COMPUTED_MAP( 3, mplsDestHwConfig, MplsDestHwConfigs )
   VEX_ENTITIES( 4, tunnelToFloodSetEntry, TunnelVlanMacDestSet )
-  VEX_ENTITIES( 5, hwInfoMapKeyToFloodSetEntry, MplsFloodSetViaToVlanMacDestSet )
+  VEX_ENTITIES( 5, hwInfoMapKeyToFloodSetEntry, MplsFloodSetViaToDestConfigs )
   // How many destinations of a flood set have a configuration in `mplsDestHwConfig` beyond the
   // one that it is published for: all that have it, while it is about to be published.
   VEX_COUNTER( 6, furtherDest, FloodSetMplsDestConfig )
@@ -93,11 +116,14 @@ private:
   void checkConfig( const VlanMacDest & vmd, const MplsFloodSetVia & via, Findings & out ) const;
 
   void makeUpForZombieMark() override;
+  void addToPath( const MplsFloodSetVia & via, const VlanMacDest & vmd );
+  void takeFromPath( const MplsFloodSetVia & via, const VlanMacDest & vmd );
   void publish( const FloodSetMplsDestConfig & floodSetConfig );
   void withdraw( const FloodSetMplsDestConfig & floodSetConfig );
   void furtherDestDrop( const FloodSetMplsDestConfig & floodSetConfig );
 
   VexHwInfoMapping hwInfoMappingReactor_;
+  size_t configured_ = 0; // destinations
 };
 
 Vex::Ptr< EvpnVlanFloodSetSm > evpnVlanFloodSetSmFactory(

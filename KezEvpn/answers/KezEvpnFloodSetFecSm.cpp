@@ -103,7 +103,7 @@ void EvpnFloodSetFecSm::check( Findings & out ) const {
     return;
   }
   checkFecIds( out );
-  size_t used = 0, dests = 0, configs = 0, programmed = 0;
+  size_t used = 0, dests = 0, configs = 0, told = 0, programmed = 0;
   for ( const auto & [ via, entry ] : floodSetEntryCache() ) {
     out.expect( entry->vlanMacDestSets() > 0, "floodSetEntryCache has an empty path ", via );
     out.expect( mplsFloodSetFecRequest()->fecHas( mplsFloodSetViaCache( via ) ), "path ", via,
@@ -124,22 +124,25 @@ void EvpnFloodSetFecSm::check( Findings & out ) const {
   for ( const auto & [ macVlanPair, status ] : vlanFloodSetHwStatus()->status() ) {
     for ( const auto & [ config, hwProgrammingStatus ] : status->mplsDestStatus() ) {
       const bool isProgrammed = hwProgrammingStatus == HwProgrammingStatus::programmed;
-      out.expect( programmedConfigHas( { macVlanPair, config } ) == isProgrammed,
-                  "programmedConfig is not as hardware says of ", config );
+      const auto entry = floodSetStatusCache(
+          mplsFloodSetVia( config.tunnelId, config.label, macVlanPair.vlanId ) );
+      out.expect( ( entry && entry->programmedHas( { macVlanPair, config } ) ) == isProgrammed,
+                  "floodSetStatusCache is not as hardware says of ", config );
       programmed += isProgrammed ? 1 : 0;
     }
   }
-  out.expect( programmed == programmedConfigs(), "programmedConfig has ", programmedConfigs(),
-              " configurations of ", programmed );
   for ( const auto & [ via, entry ] : floodSetStatusCache() ) {
     out.expect( entry->statuss() > 0, "floodSetStatusCache has an empty path ", via );
+    told += entry->programmed().size();
     configs += entry->statuss();
     for ( const auto & [ macVlanPair, further ] : entry->furtherConfig() ) {
       configs += further;
     }
   }
-  out.expect( configs == programmedConfigs(), "floodSetStatusCache is made of ", configs,
-              " configurations, not of ", programmedConfigs() );
+  out.expect( told == programmed, "floodSetStatusCache has ", told, " configurations of ",
+              programmed );
+  out.expect( configs == told, "floodSetStatusCache counts ", configs, " configurations of ",
+              told );
   for ( const auto & [ via, hwInfo ] : hwInfoMapping()->mapping() ) {
     const auto response = mplsFloodSetFecResponse()->hwFecIdResponse( mplsFloodSetViaCache( via ) );
     out.expect( mplsFloodSetViaCacheHas( via ) &&

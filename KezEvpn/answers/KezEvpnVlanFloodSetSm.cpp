@@ -184,7 +184,7 @@ void EvpnVlanFloodSetSm::addMissing( Missing & out ) const {
     const auto [ record, damage ] =
         hwTunnelIdMapping()->tunnelIdToHwTunnelIdTable().examine( tunnelId );
     if ( !record && !damage && tunnelId != TunnelId::invalid() ) {
-      for ( const auto & vmd : entry->vlanMacDestSet() ) {
+      for ( const auto & vmd : entry->vlanMacDestSet().range() ) {
         addIf( vmd, State::withoutHwTunnelId );
       }
     }
@@ -278,13 +278,18 @@ void EvpnVlanFloodSetSm::check( Findings & out ) const {
               dests );
   out.expect( byTunnel == byPath, "tunnelToFloodSetEntry has ", byTunnel,
               " destinations, hwInfoMapKeyToFloodSetEntry ", byPath );
-  for ( const auto & [ vmd, config ] : mplsDestHwConfig() ) {
+  size_t configured = 0;
+  for ( const auto & vmd : mplsDestHwConfig().range() ) {
+    ++configured;
+    const auto config = mplsDestHwConfig( vmd );
     const auto floodSet = vlanFloodSetHwConfig()->config( vmd.macVlanPair() );
     out.expect( isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ), vmd,
                 " has a configuration, and is in no flood set" );
     out.expect( floodSet && floodSet->mplsDestConfigHas( config ), "the configuration of ", vmd,
                 " is not published" );
   }
+  out.expect( configured == mplsDestHwConfigs(), "mplsDestHwConfig has ", configured,
+              " destinations, and counts ", mplsDestHwConfigs() );
   for ( const auto & [ floodSetConfig, count ] : furtherDest() ) {
     further += count;
   }

@@ -87,7 +87,13 @@ protected:
 
   // For making up for a zombie mark, which is the machine's own to do.
   void makeUpForZombieMark() override = 0;
-  void processDestsThatLeft( const MplsFloodSetViaToVlanMacDestSet & entry );
+  void processDestsThatLeft( const auto & entry ) {
+    for ( const auto & vmd : entry.vlanMacDestSet() ) {
+      if ( !isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ) ) {
+        processMplsDest( vmd.vlanId, vmd.macAddr, vmd.dest );
+      }
+    }
+  }
 
   // Of a flood set's status, before `initialized`.
   virtual void handleVlanFloodSetStatusNotInitialized() {}

@@ -17,7 +17,12 @@
 //                                        when it has changed
 //   VEX_COMPUTED( id, foo, T )           declares `T foo() const`, which reflection reads
 //   VEX_SET( id, foo, Key )              foo( key ): bool, fooIs( key, present = true )
+//   VEX_NOTED_SET( id, foo, Key, N )     the same, and fooNote( key ): where the class keeps an N,
+//                                        which reflection does not show, beside the member
 //   VEX_MAP( id, foo, Key, Value )       foo( key ), fooIs( key, value )
+//   VEX_COMPUTED_SET( id, foo, View )    declares `View foo() const`, see Vex/Describe.h; the class
+//                                        says vexNotify( fooAttr, &key ) when it changes
+//   VEX_COMPUTED_MAP( id, foo, View )    likewise, and foo( key )
 //   VEX_COUNTER( id, foo, Key )          foo( key ), fooIs( key, count ), fooInc, fooDec( key, n )
 //   VEX_QUEUE( id, foo, T )              a map by index, fooEnq( value ), fooDeq(), fooMetadata()
 //   VEX_ENTITIES( id, foo, T )           foo( key ), fooIs( key ) makes, fooIs( Ptr ) puts back
@@ -211,6 +216,46 @@ public:                                                                         
     foo##_.is( *this, ID, key, present );                                                          \
   }
 
+#define VEX_NOTED_SET( ID, foo, Key, N )                                                           \
+  VEX_CHECK_KEY( foo, Key )                                                                        \
+  VEX_DECLARE( ID, foo, Key, Vex::SetType, ( VexSelf::vexAccess ),                                 \
+               Vex::NotedSetStorage< Vex::CheckedKey< Key >, N > foo##_ )                          \
+  VEX_COLLECTION_ACCESSORS( ID, foo, Key )                                                         \
+  void foo##Is( Vex::Arg< Key > key, bool present = true ) {                                       \
+    foo##_.is( *this, ID, key, present );                                                          \
+  }                                                                                                \
+  N * foo##Note( Vex::Arg< Key > key ) {                                                           \
+    return foo##_.note( key );                                                                     \
+  }                                                                                                \
+  const N * foo##Note( Vex::Arg< Key > key ) const {                                               \
+    return foo##_.note( key );                                                                     \
+  }
+
+#define VEX_COMPUTED_COLLECTION( ID, foo, View, Description )                                      \
+public:                                                                                            \
+  [[maybe_unused]] static constexpr Vex::AttrRef< View::Key > foo##Attr{ ID };                     \
+  static void vexDeclared( Vex::AttrTag< ID > );                                                   \
+  static const Vex::AttributeType & vexTypeOf_##foo() {                                            \
+    static const Description< VexSelf,                                                             \
+                              static_cast< View ( VexSelf::* )() const >( &VexSelf::foo ) >        \
+        type( #foo, ID );                                                                          \
+    return type;                                                                                   \
+  }                                                                                                \
+  View foo() const;                                                                                \
+  bool foo##Has( Vex::Arg< View::Key > key ) const {                                               \
+    return foo().has( key );                                                                       \
+  }                                                                                                \
+  size_t foo##s() const {                                                                          \
+    return foo().size();                                                                           \
+  }
+#define VEX_COMPUTED_SET( ID, foo, View )                                                          \
+  VEX_COMPUTED_COLLECTION( ID, foo, View, Vex::ComputedSetType )
+#define VEX_COMPUTED_MAP( ID, foo, View )                                                          \
+  VEX_COMPUTED_COLLECTION( ID, foo, View, Vex::ComputedMapType )                                   \
+  View::Value foo( Vex::Arg< View::Key > key ) const {                                             \
+    return foo().get( key );                                                                       \
+  }
+
 #define VEX_MAP_ACCESSORS( ID, foo, Key, Value )                                                   \
   VEX_COLLECTION_ACCESSORS( ID, foo, Key )                                                         \
   Vex::Arg< Value > foo( Vex::Arg< Key > key ) const {                                             \
@@ -321,7 +366,7 @@ public:                                                                         
     return foo##_.has( key );                                                                      \
   }                                                                                                \
   auto foo() const {                                                                               \
-    return foo##_.members().range();                                                               \
+    return foo##_.range();                                                                         \
   }                                                                                                \
   size_t foo##s() const {                                                                          \
     return foo##_.size();                                                                          \

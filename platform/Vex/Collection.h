@@ -114,12 +114,12 @@ public:
     uint32_t last_;
   };
 
-  // A walk that hands values out as `Given`.
+  // A walk that hands values out as `Given`, or keys alone when that is NoValue.
   template< class Given > class WalkOf : public Walk {
   public:
     auto operator*() const {
       const Slot & slot = this->collection_->slot( this->at_ );
-      if constexpr ( std::is_same_v< Value, NoValue > ) {
+      if constexpr ( std::is_same_v< Given, NoValue > ) {
         return Key( slot.key );
       } else {
         return MemberOf< Given >{ slot.key, slot.value };
@@ -178,6 +178,17 @@ public:
   }
   Value * find( const Key & key ) {
     return const_cast< Value * >( std::as_const( *this ).find( key ) );
+  }
+
+  // Where a member stands, which it keeps until it is erased; asserts nothing of who is not there.
+  uint32_t slotOf( const Key & key ) const {
+    return findSlot( key );
+  }
+  const Key & keyAt( uint32_t at ) const {
+    return slot( at ).key;
+  }
+  Value & valueAt( uint32_t at ) {
+    return slot( at ).value;
   }
 
   // Of the member that was added last, of those that are left; null without members.

@@ -41,13 +41,15 @@ template< class T > String canonical( std::string_view text ) {
   return briefText( parseBriefly< T >( text ) );
 }
 
-// The storage of attribute `storage` of class C.
+// The storage of attribute `storage` of class C, or what the function gives that computes it.
 template< class C, auto storage > struct StorageOf {
-  using Type = std::remove_cvref_t< decltype( std::declval< C & >().*storage ) >;
-  static const Type & of( const Entity & entity ) {
-    return static_cast< const C & >( entity ).*storage;
+  using Type = std::remove_cvref_t< std::invoke_result_t< decltype( storage ), const C & > >;
+  static decltype( auto ) of( const Entity & entity ) {
+    return std::invoke( storage, static_cast< const C & >( entity ) );
   }
-  static Type & of( Entity & entity ) { return static_cast< C & >( entity ).*storage; }
+  static decltype( auto ) of( Entity & entity ) {
+    return std::invoke( storage, static_cast< C & >( entity ) );
+  }
 };
 
 inline constexpr AttributeKind valueKind{ "value" };
@@ -168,10 +170,9 @@ public:
     return all.has( key ) ? std::optional( reflect( key, all ) ) : std::nullopt;
   }
   std::unique_ptr< ReflectedWalk > walk( const Entity & entity ) const override {
-    return reflectedWalk( Storage::of( entity ).members().range(),
-                          [ this, &all = Storage::of( entity ) ]( const auto & at ) {
-                            return reflect( at.key(), all );
-                          } );
+    return reflectedWalk( Storage::of( entity ).range(), [ this, &entity ]( const auto & at ) {
+      return reflect( at.key(), Storage::of( entity ) );
+    } );
   }
   String keyText( const void * key ) const override {
     return briefText( *static_cast< const Key * >( key ) );
@@ -234,6 +235,43 @@ public:
     const auto parsedKey = parseBriefly< Key >( key );
     Storage::of( entity ).is( entity, this->id, parsedKey, parseBriefly< Value >( value ) );
   }
+  String canonicalValue( std::string_view text ) const override {
+    return canonical< Value >( text );
+  }
+
+private:
+  ReflectedMember reflect( const Key & key, const typename Storage::Type & all ) const override {
+    return { briefText( key ), briefText( all.get( key ) ), {} };
+  }
+};
+
+// A set or a map that is computed when it is asked for: `read` gives the view of its members, with
+// a type Key, and Value for a map, size(), has( key ), get( key ) for a map, and range().
+template< class C, auto read > class ComputedSetType : public KeyedType< C, read > {
+  using typename KeyedType< C, read >::Storage;
+  using typename KeyedType< C, read >::Key;
+
+public:
+  ComputedSetType( std::string_view attrName, AttrId attrId )
+      : KeyedType< C, read >( attrName, attrId, setKind, Access::readOnly, {} ) {}
+  bool computed() const override { return true; }
+
+private:
+  ReflectedMember reflect( const Key & key, const typename Storage::Type & ) const override {
+    return { briefText( key ), {}, {} };
+  }
+};
+// A map, likewise.
+template< class C, auto read > class ComputedMapType : public KeyedType< C, read > {
+  using typename KeyedType< C, read >::Storage;
+  using typename KeyedType< C, read >::Key;
+  using Value = typename Storage::Type::Value;
+
+public:
+  ComputedMapType( std::string_view attrName, AttrId attrId )
+      : KeyedType< C, read >( attrName, attrId, mapKind, Access::readOnly,
+                              describedType< Value >() ) {}
+  bool computed() const override { return true; }
   String canonicalValue( std::string_view text ) const override {
     return canonical< Value >( text );
   }

@@ -106,7 +106,7 @@ void Entity::vexParentIs( Entity * parent, AttrId attribute ) {
 
 void Entity::vexClear() {
   for ( const auto * attribute : fwkType().attributes() ) {
-    if ( attribute->isCollection() ) {
+    if ( attribute->isCollection() && !attribute->computed() ) {
       attribute->reset( *this );
     }
   }

@@ -96,6 +96,8 @@ public:
   bool keyed() const { return !keyType.empty(); }
   // Whether it has members that belong to an entity's state.
   bool isCollection() const { return keyed() && kind != reactorsKind; }
+  // Whether nothing is kept for it.
+  virtual bool computed() const { return false; }
 
   // The class declared for the entities that it holds or refers to, whether there are any or not;
   // null when it does neither.

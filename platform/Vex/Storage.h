@@ -106,6 +106,22 @@ public:
   }
 };
 
+// The members of a set, with a note on each that is its class's own: nobody is told of it.
+template< class K, class N > class NotedSetStorage : public KeyedStorage< K, N > {
+public:
+  auto range() const { return this->members_.template range< NoValue >(); }
+  void is( const Entity & owner, AttrId id, Arg< K > key, bool present ) {
+    if ( !present ) {
+      this->del( owner, id, key );
+    } else if ( this->members_.findOrAdd( key, [] { return N(); } ).second ) {
+      owner.vexNotify( id, &key );
+    }
+  }
+  // Null for who is no member; good until the set changes.
+  N * note( Arg< K > key ) { return this->members_.find( key ); }
+  const N * note( Arg< K > key ) const { return this->members_.find( key ); }
+};
+
 // The members of a map.
 template< class K, class V > class MapStorage : public KeyedStorage< K, V > {
 public:
@@ -339,7 +355,7 @@ public:
   }
   bool has( Arg< Key > key ) const { return members_.has( key ); }
   size_t size() const { return members_.size(); }
-  const Collection< Key, R * > & members() const { return members_; }
+  auto range() const { return members_.range(); }
 
   // The reactor stands here before its handler first runs, which it does now if it is new or
   // its key had another entity. `context` is what it is made with beside the key.

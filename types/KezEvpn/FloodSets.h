@@ -8,6 +8,9 @@
 #include "Bridging/MacVlanPair.h"
 #include "KezEvpn/KezEvpn.h"
 #include "KezEvpn/Refusal.h"
+#include "Vex/Interned.h"
+
+#include <vector>
 
 namespace Kez {
 
@@ -112,14 +115,6 @@ Vex::Ptr< HwInfoMapping > hwInfoMappingFactory();
 
 // --- Private state
 
-// The flood-set destinations over a tunnel.
-class TunnelVlanMacDestSet : public MachineState {
-  VEX_ENTITY( TunnelVlanMacDestSet, "Kez::TunnelVlanMacDestSet" )
-  VEX_KEY( TunnelVlanMacDestSet, tunnelId, Tunnel::TunnelTable::TunnelId )
-  VEX_SET( 1, vlanMacDestSet, VlanMacDest )
-  VEX_ATTRIBUTES( vlanMacDestSet )
-};
-
 // The flood-set destinations over a path.
 class MplsFloodSetViaToVlanMacDestSet : public MachineState {
   VEX_ENTITY( MplsFloodSetViaToVlanMacDestSet, "Kez::MplsFloodSetViaToVlanMacDestSet" )
@@ -142,10 +137,24 @@ tunnelIdToMplsFloodSetViaFactory( Tunnel::TunnelTable::TunnelId tunnelId );
 class MplsFloodSetViaToFloodSetStatus : public MachineState {
   VEX_ENTITY( MplsFloodSetViaToFloodSetStatus, "Kez::MplsFloodSetViaToFloodSetStatus" )
   VEX_KEY( MplsFloodSetViaToFloodSetStatus, mplsFloodSetVia, MplsFloodSetVia )
-  VEX_SET( 1, status, Bridging::MacVlanPair )
+  // Each with the number of a programmed configuration in `configs_`; 0 when it has others alone.
+  VEX_NOTED_SET( 1, status, Bridging::MacVlanPair, uint32_t )
   // How many of a flood set's programmed configurations lead over the path beyond the first.
   VEX_COUNTER( 2, furtherConfig, Bridging::MacVlanPair )
-  VEX_ATTRIBUTES( status, furtherConfig )
+  // Those that no flood set has a number of.
+  VEX_SET( 3, furtherProgrammed, FloodSetMplsDestConfig )
+  VEX_ATTRIBUTES( status, furtherConfig, furtherProgrammed )
+
+  // Whether it was told of the configuration that hardware has it programmed.
+  bool programmedHas( const FloodSetMplsDestConfig & floodSetConfig ) const;
+  void programmedIs( const FloodSetMplsDestConfig & floodSetConfig, bool programmed );
+  std::vector< FloodSetMplsDestConfig > programmed() const;
+
+private:
+  void note( const FloodSetMplsDestConfig & floodSetConfig );
+  void forget( const FloodSetMplsDestConfig & floodSetConfig );
+
+  Vex::Interned< MplsDestConfig > configs_;
 };
 Vex::Ptr< MplsFloodSetViaToFloodSetStatus >
 mplsFloodSetViaToFloodSetStatusFactory( const MplsFloodSetVia & via );
