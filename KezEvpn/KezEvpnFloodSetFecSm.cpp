@@ -153,12 +153,16 @@ void EvpnFloodSetFecSm::createOrUpdateFecRequest( const MplsFloodSetVia & via ) 
          " vlanId: ", via.vlanId );
   VEX_ASSERT( initialized() );
   const auto hwTunnelId = this->hwTunnelId( via.tunnelId );
-  // What cannot be sent over raises its error before a number is taken for it.
-  auto fec = buildFec( FecId(), via );
-  const auto fecId = fec.fecId = getOrAllocateFecId( via );
-  updateCachesForFecId( fecId, via, false );
-  updateTunnelInfoCache( via, false );
-  requestFec( fec, hwTunnelId );
+  auto fecId = mplsFloodSetViaCache( via );
+  // Of what stands already only the hardware tunnel id may be another.
+  if ( !isFecRequestedWith( fecId, hwTunnelId ) ) {
+    // What cannot be sent over raises its error before a number is taken for it.
+    auto fec = buildFec( FecId(), via );
+    fecId = fec.fecId = getOrAllocateFecId( via );
+    updateCachesForFecId( fecId, via, false );
+    updateTunnelInfoCache( via, false );
+    requestFec( fec, hwTunnelId );
+  }
   TRACE( 2, "     mplsFloodSetFecRequest created or updated: (tunnelId: ", via.tunnelId,
          " label: ", via.label, " hwTunnelId:", hwTunnelId, " fecId: ", fecId );
 }

@@ -98,15 +98,16 @@ void EvpnVlanFloodSetSm::processMplsDest( Bridging::VlanId vlanId, const Wire::E
   VEX_ASSERT( dest.destType() == L2Rib::destTypeMpls_ );
   VEX_ASSERT( initialized() );
   const VlanMacDest vmd( vlanId, mac, dest );
-  updateInternalMapping( vmd );
-  processMplsDestConfig( vmd );
+  const bool inFloodSet = isDestInFloodSet( vlanId, mac, dest );
+  updateInternalMapping( vmd, inFloodSet );
+  processMplsDestConfig( vmd, inFloodSet );
 }
 
-void EvpnVlanFloodSetSm::updateInternalMapping( const VlanMacDest & vmd ) {
+void EvpnVlanFloodSetSm::updateInternalMapping( const VlanMacDest & vmd, bool inFloodSet ) {
   TRACE( 8, "updateInternalMapping vlan: ", vmd.vlanId, " mac: ", vmd.macAddr,
          " dest: ", vmd.dest );
   const auto via = mplsFloodSetVia( vmd );
-  if ( isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ) ) {
+  if ( inFloodSet ) {
     TRACE( 1, "   add entry to internal mappings" );
     addToPath( via, vmd );
     return;
@@ -144,18 +145,22 @@ void EvpnVlanFloodSetSm::takeFromPath( const MplsFloodSetVia & via, const VlanMa
 }
 
 void EvpnVlanFloodSetSm::processMplsDestConfig( const VlanMacDest & vmd ) {
+  processMplsDestConfig( vmd, isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ) );
+}
+
+void EvpnVlanFloodSetSm::processMplsDestConfig( const VlanMacDest & vmd, bool inFloodSet ) {
   TRACE( 8, "processMplsDestConfig vlan: ", vmd.vlanId, " mac: ", vmd.macAddr,
          " dest: ", vmd.dest );
   const auto via = mplsFloodSetVia( vmd );
   const bool hwIdReady = hwInfoMapping()->mappingHas( via );
-  if ( hwIdReady && isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ) ) {
+  if ( hwIdReady && inFloodSet ) {
     addOrUpdateMplsDestHwConfig( vmd );
     return;
   }
   if ( !hwIdReady ) {
     TRACE( 1, "   hwId not ready for dest, tunnelId: ", via.tunnelId, " label: ", via.label );
   }
-  deleteMplsDestHwConfig( vmd );
+  deleteMplsDestHwConfig( vmd, inFloodSet );
 }
 
 EvpnVlanFloodSetSm::MplsDestHwConfigs EvpnVlanFloodSetSm::mplsDestHwConfig() const {
@@ -187,16 +192,15 @@ MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig( const VlanMacDest & vmd
 void EvpnVlanFloodSetSm::addOrUpdateMplsDestHwConfig( const VlanMacDest & vmd ) {
   const auto config = createMplsDestConfig( vmd );
   const auto path = hwInfoMapKeyToFloodSetEntry( mplsFloodSetVia( vmd ) );
-  const auto existing = path->config( vmd );
+  const auto existing = path->configIs( vmd, config );
   if ( existing == config ) {
     TRACE( 1, "   no change in hardware config, skip " );
     return;
   }
-  path->configIs( vmd, config );
-  configured_ += !existing;
   vexNotify( mplsDestHwConfigAttr, &vmd );
-  furtherDestInc( { vmd.macVlanPair(), config } );
+  const FloodSetMplsDestConfig floodSetConfig( vmd.macVlanPair(), config );
   if ( existing ) {
+    furtherDestInc( floodSetConfig );
     TRACE( 1, "   update hardware config, existing: ( tunnelId: ", existing->tunnelId,
            " label: ", existing->label, " hwTunnelId: ", existing->hwTunnelId,
            " hwId: ", existing->hwIdForTunnelProgramming, " l2IntfId: ", existing->l2IntfId,
@@ -204,12 +208,20 @@ void EvpnVlanFloodSetSm::addOrUpdateMplsDestHwConfig( const VlanMacDest & vmd ) 
            " label: ", config.label, " hwTunnelId: ", config.hwTunnelId,
            " hwId: ", config.hwIdForTunnelProgramming, " l2IntfId: ", config.l2IntfId );
     withdraw( { vmd.macVlanPair(), *existing } );
-  } else {
-    TRACE( 1, "   add hardware config: tunnelId: ", config.tunnelId, " label: ", config.label,
-           " hwTunnelId: ", config.hwTunnelId, " hwId: ", config.hwIdForTunnelProgramming,
-           " l2IntfId: ", config.l2IntfId );
+    publish( floodSetConfig );
+    return;
   }
-  publish( { vmd.macVlanPair(), config } );
+  ++configured_;
+  TRACE( 1, "   add hardware config: tunnelId: ", config.tunnelId, " label: ", config.label,
+         " hwTunnelId: ", config.hwTunnelId, " hwId: ", config.hwIdForTunnelProgramming,
+         " l2IntfId: ", config.l2IntfId );
+  const auto floodSet = vlanFloodSetHwConfig()->config( floodSetConfig.macVlanPair );
+  if ( floodSet && !floodSet->mplsDestConfigHas( config ) ) {
+    floodSet->mplsDestConfigIs( config );
+    return;
+  }
+  furtherDestInc( floodSetConfig );
+  publish( floodSetConfig );
 }
 
 // Does nothing for a configuration that no destination has any more: hardware may have answered
@@ -242,10 +254,10 @@ void EvpnVlanFloodSetSm::furtherDestDrop( const FloodSetMplsDestConfig & floodSe
   }
 }
 
-void EvpnVlanFloodSetSm::deleteMplsDestHwConfig( const VlanMacDest & vmd ) {
+void EvpnVlanFloodSetSm::deleteMplsDestHwConfig( const VlanMacDest & vmd, bool inFloodSet ) {
   const auto via = mplsFloodSetVia( vmd );
   const auto path = hwInfoMapKeyToFloodSetEntry( via );
-  const auto config = path ? path->config( vmd ) : std::nullopt;
+  const auto config = path ? path->configDel( vmd ) : std::nullopt;
   if ( !config ) {
     return;
   }
@@ -253,10 +265,9 @@ void EvpnVlanFloodSetSm::deleteMplsDestHwConfig( const VlanMacDest & vmd ) {
          " hwTunnelId: ", config->hwTunnelId, " hwId: ", config->hwIdForTunnelProgramming,
          " l2IntfId: ", config->l2IntfId );
   const auto macVlanPair = vmd.macVlanPair();
-  path->configDel( vmd );
   --configured_;
   vexNotify( mplsDestHwConfigAttr, &vmd );
-  if ( !isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ) ) {
+  if ( !inFloodSet ) {
     takeFromPath( via, vmd );
   }
   withdraw( { macVlanPair, *config } );

@@ -79,11 +79,13 @@ public:
 
   void processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
                         const L2Rib::Dest & dest ) override;
-  void updateInternalMapping( const VlanMacDest & vmd );
+  // `inFloodSet` is whether the destination is in its flood set now.
+  void updateInternalMapping( const VlanMacDest & vmd, bool inFloodSet );
   void processMplsDestConfig( const VlanMacDest & vmd );
+  void processMplsDestConfig( const VlanMacDest & vmd, bool inFloodSet );
   MplsDestConfig createMplsDestConfig( const VlanMacDest & vmd ) const;
   void addOrUpdateMplsDestHwConfig( const VlanMacDest & vmd );
-  void deleteMplsDestHwConfig( const VlanMacDest & vmd );
+  void deleteMplsDestHwConfig( const VlanMacDest & vmd, bool inFloodSet );
   void explain( const Subject & subject, Explanation & out ) const override;
   void addMissing( Missing & out ) const override;
   void check( Findings & out ) const override;

@@ -124,6 +124,11 @@ protected:
   bool isFecRequested( Rook::Fib::FecId fecId ) const {
     return fecRequest().fecHas( fecId ) || fecRequest().hwFecIdRequestHas( fecId );
   }
+  // Whether a whole request stands, with these.
+  bool isFecRequestedWith( Rook::Fib::FecId fecId, const HwTunnelIds & hwTunnelId ) const {
+    return fecRequest().fecHas( fecId ) &&
+           fecRequest().hwFecIdRequest( fecId ) == HwFecIdRequest{ fecId, hwTunnelId };
+  }
   // Whether the request or the response has it.
   bool isFecHeld( Rook::Fib::FecId fecId ) const {
     return isFecRequested( fecId ) || fecResponse().hwFecIdResponseHas( fecId );

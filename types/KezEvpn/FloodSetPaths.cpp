@@ -7,7 +7,11 @@ namespace Kez {
 std::optional< MplsDestConfig >
 MplsFloodSetViaToDestConfigs::config( const VlanMacDest & dest ) const {
   const auto * const number = vlanMacDestSetNote( dest );
-  return number && *number ? std::optional( configs_[ *number ] ) : std::nullopt;
+  return number ? configOf( *number ) : std::nullopt;
+}
+
+std::optional< MplsDestConfig > MplsFloodSetViaToDestConfigs::configOf( uint32_t number ) const {
+  return number ? std::optional( configs_[ number ] ) : std::nullopt;
 }
 
 bool MplsFloodSetViaToDestConfigs::configHas( const VlanMacDest & dest ) const {
@@ -15,26 +19,28 @@ bool MplsFloodSetViaToDestConfigs::configHas( const VlanMacDest & dest ) const {
   return number && *number;
 }
 
-uint32_t & MplsFloodSetViaToDestConfigs::numberOf( const VlanMacDest & dest ) {
+std::optional< MplsDestConfig >
+MplsFloodSetViaToDestConfigs::configIs( const VlanMacDest & dest, const MplsDestConfig & config ) {
   auto * const number = vlanMacDestSetNote( dest );
   VEX_ASSERT( number );
-  return *number;
-}
-
-void MplsFloodSetViaToDestConfigs::configIs( const VlanMacDest & dest,
-                                             const MplsDestConfig & config ) {
-  uint32_t & number = numberOf( dest );
-  const uint32_t before = number;
-  number = configs_.take( config );
-  if ( before ) {
-    configs_.drop( before );
+  const auto before = configOf( *number );
+  if ( before != config ) {
+    const uint32_t former = std::exchange( *number, configs_.take( config ) );
+    if ( former ) {
+      configs_.drop( former );
+    }
   }
+  return before;
 }
 
-void MplsFloodSetViaToDestConfigs::configDel( const VlanMacDest & dest ) {
-  uint32_t & number = numberOf( dest );
-  configs_.drop( number );
-  number = 0;
+std::optional< MplsDestConfig >
+MplsFloodSetViaToDestConfigs::configDel( const VlanMacDest & dest ) {
+  auto * const number = vlanMacDestSetNote( dest );
+  const auto before = number ? configOf( *number ) : std::nullopt;
+  if ( before ) {
+    configs_.drop( std::exchange( *number, 0 ) );
+  }
+  return before;
 }
 
 // --- The destinations over paths

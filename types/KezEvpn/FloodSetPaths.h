@@ -22,13 +22,14 @@ class MplsFloodSetViaToDestConfigs : public MachineState {
   // None for one that has none, or is not here.
   std::optional< MplsDestConfig > config( const VlanMacDest & dest ) const;
   bool configHas( const VlanMacDest & dest ) const;
-  // Of a destination that is here.
-  void configIs( const VlanMacDest & dest, const MplsDestConfig & config );
-  // Of one that has a configuration.
-  void configDel( const VlanMacDest & dest );
+  // What it had before. Asserts that the destination is here.
+  std::optional< MplsDestConfig > configIs( const VlanMacDest & dest,
+                                            const MplsDestConfig & config );
+  std::optional< MplsDestConfig > configDel( const VlanMacDest & dest );
 
 private:
-  uint32_t & numberOf( const VlanMacDest & dest );
+  // None for 0.
+  std::optional< MplsDestConfig > configOf( uint32_t number ) const;
 
   Vex::Interned< MplsDestConfig > configs_;
 };
