@@ -218,6 +218,87 @@ TEST_F( FloodSetSmTest, AnAnswerWithinTheWriteLeavesOneConfiguration ) {
   EXPECT_EQ( floodSetSm->furtherDests(), 1u );
 }
 
+// The members of an attribute as reflection walks them, "key" or "key = value".
+std::vector< std::string > membersOf( const Vex::Entity & entity, const char * name ) {
+  const auto * const attribute = entity.fwkType().attribute( name );
+  std::vector< std::string > members;
+  attribute->forEach( entity, [ & ]( const Vex::ReflectedMember & member ) {
+    const std::string value( member.value );
+    members.push_back( std::string( member.key ) + ( value.empty() ? "" : " = " + value ) );
+    EXPECT_EQ( attribute->member( entity, member.key )->value, member.value );
+  } );
+  EXPECT_EQ( attribute->size( entity ), members.size() );
+  return members;
+}
+
+TEST_F( FloodSetSmTest, WhatIsComputedReadsAsIfItWereKept ) {
+  start();
+  EXPECT_THAT( membersOf( *floodSetSm, "mplsDestHwConfig" ), ElementsAre() );
+  hwTunnelIdIs( 5, 7 );
+  floodSet( 10 )->destSetIs( mpls( 5 ) );
+  floodSet( 20 )->destSetIs( mpls( 5, 200 ) );
+  floodSet( 20 )->destSetIs( mpls( 6 ) );
+  floodSet( 20 )->destSetIs( mpls( 0 ) ); // which no hardware id is ever given for
+  const std::string vlan10 = "10,00:00:00:00:00:01,", vlan20 = "20,00:00:00:00:00:01,";
+  EXPECT_THAT( membersOf( *floodSetSm, "mplsDestHwConfig" ),
+               ElementsAre( vlan10 + "mpls(,100,5) = 5,100,0:7,1,DynamicTunnel0.5",
+                            vlan20 + "mpls(,200,5) = 5,200,0:7,2,DynamicTunnel0.5",
+                            vlan20 + "mpls(,100,6) = 6,100,0:0,3,DynamicTunnel0.6" ) );
+  EXPECT_THAT( membersOf( *floodSetSm->tunnelToFloodSetEntry( 5 ), "vlanMacDestSet" ),
+               ElementsAre( vlan10 + "mpls(,100,5)", vlan20 + "mpls(,200,5)" ) );
+  EXPECT_THAT( membersOf( *floodSetSm->tunnelToFloodSetEntry( 0 ), "vlanMacDestSet" ),
+               ElementsAre( vlan20 + "mpls(,100,0)" ) );
+  const auto & attribute = *floodSetSm->fwkType().attribute( "mplsDestHwConfig" );
+  for ( const std::string & absent :
+        { vlan20 + "mpls(,100,0)", vlan20 + "mpls(,100,5)", vlan20 + "vxlan(10.0.0.1)" } ) {
+    EXPECT_FALSE( attribute.member( *floodSetSm, absent ) ) << absent;
+  }
+  EXPECT_THROW( attribute.reset( *floodSetSm ), Vex::NotSupported );
+
+  // A walk that was left off goes on over what stands then.
+  const auto walk = attribute.walk( *floodSetSm );
+  EXPECT_EQ( walk->next()->key, vlan10 + "mpls(,100,5)" );
+  input->vlanFloodSetDel( 10 );
+  floodSet( 20 )->destSetDel( mpls( 5, 200 ) );
+  EXPECT_EQ( walk->next()->key, vlan20 + "mpls(,100,6)" );
+  EXPECT_FALSE( walk->next() );
+  EXPECT_FALSE( floodSetSm->tunnelToFloodSetEntryHas( 5 ) );
+  EXPECT_THAT( membersOf( *floodSetSm, "mplsDestHwConfig" ),
+               ElementsAre( vlan20 + "mpls(,100,6) = 6,100,0:0,3,DynamicTunnel0.6" ) );
+}
+
+// Which configuration of a flood set hardware has programmed first, and lets go of first, is no
+// matter.
+TEST_F( FloodSetSmTest, APathCountsEachProgrammedConfigurationOnce ) {
+  start();
+  const auto programmed = [ & ]( uint32_t hwTunnelId, bool isProgrammed = true ) {
+    if ( isProgrammed ) {
+      status->statusIs( pair )->mplsDestStatusIs( answered( hwTunnelId ),
+                                                  Kez::HwProgrammingStatus::programmed );
+    } else {
+      status->statusIs( pair )->mplsDestStatusDel( answered( hwTunnelId ) );
+    }
+  };
+  const auto via = Kez::MplsFloodSetVia( 5, 100, 0u );
+  for ( const uint32_t each : { 7, 8, 9, 8 } ) {
+    programmed( each );
+  }
+  const auto entry = fecSm->floodSetStatusCache( via );
+  EXPECT_EQ( entry->programmed().size(), 3u );
+  EXPECT_EQ( entry->furtherConfig( pair ), 2u );
+  programmed( 7, false ); // which the flood set's own note was of
+  EXPECT_FALSE( entry->programmedHas( { pair, answered( 7 ) } ) );
+  EXPECT_TRUE( entry->programmedHas( { pair, answered( 9 ) } ) );
+  programmed( 6 );
+  programmed( 8, false );
+  programmed( 9, false );
+  EXPECT_THAT( entry->programmed(),
+               ElementsAre( Kez::FloodSetMplsDestConfig( pair, answered( 6 ) ) ) );
+  EXPECT_EQ( fecSm->floodSetStatusCache( via ), entry );
+  programmed( 6, false );
+  EXPECT_FALSE( fecSm->floodSetStatusCacheHas( via ) );
+}
+
 TEST_F( FloodSetSmTest, APathStaysWhileAnyFloodSetHasItProgrammed ) {
   driver->answerDelayIs( 1 );
   hwTunnelIdIs( 5, 7 );
