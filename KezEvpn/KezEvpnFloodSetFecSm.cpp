@@ -176,11 +176,11 @@ void EvpnFloodSetFecSm::removeFecRequest( const MplsFloodSetVia & via ) {
     return;
   }
   const auto fecId = mplsFloodSetViaCache( via );
+  updateTunnelInfoCache( via, true ); // first: hardware may answer, and the path be requested again
   withdrawFec( fecId );
   TRACE( 2, "     mplsFloodSetFecRequest removed: (tunnelId: ", via.tunnelId, " label: ", via.label,
          " fecId: ", fecId );
   maybeDeleteFecId( fecId );
-  updateTunnelInfoCache( via, true );
 }
 
 FecId EvpnFloodSetFecSm::getOrAllocateFecId( const MplsFloodSetVia & via ) {

@@ -39,13 +39,26 @@ void EvpnVlanFloodSetSm::VexHwInfoMapping::onAttribute( Vex::AttrId id, const vo
 
 void EvpnVlanFloodSetSm::handleInitialized() {
   TRACE( 8, "handleInitialized" );
+  initializedIs( false ); // so that nothing is heard of what goes
+  clearMappings();
+  vlanFloodSetHwConfig()->configDelAll();
+  initializedIs( true );
+  processEveryMplsDest();
+}
+
+void EvpnVlanFloodSetSm::clearMappings() {
+  std::vector< VlanMacDest > configured;
+  configured.reserve( configured_ );
+  for ( const auto & vmd : mplsDestHwConfig().range() ) {
+    configured.push_back( vmd );
+  }
   furtherDestDelAll();
   tunnelToFloodSetEntryDelAll();
   hwInfoMapKeyToFloodSetEntryDelAll();
   configured_ = 0;
-  vlanFloodSetHwConfig()->configDelAll();
-  initializedIs( true );
-  processEveryMplsDest();
+  for ( const auto & vmd : configured ) {
+    vexNotify( mplsDestHwConfigAttr, &vmd );
+  }
 }
 
 void EvpnVlanFloodSetSm::makeUpForZombieMark() {
@@ -98,25 +111,25 @@ void EvpnVlanFloodSetSm::processMplsDest( Bridging::VlanId vlanId, const Wire::E
   VEX_ASSERT( dest.destType() == L2Rib::destTypeMpls_ );
   VEX_ASSERT( initialized() );
   const VlanMacDest vmd( vlanId, mac, dest );
-  const bool inFloodSet = isDestInFloodSet( vlanId, mac, dest );
-  updateInternalMapping( vmd, inFloodSet );
+  const bool inFloodSet = updateInternalMapping( vmd );
   processMplsDestConfig( vmd, inFloodSet );
 }
 
-void EvpnVlanFloodSetSm::updateInternalMapping( const VlanMacDest & vmd, bool inFloodSet ) {
+bool EvpnVlanFloodSetSm::updateInternalMapping( const VlanMacDest & vmd ) {
   TRACE( 8, "updateInternalMapping vlan: ", vmd.vlanId, " mac: ", vmd.macAddr,
          " dest: ", vmd.dest );
   const auto via = mplsFloodSetVia( vmd );
-  if ( inFloodSet ) {
+  if ( isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ) ) {
     TRACE( 1, "   add entry to internal mappings" );
     addToPath( via, vmd );
-    return;
+    return true;
   }
   TRACE( 1, "   remove entry from internal mappings" );
   // One that has a configuration goes with it, which is next.
   if ( !mplsDestHwConfigHas( vmd ) ) {
     takeFromPath( via, vmd );
   }
+  return false;
 }
 
 void EvpnVlanFloodSetSm::addToPath( const MplsFloodSetVia & via, const VlanMacDest & vmd ) {
@@ -126,13 +139,16 @@ void EvpnVlanFloodSetSm::addToPath( const MplsFloodSetVia & via, const VlanMacDe
     path = hwInfoMapKeyToFloodSetEntryIs( via );
     tunnel->pathIs( path );
   }
+  const size_t before = path->vlanMacDestSets();
   path->vlanMacDestSetIs( vmd );
-  tunnel->vexNotify( TunnelVlanMacDestSet::vlanMacDestSetAttr, &vmd );
+  if ( path->vlanMacDestSets() != before ) {
+    tunnel->vexNotify( TunnelVlanMacDestSet::vlanMacDestSetAttr, &vmd );
+  }
 }
 
 void EvpnVlanFloodSetSm::takeFromPath( const MplsFloodSetVia & via, const VlanMacDest & vmd ) {
   const auto tunnel = tunnelToFloodSetEntry( via.tunnelId );
-  if ( !tunnel ) {
+  if ( !tunnel || !tunnel->vlanMacDestSetHas( vmd ) ) {
     return; // it went with its configuration
   }
   if ( hwInfoMapKeyToFloodSetEntryMemberDel( via, vmd ) ) {
@@ -160,7 +176,7 @@ void EvpnVlanFloodSetSm::processMplsDestConfig( const VlanMacDest & vmd, bool in
   if ( !hwIdReady ) {
     TRACE( 1, "   hwId not ready for dest, tunnelId: ", via.tunnelId, " label: ", via.label );
   }
-  deleteMplsDestHwConfig( vmd, inFloodSet );
+  deleteMplsDestHwConfig( vmd );
 }
 
 EvpnVlanFloodSetSm::MplsDestHwConfigs EvpnVlanFloodSetSm::mplsDestHwConfig() const {
@@ -192,6 +208,7 @@ MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig( const VlanMacDest & vmd
 void EvpnVlanFloodSetSm::addOrUpdateMplsDestHwConfig( const VlanMacDest & vmd ) {
   const auto config = createMplsDestConfig( vmd );
   const auto path = hwInfoMapKeyToFloodSetEntry( mplsFloodSetVia( vmd ) );
+  VEX_ASSERT( path );
   const auto existing = path->configIs( vmd, config );
   if ( existing == config ) {
     TRACE( 1, "   no change in hardware config, skip " );
@@ -224,19 +241,24 @@ void EvpnVlanFloodSetSm::addOrUpdateMplsDestHwConfig( const VlanMacDest & vmd ) 
   publish( floodSetConfig );
 }
 
-// Does nothing for a configuration that no destination has any more: hardware may have answered
-// to the withdrawal of the old one, or to the flood set, and the answer have led to yet another.
+// Publishes nothing for a configuration that no destination has any more: hardware may have
+// answered to the withdrawal of the old one, or to the flood set, and the answer have led to yet
+// another, or have taken the flood set away again.
 void EvpnVlanFloodSetSm::publish( const FloodSetMplsDestConfig & floodSetConfig ) {
-  if ( !furtherDestHas( floodSetConfig ) ) {
+  const auto & [ macVlanPair, config ] = floodSetConfig;
+  while ( furtherDestHas( floodSetConfig ) ) {
+    const auto floodSet = vlanFloodSetHwConfig()->configIs( macVlanPair );
+    if ( vlanFloodSetHwConfig()->config( macVlanPair ) != floodSet ||
+         !furtherDestHas( floodSetConfig ) ) {
+      continue;
+    }
+    if ( !floodSet->mplsDestConfigHas( config ) ) {
+      furtherDestDrop( floodSetConfig );
+      floodSet->mplsDestConfigIs( config );
+    }
     return;
   }
-  const auto floodSet = vlanFloodSetHwConfig()->configIs( floodSetConfig.macVlanPair );
-  if ( !furtherDestHas( floodSetConfig ) ) {
-    vlanFloodSetHwConfig()->configDelIfEmpty( floodSetConfig.macVlanPair );
-  } else if ( !floodSet->mplsDestConfigHas( floodSetConfig.config ) ) {
-    furtherDestDrop( floodSetConfig );
-    floodSet->mplsDestConfigIs( floodSetConfig.config, true );
-  }
+  vlanFloodSetHwConfig()->configDelIfEmpty( macVlanPair );
 }
 
 // One destination less has it; with the last one it goes.
@@ -254,7 +276,7 @@ void EvpnVlanFloodSetSm::furtherDestDrop( const FloodSetMplsDestConfig & floodSe
   }
 }
 
-void EvpnVlanFloodSetSm::deleteMplsDestHwConfig( const VlanMacDest & vmd, bool inFloodSet ) {
+void EvpnVlanFloodSetSm::deleteMplsDestHwConfig( const VlanMacDest & vmd ) {
   const auto via = mplsFloodSetVia( vmd );
   const auto path = hwInfoMapKeyToFloodSetEntry( via );
   const auto config = path ? path->configDel( vmd ) : std::nullopt;
@@ -267,7 +289,7 @@ void EvpnVlanFloodSetSm::deleteMplsDestHwConfig( const VlanMacDest & vmd, bool i
   const auto macVlanPair = vmd.macVlanPair();
   --configured_;
   vexNotify( mplsDestHwConfigAttr, &vmd );
-  if ( !inFloodSet ) {
+  if ( !isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ) ) {
     takeFromPath( via, vmd );
   }
   withdraw( { macVlanPair, *config } );

@@ -12,7 +12,6 @@
 // made of a configuration is traced, no more.
 #pragma once
 
-#include "KezEvpn/FloodSetPaths.h"
 #include "KezEvpn/frame/MplsFloodSetSm.h"
 
 namespace Kez {
@@ -53,7 +52,7 @@ public:
   VEX_OUTPUT( 2, vlanFloodSetHwConfig, EvpnVlanFloodSetHwConfig )
   VEX_COMPUTED_MAP( 3, mplsDestHwConfig, MplsDestHwConfigs )
   VEX_ENTITIES( 4, tunnelToFloodSetEntry, TunnelVlanMacDestSet )
-  VEX_ENTITIES( 5, hwInfoMapKeyToFloodSetEntry, MplsFloodSetViaToDestConfigs )
+  VEX_ENTITIES( 5, hwInfoMapKeyToFloodSetEntry, MplsFloodSetViaToVlanMacDestSet )
   // How many destinations of a flood set have a configuration in `mplsDestHwConfig` beyond the
   // one that it is published for: all that have it, while it is about to be published.
   VEX_COUNTER( 6, furtherDest, FloodSetMplsDestConfig )
@@ -79,13 +78,12 @@ public:
 
   void processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
                         const L2Rib::Dest & dest ) override;
-  // `inFloodSet` is whether the destination is in its flood set now.
-  void updateInternalMapping( const VlanMacDest & vmd, bool inFloodSet );
+  // Whether the destination is in its flood set.
+  bool updateInternalMapping( const VlanMacDest & vmd );
   void processMplsDestConfig( const VlanMacDest & vmd );
-  void processMplsDestConfig( const VlanMacDest & vmd, bool inFloodSet );
   MplsDestConfig createMplsDestConfig( const VlanMacDest & vmd ) const;
   void addOrUpdateMplsDestHwConfig( const VlanMacDest & vmd );
-  void deleteMplsDestHwConfig( const VlanMacDest & vmd, bool inFloodSet );
+  void deleteMplsDestHwConfig( const VlanMacDest & vmd );
   void explain( const Subject & subject, Explanation & out ) const override;
   void addMissing( Missing & out ) const override;
   void check( Findings & out ) const override;
@@ -118,6 +116,8 @@ private:
   void checkConfig( const VlanMacDest & vmd, const MplsFloodSetVia & via, Findings & out ) const;
 
   void makeUpForZombieMark() override;
+  void clearMappings();
+  void processMplsDestConfig( const VlanMacDest & vmd, bool inFloodSet );
   void addToPath( const MplsFloodSetVia & via, const VlanMacDest & vmd );
   void takeFromPath( const MplsFloodSetVia & via, const VlanMacDest & vmd );
   void publish( const FloodSetMplsDestConfig & floodSetConfig );

@@ -107,19 +107,25 @@ protected:
   void releaseFecId( Rook::Fib::FecId fecId ) { numAllocator()->releaseNumber( fecId.number() ); }
 
   // What stands in part is not requested: hardware is not told of new vias with old hardware tunnel
-  // ids, and hears of a change of both once.
+  // ids, and hears of a change of both once. Where it answers within the first write, and that
+  // makes or withdraws the request, that is left as it is.
   void requestFec( const Rook::Fib::Fec & fec, const HwTunnelIds & hwTunnelId ) {
     const auto fecId = fec.fecId;
     const HwFecIdRequest request{ fecId, hwTunnelId };
     if ( fecRequest().fec( fecId ) != fec && fecRequest().hwFecIdRequest( fecId ) != request ) {
       fecRequest().hwFecIdRequestDel( fecId );
     }
+    const auto before = fecRequest().hwFecIdRequest( fecId );
     fecRequest().fecIs( fec );
-    fecRequest().hwFecIdRequestIs( request );
+    if ( fecRequest().fec( fecId ) == fec && fecRequest().hwFecIdRequest( fecId ) == before ) {
+      fecRequest().hwFecIdRequestIs( request );
+    }
   }
   void withdrawFec( Rook::Fib::FecId fecId ) {
     fecRequest().fecDel( fecId );
-    fecRequest().hwFecIdRequestDel( fecId );
+    if ( !fecRequest().fecHas( fecId ) ) {
+      fecRequest().hwFecIdRequestDel( fecId );
+    }
   }
   bool isFecRequested( Rook::Fib::FecId fecId ) const {
     return fecRequest().fecHas( fecId ) || fecRequest().hwFecIdRequestHas( fecId );

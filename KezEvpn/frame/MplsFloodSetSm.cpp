@@ -47,6 +47,14 @@ void MplsFloodSetSm::handleEveryVlanFloodSetStatus() {
   }
 }
 
+void MplsFloodSetSm::processDestsThatLeft( const MplsFloodSetViaToVlanMacDestSet & entry ) {
+  for ( const auto & vmd : entry.vlanMacDestSet() ) {
+    if ( !isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ) ) {
+      processMplsDest( vmd.vlanId, vmd.macAddr, vmd.dest );
+    }
+  }
+}
+
 void MplsFloodSetSm::VexFloodSet::handleFloodSet() {
   const auto sm = this->sm();
   if ( !sm->initialized() ) {

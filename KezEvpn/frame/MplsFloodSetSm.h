@@ -3,7 +3,7 @@
 // in them. Nothing is handled before `initialized`.
 #pragma once
 
-#include "KezEvpn/FloodSets.h"
+#include "KezEvpn/FloodSetPaths.h"
 #include "KezEvpn/TunnelIdToHwTunnelIdMapping.h"
 #include "KezEvpn/frame/FloodSetReactors.h"
 #include "Ringlog/Trace.h"
@@ -87,13 +87,7 @@ protected:
 
   // For making up for a zombie mark, which is the machine's own to do.
   void makeUpForZombieMark() override = 0;
-  void processDestsThatLeft( const auto & entry ) {
-    for ( const auto & vmd : entry.vlanMacDestSet() ) {
-      if ( !isDestInFloodSet( vmd.vlanId, vmd.macAddr, vmd.dest ) ) {
-        processMplsDest( vmd.vlanId, vmd.macAddr, vmd.dest );
-      }
-    }
-  }
+  void processDestsThatLeft( const MplsFloodSetViaToVlanMacDestSet & entry );
 
   // Of a flood set's status, before `initialized`.
   virtual void handleVlanFloodSetStatusNotInitialized() {}

@@ -5,22 +5,23 @@ namespace Kez {
 // --- A path
 
 std::optional< MplsDestConfig >
-MplsFloodSetViaToDestConfigs::config( const VlanMacDest & dest ) const {
+MplsFloodSetViaToVlanMacDestSet::config( const VlanMacDest & dest ) const {
   const auto * const number = vlanMacDestSetNote( dest );
   return number ? configOf( *number ) : std::nullopt;
 }
 
-std::optional< MplsDestConfig > MplsFloodSetViaToDestConfigs::configOf( uint32_t number ) const {
+std::optional< MplsDestConfig > MplsFloodSetViaToVlanMacDestSet::configOf( uint32_t number ) const {
   return number ? std::optional( configs_[ number ] ) : std::nullopt;
 }
 
-bool MplsFloodSetViaToDestConfigs::configHas( const VlanMacDest & dest ) const {
+bool MplsFloodSetViaToVlanMacDestSet::configHas( const VlanMacDest & dest ) const {
   const auto * const number = vlanMacDestSetNote( dest );
   return number && *number;
 }
 
 std::optional< MplsDestConfig >
-MplsFloodSetViaToDestConfigs::configIs( const VlanMacDest & dest, const MplsDestConfig & config ) {
+MplsFloodSetViaToVlanMacDestSet::configIs( const VlanMacDest & dest,
+                                           const MplsDestConfig & config ) {
   auto * const number = vlanMacDestSetNote( dest );
   VEX_ASSERT( number );
   const auto before = configOf( *number );
@@ -34,7 +35,7 @@ MplsFloodSetViaToDestConfigs::configIs( const VlanMacDest & dest, const MplsDest
 }
 
 std::optional< MplsDestConfig >
-MplsFloodSetViaToDestConfigs::configDel( const VlanMacDest & dest ) {
+MplsFloodSetViaToVlanMacDestSet::configDel( const VlanMacDest & dest ) {
   auto * const number = vlanMacDestSetNote( dest );
   const auto before = number ? configOf( *number ) : std::nullopt;
   if ( before ) {
@@ -46,7 +47,7 @@ MplsFloodSetViaToDestConfigs::configDel( const VlanMacDest & dest ) {
 // --- The destinations over paths
 
 DestsOverPaths::Walk::Walk(
-    const PathEntries::RangeOf< Vex::Ptr< MplsFloodSetViaToDestConfigs > > & paths, Of of )
+    const PathEntries::RangeOf< Vex::Ptr< MplsFloodSetViaToVlanMacDestSet > > & paths, Of of )
     : paths_( paths.begin() ), of_( of ) {
   if ( paths_.valid() ) {
     dests_.emplace( ( *paths_ ).value );
@@ -79,7 +80,7 @@ void DestsOverPaths::Walk::settle() {
 
 // --- A tunnel
 
-void TunnelVlanMacDestSet::pathIs( const Vex::Ptr< MplsFloodSetViaToDestConfigs > & path ) {
+void TunnelVlanMacDestSet::pathIs( const Vex::Ptr< MplsFloodSetViaToVlanMacDestSet > & path ) {
   paths_.findOrAdd( path->mplsFloodSetVia(), [ & ] { return path; } );
 }
 

@@ -1,7 +1,6 @@
-// How the machine that programs flood-set destinations keeps them: each once, under its path,
-// beside the number of the configuration that it is published with. A tunnel has its paths. What
-// else the rules name, the destinations of a tunnel and the configuration of each, is computed of
-// that.
+// How machines keep flood-set destinations: each once, under its path, beside the number of the
+// configuration that it is published with, if any. A tunnel has its paths. What else the rules
+// name, the destinations of a tunnel and the configuration of each, is computed of that.
 #pragma once
 
 #include "KezEvpn/FloodSets.h"
@@ -12,9 +11,9 @@
 namespace Kez {
 
 // The flood-set destinations over a path.
-class MplsFloodSetViaToDestConfigs : public MachineState {
-  VEX_ENTITY( MplsFloodSetViaToDestConfigs, "Kez::MplsFloodSetViaToDestConfigs" )
-  VEX_KEY( MplsFloodSetViaToDestConfigs, mplsFloodSetVia, MplsFloodSetVia )
+class MplsFloodSetViaToVlanMacDestSet : public MachineState {
+  VEX_ENTITY( MplsFloodSetViaToVlanMacDestSet, "Kez::MplsFloodSetViaToVlanMacDestSet" )
+  VEX_KEY( MplsFloodSetViaToVlanMacDestSet, mplsFloodSetVia, MplsFloodSetVia )
   // Each with the number of its configuration in `configs_`, 0 without one.
   VEX_NOTED_SET( 1, vlanMacDestSet, VlanMacDest, uint32_t )
   VEX_ATTRIBUTES( vlanMacDestSet )
@@ -34,7 +33,7 @@ private:
   Vex::Interned< MplsDestConfig > configs_;
 };
 
-using PathEntries = Vex::Collection< MplsFloodSetVia, Vex::Ptr< MplsFloodSetViaToDestConfigs > >;
+using PathEntries = Vex::Collection< MplsFloodSetVia, Vex::Ptr< MplsFloodSetViaToVlanMacDestSet > >;
 
 // The destinations over some paths, one path after the other; all, or those that have a
 // configuration.
@@ -46,7 +45,8 @@ public:
   // As a collection's own.
   class Walk {
   public:
-    Walk( const PathEntries::RangeOf< Vex::Ptr< MplsFloodSetViaToDestConfigs > > & paths, Of of );
+    Walk( const PathEntries::RangeOf< Vex::Ptr< MplsFloodSetViaToVlanMacDestSet > > & paths,
+          Of of );
     Walk( const Walk & ) = delete;
     Walk & operator=( const Walk & ) = delete;
 
@@ -55,13 +55,13 @@ public:
     VlanMacDest key() const { return dests_->walk.key(); }
     VlanMacDest operator*() const { return key(); }
     // Of the path that it goes over.
-    const MplsFloodSetViaToDestConfigs & path() const { return *dests_->path; }
+    const MplsFloodSetViaToVlanMacDestSet & path() const { return *dests_->path; }
 
   private:
     struct Dests {
-      explicit Dests( const Vex::Ptr< MplsFloodSetViaToDestConfigs > & of )
+      explicit Dests( const Vex::Ptr< MplsFloodSetViaToVlanMacDestSet > & of )
           : path( of ), walk( of->vlanMacDestSet().begin() ) {}
-      const Vex::Ptr< const MplsFloodSetViaToDestConfigs > path;
+      const Vex::Ptr< const MplsFloodSetViaToVlanMacDestSet > path;
       decltype( path->vlanMacDestSet().begin() ) walk;
     };
     void settle();
@@ -100,8 +100,8 @@ public:
   VEX_COMPUTED_SET( 1, vlanMacDestSet, Dests )
   VEX_ATTRIBUTES( vlanMacDestSet )
 
-  auto paths() const { return paths_.range< Vex::Ptr< const MplsFloodSetViaToDestConfigs > >(); }
-  void pathIs( const Vex::Ptr< MplsFloodSetViaToDestConfigs > & path );
+  auto paths() const { return paths_.range< Vex::Ptr< const MplsFloodSetViaToVlanMacDestSet > >(); }
+  void pathIs( const Vex::Ptr< MplsFloodSetViaToVlanMacDestSet > & path );
   void pathDel( const MplsFloodSetVia & via ) { paths_.erase( via ); }
 
 private:

@@ -115,14 +115,6 @@ Vex::Ptr< HwInfoMapping > hwInfoMappingFactory();
 
 // --- Private state
 
-// The flood-set destinations over a path.
-class MplsFloodSetViaToVlanMacDestSet : public MachineState {
-  VEX_ENTITY( MplsFloodSetViaToVlanMacDestSet, "Kez::MplsFloodSetViaToVlanMacDestSet" )
-  VEX_KEY( MplsFloodSetViaToVlanMacDestSet, mplsFloodSetVia, MplsFloodSetVia )
-  VEX_SET( 1, vlanMacDestSet, VlanMacDest )
-  VEX_ATTRIBUTES( vlanMacDestSet )
-};
-
 // The paths over a tunnel.
 class TunnelIdToMplsFloodSetVia : public MachineState {
   VEX_ENTITY( TunnelIdToMplsFloodSetVia, "Kez::TunnelIdToMplsFloodSetVia" )
