@@ -38,8 +38,9 @@ void EvpnRemoteInfoFinderSm::VexFloodSet::handleFloodSet() {
   const auto sm = this->sm();
   const auto vlan = vlanId();
   const auto floodSet = notifier();
+  // What the walk meets stands in the input.
   for ( const auto & dest : floodSet->destSet() ) {
-    sm->processMplsDest( vlan, floodSet->mac(), dest );
+    sm->countMplsDest( vlan, floodSet->mac(), dest, [] { return true; } );
   }
 }
 
@@ -51,6 +52,13 @@ void EvpnRemoteInfoFinderSm::VexFloodSet::handleDestSet( const L2Rib::Dest & des
 
 void EvpnRemoteInfoFinderSm::processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
                                               const L2Rib::Dest & dest ) {
+  countMplsDest( vlanId, mac, dest,
+                 [ & ] { return hasDest( *floodSetOutput(), vlanId, mac, dest ); } );
+}
+
+template< class Stands >
+void EvpnRemoteInfoFinderSm::countMplsDest( Bridging::VlanId vlanId, Wire::EthAddr mac,
+                                            const L2Rib::Dest & dest, Stands && stands ) {
   TRACE( 8, " processMplsDest  vlan: ", vlanId, " mac: ", mac, " dest: ", dest );
   if ( dest.destType() != L2Rib::destTypeMpls_ ) {
     return;
@@ -61,7 +69,7 @@ void EvpnRemoteInfoFinderSm::processMplsDest( Bridging::VlanId vlanId, const Wir
     return;
   }
   uint32_t count = 0;
-  if ( hasDest( *floodSetOutput(), vlanId, mac, dest ) ) {
+  if ( stands() ) {
     count = remoteInfo()->remoteTunnelIdInc( tunnelId, 1 );
     TRACE( 5, " Incrementing remoteTunnelId reference to ", count );
   } else {
