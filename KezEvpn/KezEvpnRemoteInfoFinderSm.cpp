@@ -1,6 +1,7 @@
 #include "KezEvpn/KezEvpnRemoteInfoFinderSm.h"
 
 #include "KezEvpn/frame/Explain.h"
+#include "KezEvpn/frame/Room.h"
 #include "Ringlog/Trace.h"
 
 namespace Kez {
@@ -15,10 +16,28 @@ static TunnelId tunnelOf( const L2Rib::Dest & dest ) {
   return dest.destType() == L2Rib::destTypeMpls_ ? dest.mpls().tunnelId() : TunnelId::invalid();
 }
 
+// How many tunnels to make room for: one a destination, while these are few.
+static size_t tunnelsExpected( const L2Rib::FloodSetOutput & output ) {
+  constexpr size_t most = 16384;
+  size_t dests = 0;
+  for ( const auto & [ vlanId, vlanFloodSet ] : output.vlanFloodSet() ) {
+    for ( const auto & [ mac, floodSet ] : vlanFloodSet->floodSet() ) {
+      dests += floodSet->destSets();
+    }
+    if ( dests >= most ) {
+      return most;
+    }
+  }
+  return dests;
+}
+
 EvpnRemoteInfoFinderSm::EvpnRemoteInfoFinderSm( In< L2Rib::FloodSetOutput > floodSetOutput,
                                                 Out< EvpnRemoteInfo > remoteInfo )
     : StateMachine( traceHandle ), floodSetOutput_( floodSetOutput ), remoteInfo_( remoteInfo ),
       floodSetOutputReactor_( *this ) {
+  if ( floodSetOutput ) {
+    makeRoom( *remoteInfo, tunnelsExpected( *floodSetOutput ) );
+  }
   floodSetOutputReactor_.notifierIs( floodSetOutput );
 }
 
