@@ -226,22 +226,37 @@ void EvpnFloodingDot1qSm::handleLagPort( IntfId lagIntfId ) {
     return;
   }
   TRACE( 8, "EvpnFloodingDot1qSm::handleLagPort intf ", lagIntfId );
-  const KezPortList ports = evpnLagMemberInfo()->lagToPort( lagIntfId );
   const auto vlans = intfVlanSet( lagIntfId );
   if ( !vlans ) {
     return;
   }
+  // A physical interface is its own port, whatever is published under its name.
+  if ( isLag( lagIntfId ) ) {
+    markLostPorts( *vlans );
+  }
   for ( const auto vlanId : vlans->vlanId() ) {
-    if ( const auto status = dot1qStatus( { lagIntfId, vlanId } ) ) {
-      for ( const auto port : status->programmed() ) {
-        // A physical interface is its own port, whatever is published under its name.
-        if ( isLag( lagIntfId ) && !ports.portHas( port ) ) {
-          TRACE( 8, "marking ", port, " for force reprogram" );
-          status->forceReprogramIs( port );
-        }
+    maybeScheduleIntfVlanReview( lagIntfId, vlanId );
+  }
+}
+
+void EvpnFloodingDot1qSm::markLostPorts( const IntfVlanSet & vlansOfLag ) {
+  const auto lagIntfId = vlansOfLag.intfId();
+  const KezPortList ports = evpnLagMemberInfo()->lagToPort( lagIntfId );
+  // All are looked up before any is looked at, so that they arrive together.
+  std::vector< Vex::Ptr< IntfVlanStatus > > statuses;
+  statuses.reserve( vlansOfLag.vlanIds() );
+  for ( const auto vlanId : vlansOfLag.vlanId() ) {
+    if ( auto status = dot1qStatus( { lagIntfId, vlanId } ) ) {
+      statuses.push_back( std::move( status ) );
+    }
+  }
+  for ( const auto & status : statuses ) {
+    for ( const auto port : status->programmed() ) {
+      if ( !ports.portHas( port ) ) {
+        TRACE( 8, "marking ", port, " for force reprogram" );
+        status->forceReprogramIs( port );
       }
     }
-    maybeScheduleIntfVlanReview( lagIntfId, vlanId );
   }
 }
 
@@ -325,10 +340,26 @@ bool EvpnFloodingDot1qSm::tagChangedUnheard( VlanId vlanId ) const {
          programmedDot1q( vlanId ) != dot1qTagForVlan( vlanId );
 }
 
+bool EvpnFloodingDot1qSm::isMappedAsAsked( const IntfVlanKey & key ) const {
+  const auto * const mapped = intfVlanDot1q_.members().find( key );
+  const auto * const programmed = programmedDot1q_.members().find( key.vlanId );
+  if ( !mapped || !programmed || *mapped != *programmed ||
+       *mapped != dot1qTagForVlan( key.vlanId ) ) {
+    return false;
+  }
+  const auto memberInfo = evpnVlanStatus()->vlanStatus( key.vlanId );
+  return memberInfo && memberInfo->memberHas( key.intfId ) &&
+         evpnStatus()->vlanToDot1qHas( key.vlanId );
+}
+
 void EvpnFloodingDot1qSm::processIntfVlan( IntfId intfId, VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "EvpnFloodingDot1qSm::processIntfVlan intf ", intfId, " vlan ", vlanId );
   intfVlanQueueDel( { intfId, vlanId } );
+  if ( isMappedAsAsked( { intfId, vlanId } ) ) { // only its ports may have changed
+    programDot1q( intfId, vlanId, dot1qTagForVlan( vlanId ) );
+    return;
+  }
   if ( tagChangedUnheard( vlanId ) ) {
     handleVlanDot1q( vlanId );
   }

@@ -115,6 +115,8 @@ private:
   // What a pair lacks to be mapped to a tag, the first of it.
   enum class Lack { nothing, vlanStatus, membership, publication, vlan };
   Lack lackOf( const IntfVlanKey & key ) const;
+  // Whether the pair lacks nothing and is mapped to the tag that its VLAN is to have and has.
+  bool isMappedAsAsked( const IntfVlanKey & key ) const;
   bool tagChangedUnheard( Bridging::VlanId vlanId ) const;
   void explainPair( const IntfVlanKey & key, Explanation & out ) const;
   void explainVlan( Bridging::VlanId vlanId, Explanation & out ) const;
@@ -129,6 +131,9 @@ private:
   size_t parked() const override { return unprogrammedDot1qs(); }
   void reprogramVlan( Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q );
   void reviewIntfsOf( Bridging::VlanId vlanId );
+  // What hardware has of a LAG on a port that it has lost is to be programmed anew should the port
+  // come back.
+  void markLostPorts( const IntfVlanSet & vlansOfLag );
 
   Parking< IntfVlanKey > parking_;
   PortStatus< IntfVlanStatus > ports_;

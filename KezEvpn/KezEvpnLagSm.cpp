@@ -1,5 +1,6 @@
 #include "KezEvpn/KezEvpnLagSm.h"
 
+#include "KezEvpn/frame/Room.h"
 #include "Ringlog/Trace.h"
 
 namespace Kez {
@@ -10,6 +11,9 @@ EvpnLagSm::EvpnLagSm( In< KezCommonSmData > acsd, In< LagCreatorConfigDir > lagC
                       Out< EvpnLagMemberInfo > evpnLagMemberInfo )
     : StateMachine( traceHandle ), acsd_( acsd ), lagConfigDir_( lagConfigDir ),
       evpnLagMemberInfo_( evpnLagMemberInfo ), lagConfigDirReactor_( *this ) {
+  if ( lagConfigDir ) {
+    makeRoom( *evpnLagMemberInfo, lagConfigDir->lagConfigs() );
+  }
   lagConfigDirReactor_.notifierIs( lagConfigDir );
   // What an earlier machine published and no LAG stands for.
   for ( const auto & [ lagIntfId, portList ] : evpnLagMemberInfo->lagToPort() ) {
@@ -43,16 +47,25 @@ void EvpnLagSm::vex_handleLagConfig( VexLagConfig & reactor ) {
   reactor.handleLagConfig();
 }
 
+static void addMemberIntf( Wire::IntfId lagIntfId, Wire::IntfId memberIntfId,
+                           KezPortList & portList ) {
+  TRACE( 5, "EvpnLagSm::processMemberIntf lagIntfId ", lagIntfId, " adding member ", memberIntfId );
+  portList.portIs( memberIntfId, true );
+}
+
 void EvpnLagSm::VexLagConfig::handleLagConfig() {
   const auto sm = this->sm();
   const auto lagIntfId = intfId();
   VEX_ASSERT( sm->lagConfigDir() );
-  const auto lagInfo = sm->lagConfigDir()->lagConfig( lagIntfId );
+  auto lagInfo = notifier();
+  if ( !lagInfo || lagInfo->parent() != sm->lagConfigDir().get() ) {
+    lagInfo = sm->lagConfigDir()->lagConfig( lagIntfId );
+  }
   TRACE( 5, "EvpnLagSm::handleLagConfig lagIntfId ", lagIntfId, " add ", bool( lagInfo ) );
   if ( lagInfo ) {
     KezPortList portList;
     for ( const auto [ memberIntfId, portProgType ] : lagInfo->member() ) {
-      processMemberIntf( lagIntfId, memberIntfId, portList, sm );
+      addMemberIntf( lagIntfId, memberIntfId, portList );
     }
     sm->publishEvpnLagMemberInfo( lagIntfId, portList );
   } else {
@@ -74,9 +87,7 @@ void processMemberIntf( Wire::IntfId lagIntfId, Wire::IntfId memberIntfId, KezPo
   VEX_ASSERT( sm->lagConfigDir() );
   const auto lagInfo = sm->lagConfigDir()->lagConfig( lagIntfId );
   if ( lagInfo && lagInfo->memberHas( memberIntfId ) ) {
-    TRACE( 5, "EvpnLagSm::processMemberIntf lagIntfId ", lagIntfId, " adding member ",
-           memberIntfId );
-    portList.portIs( memberIntfId, true );
+    addMemberIntf( lagIntfId, memberIntfId, portList );
   } else {
     TRACE( 5, "EvpnLagSm::processMemberIntf lagIntfId ", lagIntfId, " deleting member ",
            memberIntfId );

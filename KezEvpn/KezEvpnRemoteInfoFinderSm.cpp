@@ -1,6 +1,7 @@
 #include "KezEvpn/KezEvpnRemoteInfoFinderSm.h"
 
 #include "KezEvpn/frame/Explain.h"
+#include "KezEvpn/frame/Room.h"
 #include "Ringlog/Trace.h"
 
 namespace Kez {
@@ -15,10 +16,28 @@ static TunnelId tunnelOf( const L2Rib::Dest & dest ) {
   return dest.destType() == L2Rib::destTypeMpls_ ? dest.mpls().tunnelId() : TunnelId::invalid();
 }
 
+// How many tunnels to make room for: one a destination, while these are few.
+static size_t tunnelsExpected( const L2Rib::FloodSetOutput & output ) {
+  constexpr size_t most = 16384;
+  size_t dests = 0;
+  for ( const auto & [ vlanId, vlanFloodSet ] : output.vlanFloodSet() ) {
+    for ( const auto & [ mac, floodSet ] : vlanFloodSet->floodSet() ) {
+      dests += floodSet->destSets();
+    }
+    if ( dests >= most ) {
+      return most;
+    }
+  }
+  return dests;
+}
+
 EvpnRemoteInfoFinderSm::EvpnRemoteInfoFinderSm( In< L2Rib::FloodSetOutput > floodSetOutput,
                                                 Out< EvpnRemoteInfo > remoteInfo )
     : StateMachine( traceHandle ), floodSetOutput_( floodSetOutput ), remoteInfo_( remoteInfo ),
       floodSetOutputReactor_( *this ) {
+  if ( floodSetOutput ) {
+    makeRoom( *remoteInfo, tunnelsExpected( *floodSetOutput ) );
+  }
   floodSetOutputReactor_.notifierIs( floodSetOutput );
 }
 
@@ -38,8 +57,9 @@ void EvpnRemoteInfoFinderSm::VexFloodSet::handleFloodSet() {
   const auto sm = this->sm();
   const auto vlan = vlanId();
   const auto floodSet = notifier();
+  // What the walk meets stands in the input.
   for ( const auto & dest : floodSet->destSet() ) {
-    sm->processMplsDest( vlan, floodSet->mac(), dest );
+    sm->countMplsDest( vlan, floodSet->mac(), dest, [] { return true; } );
   }
 }
 
@@ -51,6 +71,13 @@ void EvpnRemoteInfoFinderSm::VexFloodSet::handleDestSet( const L2Rib::Dest & des
 
 void EvpnRemoteInfoFinderSm::processMplsDest( Bridging::VlanId vlanId, const Wire::EthAddr & mac,
                                               const L2Rib::Dest & dest ) {
+  countMplsDest( vlanId, mac, dest,
+                 [ & ] { return hasDest( *floodSetOutput(), vlanId, mac, dest ); } );
+}
+
+template< class Stands >
+void EvpnRemoteInfoFinderSm::countMplsDest( Bridging::VlanId vlanId, Wire::EthAddr mac,
+                                            const L2Rib::Dest & dest, Stands && stands ) {
   TRACE( 8, " processMplsDest  vlan: ", vlanId, " mac: ", mac, " dest: ", dest );
   if ( dest.destType() != L2Rib::destTypeMpls_ ) {
     return;
@@ -61,7 +88,7 @@ void EvpnRemoteInfoFinderSm::processMplsDest( Bridging::VlanId vlanId, const Wir
     return;
   }
   uint32_t count = 0;
-  if ( hasDest( *floodSetOutput(), vlanId, mac, dest ) ) {
+  if ( stands() ) {
     count = remoteInfo()->remoteTunnelIdInc( tunnelId, 1 );
     TRACE( 5, " Incrementing remoteTunnelId reference to ", count );
   } else {

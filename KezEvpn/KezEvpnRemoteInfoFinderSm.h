@@ -54,6 +54,9 @@ public:
   void check( Findings & out ) const override;
 
 private:
+  template< class Stands >
+  void countMplsDest( Bridging::VlanId vlanId, Wire::EthAddr mac, const L2Rib::Dest & dest,
+                      Stands && stands );
   void makeUpForZombieMark() override;
   // By tunnel, how many destinations in the input are reached over it.
   using Counts = Vex::Collection< Tunnel::TunnelTable::TunnelId, uint32_t >;

@@ -2,6 +2,7 @@
 
 #include "KezEvpn/frame/Explain.h"
 #include "KezEvpn/frame/Findings.h"
+#include "KezEvpn/frame/Room.h"
 #include "Ringlog/Trace.h"
 
 namespace Kez {
@@ -19,6 +20,7 @@ KezEvpnVlanMembershipSm::KezEvpnVlanMembershipSm( In< Bridging::Config > bridgin
   processPublished();
   bridgingConfigReactor_.notifierIs( bridgingConfig );
   vlanStatusDirReactor_.notifierIs( vlanStatusDir );
+  started_ = true;
   evpnStatusReactor_.notifierIs( evpnStatus );
 }
 
@@ -83,35 +85,79 @@ bool KezEvpnVlanMembershipSm::isOperational( Wire::IntfId intfId, Bridging::Vlan
   return status && status->vlanPortStatusHas( intfId );
 }
 
+template< class IsConfigured, class IsOperational >
+KezEvpnVlanMembershipSm::Decision
+KezEvpnVlanMembershipSm::decideBy( Wire::IntfId intfId, IsConfigured && isConfigured,
+                                   IsOperational && isOperational ) const {
+  const bool byConfiguration = evpnStatus()->encapBumFilterHas( intfId );
+  return { byConfiguration, byConfiguration ? isConfigured() : isOperational() };
+}
+
 KezEvpnVlanMembershipSm::Decision KezEvpnVlanMembershipSm::decide( Wire::IntfId intfId,
                                                                    Bridging::VlanId vlanId ) const {
-  const bool byConfiguration = evpnStatus()->encapBumFilterHas( intfId );
-  return { byConfiguration,
-           byConfiguration ? isConfigured( intfId, vlanId ) : isOperational( intfId, vlanId ) };
+  return decideBy(
+      intfId, [ & ] { return isConfigured( intfId, vlanId ); },
+      [ & ] { return isOperational( intfId, vlanId ); } );
+}
+
+void KezEvpnVlanMembershipSm::lookUp( Vlan & vlan ) const {
+  const auto lookUpOne = [ & ]( auto & entity, const auto & now ) {
+    if ( !entity || !entity->parent() ) {
+      entity = now();
+    }
+  };
+  lookUpOne( vlan.config, [ & ] { return bridgingConfig()->vlanConfig( vlan.vlanId ); } );
+  lookUpOne( vlan.status, [ & ] { return vlanStatusDir()->vlanStatus( vlan.vlanId ); } );
+  lookUpOne( vlan.published, [ & ] { return evpnVlanStatus()->vlanStatus( vlan.vlanId ); } );
 }
 
 void KezEvpnVlanMembershipSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
-  TRACE( 5, "KezEvpnVlanMembershipSm::processIntfVlan vlanId ", vlanId, " intfId ", intfId );
+  Vlan vlan{ .vlanId = vlanId };
+  processIntf( intfId, vlan, Known::nothing );
+}
+
+void KezEvpnVlanMembershipSm::processIntf( Wire::IntfId intfId, Vlan & vlan, Known known ) {
+  TRACE( 5, "KezEvpnVlanMembershipSm::processIntfVlan vlanId ", vlan.vlanId, " intfId ", intfId );
   VEX_ASSERT( bridgingConfig() );
   VEX_ASSERT( vlanStatusDir() );
   VEX_ASSERT( evpnStatus() );
-  if ( decide( intfId, vlanId ).member ) {
-    addIntfToEvpnVlanStatus( intfId, vlanId );
-  } else {
-    removeIntfVlanFromEvpnVlanStatus( intfId, vlanId );
+  lookUp( vlan );
+  const auto configured = [ & ] {
+    return known == Known::configured || ( vlan.config && vlan.config->intfHas( intfId ) );
+  };
+  if ( started_ || known != Known::operational ) {
+    if ( configured() ) {
+      intfVlanConfigSetIs( intfId )->vlanIdIs( vlan.vlanId );
+    } else {
+      intfVlanConfigSetMemberDel( intfId, vlan.vlanId );
+    }
   }
-  if ( isConfigured( intfId, vlanId ) ) {
-    intfVlanConfigSetIs( intfId )->vlanIdIs( vlanId, true );
+  const auto decision = decideBy( intfId, configured, [ & ] {
+    return known == Known::operational ||
+           ( vlan.status && vlan.status->vlanPortStatusHas( intfId ) );
+  } );
+  if ( decision.member ) {
+    addIntf( intfId, vlan );
   } else {
-    intfVlanConfigSetMemberDel( intfId, vlanId );
+    removeIntfVlanFromEvpnVlanStatus( intfId, vlan.vlanId );
   }
 }
 
 void KezEvpnVlanMembershipSm::addIntfToEvpnVlanStatus( Wire::IntfId intfId,
                                                        Bridging::VlanId vlanId ) {
+  Vlan vlan{ .vlanId = vlanId };
+  lookUp( vlan );
+  addIntf( intfId, vlan );
+}
+
+void KezEvpnVlanMembershipSm::addIntf( Wire::IntfId intfId, Vlan & vlan ) {
   TRACE( 9, "KezEvpnVlanMembershipSm::addIntfToEvpnVlanStatus intfId ", intfId, " vlanId ",
-         vlanId );
-  evpnVlanStatus()->vlanStatusIs( vlanId )->memberIs( intfId );
+         vlan.vlanId );
+  if ( !vlan.published ) {
+    vlan.published = evpnVlanStatus()->vlanStatusIs( vlan.vlanId );
+    makeRoom( *vlan.published, vlan.intfs );
+  }
+  vlan.published->memberIs( intfId );
 }
 
 void KezEvpnVlanMembershipSm::removeIntfVlanFromEvpnVlanStatus( Wire::IntfId intfId,
@@ -127,8 +173,11 @@ void KezEvpnVlanMembershipSm::VexVlanConfig::handleVlanConfig() {
   const auto vlanConfig = notifier();
   TRACE( 8, "KezEvpnVlanMembershipSm::VexVlanConfig::handleVlanConfig vlanId ", vlan, " add ",
          sm->bridgingConfig()->vlanConfigHas( vlan ) );
+  const bool standsHere = sm->bridgingConfig()->vlanConfig( vlan ) == vlanConfig;
+  const auto known = standsHere ? Known::configured : Known::nothing;
+  Vlan pairs{ .vlanId = vlan, .intfs = vlanConfig->intfs() };
   for ( const auto [ intfId, vlanPortConfig ] : vlanConfig->intf() ) {
-    sm->processIntfVlan( intfId, vlan );
+    sm->processIntf( intfId, pairs, known );
   }
 }
 
@@ -138,8 +187,11 @@ void KezEvpnVlanMembershipSm::VexVlanStatus::handleVlanStatus() {
   const auto vlanStatus = notifier();
   TRACE( 8, "KezEvpnVlanMembershipSm::VexVlanStatus::handleVlanStatus vlanId ", vlan, " add ",
          sm->vlanStatusDir()->vlanStatusHas( vlan ) );
+  const bool standsHere = sm->vlanStatusDir()->vlanStatus( vlan ) == vlanStatus;
+  const auto known = standsHere ? Known::operational : Known::nothing;
+  Vlan pairs{ .vlanId = vlan, .intfs = vlanStatus->vlanPortStatuss() };
   for ( const auto [ intfId, vlanPortStatus ] : vlanStatus->vlanPortStatus() ) {
-    sm->processIntfVlan( intfId, vlan );
+    sm->processIntf( intfId, pairs, known );
   }
 }
 

@@ -96,7 +96,23 @@ private:
     bool byConfiguration;
     bool member;
   };
+  template< class IsConfigured, class IsOperational >
+  Decision decideBy( Wire::IntfId intfId, IsConfigured && isConfigured,
+                     IsOperational && isOperational ) const;
   Decision decide( Wire::IntfId intfId, Bridging::VlanId vlanId ) const;
+  // What there is of a VLAN, for several interfaces of it: looked up again where it has left.
+  struct Vlan {
+    const Bridging::VlanId vlanId;
+    const size_t intfs = 1; // for which room is made
+    Vex::Ptr< const Bridging::VlanConfig > config = {};
+    Vex::Ptr< const Bridging::VlanStatus > status = {};
+    Vex::Ptr< EvpnVlanMemberInfo > published = {};
+  };
+  void lookUp( Vlan & vlan ) const;
+  // What is known of a pair: a walk over a VLAN's configuration or status stands on it.
+  enum class Known { nothing, configured, operational };
+  void processIntf( Wire::IntfId intfId, Vlan & vlan, Known known );
+  void addIntf( Wire::IntfId intfId, Vlan & vlan );
   void makeUpForZombieMark() override;
   void processPublished();
   void explainPair( const IntfVlanKey & key, Explanation & out ) const;
@@ -104,6 +120,7 @@ private:
   VexBridgingConfig bridgingConfigReactor_;
   VexVlanStatusDir vlanStatusDirReactor_;
   VexEvpnStatus evpnStatusReactor_;
+  bool started_ = false; // what is configured stands in the index
 };
 
 Vex::Ptr< KezEvpnVlanMembershipSm > kezEvpnVlanMembershipSmFactory(

@@ -55,6 +55,28 @@ TEST_F( VlanMembershipSmTest, FilterChoosesBetweenConfigurationAndPortStatus ) {
   EXPECT_FALSE( member( 10, eth1 ) );
 }
 
+TEST_F( VlanMembershipSmTest, StartDecidesWhatIsConfiguredOperationalOrPublished ) {
+  for ( const Bridging::VlanId vlan : { 10, 20 } ) {
+    configured( vlan, eth1 );
+    configured( vlan, eth2 );
+    operational( vlan, eth2 );
+  }
+  operational( 30, eth1 );
+  operational( 30, eth2 );
+  evpnStatus->encapBumFilterIs( eth1 );
+  evpnVlanStatus->vlanStatusIs( 30 )->memberIs( eth1 ); // by an earlier machine
+  start();
+  for ( const Bridging::VlanId vlan : { 10, 20 } ) {
+    EXPECT_TRUE( member( vlan, eth1 ) );
+    EXPECT_TRUE( member( vlan, eth2 ) );
+  }
+  EXPECT_FALSE( member( 30, eth1 ) );
+  EXPECT_TRUE( member( 30, eth2 ) );
+  for ( const auto intf : { eth1, eth2 } ) {
+    EXPECT_EQ( sm->intfVlanConfigSet( intf )->vlanIds(), 2u );
+  }
+}
+
 TEST_F( VlanMembershipSmTest, VlansComeAndGoWithTheirMembersAndIndex ) {
   start();
   evpnStatus->encapBumFilterIs( eth1 );

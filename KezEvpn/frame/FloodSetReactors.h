@@ -64,7 +64,11 @@ public:
     floodSet_.make( *sm, floodSet, vlan );
     return sm->vlanFloodSet( vlan ) == this ? floodSet_.get( mac ) : nullptr;
   }
-  void floodSetIs( const Vex::Ptr< const L2Rib::FloodSet > & floodSet ) { newFloodSet( floodSet ); }
+  void floodSetIs( const Vex::Ptr< const L2Rib::FloodSet > & floodSet ) {
+    const auto sm = this->sm();
+    const auto vlan = vlanId();
+    floodSet_.make( *sm, floodSet, vlan );
+  }
   void floodSetDel( Wire::EthAddr mac ) { floodSet_.del( *this->sm(), mac ); }
 
 protected:
@@ -83,12 +87,12 @@ protected:
     const auto vlan = vlanId();
     const auto notifier = this->notifier();
     for ( const auto & [ mac, floodSet ] : notifier->floodSet() ) {
+      floodSetIs( floodSet );
       if ( sm->vlanFloodSet( vlan ) != this ) {
         return; // dropped by what a destination brought about
       }
-      floodSetIs( floodSet );
     }
-    if ( sm->vlanFloodSet( vlan ) == this && this->markedForDeletion() ) {
+    if ( this->markedForDeletion() ) {
       floodSet_.delStrays( *sm, L2Rib::VlanFloodSet::floodSetEntities::of( *notifier ) );
     }
   }

@@ -18,8 +18,12 @@ void PortProgrammingSm::VexEvpnLagMemberInfo::onAttribute( Vex::AttrId id, const
 }
 
 void PortProgrammingSm::addToIndex( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
-  intfVlanSetIs( intfId )->vlanIdIs( vlanId );
-  vlanIntfSetIs( vlanId )->intfIdIs( intfId );
+  const auto vlans = intfVlanSetIs( intfId );
+  const auto before = vlans->vlanIds();
+  vlans->vlanIdIs( vlanId );
+  if ( vlans->vlanIds() != before ) { // else both have the pair
+    vlanIntfSetIs( vlanId )->intfIdIs( intfId );
+  }
 }
 
 void PortProgrammingSm::removeFromIndex( Wire::IntfId intfId, Bridging::VlanId vlanId ) {

@@ -9,7 +9,9 @@ void KezPortList::portIs( Wire::IntfId intfId, bool present ) {
     portDel( intfId );
     return;
   }
-  const auto at = std::lower_bound( begin(), end(), intfId ) - begin();
+  // Most are added in their order.
+  const bool isLast = size_ == 0 || end()[ -1 ] < intfId;
+  const auto at = ( isLast ? end() : std::lower_bound( begin(), end(), intfId ) ) - begin();
   if ( at != size_ && begin()[ at ] == intfId ) {
     return;
   }
