@@ -54,7 +54,7 @@ public:
   VEX_MAP( 3, programmedDot1q, Bridging::VlanId, Bridging::VlanIdOrNone )
   // The tag that the pair is to be mapped to.
   VEX_MAP( 4, intfVlanDot1q, IntfVlanKey, Bridging::VlanIdOrNone )
-  VEX_ENTITIES( 5, dot1qStatus, IntfVlanStatus )
+  VEX_SHOWN_ENTITIES( 5, dot1qStatus, PortStatuses< IntfVlanStatus > )
   VEX_SET( 6, unprogrammedDot1q, IntfVlanKey )
   VEX_SET( 7, intfVlanQueue, IntfVlanKey )
   VEX_OUTPUT( 8, reviewIntfVlan, VexReviewIntfVlan )
@@ -115,7 +115,7 @@ private:
   // What a pair lacks to be mapped to a tag, the first of it.
   enum class Lack { nothing, vlanStatus, membership, publication, vlan };
   Lack lackOf( const IntfVlanKey & key ) const;
-  bool tagChangedUnheard( Bridging::VlanId vlanId ) const;
+  bool tagChangedUnheard( Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q ) const;
   void explainPair( const IntfVlanKey & key, Explanation & out ) const;
   void explainVlan( Bridging::VlanId vlanId, Explanation & out ) const;
   void explainPairsOf( const Subject & subject, Explanation & out ) const;
@@ -127,6 +127,7 @@ private:
   static IntfVlanKey vlanLevelKey( Bridging::VlanId vlanId ) { return { Wire::IntfId(), vlanId }; }
   void makeUpForZombieMark() override;
   size_t parked() const override { return unprogrammedDot1qs(); }
+  void makeRoomForPairs();
   void reprogramVlan( Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q );
   void reviewIntfsOf( Bridging::VlanId vlanId );
 
