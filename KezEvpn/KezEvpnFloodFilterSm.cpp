@@ -13,8 +13,7 @@ KezEvpnFloodFilterSm::KezEvpnFloodFilterSm( Out< KezHelper::EvpnFloodingSmHelper
     : PortProgrammingSm( traceHandle, { Retry::afterRefusal, Resume::atBookmark }, floodingHelper,
                          scheduler, evpnLagMemberInfo, evpnStatus ),
       parking_( *this, *this, unprogrammedFilter_, unprogrammedFilterAttr ),
-      ports_( *this, programmedStatus_, programmedStatusAttr, parking_, this->evpnLagMemberInfo(),
-              nonDfPortTexts ),
+      ports_( *this, programmedStatus_, parking_, this->evpnLagMemberInfo(), nonDfPortTexts ),
       evpnStatusReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );
   watchLagPorts();
@@ -45,6 +44,11 @@ void KezEvpnFloodFilterSm::handleInitialized() {
   VEX_ASSERT( floodingHelper() );
   reviewUnprogrammedIs( scheduler(), 2, "reviewUnprogrammed" );
   initializedIs( true );
+  size_t pairs = 0;
+  for ( const auto & [ vlanId, reactor ] : evpnVlanFloodStatus() ) {
+    pairs += reactor->evpnVlanFloodStatus()->floodFilters();
+  }
+  programmedStatus_.reserve( pairs );
   for ( const auto & [ vlanId, reactor ] : evpnVlanFloodStatus() ) {
     reactor->handleEvpnVlanFloodStatus();
   }
@@ -98,7 +102,7 @@ void KezEvpnFloodFilterSm::handleLagPort( Wire::IntfId intfId ) {
 void KezEvpnFloodFilterSm::processIntfVlan( Wire::IntfId intfId, Bridging::VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   const auto vlanFloodStatus = evpnStatus()->evpnVlanFloodStatus( vlanId );
-  const bool floodFilterApplied = isFloodFilterApplied( intfId, vlanId );
+  const bool floodFilterApplied = vlanFloodStatus && vlanFloodStatus->floodFilterHas( intfId );
   TRACE( 5, "KezEvpnFloodFilterSm::processIntfVlan intfId ", intfId, " vlanId ", vlanId,
          " vlanFloodStatus exists ", bool( vlanFloodStatus ), " floodFilterApplied ",
          floodFilterApplied );

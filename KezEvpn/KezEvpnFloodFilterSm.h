@@ -28,7 +28,7 @@ public:
   };
 
   VEX_ENTITY( KezEvpnFloodFilterSm, "Kez::KezEvpnFloodFilterSm", PortProgrammingSm )
-  VEX_ENTITIES( 1, programmedStatus, IntfVlanStatus )
+  VEX_SHOWN_ENTITIES( 1, programmedStatus, PortStatuses< IntfVlanStatus > )
   VEX_SET( 2, unprogrammedFilter, IntfVlanKey )
   VEX_REACTORS( 3, evpnVlanFloodStatus, VexEvpnVlanFloodStatus )
   VEX_ATTRIBUTES( programmedStatus, unprogrammedFilter, evpnVlanFloodStatus )

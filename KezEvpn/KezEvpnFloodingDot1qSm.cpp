@@ -34,8 +34,7 @@ EvpnFloodingDot1qSm::EvpnFloodingDot1qSm( Out< KezHelper::EvpnFloodingSmHelper >
                          scheduler, evpnLagMemberInfo, evpnStatus ),
       evpnVlanStatus_( evpnVlanStatus ), evpnMplsConfig_( evpnMplsConfig ),
       parking_( *this, *this, unprogrammedDot1q_, unprogrammedDot1qAttr ),
-      ports_( *this, dot1qStatus_, dot1qStatusAttr, parking_, this->evpnLagMemberInfo(),
-              dot1qMappingTexts ),
+      ports_( *this, dot1qStatus_, parking_, this->evpnLagMemberInfo(), dot1qMappingTexts ),
       evpnStatusReactor_( *this ), evpnMplsConfigReactor_( *this ),
       evpnVlanStatusReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );
@@ -92,6 +91,7 @@ void EvpnFloodingDot1qSm::handleInitialized() {
   reviewUnprogrammedIs( scheduler(), 2, "reviewUnprogrammed" );
   reviewIntfVlanIs( scheduler(), 2, "reviewIntfVlan" );
   initializedIs( true );
+  makeRoomForPairs();
   for ( const auto [ vlanId, dot1q ] : evpnStatus()->vlanToDot1q() ) {
     handleVlanDot1q( vlanId );
   }
@@ -100,6 +100,16 @@ void EvpnFloodingDot1qSm::handleInitialized() {
       maybeScheduleIntfVlanReview( intfId, vlanId );
     }
   }
+}
+
+void EvpnFloodingDot1qSm::makeRoomForPairs() {
+  size_t pairs = 0;
+  for ( const auto & [ vlanId, memberInfo ] : evpnVlanStatus()->vlanStatus() ) {
+    pairs += memberInfo->members();
+  }
+  intfVlanQueue_.reserve( pairs );
+  intfVlanDot1q_.reserve( pairs );
+  dot1qStatus_.reserve( pairs );
 }
 
 void EvpnFloodingDot1qSm::reviewIntfVlanIs( Out< Loom::TaskScheduler > scheduler,
@@ -242,19 +252,11 @@ void EvpnFloodingDot1qSm::handleLagPort( IntfId lagIntfId ) {
 void EvpnFloodingDot1qSm::markLostPorts( const IntfVlanSet & vlansOfLag ) {
   const auto lagIntfId = vlansOfLag.intfId();
   const KezPortList ports = evpnLagMemberInfo()->lagToPort( lagIntfId );
-  // All are looked up before any is looked at, so that they arrive together.
-  std::vector< Vex::Ptr< IntfVlanStatus > > statuses;
-  statuses.reserve( vlansOfLag.vlanIds() );
   for ( const auto vlanId : vlansOfLag.vlanId() ) {
-    if ( auto status = dot1qStatus( { lagIntfId, vlanId } ) ) {
-      statuses.push_back( std::move( status ) );
-    }
-  }
-  for ( const auto & status : statuses ) {
-    for ( const auto port : status->programmed() ) {
+    for ( const auto port : dot1qStatus_.programmed( { lagIntfId, vlanId } ) ) {
       if ( !ports.portHas( port ) ) {
         TRACE( 8, "marking ", port, " for force reprogram" );
-        status->forceReprogramIs( port );
+        ports_.forceReprogram( { lagIntfId, vlanId }, port );
       }
     }
   }
@@ -335,9 +337,9 @@ EvpnFloodingDot1qSm::Lack EvpnFloodingDot1qSm::lackOf( const IntfVlanKey & key )
 }
 
 // Without a notification, while they are off or under a zombie mark.
-bool EvpnFloodingDot1qSm::tagChangedUnheard( VlanId vlanId ) const {
-  return programmedDot1qHas( vlanId ) && evpnStatus()->vlanToDot1qHas( vlanId ) &&
-         programmedDot1q( vlanId ) != dot1qTagForVlan( vlanId );
+bool EvpnFloodingDot1qSm::tagChangedUnheard( VlanId vlanId, VlanIdOrNone dot1q ) const {
+  return programmedDot1q( vlanId ) != dot1q && programmedDot1qHas( vlanId ) &&
+         evpnStatus()->vlanToDot1qHas( vlanId );
 }
 
 bool EvpnFloodingDot1qSm::isMappedAsAsked( const IntfVlanKey & key ) const {
@@ -356,11 +358,12 @@ void EvpnFloodingDot1qSm::processIntfVlan( IntfId intfId, VlanId vlanId ) {
   VEX_ASSERT( initialized() );
   TRACE( 8, "EvpnFloodingDot1qSm::processIntfVlan intf ", intfId, " vlan ", vlanId );
   intfVlanQueueDel( { intfId, vlanId } );
+  const auto dot1q = dot1qTagForVlan( vlanId );
   if ( isMappedAsAsked( { intfId, vlanId } ) ) { // only its ports may have changed
-    programDot1q( intfId, vlanId, dot1qTagForVlan( vlanId ) );
+    programDot1q( intfId, vlanId, dot1q );
     return;
   }
-  if ( tagChangedUnheard( vlanId ) ) {
+  if ( tagChangedUnheard( vlanId, dot1q ) ) {
     handleVlanDot1q( vlanId );
   }
   switch ( lackOf( { intfId, vlanId } ) ) {
@@ -383,7 +386,6 @@ void EvpnFloodingDot1qSm::processIntfVlan( IntfId intfId, VlanId vlanId ) {
     break;
   case Lack::nothing:
     addIntfVlanMapping( intfId, vlanId );
-    const auto dot1q = dot1qTagForVlan( vlanId );
     VEX_ASSERT( programmedDot1q( vlanId ) == dot1q );
     addOrUpdateIntfVlanDot1qMapping( intfId, vlanId, dot1q );
     break;
@@ -435,7 +437,7 @@ void EvpnFloodingDot1qSm::programDot1q( IntfId intfId, VlanId vlanId, VlanIdOrNo
   const IntfVlanKey key{ intfId, vlanId };
   ports_.dropStalePorts( key, *ports, ForceMark::removeFirst, [ & ]( IntfId port, bool ) {
     TRACE( 5, "staleMember ", port, " forceReprogram ",
-           dot1qStatus( key )->forceReprogramHas( port ) );
+           dot1qStatus_.forceReprogramHas( key, port ) );
     unprogramDot1qHelper( intfId, port, vlanId, dot1q );
   } );
   ports_.programPorts(

@@ -54,7 +54,7 @@ public:
   VEX_MAP( 3, programmedDot1q, Bridging::VlanId, Bridging::VlanIdOrNone )
   // The tag that the pair is to be mapped to.
   VEX_MAP( 4, intfVlanDot1q, IntfVlanKey, Bridging::VlanIdOrNone )
-  VEX_ENTITIES( 5, dot1qStatus, IntfVlanStatus )
+  VEX_SHOWN_ENTITIES( 5, dot1qStatus, PortStatuses< IntfVlanStatus > )
   VEX_SET( 6, unprogrammedDot1q, IntfVlanKey )
   VEX_SET( 7, intfVlanQueue, IntfVlanKey )
   VEX_OUTPUT( 8, reviewIntfVlan, VexReviewIntfVlan )
@@ -117,7 +117,7 @@ private:
   Lack lackOf( const IntfVlanKey & key ) const;
   // Whether the pair lacks nothing and is mapped to the tag that its VLAN is to have and has.
   bool isMappedAsAsked( const IntfVlanKey & key ) const;
-  bool tagChangedUnheard( Bridging::VlanId vlanId ) const;
+  bool tagChangedUnheard( Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q ) const;
   void explainPair( const IntfVlanKey & key, Explanation & out ) const;
   void explainVlan( Bridging::VlanId vlanId, Explanation & out ) const;
   void explainPairsOf( const Subject & subject, Explanation & out ) const;
@@ -129,6 +129,7 @@ private:
   static IntfVlanKey vlanLevelKey( Bridging::VlanId vlanId ) { return { Wire::IntfId(), vlanId }; }
   void makeUpForZombieMark() override;
   size_t parked() const override { return unprogrammedDot1qs(); }
+  void makeRoomForPairs();
   void reprogramVlan( Bridging::VlanId vlanId, Bridging::VlanIdOrNone dot1q );
   void reviewIntfsOf( Bridging::VlanId vlanId );
   // What hardware has of a LAG on a port that it has lost is to be programmed anew should the port

@@ -27,7 +27,7 @@ EvpnFloodingEsiSm::EvpnFloodingEsiSm( Out< KezHelper::EvpnFloodingSmHelper > flo
                          scheduler, evpnLagMemberInfo, evpnStatus ),
       tunnelIdHwTunnelId_( tunnelIdHwTunnelId ),
       parking_( *this, *this, unprogrammedEsi_, unprogrammedEsiAttr ),
-      ports_( *this, esiStatus_, esiStatusAttr, parking_, this->evpnLagMemberInfo(), esiPortTexts ),
+      ports_( *this, esiStatus_, parking_, this->evpnLagMemberInfo(), esiPortTexts ),
       evpnStatusReactor_( *this ), tunnelIdHwTunnelIdReactor_( *this ) {
   evpnStatusReactor_.notifierIs( evpnStatus );
   tunnelIdHwTunnelIdReactor_.notifierIs( tunnelIdHwTunnelId );
@@ -80,12 +80,23 @@ void EvpnFloodingEsiSm::handleInitialized() {
   VEX_ASSERT( evpnLagMemberInfo() );
   reviewUnprogrammedIs( scheduler(), 2, "reviewUnprogrammed" );
   initializedIs( true );
+  makeRoomForPairs();
   for ( const auto & [ intfId, reactor ] : segmentStatus() ) {
     const auto status = reactor->notifier();
     for ( const auto [ vlanId, dfTepIntfId ] : status->designatedForwarderTep() ) {
       addIntfVlanMapping( intfId, vlanId );
     }
   }
+}
+
+void EvpnFloodingEsiSm::makeRoomForPairs() {
+  size_t pairs = 0;
+  for ( const auto & [ intfId, reactor ] : segmentStatus() ) {
+    pairs += reactor->notifier()->designatedForwarderTeps();
+  }
+  intfVlanTunnel_.reserve( pairs );
+  intfVlanTunnelLabel_.reserve( pairs );
+  esiStatus_.reserve( pairs );
 }
 
 void EvpnFloodingEsiSm::VexSegmentStatus::handleSegmentStatus() {
@@ -272,7 +283,10 @@ void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping( IntfId intfId, VlanId 
                                                           TunnelId tunnelId ) {
   VEX_ASSERT( initialized() );
   const IntfVlanKey key{ intfId, vlanId };
-  if ( intfVlanTunnelHas( key ) && intfVlanTunnel( key ) != tunnelId ) {
+  if ( intfVlanTunnel( key ) == tunnelId && intfVlanTunnelHas( key ) ) {
+    return;
+  }
+  if ( intfVlanTunnelHas( key ) ) {
     if ( floodingHelper()->updateSupportedOnCreateEsiData() ) {
       const auto old = intfVlanTunnel( key );
       deleteTriple( key, old );
@@ -350,7 +364,7 @@ void EvpnFloodingEsiSm::programEsi( IntfId intfId, VlanId vlanId, MplsLabel labe
   const IntfVlanKey key{ intfId, vlanId };
   if ( reprogramChangedEsi() ) {
     for ( const auto port : changedPorts( key, Changed::any ) ) {
-      esiStatus( key )->forceReprogramIs( port );
+      ports_.forceReprogram( key, port );
     }
   }
   const bool dropped =
@@ -363,39 +377,49 @@ void EvpnFloodingEsiSm::programEsi( IntfId intfId, VlanId vlanId, MplsLabel labe
   if ( dropped ) {
     parking_.freed();
   }
+  const auto asked = askedFor( key );
   ports_.programPorts( key, *ports,
-                       [ & ]( IntfId port ) { programEsiHelper( intfId, port, vlanId, label ); } );
+                       [ & ]( IntfId port ) { programEsiPort( key, port, label, asked ); } );
+}
+
+EvpnFloodingEsiSm::Asked EvpnFloodingEsiSm::askedFor( const IntfVlanKey & key ) const {
+  VEX_ASSERT( intfVlanTunnelHas( key ) );
+  const auto tunnelId = intfVlanTunnel( key );
+  const auto mapping = mapped( tunnelId );
+  const auto lack = portLackOf( key.intfId, mapping.has_value() );
+  if ( lack != PortLack::nothing ) {
+    return { tunnelId, lack, {} };
+  }
+  const IntfVlanTunnelKey labelKey{ key.intfId, key.vlanId, tunnelId };
+  VEX_ASSERT( intfVlanTunnelLabelHas( labelKey ) );
+  return { tunnelId,
+           lack,
+           { mapping->hwTunnelId, evpnStatus()->localEsiLabel( key.intfId ).mplsLabel() } };
 }
 
 void EvpnFloodingEsiSm::programEsiHelper( IntfId logicalIntfId, IntfId phyIntfId, VlanId vlanId,
                                           MplsLabel label ) {
   VEX_ASSERT( initialized() );
+  const IntfVlanKey key{ logicalIntfId, vlanId };
+  programEsiPort( key, phyIntfId, label, askedFor( key ) );
+}
+
+void EvpnFloodingEsiSm::programEsiPort( const IntfVlanKey & key, IntfId phyIntfId, MplsLabel label,
+                                        const Asked & asked ) {
+  const auto [ logicalIntfId, vlanId ] = key;
   TRACE( 8, "programEsiHelper logicalIntfId ", logicalIntfId, " phyIntfId ", phyIntfId, " vlanId ",
          vlanId, " label ", label );
-  const IntfVlanKey key{ logicalIntfId, vlanId };
-  VEX_ASSERT( intfVlanTunnelHas( key ) );
-  const auto tunnelId = intfVlanTunnel( key );
-  const auto mapping = mapped( tunnelId );
-  const auto lack = portLackOf( logicalIntfId, mapping.has_value() );
-  if ( lack == PortLack::hwTunnelId ) {
+  if ( asked.lack == PortLack::hwTunnelId ) {
     TRACE( 5, "hw tunnel id not published" );
     return;
   }
-  if ( lack == PortLack::localLabel ) {
+  if ( asked.lack == PortLack::localLabel ) {
     TRACE( 5, "local label not published" );
     return;
   }
-  const IntfVlanTunnelKey labelKey{ logicalIntfId, vlanId, tunnelId };
-  VEX_ASSERT( intfVlanTunnelLabelHas( labelKey ) );
-  ports_.programPort( key, phyIntfId, [ & ] {
-    const EsiIds ids{ mapping->hwTunnelId,
-                      evpnStatus()->localEsiLabel( logicalIntfId ).mplsLabel() };
-    const auto rc = floodingHelper()->createEsiData( logicalIntfId, phyIntfId, vlanId, tunnelId,
-                                                     ids.hwTunnelId, label, ids.localEsiLabel );
-    if ( rc == HwProgrammingStatus::programmed ) {
-      esiStatus( key )->idsIs( phyIntfId, ids );
-    }
-    return rc;
+  ports_.programPort( key, { phyIntfId, asked.ids }, [ & ] {
+    return floodingHelper()->createEsiData( key.intfId, phyIntfId, key.vlanId, asked.tunnelId,
+                                            asked.ids.hwTunnelId, label, asked.ids.localEsiLabel );
   } );
 }
 
@@ -404,8 +428,7 @@ void EvpnFloodingEsiSm::programEsiHelper( IntfId logicalIntfId, IntfId phyIntfId
 void EvpnFloodingEsiSm::dropPortsOfOtherHwTunnelId( const IntfVlanKey & key ) {
   const auto ports = changedPorts( key, Changed::hwTunnelId );
   for ( const auto port : ports ) {
-    const auto status = esiStatus( key );
-    ports_.dropPort( *status, port, [ & ] { deleteEsiData( *status, port ); } );
+    ports_.dropPort( key, port, [ & ] { deleteEsiData( key, port ); } );
   }
   if ( !ports.empty() ) {
     parking_.freed();
@@ -430,18 +453,17 @@ void EvpnFloodingEsiSm::unprogramEsiHelper( IntfId logicalIntfId, IntfId phyIntf
   TRACE( 8, "unprogramEsiHelper logicalIntfId ", logicalIntfId, " phyIntfId ", phyIntfId,
          " vlanId ", vlanId );
   const IntfVlanKey key{ logicalIntfId, vlanId };
-  const bool programmed = ports_.unprogramPort(
-      key, phyIntfId, [ & ] { deleteEsiData( *esiStatus( key ), phyIntfId ); } );
+  const bool programmed =
+      ports_.unprogramPort( key, phyIntfId, [ & ] { deleteEsiData( key, phyIntfId ); } );
   if ( !programmed ) {
     TRACE( 5, "not programmed" );
   }
 }
 
-void EvpnFloodingEsiSm::deleteEsiData( EsiStatus & status, IntfId port ) {
-  const auto [ intfId, vlanId ] = status.fwkKey();
+void EvpnFloodingEsiSm::deleteEsiData( const IntfVlanKey & key, IntfId port ) {
   // Hardware finds the entry by the ports and the VLAN.
-  floodingHelper()->deleteEsiData( intfId, port, vlanId, TunnelId::invalid(), HwTunnelId() );
-  status.idsDel( port );
+  floodingHelper()->deleteEsiData( key.intfId, port, key.vlanId, TunnelId::invalid(),
+                                   HwTunnelId() );
 }
 
 } // namespace Kez

@@ -60,7 +60,7 @@ public:
   VEX_ENTITIES( 4, tunnelIntfVlanSet, TunnelIntfVlanSet )
   VEX_ENTITIES( 5, intfTunnelVlanSet, IntfTunnelVlanSet )
   VEX_MAP( 6, intfVlanTunnelLabel, IntfVlanTunnelKey, Wire::MplsLabel )
-  VEX_ENTITIES( 7, esiStatus, EsiStatus )
+  VEX_SHOWN_ENTITIES( 7, esiStatus, PortStatuses< EsiStatus > )
   VEX_SET( 8, unprogrammedEsi, IntfVlanKey )
   // A programmed port is programmed anew when its tunnel's hardware id or the value of the local
   // label changes.
@@ -135,6 +135,7 @@ private:
     }
   }
   void deleteTriple( const IntfVlanKey & key, TunnelId tunnelId );
+  void makeRoomForPairs();
 
   using Decision = EsiDecision;
   using Lack = Decision::Lack;
@@ -143,6 +144,15 @@ private:
   PortLack portLackOf( Wire::IntfId intfId, bool hwTunnelIdPublished ) const {
     return esiPortLack( *evpnStatus(), intfId, hwTunnelIdPublished );
   }
+  // What a pair that has a label asks for on each of its ports; the ids unless something lacks.
+  struct Asked {
+    TunnelId tunnelId;
+    PortLack lack;
+    EsiIds ids;
+  };
+  Asked askedFor( const IntfVlanKey & key ) const;
+  void programEsiPort( const IntfVlanKey & key, Wire::IntfId phyIntfId, Wire::MplsLabel label,
+                       const Asked & asked );
   EsiIds idsAskedFor( const IntfVlanKey & key ) const;
   // The ports that hardware has with other ids than the inputs say: other ones in any way, or
   // another hardware tunnel id, which none is too.
@@ -151,7 +161,7 @@ private:
   // And those of them that nothing is due for. An unusable label leaves a local label in place.
   std::vector< Wire::IntfId > laggingPorts( const IntfVlanKey & key ) const;
   void dropPortsOfOtherHwTunnelId( const IntfVlanKey & key );
-  void deleteEsiData( EsiStatus & status, Wire::IntfId port );
+  void deleteEsiData( const IntfVlanKey & key, Wire::IntfId port );
   std::optional< KezHelper::EsiData > dataOnRecord( const KezHelper::PortVlanKey & key ) const;
   // On each port of the interface.
   std::optional< KezHelper::EsiData > dataAskedFor( const IntfVlanKey & pair ) const;

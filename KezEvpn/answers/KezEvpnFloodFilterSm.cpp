@@ -85,10 +85,8 @@ void KezEvpnFloodFilterSm::addAuditParts( KezHelper::AuditParts & out ) {
   sides.table = "nonDfPort";
   sides.hardware = floodingHelper()->inventory().nonDfPort;
   sides.record = portsOnRecord< Vex::NoValue >(
-      [ this ] { return programmedStatus(); },
-      [ this, thereIf ]( const PortVlanKey & key ) {
-        const auto status = programmedStatus( pairOf( key ) );
-        return thereIf( status && status->programmedHas( key.memberIntfId ) );
+      programmedStatus_, [ this, thereIf ]( const PortVlanKey & key ) {
+        return thereIf( programmedStatus_.programmedHas( pairOf( key ), key.memberIntfId ) );
       } );
   sides.askedFor =
       portsAskedFor< Vex::NoValue >( *this, [ this, thereIf ]( const IntfVlanKey & pair ) {

@@ -103,8 +103,7 @@ void EvpnFloodingDot1qSm::explainPair( const IntfVlanKey & key, Explanation & ou
   }
   const bool asWanted =
       lack == Lack::nothing && intfVlanDot1q( key ) == dot1qTagForVlan( key.vlanId );
-  const auto status = dot1qStatus( key );
-  if ( status && status->programmeds() > 0 && !asWanted ) {
+  if ( dot1qStatus_.programmeds( key ) > 0 && !asWanted ) {
     out.say( "mapped to tag ", intfVlanDot1q( key ),
              lack == Lack::vlan ? " till then" : " till the next look" );
   }
@@ -137,7 +136,7 @@ void EvpnFloodingDot1qSm::check( Findings & out ) const {
   ports_.check( out, []( const IntfVlanKey & key ) { return key != vlanLevelKey( key.vlanId ); } );
   out.expect( intfVlanQueues() == 0 || !initialized() || reviewIntfVlan()->isScheduled(),
               "pairs are queued and no review is due" );
-  for ( const auto & [ key, status ] : dot1qStatus() ) {
+  for ( const auto & [ key, list ] : dot1qStatus_.members().range() ) {
     out.expect( intfVlanDot1qHas( key ), key, " has ports and no tag" );
   }
   if ( !initialized() ) {
@@ -216,11 +215,9 @@ void EvpnFloodingDot1qSm::addAuditParts( KezHelper::AuditParts & out ) {
     sides.machine = name();
     sides.table = "dot1qMapping";
     sides.hardware = tables.dot1qMapping;
-    sides.record = portsOnRecord< VlanIdOrNone >(
-        [ this ] { return dot1qStatus(); },
-        [ this ]( const PortVlanKey & key ) {
-          const auto status = dot1qStatus( pairOf( key ) );
-          return status && status->programmedHas( key.memberIntfId )
+    sides.record =
+        portsOnRecord< VlanIdOrNone >( dot1qStatus_, [ this ]( const PortVlanKey & key ) {
+          return dot1qStatus_.programmedHas( pairOf( key ), key.memberIntfId )
                      ? std::optional( intfVlanDot1q( pairOf( key ) ) )
                      : std::nullopt;
         } );

@@ -132,7 +132,7 @@ void EvpnFloodingEsiSm::explainPair( const IntfVlanKey & key, Explanation & out 
   case Lack::usableLabel:
     out.awaits( "waiting for a remote ESI label of TEP ", dfTepIntfId,
                 " of the right encapsulation type, ", remoteLabel, " published" );
-    if ( const auto status = esiStatus( key ); status && status->programmeds() > 0 ) {
+    if ( esiStatus_.programmeds( key ) > 0 ) {
       out.say( "what is programmed stays till then, tunnel ", intfVlanTunnel( key ), ", label ",
                intfVlanTunnelLabel( { key.intfId, key.vlanId, intfVlanTunnel( key ) } ) );
       if ( !unprogramUnusableLabel() ) {
@@ -172,15 +172,13 @@ EsiIds EvpnFloodingEsiSm::idsAskedFor( const IntfVlanKey & key ) const {
 
 std::vector< Wire::IntfId > EvpnFloodingEsiSm::changedPorts( const IntfVlanKey & key,
                                                              Changed changed ) const {
-  const auto status = esiStatus( key );
-  if ( !status || status->programmeds() == 0 ) {
+  if ( esiStatus_.programmeds( key ) == 0 ) {
     return {};
   }
-  const auto ids = idsAskedFor( key );
+  const auto asked = idsAskedFor( key );
   std::vector< Wire::IntfId > ports;
-  for ( const auto port : status->programmed() ) {
-    const auto has = status->ids( port );
-    if ( changed == Changed::any ? has != ids : has.hwTunnelId != ids.hwTunnelId ) {
+  for ( const auto & [ port, ids ] : esiStatus_.programmed( key ) ) {
+    if ( changed == Changed::any ? ids != asked : ids.hwTunnelId != asked.hwTunnelId ) {
       ports.push_back( port );
     }
   }
@@ -191,14 +189,14 @@ std::vector< Wire::IntfId > EvpnFloodingEsiSm::laggingPorts( const IntfVlanKey &
   const bool usable = decide( key ).lack == Lack::nothing;
   auto ports = changedPorts( key, usable ? Changed::any : Changed::hwTunnelId );
   std::erase_if( ports,
-                 [ & ]( Wire::IntfId port ) { return esiStatus( key )->unprogrammedHas( port ); } );
+                 [ & ]( Wire::IntfId port ) { return esiStatus_.unprogrammedHas( key, port ); } );
   return ports;
 }
 
 void EvpnFloodingEsiSm::explainLag( const IntfVlanKey & key, Explanation & out ) const {
   const auto ports = laggingPorts( key );
   if ( !ports.empty() ) {
-    const auto has = esiStatus( key )->ids( ports.front() );
+    const auto has = esiStatus_.programmed( key, ports.front() )->ids;
     const auto asked = idsAskedFor( key );
     out.say( "with an earlier hardware tunnel id or local label on ", Members{ ports }, ", ",
              has.hwTunnelId, " and ", has.localEsiLabel, " where ", asked.hwTunnelId, " and ",
@@ -250,10 +248,8 @@ void EvpnFloodingEsiSm::check( Findings & out ) const {
     out.expect( decide( key ).lack == Lack::nothing && localEsiLabelPublished( key.intfId ), key,
                 " is parked, and waits for an input" );
   }
-  for ( const auto & [ key, status ] : esiStatus() ) {
+  for ( const auto & [ key, list ] : esiStatus_.members().range() ) {
     out.expect( intfVlanTunnelHas( key ), key, " has ports and no tunnel" );
-    out.expect( status->idss() == status->programmeds(), key,
-                " is programmed on other ports than it is on record with ids" );
     out.expect( !reprogramChangedEsi() || laggingPorts( key ).empty(), key,
                 " is programmed with an earlier hardware tunnel id or local label" );
     out.expect( !reprogramChangedEsi() || changedPorts( key, Changed::hwTunnelId ).empty(), key,
@@ -272,14 +268,14 @@ void EvpnFloodingEsiSm::check( Findings & out ) const {
 std::optional< KezHelper::EsiData >
 EvpnFloodingEsiSm::dataOnRecord( const KezHelper::PortVlanKey & key ) const {
   const auto pair = pairOf( key );
-  const auto status = esiStatus( pair );
-  if ( !status || !status->programmedHas( key.memberIntfId ) ) {
+  const auto port = esiStatus_.programmed( pair, key.memberIntfId );
+  if ( !port ) {
     return std::nullopt;
   }
   const auto * const table = floodingHelper()->inventory().esiData;
   const auto standing = table ? table->find( key ) : std::nullopt;
-  const auto ids = status->ids( key.memberIntfId );
-  if ( standing && status->forceReprogramHas( key.memberIntfId ) ) {
+  const auto & ids = port->ids;
+  if ( standing && esiStatus_.forceReprogramHas( pair, key.memberIntfId ) ) {
     return KezHelper::EsiData( standing->tunnelId, ids.hwTunnelId, standing->dfEsiLabel,
                                ids.localEsiLabel );
   }
@@ -312,8 +308,7 @@ void EvpnFloodingEsiSm::addAuditParts( KezHelper::AuditParts & out ) {
   sides.table = "esiData";
   sides.hardware = floodingHelper()->inventory().esiData;
   sides.record = portsOnRecord< EsiData >(
-      [ this ] { return esiStatus(); },
-      [ this ]( const PortVlanKey & key ) { return dataOnRecord( key ); } );
+      esiStatus_, [ this ]( const PortVlanKey & key ) { return dataOnRecord( key ); } );
   sides.askedFor = portsAskedFor< EsiData >(
       *this, [ this ]( const IntfVlanKey & pair ) { return dataAskedFor( pair ); } );
   sides.due = [ this ]( const PortVlanKey & key ) { return parking_.has( pairOf( key ) ); };
@@ -322,7 +317,6 @@ void EvpnFloodingEsiSm::addAuditParts( KezHelper::AuditParts & out ) {
                                      TunnelId::invalid(), HwTunnelId() );
   };
   sides.forget = [ this ]( const PortVlanKey & key, const EsiData & ) {
-    esiStatus( pairOf( key ) )->idsDel( key.memberIntfId );
     ports_.lost( pairOf( key ), key.memberIntfId );
     if ( !dataAskedFor( pairOf( key ) ) ) {
       ports_.waitForInput( pairOf( key ) );

@@ -1,18 +1,19 @@
 // What hardware has of entries that are programmed port by port: for each key, on which ports of
 // its interface the entry is programmed, and which ports wait to be tried again.
 //
-// A machine owns one PortStatus, over the collection of its status entities and its Parking. A
+// A machine owns one PortStatus, over the PortStatuses that it shows and its Parking. A
 // status is there from the first try of a key until the key is unprogrammed. `programmed` holds
 // exactly the ports that hardware has; a key is parked exactly while its status has unprogrammed
 // ports. A port is in both only when it bears a force mark, by which it is to be programmed again.
 //
-// `Status` is a member entity with the sets of ports `programmed`, `unprogrammed` and
-// `forceReprogram`; its key names its interface by a field `intfId`. What an entry consists of is
-// the machine's own: it hands in the calls that create and remove one.
+// `Status` shows the sets of ports `programmed`, `unprogrammed` and `forceReprogram` of a key. What
+// an entry consists of is the machine's own: it hands in the calls that create and remove one, and
+// what is kept of a port beside, if anything, as a `Status::Port`.
 #pragma once
 
 #include "KezEvpn/KezEvpn.h"
 #include "KezEvpn/frame/Parking.h"
+#include "KezEvpn/frame/PortStatuses.h"
 #include "Vex/Said.h"
 
 #include <optional>
@@ -60,11 +61,11 @@ void explainPorts( std::string_view what, const PortTally & tally, Explanation &
 template< class Status > class PortStatus {
 public:
   using Key = typename Status::FwkKey;
+  using Port = typename Status::Port;
 
-  PortStatus( StateMachine & owner, Vex::EntityStorage< Status > & statuses, Vex::AttrId id,
-              Parking< Key > & parking, const Vex::Ptr< const EvpnLagMemberInfo > & lags,
-              const PortTexts & texts )
-      : owner_( owner ), statuses_( statuses ), id_( id ), parking_( parking ), lags_( lags ),
+  PortStatus( StateMachine & owner, PortStatuses< Status > & statuses, Parking< Key > & parking,
+              const Vex::Ptr< const EvpnLagMemberInfo > & lags, const PortTexts & texts )
+      : owner_( owner ), statuses_( statuses ), parking_( parking ), lags_( lags ),
         texts_( texts ) {}
 
   // The ports to program; nothing for a LAG that has none.
@@ -89,20 +90,16 @@ public:
   bool dropStalePorts( const Key & key, const KezPortList & ports, ForceMark forceMark,
                        Unprogram && unprogram ) {
     parking_.unpark( key );
-    const auto status = statuses_.get( key );
-    if ( !status ) {
-      return false;
-    }
-    status->unprogrammedDelAll();
+    statuses_.unprogrammedDelAll( key );
     bool dropped = false;
-    for ( const auto port : status->programmed() ) {
+    forEachProgrammed( key, [ & ]( Wire::IntfId port ) {
       const bool isPort = ports.portHas( port );
       if ( !isPort ||
-           ( forceMark == ForceMark::removeFirst && status->forceReprogramHas( port ) ) ) {
+           ( forceMark == ForceMark::removeFirst && statuses_.forceReprogramHas( key, port ) ) ) {
         unprogram( port, isPort );
         dropped = true;
       }
-    }
+    } );
     return dropped;
   }
 
@@ -118,72 +115,61 @@ public:
   // Calls `create()` unless the port is programmed and unmarked, and records its answer: a port
   // that was refused is parked; an invalid hardware id is fatal.
   template< class Create >
-  void programPort( const Key & key, Wire::IntfId port, Create && create ) {
-    const auto status = statuses_.make( owner_, id_, key );
-    if ( status->programmedHas( port ) && !status->forceReprogramHas( port ) ) {
+  void programPort( const Key & key, const Port & port, Create && create ) {
+    const auto intfId = PortLists< Port >::intfIdOf( port );
+    if ( statuses_.makeOrHas( key, intfId ) && !statuses_.forceReprogramHas( key, intfId ) ) {
       say( texts_.alreadyProgrammed );
       return;
     }
-    status->unprogrammedDel( port );
-    if ( status->unprogrammeds() == 0 ) {
+    statuses_.unprogrammedDel( key, intfId );
+    if ( statuses_.unprogrammeds( key ) == 0 ) {
       parking_.unpark( key );
     }
-    answerIs( *status, port, create() );
+    answerIs( key, port, create() );
   }
 
   // Runs `unprogram( port )` for every programmed port; then the key has no status and is parked no
   // more. True if there was a port.
   template< class Unprogram > bool unprogramPorts( const Key & key, Unprogram && unprogram ) {
     parking_.release( key );
-    const auto status = statuses_.get( key );
-    if ( !status ) {
-      return false;
-    }
-    const bool any = status->programmeds() > 0;
-    for ( const auto port : status->programmed() ) {
-      unprogram( port );
-    }
-    statuses_.del( owner_, id_, key );
+    const bool any = statuses_.programmeds( key ) > 0;
+    forEachProgrammed( key, unprogram );
+    statuses_.del( key );
     return any;
   }
 
   // Calls `remove()` if the port is programmed, and forgets the port. True if it was.
   template< class Remove >
   bool unprogramPort( const Key & key, Wire::IntfId port, Remove && remove ) {
-    const auto status = statuses_.get( key );
-    if ( !status ) {
-      return false;
-    }
-    const bool programmed = status->programmedHas( port );
+    const bool programmed = statuses_.programmedHas( key, port );
     if ( programmed ) {
-      dropPort( *status, port, std::forward< Remove >( remove ) );
+      dropPort( key, port, std::forward< Remove >( remove ) );
     }
-    status->unprogrammedDel( port );
+    statuses_.unprogrammedDel( key, port );
     return programmed;
   }
 
   // What is programmed stays on record, to be programmed again or, if the key ends first, deleted.
   void forceReprogram( const Key & key ) {
-    if ( const auto status = statuses_.get( key ) ) {
-      for ( const auto port : status->programmed() ) {
-        status->forceReprogramIs( port );
-      }
-    }
+    forEachProgrammed( key, [ & ]( Wire::IntfId port ) { forceReprogram( key, port ); } );
+  }
+  void forceReprogram( const Key & key, Wire::IntfId port ) {
+    statuses_.forceReprogramIs( key, port );
   }
 
   // Calls `remove()` for a programmed port. A try of it that is due stays due.
-  template< class Remove > void dropPort( Status & status, Wire::IntfId port, Remove && remove ) {
+  template< class Remove > void dropPort( const Key & key, Wire::IntfId port, Remove && remove ) {
     remove();
-    status.forceReprogramDel( port );
-    status.programmedDel( port );
+    statuses_.forceReprogramDel( key, port );
+    statuses_.programmedDel( key, port );
   }
 
   // Hardware does not have what is on record: a port is on record no more, and is to be tried again
   // as if it had been refused.
   void lost( const Key & key, Wire::IntfId port ) {
-    if ( const auto status = statuses_.get( key ) ) {
-      dropPort( *status, port, [] {} );
-      status->unprogrammedIs( port );
+    if ( statuses_.has( key ) ) {
+      dropPort( key, port, [] {} );
+      statuses_.unprogrammedIs( key, port );
       parking_.lose( key );
     }
   }
@@ -191,9 +177,7 @@ public:
   // Nothing of the key is to be tried again until an input changes.
   void waitForInput( const Key & key ) {
     parking_.release( key );
-    if ( const auto status = statuses_.get( key ) ) {
-      status->unprogrammedDelAll();
-    }
+    statuses_.unprogrammedDelAll( key );
   }
 
   // Says on which ports the key is in hardware, and on which it is not.
@@ -210,7 +194,16 @@ public:
   }
 
 private:
-  void answerIs( Status & status, Wire::IntfId port, HwProgrammingStatus rc );
+  // Runs `what( port )` for those programmed ports that are still there when it is their turn.
+  template< class What > void forEachProgrammed( const Key & key, What && what ) const {
+    for ( const Port & port : statuses_.programmed( key ) ) {
+      if ( const auto intfId = PortLists< Port >::intfIdOf( port );
+           statuses_.programmedHas( key, intfId ) ) {
+        what( intfId );
+      }
+    }
+  }
+  void answerIs( const Key & key, const Port & port, HwProgrammingStatus rc );
   void say( std::string_view text ) const {
     if ( !text.empty() ) {
       const auto & traceHandle = owner_.handle();
@@ -219,30 +212,30 @@ private:
   }
 
   StateMachine & owner_;
-  Vex::EntityStorage< Status > & statuses_;
-  const Vex::AttrId id_;
+  PortStatuses< Status > & statuses_;
   Parking< Key > & parking_;
   const Vex::Ptr< const EvpnLagMemberInfo > & lags_;
   const PortTexts & texts_;
 };
 
 template< class Status >
-void PortStatus< Status >::answerIs( Status & status, Wire::IntfId port, HwProgrammingStatus rc ) {
+void PortStatus< Status >::answerIs( const Key & key, const Port & port, HwProgrammingStatus rc ) {
+  const auto intfId = PortLists< Port >::intfIdOf( port );
   switch ( rc ) {
   case HwProgrammingStatus::programmed:
     say( texts_.programmed );
-    status.programmedIs( port );
-    status.forceReprogramDel( port );
+    statuses_.programmedIs( key, port );
+    statuses_.forceReprogramDel( key, intfId );
     break;
   case HwProgrammingStatus::notProgrammed:
     say( texts_.failed );
-    parking_.park( status.fwkKey() );
-    status.unprogrammedIs( port );
+    parking_.park( key );
+    statuses_.unprogrammedIs( key, intfId );
     break;
   case HwProgrammingStatus::invalidHwId:
     say( texts_.invalidHwId );
-    VEX_ASSERT_IN_SAYING( owner_.handle().source(), 0, texts_.operation, " ", status.fwkKey(),
-                          " on ", port, " -> ", rc );
+    VEX_ASSERT_IN_SAYING( owner_.handle().source(), 0, texts_.operation, " ", key, " on ", intfId,
+                          " -> ", rc );
     break;
   }
 }
@@ -279,16 +272,15 @@ void PortStatus< Status >::explain( const Key & key, Explanation & out ) const {
 
 template< class Status >
 void PortStatus< Status >::count( const Key & key, bool namesVlan, PortTally & tally ) const {
-  const auto status = statuses_.get( key );
   const auto refusal = parking_.refusal( key );
   for ( const auto port : portsNow( *lags_, key.intfId ) ) {
     ++tally.asked;
-    const bool programmed = status && status->programmedHas( port );
-    if ( programmed && !status->forceReprogramHas( port ) ) {
+    const bool programmed = statuses_.programmedHas( key, port );
+    if ( programmed && !statuses_.forceReprogramHas( key, port ) ) {
       ++tally.programmed;
       continue;
     }
-    const bool refused = refusal.tries > 0 && status && status->unprogrammedHas( port );
+    const bool refused = refusal.tries > 0 && statuses_.unprogrammedHas( key, port );
     tally.anyRefused |= refused;
     if ( tally.missing.size() == PortTally::mostNamed ) {
       continue;
@@ -318,10 +310,13 @@ template< class IsEntry >
 void PortStatus< Status >::check( Findings & out, IsEntry && isEntry ) const {
   for ( const auto & key : parking_.range() ) {
     out.expect( statuses_.has( key ) || !isEntry( key ), key, " is parked and has no status" );
+    out.expect( statuses_.unprogrammeds( key ) > 0 || !statuses_.has( key ), key,
+                " is parked and has no port that waits" );
   }
-  for ( const auto & [ key, status ] : statuses_.range() ) {
-    out.expect( parking_.has( key ) == ( status->unprogrammeds() > 0 ), key,
-                " is parked, or has ports that wait, but not both" );
+  for ( const auto & [ key, status ] : statuses_.uncommon() ) {
+    out.expect( statuses_.has( key ), key, " has ports that wait and no status" );
+    out.expect( parking_.has( key ) || status->unprogrammeds() == 0, key,
+                " has ports that wait and is not parked" );
     for ( const auto port : status->unprogrammed() ) {
       out.expect( !status->programmedHas( port ) || status->forceReprogramHas( port ), key,
                   " waits for port ", port, ", which is programmed" );

@@ -26,6 +26,9 @@
 //   VEX_COUNTER( id, foo, Key )          foo( key ), fooIs( key, count ), fooInc, fooDec( key, n )
 //   VEX_QUEUE( id, foo, T )              a map by index, fooEnq( value ), fooDeq(), fooMetadata()
 //   VEX_ENTITIES( id, foo, T )           foo( key ), fooIs( key ) makes, fooIs( Ptr ) puts back
+//   VEX_SHOWN_ENTITIES( id, foo, Shown ) foo( key ), an entity that Shown, a Vex::ShownEntities,
+//   makes
+//                                        to show what it has under the key; the class changes foo_
 //   VEX_INPUT( id, foo, T )              foo(): Ptr< const T >, set by the constructor through foo_
 //   VEX_OUTPUT( id, foo, T )             foo(): Ptr< T >, likewise
 //   VEX_PART( id, foo, T )               foo(): Ptr< T >, fooIs( Ptr ) puts another in its place
@@ -338,6 +341,22 @@ public:                                                                         
     static constexpr Vex::AttrRef< T::FwkKey > id{ ID };                                           \
     static const Vex::EntityStorage< T > & of( const Owner & owner ) { return owner.foo##_; }      \
   };
+
+#define VEX_SHOWN_ENTITIES( ID, foo, Shown )                                                       \
+  VEX_DECLARE( ID, foo, Shown::Key, Vex::ShownEntitiesType, ( Vex::Access::readOnly ),             \
+               Shown foo##_{ *this, ID } )                                                         \
+  bool foo##Has( Vex::Arg< Shown::Key > key ) const {                                              \
+    return foo##_.has( key );                                                                      \
+  }                                                                                                \
+  size_t foo##s() const {                                                                          \
+    return foo##_.size();                                                                          \
+  }                                                                                                \
+  auto foo() const {                                                                               \
+    return foo##_.range();                                                                         \
+  }                                                                                                \
+  Vex::Ptr< const Shown::Type > foo( Vex::Arg< Shown::Key > key ) const {                          \
+    return foo##_.get( key );                                                                      \
+  }
 
 #define VEX_REFERENCE( ID, foo, T )                                                                \
   VEX_DECLARE( ID, foo, void, Vex::ReferenceType, ( Vex::Access::readOnly ),                       \

@@ -323,6 +323,25 @@ private:
   }
 };
 
+// Entities that their owner keeps as records, to be read alone.
+template< class C, auto storage > class ShownEntitiesType : public KeyedType< C, storage > {
+  using typename KeyedType< C, storage >::Storage;
+  using typename KeyedType< C, storage >::Key;
+
+public:
+  ShownEntitiesType( std::string_view attrName, AttrId attrId, Access attrAccess )
+      : KeyedType< C, storage >( attrName, attrId, entitiesKind, attrAccess,
+                                 Storage::Type::Type::vexTypeName() ) {}
+
+  const EntityType * entityType() const override { return &Storage::Type::Type::vexType(); }
+  void reset( Entity & entity ) const override { Storage::of( entity ).delAll(); }
+
+private:
+  ReflectedMember reflect( const Key & key, const typename Storage::Type & all ) const override {
+    return { briefText( key ), {}, all.get( key ) };
+  }
+};
+
 // The reactors that a machine has on members of an entity.
 template< class C, auto storage > class ReactorsType : public KeyedType< C, storage > {
   using typename KeyedType< C, storage >::Storage;

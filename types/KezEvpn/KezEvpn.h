@@ -53,6 +53,13 @@ struct EsiIds {
   VEX_VALUE( EsiIds, "Kez::EsiIds", hwTunnelId, localEsiLabel )
 };
 
+// A port and what its ESI data name.
+struct EsiPort {
+  Wire::IntfId intfId;
+  EsiIds ids;
+  VEX_VALUE( EsiPort, "Kez::EsiPort", intfId, ids )
+};
+
 // The outcome of a hardware programming call. `notProgrammed` is a transient failure, to be
 // tried again; `invalidHwId` says that the hardware tunnel id passed was not valid.
 VEX_ENUM( HwProgrammingStatus, "Kez::HwProgrammingStatus", programmed, notProgrammed, invalidHwId )
@@ -176,6 +183,12 @@ class IntfVlanStatus : public MachineState {
   VEX_SET( 2, unprogrammed, Wire::IntfId )   // programming failed, and is to be tried again
   VEX_SET( 3, forceReprogram, Wire::IntfId ) // to be programmed again though in `programmed`
   VEX_ATTRIBUTES( programmed, unprogrammed, forceReprogram )
+
+public:
+  // What is known of a programmed port.
+  using Port = Wire::IntfId;
+  void portIs( Port port ) { programmedIs( port ); }
+  void portDel( Wire::IntfId port ) { programmedDel( port ); }
 };
 
 // The same of ESI data, and what each programmed port was programmed with.
@@ -186,6 +199,15 @@ class EsiStatus : public IntfVlanStatus {
 
 public:
   using IntfVlanStatus::IntfVlanStatus;
+  using Port = EsiPort;
+  void portIs( const Port & port ) {
+    idsIs( port.intfId, port.ids );
+    programmedIs( port.intfId );
+  }
+  void portDel( Wire::IntfId port ) {
+    idsDel( port );
+    programmedDel( port );
+  }
 };
 
 } // namespace Kez

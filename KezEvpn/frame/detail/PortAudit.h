@@ -11,18 +11,22 @@ inline IntfVlanKey pairOf( const KezHelper::PortVlanKey & key ) {
   return { key.parentIntfId, key.vlanId };
 }
 
-// What is on record: `find( key )`, over the programmed ports of `statuses()`.
-template< class Data, class Statuses, class Find >
-auto portsOnRecord( Statuses statuses, Find find ) {
-  const auto keysOf = []( const auto & member ) {
-    const auto [ pair, status ] = *member;
+// What is on record: `find( key )`, over the programmed ports of `statuses`.
+template< class Data, class Status, class Find >
+auto portsOnRecord( const PortStatuses< Status > & statuses, Find find ) {
+  using Lists = PortLists< typename Status::Port >;
+  const auto keysOf = [ &statuses ]( const auto & member ) {
+    const IntfVlanKey pair = member.key();
+    const auto ports = statuses.programmed( pair );
     std::vector< KezHelper::PortVlanKey > keys;
-    for ( const auto port : status->programmed() ) {
-      keys.push_back( { pair.intfId, port, pair.vlanId } );
+    keys.reserve( ports.size() );
+    for ( const auto & port : ports ) {
+      keys.push_back( { pair.intfId, Lists::intfIdOf( port ), pair.vlanId } );
     }
     return keys;
   };
-  return KezHelper::tableView< KezHelper::PortVlanKey, Data >( statuses, keysOf, find );
+  return KezHelper::tableView< KezHelper::PortVlanKey, Data >(
+      [ &statuses ] { return statuses.members().range(); }, keysOf, find );
 }
 
 // What the inputs ask for: `find( pair )`, over the ports of the pairs that the machine knows.

@@ -36,10 +36,12 @@ constexpr uint32_t noSlot = UINT32_MAX;
 // and let go without a change to the block, which lives until `free()`.
 template< class Key, class Value > class CollectionSlots {
 public:
+  // A value may begin in what a key leaves of its last word: keys are made first, and written no
+  // more.
   struct Slot {
     uint32_t next;
     uint32_t prev;
-    Key key;
+    [[no_unique_address]] Key key;
     [[no_unique_address]] Value value;
   };
 
