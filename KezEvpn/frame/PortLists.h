@@ -6,7 +6,7 @@
 // by its field `intfId`.
 #pragma once
 
-#include "Vex/Collection.h"
+#include "Vex/Interned.h"
 #include "Vex/Value.h"
 #include "Wire/IntfId.h"
 
@@ -27,11 +27,11 @@ public:
     }
   }
 
-  size_t size( Id list ) const { return nodes_[ list ].size; }
+  size_t size( Id list ) const { return list == empty ? 0 : steps_[ list ].size; }
   // Null for a port that is not there; good until a list changes.
   const Port * find( Id list, Wire::IntfId intfId ) const {
-    for ( ; list != empty; list = nodes_[ list ].step.before ) {
-      if ( const Port & port = nodes_[ list ].step.port; intfIdOf( port ) == intfId ) {
+    for ( ; list != empty; list = steps_[ list ].before ) {
+      if ( const Port & port = steps_[ list ].port; intfIdOf( port ) == intfId ) {
         return &port;
       }
     }
@@ -39,8 +39,8 @@ public:
   }
   std::vector< Port > ports( Id list ) const {
     std::vector< Port > all( size( list ) );
-    for ( ; list != empty; list = nodes_[ list ].step.before ) {
-      all[ nodes_[ list ].size - 1 ] = nodes_[ list ].step.port;
+    for ( ; list != empty; list = steps_[ list ].before ) {
+      all[ steps_[ list ].size - 1 ] = steps_[ list ].port;
     }
     return all;
   }
@@ -66,50 +66,34 @@ public:
   }
   // Who has held it does no more.
   void release( Id list ) {
-    while ( list != empty && --nodes_[ list ].uses == 0 ) {
-      const Step step = nodes_[ list ].step;
-      ids_.erase( step );
-      free_.push_back( list );
-      list = step.before;
+    while ( list != empty ) {
+      const Id before = steps_[ list ].before;
+      if ( !steps_.drop( list ) ) {
+        return;
+      }
+      list = before;
     }
   }
 
 private:
   struct Step {
     Id before = empty;
+    uint32_t size = 0; // of the list that the step leads to
     Port port;
     friend bool operator==( const Step &, const Step & ) = default;
     static constexpr auto vexFields() {
-      return std::tuple( Vex::field( "before", &Step::before ), Vex::field( "port", &Step::port ) );
+      return std::tuple( Vex::field( "before", &Step::before ), Vex::field( "size", &Step::size ),
+                         Vex::field( "port", &Step::port ) );
     }
   };
-  struct Node {
-    Step step;
-    uint32_t size = 0;
-    uint32_t uses = 0;
-  };
 
-  // The new list holds the former one in its caller's place.
+  // A new list holds the former one in its caller's place.
   void append( Id & list, const Port & port ) {
-    const Step step{ list, port };
-    const auto [ id, added ] = ids_.findOrAdd( step, [ & ] { return newNode( step ); } );
-    const Id longer = *id;
-    ++nodes_[ longer ].uses;
-    if ( !added ) {
+    const Id longer = steps_.take( { list, static_cast< uint32_t >( size( list ) + 1 ), port } );
+    if ( steps_.uses( longer ) > 1 ) {
       release( list );
     }
     list = longer;
-  }
-  Id newNode( const Step & step ) {
-    const Node node{ step, nodes_[ step.before ].size + 1, 0 };
-    if ( free_.empty() ) {
-      nodes_.push_back( node );
-      return static_cast< Id >( nodes_.size() - 1 );
-    }
-    const Id id = free_.back();
-    free_.pop_back();
-    nodes_[ id ] = node;
-    return id;
   }
   void become( Id & list, const std::vector< Port > & all ) {
     const Id former = std::exchange( list, empty );
@@ -119,9 +103,7 @@ private:
     release( former );
   }
 
-  std::vector< Node > nodes_ = std::vector< Node >( 1 ); // the empty list first
-  std::vector< Id > free_;
-  Vex::Collection< Step, Id > ids_; // of lists that are not empty
+  Vex::Interned< Step > steps_; // by the number of the list that each leads to
 };
 
 } // namespace Kez

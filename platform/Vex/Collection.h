@@ -190,6 +190,9 @@ public:
   Value & valueAt( uint32_t at ) {
     return slot( at ).value;
   }
+  const Value & valueAt( uint32_t at ) const {
+    return slot( at ).value;
+  }
 
   // Of the member that was added last, of those that are left; null without members.
   const Key * lastKey() const {

@@ -14,16 +14,18 @@ public:
     ++*uses_.findOrAdd( value, [] { return 0u; } ).first;
     return uses_.slotOf( value ) + 1;
   }
-  // One use less. Asserts that there is one.
-  void drop( uint32_t number ) {
-    const uint32_t slot = number - 1;
-    uint32_t & uses = uses_.valueAt( slot );
+  // One use less; whether it was the last. Asserts that there is one.
+  bool drop( uint32_t number ) {
+    uint32_t & uses = uses_.valueAt( number - 1 );
     VEX_ASSERT( uses > 0 );
-    if ( --uses == 0 ) {
-      const T value = uses_.keyAt( slot );
-      uses_.erase( value );
+    if ( --uses > 0 ) {
+      return false;
     }
+    const T value = ( *this )[ number ];
+    uses_.erase( value );
+    return true;
   }
+  uint32_t uses( uint32_t number ) const { return uses_.valueAt( number - 1 ); }
   // Good until a value comes or goes.
   const T & operator[]( uint32_t number ) const { return uses_.keyAt( number - 1 ); }
 
