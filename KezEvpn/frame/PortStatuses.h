@@ -101,7 +101,7 @@ private:
     return status ? status->get() : nullptr;
   }
   template< class Change > void changeKept( const Key & key, Change && change ) {
-    const Vex::Ptr< Status > status = this->get( key );
+    auto status = this->get( key );
     if ( !status ) {
       return;
     }

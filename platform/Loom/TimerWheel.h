@@ -139,7 +139,8 @@ inline uint64_t TimerWheel::tickOf( double time ) {
 inline unsigned TimerWheel::slotOf( uint64_t tick ) const {
   const auto bit = static_cast< unsigned >( 63 - std::countl_zero( ( tick ^ reached_ ) | 1 ) );
   const unsigned shift = bit & ~( digitBits - 1 );
-  return shift * ( slotsPerLevel / digitBits ) + ( tick >> shift & ( slotsPerLevel - 1 ) );
+  return shift * ( slotsPerLevel / digitBits ) +
+         static_cast< unsigned >( tick >> shift & ( slotsPerLevel - 1 ) );
 }
 
 inline void TimerWheel::occupy( unsigned slot ) {

@@ -69,7 +69,7 @@ public:
     if ( T * const entity = shown( key ) ) {
       return entity;
     }
-    const auto entity = makePtr< T >( key );
+    auto entity = makePtr< T >( key );
     show( *entity, *record );
     entity->vexParentIs( &owner_, id_ );
     entity->zeroReferencesNotifieeIs( const_cast< ShownEntities * >( this ) );
