@@ -6,6 +6,7 @@
 #include "KezHelper/JournalNames.h"
 #include "Wire/EthAddr.h"
 
+#include <bit>
 #include <stdexcept>
 
 namespace KezHelper {
@@ -23,6 +24,11 @@ concept JournalList = requires( const T & list ) {
 template< class T >
 using ElementOf = std::remove_cvref_t< decltype( *std::declval< T >().begin() ) >;
 
+// Lies there as its word does, however few bytes of it the value keeps.
+template< class T >
+concept WordOfJournal =
+    std::unsigned_integral< typename T::VexWord > && !std::is_same_v< T, Wire::EthAddr >;
+
 template< class T > constexpr size_t journalBytes() {
   if constexpr ( Vex::Composite< T > ) {
     return std::apply(
@@ -35,8 +41,8 @@ template< class T > constexpr size_t journalBytes() {
         T::vexFields() );
   } else if constexpr ( std::is_same_v< T, Wire::IntfId > ) {
     return sizeof( uint32_t );
-  } else if constexpr ( std::is_same_v< T, Wire::EthAddr > ) {
-    return Wire::EthAddr::bytes;
+  } else if constexpr ( WordOfJournal< T > ) {
+    return sizeof( typename T::VexWord );
   } else if constexpr ( std::is_empty_v< T > ) {
     return 0;
   } else if constexpr ( JournalList< T > ) {
@@ -68,9 +74,8 @@ std::byte * pack( std::byte * at, const T & value, const NumberOf & numberOf ) {
     return at;
   } else if constexpr ( std::is_same_v< T, Wire::IntfId > ) {
     return copyTo< uint32_t >( at, numberOf( value ) );
-  } else if constexpr ( std::is_same_v< T, Wire::EthAddr > ) {
-    at = copyTo( at, static_cast< uint32_t >( value.value() ) );
-    return copyTo( at, static_cast< uint16_t >( value.value() >> 32 ) );
+  } else if constexpr ( WordOfJournal< T > ) {
+    return copyTo( at, value.value() );
   } else if constexpr ( std::is_empty_v< T > ) {
     return at;
   } else if constexpr ( JournalList< T > ) {
@@ -103,12 +108,11 @@ const std::byte * unpack( const std::byte * at, T & value, const JournalNames & 
     at = copyFrom( at, number );
     value = names.intfId( number );
     return at;
-  } else if constexpr ( std::is_same_v< T, Wire::EthAddr > ) {
-    uint32_t low = 0;
-    uint16_t high = 0;
-    at = copyFrom( copyFrom( at, low ), high );
-    value = Wire::EthAddr( uint64_t( high ) << 32 | low );
-    return at;
+  } else if constexpr ( WordOfJournal< T > ) {
+    static_assert( std::endian::native == std::endian::little &&
+                   std::is_trivially_copyable_v< T > );
+    copyFrom( at, value );
+    return at + sizeof( typename T::VexWord );
   } else if constexpr ( std::is_empty_v< T > ) {
     return at;
   } else if constexpr ( JournalList< T > ) {

@@ -94,15 +94,25 @@ def intf_id(value):
 
 
 def word(value):
-    return int(value["word_"])
+    kept = value["word_"]
+    if kept.type.strip_typedefs().code != gdb.TYPE_CODE_STRUCT:
+        return int(kept)
+    parts = kept["parts_"]  # of a Vex::NarrowWord
+    first, last = parts.type.range()
+    bits = 8 * parts.type.target().sizeof
+    return sum(int(parts[i]) << bits * i for i in range(first, last + 1))
 
 
 def eth_addr(value):
     return word(value).to_bytes(6, "big").hex(":")
 
 
+def ip4_text(number):
+    return ".".join(str(byte) for byte in number.to_bytes(4, "big"))
+
+
 def ip4_addr(value):
-    return ".".join(str(byte) for byte in word(value).to_bytes(4, "big"))
+    return ip4_text(word(value))
 
 
 def lfib_via_key(value):
@@ -112,14 +122,14 @@ def lfib_via_key(value):
 
 def dest(value):
     kind = enumerator(value["destType_"])
-    data = value["data_"]
+    number = int(value["number_"])
     if kind == "destTypeIntf_":
-        return f"intf({brief(data['intfId_'])})"
+        return f"intf({brief(value['intfId_'])})"
     if kind == "destTypeVxlan_":
-        return f"vxlan({brief(value['vtep_'])})"
+        return f"vxlan({ip4_text(number)})"
     if kind == "destTypeTunnel_":
-        return f"tunnel({brief(data['tunnelId_'])})"
-    return f"mpls({fields(data)})"
+        return f"tunnel({brief(value['tunnelId_'])})"
+    return f"mpls({brief(value['intfId_'])},{number},{brief(value['tunnelId_'])})"
 
 
 def port_list(value):
@@ -128,6 +138,10 @@ def port_list(value):
     many = value["many_"]["_M_impl"]["_M_start"]
     fits = size <= few.type.strip_typedefs().range()[1] + 1
     return joined(sequence(few[0].address if fits else many, size), "", "")
+
+
+def hw_tunnel_id(value):
+    return f"{word(value) >> 32}:{low_bits(word(value), 32)}"
 
 
 def hw_tunnel_ids(value):
@@ -152,7 +166,8 @@ TEXTS = {
     "Wire::TepIntfId": intf_id,
     "Wire::EthAddr": eth_addr,
     "Wire::Ip4Addr": ip4_addr,
-    "Kez::HwTunnelId": lambda value: f"{word(value) >> 32}:{low_bits(word(value), 32)}",
+    "Kez::HwTunnelId": hw_tunnel_id,
+    "Kez::NarrowHwTunnelId": hw_tunnel_id,
     "Kez::HwTunnelIds": hw_tunnel_ids,
     "Kez::KezPortList": port_list,
     "Kez::Refusal": refusal,

@@ -67,6 +67,7 @@ int main() {
   const auto tunnelled = L2Rib::Dest::ofTunnel( 5 );
   const auto mpls = L2Rib::Dest::ofMpls( { ethernet, label, 5 } );
   const Kez::VlanMacDest vlanMacDest( 10, mac, mpls );
+  const Kez::MplsDestConfig config( 5, label, hwTunnelId, 9, vlan );
   const L2Rib::ObjectIds objects{ 8, 7 };
   const Kez::Refusal refusal{ 2, 3, 8.5, "no room" };
   Kez::KezPortList few;
@@ -101,6 +102,7 @@ int main() {
   SAY( tunnelled );
   SAY( mpls );
   SAY( vlanMacDest );
+  SAY( config );
   SAY( objects );
   SAY( refusal );
   SAY( few );

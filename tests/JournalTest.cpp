@@ -96,6 +96,23 @@ TEST( Journal, MeansTheSameInTheNextProcess ) {
   EXPECT_EQ( more.find( 1 ).value().via.size(), 4u );
 }
 
+// Those of another release are read as they are.
+TEST( Journal, PacksEachWordWholeHoweverItIsKept ) {
+  const Kez::FloodSetMplsDestConfig value( { 0x0102'0304'0506, 20 },
+                                           { 5, 100, { Kez::hwTunnelIdTypeSharedEsi, 7 }, 9, {} } );
+  const auto bytes = KezHelper::journalBytesOf( value, []( Wire::IntfId ) { return 0; } );
+  std::vector< int > packed;
+  for ( const auto byte : bytes ) {
+    packed.push_back( std::to_integer< int >( byte ) );
+  }
+  EXPECT_THAT( packed, ElementsAre( 6, 5, 4, 3, 2, 1, 20, 0, // the flood set
+                                    5, 0, 0, 0, 0, 0, 0, 0,  // the tunnel
+                                    100, 0, 0, 0,            // the label
+                                    7, 0, 0, 0, 1, 0, 0, 0,  // the hardware tunnel id
+                                    9, 0, 0, 0, 0, 0, 0, 0,  // the path's hardware id
+                                    0, 0, 0, 0 ) );          // the interface
+}
+
 // The process ends within a call: the entry is known as uncertain, and the chip is asked to delete
 // it. What no call was about is left alone.
 TEST( Journal, TheEntryOfAnUnfinishedCallIsBroughtToASureState ) {

@@ -79,6 +79,42 @@ TEST( KezEvpnTypes, areMadeOfTheirFieldsWhateverThoseAreGivenAs ) {
   static_assert( !std::is_constructible_v< Wire::IntfId, std::nullptr_t > );
 }
 
+// Whatever is changed of a value that is compared as the words it lies in.
+TEST( KezEvpnTypes, areEqualWhereAllTheirFieldsAre ) {
+  const Wire::EthAddr mac( 0xffff'0000'0001 );
+  const auto dest = L2Rib::Dest::ofMpls( { {}, 100, 5 } );
+  const VlanMacDest dests[] = { { 10, mac, dest },
+                                { 11, mac, dest },
+                                { 10, 0x7fff'0000'0001, dest },
+                                { 10, 0xffff'0000'0002, dest },
+                                { 10, mac, L2Rib::Dest::ofMpls( { {}, 101, 5 } ) },
+                                { 10, mac, L2Rib::Dest::ofTunnel( 5 ) } };
+  const HwTunnelId id( hwTunnelIdTypeSharedEsi, 0xfedc'ba98 );
+  const MplsDestConfig configs[] = {
+    { 5, 100, id, 9, Wire::IntfId( "Vlan1" ) },
+    { 6, 100, id, 9, Wire::IntfId( "Vlan1" ) },
+    { 5, Wire::MplsLabel(), id, 9, Wire::IntfId( "Vlan1" ) },
+    { 5, 100, { hwTunnelIdTypeDefault, 0xfedc'ba98 }, 9, Wire::IntfId( "Vlan1" ) },
+    { 5, 100, { hwTunnelIdTypeSharedEsi, 0x7edc'ba98 }, 9, Wire::IntfId( "Vlan1" ) },
+    { 5, 100, id, 10, Wire::IntfId( "Vlan1" ) },
+    { 5, 100, id, 9, Wire::IntfId( "Vlan2" ) }
+  };
+  const auto differ = []( const auto & values ) {
+    for ( const auto & a : values ) {
+      for ( const auto & b : values ) {
+        EXPECT_EQ( a == b, &a == &b ) << a << b;
+        EXPECT_EQ( Vex::text( a ) == Vex::text( b ), &a == &b );
+      }
+    }
+  };
+  differ( dests );
+  differ( configs );
+  EXPECT_EQ( configs[ 0 ].hwTunnelId, id );
+  EXPECT_EQ( configs[ 0 ].hwTunnelId.number(), id.number() );
+  EXPECT_EQ( configs[ 0 ].hwTunnelId.hwTunnelIdType(), hwTunnelIdTypeSharedEsi );
+  EXPECT_EQ( configs[ 2 ].label.value(), Wire::MplsLabel::none );
+}
+
 TEST( KezEvpnTypes, flowThroughTextOnTheWayToHardware ) {
   const L2Rib::Dest dest = L2Rib::Dest::ofMpls( { "Ethernet1", 100, 5 } );
   expectText( VlanMacDest( 10, 0xa, dest ),

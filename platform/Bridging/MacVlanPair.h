@@ -11,5 +11,6 @@ struct MacVlanPair {
   VlanId vlanId;
   VEX_VALUE( MacVlanPair, "Bridging::MacVlanPair", macAddr, vlanId )
 };
+static_assert( sizeof( MacVlanPair ) == 8 );
 
 } // namespace Bridging

@@ -9,6 +9,9 @@
 #include "Wire/Ip4Addr.h"
 #include "Wire/MplsLabel.h"
 
+#include <compare>
+#include <tuple>
+
 namespace L2Rib {
 
 VEX_ENUM( DestType, "L2Rib::DestType", destTypeIntf_, destTypeVxlan_, destTypeTunnel_,
@@ -51,60 +54,85 @@ public:
   friend std::strong_ordering operator<=>( const DestDataMpls &, const DestDataMpls & ) = default;
 
 private:
+  friend class Dest;
+
   Wire::IntfId intfId_;
   Wire::MplsLabel label_;
   DestTunnelId tunnelId_;
 };
 
 // Ordered by type, then by what the type has, which alone may be asked for. By default the empty
-// interface.
+// interface. Kept in great numbers: three words without padding, compared and hashed as such.
 class Dest {
 public:
+  using VexEqualAsBytes = void;
+
   Dest() = default;
-  static Dest ofIntf( Wire::IntfId intfId ) { return { destTypeIntf_, {}, { intfId, {}, {} } }; }
-  static Dest ofVxlan( Wire::Ip4Addr vtep ) { return { destTypeVxlan_, vtep, {} }; }
+  static Dest ofIntf( Wire::IntfId intfId ) { return { destTypeIntf_, intfId, {}, 0 }; }
+  static Dest ofVxlan( Wire::Ip4Addr vtep ) { return { destTypeVxlan_, {}, {}, vtep.value() }; }
   static Dest ofTunnel( Tunnel::TunnelTable::TunnelId tunnelId ) {
-    return { destTypeTunnel_, {}, { {}, {}, tunnelId } };
+    return { destTypeTunnel_, {}, tunnelId, 0 };
   }
-  static Dest ofMpls( const DestDataMpls & mpls ) { return { destTypeMpls_, {}, mpls }; }
+  static Dest ofMpls( const DestDataMpls & mpls ) {
+    return { destTypeMpls_, mpls.intfId_, mpls.tunnelId_, mpls.label_.value() };
+  }
 
   DestType destType() const { return destType_; }
   Wire::IntfId intfId() const {
     VEX_ASSERT( destType() == destTypeIntf_ );
-    return data_.intfId();
+    return intfId_;
   }
   Wire::Ip4Addr vtep() const {
     VEX_ASSERT( destType() == destTypeVxlan_ );
-    return vtep_;
+    return number_;
   }
   Tunnel::TunnelTable::TunnelId tunnelId() const {
     VEX_ASSERT( destType() == destTypeTunnel_ );
-    return data_.tunnelId();
+    return tunnelId_.value();
   }
-  const DestDataMpls & mpls() const {
+  DestDataMpls mpls() const {
     VEX_ASSERT( destType() == destTypeMpls_ );
-    return data_;
+    return dataWith( number_ );
   }
 
   static constexpr std::string_view vexTypeName() { return "L2Rib::Dest"; }
   uint64_t vexWord() const {
-    return Vex::foldHash( uint64_t( destType_ ) << 32 | vtep_.value(), data_ );
+    return Vex::foldWord( Vex::foldHash( Vex::foldHash( 0, intfId_ ), tunnelId_ ),
+                          uint64_t( destType_ ) << 32 | number_ );
   }
   uint32_t hash( uint32_t seed ) const {
-    return data_.hash( vtep_.hash( Vex::hashOf( destType_, seed ) ) );
+    const bool mpls = destType_ == destTypeMpls_;
+    const Wire::Ip4Addr vtep( mpls ? 0 : number_ );
+    return dataWith( mpls ? number_ : Wire::MplsLabel::none )
+        .hash( vtep.hash( Vex::hashOf( destType_, seed ) ) );
   }
-  friend bool operator==( const Dest &, const Dest & ) = default;
-  friend std::strong_ordering operator<=>( const Dest &, const Dest & ) = default;
+  friend bool operator==( const Dest & a, const Dest & b ) { return Vex::equalWords( a, b ); }
+  friend std::strong_ordering operator<=>( const Dest & a, const Dest & b ) {
+    return a.inOrder() <=> b.inOrder();
+  }
 
 private:
-  Dest( DestType destType, Wire::Ip4Addr vtep, const DestDataMpls & data )
-      : destType_( destType ), vtep_( vtep ), data_( data ) {}
+  Dest( DestType destType, Wire::IntfId intfId, DestTunnelId tunnelId, uint32_t number )
+      : intfId_( intfId ), tunnelId_( tunnelId ), number_( number ), destType_( destType ) {}
 
+  DestDataMpls dataWith( Wire::MplsLabel label ) const {
+    DestDataMpls data;
+    data.intfId_ = intfId_;
+    data.label_ = label;
+    data.tunnelId_ = tunnelId_;
+    return data;
+  }
+  std::tuple< DestType, Wire::IntfId, uint32_t, DestTunnelId > inOrder() const {
+    return { destType_, intfId_, number_, tunnelId_ };
+  }
+
+  // What the type does not have stands at its default, or 0.
+  Wire::IntfId intfId_;
+  DestTunnelId tunnelId_;
+  uint32_t number_ = 0; // the endpoint's address, or an MPLS destination's label
   DestType destType_ = destTypeIntf_;
-  // What the type does not have stands at its default.
-  Wire::Ip4Addr vtep_;
-  DestDataMpls data_; // an interface has the interface alone, a tunnel the tunnel id
 };
+static_assert( sizeof( Dest ) == 24 );
 
 void appendText( Vex::TextBuffer & out, const Dest & dest );
 void parseText( Vex::TextCursor & in, Dest & dest );

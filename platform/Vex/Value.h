@@ -22,6 +22,7 @@
 
 #include <array>
 #include <compare>
+#include <cstring>
 #include <tuple>
 
 namespace Vex {
@@ -51,6 +52,49 @@ template< Composite T > uint32_t hashFields( const T & value, uint32_t seed ) {
         return hashResult( hash );
       },
       T::vexFields() );
+}
+
+// Whether values are equal just when their bytes are: words, and composites without padding that
+// consist of such. A class of which it is true says so with a member type VexEqualAsBytes.
+template< class T > constexpr bool equalAsBytes() {
+  if constexpr ( !std::has_unique_object_representations_v< T > ) {
+    return false;
+  } else if constexpr ( Composite< T > ) {
+    return std::apply(
+        []< class... F >( const Field< T, F > &... ) {
+          return ( equalAsBytes< F >() && ... ) && ( sizeof( F ) + ... ) == sizeof( T );
+        },
+        T::vexFields() );
+  } else {
+    return std::is_integral_v< T > || std::is_enum_v< T > || requires {
+      typename T::VexEqualAsBytes;
+    };
+  }
+}
+
+// Whether the bytes of two values are equal, of which there are whole words.
+template< class T > bool equalWords( const T & a, const T & b ) {
+  static_assert( equalAsBytes< T >() && sizeof( T ) % sizeof( uint64_t ) == 0 );
+  uint64_t differing = 0;
+  for ( size_t at = 0; at < sizeof( T ); at += sizeof( uint64_t ) ) {
+    uint64_t ofA, ofB;
+    std::memcpy( &ofA, reinterpret_cast< const std::byte * >( &a ) + at, sizeof( ofA ) );
+    std::memcpy( &ofB, reinterpret_cast< const std::byte * >( &b ) + at, sizeof( ofB ) );
+    differing |= ofA ^ ofB;
+  }
+  return differing == 0;
+}
+
+template< Composite T > bool equalFields( const T & a, const T & b ) {
+  if constexpr ( equalAsBytes< T >() && sizeof( T ) % sizeof( uint64_t ) == 0 ) {
+    return equalWords( a, b );
+  } else {
+    return std::apply(
+        [ & ]( const auto &... field ) {
+          return ( ( a.*field.member == b.*field.member ) && ... );
+        },
+        T::vexFields() );
+  }
 }
 
 namespace Detail {
@@ -258,7 +302,9 @@ template< class E > void parseEnum( TextCursor & in, E & value, const auto & nam
   friend std::ostream & operator<<( std::ostream & out, const Type & value ) {                     \
     return out << Vex::text( value );                                                              \
   }                                                                                                \
-  friend bool operator==( const Type &, const Type & ) = default;                                  \
+  friend bool operator==( const Type & a, const Type & b ) {                                       \
+    return Vex::equalFields( a, b );                                                               \
+  }                                                                                                \
   friend std::strong_ordering operator<=>( const Type &, const Type & ) = default;
 
 #define VEX_ENUM_NAME( name ) std::string_view( #name )

@@ -29,6 +29,7 @@ public:
     srTePolicy,    // SrTePolicy<type>.<index>
     other          // interned
   };
+  using VexEqualAsBytes = void;
   static constexpr unsigned numberBits = 56;
   static constexpr unsigned portBits = 16; // of an Ethernet interface's second and third number
 

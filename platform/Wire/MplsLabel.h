@@ -6,7 +6,8 @@
 
 namespace Wire {
 
-class MplsLabel : public Vex::WordValue< MplsLabel, uint32_t > {
+class MplsLabel
+    : public Vex::WordValue< MplsLabel, uint32_t, Vex::NarrowWord< uint32_t, uint8_t, 3 > > {
 public:
   static constexpr uint32_t none = 1048576;
 
@@ -22,5 +23,6 @@ public:
   static constexpr std::string_view vexExpected =
       "an MPLS label, 0 to 1048575, or 1048576 for none";
 };
+static_assert( sizeof( MplsLabel ) == 3 );
 
 } // namespace Wire

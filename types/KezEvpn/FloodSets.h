@@ -25,6 +25,7 @@ struct VlanMacDest {
 
   Bridging::MacVlanPair macVlanPair() const { return { macAddr, vlanId }; }
 };
+static_assert( sizeof( VlanMacDest ) == 32 );
 
 // A path: a tunnel and the label under which frames go over it, in a VLAN of its own where the
 // tunnel's type asks for that.
@@ -46,12 +47,13 @@ struct MplsDestHwInfo {
 struct MplsDestConfig {
   Tunnel::TunnelTable::TunnelId tunnelId;
   Wire::MplsLabel label;
-  HwTunnelId hwTunnelId;
+  NarrowHwTunnelId hwTunnelId;
   uint64_t hwIdForTunnelProgramming = 0;
   Wire::IntfId l2IntfId;
   VEX_VALUE( MplsDestConfig, "Kez::MplsDestConfig", tunnelId, label, hwTunnelId,
              hwIdForTunnelProgramming, l2IntfId )
 };
+static_assert( sizeof( MplsDestConfig ) == 32 );
 
 // A configuration in one flood set.
 struct FloodSetMplsDestConfig {
@@ -59,6 +61,7 @@ struct FloodSetMplsDestConfig {
   MplsDestConfig config;
   VEX_VALUE( FloodSetMplsDestConfig, "Kez::FloodSetMplsDestConfig", macVlanPair, config )
 };
+static_assert( sizeof( FloodSetMplsDestConfig ) == 40 );
 
 // The path over a tunnel with a label, in a VLAN. Tunnels of type 14 have a path a VLAN, and
 // raise Vex::RangeError for a VLAN above 4094; any other tunnel's is the same for all VLANs.
