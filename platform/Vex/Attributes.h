@@ -101,7 +101,7 @@ public:                                                                         
 #define VEX_ATTRIBUTES( ... )                                                                      \
 public:                                                                                            \
   using VexClosed = VexSelf;                                                                       \
-  static const Vex::EntityType & vexType() {                                                       \
+  [[gnu::cold]] static const Vex::EntityType & vexType() {                                         \
     static_assert( Vex::declaredAttributes< VexSelf >() ==                                         \
                        Vex::countOf( VEX_FOR_EACH( VEX_TYPE_FUNCTION, __VA_ARGS__ ) ),             \
                    "VEX_ATTRIBUTES names every attribute of the class, and no id stands in "       \
@@ -143,7 +143,7 @@ public:                                                                         
   static constexpr auto vexStorage( Vex::AttrTag< ID > ) {                                         \
     return &VexSelf::foo##_;                                                                       \
   }                                                                                                \
-  static const Vex::AttributeType & vexTypeOf_##foo() {                                            \
+  [[gnu::cold]] static const Vex::AttributeType & vexTypeOf_##foo() {                              \
     static const Description< VexSelf, &VexSelf::foo##_ > type( #foo, ID, VEX_UNPACK arguments );  \
     return type;                                                                                   \
   }                                                                                                \
@@ -184,7 +184,7 @@ public:
 #define VEX_COMPUTED( ID, foo, T )                                                                 \
 public:                                                                                            \
   static void vexDeclared( Vex::AttrTag< ID > );                                                   \
-  static const Vex::AttributeType & vexTypeOf_##foo() {                                            \
+  [[gnu::cold]] static const Vex::AttributeType & vexTypeOf_##foo() {                              \
     static const Vex::ComputedType< VexSelf, T > type( #foo, ID, &VexSelf::foo );                  \
     return type;                                                                                   \
   }                                                                                                \
@@ -238,7 +238,7 @@ public:                                                                         
 public:                                                                                            \
   [[maybe_unused]] static constexpr Vex::AttrRef< View::Key > foo##Attr{ ID };                     \
   static void vexDeclared( Vex::AttrTag< ID > );                                                   \
-  static const Vex::AttributeType & vexTypeOf_##foo() {                                            \
+  [[gnu::cold]] static const Vex::AttributeType & vexTypeOf_##foo() {                              \
     static const Description< VexSelf,                                                             \
                               static_cast< View ( VexSelf::* )() const >( &VexSelf::foo ) >        \
         type( #foo, ID );                                                                          \
